@@ -1,0 +1,208 @@
+#include "storage/file_stream.h"
+
+#include <algorithm>
+#include <cstring>
+#include <system_error>
+
+namespace tabulo {
+
+namespace {
+
+template <typename Call>
+int repeatInterrupted(Call call) {
+    int error = call();
+    while (filePlatform_isInterrupted(error)) {
+        error = call();
+    }
+    return error;
+}
+
+int readFully(int descriptor, std::int64_t offset, void* destination, std::size_t length, std::size_t* count) {
+    *count = 0;
+    while (*count < length) {
+        std::size_t transferred = 0;
+        const int error = repeatInterrupted([&] {
+            return filePlatform().readAt(descriptor, static_cast<std::uint8_t*>(destination) + *count, length - *count,
+                                         offset + static_cast<std::int64_t>(*count), &transferred);
+        });
+        if (error != 0) {
+            return error;
+        }
+        if (transferred == 0) {
+            break;
+        }
+        *count += transferred;
+    }
+    return 0;
+}
+
+int writeFully(int descriptor, std::int64_t offset, const void* source, std::size_t length, std::size_t* count) {
+    *count = 0;
+    while (*count < length) {
+        std::size_t transferred = 0;
+        const int error = repeatInterrupted([&] {
+            return filePlatform().writeAt(descriptor, static_cast<const std::uint8_t*>(source) + *count,
+                                          length - *count, offset + static_cast<std::int64_t>(*count), &transferred);
+        });
+        if (error != 0) {
+            return error;
+        }
+        if (transferred == 0) {
+            return static_cast<int>(std::errc::io_error);
+        }
+        *count += transferred;
+    }
+    return 0;
+}
+
+void dropReadAhead(FileStream* stream) {
+    if (!stream->gathering) {
+        stream->bufferLength = 0;
+    }
+}
+
+}  // namespace
+
+int fileStream_open(FileStream* stream, const char* path, FileAccess access, bool empty) noexcept {
+    int descriptor = -1;
+    int error = repeatInterrupted([&] { return filePlatform().open(path, access, &descriptor); });
+    if (error != 0) {
+        return error;
+    }
+    if (access != FileAccess::read) {
+        error = repeatInterrupted([&] { return filePlatform().lock(descriptor); });
+    }
+    if (error == 0 && empty) {
+        error = repeatInterrupted([&] { return filePlatform().truncate(descriptor, 0); });
+    }
+    if (error != 0) {
+        filePlatform().close(descriptor);
+        return error;
+    }
+    stream->descriptor = descriptor;
+    stream->position = 0;
+    stream->bufferLength = 0;
+    stream->gathering = false;
+    return 0;
+}
+
+int fileStream_close(FileStream* stream) noexcept {
+    int error = fileStream_flush(stream);
+    // A child that was forked meanwhile shares the lock: closing alone would leave it in the child's hands.
+    filePlatform().unlock(stream->descriptor);
+    const int closeError = filePlatform().close(stream->descriptor);
+    stream->descriptor = -1;
+    return error != 0 ? error : closeError;
+}
+
+int fileStream_read(FileStream* stream, void* destination, std::size_t length, std::size_t* count) noexcept {
+    *count = 0;
+    int error = fileStream_flush(stream);
+    auto* out = static_cast<std::uint8_t*>(destination);
+    while (error == 0 && *count < length) {
+        const std::int64_t ahead = stream->bufferStart + static_cast<std::int64_t>(stream->bufferLength);
+        if (stream->bufferLength > 0 && stream->position >= stream->bufferStart && stream->position < ahead) {
+            const std::size_t part = std::min(length - *count, static_cast<std::size_t>(ahead - stream->position));
+            std::memcpy(out + *count, stream->buffer.data() + (stream->position - stream->bufferStart), part);
+            stream->position += static_cast<std::int64_t>(part);
+            *count += part;
+            continue;
+        }
+        stream->bufferLength = 0;
+        const std::size_t wanted = length - *count;
+        const bool direct = wanted >= FILE_STREAM_BUFFER;
+        std::size_t transferred = 0;
+        error = direct ? readFully(stream->descriptor, stream->position, out + *count, wanted, &transferred)
+                       : repeatInterrupted([&] {
+                             return filePlatform().readAt(stream->descriptor, stream->buffer.data(), FILE_STREAM_BUFFER,
+                                                          stream->position, &transferred);
+                         });
+        if (direct) {
+            stream->position += static_cast<std::int64_t>(transferred);
+            *count += transferred;
+            break;
+        }
+        if (error == 0 && transferred == 0) {
+            break;
+        }
+        stream->bufferStart = stream->position;
+        stream->bufferLength = error == 0 ? transferred : 0;
+    }
+    return error;
+}
+
+int fileStream_flush(FileStream* stream) noexcept {
+    if (!stream->gathering) {
+        return 0;
+    }
+    stream->gathering = false;
+    const std::size_t length = stream->bufferLength;
+    stream->bufferLength = 0;
+    std::size_t written = 0;
+    const int error = writeFully(stream->descriptor, stream->bufferStart, stream->buffer.data(), length, &written);
+    if (error != 0) {
+        stream->position = stream->bufferStart + static_cast<std::int64_t>(written);
+    }
+    return error;
+}
+
+int fileStream_write(FileStream* stream, const void* source, std::size_t length) noexcept {
+    dropReadAhead(stream);
+    if (stream->bufferLength + length > FILE_STREAM_BUFFER) {
+        const int error = fileStream_flush(stream);
+        if (error != 0) {
+            return error;
+        }
+    }
+    if (length > FILE_STREAM_BUFFER) {
+        std::size_t written = 0;
+        const int error = writeFully(stream->descriptor, stream->position, source, length, &written);
+        stream->position += static_cast<std::int64_t>(written);
+        return error;
+    }
+    if (length == 0) {
+        return 0;
+    }
+    if (!stream->gathering) {
+        stream->gathering = true;
+        stream->bufferStart = stream->position;
+        stream->bufferLength = 0;
+    }
+    std::memcpy(stream->buffer.data() + stream->bufferLength, source, length);
+    stream->bufferLength += length;
+    stream->position += static_cast<std::int64_t>(length);
+    return 0;
+}
+
+int fileStream_seek(FileStream* stream, std::int64_t position) noexcept {
+    const int error = fileStream_flush(stream);
+    if (error != 0) {
+        return error;
+    }
+    dropReadAhead(stream);
+    stream->position = position;
+    return 0;
+}
+
+int fileStream_readAt(FileStream* stream, std::int64_t offset, void* destination, std::size_t length,
+                      std::size_t* count) noexcept {
+    *count = 0;
+    const int error = fileStream_flush(stream);
+    return error != 0 ? error : readFully(stream->descriptor, offset, destination, length, count);
+}
+
+int fileStream_size(FileStream* stream, std::int64_t* size) noexcept {
+    const int error = fileStream_flush(stream);
+    return error != 0 ? error : repeatInterrupted([&] { return filePlatform().size(stream->descriptor, size); });
+}
+
+int fileStream_truncate(FileStream* stream, std::int64_t length) noexcept {
+    dropReadAhead(stream);
+    return repeatInterrupted([&] { return filePlatform().truncate(stream->descriptor, length); });
+}
+
+int fileStream_sync(FileStream* stream) noexcept {
+    return repeatInterrupted([&] { return filePlatform().sync(stream->descriptor); });
+}
+
+}  // namespace tabulo

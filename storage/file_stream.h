@@ -1,0 +1,53 @@
+// A buffered stream over one file, with positions of its own: the layer between a table file and the platform seam.
+//
+// One buffer of 4096 bytes serves reading or writing, never both at once. Writes of up to that size are gathered until
+// the next flush; larger ones go to the system at once, in one call. Reads fill the buffer; a read of its size or more
+// bypasses it. A seek writes out what was gathered and drops what was read, so bytes read after a seek are fresh; and
+// the end of the file is never remembered, so bytes appended meanwhile are seen.
+//
+// All operations return 0 or the system's error number. Interrupted and short transfers are repeated here.
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+
+#include "storage/file_platform.h"
+
+namespace tabulo {
+
+inline constexpr std::size_t FILE_STREAM_BUFFER = 4096;
+
+struct FileStream {
+    int descriptor = -1;           // -1 when closed
+    std::int64_t position = 0;     // of the next byte read or written
+    std::int64_t bufferStart = 0;  // file offset of the buffer's first byte
+    std::size_t bufferLength = 0;  // bytes gathered, or bytes read ahead
+    bool gathering = false;        // the buffer holds bytes to write
+    std::array<std::uint8_t, FILE_STREAM_BUFFER> buffer;
+};
+
+// Opens a file at position 0. For writing it takes the writer's lock, and only then, with `empty`, cuts the file.
+int fileStream_open(FileStream* stream, const char* path, FileAccess access, bool empty) noexcept;
+// Writes out what is gathered, unlocks and closes. The stream is closed afterwards whatever the result.
+int fileStream_close(FileStream* stream) noexcept;
+// Reads up to `length` bytes; fewer only at the end of the file, or with an error.
+int fileStream_read(FileStream* stream, void* destination, std::size_t length, std::size_t* count) noexcept;
+// Writes `length` bytes. On failure the position is behind the last byte that reached the file, and gathered bytes are
+// discarded.
+int fileStream_write(FileStream* stream, const void* source, std::size_t length) noexcept;
+// Hands gathered bytes to the system; failures as in fileStream_write.
+int fileStream_flush(FileStream* stream) noexcept;
+// Moves to an absolute position.
+int fileStream_seek(FileStream* stream, std::int64_t position) noexcept;
+// Reads at an absolute offset past the buffer and the position; gathered bytes are written out first.
+int fileStream_readAt(FileStream* stream, std::int64_t offset, void* destination, std::size_t length,
+                      std::size_t* count) noexcept;
+// The file's length as the system knows it; gathered bytes are written out first.
+int fileStream_size(FileStream* stream, std::int64_t* size) noexcept;
+// Cuts or extends the file; the position stays.
+int fileStream_truncate(FileStream* stream, std::int64_t length) noexcept;
+// Commits the file to the disk.
+int fileStream_sync(FileStream* stream) noexcept;
+
+}  // namespace tabulo

@@ -1,0 +1,359 @@
+#include "storage/table_file.h"
+
+#include <algorithm>
+#include <array>
+#include <cinttypes>
+#include <cstdio>
+#include <memory>
+#include <new>
+
+#include "core/log.h"
+#include "storage/table_file_internal.h"
+
+namespace tabulo {
+
+namespace {
+
+constexpr std::array<const char*, 3> streamModes = {"rb", "r+b", "w+b"};
+
+// Opens the stream in one mode without falling back to another.
+int stream_open(FileStream* stream, const char* path, std::int32_t mode, bool onlyNew) {
+    switch (mode) {
+        case TABLE_FILE_READ:
+            return fileStream_open(stream, path, FileAccess::read, false);
+        case TABLE_FILE_WRITE:
+            return fileStream_open(stream, path, FileAccess::readWrite, false);
+        default:
+            return fileStream_open(stream, path, onlyNew ? FileAccess::createNew : FileAccess::createOrOpen, !onlyNew);
+    }
+}
+
+void logOpening(const char* path, std::int32_t mode) {
+    log_debug("FileOpen", "opening file '%s' in mode %d (%s)\n", path, mode,
+              streamModes[static_cast<std::size_t>(mode)]);
+}
+
+// Reads and discards the bytes up to the virtual position, so that the stream's buffer survives a short move.
+ErrorCode discardToVirtualPosition(TableFile* file) {
+    std::array<std::uint8_t, FILE_STREAM_BUFFER> scratch;
+    const std::int64_t target = file->physicalPos + file->pendingOffset;
+    std::size_t count = 0;
+    const auto wanted = static_cast<std::size_t>(file->pendingOffset);
+    const int error = fileStream_read(&file->stream, scratch.data(), wanted, &count);
+    if (error != 0 || count != wanted) {
+        log_debug("FileRead", "fread in seek failed with code %d. Returning FILE_SEEK_ERROR\n", error);
+        file->physicalPos = file->stream.position;
+        file->pendingOffset = target - file->physicalPos;
+        return FILE_SEEK_ERROR;
+    }
+    file->physicalPos = target;
+    file->pendingOffset = 0;
+    return NO_ERROR;
+}
+
+bool withinCachedSize(const TableFile* file, std::int64_t length) {
+    return length <= file->size - (file->physicalPos + file->pendingOffset);
+}
+
+}  // namespace
+
+ErrorCode tableFile_check(const TableFile* file) noexcept {
+    if (file == nullptr) {
+        return NULL_POINTER_ERROR;
+    }
+    return file->stream.descriptor < 0 ? SYSTEM_FILE_ERROR : NO_ERROR;
+}
+
+void tableFile_resetPosition(TableFile* file) noexcept {
+    const std::int64_t virtualPos = file->physicalPos + file->pendingOffset;
+    file->physicalPos = file->stream.position;
+    file->pendingOffset = virtualPos - file->physicalPos;
+    tableFileRefreshSize(file, nullptr);
+}
+
+ErrorCode tableFileOpen(TableFile** file, const char* path, std::int32_t mode, bool* created) noexcept {
+    if (file == nullptr) {
+        return NULL_POINTER_ERROR;
+    }
+    *file = nullptr;
+    if (created != nullptr) {
+        *created = mode == TABLE_FILE_CREATE;
+    }
+    if (path == nullptr || mode < TABLE_FILE_READ || mode > TABLE_FILE_CREATE) {
+        return WRONG_PARAMETER_ERROR;
+    }
+    std::unique_ptr<TableFile> opened;
+    try {
+        opened = std::make_unique<TableFile>();
+        opened->path = path;
+    } catch (const std::bad_alloc&) {
+        return OUT_OF_MEMORY_ERROR;
+    }
+    opened->mode = mode;
+    logOpening(path, mode);
+    int error = stream_open(&opened->stream, path, mode, false);
+    if (mode == TABLE_FILE_WRITE && filePlatform_isMissing(error)) {
+        opened->mode = TABLE_FILE_CREATE;
+        logOpening(path, opened->mode);
+        error = stream_open(&opened->stream, path, opened->mode, true);
+    }
+    if (error == 0) {
+        error = fileStream_size(&opened->stream, &opened->size);
+        if (error != 0) {
+            fileStream_close(&opened->stream);
+        }
+    }
+    if (error != 0) {
+        log_warning("tableFileOpen", "fopen() failed: %s\n", filePlatform_errorText(error));
+        return FILE_OPEN_ERROR;
+    }
+    opened->directorySyncPending = opened->mode == TABLE_FILE_CREATE;
+    if (created != nullptr) {
+        *created = opened->mode == TABLE_FILE_CREATE;
+    }
+    log_debug("FileOpen", "returning OK (fd=%d)\n", opened->stream.descriptor);
+    *file = opened.release();
+    return NO_ERROR;
+}
+
+ErrorCode tableFileClose(TableFile* file) noexcept {
+    if (file == nullptr) {
+        return NULL_POINTER_ERROR;
+    }
+    log_debug("tableFileClose", "closing file (fd=%d)\n", file->stream.descriptor);
+    if (file->stream.descriptor >= 0) {
+        tableFile_syncBeforeClose(file);
+        const int error = fileStream_close(&file->stream);
+        if (error != 0) {
+            log_debug("tableFileClose", "fclose() failed: %s.\n", filePlatform_errorText(error));
+            return SYSTEM_FILE_ERROR;
+        }
+    }
+    delete file;
+    log_debug("tableFileClose", "returning OK\n");
+    return NO_ERROR;
+}
+
+ErrorCode tableFileRealSeek(TableFile* file, std::int64_t offset, std::int32_t whence) noexcept {
+    const ErrorCode checked = tableFile_check(file);
+    if (checked != NO_ERROR) {
+        return checked;
+    }
+    std::int64_t base = 0;
+    if (whence == SEEK_FROM_CURRENT) {
+        base = file->stream.position;
+    } else if (whence == SEEK_FROM_END) {
+        if (fileStream_size(&file->stream, &base) != 0) {
+            return FILE_SEEK_ERROR;
+        }
+    } else if (whence != SEEK_FROM_START) {
+        return WRONG_PARAMETER_ERROR;
+    }
+    std::int64_t target = 0;
+    if (__builtin_add_overflow(base, offset, &target) || target < 0) {
+        return FILE_SEEK_ERROR;
+    }
+    return fileStream_seek(&file->stream, target) == 0 ? NO_ERROR : FILE_SEEK_ERROR;
+}
+
+ErrorCode tableFileSeekSync(TableFile* file, bool force) noexcept {
+    if (file->pendingOffset == 0 && !force) {
+        return NO_ERROR;
+    }
+    if (file->mode == TABLE_FILE_READ && file->pendingOffset > 0 &&
+        file->pendingOffset < static_cast<std::int64_t>(FILE_STREAM_BUFFER)) {
+        return discardToVirtualPosition(file);
+    }
+    const ErrorCode code = tableFileRealSeek(file, file->pendingOffset, SEEK_FROM_CURRENT);
+    if (code != NO_ERROR) {
+        log_debug("tableFileSeekSync", "tableFileRealSeek() failed. Returning %d\n", FILE_SEEK_ERROR);
+        std::perror("tableFileRealSeek()");
+        tableFile_resetPosition(file);
+        return FILE_SEEK_ERROR;
+    }
+    file->physicalPos += file->pendingOffset;
+    file->pendingOffset = 0;
+    return NO_ERROR;
+}
+
+ErrorCode tableFileRead(TableFile* file, void* buffer, std::int64_t length, std::int64_t* bytesRead) noexcept {
+    if (bytesRead != nullptr) {
+        *bytesRead = 0;
+    }
+    ErrorCode code = tableFile_check(file);
+    if (code != NO_ERROR) {
+        return code;
+    }
+    if (length < 0) {
+        return WRONG_PARAMETER_ERROR;
+    }
+    code = tableFileSeekSync(file, file->lastOperation != TableFileOperation::read);
+    if (code != NO_ERROR) {
+        log_debug("tableFileRead", "syncing position failed\n");
+        return code;
+    }
+    file->lastOperation = TableFileOperation::read;
+    std::size_t count = 0;
+    const int error = fileStream_read(&file->stream, buffer, static_cast<std::size_t>(length), &count);
+    file->physicalPos += static_cast<std::int64_t>(count);
+    if (bytesRead != nullptr) {
+        *bytesRead = static_cast<std::int64_t>(count);
+    }
+    return error == 0 ? NO_ERROR : FILE_READ_ERROR;
+}
+
+ErrorCode tableFileReadExact(TableFile* file, void* buffer, std::int64_t length) noexcept {
+    const ErrorCode checked = tableFile_check(file);
+    if (checked != NO_ERROR) {
+        return checked;
+    }
+    if (length < 0) {
+        return WRONG_PARAMETER_ERROR;
+    }
+    const std::int64_t start = file->physicalPos + file->pendingOffset;
+    std::int64_t count = 0;
+    const ErrorCode code = tableFileRead(file, buffer, length, &count);
+    if (code != NO_ERROR || count != length) {
+        log_debug("FileRead",
+                  "fread %" PRId64 " bytes from pos %" PRId64 " failed: only %" PRId64
+                  " bytes read. Returning FILE_READ_ERROR.\n",
+                  length, start, count);
+        return FILE_READ_ERROR;
+    }
+    return NO_ERROR;
+}
+
+ErrorCode tableFileReadChecked(TableFile* file, void* buffer, std::int64_t length) noexcept {
+    const ErrorCode checked = tableFile_check(file);
+    if (checked != NO_ERROR) {
+        return checked;
+    }
+    if (length >= 0 && !withinCachedSize(file, length)) {
+        return FILE_SIZE_ERROR;
+    }
+    return tableFileReadExact(file, buffer, length);
+}
+
+ErrorCode tableFileReadBackward(TableFile* file, void* buffer, std::int64_t length) noexcept {
+    if (length < 0) {
+        const ErrorCode checked = tableFile_check(file);
+        return checked != NO_ERROR ? checked : WRONG_PARAMETER_ERROR;
+    }
+    ErrorCode code = tableFileSeekCur(file, -length);
+    if (code == NO_ERROR) {
+        code = tableFileReadExact(file, buffer, length);
+    }
+    return code == NO_ERROR ? tableFileSeekCur(file, -length) : code;
+}
+
+ErrorCode tableFileReadAt(TableFile* file, std::int64_t offset, void* buffer, std::int64_t length,
+                          std::int64_t* bytesRead) noexcept {
+    *bytesRead = 0;
+    const ErrorCode checked = tableFile_check(file);
+    if (checked != NO_ERROR) {
+        return checked;
+    }
+    if (length < 0 || offset < 0) {
+        return WRONG_PARAMETER_ERROR;
+    }
+    std::size_t count = 0;
+    const int error = fileStream_readAt(&file->stream, offset, buffer, static_cast<std::size_t>(length), &count);
+    *bytesRead = static_cast<std::int64_t>(count);
+    return error == 0 ? NO_ERROR : FILE_READ_ERROR;
+}
+
+ErrorCode tableFileSkip(TableFile* file, std::int64_t length) noexcept {
+    const ErrorCode checked = tableFile_check(file);
+    if (checked != NO_ERROR) {
+        return checked;
+    }
+    if (length < 0) {
+        return WRONG_PARAMETER_ERROR;
+    }
+    return withinCachedSize(file, length) ? tableFileSeekCur(file, length) : FILE_SIZE_ERROR;
+}
+
+ErrorCode tableFileWrite(TableFile* file, const void* buffer, std::int64_t length) noexcept {
+    ErrorCode code = tableFile_check(file);
+    if (code != NO_ERROR) {
+        return code;
+    }
+    if (file->mode == TABLE_FILE_READ) {
+        return READ_ONLY_ERROR;
+    }
+    if (length < 0) {
+        return WRONG_PARAMETER_ERROR;
+    }
+    code = tableFileSeekSync(file, file->lastOperation != TableFileOperation::write);
+    if (code != NO_ERROR) {
+        log_debug("tableFileWrite", "syncing position failed\n");
+        return code;
+    }
+    file->lastOperation = TableFileOperation::write;
+    if (fileStream_write(&file->stream, buffer, static_cast<std::size_t>(length)) != 0) {
+        file->physicalPos = file->stream.position;
+        return FILE_WRITE_ERROR;
+    }
+    file->physicalPos += length;
+    file->size = std::max(file->size, file->physicalPos);
+    return NO_ERROR;
+}
+
+ErrorCode tableFileGetSize(TableFile* file, std::int64_t* size) noexcept {
+    const ErrorCode checked = tableFile_check(file);
+    if (checked != NO_ERROR) {
+        return checked;
+    }
+    if (file->mode == TABLE_FILE_READ) {
+        return tableFileRefreshSize(file, size);
+    }
+    *size = file->size;
+    return NO_ERROR;
+}
+
+ErrorCode tableFileRefreshSize(TableFile* file, std::int64_t* size) noexcept {
+    const ErrorCode checked = tableFile_check(file);
+    if (checked != NO_ERROR) {
+        return checked;
+    }
+    std::int64_t current = 0;
+    if (fileStream_size(&file->stream, &current) != 0) {
+        return SYSTEM_FILE_ERROR;
+    }
+    file->size = current;
+    if (size != nullptr) {
+        *size = current;
+    }
+    return NO_ERROR;
+}
+
+std::int64_t tableFileCachedSize(const TableFile* file) noexcept {
+    return file == nullptr ? 0 : file->size;
+}
+
+std::int32_t tableFileGetMode(const TableFile* file) noexcept {
+    return file == nullptr ? -1 : file->mode;
+}
+
+ErrorCode tableFileFollowEnd(TableFile* file) noexcept {
+    const ErrorCode checked = tableFile_check(file);
+    if (checked != NO_ERROR || file->mode != TABLE_FILE_READ) {
+        return checked;
+    }
+    const std::int64_t before = file->physicalPos;
+    const ErrorCode code = tableFileRealSeek(file, 0, SEEK_FROM_END);
+    file->physicalPos = file->stream.position;
+    file->pendingOffset += before - file->physicalPos;
+    return code;
+}
+
+std::int64_t tableFileSetRangeStart(TableFile* file, std::int64_t start) noexcept {
+    if (file == nullptr) {
+        return 0;
+    }
+    const std::int64_t previous = file->rangeStart;
+    file->rangeStart = start;
+    return previous;
+}
+
+}  // namespace tabulo

@@ -1,0 +1,108 @@
+// One open file of a table: a buffered stream with a cached size and a virtual position.
+//
+// Seeks move the virtual position only and check it against [rangeStart, size]; the stream moves when the next read,
+// write or truncation needs it. On a read-only file a forward move below 4096 bytes is done by reading, so that the
+// stream's buffer survives, and a seek behind the known end asks the system for the size again: another process may be
+// appending. A file that is open for writing is locked against other writers, not against readers.
+//
+// One thread at a time uses a file. Every operation returns NULL_POINTER_ERROR for a null file and SYSTEM_FILE_ERROR
+// for a file whose close failed. Negative lengths give WRONG_PARAMETER_ERROR.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "core/error_codes.h"
+#include "storage/file_stream.h"
+
+namespace tabulo {
+
+inline constexpr std::int32_t TABLE_FILE_READ = 0;    // existing file, read-only, no lock
+inline constexpr std::int32_t TABLE_FILE_WRITE = 1;   // existing file for reading and writing, created when missing
+inline constexpr std::int32_t TABLE_FILE_CREATE = 2;  // created, or emptied, for reading and writing
+
+inline constexpr std::int32_t SEEK_FROM_START = 0;
+inline constexpr std::int32_t SEEK_FROM_CURRENT = 1;
+inline constexpr std::int32_t SEEK_FROM_END = 2;
+
+enum class TableFileOperation : std::int32_t { none = 0, write = 1, read = 2, truncate = 3 };
+
+struct TableFile {
+    FileStream stream;
+    std::int32_t mode = 0;           // as opened; a created file has TABLE_FILE_CREATE
+    std::int64_t rangeStart = 0;     // lowest allowed virtual position
+    std::int64_t size = 0;           // cached file length
+    std::int64_t physicalPos = 0;    // position of the stream as last set by this record
+    std::int64_t pendingOffset = 0;  // virtual position minus physicalPos
+    std::int32_t flushesCount = 0;   // flushes since the last physical sync
+    std::int64_t lastSyncTime = 0;   // seconds since the epoch
+    TableFileOperation lastOperation = TableFileOperation::none;
+    bool directorySyncPending = false;  // the file was created: its first physical sync commits its name too
+    std::string path;
+};
+
+// Opens a file in one of the three modes and sets *created (may be null) to whether it was created or emptied. The
+// caller owns the record until a tableFileClose succeeds. WRONG_PARAMETER_ERROR: null path or unknown mode.
+// OUT_OF_MEMORY_ERROR. FILE_OPEN_ERROR, with a WARNING: the system refuses, the path is a directory, or another process
+// writes the file. A file is created only where none exists (mode 1) and cut only under the lock (mode 2).
+ErrorCode tableFileOpen(TableFile** file, const char* path, std::int32_t mode, bool* created) noexcept;
+// Commits what the sync policy still owes, unlocks, closes and frees the record. SYSTEM_FILE_ERROR when the system
+// could not close or write out gathered bytes: the record stays, its stream is gone, and a second close frees it.
+ErrorCode tableFileClose(TableFile* file) noexcept;
+
+// Move the virtual position. VSEEK_ERROR outside [rangeStart, size] or beyond 64 bits, position unchanged;
+// WRONG_PARAMETER_ERROR for an unknown whence; SYSTEM_FILE_ERROR when the size cannot be asked.
+ErrorCode tableFileSeek(TableFile* file, std::int64_t offset, std::int32_t whence) noexcept;
+ErrorCode tableFileSeekSet(TableFile* file, std::int64_t offset) noexcept;
+ErrorCode tableFileSeekCur(TableFile* file, std::int64_t offset) noexcept;
+ErrorCode tableFileSeekEnd(TableFile* file, std::int64_t offset) noexcept;
+// The virtual position.
+ErrorCode tableFileTell(TableFile* file, std::int64_t* position) noexcept;
+
+// Reads up to `length` bytes at the virtual position; a short read at the file's end is no error. FILE_READ_ERROR when
+// the system refuses, FILE_SEEK_ERROR when the stream cannot be moved.
+ErrorCode tableFileRead(TableFile* file, void* buffer, std::int64_t length, std::int64_t* bytesRead) noexcept;
+// As tableFileRead, but fewer bytes than asked, for whatever reason, is FILE_READ_ERROR.
+ErrorCode tableFileReadExact(TableFile* file, void* buffer, std::int64_t length) noexcept;
+// FILE_SIZE_ERROR when fewer than `length` bytes lie before the cached size (nothing is read), else tableFileReadExact.
+ErrorCode tableFileReadChecked(TableFile* file, void* buffer, std::int64_t length) noexcept;
+// Reads the `length` bytes that end at the virtual position and leaves the position at their start.
+ErrorCode tableFileReadBackward(TableFile* file, void* buffer, std::int64_t length) noexcept;
+// Reads up to `length` bytes at an absolute offset in one call to the system. Neither position moves and no buffer is
+// used, so the bytes are those of this moment. A short read at the file's end is no error; FILE_READ_ERROR.
+ErrorCode tableFileReadAt(TableFile* file, std::int64_t offset, void* buffer, std::int64_t length,
+                          std::int64_t* bytesRead) noexcept;
+// FILE_SIZE_ERROR when fewer than `length` bytes lie before the cached size, else tableFileSeekCur.
+ErrorCode tableFileSkip(TableFile* file, std::int64_t length) noexcept;
+
+// Writes at the virtual position. READ_ONLY_ERROR on a read-only file. Up to 4096 bytes are gathered until the flush;
+// more go to the system at once: FILE_WRITE_ERROR when it refuses (physicalPos is then the stream's real position, size
+// unchanged). FILE_SEEK_ERROR when the stream cannot be moved.
+ErrorCode tableFileWrite(TableFile* file, const void* buffer, std::int64_t length) noexcept;
+// Hands gathered bytes to the system and, when the sync policy says so, commits the file to the disk. FILE_FLUSH_ERROR:
+// gathered bytes are lost, position and size are taken from the system again. The commit's own result is ignored.
+ErrorCode tableFileFlush(TableFile* file) noexcept;
+// Cuts (or extends) the file to newSize and moves a position beyond it there. READ_ONLY_ERROR; FILE_SEEK_ERROR,
+// FILE_FLUSH_ERROR and FILE_TRUNCATE_ERROR from its steps. A cut that fails with the position at the file's end is
+// reported as success on purpose: callers go by the size.
+ErrorCode tableFileTruncate(TableFile* file, std::int64_t newSize) noexcept;
+
+// The file's length: the cached size of a writable file, the system's answer for a read-only one.
+ErrorCode tableFileGetSize(TableFile* file, std::int64_t* size) noexcept;
+// Asks the system and caches the answer. SYSTEM_FILE_ERROR when it has none. `size` may be null.
+ErrorCode tableFileRefreshSize(TableFile* file, std::int64_t* size) noexcept;
+// The cached size, 0 for a null file; the mode, -1 for a null file.
+std::int64_t tableFileCachedSize(const TableFile* file) noexcept;
+std::int32_t tableFileGetMode(const TableFile* file) noexcept;
+// Read-only files: drops what the stream has read ahead, keeps the virtual position. The next read sees bytes that
+// another process has written since. FILE_SEEK_ERROR. Writable files: no effect.
+ErrorCode tableFileFollowEnd(TableFile* file) noexcept;
+// Sets the lowest allowed virtual position and returns the previous one; 0 for a null file.
+std::int64_t tableFileSetRangeStart(TableFile* file, std::int64_t start) noexcept;
+
+// The process-wide policy that decides when a flush also commits to the disk: off, or every syncIntervalSeconds, or
+// every 2 x syncFlushCount flushes of a file, or (both 0) at every flush. Off at load. Not guarded: set it before
+// tables are used.
+void tableFileSetSyncPolicy(bool doSyncToDisk, std::int32_t syncIntervalSeconds, std::int32_t syncFlushCount) noexcept;
+
+}  // namespace tabulo

@@ -1,0 +1,137 @@
+// Flushing with the sync policy, and cutting, of a table file.
+#include <cinttypes>
+
+#include "core/log.h"
+#include "storage/table_file.h"
+#include "storage/table_file_internal.h"
+
+namespace tabulo {
+
+namespace {
+
+struct SyncPolicy {
+    bool doSyncToDisk = false;
+    std::int32_t syncIntervalSeconds = 0;
+    std::int32_t syncFlushCount = 0;
+};
+
+SyncPolicy syncPolicy;
+
+// The flush count is doubled on purpose: hosts configure it in messages and count two flushes for each.
+bool isSyncDue(const TableFile* file, std::int64_t elapsed) {
+    const std::int64_t interval = syncPolicy.syncIntervalSeconds;
+    const std::int64_t flushes = 2 * std::int64_t{syncPolicy.syncFlushCount};
+    if (interval == 0 && flushes == 0) {
+        return true;
+    }
+    // A clock that was set back must not suspend syncing.
+    if (interval != 0 && (elapsed >= interval || elapsed < 0)) {
+        return true;
+    }
+    return flushes != 0 && file->flushesCount >= flushes;
+}
+
+void commitToDisk(TableFile* file) {
+    fileStream_sync(&file->stream);
+    if (file->directorySyncPending) {
+        filePlatform().syncDirectory(file->path.c_str());
+        file->directorySyncPending = false;
+    }
+}
+
+// Cuts the stream's file; the stream's position ends at `length` or stays where it was, whichever is lower.
+ErrorCode sys_ftruncate(FileStream* stream, std::int64_t length) {
+    if (stream->descriptor < 0) {
+        log_debug("sys_ftruncate", "getUnderlyingDescriptor() failed.\n");
+        return SYSTEM_FILE_ERROR;
+    }
+    if (fileStream_flush(stream) != 0) {
+        return FILE_FLUSH_ERROR;
+    }
+    const int error = fileStream_truncate(stream, length);
+    if (error != 0) {
+        log_debug("sys_ftruncate", "truncating failed. Windows error code: %d.\n", error);
+        return FILE_TRUNCATE_ERROR;
+    }
+    if (stream->position >= length) {
+        stream->position = length;
+    }
+    return NO_ERROR;
+}
+
+}  // namespace
+
+void tableFileSetSyncPolicy(bool doSyncToDisk, std::int32_t syncIntervalSeconds, std::int32_t syncFlushCount) noexcept {
+    syncPolicy = {doSyncToDisk, syncIntervalSeconds, syncFlushCount};
+}
+
+void tableFile_syncBeforeClose(TableFile* file) noexcept {
+    if (syncPolicy.doSyncToDisk && file->mode != TABLE_FILE_READ && file->flushesCount > 0) {
+        commitToDisk(file);
+    }
+}
+
+ErrorCode tableFileFlush(TableFile* file) noexcept {
+    const ErrorCode checked = tableFile_check(file);
+    if (checked != NO_ERROR) {
+        return checked;
+    }
+    ErrorCode result = NO_ERROR;
+    if (fileStream_flush(&file->stream) != 0) {
+        result = FILE_FLUSH_ERROR;
+        const bool moved = file->pendingOffset != 0;
+        tableFile_resetPosition(file);
+        if (!moved) {
+            file->pendingOffset = 0;
+        }
+    }
+    file->flushesCount += 1;
+    if (!syncPolicy.doSyncToDisk) {
+        return result;
+    }
+    const std::int64_t now = filePlatform().now();
+    const std::int64_t elapsed = now - file->lastSyncTime;
+    if (isSyncDue(file, elapsed)) {
+        commitToDisk(file);
+        log_debug("tableFileFlush", "physical sync performed: timeSinceFlush = %ld, flushesCount = %d\n",
+                  static_cast<long>(elapsed), file->flushesCount);
+        file->flushesCount = 0;
+        file->lastSyncTime = now;
+    }
+    return result;
+}
+
+ErrorCode tableFileTruncate(TableFile* file, std::int64_t newSize) noexcept {
+    ErrorCode code = tableFile_check(file);
+    if (code != NO_ERROR) {
+        return code;
+    }
+    if (file->mode == TABLE_FILE_READ) {
+        return READ_ONLY_ERROR;
+    }
+    if (newSize < 0) {
+        return WRONG_PARAMETER_ERROR;
+    }
+    if (file->physicalPos + file->pendingOffset >= newSize) {
+        tableFileSeekSet(file, newSize);
+    }
+    code = tableFileSeekSync(file, true);
+    if (code != NO_ERROR) {
+        return code;
+    }
+    const std::int64_t position = file->physicalPos;
+    file->lastOperation = TableFileOperation::truncate;
+    const ErrorCode cut = sys_ftruncate(&file->stream, newSize);
+    tableFileRefreshSize(file, nullptr);
+    if (cut != NO_ERROR && position < file->size) {
+        tableFileSeekSet(file, position);
+        code = tableFileSeekSync(file, true);
+        return code != NO_ERROR ? code : cut;
+    }
+    code = tableFileRefreshSize(file, nullptr);
+    log_debug("tableFileTruncate", "requested file size = %" PRId64 ", actual file size = %" PRId64 ".\n", newSize,
+              file->size);
+    return code;
+}
+
+}  // namespace tabulo
