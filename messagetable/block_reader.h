@@ -1,0 +1,60 @@
+// Reading one block: its place, whether it is closed, and its summary.
+//
+// Every length from the file is checked before it is used: a closed block's length B satisfies
+// 8 + footerSize + messagesPerBlock x smallest frame <= B <= what is there. Reads are absolute and fresh, so that a
+// writer in another process may append, close blocks and rewrite length words meanwhile.
+#pragma once
+
+#include <cstdint>
+
+#include "core/error_codes.h"
+#include "messagetable/frame_cursor.h"
+#include "messagetable/message_frames.h"
+
+namespace tabulo {
+
+// A block as the reader sees it; its ranges, filters and static indexes are in the frame reader's summary.
+struct BlockView {
+    std::int64_t start = 0;
+    bool closed = false;
+    std::int32_t messageCount = 0;  // messagesPerBlock, or the complete frames of an open block
+    std::int64_t frameBytes = 0;
+    // Why the scan of an open block ended before messagesPerBlock frames: NO_DATA_ERROR at the end of the data, or
+    // CONSISTENCY_ERROR at a frame that does not decode.
+    ErrorCode scanEnd = NO_ERROR;
+};
+
+// File offsets of a block's first frame, of the end of its frames, and of the block that follows.
+std::int64_t blockView_framesStart(const BlockView& block) noexcept;
+std::int64_t blockView_framesEnd(const BlockView& block) noexcept;
+std::int64_t blockView_next(const BlockView& block, const MessageFrames* mfr) noexcept;
+
+// True when a block of this length can stand where `available` bytes are.
+bool mfr_isBlockLength(const MessageFrames* mfr, std::uint64_t length, std::int64_t available) noexcept;
+
+// Reads the block at blockStart into the summary. NO_DATA_ERROR: fewer than 8 bytes stand there, or the block is open
+// and scanOpen is not set; with scanOpen its frames are scanned into the emptied summary (the static indexes go on from
+// what they are). HEADER_CORRUPTED_ERROR: an impossible length, or a footer that does not fit; CONSISTENCY_ERROR: an
+// unknown numeric type in a footer. FILE_READ_ERROR, SYSTEM_FILE_ERROR, OUT_OF_MEMORY_ERROR.
+ErrorCode mfr_readBlockFooter(MessageFrames* mfr, TableFile* file, std::int64_t blockStart, bool scanOpen,
+                              BlockView* block) noexcept;
+
+// Empties the summary (keeping the static indexes) and reads frames from framesStart on into it: at most
+// messagesPerBlock, none behind `end`. *scanEnd tells what stopped it, NO_ERROR when the block is full. The result is
+// NO_ERROR or a read or memory error.
+ErrorCode mfr_scanFrames(MessageFrames* mfr, TableFile* file, std::int64_t framesStart, std::int64_t end,
+                         ErrorCode* scanEnd) noexcept;
+
+// The start of the closed block that ends at blockEnd, told by its trailing length. HEADER_CORRUPTED_ERROR when that is
+// impossible, FILE_READ_ERROR.
+ErrorCode mfr_previousBlockStart(MessageFrames* mfr, TableFile* file, std::int64_t blockEnd,
+                                 std::int64_t* blockStart) noexcept;
+
+// Brings the static indexes to what they were at lastBlockEnd: those of the closed block that ends there, or the
+// initial ones at the header's end.
+ErrorCode mfr_loadPreviousFooter(MessageFrames* mfr, TableFile* file, std::int64_t lastBlockEnd) noexcept;
+// Reads the block at lastBlockEnd into the summary: by its footer when it turns out to be closed and all there, frame
+// by frame otherwise. Nothing there is an open block without messages. A read or memory error is returned.
+ErrorCode mfr_loadOpenBlock(MessageFrames* mfr, TableFile* file, std::int64_t lastBlockEnd, BlockView* block) noexcept;
+
+}  // namespace tabulo

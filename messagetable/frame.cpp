@@ -1,0 +1,189 @@
+#include "messagetable/frame.h"
+
+#include <algorithm>
+#include <cstring>
+#include <limits>
+
+namespace tabulo {
+
+namespace {
+
+// The bytes that a decoder may look at, and how far it has come.
+struct FrameBytes {
+    const std::uint8_t* data;
+    std::int64_t available;
+    std::int64_t position = 0;
+
+    bool has(std::int64_t count) const { return available - position >= count; }
+
+    template <typename T>
+    T take() {
+        T value;
+        std::memcpy(&value, data + position, sizeof(T));
+        position += static_cast<std::int64_t>(sizeof(T));
+        return value;
+    }
+};
+
+std::uint32_t decodeFixedPart(FrameBytes* bytes, MessageMetadata* metadata) {
+    const auto msgLen = bytes->take<std::uint32_t>();
+    metadata->uniformId = bytes->take<std::int32_t>();
+    metadata->seqNum = bytes->take<std::int32_t>();
+    metadata->prevSeqNum = bytes->take<std::int32_t>();
+    metadata->connMsgId = bytes->take<std::int32_t>();
+    metadata->timestamp = bytes->take<std::int64_t>();
+    std::memcpy(metadata->msgType.data(), bytes->data + bytes->position, MSG_TYPE_LENGTH);
+    metadata->msgType[MSG_TYPE_LENGTH] = '\0';
+    bytes->position += MSG_TYPE_LENGTH;
+    metadata->isPossDupFlag = bytes->take<std::uint8_t>();
+    metadata->isOutOfSequence = bytes->take<std::uint8_t>();
+    return msgLen;
+}
+
+ErrorCode decodeNumeric(FrameBytes* bytes, NumericValue* value) {
+    *value = NumericValue{};
+    if (!bytes->has(1)) {
+        return NO_DATA_ERROR;
+    }
+    const auto type = bytes->take<std::uint8_t>();
+    if (!numericValue_isType(type)) {
+        return CONSISTENCY_ERROR;
+    }
+    if (static_cast<NumericType>(type) == NumericType::absent) {
+        return NO_ERROR;
+    }
+    if (!bytes->has(NUMERIC_VALUE_BYTES)) {
+        return NO_DATA_ERROR;
+    }
+    value->type = static_cast<NumericType>(type);
+    value->longValue = bytes->take<std::int64_t>();
+    return NO_ERROR;
+}
+
+ErrorCode decodeString(FrameBytes* bytes, StringField* field) {
+    if (!bytes->has(STRING_LENGTH_SIZE)) {
+        return NO_DATA_ERROR;
+    }
+    const auto length = bytes->take<std::uint32_t>();
+    if (!bytes->has(length)) {
+        return NO_DATA_ERROR;
+    }
+    if (length > 0) {
+        *field = {reinterpret_cast<const char*>(bytes->data + bytes->position), static_cast<std::int32_t>(length)};
+        bytes->position += length;
+    }
+    return NO_ERROR;
+}
+
+ErrorCode decode(FrameBytes* bytes, MessageMetadata* metadata, StringField* stringFields, std::int32_t stringFieldCount,
+                 NumericValue* numericFields, std::int32_t numericFieldCount) {
+    if (!bytes->has(FRAME_FIXED_SIZE)) {
+        return NO_DATA_ERROR;
+    }
+    const std::uint32_t msgLen = decodeFixedPart(bytes, metadata);
+    std::fill_n(stringFields, stringFieldCount, StringField{});
+    for (std::int32_t i = 0; i < numericFieldCount; ++i) {
+        const ErrorCode code = decodeNumeric(bytes, &numericFields[i]);
+        if (code != NO_ERROR) {
+            return code;
+        }
+    }
+    for (std::int32_t i = 0; i < stringFieldCount; ++i) {
+        const ErrorCode code = decodeString(bytes, &stringFields[i]);
+        if (code != NO_ERROR) {
+            return code;
+        }
+    }
+    if (!bytes->has(FRAME_LENGTH_SIZE)) {
+        return NO_DATA_ERROR;
+    }
+    if (bytes->take<std::uint32_t>() != msgLen) {
+        return CONSISTENCY_ERROR;
+    }
+    return bytes->position == std::int64_t{msgLen} ? NO_ERROR : NO_DATA_ERROR;
+}
+
+}  // namespace
+
+std::int32_t mfr_minimumFrameSize(std::int32_t stringFieldCount, std::int32_t numericFieldCount) noexcept {
+    return FRAME_FIXED_SIZE + numericFieldCount + stringFieldCount * STRING_LENGTH_SIZE + FRAME_LENGTH_SIZE;
+}
+
+ErrorCode mfr_encodeMessage(const MessageMetadata* metadata, const StringField* stringFields,
+                            std::int32_t stringFieldCount, const NumericValue* numericFields,
+                            std::int32_t numericFieldCount, KSVByteStream* stream) noexcept {
+    std::int64_t length = FRAME_FIXED_SIZE + FRAME_LENGTH_SIZE;
+    for (std::int32_t i = 0; i < numericFieldCount; ++i) {
+        length += numericValue_frameSize(numericFields[i]);
+    }
+    for (std::int32_t i = 0; i < stringFieldCount; ++i) {
+        length += STRING_LENGTH_SIZE + stringFields[i].length;
+    }
+    if (length > std::numeric_limits<std::int32_t>::max()) {
+        stream->error = STREAM_EXTENSION_ERROR;
+        return STREAM_EXTENSION_ERROR;
+    }
+    std::array<char, MSG_TYPE_LENGTH> msgType{};
+    for (std::size_t i = 0; i < msgType.size() && metadata->msgType[i] != '\0'; ++i) {
+        msgType[i] = metadata->msgType[i];
+    }
+    byteStream_put(stream, static_cast<std::uint32_t>(length));
+    byteStream_put(stream, metadata->uniformId);
+    byteStream_put(stream, metadata->seqNum);
+    byteStream_put(stream, metadata->prevSeqNum);
+    byteStream_put(stream, metadata->connMsgId);
+    byteStream_put(stream, metadata->timestamp);
+    byteStream_putBytes(stream, msgType.data(), MSG_TYPE_LENGTH);
+    byteStream_put(stream, metadata->isPossDupFlag);
+    byteStream_put(stream, metadata->isOutOfSequence);
+    for (std::int32_t i = 0; i < numericFieldCount; ++i) {
+        numericValue_writeFrame(numericFields[i], stream);
+    }
+    for (std::int32_t i = 0; i < stringFieldCount; ++i) {
+        byteStream_put(stream, static_cast<std::uint32_t>(stringFields[i].length));
+        byteStream_putBytes(stream, stringFields[i].text, stringFields[i].length);
+    }
+    byteStream_put(stream, static_cast<std::uint32_t>(length));
+    return byteStream_error(stream);
+}
+
+ErrorCode mfr_decodeMessage(MessageMetadata* metadata, StringField* stringFields, std::int32_t stringFieldCount,
+                            NumericValue* numericFields, std::int32_t numericFieldCount,
+                            KSVByteStream* stream) noexcept {
+    FrameBytes bytes{byteStream_readPointer(stream), byteStream_unread(stream)};
+    const ErrorCode code = decode(&bytes, metadata, stringFields, stringFieldCount, numericFields, numericFieldCount);
+    if (code == NO_ERROR) {
+        byteStream_skip(stream, static_cast<std::int32_t>(bytes.position));
+    }
+    return code;
+}
+
+ErrorCode mfr_decodeMessageBackward(MessageMetadata* metadata, StringField* stringFields, std::int32_t stringFieldCount,
+                                    NumericValue* numericFields, std::int32_t numericFieldCount,
+                                    KSVByteStream* stream) noexcept {
+    const std::int32_t end = byteStream_readMark(stream);
+    if (end < FRAME_LENGTH_SIZE) {
+        return NO_DATA_ERROR;
+    }
+    std::uint32_t msgLen2 = 0;
+    std::memcpy(&msgLen2, byteStream_buffer(stream) + end - FRAME_LENGTH_SIZE, sizeof(msgLen2));
+    if (msgLen2 == 0) {
+        return CONSISTENCY_ERROR;
+    }
+    if (msgLen2 > static_cast<std::uint32_t>(end)) {
+        return NO_DATA_ERROR;
+    }
+    const std::int32_t start = end - static_cast<std::int32_t>(msgLen2);
+    FrameBytes bytes{byteStream_buffer(stream) + start, byteStream_writeMark(stream) - start};
+    const ErrorCode code = decode(&bytes, metadata, stringFields, stringFieldCount, numericFields, numericFieldCount);
+    if (code != NO_ERROR) {
+        return code;
+    }
+    if (bytes.position != end - start) {
+        return CONSISTENCY_ERROR;
+    }
+    byteStream_resetRead(stream, BYTE_STREAM_FORWARD, start);
+    return NO_ERROR;
+}
+
+}  // namespace tabulo

@@ -1,0 +1,68 @@
+// One stored message.
+//
+//   offset  width  field (machine byte order, no padding)
+//        0      4  msgLen: uint32, whole frame from this field to the end of msgLen2
+//        4      4  uniformId
+//        8      4  seqNum
+//       12      4  prevSeqNum
+//       16      4  connMsgId
+//       20      8  timestamp
+//       28      5  msgType: the first five bytes, NUL-padded
+//       33      1  isPossDupFlag
+//       34      1  isOutOfSequence
+//       35    var  numeric fields, numericFieldCount of them (numeric_value.h)
+//      var    var  string fields, stringFieldCount of them: uint32 sdLen and sdLen bytes; sdLen 0 is an absent field
+//    end-4      4  msgLen2: the same value as msgLen
+//
+// A frame is complete when all of it is there and both lengths agree with its size. A reader decodes it field by field
+// and never beyond what is there: data that runs out is NO_DATA_ERROR (no complete message stands there, or not yet),
+// lengths that disagree are CONSISTENCY_ERROR. The trailing length lets a block be walked backward.
+#pragma once
+
+#include <array>
+#include <cstdint>
+
+#include "core/byte_stream.h"
+#include "core/error_codes.h"
+#include "messagetable/message_metadata.h"
+#include "messagetable/numeric_value.h"
+#include "messagetable/string_field.h"
+#include "storage/table_config.h"
+
+namespace tabulo {
+
+inline constexpr std::int32_t FRAME_FIXED_SIZE = 35;
+inline constexpr std::int32_t FRAME_LENGTH_SIZE = 4;
+inline constexpr std::int32_t STRING_LENGTH_SIZE = 4;
+
+// A message with all its fields, as a reader hands it on. Texts point into the buffer it was decoded from.
+struct DecodedMessage {
+    MessageMetadata metadata;
+    std::array<StringField, MAX_STRING_FIELDS> stringFields{};
+    std::array<NumericValue, MAX_NUMERIC_FIELDS> numericFields{};
+    std::int32_t frameLength = 0;
+};
+
+// The smallest frame of a layout: all fields absent. 55 bytes for four string fields and no numeric one.
+std::int32_t mfr_minimumFrameSize(std::int32_t stringFieldCount, std::int32_t numericFieldCount) noexcept;
+
+// Appends one frame. The result is the stream's error: STREAM_EXTENSION_ERROR when it cannot hold the frame, which is
+// also the answer to a frame beyond 2^31 - 1 bytes. Fields are taken as they are (mt_writeMessage checks them).
+ErrorCode mfr_encodeMessage(const MessageMetadata* metadata, const StringField* stringFields,
+                            std::int32_t stringFieldCount, const NumericValue* numericFields,
+                            std::int32_t numericFieldCount, KSVByteStream* stream) noexcept;
+
+// Decodes the frame at the read mark of a forward stream and leaves the mark behind it; texts point into the stream's
+// buffer. NO_DATA_ERROR; CONSISTENCY_ERROR also for an unknown numeric type. On failure the mark stays.
+ErrorCode mfr_decodeMessage(MessageMetadata* metadata, StringField* stringFields, std::int32_t stringFieldCount,
+                            NumericValue* numericFields, std::int32_t numericFieldCount,
+                            KSVByteStream* stream) noexcept;
+
+// Decodes the frame that ends at the read mark of a forward stream and leaves the mark at its start, so that repeated
+// calls walk backward. NO_DATA_ERROR also for a trailing length that reaches before the stream's beginning;
+// CONSISTENCY_ERROR also for a frame that does not end at the mark. On failure the mark stays.
+ErrorCode mfr_decodeMessageBackward(MessageMetadata* metadata, StringField* stringFields, std::int32_t stringFieldCount,
+                                    NumericValue* numericFields, std::int32_t numericFieldCount,
+                                    KSVByteStream* stream) noexcept;
+
+}  // namespace tabulo

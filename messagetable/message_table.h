@@ -1,0 +1,80 @@
+// A message table: an append-only log of FIX messages in one file (or one file per replica).
+//
+// Created (mt_create) -> open (mt_open) -> messages written -> closed (mt_close saves the header's tail) -> destroyed,
+// which releases the file and its lock. One thread at a time uses a table; a writer and any number of readers in other
+// processes may have the same file open. A table opened read-only follows the file: every lookup refreshes its view.
+//
+// mt_readMessages and the lookups are in message_lookup.h and message_read.h.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+
+#include "core/error_codes.h"
+#include "messagetable/header_tail.h"
+#include "messagetable/message_frames.h"
+#include "messagetable/table_header.h"
+#include "storage/table_storage.h"
+
+namespace tabulo {
+
+struct TableStorageDeleter {
+    void operator()(TableStorage* storage) const noexcept { tableStorage_destroy(storage); }
+};
+
+struct MessageTable {
+    std::unique_ptr<TableStorage, TableStorageDeleter> storage;
+    HeaderTailPtr tail;         // made when a file is opened
+    MessageFramesPtr frames;    // the frame writer; a read-only table keeps its view of the open block in it
+    MessageTableHeader header;  // layout and names of the configuration
+    BlockInfo blockInfo;
+    DataInfo dataInfo;
+    mthStaticIndexes staticIndexes;  // what is saved and what lookups answer
+    bool opened = false;             // the last open succeeded
+    // What a read-only table has seen of its file, so that an unchanged one is not read again.
+    bool viewLoaded = false;
+    std::int64_t viewSize = 0;
+    std::uint64_t viewLastBlockEnd = 0;
+};
+
+// A table without files, owned by the caller. The configuration is the table's in every case. Null for a null
+// configuration, an impossible layout, or when memory is short.
+MessageTable* mt_create(KSVTboTableConfig* config) noexcept;
+// Closes what is open, without saving the tail, and frees everything; null is accepted.
+void mt_destroy(MessageTable* table) noexcept;
+
+// Opens the files in a mode of tableFileOpen; an open table is closed first. NULL_POINTER_ERROR; the codes of
+// tableStorage_init and of the section's checks: TABLE_TYPE_ERROR, HEADER_CORRUPTED_ERROR, CONFIG_MISMATCH_ERROR, the
+// count and name mismatches (codes 34 to 37); STREAM_NOT_ENOUGH_DATA_ERROR for a read-only file whose section is cut.
+// A file that was not closed cleanly is recovered when it is opened for writing.
+ErrorCode mt_open(MessageTable* table, std::int32_t mode) noexcept;
+// Saves the header's tail of a table that is open for writing; nothing otherwise. The files stay open.
+// NULL_POINTER_ERROR; the codes of tv_saveData.
+ErrorCode mt_close(MessageTable* table) noexcept;
+// Empties the table: cuts its files to their headers and creates them anew. NULL_POINTER_ERROR; READ_ONLY_ERROR;
+// MASTER_INACTIVE_ERROR without an active file; the codes of mt_truncateStorage and mt_open. When the files cannot be
+// created again the table is left closed.
+ErrorCode mt_drop(MessageTable* table) noexcept;
+// Cuts the files back to their headers. NULL_POINTER_ERROR, the codes of tableFileTruncate.
+ErrorCode mt_truncateStorage(MessageTable* table) noexcept;
+
+// Appends one message. Field counts must be the layout's; a field of length 0 is absent, its text may be null.
+// NULL_POINTER_ERROR: table, metadata, a needed field array, or a text with a length;
+// STRING_FIELDS_COUNT_MISMATCH_ERROR, NUMERIC_FIELDS_COUNT_MISMATCH_ERROR; READ_ONLY_ERROR; WRONG_PARAMETER_ERROR: a
+// negative length, an unknown numeric type; the codes of mfr_writeMessage. After these nothing has changed. When the
+// message fills a block and saving the header's tail fails, that code is returned although the message is stored: it
+// must not be sent to the table again.
+ErrorCode mt_writeMessage(MessageTable* table, const MessageMetadata* metadata, const StringField* stringFields,
+                          std::int32_t stringFieldCount, const NumericValue* numericFields,
+                          std::int32_t numericFieldCount) noexcept;
+// Appends a message given as one encoded frame; bytes behind the frame are ignored. NULL_POINTER_ERROR;
+// STREAM_WRITE_RESET_ERROR for a negative length; NO_DATA_ERROR for a cut frame; CONSISTENCY_ERROR for lengths that
+// disagree or an unknown numeric type; then as mt_writeMessage.
+ErrorCode mt_writeRawMessage(MessageTable* table, const void* buffer, std::int32_t length) noexcept;
+
+// The offset at which the open block begins: lastBlockEnd, or the header's end for a table without closed blocks.
+std::int64_t mt_openBlockStart(const MessageTable* table) noexcept;
+// lastBlockEnd as stored, with 0 and impossible values below the header's end read as the header's end.
+std::uint64_t mt_effectiveBlockEnd(const MessageTable* table, std::uint64_t stored) noexcept;
+
+}  // namespace tabulo

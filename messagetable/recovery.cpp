@@ -1,0 +1,303 @@
+#include "messagetable/recovery.h"
+
+#include <algorithm>
+#include <cinttypes>
+#include <cstring>
+#include <limits>
+#include <new>
+
+#include "core/log.h"
+#include "messagetable/block_reader.h"
+#include "messagetable/header_section.h"
+#include "messagetable/message_table.h"
+#include "messagetable/torn_tail.h"
+#include "storage/byte_stream_file.h"
+#include "storage/salvage.h"
+
+namespace tabulo {
+
+namespace {
+
+struct Recovery {
+    MessageTable* table = nullptr;
+    TableFile* file = nullptr;
+    MessageFramesPtr frames;  // scratch
+    ByteStreamPtr header;     // the file's beginning, or the header rebuilt from the configuration
+    bool headerRebuilt = false;
+    std::int64_t headerEnd = 0;
+    std::int64_t position = 0;  // start of the block at hand
+
+    std::int64_t fileSize() const { return tableFileCachedSize(file); }
+    const MessageTableLayout& layout() const { return table->header.layout; }
+};
+
+ErrorCode save(const Recovery& recovery, std::int64_t offset, std::int64_t length) {
+    std::string savedPath;
+    const ErrorCode code = salvage_save(recovery.file, offset, length, &savedPath);
+    if (code == NO_ERROR) {
+        log_warning("mtX_recover", "%" PRId64 " bytes at offset %" PRId64 " of %s are damaged; they were saved to %s\n",
+                    length, offset, recovery.file->path.c_str(), savedPath.c_str());
+    }
+    return code;
+}
+
+ErrorCode writeAt(TableFile* file, std::int64_t offset, const void* bytes, std::int64_t length) {
+    ErrorCode code = tableFileSeekSet(file, offset);
+    if (code == NO_ERROR) {
+        code = tableFileWrite(file, bytes, length);
+    }
+    return code == NO_ERROR ? tableFileFlush(file) : code;
+}
+
+// Saves what stands at `offset` before `bytes` overwrite it, unless it is the same, the beginning of the same, or what
+// a crash can leave there.
+ErrorCode saveOverwritten(const Recovery& recovery, std::int64_t offset, const std::uint8_t* bytes,
+                          std::int64_t length) {
+    const ByteStreamPtr present(byteStream_create(0));
+    if (present == nullptr) {
+        return OUT_OF_MEMORY_ERROR;
+    }
+    ErrorCode code = byteStream_readFromFileAt(present.get(), recovery.file, offset, static_cast<std::int32_t>(length));
+    if (code != NO_ERROR) {
+        return code;
+    }
+    const std::int32_t there = byteStream_unread(present.get());
+    if (std::memcmp(byteStream_buffer(present.get()), bytes, static_cast<std::size_t>(there)) == 0) {
+        return NO_ERROR;
+    }
+    bool empty = false;
+    code = tornTail_isEmpty(recovery.file, offset, offset + there, &empty);
+    return code == NO_ERROR && !empty ? save(recovery, offset, there) : code;
+}
+
+// Replaces a block's leading length word; a 0 and the right word are what a crash can have left.
+ErrorCode replaceLengthWord(const Recovery& recovery, std::uint64_t length) {
+    std::uint8_t bytes[BLOCK_LENGTH_SIZE];
+    std::memcpy(bytes, &length, sizeof(bytes));
+    const ErrorCode code = saveOverwritten(recovery, recovery.position, bytes, BLOCK_LENGTH_SIZE);
+    return code == NO_ERROR ? writeAt(recovery.file, recovery.position, bytes, BLOCK_LENGTH_SIZE) : code;
+}
+
+void addMessages(DataInfo* info, std::int32_t count) {
+    const std::int64_t sum = std::int64_t{info->messageCount} + count;
+    info->messageCount =
+        static_cast<std::int32_t>(std::min<std::int64_t>(sum, std::numeric_limits<std::int32_t>::max()));
+}
+
+// The section is cut: builds a new one from the configuration behind the generic header, which gets its size.
+ErrorCode rebuildHeader(Recovery* recovery) {
+    TableStorage* storage = recovery->table->storage.get();
+    KSVByteStream* stream = recovery->header.get();
+    const std::int32_t start = storage->specificHeaderOffset;
+    TableGenericHeader generic;
+    byteStream_clearError(stream);
+    byteStream_rewind(stream, BYTE_STREAM_FORWARD);
+    ErrorCode code = tsgh_read(&generic, stream);
+    if (code != NO_ERROR) {
+        return code;
+    }
+    byteStream_resetWrite(stream, start);
+    code = mtX_writeHeader(recovery->table, stream);
+    if (code != NO_ERROR) {
+        return code;
+    }
+    const std::int32_t end = byteStream_writeMark(stream);
+    generic.headerSize = end;
+    byteStream_resetWrite(stream, 0);
+    tsgh_write(&generic, stream);
+    byteStream_resetWrite(stream, end);
+    recovery->headerRebuilt = true;
+    recovery->headerEnd = end;
+    storage->headerSize = end;
+    return saveOverwritten(*recovery, start, byteStream_buffer(stream) + start, end - start);
+}
+
+// Reads the header, or builds a new one when the section is cut.
+ErrorCode loadHeader(Recovery* recovery) {
+    MessageTable* table = recovery->table;
+    KSVByteStream* stream = recovery->header.get();
+    const std::int32_t start = table->storage->specificHeaderOffset;
+    const auto length = static_cast<std::int32_t>(std::min<std::int64_t>(recovery->fileSize(), MAX_HEADER_SIZE));
+    const ErrorCode code = byteStream_readFromFileAt(stream, recovery->file, 0, length);
+    if (code != NO_ERROR) {
+        return code;
+    }
+    MessageTableHeader stored;
+    BlockInfo blockInfo;
+    DataInfo dataInfo;
+    mthStaticIndexes indexes;
+    if (byteStream_resetRead(stream, BYTE_STREAM_FORWARD, start + TYPE_RECORD_SIZE) == 0 &&
+        mtLayout_read(&stored, stream, false) == NO_ERROR &&
+        headerTail_parse(stream, &blockInfo, &dataInfo, &indexes) == NO_ERROR) {
+        recovery->headerEnd = byteStream_readMark(stream);
+        // Frames of another layout cannot be told from damage.
+        const bool same = stored.layout == recovery->layout() && recovery->headerEnd == table->storage->headerSize;
+        return same ? NO_ERROR : HEADER_CORRUPTED_ERROR;
+    }
+    return rebuildHeader(recovery);
+}
+
+// The frames of a full block are all there: writes the footer that was never written, and the block's length.
+ErrorCode closeBlock(Recovery* recovery) {
+    MessageFrames* frames = recovery->frames.get();
+    MessageTable* table = recovery->table;
+    KSVByteStream* footer = frames->stream.get();
+    const std::uint64_t length = mfr_closedBlockLength(frames);
+    const std::int64_t next = recovery->position + static_cast<std::int64_t>(length);
+    byteStream_clear(footer);
+    blockSummary_writeFooter(&frames->summary, frames->layout, footer);
+    byteStream_put(footer, length);
+    ErrorCode code = byteStream_error(footer);
+    if (code == NO_ERROR) {
+        code = saveOverwritten(*recovery, next - frames->footerSize, byteStream_buffer(footer), frames->footerSize);
+    }
+    if (code == NO_ERROR) {
+        code = writeAt(recovery->file, next - frames->footerSize, byteStream_buffer(footer), frames->footerSize);
+    }
+    if (code == NO_ERROR) {
+        code = replaceLengthWord(*recovery, length);
+    }
+    if (code != NO_ERROR) {
+        return code;
+    }
+    addMessages(&table->dataInfo, frames->layout.messagesPerBlock);
+    table->staticIndexes = frames->summary.staticIndexes;
+    recovery->position = next;
+    return NO_ERROR;
+}
+
+// Saves what stands behind the last complete frame, unless a crash can have left it there.
+ErrorCode saveTail(const Recovery& recovery, std::int64_t dataEnd, bool hasMessages) {
+    const std::int64_t size = recovery.fileSize();
+    bool torn = false;
+    ErrorCode code = NO_ERROR;
+    if (hasMessages || size - dataEnd < BLOCK_LENGTH_SIZE) {
+        code = tornTail_check(recovery.file, recovery.layout(), dataEnd, size, &torn);
+    } else {
+        // The block's first frame was being appended, behind the block's length word.
+        std::uint64_t word = 0;
+        std::int64_t count = 0;
+        code = tableFileReadAt(recovery.file, dataEnd, &word, BLOCK_LENGTH_SIZE, &count);
+        if (code == NO_ERROR && word == 0) {
+            code = tornTail_check(recovery.file, recovery.layout(), dataEnd + BLOCK_LENGTH_SIZE, size, &torn);
+        }
+    }
+    return code == NO_ERROR && !torn ? save(recovery, dataEnd, size - dataEnd) : code;
+}
+
+// The block at hand is the open one: the walk ends here.
+ErrorCode endAtOpenBlock(Recovery* recovery) {
+    MessageTable* table = recovery->table;
+    const BlockSummary& summary = recovery->frames->summary;
+    const bool hasMessages = summary.messageCount > 0;
+    std::int64_t dataEnd = recovery->position;
+    if (hasMessages) {
+        dataEnd += BLOCK_LENGTH_SIZE + static_cast<std::int64_t>(summary.frameBytes);
+        addMessages(&table->dataInfo, summary.messageCount);
+        table->staticIndexes = summary.staticIndexes;
+    }
+    table->blockInfo.lastBlockEnd = static_cast<std::uint64_t>(recovery->position);
+    table->dataInfo.dataEnd = static_cast<std::uint64_t>(dataEnd);
+    ErrorCode code = dataEnd < recovery->fileSize() ? saveTail(*recovery, dataEnd, hasMessages) : NO_ERROR;
+    return code == NO_ERROR && hasMessages ? replaceLengthWord(*recovery, 0) : code;
+}
+
+ErrorCode walkBlocks(Recovery* recovery) {
+    MessageTable* table = recovery->table;
+    MessageFrames* frames = recovery->frames.get();
+    for (;;) {
+        mfr_reset(frames, true);
+        BlockView block;
+        ErrorCode code = mfr_readBlockFooter(frames, recovery->file, recovery->position, false, &block);
+        if (code == NO_ERROR) {
+            addMessages(&table->dataInfo, block.messageCount);
+            table->staticIndexes = frames->summary.staticIndexes;
+            recovery->position = blockView_next(block, frames);
+            continue;
+        }
+        if (code != NO_DATA_ERROR && code != HEADER_CORRUPTED_ERROR && code != CONSISTENCY_ERROR) {
+            return code;
+        }
+        frames->summary.staticIndexes = table->staticIndexes;
+        ErrorCode scanEnd = NO_ERROR;
+        code = mfr_scanFrames(frames, recovery->file, recovery->position + BLOCK_LENGTH_SIZE, recovery->fileSize(),
+                              &scanEnd);
+        if (code != NO_ERROR) {
+            return code;
+        }
+        if (frames->summary.messageCount < frames->layout.messagesPerBlock) {
+            return endAtOpenBlock(recovery);
+        }
+        code = closeBlock(recovery);
+        if (code != NO_ERROR) {
+            return code;
+        }
+    }
+}
+
+// Writes the rebuilt records (and what stands before them, when that was rebuilt too), then cuts the file.
+ErrorCode writeHeaderAndCut(Recovery* recovery) {
+    MessageTable* table = recovery->table;
+    KSVByteStream* stream = recovery->header.get();
+    const auto end = static_cast<std::int32_t>(recovery->headerEnd);
+    byteStream_resetWrite(stream, end - HEADER_TAIL_SIZE);
+    blockInfo_write(&table->blockInfo, stream);
+    dataInfo_write(&table->dataInfo, stream);
+    ErrorCode code = mthStaticIndexes_write(&table->staticIndexes, stream);
+    if (code != NO_ERROR) {
+        return code;
+    }
+    const std::int32_t start = recovery->headerRebuilt ? 0 : table->storage->specificHeaderOffset;
+    code = writeAt(recovery->file, start, byteStream_buffer(stream) + start, end - start);
+    if (code != NO_ERROR) {
+        return code;
+    }
+    const auto dataEnd = static_cast<std::int64_t>(table->dataInfo.dataEnd);
+    code = tableFileTruncate(recovery->file, dataEnd);
+    // A cut may fail and say otherwise; the size does not.
+    return code == NO_ERROR && recovery->fileSize() != dataEnd ? FILE_TRUNCATE_ERROR : code;
+}
+
+ErrorCode loadRecovered(Recovery* recovery) {
+    KSVByteStream* stream = recovery->header.get();
+    const auto length = static_cast<std::int32_t>(std::min<std::int64_t>(recovery->fileSize(), MAX_HEADER_SIZE));
+    const ErrorCode code = byteStream_readFromFileAt(stream, recovery->file, 0, length);
+    return code == NO_ERROR
+               ? mtX_load(recovery->table, recovery->file, stream, recovery->table->storage->specificHeaderOffset)
+               : code;
+}
+
+}  // namespace
+
+ErrorCode mtX_recover(MessageTable* table, TableFile* file) noexcept {
+    std::int64_t size = 0;
+    ErrorCode code = tableFileRefreshSize(file, &size);
+    if (code != NO_ERROR) {
+        return code;
+    }
+    if (size - table->storage->specificHeaderOffset <= 0) {
+        return FILE_SIZE_ERROR;
+    }
+    Recovery recovery;
+    recovery.table = table;
+    recovery.file = file;
+    recovery.header.reset(byteStream_create(MAX_HEADER_SIZE));
+    recovery.frames.reset(mfr_create(table->storage.get(), &table->header.layout));
+    if (recovery.header == nullptr || recovery.frames == nullptr) {
+        return OUT_OF_MEMORY_ERROR;
+    }
+    mfr_resetAll(recovery.frames.get());
+    code = loadHeader(&recovery);
+    if (code != NO_ERROR) {
+        return code;
+    }
+    mtX_resetState(table);
+    recovery.position = recovery.headerEnd;
+    code = walkBlocks(&recovery);
+    if (code == NO_ERROR) {
+        code = writeHeaderAndCut(&recovery);
+    }
+    return code == NO_ERROR ? loadRecovered(&recovery) : code;
+}
+
+}  // namespace tabulo
