@@ -1,0 +1,97 @@
+#include "jni/jni_arrays.h"
+
+#include <algorithm>
+#include <new>
+
+#include "jni/jni_exception.h"
+
+namespace tabulo {
+
+namespace {
+
+template <typename Native, typename Array, typename Element>
+std::unique_ptr<Native[]> copyElements(JNIEnv* env, Array array, std::int32_t* count,
+                                       Element* (JNIEnv::*getElements)(Array, jboolean*),
+                                       void (JNIEnv::*releaseElements)(Array, Element*, jint)) {
+    if (array == nullptr) {
+        return nullptr;
+    }
+    const std::int32_t length = env->GetArrayLength(array);
+    const std::int32_t wanted = *count < 0 ? length : *count;
+    if (wanted > length) {
+        return nullptr;
+    }
+    std::unique_ptr<Native[]> copy(new (std::nothrow) Native[static_cast<std::size_t>(wanted)]);
+    if (copy == nullptr) {
+        return nullptr;
+    }
+    Element* elements = (env->*getElements)(array, nullptr);
+    if (elements == nullptr) {
+        return nullptr;
+    }
+    std::copy_n(elements, wanted, copy.get());
+    (env->*releaseElements)(array, elements, JNI_ABORT);
+    *count = wanted;
+    return copy;
+}
+
+}  // namespace
+
+std::unique_ptr<std::int32_t[]> intArrayToNative(JNIEnv* env, jintArray array, std::int32_t* count) noexcept {
+    return copyElements<std::int32_t>(env, array, count, &JNIEnv::GetIntArrayElements,
+                                      &JNIEnv::ReleaseIntArrayElements);
+}
+
+std::unique_ptr<std::int64_t[]> longArrayToNative(JNIEnv* env, jlongArray array, std::int32_t* count) noexcept {
+    return copyElements<std::int64_t>(env, array, count, &JNIEnv::GetLongArrayElements,
+                                      &JNIEnv::ReleaseLongArrayElements);
+}
+
+std::unique_ptr<double[]> doubleArrayToNative(JNIEnv* env, jdoubleArray array, std::int32_t* count) noexcept {
+    return copyElements<double>(env, array, count, &JNIEnv::GetDoubleArrayElements,
+                                &JNIEnv::ReleaseDoubleArrayElements);
+}
+
+jlongArray nativeToLongArray(JNIEnv* env, const void* source, std::int32_t count,
+                             std::int64_t (*getter)(const void* source, std::int32_t index)) noexcept {
+    if (count < 0) {
+        return nullptr;
+    }
+    jlongArray made = env->NewLongArray(count);
+    if (made == nullptr || source == nullptr || count == 0) {
+        return made;
+    }
+    jlong* elements = env->GetLongArrayElements(made, nullptr);
+    if (elements == nullptr) {
+        env->DeleteLocalRef(made);
+        return nullptr;
+    }
+    for (std::int32_t i = 0; i < count; ++i) {
+        elements[i] = getter(source, i);
+    }
+    // Committing copies back and keeps the buffer: it is given back by a second, aborting release.
+    env->ReleaseLongArrayElements(made, elements, JNI_COMMIT);
+    env->ReleaseLongArrayElements(made, elements, JNI_ABORT);
+    return made;
+}
+
+ErrorCode setLongArrayRegion(JNIEnv* env, jlongArray array, std::int32_t count, const std::int64_t* values) noexcept {
+    if (array == nullptr) {
+        return NULL_POINTER_ERROR;
+    }
+    if (!isArrayRange(env, array, 0, count)) {
+        return JNI_ERROR;
+    }
+    static_assert(sizeof(jlong) == sizeof(std::int64_t));
+    env->SetLongArrayRegion(array, 0, count, reinterpret_cast<const jlong*>(values));
+    return checkJavaException(env);
+}
+
+bool isArrayRange(JNIEnv* env, jarray array, std::int32_t offset, std::int32_t length) noexcept {
+    if (array == nullptr) {
+        return true;
+    }
+    return offset >= 0 && length >= 0 && std::int64_t{offset} + length <= env->GetArrayLength(array);
+}
+
+}  // namespace tabulo

@@ -1,0 +1,31 @@
+// Java arrays of numbers to native copies and back.
+#pragma once
+
+#include <jni.h>
+
+#include <cstdint>
+#include <memory>
+
+#include "core/error_codes.h"
+
+namespace tabulo {
+
+// A copy of the first *count elements; a negative *count takes the whole array. *count becomes the number copied. Null,
+// *count unchanged, for a null array, one shorter than *count, or when elements or memory cannot be had.
+std::unique_ptr<std::int32_t[]> intArrayToNative(JNIEnv* env, jintArray array, std::int32_t* count) noexcept;
+std::unique_ptr<std::int64_t[]> longArrayToNative(JNIEnv* env, jlongArray array, std::int32_t* count) noexcept;
+std::unique_ptr<double[]> doubleArrayToNative(JNIEnv* env, jdoubleArray array, std::int32_t* count) noexcept;
+
+// A new long[count] with element i = getter(source, i); all zeros for a null source. Null when it cannot be made (an
+// exception may then be pending).
+jlongArray nativeToLongArray(JNIEnv* env, const void* source, std::int32_t count,
+                             std::int64_t (*getter)(const void* source, std::int32_t index)) noexcept;
+
+// Copies `count` values into the array from index 0. NULL_POINTER_ERROR for a null array; JNI_ERROR for one that is
+// shorter (nothing is copied) or when an exception is pending (printed and cleared).
+ErrorCode setLongArrayRegion(JNIEnv* env, jlongArray array, std::int32_t count, const std::int64_t* values) noexcept;
+
+// True when offset and length lie inside the array. A null array holds nothing and fits everything.
+bool isArrayRange(JNIEnv* env, jarray array, std::int32_t offset, std::int32_t length) noexcept;
+
+}  // namespace tabulo

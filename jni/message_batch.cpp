@@ -1,0 +1,247 @@
+#include "jni/message_batch.h"
+
+#include <array>
+#include <memory>
+#include <new>
+#include <string>
+#include <vector>
+
+#include "jni/jni_exception.h"
+#include "jni/jni_strings.h"
+
+namespace tabulo {
+
+namespace {
+
+// A value inside the batch's bytes.
+struct HeldText {
+    std::size_t offset = 0;
+    std::size_t length = 0;
+    bool absent = true;
+};
+
+struct Record {
+    std::int64_t value = 0;
+    std::array<HeldText, 2> texts;
+};
+
+const char* signatureOf(std::int32_t kind) {
+    switch (kind) {
+        case BATCH_PLAIN:
+            return "(I[J[[B[[B)I";
+        case BATCH_COMPACT:
+            return "(I[I[[B)I";
+        default:
+            return "(I[J[Ljava/lang/String;[Ljava/lang/String;)I";
+    }
+}
+
+}  // namespace
+
+struct MessageBatch {
+    JNIEnv* env = nullptr;
+    jobject listener = nullptr;  // global references; the class keeps the method id valid
+    jclass listenerClass = nullptr;
+    jmethodID onGetMessages = nullptr;
+    std::int32_t kind = BATCH_PLAIN;
+    std::vector<Record> records;
+    std::string bytes;
+};
+
+namespace {
+
+HeldText hold(std::string* bytes, const StringField& field) {
+    if (field.length <= 0) {
+        return {};
+    }
+    const std::string_view text = stringField_withoutNul(field);
+    const HeldText held{bytes->size(), text.size(), false};
+    bytes->append(text);
+    return held;
+}
+
+jobject toJava(const MessageBatch& batch, const HeldText& held) {
+    if (held.absent) {
+        return nullptr;
+    }
+    const std::string_view text = std::string_view(batch.bytes).substr(held.offset, held.length);
+    if (batch.kind != BATCH_PLAIN && batch.kind != BATCH_COMPACT) {
+        return nativeToJavaString(batch.env, text);
+    }
+    const auto length = static_cast<jsize>(text.size());
+    jbyteArray made = batch.env->NewByteArray(length);
+    if (made != nullptr) {
+        batch.env->SetByteArrayRegion(made, 0, length, reinterpret_cast<const jbyte*>(text.data()));
+    }
+    return made;
+}
+
+// One column of the records as an array of byte[] or String; null with an exception pending.
+jobjectArray textColumn(const MessageBatch& batch, std::size_t column) {
+    JNIEnv* env = batch.env;
+    const bool asBytes = batch.kind == BATCH_PLAIN || batch.kind == BATCH_COMPACT;
+    jclass elementClass = env->FindClass(asBytes ? "[B" : "java/lang/String");
+    if (elementClass == nullptr) {
+        return nullptr;
+    }
+    jobjectArray made = env->NewObjectArray(static_cast<jsize>(batch.records.size()), elementClass, nullptr);
+    env->DeleteLocalRef(elementClass);
+    for (std::size_t i = 0; made != nullptr && i < batch.records.size(); ++i) {
+        const HeldText& held = batch.records[i].texts[column];
+        jobject element = toJava(batch, held);
+        if (element == nullptr && !held.absent) {
+            env->DeleteLocalRef(made);
+            return nullptr;
+        }
+        env->SetObjectArrayElement(made, static_cast<jsize>(i), element);
+        env->DeleteLocalRef(element);
+    }
+    return made;
+}
+
+jobject valueColumn(const MessageBatch& batch) {
+    JNIEnv* env = batch.env;
+    const auto count = static_cast<jsize>(batch.records.size());
+    if (batch.kind == BATCH_COMPACT) {
+        std::vector<jint> values;
+        for (const Record& record : batch.records) {
+            values.push_back(static_cast<jint>(record.value));
+        }
+        jintArray made = env->NewIntArray(count);
+        if (made != nullptr) {
+            env->SetIntArrayRegion(made, 0, count, values.data());
+        }
+        return made;
+    }
+    std::vector<jlong> values;
+    for (const Record& record : batch.records) {
+        values.push_back(record.value);
+    }
+    jlongArray made = env->NewLongArray(count);
+    if (made != nullptr) {
+        env->SetLongArrayRegion(made, 0, count, values.data());
+    }
+    return made;
+}
+
+// Makes the arrays and calls Java, inside a local frame of its own.
+ErrorCode callListener(const MessageBatch& batch, jint* answer) {
+    JNIEnv* env = batch.env;
+    const auto count = static_cast<jint>(batch.records.size());
+    jobject values = valueColumn(batch);
+    jobjectArray first = values == nullptr ? nullptr : textColumn(batch, 0);
+    if (first == nullptr) {
+        return JNI_ERROR;
+    }
+    if (batch.kind == BATCH_COMPACT) {
+        *answer = env->CallIntMethod(batch.listener, batch.onGetMessages, count, values, first);
+        return NO_ERROR;
+    }
+    jobjectArray second = textColumn(batch, 1);
+    if (second == nullptr) {
+        return JNI_ERROR;
+    }
+    *answer = env->CallIntMethod(batch.listener, batch.onGetMessages, count, values, first, second);
+    return NO_ERROR;
+}
+
+bool bind(MessageBatch* batch, jobject listener, const char* className) {
+    JNIEnv* env = batch->env;
+    jclass found = env->FindClass(className);
+    if (found == nullptr) {
+        return false;
+    }
+    if (env->IsInstanceOf(listener, found) == JNI_TRUE) {
+        batch->onGetMessages = env->GetMethodID(found, "onGetMessages", signatureOf(batch->kind));
+    }
+    if (batch->onGetMessages != nullptr) {
+        batch->listenerClass = static_cast<jclass>(env->NewGlobalRef(found));
+        batch->listener = env->NewGlobalRef(listener);
+    }
+    env->DeleteLocalRef(found);
+    return batch->listener != nullptr && batch->listenerClass != nullptr;
+}
+
+}  // namespace
+
+MessageBatch* messageBatch_create(JNIEnv* env, jobject listener, const char* className, std::int32_t kind) noexcept {
+    if (listener == nullptr) {
+        return nullptr;
+    }
+    auto* batch = new (std::nothrow) MessageBatch;
+    if (batch == nullptr) {
+        return nullptr;
+    }
+    batch->env = env;
+    batch->kind = kind;
+    const bool bound = bind(batch, listener, className);
+    if (checkJavaException(env) != NO_ERROR || !bound) {
+        messageBatch_destroy(batch);
+        return nullptr;
+    }
+    return batch;
+}
+
+void messageBatch_destroy(MessageBatch* batch) noexcept {
+    if (batch == nullptr) {
+        return;
+    }
+    if (batch->listener != nullptr) {
+        batch->env->DeleteGlobalRef(batch->listener);
+    }
+    if (batch->listenerClass != nullptr) {
+        batch->env->DeleteGlobalRef(batch->listenerClass);
+    }
+    delete batch;
+}
+
+ErrorCode messageBatch_add(MessageBatch* batch, const MessageMetadata& metadata, const StringField* stringFields,
+                           std::int32_t stringFieldCount, bool* stop) noexcept {
+    if (batch->records.size() >= BATCH_CAPACITY) {
+        const ErrorCode code = messageBatch_handOver(batch, stop);
+        if (code != NO_ERROR || *stop) {
+            return code;
+        }
+    }
+    try {
+        Record record;
+        record.value = batch->kind == BATCH_COMPACT ? metadata.uniformId : metadata.timestamp;
+        // The wire message and the non-metadata fields are the last two.
+        if (stringFieldCount >= 2) {
+            record.texts[0] = hold(&batch->bytes, stringFields[stringFieldCount - 2]);
+            if (batch->kind != BATCH_COMPACT) {
+                record.texts[1] = hold(&batch->bytes, stringFields[stringFieldCount - 1]);
+            }
+        }
+        batch->records.push_back(record);
+    } catch (const std::bad_alloc&) {
+        return OUT_OF_MEMORY_ERROR;
+    }
+    return NO_ERROR;
+}
+
+ErrorCode messageBatch_handOver(MessageBatch* batch, bool* stop) noexcept {
+    JNIEnv* env = batch->env;
+    constexpr jint localReferences = 8;
+    *stop = false;
+    jint answer = 0;
+    ErrorCode code = JNI_ERROR;
+    if (env->PushLocalFrame(localReferences) == 0) {
+        try {
+            code = callListener(*batch, &answer);
+        } catch (const std::bad_alloc&) {
+            code = OUT_OF_MEMORY_ERROR;
+        }
+        const ErrorCode thrown = checkJavaException(env);
+        code = thrown != NO_ERROR ? thrown : code;
+        env->PopLocalFrame(nullptr);
+    } else {
+        checkJavaException(env);
+    }
+    batch->records.clear();
+    batch->bytes.clear();
+    *stop = code == NO_ERROR && answer != 0;
+    return code;
+}
+
+}  // namespace tabulo
