@@ -1,0 +1,162 @@
+package com.corvane.kestrova.engine.tabulo;
+
+import java.util.Arrays;
+
+/**
+ * What a query asks of one numeric field: the value is one of the given ones, or lies inside one of the given
+ * intervals, or is absent and absent values were admitted. A filter with nothing in it selects nothing.
+ *
+ * <p>The bounds of an interval are not selected unless they are also given as values; an interval whose maximum is not
+ * above its minimum selects nothing. A filter compares either doubles or longs: a stored long becomes a double for the
+ * first kind, and a stored double is truncated towards zero (not a number gives 0) for the second. In a filter of
+ * doubles a stored value that is not a number counts as absent. Objects are immutable; each method gives a new one.
+ */
+public final class NumericFieldFilter {
+    /** Type number of a filter on doubles. */
+    static final int DOUBLE = 1;
+    /** Type number of a filter on longs. */
+    static final int LONG = 2;
+
+    private final int type;
+    private final double[][] doubles;
+    private final long[][] longs;
+    private final boolean includeNull;
+
+    /** The two-dimensional arrays hold the values, the minimums and the maximums. */
+    private NumericFieldFilter(int type, double[][] doubles, long[][] longs, boolean includeNull) {
+        this.type = type;
+        this.doubles = doubles;
+        this.longs = longs;
+        this.includeNull = includeNull;
+    }
+
+    /**
+     * Selects double values.
+     *
+     * @param accepted the accepted values; may be empty when intervals follow
+     * @return the filter
+     */
+    public static NumericFieldFilter anyOfDoubles(double... accepted) {
+        return new NumericFieldFilter(DOUBLE, new double[][] {accepted.clone(), {}, {}}, new long[3][0], false);
+    }
+
+    /**
+     * Selects long values.
+     *
+     * @param accepted the accepted values; may be empty when intervals follow
+     * @return the filter
+     */
+    public static NumericFieldFilter anyOfLongs(long... accepted) {
+        return new NumericFieldFilter(LONG, new double[3][0], new long[][] {accepted.clone(), {}, {}}, false);
+    }
+
+    /**
+     * Selects the doubles of an open interval.
+     *
+     * @param minimum lower bound, itself not selected
+     * @param maximum upper bound, itself not selected
+     * @return the filter
+     */
+    public static NumericFieldFilter betweenDoubles(double minimum, double maximum) {
+        return anyOfDoubles().orBetween(minimum, maximum);
+    }
+
+    /**
+     * Selects the longs of an open interval.
+     *
+     * @param minimum lower bound, itself not selected
+     * @param maximum upper bound, itself not selected
+     * @return the filter
+     */
+    public static NumericFieldFilter betweenLongs(long minimum, long maximum) {
+        return anyOfLongs().orBetween(minimum, maximum);
+    }
+
+    /**
+     * Selects the values of one more open interval.
+     *
+     * @param minimum lower bound, itself not selected
+     * @param maximum upper bound, itself not selected
+     * @return the wider filter
+     * @throws IllegalStateException when this is a filter on longs
+     */
+    public NumericFieldFilter orBetween(double minimum, double maximum) {
+        requireType(DOUBLE, "a filter on longs takes long bounds");
+        return new NumericFieldFilter(type,
+                new double[][] {doubles[0], with(doubles[1], minimum), with(doubles[2], maximum)}, longs, includeNull);
+    }
+
+    /**
+     * Selects the values of one more open interval.
+     *
+     * @param minimum lower bound, itself not selected
+     * @param maximum upper bound, itself not selected
+     * @return the wider filter
+     */
+    public NumericFieldFilter orBetween(long minimum, long maximum) {
+        if (type == DOUBLE) {
+            return orBetween((double) minimum, (double) maximum);
+        }
+        return new NumericFieldFilter(type, doubles,
+                new long[][] {longs[0], with(longs[1], minimum), with(longs[2], maximum)}, includeNull);
+    }
+
+    /**
+     * Also selects messages that lack the field. Whole blocks can then no longer be skipped because of this filter.
+     *
+     * @return the wider filter
+     */
+    public NumericFieldFilter orAbsent() {
+        return new NumericFieldFilter(type, doubles, longs, true);
+    }
+
+    int type() {
+        return type;
+    }
+
+    boolean includeNull() {
+        return includeNull;
+    }
+
+    double[] doubleValues() {
+        return doubles[0].clone();
+    }
+
+    double[] doubleMinimums() {
+        return doubles[1].clone();
+    }
+
+    double[] doubleMaximums() {
+        return doubles[2].clone();
+    }
+
+    long[] longValues() {
+        return longs[0].clone();
+    }
+
+    long[] longMinimums() {
+        return longs[1].clone();
+    }
+
+    long[] longMaximums() {
+        return longs[2].clone();
+    }
+
+    private void requireType(int required, String otherwise) {
+        if (type != required) {
+            throw new IllegalStateException(otherwise);
+        }
+    }
+
+    private static double[] with(double[] bounds, double bound) {
+        double[] longer = Arrays.copyOf(bounds, bounds.length + 1);
+        longer[bounds.length] = bound;
+        return longer;
+    }
+
+    private static long[] with(long[] bounds, long bound) {
+        long[] longer = Arrays.copyOf(bounds, bounds.length + 1);
+        longer[bounds.length] = bound;
+        return longer;
+    }
+}

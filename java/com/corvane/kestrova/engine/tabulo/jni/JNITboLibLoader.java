@@ -1,0 +1,78 @@
+package com.corvane.kestrova.engine.tabulo.jni;
+
+import java.nio.file.Path;
+
+/**
+ * Loads the native library and sets what holds for the whole process.
+ *
+ * <p>An engine calls, in this order and once: one of the load methods, {@link #initLibrary()}, then, when it wants
+ * them, {@link #setLogFacility(Object)} and {@link #setDoSyncToDisk(boolean, int, int)}; at its end {@link
+ * #uninitLibrary()}. The settings are unguarded: make them before tables are used by other threads.
+ */
+public final class JNITboLibLoader {
+    private JNITboLibLoader() {
+    }
+
+    /**
+     * Loads {@code libtabulo.so} from the directories of {@code java.library.path}.
+     *
+     * @throws UnsatisfiedLinkError when it is not found there or cannot be loaded
+     */
+    public static void load() {
+        System.loadLibrary("tabulo");
+    }
+
+    /**
+     * Loads the library from a file.
+     *
+     * @param libraryFile path of {@code libtabulo.so}; a relative one is taken from the working directory
+     * @throws UnsatisfiedLinkError when the file is missing or cannot be loaded
+     */
+    public static void load(Path libraryFile) {
+        System.load(libraryFile.toAbsolutePath().toString());
+    }
+
+    /**
+     * Loads the library from a file.
+     *
+     * @param libraryFile path of {@code libtabulo.so}; a relative one is taken from the working directory
+     * @throws UnsatisfiedLinkError when the file is missing or cannot be loaded
+     */
+    public static void load(String libraryFile) {
+        load(Path.of(libraryFile));
+    }
+
+    /**
+     * Prepares the library: raises the process's limit of open files to at least 2048 where it is lower, makes the
+     * system report a file that has reached its size limit as an error instead of ending the process, and begins the
+     * debug log {@code tabulo-<process id>.log} in the working directory.
+     */
+    public static native void initLibrary();
+
+    /** Lets go of the log facility; from then on notes and warnings are dropped. Open tables stay open. */
+    public static native void uninitLibrary();
+
+    /**
+     * Sends the library's notes and warnings to a facility, instead of the one installed before.
+     *
+     * <p>Nothing is thrown: when the facility is null, is none, lacks a level or gives a null logger, all stays as it
+     * was. Before the first facility is installed, warnings go to standard error and notes nowhere.
+     *
+     * @param facility a {@link com.corvane.util.log.ILogFacility}
+     */
+    public static native void setLogFacility(Object facility);
+
+    /**
+     * Sets when written data is forced to the disk; it holds for every later flush of every table. At the start it is
+     * off: then a message that was stored survives the end of the process, however it ends, but not the loss of power.
+     *
+     * <p>With {@code doSync}, a flush (one for each stored message) is followed by a physical sync of the file when
+     * the interval has passed since the last one, or when at least <em>twice</em> the given count of flushes happened
+     * since; and after every flush when both are 0.
+     *
+     * @param doSync whether to force data to the disk at all
+     * @param syncIntervalSeconds seconds between syncs; 0 for no interval
+     * @param syncFlushCount half the number of flushes between syncs; 0 for no count
+     */
+    public static native void setDoSyncToDisk(boolean doSync, int syncIntervalSeconds, int syncFlushCount);
+}

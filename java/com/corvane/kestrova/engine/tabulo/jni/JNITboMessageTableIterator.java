@@ -1,0 +1,306 @@
+package com.corvane.kestrova.engine.tabulo.jni;
+
+/**
+ * Steps through the messages of a query, see {@link JNITboMessageTable#getMessages(Object)}.
+ *
+ * <p>The getters answer for the message at which the last {@link #next()} that returned true arrived. An iterator keeps
+ * its table reachable, and the table's close or drop closes the iterator. The thread that uses the table uses its
+ * iterators. After close every operation throws {@link JNITboException} with
+ * {@link JNITboErrorCodes#ITERATOR_CLOSED_ERROR}.
+ */
+public final class JNITboMessageTableIterator implements AutoCloseable {
+    private final HandleGuard guard = new HandleGuard(JNITboException::iteratorClosed);
+    private final JNITboMessageTable table;
+    private long nativeHandle_;
+
+    JNITboMessageTableIterator(JNITboMessageTable table, long handle) {
+        this.table = table;
+        nativeHandle_ = handle;
+    }
+
+    /**
+     * Goes to the next selected message. At the end it may be called again: it goes on when the table has grown.
+     *
+     * @return true when a message is there, false at the end
+     * @throws JNITboException {@code HEADER_CORRUPTED_ERROR} or {@code CONSISTENCY_ERROR} when the table is damaged;
+     *         {@code MASTER_INACTIVE_ERROR} when its file is not open any more; {@code FILE_READ_ERROR}
+     */
+    public boolean next() {
+        guard.enter();
+        try {
+            return next(nativeHandle_);
+        } finally {
+            guard.leave();
+        }
+    }
+
+    /**
+     * The message's connection message id.
+     *
+     * @return the id
+     */
+    public int getConnectionMsgId() {
+        guard.enter();
+        try {
+            return getConnectionMsgId(nativeHandle_);
+        } finally {
+            guard.leave();
+        }
+    }
+
+    /**
+     * The message's uniform message id.
+     *
+     * @return the id
+     */
+    public int getUniformMessageId() {
+        guard.enter();
+        try {
+            return getUniformMessageId(nativeHandle_);
+        } finally {
+            guard.leave();
+        }
+    }
+
+    /**
+     * The message's MsgSeqNum.
+     *
+     * @return the number; negative for a pending message, 0 for none
+     */
+    public int getMsgSeqNum() {
+        guard.enter();
+        try {
+            return getMsgSeqNum(nativeHandle_);
+        } finally {
+            guard.leave();
+        }
+    }
+
+    /**
+     * The number that the message had when it was pending.
+     *
+     * @return the number, or 0
+     */
+    public int getPrevSeqNum() {
+        guard.enter();
+        try {
+            return getPrevSeqNum(nativeHandle_);
+        } finally {
+            guard.leave();
+        }
+    }
+
+    /**
+     * The message's time stamp.
+     *
+     * @return the time stamp, as it was given when the message was written
+     */
+    public long getTimestamp() {
+        guard.enter();
+        try {
+            return getTimestamp(nativeHandle_);
+        } finally {
+            guard.leave();
+        }
+    }
+
+    /**
+     * The message's MsgType.
+     *
+     * @return its first five bytes at most
+     */
+    public String getMsgType() {
+        guard.enter();
+        try {
+            return getMsgType(nativeHandle_);
+        } finally {
+            guard.leave();
+        }
+    }
+
+    /**
+     * Whether the message is a possible duplicate.
+     *
+     * @return the flag
+     */
+    public boolean getIsPossDupFlag() {
+        guard.enter();
+        try {
+            return getIsPossDupFlag(nativeHandle_);
+        } finally {
+            guard.leave();
+        }
+    }
+
+    /**
+     * Whether the message was out of sequence.
+     *
+     * @return the flag
+     */
+    public boolean getIsOutOfSequence() {
+        guard.enter();
+        try {
+            return getIsOutOfSequence(nativeHandle_);
+        } finally {
+            guard.leave();
+        }
+    }
+
+    /**
+     * The wire message as text. What is no UTF-8 comes as one character for each byte; for the exact bytes use
+     * {@link #getWireMessageAsByteArray()}.
+     *
+     * @return the text, or null when it is absent
+     */
+    public String getWireMessage() {
+        guard.enter();
+        try {
+            return getWireMessage(nativeHandle_);
+        } finally {
+            guard.leave();
+        }
+    }
+
+    /**
+     * The wire message as it was stored, without its ending NUL.
+     *
+     * @return a new array, or null when it is absent
+     */
+    public byte[] getWireMessageAsByteArray() {
+        guard.enter();
+        try {
+            return getWireMessageAsByteArray(nativeHandle_);
+        } finally {
+            guard.leave();
+        }
+    }
+
+    /**
+     * The message's fields without its metadata, as text. What is no UTF-8 comes as one character for each byte; for
+     * the exact bytes use {@link #getNonMetadataFieldsAsByteArray()}.
+     *
+     * @return the text, or null when they are absent
+     */
+    public String getNonMetadataFields() {
+        guard.enter();
+        try {
+            return getNonMetadataFields(nativeHandle_);
+        } finally {
+            guard.leave();
+        }
+    }
+
+    /**
+     * The message's fields without its metadata as they were stored, without their ending NUL.
+     *
+     * @return a new array, or null when they are absent
+     */
+    public byte[] getNonMetadataFieldsAsByteArray() {
+        guard.enter();
+        try {
+            return getNonMetadataFieldsAsByteArray(nativeHandle_);
+        } finally {
+            guard.leave();
+        }
+    }
+
+    /**
+     * A string field as text.
+     *
+     * @param fieldId the field's id, from a method
+     *        {@code stringFieldId} of {@link com.corvane.kestrova.engine.tabulo.TableConfiguration}
+     * @return the text, or null when it is absent
+     * @throws JNITboException {@code INDEX_OUT_OF_BOUNDS_ERROR} when no field has that id
+     */
+    public String getStringField(int fieldId) {
+        guard.enter();
+        try {
+            return getStringField(nativeHandle_, fieldId);
+        } finally {
+            guard.leave();
+        }
+    }
+
+    /**
+     * A numeric field as a long; a stored double is truncated towards zero.
+     *
+     * @param fieldId the field's id, from a method
+     *        {@code numericFieldId} of {@link com.corvane.kestrova.engine.tabulo.TableConfiguration}
+     * @return the value, or 0 when it is absent
+     * @throws JNITboException {@code INDEX_OUT_OF_BOUNDS_ERROR} when no field has that id
+     */
+    public long getNumericFieldAsLong(int fieldId) {
+        guard.enter();
+        try {
+            return getNumericFieldAsLong(nativeHandle_, fieldId);
+        } finally {
+            guard.leave();
+        }
+    }
+
+    /**
+     * A numeric field as a double; a stored long is converted.
+     *
+     * @param fieldId the field's id, from a method
+     *        {@code numericFieldId} of {@link com.corvane.kestrova.engine.tabulo.TableConfiguration}
+     * @return the value, or not a number when it is absent
+     * @throws JNITboException {@code INDEX_OUT_OF_BOUNDS_ERROR} when no field has that id
+     */
+    public double getNumericFieldAsDouble(int fieldId) {
+        guard.enter();
+        try {
+            return getNumericFieldAsDouble(nativeHandle_, fieldId);
+        } finally {
+            guard.leave();
+        }
+    }
+
+    /**
+     * Ends the query and frees the iterator; on a closed iterator it does nothing.
+     *
+     * @throws IllegalStateException when one of the iterator's operations is running
+     */
+    @Override
+    public void close() {
+        if (guard.shut()) {
+            long handle = nativeHandle_;
+            nativeHandle_ = 0;
+            table.forget(this);
+            close(handle);
+        }
+    }
+
+    private static native void close(long handle);
+
+    private static native boolean next(long handle);
+
+    private static native int getConnectionMsgId(long handle);
+
+    private static native int getUniformMessageId(long handle);
+
+    private static native int getMsgSeqNum(long handle);
+
+    private static native int getPrevSeqNum(long handle);
+
+    private static native long getTimestamp(long handle);
+
+    private static native String getMsgType(long handle);
+
+    private static native boolean getIsPossDupFlag(long handle);
+
+    private static native boolean getIsOutOfSequence(long handle);
+
+    private static native String getWireMessage(long handle);
+
+    private static native byte[] getWireMessageAsByteArray(long handle);
+
+    private static native String getNonMetadataFields(long handle);
+
+    private static native byte[] getNonMetadataFieldsAsByteArray(long handle);
+
+    private static native String getStringField(long handle, int fieldId);
+
+    private static native long getNumericFieldAsLong(long handle, int fieldId);
+
+    private static native double getNumericFieldAsDouble(long handle, int fieldId);
+}

@@ -1,0 +1,124 @@
+package com.corvane.kestrova.engine.tabulo.jni;
+
+/**
+ * A session info table: up to 32 numbers of a session's state, each addressed by an integer tag.
+ *
+ * <p>One thread at a time uses a table. The native object behind it is freed by {@link #close()} only. Failed
+ * operations throw {@link JNITboException}; after close all of them do, with {@link
+ * JNITboErrorCodes#TABLE_CLOSED_ERROR}.
+ */
+public final class JNITboSessionInfoTable implements AutoCloseable {
+    /** Opens an existing table for reading. */
+    public static final int MODE_READ = 0;
+    /** Opens a table for reading and writing, and creates it when it is missing. */
+    public static final int MODE_WRITE = 1;
+
+    private final HandleGuard guard = new HandleGuard(JNITboException::tableClosed);
+    private long nativeHandle_;
+
+    private JNITboSessionInfoTable(long handle) {
+        nativeHandle_ = handle;
+    }
+
+    /**
+     * Opens a table. A table whose values were cut short is repaired when it is opened for writing.
+     *
+     * @param configProvider a {@link com.corvane.kestrova.engine.tabulo.TableConfiguration}, or any object with its six
+     *        methods that begin with "get"; its database root must end with "/"
+     * @param mode {@link #MODE_READ} or {@link #MODE_WRITE}
+     * @return the open table, to be closed by the caller
+     * @throws JNITboException {@code FILE_OPEN_ERROR} when the file is missing, not permitted or open for writing
+     *         elsewhere; {@code CONFIG_MISMATCH_ERROR} when a configured tag is not in the file;
+     *         {@code TABLE_TYPE_ERROR} when it is a message table; {@code INDEX_OUT_OF_BOUNDS_ERROR} for more than 32
+     *         tags; {@code JNI_ERROR} or {@code NULL_POINTER_ERROR} when the provider lacks something
+     */
+    public static JNITboSessionInfoTable open(Object configProvider, int mode) {
+        return new JNITboSessionInfoTable(initializeNative(configProvider, mode));
+    }
+
+    /**
+     * Stores values and keeps the others as they are.
+     *
+     * @param tags the tags to set
+     * @param values as many values, one for each tag
+     * @throws JNITboException {@code WRONG_PARAMETER_ERROR} when a tag is unknown, and then nothing is changed;
+     *         {@code JNI_ERROR} when there are fewer values than tags; {@code FILE_WRITE_ERROR} or
+     *         {@code FILE_FLUSH_ERROR} when the file took nothing: close the table and open it again
+     */
+    public void write(int[] tags, long[] values) {
+        guard.enter();
+        try {
+            writeFieldsNative(nativeHandle_, tags.length, tags, values);
+        } finally {
+            guard.leave();
+        }
+    }
+
+    /**
+     * Stores one value and keeps the others as they are.
+     *
+     * @param tag the tag to set
+     * @param value its value
+     * @throws JNITboException as {@link #write(int[], long[])} does
+     */
+    public void write(int tag, long value) {
+        write(new int[] {tag}, new long[] {value});
+    }
+
+    /**
+     * Reads values; a value that was never written is 0.
+     *
+     * @param tags the tags to read, at most 32
+     * @return their values, in the same order
+     * @throws JNITboException {@code NO_DATA_ERROR} when a tag is unknown; {@code MASTER_INACTIVE_ERROR} when the file
+     *         is not open any more; {@code FILE_READ_ERROR}
+     */
+    public long[] read(int... tags) {
+        long[] values = new long[tags.length];
+        guard.enter();
+        try {
+            readFieldsNative(nativeHandle_, tags.length, tags, values);
+        } finally {
+            guard.leave();
+        }
+        return values;
+    }
+
+    /**
+     * Sets every value to 0; the file stays.
+     *
+     * @throws JNITboException as {@link #write(int[], long[])} does
+     */
+    public void drop() {
+        guard.enter();
+        try {
+            dropNative(nativeHandle_);
+        } finally {
+            guard.leave();
+        }
+    }
+
+    /**
+     * Closes the file and frees the table; on a closed table it does nothing.
+     *
+     * @throws IllegalStateException when one of the table's operations is running
+     */
+    @Override
+    public void close() {
+        if (guard.shut()) {
+            long handle = nativeHandle_;
+            nativeHandle_ = 0;
+            uninitializeNative(handle);
+        }
+    }
+
+    private static native long initializeNative(Object configProvider, int mode);
+
+    private static native void uninitializeNative(long handle);
+
+    private static native void dropNative(long handle);
+
+    private static native void writeFieldsNative(long handle, int count, int[] tags, long[] values);
+
+    private static native void readFieldsNative(long handle, int count, int[] tags, long[] values);
+}
