@@ -1,0 +1,63 @@
+# Sourced by check and demo: installs what is missing, configures and builds. Bash, apt and dpkg are all it relies on before
+# the packages are there.
+
+export LC_ALL=C.UTF-8
+export DEBIAN_FRONTEND=noninteractive
+
+# Every Debian package that the build, the tests and the demonstration use.
+setup_packages=(
+    g++ cmake ninja-build
+    libgtest-dev
+    openjdk-17-jdk-headless junit5
+    python3 binutils clang-format strace
+)
+
+setup_say() {
+    printf '== %s\n' "$*"
+}
+
+setup_missing_packages() {
+    local package
+    for package in "${setup_packages[@]}"; do
+        if [[ "$(dpkg-query -W -f='${db:Status-Status}\n' "$package" 2>/dev/null | head -n 1)" != installed ]]; then
+            printf '%s\n' "$package"
+        fi
+    done
+}
+
+# Runs a command as root; fails when there is no way to become root.
+setup_as_root() {
+    if [[ "$(id -u)" == 0 ]]; then
+        "$@"
+    elif command -v sudo >/dev/null && { sudo -n true 2>/dev/null || [[ -t 0 ]]; }; then
+        sudo "$@"
+    else
+        return 1
+    fi
+}
+
+setup_install_packages() {
+    local missing
+    mapfile -t missing < <(setup_missing_packages)
+    if [[ ${#missing[@]} == 0 ]]; then
+        return 0
+    fi
+    setup_say "installing ${missing[*]}"
+    if setup_as_root env DEBIAN_FRONTEND=noninteractive apt-get update &&
+        setup_as_root env DEBIAN_FRONTEND=noninteractive apt-get install -y --no-install-recommends "${missing[@]}"; then
+        return 0
+    fi
+    printf 'These Debian packages are missing and could not be installed from here. Run this as root, then try again:\n' >&2
+    printf '    apt-get update && apt-get install -y --no-install-recommends %s\n' "${missing[*]}" >&2
+    return 1
+}
+
+# setup_build <preset>: one line for each step that is compiled on a terminal, else compilers' own words only.
+setup_build() {
+    local quiet=()
+    [[ -t 1 ]] || quiet=(-- --quiet)
+    setup_say "configuring build/$1"
+    cmake --preset "$1" >/dev/null
+    setup_say "building build/$1"
+    cmake --build --preset "$1" -j "$(nproc)" "${quiet[@]}"
+}

@@ -1,0 +1,48 @@
+# Compiles tests/java against JUnit 5 from Debian's packages; every *Test.java becomes one test.
+set(junit_directory /usr/share/java)
+
+# What the tests are compiled against, and what the launcher needs besides at run time. Debian's jars name others that they
+# could do without in their manifests, and -Xlint:all would complain about the missing ones.
+set(junit_api junit-jupiter-api junit-jupiter-params junit-platform-commons opentest4j apiguardian-api)
+set(junit_launcher junit-jupiter-engine junit-platform-engine junit-platform-launcher junit-platform-console
+    junit-platform-reporting opentest4j-reporting-events opentest4j-reporting-schema picocli univocity-parsers)
+
+function(tabulo_junit_jars result)
+    set(jars "")
+    foreach(name IN LISTS ARGN)
+        set(jar ${junit_directory}/${name}.jar)
+        if(NOT EXISTS ${jar})
+            message(FATAL_ERROR "${jar} is missing: install the package junit5, or turn TABULO_JAVA off")
+        endif()
+        list(APPEND jars ${jar})
+    endforeach()
+    set(${result} ${jars} PARENT_SCOPE)
+endfunction()
+
+tabulo_junit_jars(api_jars ${junit_api})
+tabulo_junit_jars(launcher_jars ${junit_launcher})
+
+tabulo_java(tests ${PROJECT_SOURCE_DIR}/tests/java OUTPUT ${TABULO_JAVA_DIRECTORY}/tests.stamp
+    CLASSPATH ${TABULO_JAR} ${api_jars} DEPENDS ${TABULO_JAR})
+
+if(TARGET java_tests AND TARGET tabulo)
+    add_dependencies(java_tests java_tabulo)
+    list(JOIN api_jars ":" api_path)
+    list(JOIN launcher_jars ":" launcher_path)
+    set(run_path ${TABULO_JAR}:${TABULO_JAVA_DIRECTORY}/tests-classes:${api_path}:${launcher_path})
+
+    file(GLOB_RECURSE test_files CONFIGURE_DEPENDS RELATIVE ${PROJECT_SOURCE_DIR}/tests/java
+        ${PROJECT_SOURCE_DIR}/tests/java/*Test.java)
+    foreach(test_file IN LISTS test_files)
+        string(REGEX REPLACE "\\.java$" "" test_class ${test_file})
+        string(REPLACE "/" "." test_class ${test_class})
+        string(REGEX REPLACE ".*\\." "" short_name ${test_class})
+        tabulo_script_test(java/${short_name} ${scripts}/java_tests.py
+            --java ${TABULO_JAVA_RUNTIME}
+            --classpath ${run_path}
+            --library $<TARGET_FILE:tabulo>
+            --source-directory ${PROJECT_SOURCE_DIR}
+            --work-directory ${TABULO_TEST_WORK}/java/${test_class}
+            ${test_class})
+    endforeach()
+endif()
