@@ -1,0 +1,150 @@
+package com.corvane.kestrova.examples;
+
+import com.corvane.kestrova.engine.tabulo.jni.JNITboException;
+import com.corvane.kestrova.engine.tabulo.jni.JNITboLibLoader;
+import java.io.IOException;
+import java.nio.file.Files;
+import java.nio.file.Path;
+import java.util.ArrayList;
+import java.util.List;
+import java.util.Locale;
+
+/** The demo: what a FIX engine does with the library, step by step, on recorded sessions. */
+public final class DemoEngine {
+    private static final int EXIT_DIFFERS = 1;
+    private static final int EXIT_USAGE = 2;
+
+    private final Path library;
+    private final Path dataDirectory;
+    private final TableDirectory tables;
+    private final List<SessionRun> sessions = new ArrayList<>();
+    private final CrashRun crash;
+    private final StoreBenchmark benchmark;
+
+    private DemoEngine(Path library, Path dataDirectory, TableDirectory tables) throws IOException {
+        this.library = library;
+        this.dataDirectory = dataDirectory;
+        this.tables = tables;
+        List<RecordedSession> recorded = RecordedSession.readAll(dataDirectory);
+        int firstUniformId = 1;
+        for (RecordedSession session : recorded) {
+            sessions.add(new SessionRun(tables, session, firstUniformId));
+            firstUniformId += session.messages().size();
+        }
+        MessageStream overAndOver = new MessageStream(RecordedSession.allMessages(recorded), 1);
+        crash = new CrashRun(tables, overAndOver);
+        benchmark = new StoreBenchmark(tables, overAndOver);
+    }
+
+    /**
+     * Runs the demo; the exit status is 0 when all came back as it was stored.
+     *
+     * @param args path of libtabulo.so, directory of the recorded sessions, directory to work in
+     */
+    public static void main(String[] args) {
+        Locale.setDefault(Locale.ROOT);
+        if (args.length != 3) {
+            System.err.println("usage: DemoEngine <libtabulo.so> <data directory> <work directory>");
+            System.exit(EXIT_USAGE);
+        }
+        int status = EXIT_DIFFERS;
+        try {
+            Path library = Path.of(args[0]);
+            JNITboLibLoader.load(library);
+            JNITboLibLoader.initLibrary();
+            JNITboLibLoader.setLogFacility(new DemoLog());
+            new DemoEngine(library, Path.of(args[1]), TableDirectory.makeEmpty(Path.of(args[2], "tables"))).run();
+            JNITboLibLoader.uninitLibrary();
+            status = 0;
+        } catch (DemoFailure failure) {
+            System.err.println("\nFAILED: " + failure.getMessage());
+        } catch (JNITboException failure) {
+            System.err.println("\nFAILED: the library reports error " + failure.getErrorCode() + ": "
+                    + failure.getMessage());
+            failure.printStackTrace();
+        } catch (Exception | UnsatisfiedLinkError failure) {
+            System.err.print("\nFAILED: ");
+            failure.printStackTrace();
+        }
+        System.exit(status);
+    }
+
+    private void run() throws IOException, InterruptedException {
+        System.out.println("""
+                Tabulo keeps the messages of a FIX engine in files: one table for each connection, appended to for
+                every message sent or received, read after a restart. This is a small Java engine that uses it.
+                """);
+        store();
+        readBack();
+        crash();
+        lookUp();
+        benchmark();
+        summarise();
+    }
+
+    private void store() {
+        System.out.println("""
+                1. Two recorded trading days are stored, each in a table of its own.
+                   Indexed: ClOrdID, Symbol, Account as text, OrderQty and Price as numbers.""");
+        sessions.forEach(SessionRun::store);
+        long texts = sessions.stream().mapToLong(SessionRun::textMessages).sum();
+        System.out.printf("   %,d messages were plain ASCII and went in as strings, %,d as bytes.%n%n", texts,
+                messages() - texts);
+    }
+
+    private void readBack() {
+        System.out.println("2. The tables were closed. They are opened again and read from first to last.");
+        sessions.forEach(SessionRun::readBack);
+        System.out.printf("   All %,d messages are byte for byte the recorded ones, in the same order.%n%n",
+                messages());
+    }
+
+    private void crash() throws IOException, InterruptedException {
+        System.out.println("""
+                3. A second process stores the messages over and over. It is killed at a random moment.
+                   A message counts as acknowledged when its write has returned.""");
+        crash.run(library, dataDirectory);
+        System.out.println();
+    }
+
+    private void lookUp() {
+        System.out.println("4. What an engine asks after a restart; the tables answer without reading messages.");
+        sessions.forEach(SessionRun::lookUp);
+        System.out.println();
+    }
+
+    private void benchmark() throws IOException {
+        System.out.println("5. The messages are stored over and over, 1,000,000 of them, and the time is taken.");
+        benchmark.run();
+        System.out.printf("   %,.0f messages/s, %,.1f MB/s of wire messages.%n%n", benchmark.messagesPerSecond(),
+                benchmark.wireBytesPerSecond() / 1e6);
+    }
+
+    private void summarise() throws IOException {
+        double storing = sessions.stream().mapToDouble(SessionRun::storeSeconds).sum();
+        double reading = sessions.stream().mapToDouble(SessionRun::readSeconds).sum();
+        long fileBytes = 0;
+        try (var files = Files.list(tables.path())) {
+            for (Path file : files.toList()) {
+                fileBytes += Files.size(file);
+            }
+        }
+        System.out.println("Summary");
+        print("messages recorded", "%,d", messages());
+        print("bytes of wire messages", "%,d", sessions.stream().mapToLong(SessionRun::wireBytes).sum());
+        print("bytes of the tables", "%,d in %s", fileBytes, tables.path());
+        print("stored, cold", "%,.0f messages/s", messages() / storing);
+        print("stored, warm", "%,.0f messages/s", benchmark.messagesPerSecond());
+        print("read and compared", "%,.0f messages/s", messages() / reading);
+        print("recovery after the kill", "%.1f ms", crash.recoverySeconds() * 1000);
+        System.out.println("   Nothing differs.");
+    }
+
+    private long messages() {
+        return sessions.stream().mapToLong(SessionRun::messages).sum();
+    }
+
+    private static void print(String what, String format, Object... values) {
+        System.out.printf("   %-28s %s%n", what, String.format(format, values));
+    }
+}
