@@ -10,8 +10,6 @@
 
 namespace tabulo {
 
-inline constexpr const char* JNI_PACKAGE = "com/corvane/kestrova/engine/tabulo/jni";
-
 // Raises JNITboException for an error code: the object that its static createUnderlyingError(code, text) returns. An
 // exception that is pending is printed and cleared first, so that the new one replaces it. Raises nothing when the
 // class or its method is missing, or when that returns null. Keeps no reference. The entry point must return to Java at
@@ -60,8 +58,15 @@ void entryPoint(JNIEnv* env, Body body) noexcept {
     }
 }
 
+// Runs one operation of a table behind the handle check: TABLE_CLOSED_ERROR for 0.
+template <typename Table, typename Operation>
+void onTable(JNIEnv* env, jlong handle, Operation operation) noexcept {
+    entryPoint(env,
+               [&]() -> ErrorCode { return handle == 0 ? TABLE_CLOSED_ERROR : operation(handleTo<Table>(handle)); });
+}
+
 }  // namespace tabulo
 
-// Declares an exported native method of a class of JNI_PACKAGE.
+// Declares an exported native method of a class of package com.corvane.kestrova.engine.tabulo.jni.
 #define TABULO_JNI(Result, Class, Method) \
     extern "C" JNIEXPORT Result JNICALL Java_com_corvane_kestrova_engine_tabulo_jni_##Class##_##Method

@@ -4,10 +4,10 @@
 
 #include <memory>
 
-#include "jni/config_provider.h"
 #include "jni/jni_arrays.h"
 #include "jni/jni_exception.h"
 #include "jni/message_batch.h"
+#include "jni/table_open.h"
 #include "messagetable/message_lookup.h"
 #include "messagetable/message_read.h"
 
@@ -17,35 +17,9 @@ namespace {
 
 constexpr const char* LISTENER_CLASS = "com/corvane/kestrova/engine/tabulo/IKSVTboMessageListener";
 
-MessageTable* tableOf(jlong handle) {
-    return handleTo<MessageTable>(handle);
-}
-
 struct BatchDeleter {
     void operator()(MessageBatch* batch) const noexcept { messageBatch_destroy(batch); }
 };
-
-// Runs one table operation behind the handle check.
-template <typename Operation>
-void onTable(JNIEnv* env, jlong handle, Operation operation) {
-    entryPoint(env, [&]() -> ErrorCode { return handle == 0 ? TABLE_CLOSED_ERROR : operation(tableOf(handle)); });
-}
-
-ErrorCode openTable(JNIEnv* env, jobject configProvider, jint mode, MessageTable** opened) {
-    KSVTboTableConfig* config = nullptr;
-    ErrorCode code = jniConfigProvider_make(&config, env, configProvider);
-    if (code != NO_ERROR) {
-        return code;
-    }
-    MessageTable* table = mt_create(config);
-    code = table == nullptr ? OUT_OF_MEMORY_ERROR : mt_open(table, mode);
-    if (code != NO_ERROR) {
-        mt_destroy(table);
-        return code;
-    }
-    *opened = table;
-    return NO_ERROR;
-}
 
 // Takes the messages of a walk into the batch; metadata null is the end of the data.
 ErrorCode addToBatch(std::int32_t* answer, void* context, const BlockSummary*, const MessageMetadata* metadata,
@@ -94,46 +68,45 @@ using tabulo::ErrorCode;
 using tabulo::MessageTable;
 
 TABULO_JNI(jlong, JNITboMessageTable, initializeNative)(JNIEnv* env, jclass, jobject configProvider, jint mode) {
-    MessageTable* table = nullptr;
-    tabulo::entryPoint(env, [&] { return tabulo::openTable(env, configProvider, mode, &table); });
-    return tabulo::toHandle(table);
+    return tabulo::openTable(env, configProvider, mode, tabulo::mt_create, tabulo::mt_open, tabulo::mt_destroy);
 }
 
 // A 0 handle is ignored.
 TABULO_JNI(void, JNITboMessageTable, uninitializeNative)(JNIEnv*, jclass, jlong handle) {
-    tabulo::mt_destroy(tabulo::tableOf(handle));
+    tabulo::mt_destroy(tabulo::handleTo<MessageTable>(handle));
 }
 
 TABULO_JNI(void, JNITboMessageTable, closeNative)(JNIEnv* env, jclass, jlong handle) {
-    tabulo::onTable(env, handle, [](MessageTable* table) { return tabulo::mt_close(table); });
+    tabulo::onTable<MessageTable>(env, handle, [](MessageTable* table) { return tabulo::mt_close(table); });
 }
 
 TABULO_JNI(void, JNITboMessageTable, dropNative)(JNIEnv* env, jclass, jlong handle) {
-    tabulo::onTable(env, handle, [](MessageTable* table) { return tabulo::mt_drop(table); });
+    tabulo::onTable<MessageTable>(env, handle, [](MessageTable* table) { return tabulo::mt_drop(table); });
 }
 
 TABULO_JNI(void, JNITboMessageTable, readMessages)
 (JNIEnv* env, jclass, jlong handle, jintArray connMsgIds, jint count, jobject listener) {
-    tabulo::onTable(env, handle,
-                    [&](MessageTable* table) { return tabulo::readMessages(env, table, connMsgIds, count, listener); });
+    tabulo::onTable<MessageTable>(env, handle, [&](MessageTable* table) {
+        return tabulo::readMessages(env, table, connMsgIds, count, listener);
+    });
 }
 
 TABULO_JNI(jlong, JNITboMessageTable, getMessages)(JNIEnv* env, jclass, jlong handle, jobject) {
-    tabulo::onTable(env, handle, [](MessageTable*) { return tabulo::NOT_IMPLEMENTED_ERROR; });
+    tabulo::onTable<MessageTable>(env, handle, [](MessageTable*) { return tabulo::NOT_IMPLEMENTED_ERROR; });
     return 0;
 }
 
 TABULO_JNI(jint, JNITboMessageTable, getLastMessageId)(JNIEnv* env, jclass, jlong handle, jint classBaseId) {
     std::int32_t id = 0;
-    tabulo::onTable(env, handle,
-                    [&](MessageTable* table) { return tabulo::mt_getLastMessageId(table, classBaseId, &id); });
+    tabulo::onTable<MessageTable>(
+        env, handle, [&](MessageTable* table) { return tabulo::mt_getLastMessageId(table, classBaseId, &id); });
     return id;
 }
 
 TABULO_JNI(jint, JNITboMessageTable, getLastGoodMsgSeqNum)
 (JNIEnv* env, jclass, jlong handle, jlong sinceTimestamp, jobject holder) {
     std::int32_t seqNum = 0;
-    tabulo::onTable(env, handle, [&](MessageTable* table) {
+    tabulo::onTable<MessageTable>(env, handle, [&](MessageTable* table) {
         std::int64_t timestamp = 0;
         ErrorCode code = tabulo::mt_getLastGoodMsgSeqNum(table, sinceTimestamp, &seqNum, &timestamp);
         if (code == tabulo::NO_ERROR && holder != nullptr && timestamp != 0) {
@@ -148,7 +121,7 @@ TABULO_JNI(jint, JNITboMessageTable, getLastGoodMsgSeqNum)
 TABULO_JNI(jint, JNITboMessageTable, getPendingMsgSeqNum)
 (JNIEnv* env, jclass, jlong handle, jlong sinceTimestamp, jboolean last) {
     std::int32_t seqNum = 0;
-    tabulo::onTable(env, handle, [&](MessageTable* table) {
+    tabulo::onTable<MessageTable>(env, handle, [&](MessageTable* table) {
         return last != JNI_FALSE ? tabulo::mt_getLastPendingMsgSeqNum(table, sinceTimestamp, &seqNum)
                                  : tabulo::mt_getFirstPendingMsgSeqNum(table, sinceTimestamp, &seqNum);
     });
@@ -157,7 +130,7 @@ TABULO_JNI(jint, JNITboMessageTable, getPendingMsgSeqNum)
 
 TABULO_JNI(jint, JNITboMessageTable, getLastUniformMessageId)(JNIEnv* env, jclass, jlong handle) {
     std::int32_t uniformId = 0;
-    tabulo::onTable(env, handle,
-                    [&](MessageTable* table) { return tabulo::mt_getLastUniformMessageId(table, &uniformId); });
+    tabulo::onTable<MessageTable>(
+        env, handle, [&](MessageTable* table) { return tabulo::mt_getLastUniformMessageId(table, &uniformId); });
     return uniformId;
 }

@@ -107,15 +107,12 @@ TABULO_JNI(
 (JNIEnv* env, jclass, jlong handle, jint uniformId, jint seqNum, jint prevSeqNum, jint connMsgId, jlong timestamp,
  jchar msgTypeChar, jstring msgType, jboolean isPossDupFlag, jboolean isOutOfSequence, jstring text0, jstring text1,
  jstring text2, jstring text3, jobjectArray indexedStrings, jdoubleArray numericValues) {
-    tabulo::entryPoint(env, [&] {
-        if (handle == 0) {
-            return tabulo::TABLE_CLOSED_ERROR;
-        }
+    tabulo::onTable<tabulo::MessageTable>(env, handle, [&](tabulo::MessageTable* table) {
         const tabulo::MessageMetadata metadata =
             tabulo::messageMetadata_fromJava(env, uniformId, seqNum, prevSeqNum, connMsgId, timestamp, msgTypeChar,
                                              msgType, isPossDupFlag, isOutOfSequence);
-        return tabulo::writeWithStrings(env, tabulo::handleTo<tabulo::MessageTable>(handle), metadata,
-                                        {text0, text1, text2, text3}, indexedStrings, numericValues);
+        return tabulo::writeWithStrings(env, table, metadata, {text0, text1, text2, text3}, indexedStrings,
+                                        numericValues);
     });
 }
 
@@ -126,11 +123,7 @@ TABULO_JNI(
  jchar msgTypeChar, jstring msgType, jboolean isPossDupFlag, jboolean isOutOfSequence, jstring text0, jstring text1,
  jbyteArray bytes1, jint offset1, jint length1, jbyteArray bytes2, jint offset2, jint length2, jbyteArray bytes3,
  jint offset3, jint length3, jobjectArray indexedStrings, jintArray typeMap, jlongArray longs, jdoubleArray doubles) {
-    tabulo::entryPoint(env, [&] {
-        if (handle == 0) {
-            return tabulo::TABLE_CLOSED_ERROR;
-        }
-        auto* table = tabulo::handleTo<tabulo::MessageTable>(handle);
+    tabulo::onTable<tabulo::MessageTable>(env, handle, [&](tabulo::MessageTable* table) {
         const tabulo::MessageMetadata metadata =
             tabulo::messageMetadata_fromJava(env, uniformId, seqNum, prevSeqNum, connMsgId, timestamp, msgTypeChar,
                                              msgType, isPossDupFlag, isOutOfSequence);
@@ -148,9 +141,7 @@ TABULO_JNI(
 
 TABULO_JNI(void, JNITboMessageTable, writeMessage__J_3BII)
 (JNIEnv* env, jclass, jlong handle, jbyteArray bytes, jint offset, jint length) {
-    tabulo::entryPoint(env, [&] {
-        return handle == 0
-                   ? tabulo::TABLE_CLOSED_ERROR
-                   : tabulo::writeRaw(env, tabulo::handleTo<tabulo::MessageTable>(handle), {bytes, offset, length});
+    tabulo::onTable<tabulo::MessageTable>(env, handle, [&](tabulo::MessageTable* table) {
+        return tabulo::writeRaw(env, table, {bytes, offset, length});
     });
 }

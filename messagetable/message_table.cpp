@@ -30,11 +30,6 @@ constexpr TableStorageOps messageTableOps{
     },
 };
 
-struct TableConfigDeleter {
-    void operator()(KSVTboTableConfig* config) const noexcept { tableConfig_destroy(config); }
-};
-using TableConfigPtr = std::unique_ptr<KSVTboTableConfig, TableConfigDeleter>;
-
 std::unique_ptr<MessageTable> create(TableConfigPtr config) {
     if (config == nullptr) {
         return nullptr;

@@ -18,12 +18,8 @@
 
 namespace tabulo {
 
-struct TableStorageDeleter {
-    void operator()(TableStorage* storage) const noexcept { tableStorage_destroy(storage); }
-};
-
 struct MessageTable {
-    std::unique_ptr<TableStorage, TableStorageDeleter> storage;
+    TableStoragePtr storage;
     HeaderTailPtr tail;         // made when a file is opened
     MessageFramesPtr frames;    // the frame writer; a read-only table keeps its view of the open block in it
     MessageTableHeader header;  // layout and names of the configuration

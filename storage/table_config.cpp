@@ -1,6 +1,5 @@
 #include "storage/table_config.h"
 
-#include <memory>
 #include <new>
 #include <string_view>
 

@@ -6,6 +6,7 @@
 
 #include <array>
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
@@ -52,6 +53,11 @@ struct KSVTboTableConfig {
 KSVTboTableConfig* tableConfig_create(const char* tableName, std::int32_t pathCount) noexcept;
 // Frees the configuration; null is accepted.
 void tableConfig_destroy(KSVTboTableConfig* config) noexcept;
+
+struct TableConfigDeleter {
+    void operator()(KSVTboTableConfig* config) const noexcept { tableConfig_destroy(config); }
+};
+using TableConfigPtr = std::unique_ptr<KSVTboTableConfig, TableConfigDeleter>;
 
 // Builds slot `index`'s path from a database root; a null root empties the slot. A root of more than one character that
 // ends with "/" or "\" is followed by the table name directly, any other root by a backslash first, on every system:

@@ -1,6 +1,5 @@
 #include "storage/table_storage.h"
 
-#include <memory>
 #include <new>
 
 #include "core/log.h"

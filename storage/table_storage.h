@@ -10,6 +10,7 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <vector>
 
 #include "core/byte_stream.h"
@@ -58,6 +59,11 @@ struct TableStorageFileIterator {
 TableStorage* tableStorage_create(const TableStorageOps& ops, void* owner, KSVTboTableConfig* config) noexcept;
 // Closes what is open and frees storage and configuration; null is accepted.
 void tableStorage_destroy(TableStorage* storage) noexcept;
+
+struct TableStorageDeleter {
+    void operator()(TableStorage* storage) const noexcept { tableStorage_destroy(storage); }
+};
+using TableStoragePtr = std::unique_ptr<TableStorage, TableStorageDeleter>;
 
 // Opens the files in a mode of tableFileOpen; an initialised storage is uninitialised first. On failure nothing stays
 // open. NULL_POINTER_ERROR, OUT_OF_MEMORY_ERROR, and everything that opening a file can give: FILE_OPEN_ERROR,
