@@ -3,10 +3,11 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <array>
 #include <cerrno>
+#include <climits>
 #include <cstring>
 #include <ctime>
-#include <string>
 
 #include "storage/file_platform.h"
 
@@ -75,9 +76,15 @@ int linux_sync(int descriptor) {
 }
 
 int linux_syncDirectory(const char* path) {
+    // No allocation: a flush must not fail for want of memory.
+    std::array<char, PATH_MAX> directory{'.'};
     const char* slash = std::strrchr(path, '/');
-    const std::string directory = slash == nullptr ? "." : std::string(path, slash + 1);
-    const int descriptor = ::open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    const std::size_t length = slash == nullptr ? 0 : static_cast<std::size_t>(slash + 1 - path);
+    if (length >= directory.size()) {
+        return ENAMETOOLONG;
+    }
+    std::memcpy(directory.data(), path, length);
+    const int descriptor = ::open(directory.data(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     if (descriptor < 0) {
         return errno;
     }

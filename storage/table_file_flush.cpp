@@ -122,6 +122,7 @@ ErrorCode tableFileTruncate(TableFile* file, std::int64_t newSize) noexcept {
     const std::int64_t position = file->physicalPos;
     file->lastOperation = TableFileOperation::truncate;
     const ErrorCode cut = sys_ftruncate(&file->stream, newSize);
+    file->physicalPos = file->stream.position;
     tableFileRefreshSize(file, nullptr);
     if (cut != NO_ERROR && position < file->size) {
         tableFileSeekSet(file, position);

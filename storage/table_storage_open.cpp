@@ -46,7 +46,8 @@ ErrorCode readGenericHeader(TableStorage* storage, TableFile* file, std::int64_t
     return tsgh_verify(header);
 }
 
-// A replica takes the master's length: a longer one is cut and recovered, a shorter one cannot be repaired.
+// A replica takes the master's length: a longer one is cut, which *code then tells, so that it is recovered; a shorter
+// one cannot be repaired.
 ErrorCode alignReplica(TableFile* file, const char* path, std::int64_t masterSize, std::int64_t* size,
                        ErrorCode* code) {
     if (*size > masterSize) {
@@ -59,7 +60,7 @@ ErrorCode alignReplica(TableFile* file, const char* path, std::int64_t masterSiz
                     printable(path), *size, masterSize);
         *size = masterSize;
     } else if (*size < masterSize) {
-        *code = UNRECOVERABLE_ERROR;
+        return UNRECOVERABLE_ERROR;
     }
     return NO_ERROR;
 }
