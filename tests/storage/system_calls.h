@@ -1,0 +1,23 @@
+// Stands between the library and three system calls that a test cannot make fail, or see, by ordinary means.
+#pragma once
+
+namespace tabulo::test {
+
+struct SystemCalls {
+    int lockError = 0;    // flock fails with this error number when it asks for a lock
+    int dataSyncs = 0;    // calls of fdatasync
+    int fullSyncs = 0;    // calls of fsync
+    int lastSynced = -1;  // the descriptor of the last fdatasync
+};
+
+extern SystemCalls systemCalls;
+
+// Puts the calls back to normal at its end.
+struct SystemCallsGuard {
+    SystemCallsGuard() { systemCalls = {}; }
+    ~SystemCallsGuard() { systemCalls = {}; }
+    SystemCallsGuard(const SystemCallsGuard&) = delete;
+    SystemCallsGuard& operator=(const SystemCallsGuard&) = delete;
+};
+
+}  // namespace tabulo::test

@@ -1,0 +1,168 @@
+#include "tests/support/fault_platform.h"
+
+#include <algorithm>
+#include <cerrno>
+
+namespace tabulo::test {
+
+namespace {
+
+FaultPlatform* active = nullptr;
+
+}  // namespace
+
+// The plain functions that the record needs; they find the object through `active`.
+struct FaultPlatform::Hooks {
+    static int open(const char* path, FileAccess access, int* descriptor) {
+        const int error = active->record({FileCall::open, -1, -1, -1, access, path});
+        return error != 0 ? error : filePlatform_system().open(path, access, descriptor);
+    }
+    static int lock(int descriptor) {
+        const int error = active->record({FileCall::lock, descriptor, -1, -1, FileAccess::read, ""});
+        return error != 0 ? error : filePlatform_system().lock(descriptor);
+    }
+    static int unlock(int descriptor) {
+        const int error = active->record({FileCall::unlock, descriptor, -1, -1, FileAccess::read, ""});
+        return error != 0 ? error : filePlatform_system().unlock(descriptor);
+    }
+    static std::size_t limited(std::size_t length) {
+        return active->transferLimit_ == 0 ? length : std::min(length, active->transferLimit_);
+    }
+    static int readAt(int descriptor, void* buffer, std::size_t length, std::int64_t offset, std::size_t* transferred) {
+        *transferred = 0;
+        const int error = active->record(
+            {FileCall::readAt, descriptor, offset, static_cast<std::int64_t>(length), FileAccess::read, ""});
+        return error != 0 ? error
+                          : filePlatform_system().readAt(descriptor, buffer, limited(length), offset, transferred);
+    }
+    static int writeAt(int descriptor, const void* buffer, std::size_t length, std::int64_t offset,
+                       std::size_t* transferred) {
+        *transferred = 0;
+        const int error = active->record(
+            {FileCall::writeAt, descriptor, offset, static_cast<std::int64_t>(length), FileAccess::read, ""});
+        return error != 0 ? error
+                          : filePlatform_system().writeAt(descriptor, buffer, limited(length), offset, transferred);
+    }
+    static int sync(int descriptor) {
+        const int error = active->record({FileCall::sync, descriptor, -1, -1, FileAccess::read, ""});
+        return error != 0 ? error : filePlatform_system().sync(descriptor);
+    }
+    static int syncDirectory(const char* path) {
+        const int error = active->record({FileCall::syncDirectory, -1, -1, -1, FileAccess::read, path});
+        return error != 0 ? error : filePlatform_system().syncDirectory(path);
+    }
+    static int truncate(int descriptor, std::int64_t length) {
+        const int error = active->record({FileCall::truncate, descriptor, length, -1, FileAccess::read, ""});
+        return error != 0 ? error : filePlatform_system().truncate(descriptor, length);
+    }
+    static int size(int descriptor, std::int64_t* size) {
+        const int error = active->record({FileCall::size, descriptor, -1, -1, FileAccess::read, ""});
+        return error != 0 ? error : filePlatform_system().size(descriptor, size);
+    }
+    static int close(int descriptor) {
+        const int error = active->record({FileCall::close, descriptor, -1, -1, FileAccess::read, ""});
+        const int closed = filePlatform_system().close(descriptor);
+        return error != 0 ? error : closed;
+    }
+    static int remove(const char* path) {
+        const int error = active->record({FileCall::remove, -1, -1, -1, FileAccess::read, path});
+        return error != 0 ? error : filePlatform_system().remove(path);
+    }
+    static std::int64_t now() { return active->now_ >= 0 ? active->now_ : filePlatform_system().now(); }
+};
+
+const char* fileCallName(FileCall call) {
+    switch (call) {
+        case FileCall::open:
+            return "open";
+        case FileCall::lock:
+            return "lock";
+        case FileCall::unlock:
+            return "unlock";
+        case FileCall::readAt:
+            return "readAt";
+        case FileCall::writeAt:
+            return "writeAt";
+        case FileCall::sync:
+            return "sync";
+        case FileCall::syncDirectory:
+            return "syncDirectory";
+        case FileCall::truncate:
+            return "truncate";
+        case FileCall::size:
+            return "size";
+        case FileCall::close:
+            return "close";
+        case FileCall::remove:
+            return "remove";
+    }
+    return "?";
+}
+
+FaultPlatform::FaultPlatform() {
+    record_ = filePlatform_system();
+    record_.open = Hooks::open;
+    record_.lock = Hooks::lock;
+    record_.unlock = Hooks::unlock;
+    record_.readAt = Hooks::readAt;
+    record_.writeAt = Hooks::writeAt;
+    record_.sync = Hooks::sync;
+    record_.syncDirectory = Hooks::syncDirectory;
+    record_.truncate = Hooks::truncate;
+    record_.size = Hooks::size;
+    record_.close = Hooks::close;
+    record_.remove = Hooks::remove;
+    record_.now = Hooks::now;
+    active = this;
+    previous_ = filePlatform_install(&record_);
+}
+
+FaultPlatform::~FaultPlatform() {
+    filePlatform_install(previous_);
+    active = nullptr;
+}
+
+int FaultPlatform::record(const RecordedCall& call) {
+    calls_.push_back(call);
+    const int number = ++counts_[call.call];
+    int error = failAll_[call.call];
+    const auto& failures = failures_[call.call];
+    const auto failure = failures.find(number);
+    if (failure != failures.end()) {
+        error = failure->second;
+    }
+    if (error != 0) {
+        errno = error;  // as the system's own calls leave it
+    }
+    return error;
+}
+
+int FaultPlatform::count(FileCall call) const {
+    const auto found = counts_.find(call);
+    return found == counts_.end() ? 0 : found->second;
+}
+
+std::vector<RecordedCall> FaultPlatform::calls(FileCall call) const {
+    std::vector<RecordedCall> found;
+    std::copy_if(calls_.begin(), calls_.end(), std::back_inserter(found),
+                 [call](const RecordedCall& recorded) { return recorded.call == call; });
+    return found;
+}
+
+std::string FaultPlatform::sequence() const {
+    std::string text;
+    for (const RecordedCall& call : calls_) {
+        text += text.empty() ? "" : " ";
+        text += fileCallName(call.call);
+    }
+    return text;
+}
+
+void FaultPlatform::clear() {
+    calls_.clear();
+    counts_.clear();
+    failures_.clear();
+    failAll_.clear();
+}
+
+}  // namespace tabulo::test
