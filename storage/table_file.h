@@ -83,8 +83,8 @@ ErrorCode tableFileWrite(TableFile* file, const void* buffer, std::int64_t lengt
 // gathered bytes are lost, position and size are taken from the system again. The commit's own result is ignored.
 ErrorCode tableFileFlush(TableFile* file) noexcept;
 // Cuts (or extends) the file to newSize and moves a position beyond it there. READ_ONLY_ERROR; FILE_SEEK_ERROR
-// when gathered bytes cannot be written out first; FILE_TRUNCATE_ERROR. A cut that fails with the position at the file's end is
-// reported as success on purpose: callers go by the size.
+// when gathered bytes cannot be written out first; FILE_TRUNCATE_ERROR. A cut that fails with the position at the
+// file's end is reported as success on purpose: callers go by the size.
 ErrorCode tableFileTruncate(TableFile* file, std::int64_t newSize) noexcept;
 
 // The file's length: the cached size of a writable file, the system's answer for a read-only one.
