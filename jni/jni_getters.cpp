@@ -58,6 +58,17 @@ int unbox(JNIEnv* env, jobject box, const char* method, const char* signature, C
     return env->ExceptionCheck() == JNI_TRUE ? 0 : 1;
 }
 
+// A copy of the array that a getter returned, which is dropped.
+template <typename Native, typename Array>
+std::unique_ptr<Native[]> copyResult(JNIEnv* env, Array array, std::int32_t* count,
+                                     std::unique_ptr<Native[]> (*toNative)(JNIEnv*, Array, std::int32_t*)) {
+    std::int32_t length = -1;
+    auto copy = array == nullptr ? nullptr : toNative(env, array, &length);
+    *count = copy == nullptr ? 0 : length;
+    env->DeleteLocalRef(array);
+    return copy;
+}
+
 }  // namespace
 
 jobject callObjectGetter(JNIEnv* env, jobject object, const char* name, const char* type, ...) noexcept {
@@ -108,11 +119,7 @@ std::unique_ptr<std::int32_t[]> callIntArrayGetter(JNIEnv* env, jobject object, 
     va_start(arguments, count);
     auto* array = static_cast<jintArray>(callGetter(env, object, name, "[I", arguments));
     va_end(arguments);
-    std::int32_t length = -1;
-    auto copy = array == nullptr ? nullptr : intArrayToNative(env, array, &length);
-    *count = copy == nullptr ? 0 : length;
-    env->DeleteLocalRef(array);
-    return copy;
+    return copyResult(env, array, count, intArrayToNative);
 }
 
 std::unique_ptr<std::int64_t[]> callLongArrayGetter(JNIEnv* env, jobject object, const char* name, std::int32_t* count,
@@ -121,11 +128,16 @@ std::unique_ptr<std::int64_t[]> callLongArrayGetter(JNIEnv* env, jobject object,
     va_start(arguments, count);
     auto* array = static_cast<jlongArray>(callGetter(env, object, name, "[J", arguments));
     va_end(arguments);
-    std::int32_t length = -1;
-    auto copy = array == nullptr ? nullptr : longArrayToNative(env, array, &length);
-    *count = copy == nullptr ? 0 : length;
-    env->DeleteLocalRef(array);
-    return copy;
+    return copyResult(env, array, count, longArrayToNative);
+}
+
+std::unique_ptr<double[]> callDoubleArrayGetter(JNIEnv* env, jobject object, const char* name, std::int32_t* count,
+                                                ...) noexcept {
+    std::va_list arguments;
+    va_start(arguments, count);
+    auto* array = static_cast<jdoubleArray>(callGetter(env, object, name, "[D", arguments));
+    va_end(arguments);
+    return copyResult(env, array, count, doubleArrayToNative);
 }
 
 }  // namespace tabulo

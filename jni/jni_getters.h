@@ -29,5 +29,7 @@ std::unique_ptr<std::int32_t[]> callIntArrayGetter(JNIEnv* env, jobject object, 
                                                    ...) noexcept;
 std::unique_ptr<std::int64_t[]> callLongArrayGetter(JNIEnv* env, jobject object, const char* name, std::int32_t* count,
                                                     ...) noexcept;
+std::unique_ptr<double[]> callDoubleArrayGetter(JNIEnv* env, jobject object, const char* name, std::int32_t* count,
+                                                ...) noexcept;
 
 }  // namespace tabulo

@@ -1,15 +1,17 @@
-// Native methods of JNITboMessageTable: opening and closing, reading by id, lookups. writeMessage is in
+// Native methods of JNITboMessageTable: opening and closing, reading by id, queries, lookups. writeMessage is in
 // message_table_write.cpp. Every method takes the table's handle first; 0 is TABLE_CLOSED_ERROR except where noted.
 #include "messagetable/message_table.h"
 
 #include <memory>
 
+#include "jni/conditions_reader.h"
 #include "jni/jni_arrays.h"
 #include "jni/jni_exception.h"
 #include "jni/message_batch.h"
 #include "jni/table_open.h"
 #include "messagetable/message_lookup.h"
 #include "messagetable/message_read.h"
+#include "query/message_table_iterator.h"
 
 namespace tabulo {
 
@@ -50,6 +52,19 @@ ErrorCode readMessages(JNIEnv* env, MessageTable* table, jintArray connMsgIds, j
     return mt_readMessages(table, ids.get(), idCount, &messageListener, false);
 }
 
+ErrorCode openIterator(JNIEnv* env, MessageTable* table, jobject conditionsObject, MessageTableIterator** opened) {
+    QueryConditionsPtr conditions(conditions_create());
+    if (conditions == nullptr) {
+        return OUT_OF_MEMORY_ERROR;
+    }
+    const ErrorCode code = conditionsReader_read(env, conditionsObject, conditions.get());
+    if (code != NO_ERROR) {
+        return code;
+    }
+    *opened = mtIterator_open(table, conditions.release());
+    return *opened == nullptr ? NULL_POINTER_ERROR : NO_ERROR;
+}
+
 ErrorCode setHolder(JNIEnv* env, jobject holder, std::int64_t timestamp) {
     jclass holderClass = env->GetObjectClass(holder);
     const jmethodID setValue = env->GetMethodID(holderClass, "setValue", "(J)V");
@@ -66,6 +81,7 @@ ErrorCode setHolder(JNIEnv* env, jobject holder, std::int64_t timestamp) {
 
 using tabulo::ErrorCode;
 using tabulo::MessageTable;
+using tabulo::MessageTableIterator;
 
 TABULO_JNI(jlong, JNITboMessageTable, initializeNative)(JNIEnv* env, jclass, jobject configProvider, jint mode) {
     return tabulo::openTable(env, configProvider, mode, tabulo::mt_create, tabulo::mt_open, tabulo::mt_destroy);
@@ -91,9 +107,11 @@ TABULO_JNI(void, JNITboMessageTable, readMessages)
     });
 }
 
-TABULO_JNI(jlong, JNITboMessageTable, getMessages)(JNIEnv* env, jclass, jlong handle, jobject) {
-    tabulo::onTable<MessageTable>(env, handle, [](MessageTable*) { return tabulo::NOT_IMPLEMENTED_ERROR; });
-    return 0;
+TABULO_JNI(jlong, JNITboMessageTable, getMessages)(JNIEnv* env, jclass, jlong handle, jobject conditions) {
+    MessageTableIterator* iterator = nullptr;
+    tabulo::onTable<MessageTable>(
+        env, handle, [&](MessageTable* table) { return tabulo::openIterator(env, table, conditions, &iterator); });
+    return tabulo::toHandle(iterator);
 }
 
 TABULO_JNI(jint, JNITboMessageTable, getLastMessageId)(JNIEnv* env, jclass, jlong handle, jint classBaseId) {

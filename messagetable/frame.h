@@ -16,7 +16,8 @@
 //
 // A frame is complete when all of it is there and both lengths agree with its size. A reader decodes it field by field
 // and never beyond what is there: data that runs out is NO_DATA_ERROR (no complete message stands there, or not yet),
-// lengths that disagree are CONSISTENCY_ERROR. The trailing length lets a block be walked backward.
+// two lengths that differ are CONSISTENCY_ERROR, two equal ones that do not fit the fields NO_DATA_ERROR. The trailing
+// length lets a block be walked backward.
 #pragma once
 
 #include <array>

@@ -38,17 +38,20 @@ ErrorCode readTail(MessageTable* table, TableFile* file, std::int64_t* size, Sto
     return NO_ERROR;
 }
 
-// From the block at *blockEnd on: steps over closed blocks, then scans the open one into the view.
+// From the block at *blockEnd on: steps over full blocks, then scans the open one into the view.
 ErrorCode loadView(MessageTable* table, TableFile* file, std::int64_t* blockEnd, ErrorCode* scanEnd) {
     MessageFrames* frames = table->frames.get();
     for (;;) {
         BlockView block;
         const ErrorCode code = mfr_loadOpenBlock(frames, file, *blockEnd, &block);
         *scanEnd = block.scanEnd;
-        if (code != NO_ERROR || !block.closed) {
+        const std::int64_t next = blockView_next(block, frames);
+        // A full block whose length word is not written yet is stepped over too, once its footer is there.
+        const bool full = block.closed || block.messageCount == frames->layout.messagesPerBlock;
+        if (code != NO_ERROR || !full || next > tableFileCachedSize(file)) {
             return code;
         }
-        *blockEnd = blockView_next(block, frames);
+        *blockEnd = next;
     }
 }
 

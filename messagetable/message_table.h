@@ -41,7 +41,8 @@ void mt_destroy(MessageTable* table) noexcept;
 
 // Opens the files in a mode of tableFileOpen; an open table is closed first. NULL_POINTER_ERROR; the codes of
 // tableStorage_init and of the section's checks: TABLE_TYPE_ERROR, HEADER_CORRUPTED_ERROR, CONFIG_MISMATCH_ERROR, the
-// count and name mismatches (codes 34 to 37); STREAM_NOT_ENOUGH_DATA_ERROR for a read-only file whose section is cut.
+// count and name mismatches (codes 34 to 37); STREAM_NOT_ENOUGH_DATA_ERROR for a read-only file whose section is cut,
+// STREAM_READ_RESET_ERROR when it ends with the generic header.
 // A file that was not closed cleanly is recovered when it is opened for writing.
 ErrorCode mt_open(MessageTable* table, std::int32_t mode) noexcept;
 // Saves the header's tail of a table that is open for writing; nothing otherwise. The files stay open.

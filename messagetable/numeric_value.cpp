@@ -45,6 +45,30 @@ double numericValue_doubleOf(std::int64_t value) noexcept {
     return static_cast<double>(value);
 }
 
+template <>
+double numericValue_as<double>(const NumericValue& value) noexcept {
+    switch (value.type) {
+        case NumericType::doubleValue:
+            return value.doubleValue;
+        case NumericType::longValue:
+            return numericValue_doubleOf(value.longValue);
+        default:
+            return std::numeric_limits<double>::quiet_NaN();
+    }
+}
+
+template <>
+std::int64_t numericValue_as<std::int64_t>(const NumericValue& value) noexcept {
+    switch (value.type) {
+        case NumericType::doubleValue:
+            return numericValue_longOf(value.doubleValue);
+        case NumericType::longValue:
+            return value.longValue;
+        default:
+            return 0;
+    }
+}
+
 std::int32_t numericValue_frameSize(const NumericValue& value) noexcept {
     return value.type == NumericType::absent ? 1 : FIXED_NUMERIC_SIZE;
 }

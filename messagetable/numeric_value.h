@@ -38,6 +38,14 @@ bool numericValue_isNaN(const NumericValue& value) noexcept;
 std::int64_t numericValue_longOf(double value) noexcept;
 double numericValue_doubleOf(std::int64_t value) noexcept;
 
+// The value as a double or a long, by the conversions above; an absent value is NaN, or 0.
+template <typename Number>
+Number numericValue_as(const NumericValue& value) noexcept;
+template <>
+double numericValue_as<double>(const NumericValue& value) noexcept;
+template <>
+std::int64_t numericValue_as<std::int64_t>(const NumericValue& value) noexcept;
+
 // Bytes that the value takes in a frame.
 std::int32_t numericValue_frameSize(const NumericValue& value) noexcept;
 // Appends the two stored forms; errors stay in the stream.

@@ -6,14 +6,6 @@ namespace tabulo {
 
 namespace {
 
-template <typename T>
-std::int32_t compare(T lower, T upper, T blockMinimum, T blockMaximum) {
-    if (upper < blockMinimum) {
-        return -1;
-    }
-    return lower > blockMaximum ? 1 : 0;
-}
-
 std::int32_t compareConnMsgIds(const BlockSummary& block, std::int32_t lower, std::int32_t upper) {
     const MessageClass lowerClass = classifyConnMsgId(lower);
     const MessageClass upperClass = classifyConnMsgId(upper);
@@ -31,7 +23,7 @@ std::int32_t compareConnMsgIds(const BlockSummary& block, std::int32_t lower, st
     const auto c = static_cast<std::size_t>(lowerClass);
     const std::int32_t minimum = block.minimum.connMsgIds[c];
     const std::int32_t maximum = block.maximum.connMsgIds[c];
-    return minimum > maximum ? NO_OVERLAP : compare(lower, upper, minimum, maximum);
+    return minimum > maximum ? NO_OVERLAP : range_compare(lower, upper, minimum, maximum);
 }
 
 }  // namespace
@@ -40,11 +32,11 @@ std::int32_t mfr_compareRange(const BlockSummary& block, const MessageMetadata& 
                               std::int32_t field) noexcept {
     switch (field) {
         case RANGE_SEQ_NUM:
-            return compare(lower.seqNum, upper.seqNum, block.minimum.seqNum, block.maximum.seqNum);
+            return range_compare(lower.seqNum, upper.seqNum, block.minimum.seqNum, block.maximum.seqNum);
         case RANGE_UNIFORM_ID:
-            return compare(lower.uniformId, upper.uniformId, block.minimum.uniformId, block.maximum.uniformId);
+            return range_compare(lower.uniformId, upper.uniformId, block.minimum.uniformId, block.maximum.uniformId);
         case RANGE_TIMESTAMP:
-            return compare(lower.timestamp, upper.timestamp, block.minimum.timestamp, block.maximum.timestamp);
+            return range_compare(lower.timestamp, upper.timestamp, block.minimum.timestamp, block.maximum.timestamp);
         case RANGE_CONN_MSG_ID:
             return compareConnMsgIds(block, lower.connMsgId, upper.connMsgId);
         default:

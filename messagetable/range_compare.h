@@ -20,6 +20,19 @@ enum RangeField : std::int32_t {
 // matches.
 inline constexpr std::int32_t NO_OVERLAP = 3599;
 
+// The rule: -1 when [lower, upper] lies wholly below [blockMinimum, blockMaximum], 1 when wholly above, else 0
+// (touching ends overlap). A damaged block range, its minimum above its maximum, rules nothing out.
+template <typename Number>
+std::int32_t range_compare(Number lower, Number upper, Number blockMinimum, Number blockMaximum) noexcept {
+    if (blockMinimum > blockMaximum) {
+        return 0;
+    }
+    if (upper < blockMinimum) {
+        return -1;
+    }
+    return lower > blockMaximum ? 1 : 0;
+}
+
 // -1 when the query's range [lower, upper] lies wholly below the block's, 1 when wholly above, 0 when they overlap
 // (touching ends do). For RANGE_CONN_MSG_ID both bounds must be of one class: otherwise NO_OVERLAP, with a NOTE when
 // their classes differ; NO_OVERLAP too when they have none, or the block holds no id of theirs. An unknown field is a

@@ -6,7 +6,7 @@
 // crash inside recovery is recovered again to the same result:
 //
 //   1. for every full block that was never closed: its footer, a flush, its length word
-//   2. the open block's length word, when it is not 0
+//   2. the open block's length word, 0, when the block holds messages
 //   3. the header's section, a flush
 //   4. the cut
 //

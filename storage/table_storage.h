@@ -48,6 +48,7 @@ struct TableStorage {
     std::int32_t specificHeaderOffset = 0;
     std::int32_t headerSize = 0;  // whole header of the master
     std::int32_t footerSize = 0;  // of a message table's blocks, 0 until its frame writer has recorded it
+    std::int64_t openings = 0;    // times that the files were opened: tells iterators that theirs are gone
 };
 
 struct TableStorageFileIterator {

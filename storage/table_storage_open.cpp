@@ -187,6 +187,7 @@ ErrorCode tsX_openReplica(TableStorage* storage, TableFile** file, const char* p
 
 ErrorCode tsX_open(TableStorage* storage, std::int32_t mode) noexcept {
     storage->activeCount = 0;
+    storage->openings += 1;
     std::int64_t masterSize = 0;
     ErrorCode code = NO_ERROR;
     const std::int32_t fileCount = tableConfig_getFileCount(storage->config);

@@ -1,0 +1,255 @@
+#include "query/iterator_step.h"
+
+#include <algorithm>
+
+namespace tabulo {
+
+namespace {
+
+// What loading the block at hand came to.
+enum class Loaded { frames, skipped, nothing };
+
+std::int64_t headerEnd(const MessageTableIterator* iterator) {
+    return iterator->table->storage->headerSize;
+}
+
+std::int32_t messagesPerBlock(const MessageTableIterator* iterator) {
+    return iterator->reader->layout.messagesPerBlock;
+}
+
+// The file's size of this moment. A file that is shorter than the iterator's place was dropped: the iterator is done.
+ErrorCode checkPlace(MessageTableIterator* iterator, TableFile* file, std::int64_t place, std::int64_t* size) {
+    const ErrorCode code = tableFileGetSize(file, size);
+    if (code == NO_ERROR && *size < place) {
+        iterator->done = true;
+    }
+    return code;
+}
+
+// Asks about a closed block.
+ErrorCode isSkipped(MessageTableIterator* iterator, bool* skipped) {
+    std::int32_t answer = MATCH_NO;
+    const ErrorCode code =
+        iterator->match(&answer, iterator, &iterator->reader->summary, nullptr, nullptr, 0, nullptr, 0);
+    *skipped = answer == MATCH_STOP;
+    return code;
+}
+
+ErrorCode matchMessage(MessageTableIterator* iterator, const DecodedMessage& message, bool* end) {
+    const MessageTableLayout& layout = iterator->reader->layout;
+    std::int32_t answer = MATCH_NO;
+    const ErrorCode code =
+        iterator->match(&answer, iterator, nullptr, &message.metadata, message.stringFields.data(),
+                        layout.stringFieldCount, message.numericFields.data(), layout.numericFieldCount);
+    *end = answer != MATCH_YES;
+    return code;
+}
+
+void startBlock(MessageTableIterator* iterator, const FrameCursor& cursor) {
+    iterator->cursor = cursor;
+    iterator->indexInBlock = 0;
+    iterator->blockLoaded = true;
+}
+
+void leaveBlock(MessageTableIterator* iterator, std::int64_t position) {
+    iterator->position = position;
+    iterator->indexInBlock = 0;
+    iterator->blockLoaded = false;
+    mfr_resetAll(iterator->reader.get());
+}
+
+ErrorCode loadForward(MessageTableIterator* iterator, TableFile* file, Loaded* loaded) {
+    MessageFrames* reader = iterator->reader.get();
+    iterator->position = std::max(iterator->position, headerEnd(iterator));
+    *loaded = Loaded::nothing;
+    std::int64_t size = 0;
+    ErrorCode code = checkPlace(iterator, file, iterator->position, &size);
+    if (code != NO_ERROR || iterator->done) {
+        return code;
+    }
+    code = mfr_readBlockFooter(reader, file, iterator->position, false, &iterator->block);
+    if (code == NO_DATA_ERROR) {
+        // The open block, or nothing yet. It is not asked about: it may grow.
+        const std::int64_t framesStart = blockView_framesStart(iterator->block);
+        if (size > framesStart) {
+            startBlock(iterator, frameCursor_forward(reader, file, framesStart, size, SCAN_PIECE_SIZE));
+            *loaded = Loaded::frames;
+        }
+        return NO_ERROR;
+    }
+    if (code != NO_ERROR) {
+        return code;
+    }
+    bool skipped = false;
+    code = isSkipped(iterator, &skipped);
+    *loaded = skipped ? Loaded::skipped : Loaded::frames;
+    if (!skipped) {
+        startBlock(iterator, frameCursor_forward(reader, file, blockView_framesStart(iterator->block),
+                                                 blockView_framesEnd(iterator->block), BLOCK_PIECE_SIZE));
+    }
+    return code;
+}
+
+// No complete frame stands at the cursor. In the open block that is the end for now; *retry is set when the file has
+// grown since. A closed block must hold what its footer says, unless its file was dropped.
+ErrorCode frameMissing(MessageTableIterator* iterator, TableFile* file, bool* retry) {
+    FrameCursor& cursor = iterator->cursor;
+    *retry = false;
+    std::int64_t size = 0;
+    const ErrorCode code = checkPlace(iterator, file, cursor.position, &size);
+    if (code != NO_ERROR || iterator->done) {
+        return code;
+    }
+    if (iterator->block.closed) {
+        iterator->done = size < cursor.end;
+        return iterator->done ? NO_ERROR : NO_DATA_ERROR;
+    }
+    *retry = size > cursor.end;
+    // What was read ahead of a half frame is read again: a recovery may have put another frame there.
+    cursor.end = size;
+    cursor.pieceStart = cursor.position;
+    cursor.pieceEnd = cursor.position;
+    // A block without a message yet is opened again by the next call: it may be closed, and skipped, by then.
+    iterator->blockLoaded = *retry || iterator->indexInBlock > 0;
+    return NO_ERROR;
+}
+
+// Looks at the messages of the block at hand; *finished when all of them have been.
+ErrorCode walkForward(MessageTableIterator* iterator, TableFile* file, bool* end, bool* finished) {
+    iterator->cursor.file = file;
+    *finished = false;
+    DecodedMessage message;
+    while (iterator->indexInBlock < messagesPerBlock(iterator)) {
+        ErrorCode code = frameCursor_next(&iterator->cursor, &message);
+        if (code == NO_DATA_ERROR) {
+            bool retry = false;
+            code = frameMissing(iterator, file, &retry);
+            if (code != NO_ERROR || !retry) {
+                return code;
+            }
+            continue;
+        }
+        if (code == NO_ERROR) {
+            iterator->indexInBlock += 1;
+            code = matchMessage(iterator, message, end);
+        }
+        if (code != NO_ERROR || !*end) {
+            return code;
+        }
+    }
+    *finished = true;
+    const bool whole = !iterator->block.closed || iterator->cursor.position == iterator->cursor.end;
+    return whole ? NO_ERROR : CONSISTENCY_ERROR;
+}
+
+ErrorCode loadBackward(MessageTableIterator* iterator, TableFile* file, Loaded* loaded) {
+    MessageFrames* reader = iterator->reader.get();
+    *loaded = Loaded::nothing;
+    std::int64_t size = 0;
+    ErrorCode code = checkPlace(iterator, file, iterator->position, &size);
+    if (code != NO_ERROR || iterator->done) {
+        return code;
+    }
+    code = mfr_readBlockFooter(reader, file, iterator->position, true, &iterator->block);
+    *loaded = Loaded::skipped;
+    if (code == NO_DATA_ERROR) {
+        return NO_ERROR;  // no open block stands here yet
+    }
+    bool skipped = false;
+    if (code == NO_ERROR && iterator->block.closed) {
+        code = isSkipped(iterator, &skipped);
+    }
+    if (code != NO_ERROR || skipped) {
+        return code;
+    }
+    if (iterator->block.scanEnd == CONSISTENCY_ERROR) {
+        iterator->endCode = CONSISTENCY_ERROR;
+    }
+    startBlock(iterator, frameCursor_backward(reader, file, blockView_framesStart(iterator->block),
+                                              blockView_framesEnd(iterator->block), BLOCK_PIECE_SIZE));
+    *loaded = Loaded::frames;
+    return NO_ERROR;
+}
+
+ErrorCode walkBackward(MessageTableIterator* iterator, TableFile* file, bool* end) {
+    iterator->cursor.file = file;
+    DecodedMessage message;
+    while (iterator->indexInBlock < iterator->block.messageCount) {
+        ErrorCode code = frameCursor_previous(&iterator->cursor, &message);
+        if (code == NO_ERROR) {
+            iterator->indexInBlock += 1;
+            code = matchMessage(iterator, message, end);
+        } else if (code == NO_DATA_ERROR) {
+            std::int64_t size = 0;
+            const ErrorCode sized = checkPlace(iterator, file, iterator->cursor.position, &size);
+            code = sized != NO_ERROR ? sized : (iterator->done ? NO_ERROR : code);
+        }
+        if (code != NO_ERROR || !*end || iterator->done) {
+            return code;
+        }
+    }
+    return iterator->cursor.position == iterator->cursor.begin ? NO_ERROR : CONSISTENCY_ERROR;
+}
+
+// To the block before the one at hand; the iterator is done at the header.
+ErrorCode stepBack(MessageTableIterator* iterator, TableFile* file) {
+    if (iterator->position <= headerEnd(iterator)) {
+        iterator->done = true;
+        return iterator->endCode;
+    }
+    std::int64_t previous = 0;
+    const ErrorCode code = mfr_previousBlockStart(iterator->reader.get(), file, iterator->position, &previous);
+    if (code == NO_ERROR) {
+        leaveBlock(iterator, previous);
+    }
+    return code;
+}
+
+}  // namespace
+
+ErrorCode iteratorStep_forward(MessageTableIterator* iterator, TableFile* file, bool* end) noexcept {
+    for (;;) {
+        if (!iterator->blockLoaded) {
+            Loaded loaded = Loaded::nothing;
+            const ErrorCode code = loadForward(iterator, file, &loaded);
+            if (code != NO_ERROR || loaded == Loaded::nothing) {
+                return code;
+            }
+            if (loaded == Loaded::skipped) {
+                leaveBlock(iterator, blockView_next(iterator->block, iterator->reader.get()));
+                continue;
+            }
+        }
+        bool finished = false;
+        const ErrorCode code = walkForward(iterator, file, end, &finished);
+        if (code != NO_ERROR || !finished) {
+            return code;
+        }
+        // The footer follows, also when the block's length word is not written yet.
+        leaveBlock(iterator, iterator->cursor.position + iterator->reader->footerSize);
+    }
+}
+
+ErrorCode iteratorStep_backward(MessageTableIterator* iterator, TableFile* file, bool* end) noexcept {
+    for (;;) {
+        if (!iterator->blockLoaded) {
+            Loaded loaded = Loaded::nothing;
+            const ErrorCode code = loadBackward(iterator, file, &loaded);
+            if (code != NO_ERROR || loaded == Loaded::nothing) {
+                return code;
+            }
+        }
+        if (iterator->blockLoaded) {
+            const ErrorCode code = walkBackward(iterator, file, end);
+            if (code != NO_ERROR || !*end || iterator->done) {
+                return code;
+            }
+        }
+        const ErrorCode code = stepBack(iterator, file);
+        if (code != NO_ERROR || iterator->done) {
+            return code;
+        }
+    }
+}
+
+}  // namespace tabulo

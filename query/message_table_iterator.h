@@ -1,0 +1,94 @@
+// Walks one message table, forward from its first message or backward from its end, and stops at each message that
+// meets the conditions of a query.
+//
+// An iterator kept open beside a writer goes on where it stopped: forward it never passes the open block, and delivers
+// every message once, across block closings; backward it walks what was there when it reached each block. A closed
+// block is asked about once, by its footer, and skipped when no message of it can match. A table that is dropped under
+// an iterator ends it for good: always when dropped through the same table object, otherwise as soon as the file is
+// seen to be shorter than the iterator's place (a file that has grown past that place again cannot be told from the old
+// one).
+//
+// The table must outlive the iterator; both are used by one thread at a time.
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <memory>
+
+#include "core/error_codes.h"
+#include "messagetable/block_reader.h"
+#include "messagetable/match_result.h"
+#include "messagetable/message_table.h"
+#include "query/query_conditions.h"
+
+namespace tabulo {
+
+struct MessageTableIterator {
+    MessageTable* table = nullptr;  // borrowed
+    MessageFramesPtr reader;
+    std::int64_t position = 0;      // start of the block at hand; 0 before the first one
+    std::int32_t indexInBlock = 0;  // messages of it that have been looked at
+    MatchOperation match = nullptr;
+    QueryConditionsPtr conditions;
+    // The current message; counts are 0 when there is none. Texts point into the reader's buffer.
+    MessageMetadata metadata;
+    std::array<StringField, MAX_STRING_FIELDS> stringValues{};
+    std::int32_t stringValueCount = 0;
+    std::array<NumericValue, MAX_NUMERIC_FIELDS> numericValues{};
+    std::int32_t numericValueCount = 0;
+    // The place inside the block at hand.
+    bool blockLoaded = false;
+    BlockView block;
+    FrameCursor cursor;
+    bool done = false;             // nothing will come any more
+    ErrorCode endCode = NO_ERROR;  // what a backward walk returns when it has delivered all it could
+    std::int64_t openings = 0;     // of the table's storage, when the iterator was opened
+};
+
+// An iterator over the table, owned by the caller. It owns the conditions from this call on, also when it fails: null
+// for a null argument, when memory is short, or when a backward iterator's refresh fails.
+MessageTableIterator* mtIterator_open(MessageTable* table, QueryConditions* conditions) noexcept;
+// Frees the iterator with its conditions; null is accepted.
+void mtIterator_close(MessageTableIterator* iterator) noexcept;
+
+struct MessageTableIteratorDeleter {
+    void operator()(MessageTableIterator* iterator) const noexcept { mtIterator_close(iterator); }
+};
+using MessageTableIteratorPtr = std::unique_ptr<MessageTableIterator, MessageTableIteratorDeleter>;
+
+// Moves to the next match: *end is false when it is current, true when there is none (yet: a later call goes on). The
+// previous message is gone in either case. NULL_POINTER_ERROR; MASTER_INACTIVE_ERROR without an active file; for damage
+// HEADER_CORRUPTED_ERROR, CONSISTENCY_ERROR, NO_DATA_ERROR (a cut frame inside a closed block); FILE_READ_ERROR,
+// SYSTEM_FILE_ERROR, OUT_OF_MEMORY_ERROR.
+ErrorCode mtIterator_next(MessageTableIterator* iterator, bool* end) noexcept;
+
+// The current message. Before the first one, after the end and after an error numbers are 0, texts are absent and the
+// MsgType is empty.
+const MessageMetadata& mtIterator_getMetadata(const MessageTableIterator* iterator) noexcept;
+StringField mtIterator_getWireMessage(const MessageTableIterator* iterator) noexcept;
+StringField mtIterator_getNonMetadataFields(const MessageTableIterator* iterator) noexcept;
+const StringField* mtIterator_getStringValues(const MessageTableIterator* iterator) noexcept;
+const NumericValue* mtIterator_getNumericValues(const MessageTableIterator* iterator) noexcept;
+// The text of slot `index`, or the MsgType (with its NUL) for the index behind the last slot.
+// INDEX_OUT_OF_BOUNDS_ERROR.
+ErrorCode mtIterator_getStringField(const MessageTableIterator* iterator, std::int32_t index,
+                                    StringField* text) noexcept;
+// The number of a configured field, or behind the last one of the metadata (query/pseudo_field.h). An absent field is
+// NaN, or 0 as a long; a double becomes a long by truncation. INDEX_OUT_OF_BOUNDS_ERROR.
+ErrorCode mtIterator_getNumericFieldAsDouble(const MessageTableIterator* iterator, std::int32_t index,
+                                             double* value) noexcept;
+ErrorCode mtIterator_getNumericFieldAsLong(const MessageTableIterator* iterator, std::int32_t index,
+                                           std::int64_t* value) noexcept;
+
+// The match operations of an iterator, which is their context. For a block: MATCH_STOP when it cannot match (never when
+// inverted). For a message: MATCH_YES, and the message becomes the current one, when it matches (does not, when
+// inverted).
+ErrorCode query_match(std::int32_t* answer, void* context, const BlockSummary* summary, const MessageMetadata* metadata,
+                      const StringField* stringFields, std::int32_t stringFieldCount, const NumericValue* numericFields,
+                      std::int32_t numericFieldCount) noexcept;
+ErrorCode query_matchInverted(std::int32_t* answer, void* context, const BlockSummary* summary,
+                              const MessageMetadata* metadata, const StringField* stringFields,
+                              std::int32_t stringFieldCount, const NumericValue* numericFields,
+                              std::int32_t numericFieldCount) noexcept;
+
+}  // namespace tabulo

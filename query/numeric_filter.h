@@ -1,0 +1,47 @@
+// A filter on one numeric field: disjoint intervals and points in ascending order.
+//
+// It is made from pairs and single values. A pair (minimum, maximum) keeps what lies strictly between; a single value
+// is a point; a value at the end of an interval includes that end, and joins two intervals that touch there. All
+// comparisons are by < and > only: -0.0 and 0.0 are one point, a NaN is in nothing.
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+namespace tabulo {
+
+inline constexpr std::uint32_t LOW_INCLUSIVE = 1;
+inline constexpr std::uint32_t HIGH_INCLUSIVE = 2;
+
+template <typename Number>
+struct NumericFilterEntry {
+    Number low;
+    Number high;
+    std::uint32_t flags;
+};
+static_assert(sizeof(NumericFilterEntry<double>) == 24 && sizeof(NumericFilterEntry<std::int64_t>) == 24);
+
+template <typename Number>
+struct NumericFilter {
+    std::int32_t fieldIndex = 0;  // a configured field, or behind the last one a pseudo field of the metadata
+    Number overallMin = 0;        // above overallMax while there is no entry
+    Number overallMax = -1;
+    bool includeNull = false;  // a message whose field is absent (doubles: or NaN) passes
+    std::vector<NumericFilterEntry<Number>> entries;
+};
+
+using DoubleFilter = NumericFilter<double>;
+using LongFilter = NumericFilter<std::int64_t>;
+
+// Fills the entries and the overall bounds. A pair whose maximum is not above its minimum (NaN included) is dropped.
+// Throws std::bad_alloc.
+void numericFilter_build(DoubleFilter* filter, const double* minimums, const double* maximums, std::int32_t pairCount,
+                         const double* values, std::int32_t valueCount);
+void numericFilter_build(LongFilter* filter, const std::int64_t* minimums, const std::int64_t* maximums,
+                         std::int32_t pairCount, const std::int64_t* values, std::int32_t valueCount);
+
+// True when the value lies inside an entry; false for a filter without entries.
+bool numericFilter_contains(const DoubleFilter& filter, double value) noexcept;
+bool numericFilter_contains(const LongFilter& filter, std::int64_t value) noexcept;
+
+}  // namespace tabulo
