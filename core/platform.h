@@ -22,4 +22,7 @@ void platform_raiseOpenFileLimit(std::uint64_t count) noexcept;
 // turns it into an ordinary write error, which the table file reports.
 void platform_ignoreFileSizeSignal() noexcept;
 
+// Pauses the calling thread; a signal does not shorten the pause.
+void platform_sleep(std::int64_t milliseconds) noexcept;
+
 }  // namespace tabulo

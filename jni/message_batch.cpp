@@ -1,7 +1,6 @@
 #include "jni/message_batch.h"
 
 #include <array>
-#include <memory>
 #include <new>
 #include <string>
 #include <vector>
@@ -241,6 +240,16 @@ ErrorCode messageBatch_handOver(MessageBatch* batch, bool* stop) noexcept {
     batch->records.clear();
     batch->bytes.clear();
     *stop = code == NO_ERROR && answer != 0;
+    return code;
+}
+
+ErrorCode messageBatch_take(MessageBatch* batch, std::int32_t* answer, const MessageMetadata* metadata,
+                            const StringField* stringFields, std::int32_t stringFieldCount) noexcept {
+    bool stop = false;
+    const ErrorCode code = metadata == nullptr
+                               ? messageBatch_handOver(batch, &stop)
+                               : messageBatch_add(batch, *metadata, stringFields, stringFieldCount, &stop);
+    *answer = stop ? 1 : 0;
     return code;
 }
 

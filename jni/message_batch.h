@@ -12,6 +12,7 @@
 #include <jni.h>
 
 #include <cstdint>
+#include <memory>
 
 #include "core/error_codes.h"
 #include "messagetable/message_metadata.h"
@@ -33,11 +34,20 @@ MessageBatch* messageBatch_create(JNIEnv* env, jobject listener, const char* cla
 // Deletes the global references; null is accepted.
 void messageBatch_destroy(MessageBatch* batch) noexcept;
 
+struct MessageBatchDeleter {
+    void operator()(MessageBatch* batch) const noexcept { messageBatch_destroy(batch); }
+};
+using MessageBatchPtr = std::unique_ptr<MessageBatch, MessageBatchDeleter>;
+
 // Adds a message; a full batch is handed over first. When Java then answers non-zero, *stop is set and the message is
 // not added. JNI_ERROR when Java threw (printed and cleared) or its arrays cannot be made; OUT_OF_MEMORY_ERROR.
 ErrorCode messageBatch_add(MessageBatch* batch, const MessageMetadata& metadata, const StringField* stringFields,
                            std::int32_t stringFieldCount, bool* stop) noexcept;
 // Hands over what is held, also when it is nothing, and empties the batch. Codes as above.
 ErrorCode messageBatch_handOver(MessageBatch* batch, bool* stop) noexcept;
+// What a walk or a watch does with each message, and without one (metadata null): adds it, or hands over. *answer
+// becomes 1 when Java said stop, else 0.
+ErrorCode messageBatch_take(MessageBatch* batch, std::int32_t* answer, const MessageMetadata* metadata,
+                            const StringField* stringFields, std::int32_t stringFieldCount) noexcept;
 
 }  // namespace tabulo

@@ -2,8 +2,6 @@
 // message_table_write.cpp. Every method takes the table's handle first; 0 is TABLE_CLOSED_ERROR except where noted.
 #include "messagetable/message_table.h"
 
-#include <memory>
-
 #include "jni/conditions_reader.h"
 #include "jni/jni_arrays.h"
 #include "jni/jni_exception.h"
@@ -19,26 +17,15 @@ namespace {
 
 constexpr const char* LISTENER_CLASS = "com/corvane/kestrova/engine/tabulo/IKSVTboMessageListener";
 
-struct BatchDeleter {
-    void operator()(MessageBatch* batch) const noexcept { messageBatch_destroy(batch); }
-};
-
-// Takes the messages of a walk into the batch; metadata null is the end of the data.
-ErrorCode addToBatch(std::int32_t* answer, void* context, const BlockSummary*, const MessageMetadata* metadata,
-                     const StringField* stringFields, std::int32_t stringFieldCount, const NumericValue*,
-                     std::int32_t) {
-    auto* batch = static_cast<MessageBatch*>(context);
-    bool stop = false;
-    const ErrorCode code = metadata == nullptr
-                               ? messageBatch_handOver(batch, &stop)
-                               : messageBatch_add(batch, *metadata, stringFields, stringFieldCount, &stop);
-    *answer = stop ? MATCH_YES : MATCH_NO;
-    return code;
+ErrorCode takeMessage(std::int32_t* answer, void* context, const BlockSummary*, const MessageMetadata* metadata,
+                      const StringField* stringFields, std::int32_t stringFieldCount, const NumericValue*,
+                      std::int32_t) {
+    static_assert(MATCH_YES == 1);  // both say stop
+    return messageBatch_take(static_cast<MessageBatch*>(context), answer, metadata, stringFields, stringFieldCount);
 }
 
 ErrorCode readMessages(JNIEnv* env, MessageTable* table, jintArray connMsgIds, jint count, jobject listener) {
-    const std::unique_ptr<MessageBatch, BatchDeleter> batch(
-        messageBatch_create(env, listener, LISTENER_CLASS, BATCH_PLAIN));
+    const MessageBatchPtr batch(messageBatch_create(env, listener, LISTENER_CLASS, BATCH_PLAIN));
     if (batch == nullptr) {
         return NULL_POINTER_ERROR;
     }
@@ -48,7 +35,7 @@ ErrorCode readMessages(JNIEnv* env, MessageTable* table, jintArray connMsgIds, j
         checkJavaException(env);
         return JNI_ERROR;
     }
-    const MessageListener messageListener{addToBatch, batch.get()};
+    const MessageListener messageListener{takeMessage, batch.get()};
     return mt_readMessages(table, ids.get(), idCount, &messageListener, false);
 }
 

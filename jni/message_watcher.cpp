@@ -1,23 +1,107 @@
 // Native methods of JNITboMessageWatcher.
-#include "jni/jni_exception.h"
+#include "watcher/message_watcher.h"
 
-TABULO_JNI(jlong, JNITboMessageWatcher, initialize)(JNIEnv* env, jclass, jlongArray) {
-    tabulo::throwTboException(env, tabulo::NOT_IMPLEMENTED_ERROR);
-    return 0;
+#include <memory>
+#include <new>
+
+#include "core/log.h"
+#include "jni/jni_arrays.h"
+#include "jni/jni_exception.h"
+#include "jni/message_batch.h"
+
+namespace tabulo {
+
+namespace {
+
+constexpr const char* WATCHER_CLASS = "com/corvane/kestrova/engine/tabulo/jni/JNITboMessageWatcher";
+constexpr const char* START = "JNITboMessageWatcher_startWatching";
+
+ErrorCode createWatcher(JNIEnv* env, jlongArray tableHandles, MessageWatcher** created) {
+    std::int32_t count = -1;
+    const auto handles = longArrayToNative(env, tableHandles, &count);
+    if (handles == nullptr) {
+        checkJavaException(env);
+        return JNI_ERROR;
+    }
+    std::vector<MessageTable*> tables;
+    for (std::int32_t i = 0; i < count; ++i) {
+        const std::int64_t handle = handles[static_cast<std::size_t>(i)];
+        if (handle == 0) {
+            return TABLE_CLOSED_ERROR;
+        }
+        tables.push_back(handleTo<MessageTable>(handle));
+    }
+    *created = messageWatcher_create(tables.data(), count);
+    return *created == nullptr ? OUT_OF_MEMORY_ERROR : NO_ERROR;
 }
 
-// The second argument is the Java watcher: the batches go to its onGetMessages.
-TABULO_JNI(jint, JNITboMessageWatcher, startWatching)
-(JNIEnv* env, jobject, jlong handle, jint, jintArray, jboolean) {
-    if (tabulo::checkHandle(env, handle, tabulo::NULL_POINTER_ERROR)) {
-        tabulo::throwTboException(env, tabulo::NOT_IMPLEMENTED_ERROR);
+// The starting ids: `count` elements of the Java array.
+ErrorCode copyStartingIds(JNIEnv* env, jint count, jintArray ids, std::unique_ptr<jint[]>* copied) {
+    if (count >= 0) {
+        copied->reset(new (std::nothrow) jint[static_cast<std::size_t>(count)]);
+        if (*copied == nullptr) {
+            log_debug(START, "cannot allocate %u bytes of memory.\n",
+                      static_cast<unsigned>(count) * static_cast<unsigned>(sizeof(jint)));
+            return OUT_OF_MEMORY_ERROR;
+        }
+        if (ids == nullptr && count > 0) {
+            return NULL_POINTER_ERROR;
+        }
     }
-    return 0;
+    if (count < 0 || (ids != nullptr && count > env->GetArrayLength(ids))) {
+        log_debug(START, "index out of bounds while obtaiting uniformMessageIds from passed array (passed size = %d)\n",
+                  count);
+        return INDEX_OUT_OF_BOUNDS_ERROR;
+    }
+    if (count > 0) {
+        env->GetIntArrayRegion(ids, 0, count, copied->get());
+    }
+    return checkJavaException(env);
+}
+
+ErrorCode takeMessage(std::int32_t* stop, void* context, const MessageMetadata* metadata,
+                      const StringField* stringFields, std::int32_t stringFieldCount, const NumericValue*, std::int32_t,
+                      std::int32_t) {
+    return messageBatch_take(static_cast<MessageBatch*>(context), stop, metadata, stringFields, stringFieldCount);
+}
+
+ErrorCode watch(JNIEnv* env, jobject self, jlong handle, jint count, jintArray ids, jboolean compact) {
+    const MessageBatchPtr batch(
+        messageBatch_create(env, self, WATCHER_CLASS, compact != JNI_FALSE ? BATCH_COMPACT : BATCH_PLAIN));
+    if (batch == nullptr) {
+        return OUT_OF_MEMORY_ERROR;
+    }
+    std::unique_ptr<jint[]> startingIds;
+    const ErrorCode code = copyStartingIds(env, count, ids, &startingIds);
+    if (code != NO_ERROR) {
+        return code;
+    }
+    return messageWatcher_startWatching(handleTo<MessageWatcher>(handle), count, startingIds.get(), batch.get(),
+                                        takeMessage);
+}
+
+}  // namespace
+
+}  // namespace tabulo
+
+TABULO_JNI(jlong, JNITboMessageWatcher, initialize)(JNIEnv* env, jclass, jlongArray tableHandles) {
+    tabulo::MessageWatcher* watcher = nullptr;
+    tabulo::entryPoint(env, [&] { return tabulo::createWatcher(env, tableHandles, &watcher); });
+    return tabulo::toHandle(watcher);
+}
+
+// The second argument is the Java watcher: the batches go to its onGetMessages. A 0 handle is NULL_POINTER_ERROR.
+TABULO_JNI(jint, JNITboMessageWatcher, startWatching)
+(JNIEnv* env, jobject self, jlong handle, jint count, jintArray uniformMessageIds, jboolean compact) {
+    jint result = tabulo::NO_ERROR;
+    tabulo::entryPoint(env, [&] {
+        result = tabulo::watch(env, self, handle, count, uniformMessageIds, compact);
+        return result;
+    });
+    return result;
 }
 
 // A 0 handle is ignored.
-TABULO_JNI(void, JNITboMessageWatcher, uninitialize)(JNIEnv* env, jclass, jlong handle) {
-    if (handle != 0) {
-        tabulo::throwTboException(env, tabulo::NOT_IMPLEMENTED_ERROR);
-    }
+TABULO_JNI(void, JNITboMessageWatcher, uninitialize)(JNIEnv*, jclass, jlong handle) {
+    tabulo::messageWatcher_destroy(tabulo::handleTo<tabulo::MessageWatcher>(handle));
 }

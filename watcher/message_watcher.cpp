@@ -1,0 +1,229 @@
+#include "watcher/message_watcher.h"
+
+#include <limits>
+#include <new>
+#include <optional>
+
+#include "core/log.h"
+#include "core/platform.h"
+
+namespace tabulo {
+
+namespace {
+
+constexpr const char* START = "messageWatcher_startWatching";
+constexpr std::int32_t NO_ID = -1;
+constexpr std::int32_t FIRST_ID = 1;  // what the starting id -1 stands for
+constexpr std::int32_t PASSES_WITHOUT_PAUSE = 10;
+
+// One run of a watcher.
+struct Watch {
+    MessageWatcher* watcher = nullptr;
+    const std::int32_t* startingIds = nullptr;
+    void* context = nullptr;
+    WatchCallback callback = nullptr;
+    std::int32_t stop = 0;
+    std::optional<std::int32_t> lastDelivered;  // forgotten at a gap
+    std::int32_t lastThrough = NO_ID;           // for the line at the end
+};
+
+std::int32_t effectiveId(std::int32_t startingId) {
+    return startingId == NO_ID ? FIRST_ID : startingId;
+}
+
+void logStart(std::int32_t count, const std::int32_t* ids) {
+    log_debug(START, "Watcher started from uniformIds = [ ");
+    log_warningWrite("Tabulo/C: Watcher started from uniformIds = [ ");
+    for (std::int32_t i = 0; i < count; ++i) {
+        log_write("%d ", ids[i]);
+        log_warningWrite("%d ", ids[i]);
+    }
+    log_write("]\n");
+    log_warningWrite("]\n");
+}
+
+void logEnd(const Watch& watch, ErrorCode code) {
+    if (watch.stop != 0) {
+        log_warningWrite("Tabulo/C: Watcher asked to stop. Last sent uniformId = %d\n", watch.lastThrough);
+    } else {
+        log_warningWrite("Tabulo/C: Watcher stopped due to error %d. Last sent uniformId = %d\n", code,
+                         watch.lastThrough);
+    }
+}
+
+// The reader with the smallest next uniform id, or null when none has a message.
+ErrorCode findNextUniformId(MessageWatcher* watcher, TableReader** found) {
+    log_debug("findNextUniformId", "looking for nextUniformId...\n");
+    *found = nullptr;
+    ErrorCode code = NO_ERROR;
+    for (const auto& reader : watcher->readers) {
+        code = tableReader_peek(reader.get());
+        if (code == NO_DATA_ERROR) {
+            code = NO_ERROR;
+            continue;
+        }
+        if (code != NO_ERROR) {
+            *found = nullptr;
+            break;
+        }
+        if (*found == nullptr || reader->message.metadata.uniformId < (*found)->message.metadata.uniformId) {
+            *found = reader.get();
+        }
+    }
+    log_debug("findNextUniformId", "found nextUniformId = %d at reader %d, error code = %d.\n",
+              *found == nullptr ? NO_ID : (*found)->message.metadata.uniformId,
+              *found == nullptr ? static_cast<std::int32_t>(watcher->readers.size()) : (*found)->index, code);
+    return code;
+}
+
+// Points the message's fields at copies of their texts, which no refill moves.
+ErrorCode copyTexts(MessageWatcher* watcher, DecodedMessage* message, std::int32_t fieldCount) {
+    std::size_t size = 0;
+    for (std::int32_t i = 0; i < fieldCount; ++i) {
+        size += stringField_bytes(message->stringFields[static_cast<std::size_t>(i)]).size();
+    }
+    try {
+        watcher->texts.resize(size);
+    } catch (const std::bad_alloc&) {
+        return OUT_OF_MEMORY_ERROR;
+    }
+    std::size_t offset = 0;
+    for (std::int32_t i = 0; i < fieldCount; ++i) {
+        StringField& field = message->stringFields[static_cast<std::size_t>(i)];
+        const std::string_view bytes = stringField_bytes(field);
+        if (!bytes.empty()) {
+            bytes.copy(watcher->texts.data() + offset, bytes.size());
+            field.text = watcher->texts.data() + offset;
+            offset += bytes.size();
+        }
+    }
+    return NO_ERROR;
+}
+
+ErrorCode callWithoutMessage(Watch* watch, std::int32_t* stop) {
+    return watch->callback(stop, watch->context, nullptr, nullptr, 0, nullptr, 0, 0);
+}
+
+// Delivers the reader's message, unless its id opens a gap: then that is logged, and the next pass delivers it.
+ErrorCode deliver(Watch* watch, TableReader* reader) {
+    const std::int32_t id = reader->message.metadata.uniformId;
+    if (watch->lastDelivered.has_value() && std::int64_t{id} != std::int64_t{*watch->lastDelivered} + 1) {
+        log_debug(START, "uniform id gap occured: prevUniformId = %d, nextUniformId = %d\n", *watch->lastDelivered, id);
+        watch->lastDelivered.reset();
+        return NO_ERROR;
+    }
+    watch->lastDelivered = id;
+    watch->lastThrough = id;
+    watch->watcher->idlePasses = 0;
+    log_debug(START, "uniformId = %d, reader src = %d.\n", id, reader->index);
+    const MessageTableLayout& layout = reader->table->header.layout;
+    DecodedMessage message = reader->message;
+    ErrorCode code = copyTexts(watch->watcher, &message, layout.stringFieldCount);
+    tableReader_consume(reader);
+    if (code == NO_ERROR && id >= effectiveId(watch->startingIds[reader->index])) {
+        code = watch->callback(&watch->stop, watch->context, &message.metadata, message.stringFields.data(),
+                               layout.stringFieldCount, message.numericFields.data(), layout.numericFieldCount,
+                               reader->index);
+    }
+    return code;
+}
+
+// A pass that found nothing.
+ErrorCode idle(Watch* watch) {
+    const ErrorCode code = callWithoutMessage(watch, &watch->stop);
+    if (code != NO_ERROR || watch->stop != 0) {
+        return code;
+    }
+    MessageWatcher* watcher = watch->watcher;
+    if (watcher->idlePasses < std::numeric_limits<std::int32_t>::max()) {
+        watcher->idlePasses += 1;
+    }
+    const std::int64_t pause = messageWatcher_pauseAfter(watcher->idlePasses);
+    if (pause > 0) {
+        watcher->pause(pause);
+    }
+    return NO_ERROR;
+}
+
+ErrorCode positionReaders(Watch* watch) {
+    for (const auto& reader : watch->watcher->readers) {
+        const ErrorCode code = tableReader_position(reader.get(), effectiveId(watch->startingIds[reader->index]));
+        if (code != NO_ERROR) {
+            return code;
+        }
+    }
+    return NO_ERROR;
+}
+
+ErrorCode run(Watch* watch) {
+    ErrorCode code = NO_ERROR;
+    while ((code == NO_ERROR || code == NO_DATA_ERROR) && watch->stop == 0) {
+        TableReader* reader = nullptr;
+        code = findNextUniformId(watch->watcher, &reader);
+        if (code != NO_ERROR) {
+            // What was gathered is handed on; what comes of that changes nothing.
+            std::int32_t ignored = 0;
+            callWithoutMessage(watch, &ignored);
+            return code;
+        }
+        code = reader != nullptr ? deliver(watch, reader) : idle(watch);
+    }
+    return code;
+}
+
+}  // namespace
+
+MessageWatcher* messageWatcher_create(MessageTable* const* tables, std::int32_t count) noexcept {
+    if (count < 0 || (tables == nullptr && count > 0)) {
+        return nullptr;
+    }
+    try {
+        auto watcher = std::make_unique<MessageWatcher>();
+        watcher->pause = platform_sleep;
+        for (std::int32_t i = 0; i < count; ++i) {
+            auto reader = std::make_unique<TableReader>();
+            if (tables[i] == nullptr || tableReader_init(reader.get(), tables[i], i) != NO_ERROR) {
+                return nullptr;
+            }
+            watcher->readers.push_back(std::move(reader));
+        }
+        return watcher.release();
+    } catch (const std::bad_alloc&) {
+        return nullptr;
+    }
+}
+
+void messageWatcher_destroy(MessageWatcher* watcher) noexcept {
+    delete watcher;
+}
+
+ErrorCode messageWatcher_startWatching(MessageWatcher* watcher, std::int32_t count, const std::int32_t* startingIds,
+                                       void* context, WatchCallback callback) noexcept {
+    if (watcher == nullptr || callback == nullptr || (startingIds == nullptr && count > 0)) {
+        return NULL_POINTER_ERROR;
+    }
+    logStart(count, startingIds);
+    Watch watch;
+    watch.watcher = watcher;
+    watch.startingIds = startingIds;
+    watch.context = context;
+    watch.callback = callback;
+    watcher->idlePasses = 0;
+    ErrorCode code = count < static_cast<std::int32_t>(watcher->readers.size()) ? INDEX_OUT_OF_BOUNDS_ERROR
+                                                                                : positionReaders(&watch);
+    if (code == NO_ERROR) {
+        code = run(&watch);
+    }
+    if (watch.stop != 0) {
+        code = NO_ERROR;
+    }
+    logEnd(watch, code);
+    watcher->idlePasses = 0;
+    return code;
+}
+
+std::int64_t messageWatcher_pauseAfter(std::int32_t idlePasses) noexcept {
+    return idlePasses <= PASSES_WITHOUT_PAUSE ? 0 : std::int64_t{idlePasses} * 20 + 50;
+}
+
+}  // namespace tabulo

@@ -1,0 +1,55 @@
+// Follows several message tables at once and hands every new message to a callback, in the order of the uniform ids,
+// which number the messages of all tables of an engine in one sequence.
+//
+// The watcher runs on the thread that starts it until the callback asks it to stop or an error occurs. Per pass it
+// looks at the next message of each table; the smallest uniform id wins, the first table on ties. An id that does not
+// follow the one delivered before is logged once as a gap, and delivered in the next pass. A pass that finds nothing
+// calls the callback with no message and then waits: not at all for the first ten such passes in a row, from the
+// eleventh on passes x 20 + 50 milliseconds, growing without a limit until a message comes.
+//
+// The tables are borrowed and must be open and outlive the watcher's use of them; other processes may write them.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+#include "core/error_codes.h"
+#include "watcher/table_reader.h"
+
+namespace tabulo {
+
+struct MessageWatcher {
+    std::vector<std::unique_ptr<TableReader>> readers;  // in the order given
+    std::int32_t idlePasses = 0;                        // passes in a row that found nothing
+    void (*pause)(std::int64_t milliseconds) = nullptr;
+    std::vector<char> texts;  // of the message being delivered
+};
+
+// Receives a message, its fields and the index of its table, or, when a pass finds nothing, the context and nothing
+// else. Sets *stop to 1 to end the watch. A result other than NO_ERROR ends it with that code. Texts are copies, valid
+// during the call.
+using WatchCallback = ErrorCode (*)(std::int32_t* stop, void* context, const MessageMetadata* metadata,
+                                    const StringField* stringFields, std::int32_t stringFieldCount,
+                                    const NumericValue* numericFields, std::int32_t numericFieldCount,
+                                    std::int32_t readerIndex);
+
+// A watcher over `count` tables, owned by the caller; none at all makes one that only idles. Null for a null table, a
+// null array with a count above 0, a negative count, or when memory is short.
+MessageWatcher* messageWatcher_create(MessageTable* const* tables, std::int32_t count) noexcept;
+// Frees the watcher, not the tables; null is accepted.
+void messageWatcher_destroy(MessageWatcher* watcher) noexcept;
+
+// Watches until the callback stops it (NO_ERROR) or an error occurs, from one starting uniform id per table on: older
+// messages are consumed silently, -1 stands for 1. More ids than tables are ignored. NULL_POINTER_ERROR: watcher,
+// callback, or ids with a count above 0; INDEX_OUT_OF_BOUNDS_ERROR: fewer ids than tables, nothing is positioned; the
+// codes of tableReader_position, of tableReader_peek (the callback is then called once more without a message, so that
+// it can hand on what it has gathered) and of the callback. The start and the end are written to the warning channel. A
+// watcher can be started again after it has returned.
+ErrorCode messageWatcher_startWatching(MessageWatcher* watcher, std::int32_t count, const std::int32_t* startingIds,
+                                       void* context, WatchCallback callback) noexcept;
+
+// The pause after the given number of idle passes, in milliseconds; 0 for none.
+std::int64_t messageWatcher_pauseAfter(std::int32_t idlePasses) noexcept;
+
+}  // namespace tabulo
