@@ -153,4 +153,25 @@ std::int32_t byteStream_setBuffer(KSVByteStream* stream, void* buffer, std::int3
     return 0;
 }
 
+std::int32_t byteStream_makeRoom(KSVByteStream* stream, std::int32_t n) noexcept {
+    byteStream_clear(stream);
+    if (stream->capacity >= n) {
+        return 0;
+    }
+    if (stream->owned == nullptr) {
+        stream->error = OUT_OF_MEMORY_ERROR;
+        return -1;
+    }
+    // The old buffer goes first: two of them may be more than there is.
+    stream->owned.reset();
+    stream->owned.reset(new (std::nothrow) std::uint8_t[static_cast<std::size_t>(n)]);
+    stream->buffer = stream->owned.get();
+    stream->capacity = stream->owned == nullptr ? 0 : n;
+    if (stream->owned == nullptr) {
+        stream->error = OUT_OF_MEMORY_ERROR;
+        return -1;
+    }
+    return 0;
+}
+
 }  // namespace tabulo

@@ -81,8 +81,9 @@ std::size_t modifiedUtf8_wholeLength(std::string_view text) noexcept {
             break;
         }
     }
+    // At most one character goes, and the surrogate before it: bytes that are no UTF-8 are characters of their own.
     if (lead < text.size() && announcedLength(byteAt(text, lead)) > text.size() - lead) {
-        return modifiedUtf8_wholeLength(text.substr(0, lead));
+        text = text.substr(0, lead);
     }
     return endsInHighSurrogate(text) ? text.size() - 3 : text.size();
 }

@@ -117,7 +117,7 @@ ErrorCode mfr_encodeMessage(const MessageMetadata* metadata, const StringField* 
         length += numericValue_frameSize(numericFields[i]);
     }
     for (std::int32_t i = 0; i < stringFieldCount; ++i) {
-        length += STRING_LENGTH_SIZE + stringFields[i].length;
+        length += std::int64_t{STRING_LENGTH_SIZE} + stringFields[i].length;
     }
     if (length > std::numeric_limits<std::int32_t>::max()) {
         stream->error = STREAM_EXTENSION_ERROR;

@@ -26,6 +26,9 @@ std::int32_t countOf(FieldKind kind, const MessageTableHeader& header) {
 }
 
 void writeNames(std::span<const FieldName> names) {
+    if (names.empty()) {
+        return;
+    }
     try {
         std::string joined;
         for (const FieldName& name : names) {

@@ -28,6 +28,18 @@ ErrorCode readTypeName(KSVByteStream* stream) {
     return std::memcmp(name.data(), TYPE_NAME, TYPE_NAME_LENGTH) == 0 ? NO_ERROR : TABLE_TYPE_ERROR;
 }
 
+// The type name, the layout and the names. An impossible layout is told before names that it makes up run out of data.
+ErrorCode readLayout(KSVByteStream* stream, MessageTableHeader* stored) {
+    const ErrorCode code = readTypeName(stream);
+    if (code != NO_ERROR) {
+        return code;
+    }
+    const bool hasLayout = byteStream_unread(stream) >= LAYOUT_SIZE;
+    const ErrorCode read = mtLayout_read(stored, stream, true);
+    const ErrorCode checked = hasLayout ? mtLayout_check(&stored->layout) : NO_ERROR;
+    return checked != NO_ERROR ? checked : read;
+}
+
 void writeDetail(const MessageTable* table, FieldKind kind, const MessageTableHeader& stored) {
     headerMismatch_writeDetail(tableConfig_getMasterPath(table->storage->config), kind, table->header, stored);
 }
@@ -161,18 +173,12 @@ ErrorCode mtX_verify(MessageTable* table, TableFile* file, KSVByteStream* stream
     if (byteStream_resetRead(stream, BYTE_STREAM_FORWARD, offset) != 0) {
         return byteStream_error(stream);
     }
-    code = readTypeName(stream);
     MessageTableHeader stored;
-    if (code == NO_ERROR) {
-        code = mtLayout_read(&stored, stream, true);
-    }
-    if (code == NO_ERROR) {
-        code = mtLayout_check(&stored.layout);
-    }
+    code = readLayout(stream, &stored);
     if (code != NO_ERROR) {
         return code;
     }
-    if (byteStream_readMark(stream) + HEADER_TAIL_SIZE != table->storage->headerSize) {
+    if (byteStream_readMark(stream) + HEADER_TAIL_SIZE != tsgh_storedHeaderSize(stream)) {
         return HEADER_CORRUPTED_ERROR;
     }
     code = compareWithConfiguration(table, stored);

@@ -15,7 +15,7 @@ constexpr std::int32_t STREAM_BYTES_PER_FILTER = 1250;
 constexpr std::int32_t STREAM_BYTES_BESIDE_FILTERS = 2048;
 
 MessageFramesPtr create(TableStorage* storage, const MessageTableLayout* layout) {
-    if (mtLayout_check(layout) != NO_ERROR) {
+    if (layout == nullptr || mtLayout_check(layout) != NO_ERROR) {
         return nullptr;
     }
     MessageFramesPtr mfr(new (std::nothrow) MessageFrames);

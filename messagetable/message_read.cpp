@@ -37,6 +37,7 @@ ErrorCode mt_readMessages(MessageTable* table, const std::int32_t* connMsgIds, s
     if (count < 0) {
         return WRONG_PARAMETER_ERROR;
     }
+    const MessageTableUse use(table);
     StoppableListener stoppable{listener};
     IdSetMatch match;
     match.consumer = callListener;
@@ -57,7 +58,7 @@ ErrorCode mt_readMessages(MessageTable* table, const std::int32_t* connMsgIds, s
     mfr_resetAll(reader.get());
     code = backward ? mfr_readBackward(reader.get(), mt_openBlockStart(table), query_matchIdSet, &match)
                     : mfr_readForward(reader.get(), table->storage->headerSize, query_matchIdSet, &match);
-    if (code != NO_ERROR || stoppable.stopped) {
+    if (code != NO_ERROR || stoppable.stopped || table->destroyRequested) {
         return code;
     }
     std::int32_t answer = MATCH_NO;

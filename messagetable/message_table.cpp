@@ -120,7 +120,24 @@ MessageTable* mt_create(KSVTboTableConfig* config) noexcept {
 }
 
 void mt_destroy(MessageTable* table) noexcept {
+    if (table != nullptr && table->uses > 0) {
+        table->destroyRequested = true;
+        table->opened = false;
+        tableStorage_closeAll(table->storage.get());
+        return;
+    }
     delete table;
+}
+
+MessageTableUse::MessageTableUse(MessageTable* table) noexcept : table_(table) {
+    table_->uses += 1;
+}
+
+MessageTableUse::~MessageTableUse() {
+    table_->uses -= 1;
+    if (table_->destroyRequested && table_->uses == 0) {
+        mt_destroy(table_);
+    }
 }
 
 ErrorCode mt_open(MessageTable* table, std::int32_t mode) noexcept {
@@ -138,7 +155,8 @@ ErrorCode mt_close(MessageTable* table) noexcept {
     if (table == nullptr) {
         return NULL_POINTER_ERROR;
     }
-    if (!table->opened || table->tail == nullptr || !isWritable(table)) {
+    if (!table->opened || table->tail == nullptr || !isWritable(table) ||
+        !tableStorage_isActive(table->storage.get())) {
         return NO_ERROR;
     }
     return saveTail(table);

@@ -27,6 +27,8 @@ struct MessageTable {
     DataInfo dataInfo;
     mthStaticIndexes staticIndexes;  // what is saved and what lookups answer
     bool opened = false;             // the last open succeeded
+    std::int32_t uses = 0;           // operations under way that call back (MessageTableUse)
+    bool destroyRequested = false;   // mt_destroy was called by such a callback
     // What a read-only table has seen of its file, so that an unchanged one is not read again.
     bool viewLoaded = false;
     std::int64_t viewSize = 0;
@@ -36,8 +38,21 @@ struct MessageTable {
 // A table without files, owned by the caller. The configuration is the table's in every case. Null for a null
 // configuration, an impossible layout, or when memory is short.
 MessageTable* mt_create(KSVTboTableConfig* config) noexcept;
-// Closes what is open, without saving the tail, and frees everything; null is accepted.
+// Closes what is open, without saving the tail, and frees everything; null is accepted. Called from inside a callback
+// of the table, it closes the files at once, and the memory goes when the operation that called back ends.
 void mt_destroy(MessageTable* table) noexcept;
+
+// Held by an operation that calls back while it uses a table: the callback may drop, close or destroy the table.
+class MessageTableUse {
+  public:
+    explicit MessageTableUse(MessageTable* table) noexcept;
+    ~MessageTableUse();
+    MessageTableUse(const MessageTableUse&) = delete;
+    MessageTableUse& operator=(const MessageTableUse&) = delete;
+
+  private:
+    MessageTable* table_;
+};
 
 // Opens the files in a mode of tableFileOpen; an open table is closed first. NULL_POINTER_ERROR; the codes of
 // tableStorage_init and of the section's checks: TABLE_TYPE_ERROR, HEADER_CORRUPTED_ERROR, CONFIG_MISMATCH_ERROR, the
@@ -45,8 +60,8 @@ void mt_destroy(MessageTable* table) noexcept;
 // STREAM_READ_RESET_ERROR when it ends with the generic header.
 // A file that was not closed cleanly is recovered when it is opened for writing.
 ErrorCode mt_open(MessageTable* table, std::int32_t mode) noexcept;
-// Saves the header's tail of a table that is open for writing; nothing otherwise. The files stay open.
-// NULL_POINTER_ERROR; the codes of tv_saveData.
+// Saves the header's tail of a table that is open for writing; nothing otherwise, also when a failed write has closed
+// its file. The files stay open. NULL_POINTER_ERROR; the codes of tv_saveData.
 ErrorCode mt_close(MessageTable* table) noexcept;
 // Empties the table: cuts its files to their headers and creates them anew. NULL_POINTER_ERROR; READ_ONLY_ERROR;
 // MASTER_INACTIVE_ERROR without an active file; the codes of mt_truncateStorage and mt_open. When the files cannot be

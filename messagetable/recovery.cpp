@@ -102,6 +102,9 @@ ErrorCode rebuildHeader(Recovery* recovery) {
         return code;
     }
     const std::int32_t end = byteStream_writeMark(stream);
+    if (end > MAX_HEADER_SIZE) {
+        return WRONG_PARAMETER_ERROR;  // such a table would never open again
+    }
     generic.headerSize = end;
     byteStream_resetWrite(stream, 0);
     tsgh_write(&generic, stream);

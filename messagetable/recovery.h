@@ -24,7 +24,8 @@ struct MessageTable;
 
 // Recovers `file`, which is open for writing, and loads it into the table. FILE_SIZE_ERROR when nothing stands behind
 // the generic header; HEADER_CORRUPTED_ERROR when the stored section is whole and of another layout (nothing is
-// touched); OUT_OF_MEMORY_ERROR, the codes of reading, of saving (salvage.h), of tableFileWrite, tableFileFlush,
+// touched); WRONG_PARAMETER_ERROR when it is cut and the configuration's would be larger than a header may be;
+// OUT_OF_MEMORY_ERROR, the codes of reading, of saving (salvage.h), of tableFileWrite, tableFileFlush,
 // tableFileTruncate and mtX_load. After any error nothing further is written or cut.
 ErrorCode mtX_recover(MessageTable* table, TableFile* file) noexcept;
 

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <string_view>
 
 namespace tabulo {
 
@@ -34,6 +35,12 @@ void readName(FieldName* name, KSVByteStream* stream, bool keep) {
 
 std::int32_t numericNameCount(const MessageTableLayout& layout) {
     return std::clamp(layout.numericFieldCount, 0, MAX_NUMERIC_FIELDS);
+}
+
+// The stored bytes, their NUL included; none for an absent name and for one that is a NUL alone.
+std::string_view textOf(const FieldName& name) {
+    const std::string_view text(name.text, name.text == nullptr ? 0 : static_cast<std::size_t>(name.length));
+    return text == std::string_view("", 1) ? std::string_view() : text;
 }
 
 ErrorCode sizeOf(TableFile* file, std::uint64_t* size) {
@@ -105,10 +112,7 @@ ErrorCode mtLayout_check(const MessageTableLayout* layout) noexcept {
 }
 
 bool fieldName_equals(const FieldName& left, const FieldName& right) noexcept {
-    const std::int32_t leftLength = std::max(left.length - 1, 0);
-    const std::int32_t rightLength = std::max(right.length - 1, 0);
-    return leftLength == rightLength &&
-           (leftLength == 0 || std::memcmp(left.text, right.text, static_cast<std::size_t>(leftLength)) == 0);
+    return textOf(left) == textOf(right);
 }
 
 void blockInfo_init(BlockInfo* info) noexcept {

@@ -1,8 +1,9 @@
 // Walks over a whole table, block by block, asking a match operation about each block and each message.
 //
-// A walk reads the master file with a frame reader of its own; it never moves a writer's place. It ends silently only
-// at the end of the data. A damaged footer, a frame that does not decode and a failed read are returned, behind the
-// messages that could be read before them.
+// A walk reads the master file with a frame reader of its own; it never moves a writer's place. The operation may use
+// the table: when it drops it, the walk ends without an error, when it closes the file, with MASTER_INACTIVE_ERROR. A
+// walk ends silently only at the end of the data. A damaged footer, a frame that does not decode and a failed read are
+// returned, behind the messages that could be read before them.
 #pragma once
 
 #include <cstdint>

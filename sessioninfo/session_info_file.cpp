@@ -21,8 +21,7 @@ std::int32_t valueAreaSize(const SessionInfoTable* table) {
     return table->fieldCount * VALUE_SIZE;
 }
 
-ErrorCode readRecordAt(const SessionInfoTable* table, KSVByteStream* stream, std::int32_t offset,
-                       SessionInfoTags* stored) {
+ErrorCode readRecordAt(KSVByteStream* stream, std::int32_t offset, SessionInfoTags* stored) {
     if (byteStream_resetRead(stream, BYTE_STREAM_FORWARD, offset) != 0) {
         return byteStream_error(stream);
     }
@@ -30,7 +29,7 @@ ErrorCode readRecordAt(const SessionInfoTable* table, KSVByteStream* stream, std
     if (code != NO_ERROR) {
         return code;
     }
-    return byteStream_readMark(stream) == table->storage->headerSize ? NO_ERROR : HEADER_CORRUPTED_ERROR;
+    return byteStream_readMark(stream) == tsgh_storedHeaderSize(stream) ? NO_ERROR : HEADER_CORRUPTED_ERROR;
 }
 
 void adopt(SessionInfoTable* table, const SessionInfoTags& tags) {
@@ -66,12 +65,15 @@ void siX_useConfiguredTags(SessionInfoTable* table) noexcept {
 }
 
 ErrorCode siX_writeConfig(SessionInfoTable* table, KSVByteStream* stream) noexcept {
+    if (table->fieldCount < 1) {
+        return WRONG_PARAMETER_ERROR;  // such a file would never open again
+    }
     return siX_writeTypeRecord(table->fieldCount, table->tags.data(), stream);
 }
 
 ErrorCode siX_verify(SessionInfoTable* table, TableFile* file, KSVByteStream* stream, std::int32_t offset) noexcept {
     SessionInfoTags stored;
-    ErrorCode code = readRecordAt(table, stream, offset, &stored);
+    ErrorCode code = readRecordAt(stream, offset, &stored);
     if (code != NO_ERROR) {
         return code;
     }
@@ -103,7 +105,7 @@ ErrorCode siX_load(SessionInfoTable* table, TableFile* file, KSVByteStream* stre
         return FILE_SIZE_ERROR;
     }
     SessionInfoTags stored;
-    code = readRecordAt(table, stream, offset, &stored);
+    code = readRecordAt(stream, offset, &stored);
     return code == NO_ERROR ? siX_loadValues(table, file) : code;
 }
 
@@ -165,7 +167,7 @@ ErrorCode siX_recover(SessionInfoTable* table, TableFile* file) noexcept {
     ErrorCode code = byteStream_readFromFileAt(stream.get(), file, 0, MAX_HEADER_SIZE);
     SessionInfoTags stored;
     if (code == NO_ERROR) {
-        code = readRecordAt(table, stream.get(), table->storage->specificHeaderOffset, &stored);
+        code = readRecordAt(stream.get(), table->storage->specificHeaderOffset, &stored);
     }
     if (code == NO_ERROR) {
         adopt(table, stored);

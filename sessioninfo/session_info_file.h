@@ -16,7 +16,8 @@ extern const TableStorageOps sessionInfoOps;
 // Takes count and tags from the configuration.
 void siX_useConfiguredTags(SessionInfoTable* table) noexcept;
 
-// Appends the type record of a new file. The result is the stream's error.
+// Appends the type record of a new file. The result is the stream's error; WRONG_PARAMETER_ERROR for a table without
+// tags.
 ErrorCode siX_writeConfig(SessionInfoTable* table, KSVByteStream* stream) noexcept;
 // Checks the type record at `offset` against the configured tags and adopts the stored ones. The codes of
 // siX_readTypeRecord; HEADER_CORRUPTED_ERROR when the record does not end where the header does; CONFIG_MISMATCH_ERROR,

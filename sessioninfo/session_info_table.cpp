@@ -116,9 +116,13 @@ ErrorCode si_write(SessionInfoTable* table, std::int32_t count, const std::int32
         return code;
     }
     code = tableStorage_ensureMode(table->storage.get(), TABLE_FILE_WRITE);
-    if (code == NO_ERROR) {
-        code = setValues(table, count, tags, values);
+    if (code != NO_ERROR) {
+        if (!tableStorage_isActive(table->storage.get())) {
+            siX_useConfiguredTags(table);
+        }
+        return code;
     }
+    code = setValues(table, count, tags, values);
     if (code != NO_ERROR) {
         return code;
     }

@@ -22,14 +22,6 @@ ErrorCode byteStream_writeToFile(KSVByteStream* stream, TableFile* file) noexcep
     return tableFileWrite(file, byteStream_buffer(stream), byteStream_writeMark(stream));
 }
 
-ErrorCode byteStream_prepare(KSVByteStream* stream, std::int32_t n) noexcept {
-    byteStream_clear(stream);
-    if (byteStream_capacity(stream) < n && !stream->extend(stream, n)) {
-        return fail(stream, OUT_OF_MEMORY_ERROR);
-    }
-    return NO_ERROR;
-}
-
 ErrorCode byteStream_readFromFile(KSVByteStream* stream, TableFile* file, std::int32_t n) noexcept {
     if (stream == nullptr) {
         return NULL_POINTER_ERROR;
@@ -37,11 +29,14 @@ ErrorCode byteStream_readFromFile(KSVByteStream* stream, TableFile* file, std::i
     if (n < 0) {
         return fail(stream, WRONG_PARAMETER_ERROR);
     }
-    ErrorCode code = byteStream_prepare(stream, n);
-    if (code != NO_ERROR) {
-        return code;
+    if (byteStream_capacity(stream) < n) {
+        byteStream_clear(stream);
+        if (!stream->extend(stream, n)) {
+            return fail(stream, OUT_OF_MEMORY_ERROR);
+        }
     }
-    code = tableFileReadExact(file, byteStream_buffer(stream), n);
+    byteStream_clearError(stream);
+    const ErrorCode code = tableFileReadExact(file, byteStream_buffer(stream), n);
     if (code != NO_ERROR) {
         return fail(stream, code);
     }
@@ -55,12 +50,11 @@ ErrorCode byteStream_readFromFileAt(KSVByteStream* stream, TableFile* file, std:
     if (n < 0) {
         return fail(stream, WRONG_PARAMETER_ERROR);
     }
-    ErrorCode code = byteStream_prepare(stream, n);
-    if (code != NO_ERROR) {
-        return code;
+    if (byteStream_makeRoom(stream, n) != 0) {
+        return byteStream_error(stream);
     }
     std::int64_t count = 0;
-    code = tableFileReadAt(file, offset, byteStream_buffer(stream), n, &count);
+    const ErrorCode code = tableFileReadAt(file, offset, byteStream_buffer(stream), n, &count);
     if (code != NO_ERROR) {
         return fail(stream, code);
     }

@@ -19,9 +19,6 @@ ErrorCode byteStream_writeToFile(KSVByteStream* stream, TableFile* file) noexcep
 // empty.
 ErrorCode byteStream_readFromFile(KSVByteStream* stream, TableFile* file, std::int32_t n) noexcept;
 
-// Empties the stream and makes room for n bytes. OUT_OF_MEMORY_ERROR (also the stream's error) when it cannot grow.
-ErrorCode byteStream_prepare(KSVByteStream* stream, std::int32_t n) noexcept;
-
 // As byteStream_readFromFile, forward, from an absolute offset and past the file's buffer and position
 // (tableFileReadAt): up to n bytes, fewer at the file's end.
 ErrorCode byteStream_readFromFileAt(KSVByteStream* stream, TableFile* file, std::int64_t offset,

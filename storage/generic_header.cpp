@@ -1,6 +1,7 @@
 #include "storage/generic_header.h"
 
 #include <bit>
+#include <cstring>
 
 #include "core/log.h"
 
@@ -43,6 +44,15 @@ ErrorCode tsgh_read(TableGenericHeader* header, KSVByteStream* stream) noexcept 
     byteStream_get(stream, &header->versionMinor);
     byteStream_get(stream, &header->headerSize);
     return NO_ERROR;
+}
+
+std::int32_t tsgh_storedHeaderSize(const KSVByteStream* stream) noexcept {
+    std::int32_t headerSize = 0;
+    if (byteStream_writeMark(stream) >= GENERIC_HEADER_SIZE) {
+        constexpr std::size_t width = sizeof(headerSize);
+        std::memcpy(&headerSize, byteStream_buffer(stream) + GENERIC_HEADER_SIZE - width, width);
+    }
+    return headerSize;
 }
 
 ErrorCode tsgh_verify(const TableGenericHeader* header) noexcept {

@@ -34,6 +34,8 @@ void tsgh_init(TableGenericHeader* header, std::int32_t headerSize) noexcept;
 ErrorCode tsgh_write(const TableGenericHeader* header, KSVByteStream* stream) noexcept;
 // Takes the 19 bytes from the stream. STREAM_NOT_ENOUGH_DATA_ERROR when fewer are unread, nothing consumed.
 ErrorCode tsgh_read(TableGenericHeader* header, KSVByteStream* stream) noexcept;
+// The header size that a file stores, from the stream that holds its beginning; 0 when the 19 bytes are not there.
+std::int32_t tsgh_storedHeaderSize(const KSVByteStream* stream) noexcept;
 // SIGNATURE_ERROR, BYTE_ORDER_ERROR, VERSION_ERROR (with a WARNING) or HEADER_CORRUPTED_ERROR, in this order.
 ErrorCode tsgh_verify(const TableGenericHeader* header) noexcept;
 

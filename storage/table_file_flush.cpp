@@ -1,5 +1,6 @@
 // Flushing with the sync policy, and cutting, of a table file.
 #include <cinttypes>
+#include <limits>
 
 #include "core/log.h"
 #include "storage/table_file.h"
@@ -85,7 +86,9 @@ ErrorCode tableFileFlush(TableFile* file) noexcept {
             file->pendingOffset = 0;
         }
     }
-    file->flushesCount += 1;
+    if (file->flushesCount < std::numeric_limits<std::int32_t>::max()) {
+        file->flushesCount += 1;
+    }
     if (!syncPolicy.doSyncToDisk) {
         return result;
     }
@@ -126,8 +129,8 @@ ErrorCode tableFileTruncate(TableFile* file, std::int64_t newSize) noexcept {
     tableFileRefreshSize(file, nullptr);
     if (cut != NO_ERROR && position < file->size) {
         tableFileSeekSet(file, position);
-        code = tableFileSeekSync(file, true);
-        return code != NO_ERROR ? code : cut;
+        tableFileSeekSync(file, true);
+        return cut;
     }
     code = tableFileRefreshSize(file, nullptr);
     log_debug("tableFileTruncate", "requested file size = %" PRId64 ", actual file size = %" PRId64 ".\n", newSize,

@@ -27,13 +27,6 @@ TableFile* activeFile(const TableStorage* storage, std::int32_t position) {
     return index < 0 ? nullptr : storage->files[static_cast<std::size_t>(index)];
 }
 
-void closeEverything(TableStorage* storage) {
-    // A close that failed has taken its stream along; the next one frees the record and goes on.
-    while (storage->activeCount > 0) {
-        tsX_close(storage);
-    }
-}
-
 }  // namespace
 
 TableStorage* tableStorage_create(const TableStorageOps& ops, void* owner, KSVTboTableConfig* config) noexcept {
@@ -56,8 +49,7 @@ void tableStorage_destroy(TableStorage* storage) noexcept {
     log_note("+ tableStorage_destroy", "self=%p, config=%p\n", static_cast<void*>(storage),
              static_cast<void*>(storage->config));
     // The configuration goes last: a close that fails prints the file's path.
-    tableStorage_uninit(storage);
-    closeEverything(storage);
+    tableStorage_closeAll(storage);
     tableConfig_destroy(storage->config);
     const std::unique_ptr<TableStorage> ended(storage);  // freed behind the line that names it
     log_note("- tableStorage_destroy", "self=%p\n", static_cast<void*>(storage));
@@ -86,8 +78,7 @@ ErrorCode tableStorage_init(TableStorage* storage, std::int32_t mode) noexcept {
             code = tsX_open(storage, mode);
         }
         if (code != NO_ERROR) {
-            tableStorage_uninit(storage);
-            closeEverything(storage);
+            tableStorage_closeAll(storage);
         }
     }
     log_note("- tableStorage_init", "self=%p, result=%d\n", static_cast<void*>(storage), code);
@@ -110,6 +101,14 @@ ErrorCode tableStorage_uninit(TableStorage* storage) noexcept {
     return code;
 }
 
+void tableStorage_closeAll(TableStorage* storage) noexcept {
+    tableStorage_uninit(storage);
+    // A close that failed has taken its stream along; the next one frees the record and goes on.
+    while (storage->activeCount > 0) {
+        tsX_close(storage);
+    }
+}
+
 ErrorCode tableStorage_ensureMode(TableStorage* storage, std::int32_t mode) noexcept {
     if (storage == nullptr || !isInitialised(storage)) {
         return NULL_POINTER_ERROR;
@@ -125,7 +124,9 @@ ErrorCode tableStorage_ensureMode(TableStorage* storage, std::int32_t mode) noex
     }
     log_debug("tableReopen", "(mode=%ld) returned %ld.\n", static_cast<long>(mode), static_cast<long>(code));
     if (code != NO_ERROR) {
-        closeEverything(storage);
+        while (storage->activeCount > 0) {
+            tsX_close(storage);
+        }
         tsX_open(storage, storage->mode);
     }
     return code;

@@ -73,6 +73,8 @@ using TableStoragePtr = std::unique_ptr<TableStorage, TableStorageDeleter>;
 ErrorCode tableStorage_init(TableStorage* storage, std::int32_t mode) noexcept;
 // Closes the files. NULL_POINTER_ERROR; SYSTEM_FILE_ERROR at the first failed close: a further call goes on behind it.
 ErrorCode tableStorage_uninit(TableStorage* storage) noexcept;
+// As tableStorage_uninit, but goes on behind failed closes until nothing is open.
+void tableStorage_closeAll(TableStorage* storage) noexcept;
 // Reopens the files when `mode` differs from the storage's mode, which keeps its value: each such call reopens.
 // NULL_POINTER_ERROR, also for a storage that is not initialised. When the reopen fails, the files are opened once more
 // in the storage's own mode and the code of the failed reopen is returned.

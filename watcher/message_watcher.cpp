@@ -1,5 +1,6 @@
 #include "watcher/message_watcher.h"
 
+#include <deque>
 #include <limits>
 #include <new>
 #include <optional>
@@ -131,7 +132,7 @@ ErrorCode deliver(Watch* watch, TableReader* reader) {
 // A pass that found nothing.
 ErrorCode idle(Watch* watch) {
     const ErrorCode code = callWithoutMessage(watch, &watch->stop);
-    if (code != NO_ERROR || watch->stop != 0) {
+    if (code != NO_ERROR || watch->stop != 0 || watch->watcher->destroyRequested) {
         return code;
     }
     MessageWatcher* watcher = watch->watcher;
@@ -167,7 +168,39 @@ ErrorCode run(Watch* watch) {
             return code;
         }
         code = reader != nullptr ? deliver(watch, reader) : idle(watch);
+        if (watch->watcher->destroyRequested) {
+            watch->stop = 1;
+        }
     }
+    return code;
+}
+
+// The watch with its beginning and its end. The callback may destroy tables and the watcher: their memory stays until
+// then.
+ErrorCode runAndLog(Watch* watch, std::int32_t count) {
+    MessageWatcher* watcher = watch->watcher;
+    watcher->running = true;
+    watcher->idlePasses = 0;
+    ErrorCode code = INDEX_OUT_OF_BOUNDS_ERROR;
+    if (count >= static_cast<std::int32_t>(watcher->readers.size())) {
+        std::deque<MessageTableUse> uses;
+        try {
+            for (const auto& reader : watcher->readers) {
+                uses.emplace_back(reader->table);
+            }
+            code = positionReaders(watch);
+        } catch (const std::bad_alloc&) {
+            code = OUT_OF_MEMORY_ERROR;
+        }
+        if (code == NO_ERROR) {
+            code = run(watch);
+        }
+    }
+    if (watch->stop != 0) {
+        code = NO_ERROR;
+    }
+    logEnd(*watch, code);
+    watcher->idlePasses = 0;
     return code;
 }
 
@@ -194,6 +227,10 @@ MessageWatcher* messageWatcher_create(MessageTable* const* tables, std::int32_t 
 }
 
 void messageWatcher_destroy(MessageWatcher* watcher) noexcept {
+    if (watcher != nullptr && watcher->running) {
+        watcher->destroyRequested = true;
+        return;
+    }
     delete watcher;
 }
 
@@ -202,23 +239,20 @@ ErrorCode messageWatcher_startWatching(MessageWatcher* watcher, std::int32_t cou
     if (watcher == nullptr || callback == nullptr || (startingIds == nullptr && count > 0)) {
         return NULL_POINTER_ERROR;
     }
+    if (watcher->running) {
+        return WRONG_PARAMETER_ERROR;
+    }
     logStart(count, startingIds);
     Watch watch;
     watch.watcher = watcher;
     watch.startingIds = startingIds;
     watch.context = context;
     watch.callback = callback;
-    watcher->idlePasses = 0;
-    ErrorCode code = count < static_cast<std::int32_t>(watcher->readers.size()) ? INDEX_OUT_OF_BOUNDS_ERROR
-                                                                                : positionReaders(&watch);
-    if (code == NO_ERROR) {
-        code = run(&watch);
+    const ErrorCode code = runAndLog(&watch, count);
+    watcher->running = false;
+    if (watcher->destroyRequested) {
+        delete watcher;
     }
-    if (watch.stop != 0) {
-        code = NO_ERROR;
-    }
-    logEnd(watch, code);
-    watcher->idlePasses = 0;
     return code;
 }
 

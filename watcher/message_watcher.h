@@ -7,7 +7,8 @@
 // calls the callback with no message and then waits: not at all for the first ten such passes in a row, from the
 // eleventh on passes x 20 + 50 milliseconds, growing without a limit until a message comes.
 //
-// The tables are borrowed and must be open and outlive the watcher's use of them; other processes may write them.
+// The tables are borrowed and must outlive the watcher's use of them; other processes may write them. The callback may
+// write to, drop or destroy a table: a destroyed one ends the watch with MASTER_INACTIVE_ERROR.
 #pragma once
 
 #include <cstdint>
@@ -24,6 +25,8 @@ struct MessageWatcher {
     std::int32_t idlePasses = 0;                        // passes in a row that found nothing
     void (*pause)(std::int64_t milliseconds) = nullptr;
     std::vector<char> texts;  // of the message being delivered
+    bool running = false;
+    bool destroyRequested = false;  // messageWatcher_destroy was called by the callback
 };
 
 // Receives a message, its fields and the index of its table, or, when a pass finds nothing, the context and nothing
@@ -37,15 +40,16 @@ using WatchCallback = ErrorCode (*)(std::int32_t* stop, void* context, const Mes
 // A watcher over `count` tables, owned by the caller; none at all makes one that only idles. Null for a null table, a
 // null array with a count above 0, a negative count, or when memory is short.
 MessageWatcher* messageWatcher_create(MessageTable* const* tables, std::int32_t count) noexcept;
-// Frees the watcher, not the tables; null is accepted.
+// Frees the watcher, not the tables; null is accepted. Called from inside its callback, it stops the watch, and the
+// memory goes when the watch ends.
 void messageWatcher_destroy(MessageWatcher* watcher) noexcept;
 
 // Watches until the callback stops it (NO_ERROR) or an error occurs, from one starting uniform id per table on: older
 // messages are consumed silently, -1 stands for 1. More ids than tables are ignored. NULL_POINTER_ERROR: watcher,
-// callback, or ids with a count above 0; INDEX_OUT_OF_BOUNDS_ERROR: fewer ids than tables, nothing is positioned; the
-// codes of tableReader_position, of tableReader_peek (the callback is then called once more without a message, so that
-// it can hand on what it has gathered) and of the callback. The start and the end are written to the warning channel. A
-// watcher can be started again after it has returned.
+// callback, or ids with a count above 0; WRONG_PARAMETER_ERROR: it is running already; INDEX_OUT_OF_BOUNDS_ERROR: fewer
+// ids than tables, nothing is positioned; the codes of tableReader_position, of tableReader_peek (the callback is then
+// called once more without a message, so that it can hand on what it has gathered) and of the callback. The start and
+// the end are written to the warning channel. A watcher can be started again after it has returned.
 ErrorCode messageWatcher_startWatching(MessageWatcher* watcher, std::int32_t count, const std::int32_t* startingIds,
                                        void* context, WatchCallback callback) noexcept;
 
