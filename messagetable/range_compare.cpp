@@ -6,12 +6,13 @@ namespace tabulo {
 
 namespace {
 
-std::int32_t compareConnMsgIds(const BlockSummary& block, std::int32_t lower, std::int32_t upper) {
+std::int32_t compareConnMsgIds(const char* function, const BlockSummary& block, std::int32_t lower,
+                               std::int32_t upper) {
     const MessageClass lowerClass = classifyConnMsgId(lower);
     const MessageClass upperClass = classifyConnMsgId(upper);
     if (lowerClass != upperClass) {
         // The class texts stand in this order on purpose: the upper one first.
-        log_note("mfr_compareRange",
+        log_note(function,
                  "error: lowerConnMsgId=%d and upperConnMsgId=%d belong to different classes ('%s' and '%s'). Cannot "
                  "perform comparison, assuming no messages match against such request.\n",
                  lower, upper, connMsgClassName(upperClass), connMsgClassName(lowerClass));
@@ -26,10 +27,8 @@ std::int32_t compareConnMsgIds(const BlockSummary& block, std::int32_t lower, st
     return minimum > maximum ? NO_OVERLAP : range_compare(lower, upper, minimum, maximum);
 }
 
-}  // namespace
-
-std::int32_t mfr_compareRange(const BlockSummary& block, const MessageMetadata& lower, const MessageMetadata& upper,
-                              std::int32_t field) noexcept {
+std::int32_t compareField(const char* function, const BlockSummary& block, const MessageMetadata& lower,
+                          const MessageMetadata& upper, std::int32_t field) {
     switch (field) {
         case RANGE_SEQ_NUM:
             return range_compare(lower.seqNum, upper.seqNum, block.minimum.seqNum, block.maximum.seqNum);
@@ -38,11 +37,22 @@ std::int32_t mfr_compareRange(const BlockSummary& block, const MessageMetadata& 
         case RANGE_TIMESTAMP:
             return range_compare(lower.timestamp, upper.timestamp, block.minimum.timestamp, block.maximum.timestamp);
         case RANGE_CONN_MSG_ID:
-            return compareConnMsgIds(block, lower.connMsgId, upper.connMsgId);
+            return compareConnMsgIds(function, block, lower.connMsgId, upper.connMsgId);
         default:
-            log_note("mfr_compareRange", "internal error: unknown field index %d.\n", field);
+            log_note(function, "internal error: unknown field index %d.\n", field);
             return 0;
     }
+}
+
+}  // namespace
+
+std::int32_t mfr_compareRange(const BlockSummary& block, const MessageMetadata& lower, const MessageMetadata& upper,
+                              std::int32_t field) noexcept {
+    return compareField("mfr_compareRange", block, lower, upper, field);
+}
+
+std::int32_t mfr_compareNum(const BlockSummary& block, const MessageMetadata& bound, std::int32_t field) noexcept {
+    return compareField("mfr_compareNum", block, bound, bound, field);
 }
 
 }  // namespace tabulo

@@ -149,10 +149,6 @@ bool rangesMayMatch(const QueryConditions& conditions, const BlockSummary& block
 
 }  // namespace
 
-std::int32_t mfr_compareNum(const BlockSummary& block, const MessageMetadata& bound, std::int32_t field) noexcept {
-    return mfr_compareRange(block, bound, bound, field);
-}
-
 std::int32_t mfr_compareNumericIndexDouble(const BlockSummary& block, const MessageTableLayout& layout, double low,
                                            double high, std::int32_t fieldIndex) noexcept {
     return compareNumericIndex("mfr_compareNumericIndexDouble", block, layout, low, high, fieldIndex);

@@ -14,9 +14,6 @@
 
 namespace tabulo {
 
-// One value against the block's range of a field; see mfr_compareRange.
-std::int32_t mfr_compareNum(const BlockSummary& block, const MessageMetadata& bound, std::int32_t field) noexcept;
-
 // A range of a numeric filter against the block's range of its field, configured or pseudo. 0 with a NOTE for an index
 // outside 0 .. N + 6.
 std::int32_t mfr_compareNumericIndexDouble(const BlockSummary& block, const MessageTableLayout& layout, double low,

@@ -142,6 +142,21 @@ ErrorCode walkForward(MessageTableIterator* iterator, TableFile* file, bool* end
     return whole ? NO_ERROR : CONSISTENCY_ERROR;
 }
 
+// Blocks may have been closed since the iterator was opened: it begins at the one that is open now.
+ErrorCode stepToOpenBlock(MessageTableIterator* iterator, TableFile* file) {
+    MessageFrames* reader = iterator->reader.get();
+    for (;;) {
+        BlockView block;
+        const ErrorCode code = mfr_readBlockFooter(reader, file, iterator->position, true, &block);
+        const std::int64_t next = blockView_next(block, reader);
+        if (code != NO_ERROR || block.messageCount < messagesPerBlock(iterator) || next > tableFileCachedSize(file)) {
+            return code == NO_DATA_ERROR ? NO_ERROR : code;
+        }
+        iterator->position = next;
+        mfr_resetAll(reader);
+    }
+}
+
 ErrorCode loadBackward(MessageTableIterator* iterator, TableFile* file, Loaded* loaded) {
     MessageFrames* reader = iterator->reader.get();
     *loaded = Loaded::nothing;
@@ -149,6 +164,13 @@ ErrorCode loadBackward(MessageTableIterator* iterator, TableFile* file, Loaded* 
     ErrorCode code = checkPlace(iterator, file, iterator->position, &size);
     if (code != NO_ERROR || iterator->done) {
         return code;
+    }
+    if (!iterator->started) {
+        code = stepToOpenBlock(iterator, file);
+        if (code != NO_ERROR) {
+            return code;
+        }
+        iterator->started = true;
     }
     code = mfr_readBlockFooter(reader, file, iterator->position, true, &iterator->block);
     *loaded = Loaded::skipped;
@@ -197,8 +219,13 @@ ErrorCode stepBack(MessageTableIterator* iterator, TableFile* file) {
         iterator->done = true;
         return iterator->endCode;
     }
+    std::int64_t size = 0;
+    ErrorCode code = checkPlace(iterator, file, iterator->position, &size);
+    if (code != NO_ERROR || iterator->done) {
+        return code;
+    }
     std::int64_t previous = 0;
-    const ErrorCode code = mfr_previousBlockStart(iterator->reader.get(), file, iterator->position, &previous);
+    code = mfr_previousBlockStart(iterator->reader.get(), file, iterator->position, &previous);
     if (code == NO_ERROR) {
         leaveBlock(iterator, previous);
     }
@@ -225,8 +252,16 @@ ErrorCode iteratorStep_forward(MessageTableIterator* iterator, TableFile* file, 
         if (code != NO_ERROR || !finished) {
             return code;
         }
-        // The footer follows, also when the block's length word is not written yet.
-        leaveBlock(iterator, iterator->cursor.position + iterator->reader->footerSize);
+        // The footer follows, also when the block's length word is not written yet; but it may itself be half written.
+        const std::int64_t next = iterator->cursor.position + iterator->reader->footerSize;
+        if (!iterator->block.closed) {
+            std::int64_t size = 0;
+            const ErrorCode sized = checkPlace(iterator, file, iterator->cursor.position, &size);
+            if (sized != NO_ERROR || size < next) {
+                return sized;
+            }
+        }
+        leaveBlock(iterator, next);
     }
 }
 

@@ -16,7 +16,9 @@ namespace {
 
 void clearCurrent(MessageTableIterator* iterator) {
     iterator->metadata = MessageMetadata{};
+    iterator->stringValues.fill(StringField{});
     iterator->stringValueCount = 0;
+    iterator->numericValues.fill(NumericValue{});
     iterator->numericValueCount = 0;
 }
 

@@ -37,6 +37,7 @@ struct MessageTableIterator {
     std::array<NumericValue, MAX_NUMERIC_FIELDS> numericValues{};
     std::int32_t numericValueCount = 0;
     // The place inside the block at hand.
+    bool started = false;  // a backward walk has found the block it begins at
     bool blockLoaded = false;
     BlockView block;
     FrameCursor cursor;

@@ -191,6 +191,15 @@ int fileStream_readAt(FileStream* stream, std::int64_t offset, void* destination
     return error != 0 ? error : readFully(stream->descriptor, offset, destination, length, count);
 }
 
+int fileStream_readOnceAt(FileStream* stream, std::int64_t offset, void* destination, std::size_t length,
+                          std::size_t* count) noexcept {
+    *count = 0;
+    const int error = fileStream_flush(stream);
+    return error != 0 ? error : repeatInterrupted([&] {
+        return filePlatform().readAt(stream->descriptor, destination, length, offset, count);
+    });
+}
+
 int fileStream_size(FileStream* stream, std::int64_t* size) noexcept {
     const int error = fileStream_flush(stream);
     return error != 0 ? error : repeatInterrupted([&] { return filePlatform().size(stream->descriptor, size); });

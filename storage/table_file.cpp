@@ -51,6 +51,22 @@ ErrorCode discardToVirtualPosition(TableFile* file) {
     return NO_ERROR;
 }
 
+ErrorCode readAt(TableFile* file, std::int64_t offset, void* buffer, std::int64_t length, std::int64_t* bytesRead,
+                 int (*read)(FileStream*, std::int64_t, void*, std::size_t, std::size_t*)) {
+    *bytesRead = 0;
+    const ErrorCode checked = tableFile_check(file);
+    if (checked != NO_ERROR) {
+        return checked;
+    }
+    if (length < 0 || offset < 0) {
+        return WRONG_PARAMETER_ERROR;
+    }
+    std::size_t count = 0;
+    const int error = read(&file->stream, offset, buffer, static_cast<std::size_t>(length), &count);
+    *bytesRead = static_cast<std::int64_t>(count);
+    return error == 0 ? NO_ERROR : FILE_READ_ERROR;
+}
+
 bool withinCachedSize(const TableFile* file, std::int64_t length) {
     return length <= file->size - (file->physicalPos + file->pendingOffset);
 }
@@ -248,18 +264,12 @@ ErrorCode tableFileReadBackward(TableFile* file, void* buffer, std::int64_t leng
 
 ErrorCode tableFileReadAt(TableFile* file, std::int64_t offset, void* buffer, std::int64_t length,
                           std::int64_t* bytesRead) noexcept {
-    *bytesRead = 0;
-    const ErrorCode checked = tableFile_check(file);
-    if (checked != NO_ERROR) {
-        return checked;
-    }
-    if (length < 0 || offset < 0) {
-        return WRONG_PARAMETER_ERROR;
-    }
-    std::size_t count = 0;
-    const int error = fileStream_readAt(&file->stream, offset, buffer, static_cast<std::size_t>(length), &count);
-    *bytesRead = static_cast<std::int64_t>(count);
-    return error == 0 ? NO_ERROR : FILE_READ_ERROR;
+    return readAt(file, offset, buffer, length, bytesRead, fileStream_readAt);
+}
+
+ErrorCode tableFileReadOnceAt(TableFile* file, std::int64_t offset, void* buffer, std::int64_t length,
+                              std::int64_t* bytesRead) noexcept {
+    return readAt(file, offset, buffer, length, bytesRead, fileStream_readOnceAt);
 }
 
 ErrorCode tableFileSkip(TableFile* file, std::int64_t length) noexcept {

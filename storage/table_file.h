@@ -68,10 +68,14 @@ ErrorCode tableFileReadExact(TableFile* file, void* buffer, std::int64_t length)
 ErrorCode tableFileReadChecked(TableFile* file, void* buffer, std::int64_t length) noexcept;
 // Reads the `length` bytes that end at the virtual position and leaves the position at their start.
 ErrorCode tableFileReadBackward(TableFile* file, void* buffer, std::int64_t length) noexcept;
-// Reads up to `length` bytes at an absolute offset in one call to the system. Neither position moves and no buffer is
+// Reads up to `length` bytes at an absolute offset. Neither position moves and no buffer is
 // used, so the bytes are those of this moment. A short read at the file's end is no error; FILE_READ_ERROR.
 ErrorCode tableFileReadAt(TableFile* file, std::int64_t offset, void* buffer, std::int64_t length,
                           std::int64_t* bytesRead) noexcept;
+// As tableFileReadAt, in exactly one call to the system: the bytes are those of one moment, never put together from two
+// while another process cuts and appends. Fewer bytes than asked do not mean the file's end.
+ErrorCode tableFileReadOnceAt(TableFile* file, std::int64_t offset, void* buffer, std::int64_t length,
+                              std::int64_t* bytesRead) noexcept;
 // FILE_SIZE_ERROR when fewer than `length` bytes lie before the cached size, else tableFileSeekCur.
 ErrorCode tableFileSkip(TableFile* file, std::int64_t length) noexcept;
 

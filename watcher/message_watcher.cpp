@@ -105,6 +105,12 @@ ErrorCode callWithoutMessage(Watch* watch, std::int32_t* stop) {
     return watch->callback(stop, watch->context, nullptr, nullptr, 0, nullptr, 0, 0);
 }
 
+// Before a failure ends the watch: what comes of this call changes nothing.
+void handOnGathered(Watch* watch) {
+    std::int32_t ignored = 0;
+    callWithoutMessage(watch, &ignored);
+}
+
 // Delivers the reader's message, unless its id opens a gap: then that is logged, and the next pass delivers it.
 ErrorCode deliver(Watch* watch, TableReader* reader) {
     const std::int32_t id = reader->message.metadata.uniformId;
@@ -120,8 +126,12 @@ ErrorCode deliver(Watch* watch, TableReader* reader) {
     const MessageTableLayout& layout = reader->table->header.layout;
     DecodedMessage message = reader->message;
     ErrorCode code = copyTexts(watch->watcher, &message, layout.stringFieldCount);
+    if (code != NO_ERROR) {
+        handOnGathered(watch);
+        return code;
+    }
     tableReader_consume(reader);
-    if (code == NO_ERROR && id >= effectiveId(watch->startingIds[reader->index])) {
+    if (id >= effectiveId(watch->startingIds[reader->index])) {
         code = watch->callback(&watch->stop, watch->context, &message.metadata, message.stringFields.data(),
                                layout.stringFieldCount, message.numericFields.data(), layout.numericFieldCount,
                                reader->index);
@@ -131,7 +141,8 @@ ErrorCode deliver(Watch* watch, TableReader* reader) {
 
 // A pass that found nothing.
 ErrorCode idle(Watch* watch) {
-    const ErrorCode code = callWithoutMessage(watch, &watch->stop);
+    ErrorCode code = callWithoutMessage(watch, &watch->stop);
+    code = code == NO_DATA_ERROR ? NO_ERROR : code;
     if (code != NO_ERROR || watch->stop != 0 || watch->watcher->destroyRequested) {
         return code;
     }
@@ -162,9 +173,7 @@ ErrorCode run(Watch* watch) {
         TableReader* reader = nullptr;
         code = findNextUniformId(watch->watcher, &reader);
         if (code != NO_ERROR) {
-            // What was gathered is handed on; what comes of that changes nothing.
-            std::int32_t ignored = 0;
-            callWithoutMessage(watch, &ignored);
+            handOnGathered(watch);
             return code;
         }
         code = reader != nullptr ? deliver(watch, reader) : idle(watch);

@@ -55,8 +55,8 @@ ErrorCode refill(TableReader* reader) {
     reader->readPointer = 0;
     reader->pending = 0;
     std::int64_t count = 0;
-    ErrorCode code = tableFileReadAt(file, reader->fileOffset, reader->buffer.data(),
-                                     static_cast<std::int64_t>(reader->buffer.size()), &count);
+    ErrorCode code = tableFileReadOnceAt(file, reader->fileOffset, reader->buffer.data(),
+                                         static_cast<std::int64_t>(reader->buffer.size()), &count);
     if (code != NO_ERROR) {
         return code;
     }
