@@ -1,0 +1,195 @@
+#include "messagetable/id_set_match.h"
+
+#include <gtest/gtest.h>
+
+#include <limits>
+#include <string>
+#include <vector>
+
+#include "tests/support/allocation_failure.h"
+#include "tests/support/log_capture.h"
+
+namespace tabulo::test {
+namespace {
+
+constexpr std::int32_t APP_FROM_FIRST = 0x1FFFFFFF;
+constexpr std::int32_t ADMIN_TO_FIRST = 0x3FFFFFFF;
+constexpr std::int32_t RESENT_FIRST = 0x5FFFFFFF;
+
+// Takes what the match hands on, and answers what a test wants.
+struct Consumer {
+    std::vector<std::int32_t> ids;
+    std::int32_t answer = MATCH_NO;
+    ErrorCode code = NO_ERROR;
+    std::int32_t answerBefore = -1;
+    bool fieldsArrived = true;
+};
+
+const StringField someStrings[2] = {{"a", 2}, {"b", 2}};
+const NumericValue someNumbers[1] = {};
+
+ErrorCode consume(std::int32_t* answer, void* context, const BlockSummary* summary, const MessageMetadata* metadata,
+                  const StringField* strings, std::int32_t stringCount, const NumericValue* numbers,
+                  std::int32_t numberCount) {
+    auto* consumer = static_cast<Consumer*>(context);
+    consumer->answerBefore = *answer;
+    consumer->ids.push_back(metadata->connMsgId);
+    consumer->fieldsArrived = consumer->fieldsArrived && summary == nullptr && strings == someStrings &&
+                              stringCount == 2 && numbers == someNumbers && numberCount == 1;
+    *answer = consumer->answer;
+    return consumer->code;
+}
+
+class IdSet : public ::testing::Test {
+  protected:
+    void request(const std::vector<std::int32_t>& ids) {
+        ASSERT_EQ(idSetMatch_init(&match, ids), NO_ERROR);
+        match.consumer = consume;
+        match.consumerContext = &consumer;
+    }
+    std::int32_t askMessage(std::int32_t connMsgId) {
+        MessageMetadata metadata;
+        metadata.connMsgId = connMsgId;
+        std::int32_t answer = MATCH_STOP;
+        code = query_matchIdSet(&answer, &match, nullptr, &metadata, someStrings, 2, someNumbers, 1);
+        return answer;
+    }
+    // The answer for a block that holds messages with these ids.
+    std::int32_t askBlock(const std::vector<std::int32_t>& ids) {
+        const MessageTableLayout layout{1000, 4, 0, 0};
+        BlockSummary block;
+        EXPECT_EQ(blockSummary_init(&block, layout), NO_ERROR);
+        const StringField strings[4] = {};
+        for (const std::int32_t id : ids) {
+            MessageMetadata metadata;
+            metadata.connMsgId = id;
+            blockSummary_add(&block, layout, metadata, strings, nullptr, 55);
+        }
+        std::int32_t answer = -1;
+        EXPECT_EQ(query_matchIdSet(&answer, &match, &block, nullptr, nullptr, 0, nullptr, 0), NO_ERROR);
+        return answer;
+    }
+
+    LogCapture log;
+    IdSetMatch match;
+    Consumer consumer;
+    ErrorCode code = NO_ERROR;
+};
+
+TEST_F(IdSet, TheAnswersAreTheirNumbers) {
+    EXPECT_EQ(static_cast<std::int32_t>(MATCH_NO), 0);
+    EXPECT_EQ(static_cast<std::int32_t>(MATCH_YES), 1);
+    EXPECT_EQ(static_cast<std::int32_t>(MATCH_STOP), 2);
+}
+
+TEST_F(IdSet, TheBoundsAreTheSmallestAndLargestIdOfEachClass) {
+    request({7, 3, APP_FROM_FIRST + 9, 5, RESENT_FIRST, APP_FROM_FIRST});
+    EXPECT_EQ(match.lower[APP_TO].connMsgId, 3);
+    EXPECT_EQ(match.upper[APP_TO].connMsgId, 7);
+    EXPECT_EQ(match.lower[APP_FROM].connMsgId, APP_FROM_FIRST);
+    EXPECT_EQ(match.upper[APP_FROM].connMsgId, APP_FROM_FIRST + 9);
+    EXPECT_EQ(match.lower[RESENT].connMsgId, RESENT_FIRST);
+    EXPECT_EQ(match.upper[RESENT].connMsgId, RESENT_FIRST);
+    for (const MessageClass unset : {ADMIN_FROM, ADMIN_TO}) {
+        EXPECT_EQ(match.lower[static_cast<std::size_t>(unset)].connMsgId, -1);
+        EXPECT_EQ(match.upper[static_cast<std::size_t>(unset)].connMsgId, -1);
+    }
+}
+
+TEST_F(IdSet, IdsWithoutAClassAreIgnored) {
+    request({-1, -5, std::numeric_limits<std::int32_t>::min()});
+    for (std::size_t c = 0; c < 5; ++c) {
+        EXPECT_EQ(match.lower[c].connMsgId, -1);
+        EXPECT_EQ(match.upper[c].connMsgId, -1);
+    }
+    EXPECT_EQ(askMessage(-1), MATCH_NO);
+    EXPECT_EQ(askMessage(-5), MATCH_NO);
+    EXPECT_TRUE(consumer.ids.empty()) << "a message without a class is not delivered";
+    EXPECT_EQ(askBlock({1, -1}), MATCH_STOP);
+}
+
+TEST_F(IdSet, TheIdZeroIsAnIdLikeAnyOther) {
+    request({0});
+    EXPECT_EQ(match.lower[APP_TO].connMsgId, 0);
+    EXPECT_EQ(askMessage(0), MATCH_NO);
+    EXPECT_EQ(consumer.ids, std::vector<std::int32_t>{0});
+    EXPECT_EQ(askBlock({0}), MATCH_NO);
+}
+
+TEST_F(IdSet, ExactlyTheRequestedIdsReachTheConsumerAndNotAllOfTheirRange) {
+    request({3, 7, APP_FROM_FIRST});
+    for (const std::int32_t id : {2, 3, 4, 5, 6, 7, 8, APP_FROM_FIRST, APP_FROM_FIRST + 1, RESENT_FIRST, -1}) {
+        EXPECT_EQ(askMessage(id), MATCH_NO);
+    }
+    EXPECT_EQ(consumer.ids, (std::vector<std::int32_t>{3, 7, APP_FROM_FIRST}));
+    EXPECT_TRUE(consumer.fieldsArrived);
+}
+
+TEST_F(IdSet, AnIdGivenTwiceDeliversItsMessageOnce) {
+    request({7, 3, 7, 3, 7});
+    EXPECT_EQ(askMessage(7), MATCH_NO);
+    EXPECT_EQ(consumer.ids, std::vector<std::int32_t>{7});
+}
+
+TEST_F(IdSet, TheConsumerDecidesTheAnswerWhichIsMatchNoBefore) {
+    request({7});
+    for (const std::int32_t answer : {MATCH_NO, MATCH_YES, MATCH_STOP}) {
+        consumer.answer = answer;
+        EXPECT_EQ(askMessage(7), answer);
+        EXPECT_EQ(consumer.answerBefore, MATCH_NO);
+    }
+    EXPECT_EQ(askMessage(8), MATCH_NO) << "a message that was not asked for is skipped";
+}
+
+TEST_F(IdSet, TheConsumersCodeIsReturned) {
+    request({7});
+    consumer.code = JNI_ERROR;
+    askMessage(7);
+    EXPECT_EQ(code, JNI_ERROR);
+    askMessage(8);
+    EXPECT_EQ(code, NO_ERROR);
+}
+
+TEST_F(IdSet, ABlockIsSkippedUnlessARangeOfSomeClassTouchesItsOwn) {
+    request({10, 20, ADMIN_TO_FIRST + 5});
+    EXPECT_EQ(askBlock({9}), MATCH_STOP);
+    EXPECT_EQ(askBlock({10}), MATCH_NO);
+    EXPECT_EQ(askBlock({15}), MATCH_NO) << "within the range, though not asked for: its messages decide";
+    EXPECT_EQ(askBlock({20, 30}), MATCH_NO);
+    EXPECT_EQ(askBlock({21, 30}), MATCH_STOP);
+    EXPECT_EQ(askBlock({5, 25}), MATCH_NO);
+    EXPECT_EQ(askBlock({9, ADMIN_TO_FIRST + 5}), MATCH_NO) << "one class is enough";
+    EXPECT_EQ(askBlock({9, ADMIN_TO_FIRST + 6}), MATCH_STOP);
+    EXPECT_EQ(askBlock({RESENT_FIRST}), MATCH_STOP) << "a class without ids in the block";
+    EXPECT_EQ(askBlock({-1}), MATCH_STOP) << "no id of any class";
+    EXPECT_TRUE(log.all().empty()) << log.all().front();
+}
+
+TEST_F(IdSet, WithoutIdsEveryBlockIsSkipped) {
+    request({});
+    EXPECT_EQ(askBlock({0, APP_FROM_FIRST}), MATCH_STOP);
+    EXPECT_EQ(askMessage(0), MATCH_NO);
+    EXPECT_TRUE(consumer.ids.empty());
+}
+
+TEST_F(IdSet, MadeAgainForgetsTheIdsBefore) {
+    request({7, RESENT_FIRST});
+    request({9});
+    EXPECT_EQ(match.lower[RESENT].connMsgId, -1);
+    askMessage(7);
+    askMessage(9);
+    EXPECT_EQ(consumer.ids, std::vector<std::int32_t>{9});
+}
+
+TEST_F(IdSet, WithoutMemoryIsOutOfMemory) {
+    const std::vector<std::int32_t> ids = {1, 2, 3};
+    ErrorCode result = NO_ERROR;
+    {
+        const AllocationFailure failure(1);
+        result = idSetMatch_init(&match, ids);
+    }
+    EXPECT_EQ(result, OUT_OF_MEMORY_ERROR);
+}
+
+}  // namespace
+}  // namespace tabulo::test

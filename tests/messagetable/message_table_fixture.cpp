@@ -1,0 +1,298 @@
+#include "tests/messagetable/message_table_fixture.h"
+
+#include <algorithm>
+#include <ostream>
+
+#include "messagetable/frame.h"
+#include "messagetable/table_walk.h"
+
+namespace tabulo::test {
+
+namespace {
+
+template <typename T>
+void append(Bytes* bytes, T value) {
+    const auto bits = static_cast<std::uint64_t>(value);
+    for (std::size_t i = 0; i < sizeof(T); ++i) {
+        bytes->push_back(static_cast<std::uint8_t>(bits >> (8 * i)));
+    }
+}
+
+void appendNumber(Bytes* bytes, const NumericValue& number) {
+    bytes->push_back(static_cast<std::uint8_t>(number.type));
+    if (number.type != NumericType::absent) {
+        append(bytes, number.longValue);
+    }
+}
+
+std::vector<StringField> fieldsOf(const Message& message) {
+    std::vector<StringField> fields;
+    for (const std::optional<std::string>& text : message.strings) {
+        fields.push_back(text ? StringField{text->data(), static_cast<std::int32_t>(text->size())} : StringField{});
+    }
+    return fields;
+}
+
+bool sameNumber(const NumericValue& left, const NumericValue& right) {
+    return left.type == right.type && (left.type == NumericType::absent || left.longValue == right.longValue);
+}
+
+// The match operation of readAll.
+ErrorCode collect(std::int32_t*, void* context, const BlockSummary* summary, const MessageMetadata* metadata,
+                  const StringField* strings, std::int32_t stringCount, const NumericValue* numbers,
+                  std::int32_t numberCount) {
+    auto* read = static_cast<ReadMessages*>(context);
+    if (summary != nullptr) {
+        read->blocks += 1;
+        return NO_ERROR;
+    }
+    Message message;
+    message.metadata = *metadata;
+    for (std::int32_t i = 0; i < stringCount; ++i) {
+        message.strings.push_back(strings[i].length == 0 ? std::nullopt
+                                                         : std::optional(std::string(stringField_bytes(strings[i]))));
+    }
+    message.numbers.assign(numbers, numbers + numberCount);
+    read->messages.push_back(message);
+    return NO_ERROR;
+}
+
+using Walk = ErrorCode (*)(MessageFrames*, std::int64_t, MatchOperation, void*) noexcept;
+
+ReadMessages walk(MessageTable* table, Walk walkFrom, std::int64_t start) {
+    ReadMessages read;
+    const MessageFramesPtr frames(mfr_create(table->storage.get(), &table->header.layout));
+    read.code = frames == nullptr ? OUT_OF_MEMORY_ERROR : walkFrom(frames.get(), start, collect, &read);
+    return read;
+}
+
+}  // namespace
+
+TableShape defaultShape() {
+    TableShape shape;
+    shape.messagesPerBlock = 1000;
+    return shape;
+}
+
+TableShape widestShape(std::int32_t messagesPerBlock) {
+    TableShape shape;
+    shape.messagesPerBlock = messagesPerBlock;
+    for (int i = 0; i < 12; ++i) {
+        shape.stringNames.push_back("S" + std::to_string(i));
+    }
+    for (int i = 0; i < 16; ++i) {
+        shape.numericNames.push_back("N" + std::to_string(i));
+    }
+    return shape;
+}
+
+KSVTboTableConfig* makeConfig(const std::string& root, const TableShape& shape) {
+    KSVTboTableConfig* config = tableConfig_create(shape.name.c_str(), 1);
+    EXPECT_EQ(tableConfig_setPath(config, 0, root.c_str()), NO_ERROR);
+    MessageTableLayout layout;
+    layout.messagesPerBlock = shape.messagesPerBlock;
+    layout.summarisedStringFieldCount = shape.summarisedStringFieldCount;
+    EXPECT_EQ(tableConfig_setParams(config, &layout, nullptr), NO_ERROR);
+    for (const std::string& name : shape.stringNames) {
+        EXPECT_EQ(tableConfig_addStringFieldName(config, name.c_str()), NO_ERROR) << name;
+    }
+    for (const std::string& name : shape.numericNames) {
+        EXPECT_EQ(tableConfig_addNumericFieldName(config, name.c_str()), NO_ERROR) << name;
+    }
+    return config;
+}
+
+MessageTablePtr createTable(const std::string& root, const TableShape& shape) {
+    MessageTablePtr table(mt_create(makeConfig(root, shape)));
+    EXPECT_NE(table, nullptr) << "the table " << shape.name << " cannot be created";
+    return table;
+}
+
+MessageTablePtr openTable(const std::string& root, std::int32_t mode, const TableShape& shape) {
+    MessageTablePtr table = createTable(root, shape);
+    const ErrorCode code = mt_open(table.get(), mode);
+    EXPECT_EQ(code, NO_ERROR) << "opening " << root << shape.name << " in mode " << mode << ": "
+                              << getErrorMessage(code);
+    return code == NO_ERROR ? std::move(table) : nullptr;
+}
+
+ErrorCode closeTable(MessageTablePtr& table) {
+    const ErrorCode code = mt_close(table.get());
+    table.reset();
+    return code;
+}
+
+bool Message::operator==(const Message& other) const {
+    const MessageMetadata& left = metadata;
+    const MessageMetadata& right = other.metadata;
+    return left.uniformId == right.uniformId && left.seqNum == right.seqNum && left.prevSeqNum == right.prevSeqNum &&
+           left.connMsgId == right.connMsgId && left.timestamp == right.timestamp && left.msgType == right.msgType &&
+           left.isPossDupFlag == right.isPossDupFlag && left.isOutOfSequence == right.isOutOfSequence &&
+           strings == other.strings &&
+           std::equal(numbers.begin(), numbers.end(), other.numbers.begin(), other.numbers.end(), sameNumber);
+}
+
+void PrintTo(const Message& message, std::ostream* out) {
+    const MessageMetadata& metadata = message.metadata;
+    *out << "\n{uniformId " << metadata.uniformId << ", seqNum " << metadata.seqNum << ", prevSeqNum "
+         << metadata.prevSeqNum << ", connMsgId " << metadata.connMsgId << ", timestamp " << metadata.timestamp
+         << ", msgType " << ::testing::PrintToString(metadata.msgType) << ", possDup "
+         << static_cast<int>(metadata.isPossDupFlag) << ", outOfSequence "
+         << static_cast<int>(metadata.isOutOfSequence);
+    for (const std::optional<std::string>& text : message.strings) {
+        *out << ", " << (text ? ::testing::PrintToString(*text) : "absent");
+    }
+    for (const NumericValue& number : message.numbers) {
+        switch (number.type) {
+            case NumericType::absent:
+                *out << ", absent";
+                break;
+            case NumericType::doubleValue:
+                *out << ", double " << number.doubleValue;
+                break;
+            case NumericType::longValue:
+                *out << ", long " << number.longValue;
+                break;
+        }
+    }
+    *out << "}";
+}
+
+std::string withNul(std::string_view text) {
+    return std::string(text) + '\0';
+}
+
+void setMsgType(MessageMetadata* metadata, std::string_view msgType) {
+    metadata->msgType.fill('\0');
+    std::copy_n(msgType.begin(), std::min<std::size_t>(msgType.size(), MSG_TYPE_LENGTH), metadata->msgType.begin());
+}
+
+Message simpleMessage(std::int32_t n, const TableShape& shape) {
+    Message message = bareMessage(n, shape);
+    message.metadata.seqNum = n;
+    message.metadata.connMsgId = n;
+    message.metadata.timestamp = std::int64_t{1000} * n;
+    setMsgType(&message.metadata, "D");
+    for (std::size_t i = 0; i < message.strings.size(); ++i) {
+        message.strings[i] = withNul("f" + std::to_string(i) + "-" + std::to_string(n));
+    }
+    for (std::size_t i = 0; i < message.numbers.size(); ++i) {
+        message.numbers[i] = numericValue_ofLong(std::int64_t{100} * n + static_cast<std::int64_t>(i));
+    }
+    return message;
+}
+
+std::vector<Message> simpleMessages(std::int32_t first, std::int32_t last, const TableShape& shape) {
+    std::vector<Message> messages;
+    for (std::int32_t n = first; n <= last; ++n) {
+        messages.push_back(simpleMessage(n, shape));
+    }
+    return messages;
+}
+
+Message bareMessage(std::int32_t uniformId, const TableShape& shape) {
+    Message message;
+    message.metadata.uniformId = uniformId;
+    message.strings.resize(static_cast<std::size_t>(shape.stringFieldCount()));
+    message.numbers.resize(static_cast<std::size_t>(shape.numericFieldCount()));
+    return message;
+}
+
+ErrorCode writeMessage(MessageTable* table, const Message& message) {
+    const std::vector<StringField> fields = fieldsOf(message);
+    return mt_writeMessage(table, &message.metadata, fields.data(), static_cast<std::int32_t>(fields.size()),
+                           message.numbers.data(), static_cast<std::int32_t>(message.numbers.size()));
+}
+
+ErrorCode writeSimpleMessages(MessageTable* table, std::int32_t first, std::int32_t last, const TableShape& shape) {
+    for (std::int32_t n = first; n <= last; ++n) {
+        const ErrorCode code = writeMessage(table, simpleMessage(n, shape));
+        if (code != NO_ERROR) {
+            return code;
+        }
+    }
+    return NO_ERROR;
+}
+
+Bytes frameOf(const Message& message) {
+    const MessageMetadata& metadata = message.metadata;
+    Bytes body;
+    append(&body, metadata.uniformId);
+    append(&body, metadata.seqNum);
+    append(&body, metadata.prevSeqNum);
+    append(&body, metadata.connMsgId);
+    append(&body, metadata.timestamp);
+    body.insert(body.end(), metadata.msgType.begin(), metadata.msgType.begin() + 5);
+    body.push_back(metadata.isPossDupFlag);
+    body.push_back(metadata.isOutOfSequence);
+    for (const NumericValue& number : message.numbers) {
+        appendNumber(&body, number);
+    }
+    for (const std::optional<std::string>& text : message.strings) {
+        append(&body, static_cast<std::uint32_t>(text ? text->size() : 0));
+        const Bytes bytes = fromText(text.value_or(""));
+        body.insert(body.end(), bytes.begin(), bytes.end());
+    }
+    const auto length = static_cast<std::uint32_t>(body.size() + 8);
+    Bytes frame;
+    append(&frame, length);
+    frame.insert(frame.end(), body.begin(), body.end());
+    append(&frame, length);
+    return frame;
+}
+
+Bytes encodedFrame(const Message& message) {
+    const std::vector<StringField> fields = fieldsOf(message);
+    const ByteStreamPtr stream(byteStream_create(64));
+    EXPECT_EQ(
+        mfr_encodeMessage(&message.metadata, fields.data(), static_cast<std::int32_t>(fields.size()),
+                          message.numbers.data(), static_cast<std::int32_t>(message.numbers.size()), stream.get()),
+        NO_ERROR);
+    const std::uint8_t* begin = byteStream_buffer(stream.get());
+    return Bytes(begin, begin + byteStream_writeMark(stream.get()));
+}
+
+ReadMessages readAll(MessageTable* table) {
+    return walk(table, mfr_readForward, table->storage->headerSize);
+}
+
+ReadMessages readAllBackward(MessageTable* table) {
+    return walk(table, mfr_readBackward, mt_openBlockStart(table));
+}
+
+std::vector<Message> messagesIn(const std::string& root, const TableShape& shape) {
+    const MessageTablePtr table = openTable(root, TABLE_FILE_READ, shape);
+    if (table == nullptr) {
+        return {};
+    }
+    const ReadMessages read = readAll(table.get());
+    EXPECT_EQ(read.code, NO_ERROR) << getErrorMessage(read.code);
+    return read.messages;
+}
+
+void addReplica(MessageTable* table, const std::string& path) {
+    TableStorage* storage = table->storage.get();
+    writeFile(path, readFile(tableConfig_getMasterPath(storage->config)));
+    TableFile* file = nullptr;
+    ASSERT_EQ(tableFileOpen(&file, path.c_str(), TABLE_FILE_WRITE, nullptr), NO_ERROR) << path;
+    const auto index = static_cast<std::int32_t>(storage->files.size());
+    storage->files.push_back(file);
+    storage->activeIndexes.resize(storage->files.size(), -1);
+    storage->activeIndexes[static_cast<std::size_t>(storage->activeCount)] = index;
+    storage->activeCount += 1;
+}
+
+std::uint64_t u64At(const Bytes& bytes, std::size_t offset) {
+    return static_cast<std::uint64_t>(u32At(bytes, offset)) | static_cast<std::uint64_t>(u32At(bytes, offset + 4))
+                                                                  << 32;
+}
+
+std::uint32_t u32At(const Bytes& bytes, std::size_t offset) {
+    std::uint32_t value = 0;
+    for (std::size_t i = 0; i < 4; ++i) {
+        value |= static_cast<std::uint32_t>(bytes.at(offset + i)) << (8 * i);
+    }
+    return value;
+}
+
+}  // namespace tabulo::test
