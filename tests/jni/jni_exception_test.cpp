@@ -1,0 +1,120 @@
+#include "jni/jni_exception.h"
+
+#include <stdexcept>
+#include <string>
+
+#include "tests/jni/embedded_jvm.h"
+#include "tests/support/captured_output.h"
+
+namespace tabulo::test {
+namespace {
+
+const std::string exceptionClass = "com.corvane.kestrova.engine.tabulo.jni.JNITboException: ";
+
+class JniException : public WithJvm {
+  protected:
+    // Code and text of the pending exception of the library, which is cleared.
+    std::string takeThrown() {
+        jthrowable pending = env->ExceptionOccurred();
+        if (pending == nullptr) {
+            return "nothing";
+        }
+        env->ExceptionClear();
+        const jmethodID getCode = env->GetMethodID(env->GetObjectClass(pending), "getErrorCode", "()I");
+        if (getCode == nullptr) {
+            env->ExceptionClear();
+            return "another exception";
+        }
+        const jint code = env->CallIntMethod(pending, getCode);
+        if (env->ExceptionCheck() == JNI_TRUE) {
+            return "an exception without a code";
+        }
+        env->Throw(pending);
+        std::string text = takeException();
+        text.erase(0, text.starts_with(exceptionClass) ? exceptionClass.size() : 0);
+        return std::to_string(code) + " " + text;
+    }
+};
+
+TEST_F(JniException, ACodeIsThrownWithItsText) {
+    throwTboException(env, INDEX_OUT_OF_BOUNDS_ERROR);
+    EXPECT_EQ("20 Index out of bounds", takeThrown());
+    throwTboException(env, CONFIG_MISMATCH_ERROR);
+    EXPECT_EQ("38 Unable to open a table created with different configuration", takeThrown());
+}
+
+TEST_F(JniException, ACodeThatThereIsNotIsAnUnknownError) {
+    for (const ErrorCode code : {39, -1, 2147483647, 0}) {
+        throwTboException(env, code);
+        EXPECT_EQ(std::to_string(code) + " Unknown error", takeThrown());
+    }
+}
+
+TEST_F(JniException, WhateverIsPendingIsPrintedAndReplaced) {
+    for (const ErrorCode code : {JNI_ERROR, NULL_POINTER_ERROR}) {
+        std::string printed;
+        {
+            const CapturedOutput errors(stderr);
+            throwPending("java/lang/IllegalStateException", "pending on purpose");
+            throwTboException(env, code);
+            printed = errors.text();
+        }
+        EXPECT_NE(std::string::npos, printed.find("pending on purpose")) << printed;
+        EXPECT_EQ(std::to_string(code) + " " + getErrorMessage(code), takeThrown());
+    }
+}
+
+TEST_F(JniException, CheckingPrintsAndClearsWhatIsPending) {
+    EXPECT_EQ(NO_ERROR, checkJavaException(env));
+    std::string printed;
+    {
+        const CapturedOutput errors(stderr);
+        throwPending("java/lang/IllegalStateException", "pending on purpose");
+        EXPECT_EQ(JNI_ERROR, checkJavaException(env));
+        printed = errors.text();
+    }
+    EXPECT_NE(std::string::npos, printed.find("pending on purpose")) << printed;
+    EXPECT_EQ("", takeException());
+    EXPECT_EQ(NO_ERROR, checkJavaException(env));
+}
+
+TEST_F(JniException, DescribingLeavesTheSameExceptionPending) {
+    describeJavaException(env);
+    EXPECT_EQ("", takeException());
+    throwPending("java/lang/IllegalStateException", "pending on purpose");
+    jthrowable before = env->ExceptionOccurred();
+    describeJavaException(env);
+    jthrowable after = env->ExceptionOccurred();
+    EXPECT_EQ("java.lang.IllegalStateException: pending on purpose", takeException());
+    EXPECT_TRUE(env->IsSameObject(before, after));
+}
+
+TEST_F(JniException, OnlyAZeroHandleThrows) {
+    EXPECT_TRUE(checkHandle(env, 1, TABLE_CLOSED_ERROR));
+    EXPECT_TRUE(checkHandle(env, -1, TABLE_CLOSED_ERROR));
+    EXPECT_EQ("nothing", takeThrown());
+    EXPECT_FALSE(checkHandle(env, 0, ITERATOR_CLOSED_ERROR));
+    EXPECT_EQ("30 Attempting to perform operations on a closed iterator", takeThrown());
+}
+
+TEST_F(JniException, AHandleIsTheAddressOfItsObject) {
+    int object = 0;
+    const jlong handle = toHandle(&object);
+    EXPECT_EQ(&object, handleTo<int>(handle));
+    EXPECT_EQ(nullptr, handleTo<int>(0));
+    EXPECT_EQ(0, toHandle<int>(nullptr));
+}
+
+TEST_F(JniException, NoExceptionOfTheLibrarysOwnLanguageLeavesAnEntryPoint) {
+    EXPECT_EQ(7, entryPoint(env, 7, []() -> int { throw std::bad_alloc(); }));
+    EXPECT_EQ("1 Out of memory", takeThrown());
+    EXPECT_EQ(7, entryPoint(env, 7, []() -> int { throw std::runtime_error("on purpose"); }));
+    EXPECT_EQ("21 JNI error", takeThrown());
+    entryPoint(env, []() -> ErrorCode { return READ_ONLY_ERROR; });
+    EXPECT_EQ("19 Unable to write to a table opened in read-only mode", takeThrown());
+    entryPoint(env, []() -> ErrorCode { return NO_ERROR; });
+    EXPECT_EQ("nothing", takeThrown());
+}
+
+}  // namespace
+}  // namespace tabulo::test
