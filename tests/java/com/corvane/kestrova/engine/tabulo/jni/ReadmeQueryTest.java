@@ -1,0 +1,181 @@
+package com.corvane.kestrova.engine.tabulo.jni;
+
+import static org.junit.jupiter.api.Assertions.assertEquals;
+import static org.junit.jupiter.api.Assertions.assertTrue;
+
+import com.corvane.kestrova.engine.tabulo.MessageClass;
+import com.corvane.kestrova.engine.tabulo.MessageQueryConditions;
+import com.corvane.kestrova.engine.tabulo.TableConfiguration;
+import java.io.IOException;
+import java.net.URL;
+import java.net.URLClassLoader;
+import java.nio.file.Files;
+import java.nio.file.Path;
+import java.util.ArrayList;
+import java.util.List;
+import java.util.function.Consumer;
+import java.util.function.Predicate;
+import java.util.regex.Matcher;
+import java.util.regex.Pattern;
+import java.util.stream.IntStream;
+import javax.tools.JavaCompiler;
+import javax.tools.ToolProvider;
+import org.junit.jupiter.api.AfterAll;
+import org.junit.jupiter.api.BeforeAll;
+import org.junit.jupiter.api.Test;
+import org.junit.jupiter.api.io.TempDir;
+
+/** The questions in README.md: the text that stands there is compiled and run. */
+class ReadmeQueryTest {
+    private static final Path ROOT = Path.of(System.getProperty("tabulo.sourceDirectory"));
+    private static final Pattern BLOCK = Pattern.compile("^```java\\n(.*?)^```$", Pattern.MULTILINE | Pattern.DOTALL);
+    private static final int LAST = 2345;
+
+    @TempDir
+    static Path directory;
+
+    private static URLClassLoader compiled;
+    private static Class<?> questionsClass;
+    private static Object questions;
+    private static JNITboMessageTable table;
+
+    private static String text() throws IOException {
+        Matcher blocks = BLOCK.matcher(Files.readString(ROOT.resolve("README.md")));
+        while (blocks.find()) {
+            if (blocks.group(1).contains("record Questions(")) {
+                return blocks.group(1);
+            }
+        }
+        throw new AssertionError("README.md has no Java block with the questions");
+    }
+
+    @BeforeAll
+    static void compileAndStore() throws IOException, ReflectiveOperationException {
+        Path source = Files.writeString(directory.resolve("Questions.java"), text());
+        JavaCompiler compiler = ToolProvider.getSystemJavaCompiler();
+        int status = compiler.run(null, null, null, "--release", "17", "-proc:none", "-Xlint:all,-classfile,-path",
+                "-Werror", "-cp", System.getProperty("java.class.path"), "-d", directory.toString(),
+                source.toString());
+        assertEquals(0, status, "the Java block with the questions does not compile");
+        compiled = new URLClassLoader(new URL[] {directory.toUri().toURL()});
+        questionsClass = compiled.loadClass("Questions");
+
+        Natives.load();
+        TableConfiguration configuration = TableConfiguration.builder("orders", directory)
+                .stringFields("ClOrdID", "Symbol").build();
+        table = JNITboMessageTable.open(configuration, JNITboMessageTable.MODE_WRITE);
+        for (int id = 1; id <= LAST; ++id) {
+            table.writeMessage(id, seqNum(id), 0, messageClass(id).firstId() + id, 10_000 + id, ' ', msgType(id), false,
+                    false, null, null, "wire " + id, null, new String[] {clOrdId(id), symbol(id)}, null);
+        }
+        questions = questionsClass.getConstructor(TableConfiguration.class).newInstance(configuration);
+    }
+
+    @AfterAll
+    static void close() throws IOException {
+        table.close();
+        JNITboLibLoader.uninitLibrary();
+        compiled.close();
+    }
+
+    private static MessageClass messageClass(int id) {
+        return MessageClass.values()[id % 5];
+    }
+
+    private static boolean isSent(int id) {
+        return messageClass(id) == MessageClass.APP_TO || messageClass(id) == MessageClass.ADMIN_TO;
+    }
+
+    private static int seqNum(int id) {
+        return id / 2;
+    }
+
+    private static String msgType(int id) {
+        return id % 7 == 0 ? "0" : "D";
+    }
+
+    private static String clOrdId(int id) {
+        return id % 7 == 0 ? null : "order-" + id / 3;
+    }
+
+    private static String symbol(int id) {
+        return id % 7 == 0 ? null : "SYM" + id % 4;
+    }
+
+    private static MessageQueryConditions question(String name, Object... arguments) {
+        Class<?>[] types = new Class<?>[arguments.length];
+        for (int i = 0; i < types.length; ++i) {
+            types[i] = arguments[i] instanceof Integer ? int.class
+                    : arguments[i] instanceof Long ? long.class : String.class;
+        }
+        try {
+            return (MessageQueryConditions) questionsClass.getMethod(name, types).invoke(questions, arguments);
+        } catch (ReflectiveOperationException failed) {
+            throw new AssertionError(failed);
+        }
+    }
+
+    /** Reads as README.md does. */
+    private static List<Integer> answers(MessageQueryConditions question, int most) {
+        List<Integer> ids = new ArrayList<>();
+        Consumer<JNITboMessageTableIterator> taker = message -> {
+            assertEquals("wire " + message.getUniformMessageId(), message.getWireMessage());
+            ids.add(message.getUniformMessageId());
+        };
+        try {
+            Object count = questionsClass.getMethod("read", JNITboMessageTable.class, MessageQueryConditions.class,
+                    int.class, Consumer.class).invoke(null, table, question, most, taker);
+            assertEquals(ids.size(), count);
+        } catch (ReflectiveOperationException failed) {
+            throw new AssertionError(failed);
+        }
+        return ids;
+    }
+
+    private static List<Integer> all(MessageQueryConditions question) {
+        return answers(question, Integer.MAX_VALUE);
+    }
+
+    private static List<Integer> where(Predicate<Integer> condition) {
+        return IntStream.rangeClosed(1, LAST).boxed().filter(condition).toList();
+    }
+
+    @Test
+    void theExampleHasTheSameText() throws IOException {
+        Path example = ROOT.resolve("examples/java/com/corvane/kestrova/examples/Questions.java");
+        assertEquals("package com.corvane.kestrova.examples;\n\n" + text(), Files.readString(example));
+    }
+
+    @Test
+    void aResendRequestIsAnsweredWithWhatWasSentUnderItsNumbers() {
+        assertEquals(where(id -> isSent(id) && seqNum(id) >= 480 && seqNum(id) <= 520),
+                all(question("resend", 480, 520)));
+        assertEquals(where(id -> isSent(id) && seqNum(id) >= 1100), all(question("resend", 1100, 0)));
+    }
+
+    @Test
+    void anOrderIsFoundByItsId() {
+        assertEquals(List.of(999, 1000), all(question("order", "order-333")), "in two blocks; 1001 is a heartbeat");
+        assertEquals(List.of(99, 100, 101), all(question("order", "order-33")));
+        assertEquals(List.of(), all(question("order", "nobody's")));
+    }
+
+    @Test
+    void aSymbolIsFoundBetweenTwoTimes() {
+        assertEquals(where(id -> "SYM2".equals(symbol(id)) && id >= 990 && id <= 1110),
+                all(question("symbolBetween", "SYM2", 10_990L, 11_110L)));
+    }
+
+    @Test
+    void theLastTwentyComeNewestFirst() {
+        assertEquals(IntStream.range(0, 20).mapToObj(i -> LAST - i).toList(), answers(question("backwards"), 20));
+        assertEquals(LAST, all(question("backwards")).size());
+    }
+
+    @Test
+    void everythingButHeartbeatsIsEverythingElse() {
+        List<Integer> expected = where(id -> id % 7 != 0);
+        assertTrue(expected.size() < LAST);
+        assertEquals(expected, all(question("withoutHeartbeats")));
+    }
+}
