@@ -1,0 +1,290 @@
+#include "query/query_conditions.h"
+
+#include <gtest/gtest.h>
+
+#include <limits>
+#include <string_view>
+
+#include "tests/support/allocation_failure.h"
+
+namespace tabulo::test {
+namespace {
+
+constexpr std::int32_t MOST = std::numeric_limits<std::int32_t>::max();
+
+class Conditions : public ::testing::Test {
+  protected:
+    ErrorCode setRanges(const std::vector<std::int32_t>& starts, const std::vector<std::int32_t>& ends) {
+        return conditions_setMessageIdRanges(conditions, starts.data(), static_cast<std::int32_t>(starts.size()),
+                                             ends.data(), static_cast<std::int32_t>(ends.size()));
+    }
+    std::int32_t lower(MessageClass messageClass) const {
+        return conditions->lower[static_cast<std::size_t>(messageClass)].connMsgId;
+    }
+    std::int32_t upper(MessageClass messageClass) const {
+        return conditions->upper[static_cast<std::size_t>(messageClass)].connMsgId;
+    }
+
+    QueryConditionsPtr owned{conditions_create()};
+    QueryConditions* conditions = owned.get();
+};
+
+TEST_F(Conditions, AFreshRecordAsksForNothing) {
+    EXPECT_FALSE(conditions->iterateBackward);
+    EXPECT_FALSE(conditions->inverted);
+    EXPECT_FALSE(conditions->perClassIds);
+    for (std::size_t c = 0; c < 5; ++c) {
+        EXPECT_EQ(conditions->lower[c].seqNum, 0);
+        EXPECT_EQ(conditions->upper[c].seqNum, -1);
+        EXPECT_EQ(conditions->lower[c].connMsgId, -1);
+        EXPECT_EQ(conditions->upper[c].connMsgId, -1);
+        EXPECT_EQ(conditions->lower[c].timestamp, 0);
+        EXPECT_EQ(conditions->upper[c].timestamp, 0);
+        EXPECT_EQ(conditions->lower[c].isPossDupFlag, 0);
+        EXPECT_EQ(conditions->upper[c].isPossDupFlag, 0);
+    }
+    EXPECT_TRUE(conditions->excludedMsgTypes.empty());
+    EXPECT_TRUE(conditions->stringFilters.empty());
+    EXPECT_TRUE(conditions->doubleFilters.empty());
+    EXPECT_TRUE(conditions->longFilters.empty());
+}
+
+TEST_F(Conditions, PlainSettersReachTheirFieldsOfClassSlotZero) {
+    EXPECT_EQ(conditions_setIterateBackward(conditions, true), NO_ERROR);
+    EXPECT_EQ(conditions_setInverted(conditions, true), NO_ERROR);
+    EXPECT_EQ(conditions_setSeqNumRange(conditions, -5, 7), NO_ERROR);
+    EXPECT_EQ(conditions_setStartingTime(conditions, -1), NO_ERROR);
+    EXPECT_EQ(conditions_setEndingTime(conditions, std::numeric_limits<std::int64_t>::max()), NO_ERROR);
+    EXPECT_TRUE(conditions->iterateBackward);
+    EXPECT_TRUE(conditions->inverted);
+    EXPECT_EQ(conditions->lower[0].seqNum, -5);
+    EXPECT_EQ(conditions->upper[0].seqNum, 7);
+    EXPECT_EQ(conditions->lower[0].timestamp, -1);
+    EXPECT_EQ(conditions->upper[0].timestamp, std::numeric_limits<std::int64_t>::max());
+    EXPECT_EQ(conditions->upper[1].seqNum, -1) << "other classes keep their defaults";
+}
+
+TEST_F(Conditions, ThePossDupFlagSetsOneOfTwoBytesAndClearsTheOther) {
+    EXPECT_EQ(conditions_setPossDupFlag(conditions, true), NO_ERROR);
+    EXPECT_EQ(conditions->lower[0].isPossDupFlag, 0);
+    EXPECT_EQ(conditions->upper[0].isPossDupFlag, 1);
+    EXPECT_EQ(conditions_setPossDupFlag(conditions, false), NO_ERROR);
+    EXPECT_EQ(conditions->lower[0].isPossDupFlag, 1);
+    EXPECT_EQ(conditions->upper[0].isPossDupFlag, 0);
+}
+
+TEST_F(Conditions, AClassWithAStartAloneGoesToItsLastId) {
+    EXPECT_EQ(setRanges({0x20000005}, {}), NO_ERROR);
+    EXPECT_EQ(lower(APP_FROM), 0x20000005);
+    EXPECT_EQ(upper(APP_FROM), 0x3FFFFFFE);
+    EXPECT_TRUE(conditions->perClassIds);
+    EXPECT_EQ(lower(APP_TO), -1);
+    EXPECT_EQ(upper(APP_TO), -1);
+}
+
+TEST_F(Conditions, AClassWhoseStartIsItsEndIsDropped) {
+    EXPECT_EQ(setRanges({0x20000005, 3}, {0x20000005, 9}), NO_ERROR);
+    EXPECT_EQ(lower(APP_FROM), -1);
+    EXPECT_EQ(upper(APP_FROM), -1);
+    EXPECT_EQ(lower(APP_TO), 3);
+    EXPECT_EQ(upper(APP_TO), 9);
+    EXPECT_TRUE(conditions->perClassIds);
+    EXPECT_EQ(setRanges({MOST}, {}), NO_ERROR);
+    EXPECT_EQ(lower(RESENT), -1) << "the class's last id is also its end";
+    EXPECT_FALSE(conditions->perClassIds);
+}
+
+TEST_F(Conditions, AClassWithAnEndAloneKeepsItAndDoesNotSwitchTheTestOn) {
+    EXPECT_EQ(setRanges({}, {100}), NO_ERROR);
+    EXPECT_EQ(lower(APP_TO), -1);
+    EXPECT_EQ(upper(APP_TO), 100);
+    EXPECT_FALSE(conditions->perClassIds);
+    EXPECT_EQ(setRanges({0x60000000}, {100}), NO_ERROR);
+    EXPECT_EQ(upper(APP_TO), 100);
+    EXPECT_TRUE(conditions->perClassIds);
+}
+
+TEST_F(Conditions, ALaterIdOfAClassReplacesAnEarlierOneAndIdsWithoutAClassAreIgnored) {
+    EXPECT_EQ(setRanges({50, -7, 20}, {80, -1, 90}), NO_ERROR);
+    EXPECT_EQ(lower(APP_TO), 20);
+    EXPECT_EQ(upper(APP_TO), 90);
+    EXPECT_EQ(setRanges({-7}, {-9}), NO_ERROR);
+    EXPECT_EQ(lower(APP_TO), -1) << "the bounds of an earlier call are gone";
+    EXPECT_FALSE(conditions->perClassIds);
+}
+
+TEST_F(Conditions, ZeroIsAnIdLikeAnyOther) {
+    EXPECT_EQ(setRanges({0}, {5}), NO_ERROR);
+    EXPECT_EQ(lower(APP_TO), 0);
+    EXPECT_TRUE(conditions->perClassIds);
+}
+
+TEST_F(Conditions, TheSingleIdRangeSwitchesThePerClassTestOff) {
+    EXPECT_EQ(setRanges({5}, {9}), NO_ERROR);
+    EXPECT_EQ(conditions_setMessageIdRange(conditions, 3, 4), NO_ERROR);
+    EXPECT_FALSE(conditions->perClassIds);
+    EXPECT_EQ(conditions->lower[0].connMsgId, 3);
+    EXPECT_EQ(conditions->upper[0].connMsgId, 4);
+}
+
+std::string excluded(const QueryConditions* conditions) {
+    std::string all;
+    for (const ExcludedMsgType& type : conditions->excludedMsgTypes) {
+        all += std::string(type.data(), type.size()) + "|";
+    }
+    return all;
+}
+
+TEST_F(Conditions, ExcludedMsgTypesAreSortedOnceTheLastIsWritten) {
+    using namespace std::string_literals;
+    EXPECT_EQ(conditions_setExcludedMsgTypeCount(conditions, 3), NO_ERROR);
+    EXPECT_EQ(conditions_setExcludedMsgType(conditions, 0, "D"), NO_ERROR);
+    EXPECT_EQ(conditions_setExcludedMsgType(conditions, 1, "0"), NO_ERROR);
+    EXPECT_EQ(excluded(conditions), "D\0\0\0\0|0\0\0\0\0|\0\0\0\0\0|"s) << "not sorted yet";
+    EXPECT_EQ(conditions_setExcludedMsgType(conditions, 2, "8"), NO_ERROR);
+    EXPECT_EQ(excluded(conditions), "0\0\0\0\0|8\0\0\0\0|D\0\0\0\0|"s);
+}
+
+TEST_F(Conditions, AnExcludedMsgTypeIsCutToFiveCharactersAndPadded) {
+    using namespace std::string_literals;
+    EXPECT_EQ(conditions_setExcludedMsgTypeCount(conditions, 1), NO_ERROR);
+    EXPECT_EQ(conditions_setExcludedMsgType(conditions, 0, "ABCDEFG"), NO_ERROR);
+    EXPECT_EQ(excluded(conditions), "ABCDE|");
+    EXPECT_EQ(conditions_setExcludedMsgType(conditions, 0, "x"), NO_ERROR);
+    EXPECT_EQ(excluded(conditions), "x\0\0\0\0|"s) << "nothing is left of the longer one";
+    EXPECT_EQ(conditions_setExcludedMsgTypeCount(conditions, 0), NO_ERROR);
+    EXPECT_EQ(excluded(conditions), "");
+}
+
+TEST_F(Conditions, StringValuesAreSortedOnceTheLastIsWritten) {
+    EXPECT_EQ(conditions_addStringFilter(conditions, 4, true, true), NO_ERROR);
+    EXPECT_EQ(conditions_setStringFilterValueCount(conditions, 3), NO_ERROR);
+    EXPECT_EQ(conditions_setStringFilterValue(conditions, "b", 0), NO_ERROR);
+    EXPECT_EQ(conditions_setStringFilterValue(conditions, "C", 1), NO_ERROR);
+    const StringFilter& filter = conditions->stringFilters.back();
+    EXPECT_EQ(filter.values[0], "b");
+    EXPECT_EQ(conditions_setStringFilterValue(conditions, "A", 2), NO_ERROR);
+    EXPECT_EQ(filter.values[0], "A");
+    EXPECT_EQ(filter.values[1], "b");
+    EXPECT_EQ(filter.values[2], "C");
+    EXPECT_EQ(filter.fieldIndex, 4);
+    EXPECT_TRUE(filter.includeNull);
+    EXPECT_TRUE(filter.ignoreCase);
+}
+
+TEST_F(Conditions, PerFilterSettersActOnTheFilterAddedLast) {
+    EXPECT_EQ(conditions_addStringFilter(conditions, 0, false, false), NO_ERROR);
+    EXPECT_EQ(conditions_setStringFilterValueCount(conditions, 1), NO_ERROR);
+    EXPECT_EQ(conditions_addStringFilter(conditions, 1, false, false), NO_ERROR);
+    EXPECT_EQ(conditions_setStringFilterValueCount(conditions, 2), NO_ERROR);
+    EXPECT_EQ(conditions_setStringFilterRangeCount(conditions, 4), NO_ERROR);
+    EXPECT_EQ(conditions_setStringFilterRange(conditions, nullptr, "m", 2), NO_ERROR);
+    EXPECT_EQ(conditions->stringFilters[0].values.size(), 1U);
+    EXPECT_EQ(conditions->stringFilters[0].ranges.size(), 0U);
+    EXPECT_EQ(conditions->stringFilters[1].values.size(), 2U);
+    EXPECT_EQ(conditions->stringFilters[1].ranges[2], std::nullopt);
+    EXPECT_EQ(conditions->stringFilters[1].ranges[3], "m");
+}
+
+TEST_F(Conditions, SizingAgainDropsWhatWasThere) {
+    EXPECT_EQ(conditions_addStringFilter(conditions, 0, false, false), NO_ERROR);
+    EXPECT_EQ(conditions_setStringFilterValueCount(conditions, 1), NO_ERROR);
+    EXPECT_EQ(conditions_setStringFilterValue(conditions, "a", 0), NO_ERROR);
+    EXPECT_EQ(conditions_setStringFilterRangeCount(conditions, 2), NO_ERROR);
+    EXPECT_EQ(conditions_setStringFilterRange(conditions, "a", "b", 0), NO_ERROR);
+    EXPECT_EQ(conditions_setStringFilterValueCount(conditions, 2), NO_ERROR);
+    EXPECT_EQ(conditions_setStringFilterRangeCount(conditions, 2), NO_ERROR);
+    const StringFilter& filter = conditions->stringFilters[0];
+    EXPECT_EQ(filter.values, std::vector<std::optional<std::string>>(2));
+    EXPECT_EQ(filter.ranges, std::vector<std::optional<std::string>>(2));
+}
+
+TEST_F(Conditions, SlotsBeyondTheSizedCountAreRefused) {
+    EXPECT_EQ(conditions_setExcludedMsgTypeCount(conditions, 2), NO_ERROR);
+    EXPECT_EQ(conditions_setExcludedMsgType(conditions, 2, "D"), INDEX_OUT_OF_BOUNDS_ERROR);
+    EXPECT_EQ(conditions_setExcludedMsgType(conditions, -1, "D"), INDEX_OUT_OF_BOUNDS_ERROR);
+    EXPECT_EQ(conditions_addStringFilter(conditions, 0, false, false), NO_ERROR);
+    EXPECT_EQ(conditions_setStringFilterValueCount(conditions, 1), NO_ERROR);
+    EXPECT_EQ(conditions_setStringFilterValue(conditions, "a", 1), INDEX_OUT_OF_BOUNDS_ERROR);
+    EXPECT_EQ(conditions_setStringFilterValue(conditions, "a", -1), INDEX_OUT_OF_BOUNDS_ERROR);
+    EXPECT_EQ(conditions_setStringFilterRangeCount(conditions, 2), NO_ERROR);
+    EXPECT_EQ(conditions_setStringFilterRange(conditions, "a", "b", 2), INDEX_OUT_OF_BOUNDS_ERROR);
+    EXPECT_EQ(conditions_setStringFilterRange(conditions, "a", "b", -1), INDEX_OUT_OF_BOUNDS_ERROR);
+}
+
+TEST_F(Conditions, PerFilterSettersWithoutAFilterOrAnArrayFindNothingToSet) {
+    EXPECT_EQ(conditions_setStringFilterValueCount(conditions, 1), NULL_POINTER_ERROR);
+    EXPECT_EQ(conditions_setStringFilterRangeCount(conditions, 2), NULL_POINTER_ERROR);
+    EXPECT_EQ(conditions_setStringFilterValue(conditions, "a", 0), NULL_POINTER_ERROR);
+    EXPECT_EQ(conditions_setStringFilterRange(conditions, "a", "b", 0), NULL_POINTER_ERROR);
+    EXPECT_EQ(conditions_setExcludedMsgType(conditions, 0, "D"), NULL_POINTER_ERROR);
+    EXPECT_EQ(conditions_addStringFilter(conditions, 0, false, false), NO_ERROR);
+    EXPECT_EQ(conditions_setStringFilterValue(conditions, "a", 0), NULL_POINTER_ERROR) << "the array was never sized";
+    EXPECT_EQ(conditions_setStringFilterRange(conditions, "a", "b", 0), NULL_POINTER_ERROR);
+}
+
+TEST_F(Conditions, EverySetterRefusesAMissingRecord) {
+    const std::int32_t id = 5;
+    const double real = 1;
+    const std::int64_t whole = 1;
+    EXPECT_EQ(conditions_setIterateBackward(nullptr, true), NULL_POINTER_ERROR);
+    EXPECT_EQ(conditions_setInverted(nullptr, true), NULL_POINTER_ERROR);
+    EXPECT_EQ(conditions_setSeqNumRange(nullptr, 1, 2), NULL_POINTER_ERROR);
+    EXPECT_EQ(conditions_setMessageIdRange(nullptr, 1, 2), NULL_POINTER_ERROR);
+    EXPECT_EQ(conditions_setMessageIdRanges(nullptr, &id, 1, &id, 1), NULL_POINTER_ERROR);
+    EXPECT_EQ(conditions_setStartingTime(nullptr, 1), NULL_POINTER_ERROR);
+    EXPECT_EQ(conditions_setEndingTime(nullptr, 1), NULL_POINTER_ERROR);
+    EXPECT_EQ(conditions_setPossDupFlag(nullptr, true), NULL_POINTER_ERROR);
+    EXPECT_EQ(conditions_setExcludedMsgTypeCount(nullptr, 1), NULL_POINTER_ERROR);
+    EXPECT_EQ(conditions_setExcludedMsgType(nullptr, 0, "D"), NULL_POINTER_ERROR);
+    EXPECT_EQ(conditions_addStringFilter(nullptr, 0, false, false), NULL_POINTER_ERROR);
+    EXPECT_EQ(conditions_setStringFilterValueCount(nullptr, 1), NULL_POINTER_ERROR);
+    EXPECT_EQ(conditions_setStringFilterValue(nullptr, "a", 0), NULL_POINTER_ERROR);
+    EXPECT_EQ(conditions_setStringFilterRangeCount(nullptr, 2), NULL_POINTER_ERROR);
+    EXPECT_EQ(conditions_setStringFilterRange(nullptr, "a", "b", 0), NULL_POINTER_ERROR);
+    EXPECT_EQ(conditions_addDoubleFilter(nullptr, 0, &real, &real, 1, &real, 1, false), NULL_POINTER_ERROR);
+    EXPECT_EQ(conditions_addLongFilter(nullptr, 0, &whole, &whole, 1, &whole, 1, false), NULL_POINTER_ERROR);
+    conditions_destroy(nullptr);
+}
+
+TEST_F(Conditions, NumericFiltersAreKeptByTheirType) {
+    const double low = 1;
+    const double high = 2;
+    const std::int64_t value = 7;
+    EXPECT_EQ(conditions_addDoubleFilter(conditions, 3, &low, &high, 1, nullptr, 0, true), NO_ERROR);
+    EXPECT_EQ(conditions_addLongFilter(conditions, -4, nullptr, nullptr, 0, &value, 1, false), NO_ERROR);
+    ASSERT_EQ(conditions->doubleFilters.size(), 1U);
+    ASSERT_EQ(conditions->longFilters.size(), 1U);
+    EXPECT_EQ(conditions->doubleFilters[0].fieldIndex, 3);
+    EXPECT_TRUE(conditions->doubleFilters[0].includeNull);
+    EXPECT_EQ(conditions->doubleFilters[0].entries.size(), 1U);
+    EXPECT_EQ(conditions->longFilters[0].fieldIndex, -4) << "the record does not check the index";
+    EXPECT_EQ(conditions->longFilters[0].entries[0].low, 7);
+    EXPECT_EQ(conditions->longFilters[0].entries[0].flags, 3U);
+}
+
+TEST_F(Conditions, WithoutMemoryWhatWasStoredStays) {
+    EXPECT_EQ(conditions_addStringFilter(conditions, 0, false, false), NO_ERROR);
+    EXPECT_EQ(conditions_setStringFilterValueCount(conditions, 1), NO_ERROR);
+    EXPECT_EQ(conditions_setStringFilterValue(conditions, "first", 0), NO_ERROR);
+    const std::string longText(100, 'x');
+    const std::int64_t value = 7;
+    const auto failing = [](auto setter) {
+        const AllocationFailure failure(1);
+        return setter();
+    };
+    EXPECT_EQ(failing([] { return conditions_create() == nullptr; }), true);
+    EXPECT_EQ(failing([&] { return conditions_setStringFilterValue(conditions, longText.c_str(), 0); }),
+              OUT_OF_MEMORY_ERROR);
+    EXPECT_EQ(failing([&] { return conditions_setStringFilterRangeCount(conditions, 2); }), OUT_OF_MEMORY_ERROR);
+    EXPECT_EQ(failing([&] { return conditions_addStringFilter(conditions, 1, false, false); }), OUT_OF_MEMORY_ERROR);
+    EXPECT_EQ(failing([&] { return conditions_setExcludedMsgTypeCount(conditions, 3); }), OUT_OF_MEMORY_ERROR);
+    EXPECT_EQ(failing([&] { return conditions_addLongFilter(conditions, 0, nullptr, nullptr, 0, &value, 1, false); }),
+              OUT_OF_MEMORY_ERROR);
+    EXPECT_EQ(conditions->stringFilters.size(), 1U);
+    EXPECT_EQ(conditions->stringFilters[0].values[0], "first");
+    EXPECT_TRUE(conditions->longFilters.empty());
+}
+
+}  // namespace
+}  // namespace tabulo::test
