@@ -1,52 +1,70 @@
 package com.corvane.kestrova.examples;
 
-import com.corvane.kestrova.engine.tabulo.jni.JNITboMessageTable;
+import com.corvane.kestrova.engine.tabulo.TableConfiguration;
 import java.io.IOException;
-import java.nio.file.Files;
 import java.nio.file.Path;
+import java.util.List;
 import java.util.Random;
 import java.util.concurrent.TimeUnit;
 
-/** Has a process killed while it stores messages, and looks what its table holds afterwards. */
+/** Has a process killed while it stores messages, and looks what its tables hold afterwards. */
 final class CrashRun {
-    private static final String TABLE = "killed";
+    private static final String FILES = "killed";
     private static final int KILLED = 128 + 9;
     private static final int START_TIMEOUT_SECONDS = 60;
     private static final int SHORTEST_LIFE_MILLIS = 200;
     private static final int LONGEST_LIFE_MILLIS = 1000;
 
     private final TableDirectory tables;
-    private final MessageStream stream;
+    private final CrashSessions sessions;
     private final Path ackFile;
     private double recoverySeconds;
+    private int numbersBehind;
 
-    CrashRun(TableDirectory tables, MessageStream stream) {
+    CrashRun(TableDirectory tables, List<RecordedSession> recorded) {
         this.tables = tables;
-        this.stream = stream;
-        ackFile = tables.file(TABLE + ".acknowledged");
+        sessions = new CrashSessions(tables, recorded);
+        ackFile = tables.file(FILES + ".acknowledged");
     }
 
     void run(Path library, Path dataDirectory) throws IOException, InterruptedException {
         int acknowledged = storeUntilKilled(library, dataDirectory);
-        System.out.printf("   The table's file has %,d bytes. Opening it for writing, which recovers it.%n",
-                Files.size(tables.file(TABLE)));
-        long start = System.nanoTime();
-        try (JNITboMessageTable table = tables.open(TABLE, JNITboMessageTable.MODE_WRITE)) {
-            recoverySeconds = (System.nanoTime() - start) / 1e9;
-            int stored = table.getLastUniformMessageId();
-            System.out.printf("   Recovered in %.1f ms: %,d messages.%n", recoverySeconds * 1000, stored);
-            // The kill may fall between the write of a message and its acknowledgement.
-            if (stored != acknowledged && stored != acknowledged + 1) {
-                throw new DemoFailure(acknowledged + " messages were acknowledged, and " + stored + " are there");
-            }
-            ReadBack.compare(table, stream, stored, new Progress("reading and comparing", stored));
+        System.out.println("   The tables are opened for writing, which recovers them.");
+        for (int session = 0; session < sessions.count(); ++session) {
+            look(session, acknowledged);
         }
-        System.out.printf("   All %,d acknowledged messages survived, byte for byte.%n", acknowledged);
-        tables.remove(TABLE);
+        // Messages are stored one after the other, so the kill can have fallen between the writes of one at most.
+        if (numbersBehind > 1) {
+            throw new DemoFailure(numbersBehind + " of the kept sequence numbers are behind");
+        }
+        System.out.printf("   All %,d acknowledged messages survived, byte for byte, and the numbers fit them.%n",
+                acknowledged);
+        tables.remove(FILES);
     }
 
     double recoverySeconds() {
         return recoverySeconds;
+    }
+
+    private void look(int session, int acknowledged) {
+        MessageStream stream = sessions.stream(session);
+        long start = System.nanoTime();
+        try (SessionStore store = sessions.open(session)) {
+            double seconds = (System.nanoTime() - start) / 1e9;
+            recoverySeconds += seconds;
+            int stored = stream.countUpTo(store.table().getLastUniformMessageId());
+            System.out.printf("   %s: recovered in %.1f ms, %,d messages.%n", sessions.name(session), seconds * 1000,
+                    stored);
+            // The kill may fall between the write of a message and its acknowledgement.
+            int expected = sessions.share(session, acknowledged);
+            if (stored != expected && stored != sessions.share(session, acknowledged + 1)) {
+                throw new DemoFailure(expected + " messages were acknowledged, and " + stored + " are there");
+            }
+            TableConfiguration configuration = tables.configuration(sessions.name(session));
+            ReadBack.compareByIterator(store.table(), configuration, stream, stored,
+                    new Progress("reading and comparing", stored));
+            numbersBehind += store.numbers().printAndCompare(store.table(), configuration, true);
+        }
     }
 
     private int storeUntilKilled(Path library, Path dataDirectory) throws IOException, InterruptedException {
@@ -54,7 +72,7 @@ final class CrashRun {
         String java = Path.of(System.getProperty("java.home"), "bin", "java").toString();
         Process writer = new ProcessBuilder(java, "-cp", System.getProperty("java.class.path"),
                 CrashWriter.class.getName(), library.toString(), dataDirectory.toString(), tables.path().toString(),
-                TABLE, ackFile.toString()).inheritIO().start();
+                ackFile.toString()).inheritIO().start();
         try {
             awaitFirstMessage(writer, acknowledged);
             int life = SHORTEST_LIFE_MILLIS + new Random().nextInt(LONGEST_LIFE_MILLIS - SHORTEST_LIFE_MILLIS);

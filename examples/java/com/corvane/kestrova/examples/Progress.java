@@ -4,7 +4,7 @@ package com.corvane.kestrova.examples;
 final class Progress {
     private static final boolean ON_TERMINAL = System.console() != null;
     private static final int BAR_WIDTH = 40;
-    private static final int PLAIN_LINES = 4;
+    private static final int PLAIN_LINES = 2;
 
     private final String label;
     private final long total;

@@ -13,10 +13,12 @@ final class RecordedMessage {
     final MessageClass messageClass;
     final int seqNum;
     final boolean isOutOfSequence;
+    final String msgType;
+    final String clOrdId;
+    final String symbol;
     final byte[] wire;
     final byte[] nonMetadata;
 
-    private final String msgType;
     private final boolean isPossDup;
     private final String sender;
     private final String target;
@@ -38,8 +40,9 @@ final class RecordedMessage {
         target = message.text(FixTag.TARGET_COMP_ID);
         wire = line.message();
         nonMetadata = message.without(FixTag.METADATA);
-        strings = new String[] {message.text(FixTag.CL_ORD_ID), message.text(FixTag.SYMBOL),
-            message.text(FixTag.ACCOUNT)};
+        clOrdId = message.text(FixTag.CL_ORD_ID);
+        symbol = message.text(FixTag.SYMBOL);
+        strings = new String[] {clOrdId, symbol, message.text(FixTag.ACCOUNT)};
 
         Double quantity = message.decimal(FixTag.ORDER_QTY);
         Double price = message.decimal(FixTag.PRICE);
@@ -50,6 +53,11 @@ final class RecordedMessage {
         boolean asText = isPlainAscii(wire);
         wireText = asText ? new String(wire, StandardCharsets.US_ASCII) : null;
         nonMetadataText = asText ? new String(nonMetadata, StandardCharsets.US_ASCII) : null;
+    }
+
+    /** Whether the engine sent the message; else it received it. */
+    boolean isSent() {
+        return messageClass != MessageClass.APP_FROM && messageClass != MessageClass.ADMIN_FROM;
     }
 
     /** Whether the message is stored as text; else it is stored as bytes. */

@@ -2,7 +2,7 @@ package com.corvane.kestrova.examples;
 
 import com.corvane.kestrova.engine.tabulo.jni.JNITboMessageTable;
 
-/** Stores one recorded session in its table, and reads it back after the table was closed and opened again. */
+/** Stores one recorded session in its tables, and reads it back after they were closed and opened again. */
 final class SessionRun {
     private final TableDirectory tables;
     private final RecordedSession session;
@@ -38,10 +38,11 @@ final class SessionRun {
 
     void store() {
         Progress progress = new Progress("storing " + session.name(), messages());
-        try (JNITboMessageTable table = tables.open(session.name(), JNITboMessageTable.MODE_WRITE)) {
+        try (SessionStore store =
+                new SessionStore(tables, session.name(), stream, JNITboMessageTable.MODE_WRITE)) {
             long start = System.nanoTime();
             for (int index = 0; index < messages(); ++index) {
-                stream.store(table, index);
+                store.store(index);
                 progress.update(index + 1);
             }
             storeSeconds = (System.nanoTime() - start) / 1e9;
@@ -50,10 +51,20 @@ final class SessionRun {
 
     void readBack() {
         Progress progress = new Progress("reading " + session.name(), messages());
-        try (JNITboMessageTable table = tables.open(session.name(), JNITboMessageTable.MODE_READ)) {
+        try (SessionStore store =
+                new SessionStore(tables, session.name(), stream, JNITboMessageTable.MODE_READ)) {
             long start = System.nanoTime();
-            ReadBack.compare(table, stream, messages(), progress);
+            ReadBack.compareByIds(store.table(), stream, messages(), progress);
             readSeconds = (System.nanoTime() - start) / 1e9;
+            store.numbers().printAndCompare(store.table(), tables.configuration(session.name()), false);
+        }
+    }
+
+    void query() {
+        System.out.println("   " + session.name() + ":");
+        try (JNITboMessageTable table = tables.open(session.name(), JNITboMessageTable.MODE_READ)) {
+            new QueryRun(stream, messages(), new Questions(tables.configuration(session.name())), table)
+                    .printAndCompare();
         }
     }
 

@@ -2,6 +2,7 @@ package com.corvane.kestrova.examples;
 
 import com.corvane.kestrova.engine.tabulo.TableConfiguration;
 import com.corvane.kestrova.engine.tabulo.jni.JNITboMessageTable;
+import com.corvane.kestrova.engine.tabulo.jni.JNITboSessionInfoTable;
 import java.io.IOException;
 import java.nio.file.Files;
 import java.nio.file.Path;
@@ -23,11 +24,22 @@ record TableDirectory(Path path) {
     }
 
     JNITboMessageTable open(String name, int mode) {
-        TableConfiguration configuration = TableConfiguration.builder(name, path)
+        return JNITboMessageTable.open(configuration(name), mode);
+    }
+
+    /** What is indexed in a message table of this engine. */
+    TableConfiguration configuration(String name) {
+        return TableConfiguration.builder(name, path)
                 .stringFields("ClOrdID", "Symbol", "Account")
                 .numericFields("OrderQty", "Price")
                 .build();
-        return JNITboMessageTable.open(configuration, mode);
+    }
+
+    /** Opens the session info table that belongs to a message table. */
+    JNITboSessionInfoTable openSessionInfo(String name, int mode, int... tags) {
+        TableConfiguration configuration =
+                TableConfiguration.builder(name + ".session", path).sessionInfoTags(tags).build();
+        return JNITboSessionInfoTable.open(configuration, mode);
     }
 
     Path file(String name) {

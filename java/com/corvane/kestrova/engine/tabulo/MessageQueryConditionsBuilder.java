@@ -99,10 +99,11 @@ public final class MessageQueryConditionsBuilder {
 
     /**
      * Selects at most one range of connection message ids in each class, instead of a single range. Messages of the
-     * classes without a start id are not selected.
+     * classes without any id here are not selected.
      *
-     * <p>The class of each id is told by its value. A class with a start id and no end id is taken up to its last
-     * id; a range whose start is its end is dropped: use {@link #messageIdRange(int, int)} for a single id.
+     * <p>The class of each id is told by its value. A class with a start id and no end id is taken up to its last id,
+     * and one with an end id alone from its first. A range whose start is its end is dropped: use
+     * {@link #messageIdRange(int, int)} for a single id. When no class is left with a start id there is no condition.
      *
      * @param starts the lowest ids, inclusive
      * @param ends the highest ids, inclusive; they need not stand in the order of {@code starts}
@@ -119,7 +120,7 @@ public final class MessageQueryConditionsBuilder {
     /**
      * Selects all messages of some classes, by their connection message ids.
      *
-     * @param classes the classes
+     * @param classes the classes; without any there is no condition
      * @return this builder
      */
     public MessageQueryConditionsBuilder messageClasses(MessageClass... classes) {
@@ -135,7 +136,7 @@ public final class MessageQueryConditionsBuilder {
     /**
      * Leaves out messages of some MsgTypes.
      *
-     * @param msgTypes the MsgTypes, of at most five characters each
+     * @param msgTypes the MsgTypes, of at most five characters each and none of them null
      * @return this builder
      */
     public MessageQueryConditionsBuilder excludeMsgTypes(String... msgTypes) {

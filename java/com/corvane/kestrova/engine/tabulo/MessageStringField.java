@@ -10,6 +10,9 @@ public enum MessageStringField {
     WIRE_MESSAGE,
     /** The message's fields without its metadata. */
     NON_METADATA_FIELDS,
-    /** The MsgType, compared over its first five characters; a message always has one. */
+    /**
+     * The MsgType, compared over its first five characters and with regard to case, also by a filter that disregards it
+     * elsewhere; a message always has one.
+     */
     MSG_TYPE
 }

@@ -7,7 +7,8 @@ import java.util.List;
  * What a query asks of one string field: the value is one of the given ones, or lies inside one of the given ranges, or
  * is absent and absent values were admitted. A filter with nothing in it selects nothing.
  *
- * <p>A message field that is empty counts as absent. Objects are immutable; each method gives a new one.
+ * <p>A text that is stored and empty is a value like any other, and is admitted with absent ones. Objects are
+ * immutable; each method gives a new one.
  */
 public final class StringFieldFilter {
     private final List<String> values;
@@ -58,7 +59,8 @@ public final class StringFieldFilter {
     }
 
     /**
-     * Also selects messages that lack the field. Whole blocks can then no longer be skipped because of this filter.
+     * Also selects messages that lack the field or have an empty text in it. Whole blocks can then no longer be skipped
+     * because of this filter.
      *
      * @return the wider filter
      */

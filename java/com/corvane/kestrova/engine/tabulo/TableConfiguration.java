@@ -62,11 +62,13 @@ public record TableConfiguration(String tableName, String dbRoot, List<String> r
      * Begins a configuration in a directory; the trailing "/" is added.
      *
      * @param tableName the table's name
-     * @param directory the directory of the table's file
+     * @param directory the directory of the table's file, which must exist; an empty path is the working directory
      * @return a builder without fields, replicas and tags
      */
     public static Builder builder(String tableName, Path directory) {
-        return new Builder(tableName, directory + "/");
+        String path = directory.toString();
+        // The slash comes also behind the file system's own root: a root of one character would get a backslash.
+        return new Builder(tableName, (path.isEmpty() ? "." : path) + "/");
     }
 
     /**

@@ -12,9 +12,9 @@ public final class JNITboErrorCodes {
     public static final int TABLE_CLOSED_ERROR = 3;
     /** The operating system refused an operation on a file, for example its close. */
     public static final int SYSTEM_FILE_ERROR = 4;
-    /** The file is no table, or one of an older kind. */
+    /** The file does not begin as a table of this library: it is another kind of file, or its start is damaged. */
     public static final int SIGNATURE_ERROR = 5;
-    /** The file is shorter than it must be. */
+    /** The file is too short to tell what it is: empty, when it is opened for reading, or cut in its first bytes. */
     public static final int FILE_SIZE_ERROR = 6;
     /** The file cannot be repaired. */
     public static final int UNRECOVERABLE_ERROR = 7;
@@ -46,13 +46,13 @@ public final class JNITboErrorCodes {
     public static final int INDEX_OUT_OF_BOUNDS_ERROR = 20;
     /** A call between Java and the library failed, for example because a listener threw; it was printed. */
     public static final int JNI_ERROR = 21;
-    /** There is no data where some was asked for. */
+    /** There is no data where some was asked for, or data ends within a message that must be whole. */
     public static final int NO_DATA_ERROR = 22;
     /** The file was created by another version of the library. */
     public static final int VERSION_ERROR = 23;
     /** The file's header or a block's footer is damaged. */
     public static final int HEADER_CORRUPTED_ERROR = 24;
-    /** The operation is not built. */
+    /** The operation or a kind of argument, as a numeric filter on neither doubles nor longs, is not built. */
     public static final int NOT_IMPLEMENTED_ERROR = 25;
     /** Encoded data ended too early. */
     public static final int STREAM_NOT_ENOUGH_DATA_ERROR = 26;

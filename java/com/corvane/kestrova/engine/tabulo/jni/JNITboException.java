@@ -28,6 +28,10 @@ public final class JNITboException extends RuntimeException {
                 "Attempting to perform read/write operations on a closed (not opened) table");
     }
 
+    static JNITboException wrongParameter() {
+        return new JNITboException(JNITboErrorCodes.WRONG_PARAMETER_ERROR, "Wrong parameter");
+    }
+
     static JNITboException iteratorClosed() {
         return new JNITboException(JNITboErrorCodes.ITERATOR_CLOSED_ERROR,
                 "Attempting to perform operations on a closed iterator");

@@ -70,6 +70,10 @@ public final class JNITboLibLoader {
      * the interval has passed since the last one, or when at least <em>twice</em> the given count of flushes happened
      * since; and after every flush when both are 0.
      *
+     * <p>A sync happens inside a flush and when a table is closed, at no other time: with an interval or a count, the
+     * last message before a pause waits for the next one. A sync that the system reports as failed is ignored. Each
+     * one inside a flush adds a line to the debug log.
+     *
      * @param doSync whether to force data to the disk at all
      * @param syncIntervalSeconds seconds between syncs; 0 for no interval
      * @param syncFlushCount half the number of flushes between syncs; 0 for no count

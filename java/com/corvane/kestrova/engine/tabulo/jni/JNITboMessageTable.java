@@ -21,7 +21,7 @@ import java.util.concurrent.ConcurrentHashMap;
 public final class JNITboMessageTable implements AutoCloseable {
     /** Opens an existing table for reading. */
     public static final int MODE_READ = 0;
-    /** Opens a table for reading and writing, and creates it when it is missing. */
+    /** Opens a table for reading and writing, and creates it when it is missing; its directory must be there. */
     public static final int MODE_WRITE = 1;
 
     private final HandleGuard guard = new HandleGuard(JNITboException::tableClosed);
@@ -40,18 +40,26 @@ public final class JNITboMessageTable implements AutoCloseable {
      * @param configProvider a {@link com.corvane.kestrova.engine.tabulo.TableConfiguration}, or any object with its six
      *        methods that begin with "get". <b>Its database root must end with "/"</b>: any other root is joined to
      *        the table's name by a backslash, also on Linux
-     * @param mode {@link #MODE_READ} or {@link #MODE_WRITE}
+     * @param mode {@link #MODE_READ} or {@link #MODE_WRITE}; the library's own third mode, which empties a table, is
+     *        refused here: {@link #drop()} does that
      * @return the open table, to be closed by the caller
-     * @throws JNITboException {@code FILE_OPEN_ERROR} when the file is missing (for reading), not permitted, or open
-     *         for writing elsewhere; {@code STRING_FIELDS_COUNT_MISMATCH_ERROR},
+     * @throws JNITboException {@code WRONG_PARAMETER_ERROR} for any other mode, and then nothing is touched, or when
+     *         the field names are so long that a new file's header would not hold them; {@code FILE_OPEN_ERROR} when
+     *         the file is missing (for reading), its directory is missing (none is created), it is not permitted, or
+     *         open for writing elsewhere; {@code STRING_FIELDS_COUNT_MISMATCH_ERROR},
      *         {@code NUMERIC_FIELDS_COUNT_MISMATCH_ERROR}, {@code STRING_FIELDS_NAMES_MISMATCH_ERROR},
      *         {@code NUMERIC_FIELDS_NAMES_MISMATCH_ERROR} or {@code CONFIG_MISMATCH_ERROR} when the file was created
      *         with another configuration; {@code SIGNATURE_ERROR}, {@code BYTE_ORDER_ERROR}, {@code VERSION_ERROR},
      *         {@code TABLE_TYPE_ERROR} or {@code HEADER_CORRUPTED_ERROR} when it is no such table or damaged;
-     *         {@code STRING_FIELDS_LIMIT_ERROR} or {@code NUMERIC_FIELDS_LIMIT_ERROR} for more than 12 or 16 names;
-     *         {@code JNI_ERROR} or {@code NULL_POINTER_ERROR} when the provider lacks something
+     *         {@code FILE_SIZE_ERROR} when it is empty and opened for reading, or has so few bytes, 1 to 19, that they
+     *         do not tell whether it is a table; {@code STREAM_NOT_ENOUGH_DATA_ERROR}, and for exactly 19 bytes
+     *         {@code STREAM_READ_RESET_ERROR}, when it is opened for reading and its header is cut (opening it for
+     *         writing recovers it from 20 bytes on); {@code STRING_FIELDS_LIMIT_ERROR} or
+     *         {@code NUMERIC_FIELDS_LIMIT_ERROR} for more than 12 or 16 names; {@code JNI_ERROR} or
+     *         {@code NULL_POINTER_ERROR} when the provider lacks something
      */
     public static JNITboMessageTable open(Object configProvider, int mode) {
+        OpenMode.check(mode);
         return new JNITboMessageTable(initializeNative(configProvider, mode));
     }
 
@@ -59,10 +67,13 @@ public final class JNITboMessageTable implements AutoCloseable {
      * Stores a message given as text. The strings are stored as modified UTF-8: for a message that is not plain ASCII,
      * or holds a zero character, these are not the bytes that were on the wire; use the overload with byte ranges.
      *
-     * <p>When this throws one of the file errors, close the table and open it again before going on; the message may
-     * then be stored again, except in one case: when the file took the message and only the bookkeeping that follows
-     * every block of messages failed, the message counts as stored, and must <em>not</em> be stored again. Ask
-     * {@link #getLastUniformMessageId()} after opening the table again.
+     * <p>When this throws one of the file errors ({@code FILE_SEEK_ERROR}, {@code FILE_WRITE_ERROR},
+     * {@code FILE_FLUSH_ERROR}), the library has closed the file: further writes give {@code FILE_WRITE_ERROR}, reads
+     * and lookups {@code MASTER_INACTIVE_ERROR}, and {@link #close()} throws once more, although it frees the table.
+     * Close the table and open it again before going on. The message may then be stored again, except in one case:
+     * when the file took the message and only the bookkeeping that follows every block of messages failed, the message
+     * counts as stored, and must <em>not</em> be stored again. Ask {@link #getLastUniformMessageId()} after opening
+     * the table again.
      *
      * @param uniformId the uniform message id, increasing over all tables of an engine
      * @param seqNum the MsgSeqNum; negative for a pending message, 0 for none
@@ -77,15 +88,16 @@ public final class JNITboMessageTable implements AutoCloseable {
      * @param builtIn1 the second leading built-in string, of the caller's choice, or null
      * @param wireMessage the wire message, or null
      * @param nonMetadataFields the message's fields without its metadata, or null
-     * @param stringFields one value for each configured string field, null where the message has none; null is none
-     *        at all
+     * @param stringFields one value for each configured string field, null where the message has none; a null array
+     *        counts as one without values, which only a table without string fields takes
      * @param numericFields values of the first configured numeric fields; those behind its end are absent, and so are
      *        all of them when it is null
      * @throws JNITboException {@code STRING_FIELDS_COUNT_MISMATCH_ERROR} when the number of string values is not that
      *         of the configured fields; {@code NUMERIC_FIELDS_COUNT_MISMATCH_ERROR} when there are more numbers than
      *         configured fields; {@code STRING_FIELDS_LIMIT_ERROR} or {@code NUMERIC_FIELDS_LIMIT_ERROR} for more
-     *         than 12 or 16; {@code READ_ONLY_ERROR} on a table opened for reading; {@code FILE_WRITE_ERROR},
-     *         {@code FILE_FLUSH_ERROR} and other file errors when the file did not take it
+     *         than 12 or 16; {@code READ_ONLY_ERROR} on a table opened for reading; the file errors
+     *         {@code FILE_SEEK_ERROR}, {@code FILE_WRITE_ERROR} and {@code FILE_FLUSH_ERROR} when the file did not
+     *         take it
      */
     public void writeMessage(int uniformId, int seqNum, int prevSeqNum, int connMsgId, long timestamp,
             char msgTypeChar, String msgType, boolean isPossDupFlag, boolean isOutOfSequence, String builtIn0,
@@ -136,8 +148,8 @@ public final class JNITboMessageTable implements AutoCloseable {
      *         configured fields; {@code NUMERIC_FIELDS_COUNT_MISMATCH_ERROR} when {@code numericTypes} has fewer
      *         elements than there are configured fields; {@code INDEX_OUT_OF_BOUNDS_ERROR} when one of them points
      *         past the values; {@code JNI_ERROR} when a range does not lie in its array; {@code READ_ONLY_ERROR} on a
-     *         table opened for reading; {@code FILE_WRITE_ERROR}, {@code FILE_FLUSH_ERROR} and other file errors when
-     *         the file did not take it
+     *         table opened for reading; the file errors {@code FILE_SEEK_ERROR}, {@code FILE_WRITE_ERROR} and
+     *         {@code FILE_FLUSH_ERROR} when the file did not take it
      */
     public void writeMessage(int uniformId, int seqNum, int prevSeqNum, int connMsgId, long timestamp,
             char msgTypeChar, String msgType, boolean isPossDupFlag, boolean isOutOfSequence, String builtIn0,
@@ -164,8 +176,9 @@ public final class JNITboMessageTable implements AutoCloseable {
      * @param length number of bytes from there on
      * @throws JNITboException {@code NULL_POINTER_ERROR} when {@code frame} is null; {@code JNI_ERROR} when the range
      *         does not lie in it; {@code NO_DATA_ERROR} when the frame is cut; {@code CONSISTENCY_ERROR} when it
-     *         contradicts itself; {@code READ_ONLY_ERROR} on a table opened for reading; {@code FILE_WRITE_ERROR},
-     *         {@code FILE_FLUSH_ERROR} and other file errors when the file did not take it
+     *         contradicts itself; {@code READ_ONLY_ERROR} on a table opened for reading; the file errors
+     *         {@code FILE_SEEK_ERROR}, {@code FILE_WRITE_ERROR} and {@code FILE_FLUSH_ERROR} when the file did not
+     *         take it
      */
     public void writeMessage(byte[] frame, int offset, int length) {
         guard.enter();
@@ -211,14 +224,21 @@ public final class JNITboMessageTable implements AutoCloseable {
     }
 
     /**
-     * Opens a query over the table.
+     * Opens a query over the table. Its messages come in the order in which they were stored, or in the reverse order
+     * when the conditions say so.
+     *
+     * <p>A forward query also delivers what is stored while it is open. A backward one delivers all that was stored
+     * when it was opened; messages stored between that and its first {@link JNITboMessageTableIterator#next()} may be
+     * among them or not.
      *
      * @param conditions a {@link com.corvane.kestrova.engine.tabulo.MessageQueryConditions}, or any object with its
-     *        methods that begin with "get"; read now, not kept
+     *        methods that begin with "get"; read now, in the order in which that class has them, and not kept
      * @return the iterator, before its first message; close it, or this table's close does
      * @throws JNITboException {@code JNI_ERROR} when {@code conditions} lacks a method or one throws, which is printed
-     *         first; {@code NULL_POINTER_ERROR} when the query cannot be opened; {@code NOT_IMPLEMENTED_ERROR} when a
-     *         numeric filter is neither on doubles nor on longs
+     *         first; {@code NULL_POINTER_ERROR} when {@code conditions}, an accepted value or an excluded MsgType is
+     *         null, or when a backward query finds the file not open any more; {@code WRONG_PARAMETER_ERROR} when a
+     *         filter has not as many minimums as maximums; {@code NOT_IMPLEMENTED_ERROR} when the type of a numeric
+     *         filter is neither 1 nor 2, or is not given
      */
     public JNITboMessageTableIterator getMessages(Object conditions) {
         guard.enter();
@@ -305,7 +325,8 @@ public final class JNITboMessageTable implements AutoCloseable {
     }
 
     /**
-     * Removes all messages; the table stays open and is as new. Iterators opened through this table are closed.
+     * Removes all messages; the table stays open and is as new. Iterators opened through this table are closed; those
+     * of other tables open on the same file, here or in another process, come to their end.
      *
      * @throws JNITboException {@code READ_ONLY_ERROR} on a table opened for reading, and then nothing is removed;
      *         {@code FILE_TRUNCATE_ERROR} and other file errors
@@ -327,9 +348,9 @@ public final class JNITboMessageTable implements AutoCloseable {
      * Closes the iterators opened through this table, saves the table's bookkeeping when it is open for writing, closes
      * its file and frees it; on a closed table it does nothing. The table is freed also when this throws.
      *
-     * @throws JNITboException {@code FILE_WRITE_ERROR}, {@code FILE_FLUSH_ERROR} and other file errors when the
-     *         bookkeeping could not be saved; the stored messages are in the file all the same, and the next open for
-     *         writing recovers the rest
+     * @throws JNITboException {@code FILE_SEEK_ERROR}, {@code FILE_WRITE_ERROR} or {@code FILE_FLUSH_ERROR} when the
+     *         bookkeeping could not be saved, as it is behind a write that failed with one of these; the stored
+     *         messages are in the file all the same, and the next open for writing recovers the rest
      * @throws IllegalStateException when one of the table's or an iterator's operations is running, or a watcher
      *         follows the table; then the table stays open
      */

@@ -3,10 +3,17 @@ package com.corvane.kestrova.engine.tabulo.jni;
 /**
  * Steps through the messages of a query, see {@link JNITboMessageTable#getMessages(Object)}.
  *
- * <p>The getters answer for the message at which the last {@link #next()} that returned true arrived. An iterator keeps
- * its table reachable, and the table's close or drop closes the iterator. The thread that uses the table uses its
- * iterators. After close every operation throws {@link JNITboException} with
+ * <p>The getters answer for the message at which {@link #next()} arrived. Before its first call, at the end and after
+ * an error there is none: numbers are then 0, flags false, the MsgType is empty, texts and arrays are null, and a field
+ * that is asked for by its id is 0, empty or refused with {@link JNITboErrorCodes#INDEX_OUT_OF_BOUNDS_ERROR}.
+ *
+ * <p>An iterator keeps its table reachable, and the table's close or drop closes the iterator. The thread that uses the
+ * table uses its iterators. After close every operation throws {@link JNITboException} with
  * {@link JNITboErrorCodes#ITERATOR_CLOSED_ERROR}.
+ *
+ * <p>When another process drops the table, the iterator ends for good as soon as it sees that the file has become
+ * shorter than its place. A file that was dropped and has grown beyond that place between two calls cannot be told from
+ * the old one: the iterator then goes on in it, or finds it damaged.
  */
 public final class JNITboMessageTableIterator implements AutoCloseable {
     private final HandleGuard guard = new HandleGuard(JNITboException::iteratorClosed);
@@ -19,11 +26,13 @@ public final class JNITboMessageTableIterator implements AutoCloseable {
     }
 
     /**
-     * Goes to the next selected message. At the end it may be called again: it goes on when the table has grown.
+     * Goes to the next selected message. At the end it may be called again: a forward query goes on when the table has
+     * grown, a backward one stays at its end.
      *
      * @return true when a message is there, false at the end
-     * @throws JNITboException {@code HEADER_CORRUPTED_ERROR} or {@code CONSISTENCY_ERROR} when the table is damaged;
-     *         {@code MASTER_INACTIVE_ERROR} when its file is not open any more; {@code FILE_READ_ERROR}
+     * @throws JNITboException {@code HEADER_CORRUPTED_ERROR}, {@code CONSISTENCY_ERROR} or {@code NO_DATA_ERROR} when
+     *         the table is damaged; {@code MASTER_INACTIVE_ERROR} when its file is not open any more;
+     *         {@code FILE_READ_ERROR}, {@code FILE_SEEK_ERROR}, {@code SYSTEM_FILE_ERROR}, {@code OUT_OF_MEMORY_ERROR}
      */
     public boolean next() {
         guard.enter();
@@ -107,7 +116,7 @@ public final class JNITboMessageTableIterator implements AutoCloseable {
     /**
      * The message's MsgType.
      *
-     * @return its first five bytes at most
+     * @return its first five bytes at most, never null
      */
     public String getMsgType() {
         guard.enter();
@@ -164,7 +173,7 @@ public final class JNITboMessageTableIterator implements AutoCloseable {
     /**
      * The wire message as it was stored, without its ending NUL.
      *
-     * @return a new array, or null when it is absent
+     * @return a new array, empty for a message that was stored as the empty text, or null when it is absent
      */
     public byte[] getWireMessageAsByteArray() {
         guard.enter();
@@ -207,8 +216,9 @@ public final class JNITboMessageTableIterator implements AutoCloseable {
     /**
      * A string field as text.
      *
-     * @param fieldId the field's id, from a method
-     *        {@code stringFieldId} of {@link com.corvane.kestrova.engine.tabulo.TableConfiguration}
+     * @param fieldId the field's id, from a method {@code stringFieldId} of
+     *        {@link com.corvane.kestrova.engine.tabulo.TableConfiguration}: 0 and 1 are the leading built-in strings,
+     *        then come the configured fields, the wire message, the non-metadata fields and the MsgType
      * @return the text, or null when it is absent
      * @throws JNITboException {@code INDEX_OUT_OF_BOUNDS_ERROR} when no field has that id
      */
@@ -222,10 +232,12 @@ public final class JNITboMessageTableIterator implements AutoCloseable {
     }
 
     /**
-     * A numeric field as a long; a stored double is truncated towards zero.
+     * A numeric field as a long; a stored double is truncated towards zero, one beyond the longs becomes the nearest of
+     * them, and one that is not a number 0.
      *
-     * @param fieldId the field's id, from a method
-     *        {@code numericFieldId} of {@link com.corvane.kestrova.engine.tabulo.TableConfiguration}
+     * @param fieldId the field's id, from a method {@code numericFieldId} of
+     *        {@link com.corvane.kestrova.engine.tabulo.TableConfiguration}: the configured fields from 0 on, behind
+     *        them the {@link com.corvane.kestrova.engine.tabulo.MessageNumericField}s in their order
      * @return the value, or 0 when it is absent
      * @throws JNITboException {@code INDEX_OUT_OF_BOUNDS_ERROR} when no field has that id
      */
@@ -241,8 +253,7 @@ public final class JNITboMessageTableIterator implements AutoCloseable {
     /**
      * A numeric field as a double; a stored long is converted.
      *
-     * @param fieldId the field's id, from a method
-     *        {@code numericFieldId} of {@link com.corvane.kestrova.engine.tabulo.TableConfiguration}
+     * @param fieldId the field's id, as for {@link #getNumericFieldAsLong(int)}
      * @return the value, or not a number when it is absent
      * @throws JNITboException {@code INDEX_OUT_OF_BOUNDS_ERROR} when no field has that id
      */

@@ -63,7 +63,8 @@ public final class JNITboMessageWatcher implements AutoCloseable {
 
     /**
      * Watches on the calling thread until the listener ends it. The batches carry the messages' time stamps, wire
-     * messages and non-metadata fields.
+     * messages and non-metadata fields; a listener that needs their uniform message ids, for example to go on from
+     * there after a restart, takes {@link #startWatchingCompact(int[], CompactListener)}.
      *
      * @param fromUniformIds for each table the uniform message id from which on messages are delivered, or
      *        {@link #FROM_BEGINNING}

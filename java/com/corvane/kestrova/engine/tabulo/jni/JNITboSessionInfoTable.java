@@ -3,6 +3,10 @@ package com.corvane.kestrova.engine.tabulo.jni;
 /**
  * A session info table: up to 32 numbers of a session's state, each addressed by an integer tag.
  *
+ * <p>A table opened for reading sees what another process writes. With its first {@link #write(int[], long[])} or
+ * {@link #drop()} it becomes the writer itself, if no other process is, and keeps others from writing until it is
+ * closed.
+ *
  * <p>One thread at a time uses a table. The native object behind it is freed by {@link #close()} only. Failed
  * operations throw {@link JNITboException}; after close all of them do, with {@link
  * JNITboErrorCodes#TABLE_CLOSED_ERROR}.
@@ -10,7 +14,7 @@ package com.corvane.kestrova.engine.tabulo.jni;
 public final class JNITboSessionInfoTable implements AutoCloseable {
     /** Opens an existing table for reading. */
     public static final int MODE_READ = 0;
-    /** Opens a table for reading and writing, and creates it when it is missing. */
+    /** Opens a table for reading and writing, and creates it when it is missing; its directory must be there. */
     public static final int MODE_WRITE = 1;
 
     private final HandleGuard guard = new HandleGuard(JNITboException::tableClosed);
@@ -25,14 +29,21 @@ public final class JNITboSessionInfoTable implements AutoCloseable {
      *
      * @param configProvider a {@link com.corvane.kestrova.engine.tabulo.TableConfiguration}, or any object with its six
      *        methods that begin with "get"; its database root must end with "/"
-     * @param mode {@link #MODE_READ} or {@link #MODE_WRITE}
+     * @param mode {@link #MODE_READ} or {@link #MODE_WRITE}; the library's own third mode, which empties a table, is
+     *        refused here: {@link #drop()} does that
      * @return the open table, to be closed by the caller
-     * @throws JNITboException {@code FILE_OPEN_ERROR} when the file is missing, not permitted or open for writing
-     *         elsewhere; {@code CONFIG_MISMATCH_ERROR} when a configured tag is not in the file;
-     *         {@code TABLE_TYPE_ERROR} when it is a message table; {@code INDEX_OUT_OF_BOUNDS_ERROR} for more than 32
+     * @throws JNITboException {@code WRONG_PARAMETER_ERROR} for any other mode, and then nothing is touched;
+     *         {@code FILE_OPEN_ERROR} when the file is missing (for reading), its directory is missing (none is
+     *         created), it is not permitted, or open for writing elsewhere; {@code CONFIG_MISMATCH_ERROR} when a
+     *         configured tag is not in the file; {@code SIGNATURE_ERROR}, {@code BYTE_ORDER_ERROR},
+     *         {@code VERSION_ERROR}, {@code TABLE_TYPE_ERROR} or {@code HEADER_CORRUPTED_ERROR} when it is no such
+     *         table or damaged; {@code FILE_SIZE_ERROR} when it is empty and opened for reading, or its first bytes
+     *         are cut; {@code STREAM_NOT_ENOUGH_DATA_ERROR} when its list of tags is cut; {@code FILE_READ_ERROR} when
+     *         it is opened for reading and its values are cut; {@code INDEX_OUT_OF_BOUNDS_ERROR} for more than 32
      *         tags; {@code JNI_ERROR} or {@code NULL_POINTER_ERROR} when the provider lacks something
      */
     public static JNITboSessionInfoTable open(Object configProvider, int mode) {
+        OpenMode.check(mode);
         return new JNITboSessionInfoTable(initializeNative(configProvider, mode));
     }
 
@@ -42,8 +53,10 @@ public final class JNITboSessionInfoTable implements AutoCloseable {
      * @param tags the tags to set
      * @param values as many values, one for each tag
      * @throws JNITboException {@code WRONG_PARAMETER_ERROR} when a tag is unknown, and then nothing is changed;
-     *         {@code JNI_ERROR} when there are fewer values than tags; {@code FILE_WRITE_ERROR} or
-     *         {@code FILE_FLUSH_ERROR} when the file took nothing: close the table and open it again
+     *         {@code JNI_ERROR} when there are fewer values than tags; {@code FILE_OPEN_ERROR} when the table was
+     *         opened for reading and another process writes it, and then it goes on reading; {@code FILE_SEEK_ERROR},
+     *         {@code FILE_WRITE_ERROR} or {@code FILE_FLUSH_ERROR} when the file did not take it: close the table and
+     *         open it again
      */
     public void write(int[] tags, long[] values) {
         guard.enter();

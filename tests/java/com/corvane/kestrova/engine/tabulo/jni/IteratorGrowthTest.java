@@ -1,17 +1,23 @@
 package com.corvane.kestrova.engine.tabulo.jni;
 
 import static com.corvane.kestrova.engine.tabulo.jni.Errors.assertFails;
+import static com.corvane.kestrova.engine.tabulo.jni.JNITboErrorCodes.CONSISTENCY_ERROR;
 import static com.corvane.kestrova.engine.tabulo.jni.JNITboErrorCodes.FILE_FLUSH_ERROR;
 import static com.corvane.kestrova.engine.tabulo.jni.JNITboErrorCodes.MASTER_INACTIVE_ERROR;
 import static org.junit.jupiter.api.Assertions.assertEquals;
 import static org.junit.jupiter.api.Assertions.assertFalse;
+import static org.junit.jupiter.api.Assertions.assertThrows;
 import static org.junit.jupiter.api.Assertions.assertTrue;
 
 import java.io.BufferedReader;
 import java.io.IOException;
 import java.io.InputStreamReader;
+import java.io.RandomAccessFile;
+import java.nio.file.Files;
 import java.nio.file.Path;
+import java.nio.file.StandardOpenOption;
 import java.util.ArrayList;
+import java.util.Arrays;
 import java.util.List;
 import org.junit.jupiter.api.Test;
 import org.junit.jupiter.params.ParameterizedTest;
@@ -25,13 +31,13 @@ class IteratorGrowthTest extends OnQueries {
         long table = openForWriting();
         writeNumbered(table, 1, before);
         long iterator = query(table, new RawConditions());
-        assertEquals(idsFrom(1, before), rest(iterator));
+        assertIds(idsFrom(1, before), rest(iterator));
         for (int i = before + 1; i <= before + 3; ++i) {
             writeNumbered(table, i, i);
-            assertEquals(ids(i), rest(iterator));
+            assertIds(ids(i), rest(iterator));
         }
         writeNumbered(table, before + 4, before + 2200);
-        assertEquals(idsFrom(before + 4, before + 2200), rest(iterator));
+        assertIds(idsFrom(before + 4, before + 2200), rest(iterator));
     }
 
     @Test
@@ -46,7 +52,7 @@ class IteratorGrowthTest extends OnQueries {
         }
         writeNumbered(table, 601, 2345);
         seen.addAll(rest(iterator));
-        assertEquals(idsFrom(1, 2345), seen);
+        assertIds(idsFrom(1, 2345), seen);
     }
 
     @Test
@@ -58,7 +64,7 @@ class IteratorGrowthTest extends OnQueries {
         writeNumbered(table, 3, 1500);
         assertEquals("8=FIX.4.4|34=1", QueryNatives.get(iterator, "getWireMessage"));
         assertEquals(1001L, QueryNatives.<Long>get(iterator, "getTimestamp"));
-        assertEquals(idsFrom(2, 1500), rest(iterator));
+        assertIds(idsFrom(2, 1500), rest(iterator));
     }
 
     @Test
@@ -77,7 +83,7 @@ class IteratorGrowthTest extends OnQueries {
                 assertEquals(3, read(table, 1, 700, 1400).timestamps().size());
                 assertEquals(1500, Natives.lastUniform(table));
                 int number = i;
-                assertEquals(ids(i), rest(query(table, RawConditions.of(c -> {
+                assertIds(ids(i), rest(query(table, RawConditions.of(c -> {
                     c.beginSeqNum = number;
                     c.endSeqNum = number;
                 }))));
@@ -108,9 +114,9 @@ class IteratorGrowthTest extends OnQueries {
         long table = openForWriting();
         writeNumbered(table, 1, 3);
         long iterator = query(table, RawConditions.of(c -> c.backward = true));
-        assertEquals(ids(3, 2, 1), rest(iterator));
+        assertIds(ids(3, 2, 1), rest(iterator));
         writeNumbered(table, 4, 1200);
-        assertEquals(List.of(), rest(iterator));
+        assertIds(List.of(), rest(iterator));
     }
 
     @Test
@@ -149,10 +155,49 @@ class IteratorGrowthTest extends OnQueries {
         assertEquals(1500, rest(iterator).size());
         Natives.drop(writer);
         writeNumbered(writer, 1, 10);
-        assertEquals(List.of(), rest(iterator), "the file is shorter than the iterator's place");
+        assertIds(List.of(), rest(iterator), "the file is shorter than the iterator's place");
         writeNumbered(writer, 11, 1800);
-        assertEquals(List.of(), rest(iterator), "it has ended for good");
+        assertIds(List.of(), rest(iterator), "it has ended for good");
         assertEquals(1800, rest(query(reader, new RawConditions())).size());
+    }
+
+    @Test
+    void halfAMessageIsTheEndForNow() throws IOException {
+        long table = openForWriting();
+        writeNumbered(table, 1, 3);
+        close(table);
+        byte[] whole = fileBytes();
+        Files.write(file(), Arrays.copyOf(whole, whole.length - 1));
+        long iterator = query(openForReading(), new RawConditions());
+        assertIds(ids(1, 2), rest(iterator));
+        assertFalse(QueryNatives.next(iterator));
+        Files.write(file(), new byte[] {whole[whole.length - 1]}, StandardOpenOption.APPEND);
+        assertIds(ids(3), rest(iterator), "the rest of it has come");
+    }
+
+    @ParameterizedTest
+    @ValueSource(booleans = {false, true})
+    void aDamagedMessageOfAClosedBlockIsAnError(boolean backward) throws IOException {
+        long table = openForWriting();
+        writeNumbered(table, 1, 500);
+        long middle = fileBytes().length;
+        writeNumbered(table, 501, 1500);
+        close(table);
+        try (RandomAccessFile damaged = new RandomAccessFile(file().toFile(), "rw")) {
+            damaged.seek(middle - Integer.BYTES);
+            damaged.write(new byte[2 * Integer.BYTES]);
+        }
+        long iterator = query(openForReading(), RawConditions.of(c -> c.backward = backward));
+        List<Integer> seen = new ArrayList<>();
+        JNITboException thrown = assertThrows(JNITboException.class, () -> {
+            while (QueryNatives.next(iterator)) {
+                seen.add(QueryNatives.uniformId(iterator));
+            }
+        });
+        assertEquals(CONSISTENCY_ERROR, thrown.getErrorCode());
+        // The last length word of 500 and the first one of 501 are gone.
+        List<Integer> expected = backward ? idsFrom(-1500, -502).stream().map(id -> -id).toList() : idsFrom(1, 499);
+        assertIds(expected, seen, "what lies in front of the damage");
     }
 
     /** A table that is closed but not freed has its file open still. */
@@ -162,7 +207,7 @@ class IteratorGrowthTest extends OnQueries {
         writeNumbered(table, 1, 5);
         long iterator = query(table, new RawConditions());
         Natives.close(table);
-        assertEquals(ids(1, 2, 3, 4, 5), rest(iterator));
+        assertIds(ids(1, 2, 3, 4, 5), rest(iterator));
     }
 
     /** Writes the messages from one number to another for each line "from to"; drops for an empty line. */
@@ -198,7 +243,7 @@ class IteratorGrowthTest extends OnQueries {
             int stored = 0;
             for (int next : new int[] {1, 2, 10, 999, 1000, 1001, 1999, 2000, 2500, 5500}) {
                 write(writer, stored + 1, next);
-                assertEquals(idsFrom(stored + 1, next), rest(iterator));
+                assertIds(idsFrom(stored + 1, next), rest(iterator));
                 stored = next;
             }
         }
@@ -238,13 +283,13 @@ class IteratorGrowthTest extends OnQueries {
             }
             writer.tell("");
             writer.awaitLine("done ");
-            assertEquals(List.of(), rest(backward));
+            assertIds(List.of(), rest(backward));
             // What the forward one has read ahead may still come; then it ends.
             List<Integer> left = rest(forward);
-            assertEquals(idsFrom(101, 100 + left.size()), left);
+            assertIds(idsFrom(101, 100 + left.size()), left);
             write(writer, 1, 5);
-            assertEquals(List.of(), rest(forward));
-            assertEquals(idsFrom(1, 5), rest(query(reader, new RawConditions())));
+            assertIds(List.of(), rest(forward));
+            assertIds(idsFrom(1, 5), rest(query(reader, new RawConditions())));
         }
     }
 

@@ -47,10 +47,29 @@ abstract class OnQueries extends OnTables {
         conditions.backward = null;
         List<Integer> turned = IntStream.range(0, backwards.size())
                 .mapToObj(i -> backwards.get(backwards.size() - 1 - i)).toList();
-        if (!turned.equals(forwards)) {
-            throw new AssertionError("forwards " + forwards + ", but backwards " + backwards);
-        }
+        assertIds(forwards, turned, "backwards gives other messages than forwards");
         return forwards;
+    }
+
+    /** Says where two lists part instead of printing them whole: a list may hold thousands of ids. */
+    static void assertIds(List<Integer> expected, List<Integer> actual, String what) {
+        if (expected.equals(actual)) {
+            return;
+        }
+        int place = 0;
+        while (place < expected.size() && place < actual.size() && expected.get(place).equals(actual.get(place))) {
+            ++place;
+        }
+        throw new AssertionError(what + ": " + actual.size() + " ids instead of " + expected.size() + ", at place "
+                + place + " come " + after(actual, place) + " instead of " + after(expected, place));
+    }
+
+    static void assertIds(List<Integer> expected, List<Integer> actual) {
+        assertIds(expected, actual, "other messages are selected");
+    }
+
+    private static List<Integer> after(List<Integer> ids, int place) {
+        return ids.subList(place, Math.min(ids.size(), place + 3));
     }
 
     static List<Integer> ids(int... ids) {

@@ -71,7 +71,7 @@ class QueryConditionsReadingTest extends OnQueries {
         long table = openForWriting();
         writeNumbered(table, 1, 2 * MESSAGES_PER_BLOCK + 7);
         RawConditions nothing = new RawConditions();
-        assertEquals(idsFrom(1, 2 * MESSAGES_PER_BLOCK + 7), rest(query(table, nothing)));
+        assertIds(idsFrom(1, 2 * MESSAGES_PER_BLOCK + 7), rest(query(table, nothing)));
         assertEquals(WITHOUT_FILTERS, nothing.calls, "every getter is called once, in this order");
     }
 
@@ -91,7 +91,7 @@ class QueryConditionsReadingTest extends OnQueries {
             c.endIds = new int[0];
             c.excluded = new String[0];
         });
-        assertEquals(ids(1, 2, 3), rest(query(tableOfThree(), empty)));
+        assertIds(ids(1, 2, 3), rest(query(tableOfThree(), empty)));
         assertEquals(WITHOUT_FILTERS, empty.calls);
     }
 
@@ -103,7 +103,7 @@ class QueryConditionsReadingTest extends OnQueries {
         conditions.throwing = getter;
         assertFails(JNI_ERROR, () -> query(table, conditions));
         assertEquals(WITH_FILTERS.subList(0, WITH_FILTERS.indexOf(getter) + 1), conditions.calls);
-        assertEquals(ids(1, 2, 3), rest(query(table, new RawConditions())), "the table goes on");
+        assertIds(ids(1, 2, 3), rest(query(table, new RawConditions())), "the table goes on");
     }
 
     @ParameterizedTest
@@ -226,7 +226,7 @@ class QueryConditionsReadingTest extends OnQueries {
         int calls = conditions.calls.size();
         conditions.startIds[0] = 3;
         conditions.endIds[0] = 3;
-        assertEquals(ids(1, 2), rest(iterator));
+        assertIds(ids(1, 2), rest(iterator));
         assertEquals(calls, conditions.calls.size(), "nothing is asked after the query is open");
     }
 
@@ -240,6 +240,6 @@ class QueryConditionsReadingTest extends OnQueries {
                 return super.getBeginSeqNum();
             }
         };
-        assertEquals(ids(1, 2, 3, 4), rest(query(table, conditions)));
+        assertIds(ids(1, 2, 3, 4), rest(query(table, conditions)));
     }
 }

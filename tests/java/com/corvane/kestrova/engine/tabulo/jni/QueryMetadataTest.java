@@ -64,12 +64,12 @@ class QueryMetadataTest extends OnQueries {
     @Test
     void aRangeOfSequenceNumbersIncludesBothEnds() {
         long table = table();
-        assertEquals(idsFrom(995, 1005), select(table, seqNums(995, 1005)));
-        assertEquals(ids(1000), select(table, seqNums(1000, 1000)));
-        assertEquals(ids(1001), select(table, seqNums(1001, 1001)));
-        assertEquals(idsFrom(2050, LAST), select(table, seqNums(2050, Integer.MAX_VALUE)));
-        assertEquals(List.of(), select(table, seqNums(LAST + 1, LAST + 9)));
-        assertEquals(idsFrom(1, 3), select(table, seqNums(Integer.MIN_VALUE, 3)));
+        assertIds(idsFrom(995, 1005), select(table, seqNums(995, 1005)));
+        assertIds(ids(1000), select(table, seqNums(1000, 1000)));
+        assertIds(ids(1001), select(table, seqNums(1001, 1001)));
+        assertIds(idsFrom(2050, LAST), select(table, seqNums(2050, Integer.MAX_VALUE)));
+        assertIds(List.of(), select(table, seqNums(LAST + 1, LAST + 9)));
+        assertIds(idsFrom(1, 3), select(table, seqNums(Integer.MIN_VALUE, 3)));
     }
 
     @Test
@@ -99,19 +99,19 @@ class QueryMetadataTest extends OnQueries {
                 m.seqNum = numbers[at];
             });
         }
-        assertEquals(ids(3), select(table, seqNums(0, 0)));
-        assertEquals(ids(1, 2, 3), select(table, seqNums(-5, 0)));
-        assertEquals(ids(2), select(table, seqNums(-1, -1)));
-        assertEquals(ids(3, 4), select(table, seqNums(0, 1)));
+        assertIds(ids(3), select(table, seqNums(0, 0)));
+        assertIds(ids(1, 2, 3), select(table, seqNums(-5, 0)));
+        assertIds(ids(2), select(table, seqNums(-1, -1)));
+        assertIds(ids(3, 4), select(table, seqNums(0, 1)));
     }
 
     @Test
     void aSingleRangeOfIdsStaysInItsClass() {
         long table = table();
-        assertEquals(idsWhere(900, 1100, i -> i % 3 == 0), select(table, idRange(APP_TO + 900, APP_TO + 1100)));
-        assertEquals(ids(1003), select(table, idRange(APP_FROM + 1003, APP_FROM + 1003)));
-        assertEquals(List.of(), select(table, idRange(APP_FROM + 1002, APP_FROM + 1002)));
-        assertEquals(List.of(), select(table, idRange(APP_FROM + 10, APP_FROM + 5)));
+        assertIds(idsWhere(900, 1100, i -> i % 3 == 0), select(table, idRange(APP_TO + 900, APP_TO + 1100)));
+        assertIds(ids(1003), select(table, idRange(APP_FROM + 1003, APP_FROM + 1003)));
+        assertIds(List.of(), select(table, idRange(APP_FROM + 1002, APP_FROM + 1002)));
+        assertIds(List.of(), select(table, idRange(APP_FROM + 10, APP_FROM + 5)));
     }
 
     @Test
@@ -122,8 +122,8 @@ class QueryMetadataTest extends OnQueries {
             m.uniformId = 2;
             m.connMsgId = 1;
         });
-        assertEquals(ids(1), select(table, idRange(0, 0)));
-        assertEquals(ids(1, 2), select(table, idRange(0, 1)));
+        assertIds(ids(1), select(table, idRange(0, 0)));
+        assertIds(ids(1, 2), select(table, idRange(0, 1)));
     }
 
     @Test
@@ -131,10 +131,17 @@ class QueryMetadataTest extends OnQueries {
         long table = table();
         RecordingFacility facility = new RecordingFacility();
         JNITboLibLoader.setLogFacility(facility);
-        assertEquals(idsWhere(2001, LAST, i -> i % 3 != 2), rest(query(table, idRange(APP_TO, APP_FROM + LAST))));
+        assertIds(idsWhere(2001, LAST, i -> i % 3 != 2), rest(query(table, idRange(APP_TO, APP_FROM + LAST))));
         String note = "Tabulo/C NOTE: mfr_compareRange(): error: lowerConnMsgId=0 and upperConnMsgId="
                 + (APP_FROM + LAST) + " belong to different classes (";
         assertTrue(facility.notes().contains(note), facility::notes);
+    }
+
+    @Test
+    void aSingleRangeFromANegativeIdSelectsNothingFromClosedBlocks() {
+        long table = table();
+        assertIds(idsWhere(2001, LAST, i -> i % 3 == 0), select(table, idRange(-5, APP_TO + LAST)));
+        assertEquals(LAST, select(table, idRange(-1, APP_TO + 5)).size(), "the start -1 stands for none");
     }
 
     @Test
@@ -142,9 +149,9 @@ class QueryMetadataTest extends OnQueries {
         long table = table();
         RawConditions two =
                 classIds(new int[] {APP_TO + 990, APP_FROM + 1000}, new int[] {APP_FROM + 1006, APP_TO + 996});
-        assertEquals(ids(990, 993, 996, 1000, 1003, 1006), select(table, two));
-        assertEquals(idsWhere(2000, LAST, i -> i % 3 == 0), select(table, classIds(new int[] {APP_TO + 2000}, null)));
-        assertEquals(idsWhere(1, LAST, i -> i % 3 == 0),
+        assertIds(ids(990, 993, 996, 1000, 1003, 1006), select(table, two));
+        assertIds(idsWhere(2000, LAST, i -> i % 3 == 0), select(table, classIds(new int[] {APP_TO + 2000}, null)));
+        assertIds(idsWhere(1, LAST, i -> i % 3 == 0),
                 select(table, classIds(new int[] {APP_TO}, new int[0])), "up to the class's last id");
     }
 
@@ -152,7 +159,7 @@ class QueryMetadataTest extends OnQueries {
     void anEndIdAloneSelectsFromTheFirstIdOfItsClassWhenAnotherClassHasAStart() {
         long table = table();
         RawConditions conditions = classIds(new int[] {APP_TO + 2095}, new int[] {APP_FROM + 7});
-        assertEquals(ids(1, 4, 7, 2097, 2100), select(table, conditions));
+        assertIds(ids(1, 4, 7, 2097, 2100), select(table, conditions));
     }
 
     @Test
@@ -169,7 +176,7 @@ class QueryMetadataTest extends OnQueries {
         long table = table();
         RawConditions conditions =
                 classIds(new int[] {APP_TO + 3, APP_TO + 9}, new int[] {APP_TO + 99, APP_TO + 15});
-        assertEquals(ids(9, 12, 15), select(table, conditions));
+        assertIds(ids(9, 12, 15), select(table, conditions));
     }
 
     @Test
@@ -178,17 +185,17 @@ class QueryMetadataTest extends OnQueries {
         RawConditions both = classIds(new int[] {APP_FROM}, new int[] {APP_FROM + LAST});
         both.startId = ADMIN_TO + 1;
         both.endId = ADMIN_TO + 8;
-        assertEquals(ids(2, 5, 8), select(table, both));
+        assertIds(ids(2, 5, 8), select(table, both));
     }
 
     @Test
     void timesIncludeTheirEnds() {
         long table = table();
-        assertEquals(idsFrom(1999, 2002), select(table, times(1999L, 2002L)));
-        assertEquals(idsFrom(2002, LAST), select(table, times(2002L, null)));
-        assertEquals(idsFrom(1, 4), select(table, times(null, 4L)));
-        assertEquals(List.of(), select(table, times(9L, 8L)));
-        assertEquals(List.of(), select(table, times(Long.MAX_VALUE, null)));
+        assertIds(idsFrom(1999, 2002), select(table, times(1999L, 2002L)));
+        assertIds(idsFrom(2002, LAST), select(table, times(2002L, null)));
+        assertIds(idsFrom(1, 4), select(table, times(null, 4L)));
+        assertIds(List.of(), select(table, times(9L, 8L)));
+        assertIds(List.of(), select(table, times(Long.MAX_VALUE, null)));
         assertEquals(LAST, select(table, times(Long.MIN_VALUE, Long.MAX_VALUE)).size());
     }
 
@@ -196,8 +203,8 @@ class QueryMetadataTest extends OnQueries {
     void timeZeroIsNoCondition() {
         long table = table();
         assertEquals(LAST, select(table, times(0L, 0L)).size());
-        assertEquals(idsFrom(1, 10), select(table, times(0L, 10L)));
-        assertEquals(idsFrom(2095, LAST), select(table, times(2095L, 0L)));
+        assertIds(idsFrom(1, 10), select(table, times(0L, 10L)));
+        assertIds(idsFrom(2095, LAST), select(table, times(2095L, 0L)));
     }
 
     @ParameterizedTest
@@ -205,15 +212,15 @@ class QueryMetadataTest extends OnQueries {
     void thePossDupFlagSelectsItsSide(boolean flag) {
         long table = table();
         List<Integer> expected = idsWhere(1, LAST, i -> i % 7 == 0 == flag);
-        assertEquals(expected, select(table, RawConditions.of(c -> c.possDup = flag)));
+        assertIds(expected, select(table, RawConditions.of(c -> c.possDup = flag)));
     }
 
     @Test
     void excludedMsgTypesAreLeftOut() {
         long table = table();
-        assertEquals(idsWhere(1, LAST, i -> i % 5 != 0),
+        assertIds(idsWhere(1, LAST, i -> i % 5 != 0),
                 select(table, RawConditions.of(c -> c.excluded = new String[] {"0"})));
-        assertEquals(idsWhere(1, LAST, i -> i % 5 == 1 || i % 5 == 2),
+        assertIds(idsWhere(1, LAST, i -> i % 5 == 1 || i % 5 == 2),
                 select(table, RawConditions.of(c -> c.excluded = new String[] {"D", "0"})));
         assertEquals(LAST, select(table, RawConditions.of(c -> c.excluded = new String[] {"A", "d", "", "AB"})).size(),
                 "only whole MsgTypes count");
@@ -222,7 +229,7 @@ class QueryMetadataTest extends OnQueries {
     @Test
     void anExcludedMsgTypeCountsWithItsFirstFiveCharacters() {
         long table = table();
-        assertEquals(idsWhere(1, LAST, i -> i % 5 != 2),
+        assertIds(idsWhere(1, LAST, i -> i % 5 != 2),
                 select(table, RawConditions.of(c -> c.excluded = new String[] {"ABCDEFG"})));
     }
 
@@ -235,20 +242,20 @@ class QueryMetadataTest extends OnQueries {
         conditions.excluded = new String[] {"D"};
         conditions.startingTime = 1000L;
         conditions.endingTime = 1050L;
-        assertEquals(idsWhere(1000, 1050, i -> i % 3 == 0 && i % 7 != 0 && i % 5 <= 2), select(table, conditions));
+        assertIds(idsWhere(1000, 1050, i -> i % 3 == 0 && i % 7 != 0 && i % 5 <= 2), select(table, conditions));
     }
 
     @Test
     void anEmptyTableHasNothingToSelect() {
         long table = openForWriting();
-        assertEquals(List.of(), select(table, new RawConditions()));
+        assertIds(List.of(), select(table, new RawConditions()));
     }
 
     @Test
     void aReaderSelectsTheSame() {
         table();
         long reader = openForReading();
-        assertEquals(idsFrom(995, 1005), select(reader, seqNums(995, 1005)));
+        assertIds(idsFrom(995, 1005), select(reader, seqNums(995, 1005)));
         assertEquals(LAST, select(reader, new RawConditions()).size());
     }
 }

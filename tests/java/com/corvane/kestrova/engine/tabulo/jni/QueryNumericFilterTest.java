@@ -53,45 +53,45 @@ class QueryNumericFilterTest extends OnQueries {
     @Test
     void aDoubleValueSelectsItselfAndTheLongThatIsTheSame() {
         long table = table();
-        assertEquals(with(1.0), select(table, RawConditions.doubles(0, f -> f.doubleValues = new double[] {1})));
-        assertEquals(with(1.5, 2L, -3L),
+        assertIds(with(1.0), select(table, RawConditions.doubles(0, f -> f.doubleValues = new double[] {1})));
+        assertIds(with(1.5, 2L, -3L),
                 select(table, RawConditions.doubles(0, f -> f.doubleValues = new double[] {2, 1.5, -3, 2})));
-        assertEquals(with((double) Long.MAX_VALUE, Long.MAX_VALUE),
+        assertIds(with((double) Long.MAX_VALUE, Long.MAX_VALUE),
                 select(table, RawConditions.doubles(0, f -> f.doubleValues = new double[] {0x1p63})));
     }
 
     @Test
     void aLongValueSelectsTheDoublesThatAreTruncatedToIt() {
         long table = table();
-        assertEquals(with(1.0, 1.5), select(table, RawConditions.longs(0, f -> f.longValues = new long[] {1})));
-        assertEquals(with(-3L, -3.9), select(table, RawConditions.longs(0, f -> f.longValues = new long[] {-3})));
-        assertEquals(with(Long.MAX_VALUE, Double.POSITIVE_INFINITY),
+        assertIds(with(1.0, 1.5), select(table, RawConditions.longs(0, f -> f.longValues = new long[] {1})));
+        assertIds(with(-3L, -3.9), select(table, RawConditions.longs(0, f -> f.longValues = new long[] {-3})));
+        assertIds(with(Long.MAX_VALUE, Double.POSITIVE_INFINITY),
                 select(table, RawConditions.longs(0, f -> f.longValues = new long[] {Long.MAX_VALUE})),
                 "what is beyond the longs becomes the nearest");
-        assertEquals(with(-0.0, Double.NaN),
+        assertIds(with(-0.0, Double.NaN),
                 select(table, RawConditions.longs(0, f -> f.longValues = new long[] {0})), "not a number reads as 0");
     }
 
     @Test
     void zeroIsOnePointWithTwoSigns() {
         long table = table();
-        assertEquals(with(-0.0), select(table, RawConditions.doubles(0, f -> f.doubleValues = new double[] {0.0})));
-        assertEquals(with(-0.0), select(table, RawConditions.doubles(0, f -> f.doubleValues = new double[] {-0.0})));
+        assertIds(with(-0.0), select(table, RawConditions.doubles(0, f -> f.doubleValues = new double[] {0.0})));
+        assertIds(with(-0.0), select(table, RawConditions.doubles(0, f -> f.doubleValues = new double[] {-0.0})));
     }
 
     @Test
     void bothBoundsOfAnIntervalAreOutsideUnlessTheyAreValuesToo() {
         long table = table();
-        assertEquals(with(1.5), select(table, RawConditions.doubles(0, f -> {
+        assertIds(with(1.5), select(table, RawConditions.doubles(0, f -> {
             f.doubleMinimums = new double[] {1};
             f.doubleMaximums = new double[] {2};
         })));
-        assertEquals(with(1.0, 1.5, 2L), select(table, RawConditions.doubles(0, f -> {
+        assertIds(with(1.0, 1.5, 2L), select(table, RawConditions.doubles(0, f -> {
             f.doubleMinimums = new double[] {1};
             f.doubleMaximums = new double[] {2};
             f.doubleValues = new double[] {2, 1};
         })));
-        assertEquals(List.of(), select(table, RawConditions.longs(0, f -> {
+        assertIds(List.of(), select(table, RawConditions.longs(0, f -> {
             f.longMinimums = new long[] {1};
             f.longMaximums = new long[] {2};
         })), "there is no long between");
@@ -102,7 +102,7 @@ class QueryNumericFilterTest extends OnQueries {
         long table = table();
         Predicate<Object> isFinite = number -> number instanceof Long
                 || number instanceof Double value && !value.isNaN() && !value.isInfinite();
-        assertEquals(where(isFinite), select(table, RawConditions.doubles(0, f -> {
+        assertIds(where(isFinite), select(table, RawConditions.doubles(0, f -> {
             f.doubleMinimums = new double[] {Double.NEGATIVE_INFINITY};
             f.doubleMaximums = new double[] {Double.POSITIVE_INFINITY};
         })));
@@ -111,7 +111,7 @@ class QueryNumericFilterTest extends OnQueries {
     @Test
     void intervalsThatSelectNothingAreDropped() {
         long table = table();
-        assertEquals(with(1.5), select(table, RawConditions.doubles(0, f -> {
+        assertIds(with(1.5), select(table, RawConditions.doubles(0, f -> {
             f.doubleMinimums = new double[] {2, 1.5, Double.NaN, 0, 1.25};
             f.doubleMaximums = new double[] {1, 1.5, 9, Double.NaN, 1.75};
         })));
@@ -127,11 +127,11 @@ class QueryNumericFilterTest extends OnQueries {
     @Test
     void aNullMinimumOrMaximumArrayIsNoIntervalAtAll() {
         long table = table();
-        assertEquals(with(1.0), select(table, RawConditions.doubles(0, f -> {
+        assertIds(with(1.0), select(table, RawConditions.doubles(0, f -> {
             f.doubleMinimums = new double[] {-10, -20};
             f.doubleValues = new double[] {1};
         })));
-        assertEquals(with(2L), select(table, RawConditions.longs(0, f -> {
+        assertIds(with(2L), select(table, RawConditions.longs(0, f -> {
             f.longMaximums = new long[] {10};
             f.longValues = new long[] {2};
         })));
@@ -140,17 +140,17 @@ class QueryNumericFilterTest extends OnQueries {
     @Test
     void aFilterWithNothingInItSelectsNothing() {
         long table = table();
-        assertEquals(List.of(), select(table, RawConditions.doubles(0, f -> { })));
-        assertEquals(List.of(), select(table, RawConditions.longs(0, f -> f.includeNull = false)));
+        assertIds(List.of(), select(table, RawConditions.doubles(0, f -> { })));
+        assertIds(List.of(), select(table, RawConditions.longs(0, f -> f.includeNull = false)));
     }
 
     @Test
     void includingTheAbsentSelectsWhatIsNotANumberOnlyAmongDoubles() {
         long table = table();
-        assertEquals(with(null, Double.NaN), select(table, RawConditions.doubles(0, f -> f.includeNull = true)));
-        assertEquals(with((Object) null), select(table, RawConditions.longs(0, f -> f.includeNull = true)));
+        assertIds(with(null, Double.NaN), select(table, RawConditions.doubles(0, f -> f.includeNull = true)));
+        assertIds(with((Object) null), select(table, RawConditions.longs(0, f -> f.includeNull = true)));
         assertEquals(LAST, select(table, RawConditions.longs(1, f -> f.includeNull = true)).size());
-        assertEquals(List.of(), select(table, RawConditions.longs(1, f -> f.longValues = new long[] {0})));
+        assertIds(List.of(), select(table, RawConditions.longs(1, f -> f.longValues = new long[] {0})));
     }
 
     /** Messages whose metadata all differ. */
@@ -175,18 +175,18 @@ class QueryNumericFilterTest extends OnQueries {
     @CsvSource({"2,1002", "3,11002", "4,-1002", "5,31002", "6,41002"})
     void fieldsBehindTheConfiguredOnesAreTheMetadata(int id, long value) {
         long table = metadataTable();
-        assertEquals(ids(1002), select(table, RawConditions.longs(id, f -> f.longValues = new long[] {value})));
-        assertEquals(ids(1002), select(table, RawConditions.doubles(id, f -> f.doubleValues = new double[] {value})));
+        assertIds(ids(1002), select(table, RawConditions.longs(id, f -> f.longValues = new long[] {value})));
+        assertIds(ids(1002), select(table, RawConditions.doubles(id, f -> f.doubleValues = new double[] {value})));
     }
 
     @Test
     void theFlagsAreZeroOrOne() {
         long table = metadataTable();
-        assertEquals(idsWhere(1, LAST, i -> i % 2 == 0),
+        assertIds(idsWhere(1, LAST, i -> i % 2 == 0),
                 select(table, RawConditions.longs(7, f -> f.longValues = new long[] {1})));
-        assertEquals(idsWhere(1, LAST, i -> i % 3 != 0),
+        assertIds(idsWhere(1, LAST, i -> i % 3 != 0),
                 select(table, RawConditions.doubles(8, f -> f.doubleValues = new double[] {0})));
-        assertEquals(List.of(), select(table, RawConditions.longs(7, f -> f.longValues = new long[] {2})));
+        assertIds(List.of(), select(table, RawConditions.longs(7, f -> f.longValues = new long[] {2})));
     }
 
     @ParameterizedTest
@@ -213,7 +213,7 @@ class QueryNumericFilterTest extends OnQueries {
             f.longMinimums = new long[] {900};
             f.longMaximums = new long[] {1010};
         });
-        assertEquals(idsWhere(901, 1009, i -> List.of(1.5, 2L).contains(number(i) == null ? "" : number(i))),
+        assertIds(idsWhere(901, 1009, i -> List.of(1.5, 2L).contains(number(i) == null ? "" : number(i))),
                 select(table, both));
     }
 
@@ -221,7 +221,7 @@ class QueryNumericFilterTest extends OnQueries {
     void manyValuesAreSearchedLikeFew() {
         long table = metadataTable();
         double[] even = idsWhere(1, LAST, i -> i % 2 == 0).stream().mapToDouble(i -> i).toArray();
-        assertEquals(idsWhere(1, LAST, i -> i % 2 == 0),
+        assertIds(idsWhere(1, LAST, i -> i % 2 == 0),
                 select(table, RawConditions.doubles(2, f -> f.doubleValues = even)));
     }
 }

@@ -3,7 +3,9 @@ package com.corvane.kestrova.engine.tabulo.jni;
 import static org.junit.jupiter.api.Assertions.assertEquals;
 import static org.junit.jupiter.api.Assertions.assertTrue;
 
+import java.util.Arrays;
 import java.util.List;
+import java.util.function.BiConsumer;
 import java.util.function.Consumer;
 import org.junit.jupiter.api.Test;
 import org.junit.jupiter.params.ParameterizedTest;
@@ -33,7 +35,7 @@ class QueryStringFilterTest extends OnQueries {
         return table((m, text) -> m.strings = new String[] {text, null});
     }
 
-    private long table(java.util.function.BiConsumer<Message, String> place) {
+    private long table(BiConsumer<Message, String> place) {
         long table = open(provider().strings("first", "second"), Natives.WRITE);
         for (int i = 1; i <= LAST; ++i) {
             int number = i;
@@ -51,23 +53,23 @@ class QueryStringFilterTest extends OnQueries {
     }
 
     private static List<Integer> withTexts(String... wanted) {
-        List<String> list = java.util.Arrays.asList(wanted);
+        List<String> list = Arrays.asList(wanted);
         return idsWhere(1, LAST, i -> list.contains(text(i)));
     }
 
     @Test
     void aValueSelectsExactlyItself() {
         long table = table();
-        assertEquals(withTexts("B"), selectFirst(table, f -> f.values = new String[] {"B"}));
-        assertEquals(withTexts("A", "BB"), selectFirst(table, f -> f.values = new String[] {"BB", "A", "BB"}));
-        assertEquals(List.of(), selectFirst(table, f -> f.values = new String[] {"nowhere"}));
+        assertIds(withTexts("B"), selectFirst(table, f -> f.values = new String[] {"B"}));
+        assertIds(withTexts("A", "BB"), selectFirst(table, f -> f.values = new String[] {"BB", "A", "BB"}));
+        assertIds(List.of(), selectFirst(table, f -> f.values = new String[] {"nowhere"}));
     }
 
     @Test
     void aFilterWithNothingInItSelectsNothing() {
         long table = table();
-        assertEquals(List.of(), selectFirst(table, f -> { }));
-        assertEquals(List.of(), selectFirst(table, f -> {
+        assertIds(List.of(), selectFirst(table, f -> { }));
+        assertIds(List.of(), selectFirst(table, f -> {
             f.values = new String[0];
             f.minimums = new String[0];
             f.maximums = new String[0];
@@ -79,14 +81,14 @@ class QueryStringFilterTest extends OnQueries {
     @Test
     void anEmptyTextThatIsStoredIsAValue() {
         long table = table();
-        assertEquals(withTexts(""), selectFirst(table, f -> f.values = new String[] {""}));
+        assertIds(withTexts(""), selectFirst(table, f -> f.values = new String[] {""}));
     }
 
     @Test
     void includingTheAbsentSelectsAbsentAndEmptyTexts() {
         long table = table();
-        assertEquals(withTexts("", null), selectFirst(table, f -> f.includeNull = true));
-        assertEquals(withTexts("", null, "C"), selectFirst(table, f -> {
+        assertIds(withTexts("", null), selectFirst(table, f -> f.includeNull = true));
+        assertIds(withTexts("", null, "C"), selectFirst(table, f -> {
             f.values = new String[] {"C"};
             f.includeNull = true;
         }));
@@ -95,11 +97,11 @@ class QueryStringFilterTest extends OnQueries {
     @Test
     void bothBoundsOfARangeAreOutside() {
         long table = table();
-        assertEquals(withTexts("C", "BB"), selectFirst(table, f -> {
+        assertIds(withTexts("C", "BB"), selectFirst(table, f -> {
             f.minimums = new String[] {"B"};
             f.maximums = new String[] {"D"};
         }));
-        assertEquals(List.of(), selectFirst(table, f -> {
+        assertIds(List.of(), selectFirst(table, f -> {
             f.minimums = new String[] {"B"};
             f.maximums = new String[] {"B"};
         }));
@@ -108,15 +110,15 @@ class QueryStringFilterTest extends OnQueries {
     @Test
     void aNullElementIsAnOpenBound() {
         long table = table();
-        assertEquals(withTexts("C", "D", "b", "BB"), selectFirst(table, f -> {
+        assertIds(withTexts("C", "D", "b", "BB"), selectFirst(table, f -> {
             f.minimums = new String[] {"B"};
             f.maximums = new String[] {null};
         }));
-        assertEquals(withTexts("", "A"), selectFirst(table, f -> {
+        assertIds(withTexts("", "A"), selectFirst(table, f -> {
             f.minimums = new String[] {null};
             f.maximums = new String[] {"B"};
         }));
-        assertEquals(withTexts("A", "B", "C", "D", "b", "", "BB"), selectFirst(table, f -> {
+        assertIds(withTexts("A", "B", "C", "D", "b", "", "BB"), selectFirst(table, f -> {
             f.minimums = new String[] {null};
             f.maximums = new String[] {null};
         }), "everything that is there");
@@ -125,16 +127,16 @@ class QueryStringFilterTest extends OnQueries {
     @Test
     void aNullArrayIsAnOpenSideOfEveryRange() {
         long table = table();
-        assertEquals(withTexts("", "A"), selectFirst(table, f -> f.maximums = new String[] {"A", "B"}));
-        assertEquals(withTexts("D", "b"), selectFirst(table, f -> f.minimums = new String[] {"C", "D"}));
-        assertEquals(withTexts("A", "B", "C", "D", "b", "", "BB"),
+        assertIds(withTexts("", "A"), selectFirst(table, f -> f.maximums = new String[] {"A", "B"}));
+        assertIds(withTexts("D", "b"), selectFirst(table, f -> f.minimums = new String[] {"C", "D"}));
+        assertIds(withTexts("A", "B", "C", "D", "b", "", "BB"),
                 selectFirst(table, f -> f.minimums = new String[] {null}));
     }
 
     @Test
     void aTextInAnyRangeOrAmongTheValuesIsSelected() {
         long table = table();
-        assertEquals(withTexts("A", "BB", "b"), selectFirst(table, f -> {
+        assertIds(withTexts("A", "BB", "b"), selectFirst(table, f -> {
             f.values = new String[] {"b"};
             f.minimums = new String[] {"B", null};
             f.maximums = new String[] {"C", "B"};
@@ -144,15 +146,15 @@ class QueryStringFilterTest extends OnQueries {
     @Test
     void ignoringTheCaseHoldsForValuesAndNotForRanges() {
         long table = table();
-        assertEquals(withTexts("B", "b"), selectFirst(table, f -> {
+        assertIds(withTexts("B", "b"), selectFirst(table, f -> {
             f.values = new String[] {"b"};
             f.ignoreCase = true;
         }));
-        assertEquals(withTexts("B", "b", "BB"), selectFirst(table, f -> {
+        assertIds(withTexts("B", "b", "BB"), selectFirst(table, f -> {
             f.values = new String[] {"bb", "B", "a-z"};
             f.ignoreCase = true;
         }));
-        assertEquals(withTexts("b"), selectFirst(table, f -> {
+        assertIds(withTexts("b"), selectFirst(table, f -> {
             f.minimums = new String[] {"a"};
             f.maximums = new String[] {"c"};
             f.ignoreCase = true;
@@ -170,11 +172,11 @@ class QueryStringFilterTest extends OnQueries {
                 m.strings = new String[] {texts[at], null};
             });
         }
-        assertEquals(ids(1), selectFirst(table, f -> {
+        assertIds(ids(1), selectFirst(table, f -> {
             f.values = new String[] {"\u00e4"};
             f.ignoreCase = true;
         }));
-        assertEquals(ids(3, 4, 5), selectFirst(table, f -> {
+        assertIds(ids(3, 4, 5), selectFirst(table, f -> {
             f.values = new String[] {"[", "A"};
             f.ignoreCase = true;
         }));
@@ -190,19 +192,19 @@ class QueryStringFilterTest extends OnQueries {
             m.wire = slot == WIRE ? text : "x";
             m.nonMetadata = slot == NON_METADATA ? text : "x";
         });
-        assertEquals(withTexts("D"), select(table, RawConditions.string(slot, f -> f.values = new String[] {"D"})));
-        assertEquals(withTexts("", null), select(table, RawConditions.string(slot, f -> f.includeNull = true)));
+        assertIds(withTexts("D"), select(table, RawConditions.string(slot, f -> f.values = new String[] {"D"})));
+        assertIds(withTexts("", null), select(table, RawConditions.string(slot, f -> f.includeNull = true)));
     }
 
     @Test
     void theSlotBehindTheTextsIsTheMsgType() {
         long table = table((m, text) -> m.msgType = text == null || text.isEmpty() ? "ABCDE" : text);
-        assertEquals(withTexts("B", "D"),
+        assertIds(withTexts("B", "D"),
                 select(table, RawConditions.string(MSG_TYPE, f -> f.values = new String[] {"D", "B"})));
-        assertEquals(withTexts("", null),
+        assertIds(withTexts("", null),
                 select(table, RawConditions.string(MSG_TYPE, f -> f.values = new String[] {"ABCDEF"})),
                 "five characters are compared");
-        assertEquals(withTexts("C", "BB"), select(table, RawConditions.string(MSG_TYPE, f -> {
+        assertIds(withTexts("C", "BB"), select(table, RawConditions.string(MSG_TYPE, f -> {
             f.minimums = new String[] {"B"};
             f.maximums = new String[] {"D"};
         })));
@@ -211,8 +213,8 @@ class QueryStringFilterTest extends OnQueries {
     @Test
     void aFilterOnTheMsgTypeKnowsNoAbsenceAndRegardsTheCase() {
         long table = table((m, text) -> m.msgType = text == null || text.isEmpty() ? "Z" : text);
-        assertEquals(List.of(), select(table, RawConditions.string(MSG_TYPE, f -> f.includeNull = true)));
-        assertEquals(withTexts("b"), select(table, RawConditions.string(MSG_TYPE, f -> {
+        assertIds(List.of(), select(table, RawConditions.string(MSG_TYPE, f -> f.includeNull = true)));
+        assertIds(withTexts("b"), select(table, RawConditions.string(MSG_TYPE, f -> {
             f.values = new String[] {"b"};
             f.ignoreCase = true;
         })));
@@ -240,8 +242,26 @@ class QueryStringFilterTest extends OnQueries {
         RawConditions three = RawConditions.string(FIRST, f -> f.values = new String[] {"A", "B", "C"})
                 .andString(SECOND, f -> f.values = new String[] {"x"})
                 .andString(BUILT_IN_0, f -> f.values = new String[] {"five"});
-        assertEquals(idsWhere(1, LAST, i -> i % 15 == 0 && List.of("A", "B", "C").contains(String.valueOf(text(i)))),
+        assertIds(idsWhere(1, LAST, i -> i % 15 == 0 && List.of("A", "B", "C").contains(String.valueOf(text(i)))),
                 select(table, three));
+    }
+
+    @Test
+    void textsAreComparedUpToTheirFirstNul() {
+        long table = open(provider().strings("first", "second"), Natives.WRITE);
+        String[] wires = {"AB", "AB\0CD", "ABC", "\0AB"};
+        for (int i = 0; i < wires.length; ++i) {
+            int at = i;
+            Natives.writeBytes(table, Message.of(m -> {
+                m.uniformId = at + 1;
+                m.strings = new String[2];
+                m.typeMap = new int[0];
+                m.setWire(latin1(wires[at]));
+            }));
+        }
+        assertIds(ids(1, 2), select(table, RawConditions.string(WIRE, f -> f.values = new String[] {"AB"})));
+        assertIds(ids(4), select(table, RawConditions.string(WIRE, f -> f.values = new String[] {""})));
+        assertIds(ids(3), select(table, RawConditions.string(WIRE, f -> f.minimums = new String[] {"AB"})));
     }
 
     @Test
@@ -252,6 +272,6 @@ class QueryStringFilterTest extends OnQueries {
             f.maximums = new String[] {"D"};
         });
         twice.stringIds = new int[] {FIRST, FIRST};
-        assertEquals(withTexts("C", "BB"), select(table, twice));
+        assertIds(withTexts("C", "BB"), select(table, twice));
     }
 }

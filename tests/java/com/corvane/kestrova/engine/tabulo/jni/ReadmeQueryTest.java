@@ -148,9 +148,9 @@ class ReadmeQueryTest {
 
     @Test
     void aResendRequestIsAnsweredWithWhatWasSentUnderItsNumbers() {
-        assertEquals(where(id -> isSent(id) && seqNum(id) >= 480 && seqNum(id) <= 520),
+        OnQueries.assertIds(where(id -> isSent(id) && seqNum(id) >= 480 && seqNum(id) <= 520),
                 all(question("resend", 480, 520)));
-        assertEquals(where(id -> isSent(id) && seqNum(id) >= 1100), all(question("resend", 1100, 0)));
+        OnQueries.assertIds(where(id -> isSent(id) && seqNum(id) >= 1100), all(question("resend", 1100, 0)));
     }
 
     @Test
@@ -162,13 +162,14 @@ class ReadmeQueryTest {
 
     @Test
     void aSymbolIsFoundBetweenTwoTimes() {
-        assertEquals(where(id -> "SYM2".equals(symbol(id)) && id >= 990 && id <= 1110),
+        OnQueries.assertIds(where(id -> "SYM2".equals(symbol(id)) && id >= 990 && id <= 1110),
                 all(question("symbolBetween", "SYM2", 10_990L, 11_110L)));
     }
 
     @Test
     void theLastTwentyComeNewestFirst() {
-        assertEquals(IntStream.range(0, 20).mapToObj(i -> LAST - i).toList(), answers(question("backwards"), 20));
+        OnQueries.assertIds(IntStream.range(0, 20).mapToObj(i -> LAST - i).toList(),
+                answers(question("backwards"), 20));
         assertEquals(LAST, all(question("backwards")).size());
     }
 
@@ -176,6 +177,6 @@ class ReadmeQueryTest {
     void everythingButHeartbeatsIsEverythingElse() {
         List<Integer> expected = where(id -> id % 7 != 0);
         assertTrue(expected.size() < LAST);
-        assertEquals(expected, all(question("withoutHeartbeats")));
+        OnQueries.assertIds(expected, all(question("withoutHeartbeats")));
     }
 }
