@@ -167,7 +167,7 @@ ErrorCode mfr_decodeMessageBackward(MessageMetadata* metadata, StringField* stri
     }
     std::uint32_t msgLen2 = 0;
     std::memcpy(&msgLen2, byteStream_buffer(stream) + end - FRAME_LENGTH_SIZE, sizeof(msgLen2));
-    if (msgLen2 == 0) {
+    if (msgLen2 < static_cast<std::uint32_t>(mfr_minimumFrameSize(stringFieldCount, numericFieldCount))) {
         return CONSISTENCY_ERROR;
     }
     if (msgLen2 > static_cast<std::uint32_t>(end)) {

@@ -61,7 +61,8 @@ ErrorCode mfr_decodeMessage(MessageMetadata* metadata, StringField* stringFields
 
 // Decodes the frame that ends at the read mark of a forward stream and leaves the mark at its start, so that repeated
 // calls walk backward. NO_DATA_ERROR also for a trailing length that reaches before the stream's beginning;
-// CONSISTENCY_ERROR also for a frame that does not end at the mark. On failure the mark stays.
+// CONSISTENCY_ERROR also for one below the smallest frame, and for a frame that does not end at the mark. On failure
+// the mark stays.
 ErrorCode mfr_decodeMessageBackward(MessageMetadata* metadata, StringField* stringFields, std::int32_t stringFieldCount,
                                     NumericValue* numericFields, std::int32_t numericFieldCount,
                                     KSVByteStream* stream) noexcept;

@@ -112,7 +112,7 @@ ErrorCode frameCursor_previous(FrameCursor* cursor, DecodedMessage* message) noe
         return NO_DATA_ERROR;
     }
     if (cursor->pieceEnd < frameEnd || cursor->pieceStart > frameEnd - FRAME_LENGTH_SIZE) {
-        const std::int64_t length = nextPieceLength(0, available, cursor->pieceSize);
+        const std::int64_t length = nextPieceLength(FRAME_LENGTH_SIZE, available, cursor->pieceSize);
         const ErrorCode code = loadPiece(cursor, frameEnd - length, length);
         if (code != NO_ERROR) {
             return code;

@@ -109,7 +109,7 @@ TEST_F(FrameCursors, StepBackwardThroughPiecesOfAnySize) {
     std::reverse(messages.begin(), messages.end());
     const auto start = static_cast<std::int64_t>(table->storage->headerSize);
     const auto stretchEnd = start + static_cast<std::int64_t>(framesOf(messages).size());
-    for (const std::int32_t pieceSize : {4, 5, 55, 64, 1000, 65'536, 1'000'000}) {
+    for (const std::int32_t pieceSize : {1, 4, 5, 55, 64, 1000, 65'536, 1'000'000}) {
         const auto [code, found] =
             walk(frameCursor_backward(reader.get(), file, start, stretchEnd, pieceSize), frameCursor_previous);
         EXPECT_EQ(code, NO_DATA_ERROR) << "pieces of " << pieceSize;
@@ -133,7 +133,7 @@ TEST_F(FrameCursors, NeverReadOutsideTheStretch) {
     readFrames(concatenated(frames, pattern(1000)));
     end = headerSize + static_cast<std::int64_t>(frames.size());
     FaultPlatform platform;
-    for (const std::int32_t pieceSize : {4, 100, 100'000}) {
+    for (const std::int32_t pieceSize : {1, 4, 100, 100'000}) {
         EXPECT_EQ(walk(forward(pieceSize), frameCursor_next).second.size(), 20U);
         EXPECT_EQ(walk(backward(pieceSize), frameCursor_previous).second.size(), 20U);
     }

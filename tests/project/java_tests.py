@@ -84,7 +84,7 @@ def main():
     os.makedirs(arguments.work_directory)
     command = [
         arguments.java, "-Xcheck:jni", "-XX:-CreateCoredumpOnCrash", "-Dfile.encoding=UTF-8",
-        f"-Dtabulo.library={arguments.library}", f"-Dtabulo.sourceDirectory={arguments.source_directory}",
+        f"-Dtabulo.nativeLibrary={arguments.library}", f"-Dtabulo.sourceDirectory={arguments.source_directory}",
         "-cp", arguments.classpath, "org.junit.platform.console.ConsoleLauncher",
         "--disable-banner", "--disable-ansi-colors", "--details=tree", "--select-class", arguments.test_class,
     ]

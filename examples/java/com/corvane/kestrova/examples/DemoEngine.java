@@ -14,15 +14,15 @@ public final class DemoEngine {
     private static final int EXIT_DIFFERS = 1;
     private static final int EXIT_USAGE = 2;
 
-    private final Path library;
+    private final Path libraryFile;
     private final Path dataDirectory;
     private final TableDirectory tables;
     private final List<SessionRun> sessions = new ArrayList<>();
     private final CrashRun crash;
     private final StoreBenchmark benchmark;
 
-    private DemoEngine(Path library, Path dataDirectory, TableDirectory tables) throws IOException {
-        this.library = library;
+    private DemoEngine(Path libraryFile, Path dataDirectory, TableDirectory tables) throws IOException {
+        this.libraryFile = libraryFile;
         this.dataDirectory = dataDirectory;
         this.tables = tables;
         List<RecordedSession> recorded = RecordedSession.readAll(dataDirectory);
@@ -106,7 +106,7 @@ public final class DemoEngine {
         System.out.println("""
                 3. A second process stores both days over and over, a message of each in turn. It is killed at a
                    random moment. A message counts as acknowledged when it and its number are written.""");
-        crash.run(library, dataDirectory);
+        crash.run(libraryFile, dataDirectory);
         System.out.println();
     }
 

@@ -14,7 +14,7 @@ public final class JNITboLibLoader {
     }
 
     /**
-     * Loads {@code libtabulo.so} from the directories of {@code java.library.path}.
+     * Loads {@code libtabulo.so} from the virtual machine's library path.
      *
      * @throws UnsatisfiedLinkError when it is not found there or cannot be loaded
      */

@@ -69,7 +69,7 @@ public final class JNITboMessageTable implements AutoCloseable {
      *
      * <p>When this throws one of the file errors ({@code FILE_SEEK_ERROR}, {@code FILE_WRITE_ERROR},
      * {@code FILE_FLUSH_ERROR}), the library has closed the file: further writes give {@code FILE_WRITE_ERROR}, reads
-     * and lookups {@code MASTER_INACTIVE_ERROR}, and {@link #close()} throws once more, although it frees the table.
+     * and lookups {@code MASTER_INACTIVE_ERROR}, and {@link #close()} only frees the table.
      * Close the table and open it again before going on. The message may then be stored again, except in one case:
      * when the file took the message and only the bookkeeping that follows every block of messages failed, the message
      * counts as stored, and must <em>not</em> be stored again. Ask {@link #getLastUniformMessageId()} after opening

@@ -68,7 +68,7 @@ final class ChildJvm implements AutoCloseable {
         command.addAll(List.of(Path.of(System.getProperty("java.home"), "bin", "java").toString(), "-Xcheck:jni",
                 "-Xshare:auto", "-XX:TieredStopAtLevel=1", "-XX:+UseSerialGC", "-XX:-UsePerfData",
                 "-XX:-CreateCoredumpOnCrash", "-Dfile.encoding=UTF-8",
-                "-Dtabulo.library=" + System.getProperty("tabulo.library")));
+                "-Dtabulo.nativeLibrary=" + System.getProperty("tabulo.nativeLibrary")));
         command.addAll(options);
         if (!options.contains("-cp")) {
             command.addAll(List.of("-cp", System.getProperty("java.class.path")));

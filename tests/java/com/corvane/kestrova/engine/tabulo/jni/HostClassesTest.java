@@ -35,7 +35,7 @@ class HostClassesTest extends OnTables {
                     public ILogger error() { return logger("e"); }
                 }
                 public static void main(String[] arguments) throws Throwable {
-                    System.load(System.getProperty("tabulo.library"));
+                    System.load(System.getProperty("tabulo.nativeLibrary"));
                     new JNITboLibLoader().initLibrary();
                     JNITboMessageTable table = new JNITboMessageTable();
             """;

@@ -42,7 +42,7 @@ class LibraryStartTest {
     /** Loads the library and nothing else. */
     static final class LoadOnly {
         public static void main(String[] arguments) {
-            JNITboLibLoader.load(System.getProperty("tabulo.library"));
+            JNITboLibLoader.load(System.getProperty("tabulo.nativeLibrary"));
         }
     }
 
@@ -66,7 +66,7 @@ class LibraryStartTest {
 
     @Test
     void initLibraryBeginsTheLogFileAndAnnouncesItOnce() throws Exception {
-        Path library = Path.of(System.getProperty("tabulo.library"));
+        Path library = Path.of(System.getProperty("tabulo.nativeLibrary"));
         try (ChildJvm child = ChildJvm.start(directory, "",
                 List.of("-Djava.library.path=" + library.getParent()), Init.class)) {
             child.finish();

@@ -55,7 +55,7 @@ class LiveMonitorWatcherTest extends OnTables {
         String jar = Stream.of(classPath.split(File.pathSeparator)).filter(entry -> entry.endsWith("/tabulo.jar"))
                 .findFirst().orElseThrow();
         Path examples = Path.of(jar).resolveSibling("tabulo-examples.jar");
-        String[] arguments = Stream.concat(Stream.of(System.getProperty("tabulo.library"), directory.toString(),
+        String[] arguments = Stream.concat(Stream.of(System.getProperty("tabulo.nativeLibrary"), directory.toString(),
                 directory.resolve("last-id").toString()), Stream.of(furtherArguments)).toArray(String[]::new);
         return ChildJvm.start(directory, "", List.of("-cp", classPath + File.pathSeparator + examples), Launcher.class,
                 arguments);

@@ -36,7 +36,7 @@ final class Natives {
     private static final MethodHandle LAST_UNIFORM = find(TABLE, "getLastUniformMessageId", long.class);
 
     static {
-        JNITboLibLoader.load(System.getProperty("tabulo.library"));
+        JNITboLibLoader.load(System.getProperty("tabulo.nativeLibrary"));
         JNITboLibLoader.initLibrary();
     }
 
