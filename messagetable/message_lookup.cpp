@@ -76,7 +76,7 @@ ErrorCode lookup(MessageTable* table, const void* result) {
 }
 
 SeqNumIndex indexSince(const MessageTable* table, SeqNumKind kind, std::int64_t sinceTimestamp) {
-    const SeqNumIndex& index = table->staticIndexes.seqNums[kind];
+    const SeqNumIndex& index = table->staticIndexes.seqNums[static_cast<std::size_t>(kind)];
     return index.timestamp >= sinceTimestamp ? index : SeqNumIndex{};
 }
 

@@ -35,7 +35,7 @@ ErrorCode readFixed(Bytes bytes, NumericValue* value) {
 }
 
 TEST(NumericValue, AnAbsentOneTakesOneByteInAFrameAndNineInAFooter) {
-    const NumericValue absent;
+    const NumericValue absent{};
     EXPECT_EQ(stored(absent, numericValue_writeFrame), "00");
     EXPECT_EQ(stored(absent, numericValue_writeFixed), "00 00 00 00 00 00 00 00 00");
     EXPECT_EQ(numericValue_frameSize(absent), 1);
