@@ -74,7 +74,7 @@ def main():
     parser = argparse.ArgumentParser()
     parser.add_argument("--java", required=True)
     parser.add_argument("--classpath", required=True)
-    parser.add_argument("--library", required=True)
+    parser.add_argument("--library", dest="native_library", required=True)
     parser.add_argument("--source-directory", required=True)
     parser.add_argument("--work-directory", required=True)
     parser.add_argument("test_class")
@@ -84,7 +84,7 @@ def main():
     os.makedirs(arguments.work_directory)
     command = [
         arguments.java, "-Xcheck:jni", "-XX:-CreateCoredumpOnCrash", "-Dfile.encoding=UTF-8",
-        f"-Dtabulo.nativeLibrary={arguments.library}", f"-Dtabulo.sourceDirectory={arguments.source_directory}",
+        f"-Dtabulo.nativeLibrary={arguments.native_library}", f"-Dtabulo.sourceDirectory={arguments.source_directory}",
         "-cp", arguments.classpath, "org.junit.platform.console.ConsoleLauncher",
         "--disable-banner", "--disable-ansi-colors", "--details=tree", "--select-class", arguments.test_class,
     ]

@@ -67,8 +67,8 @@ class LibraryStartTest {
     @Test
     void initLibraryBeginsTheLogFileAndAnnouncesItOnce() throws Exception {
         Path library = Path.of(System.getProperty("tabulo.nativeLibrary"));
-        try (ChildJvm child = ChildJvm.start(directory, "",
-                List.of("-Djava.library.path=" + library.getParent()), Init.class)) {
+        String search = "export LD_LIBRARY_PATH='" + library.getParent() + "';";
+        try (ChildJvm child = ChildJvm.start(directory, search, List.of(), Init.class)) {
             child.finish();
             assertEquals(List.of("Tabulo/C DEBUG: initing log file tabulo-" + child.id() + ".log..."),
                     lines(child, line -> line.contains("Tabulo")));
