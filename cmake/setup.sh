@@ -4,21 +4,26 @@
 export LC_ALL=C.UTF-8
 export DEBIAN_FRONTEND=noninteractive
 
-# Every Debian package that the build, the tests and the demonstration use.
+# The Debian packages that the build, the tests and the demonstration use.
 setup_packages=(
     g++ cmake ninja-build
     libgtest-dev
     openjdk-17-jdk-headless junit5
     python3 binutils clang-format strace
 )
+# What the fuzz targets need besides: libFuzzer comes with clang, and llvm names the places in its reports.
+setup_fuzz_packages=(clang libclang-rt-14-dev llvm)
+# What counts covered lines and branches.
+setup_coverage_packages=(gcovr)
 
 setup_say() {
     printf '== %s\n' "$*"
 }
 
+# setup_missing_packages <package>...: those of them that are not installed.
 setup_missing_packages() {
     local package
-    for package in "${setup_packages[@]}"; do
+    for package in "$@"; do
         if [[ "$(dpkg-query -W -f='${db:Status-Status}\n' "$package" 2>/dev/null | head -n 1)" != installed ]]; then
             printf '%s\n' "$package"
         fi
@@ -36,9 +41,11 @@ setup_as_root() {
     fi
 }
 
+# setup_install_packages [package...]: what everybody needs, and the ones named.
 setup_install_packages() {
     local missing
-    mapfile -t missing < <(setup_missing_packages)
+    set -- "${setup_packages[@]}" "$@"
+    mapfile -t missing < <(setup_missing_packages "$@")
     if [[ ${#missing[@]} == 0 ]]; then
         return 0
     fi
@@ -52,12 +59,13 @@ setup_install_packages() {
     return 1
 }
 
-# setup_build <preset>: one line for each step that is compiled on a terminal, else compilers' own words only.
+# setup_build <preset> [setting of CMake...]: one line for each step that is compiled on a terminal, else compilers' own
+# words only.
 setup_build() {
     local quiet=()
     [[ -t 1 ]] || quiet=(-- --quiet)
     setup_say "configuring build/$1"
-    cmake --preset "$1" >/dev/null
+    cmake --preset "$@" >/dev/null
     setup_say "building build/$1"
     cmake --build --preset "$1" -j "$(nproc)" "${quiet[@]}"
 }
