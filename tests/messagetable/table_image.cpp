@@ -101,20 +101,6 @@ Bytes slice(const Bytes& bytes, std::size_t start, std::size_t end) {
     return Bytes(bytes.begin() + static_cast<std::ptrdiff_t>(start), bytes.begin() + static_cast<std::ptrdiff_t>(end));
 }
 
-std::string difference(const Bytes& actual, const Bytes& expected) {
-    const auto [mine, other] = std::mismatch(actual.begin(), actual.end(), expected.begin(), expected.end());
-    if (mine == actual.end() && other == expected.end()) {
-        return "";
-    }
-    const auto offset = static_cast<std::size_t>(mine - actual.begin());
-    const auto around = [offset](const Bytes& bytes) {
-        return toHex(slice(bytes, offset, std::min(bytes.size(), offset + 16)));
-    };
-    return "the files of " + std::to_string(actual.size()) + " and " + std::to_string(expected.size()) +
-           " bytes (expected) differ from offset " + std::to_string(offset) + " on: [" + around(actual) +
-           "] instead of [" + around(expected) + "]";
-}
-
 ErrorCode TableImageTest::recover() {
     table = createTable(directory.root(), shape);
     const ErrorCode code = mt_open(table.get(), TABLE_FILE_WRITE);

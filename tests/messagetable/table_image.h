@@ -51,9 +51,6 @@ void putU64(Bytes* bytes, std::size_t offset, std::uint64_t value);
 // Part of a file.
 Bytes slice(const Bytes& bytes, std::size_t start, std::size_t end);
 
-// The first difference of two files, or "" when they are equal: what a failed comparison of whole tables should say.
-std::string difference(const Bytes& actual, const Bytes& expected);
-
 // A table of four messages a block whose file the test puts there byte by byte.
 class TableImageTest : public MessageTableTest {
   protected:

@@ -34,6 +34,17 @@ def counted(file):
     return file["file"], len(lines) - len(missed), len(lines), reached, len(branches), missed
 
 
+def ranges(numbers):
+    """Numbers in ascending order as text: "3 7-9"."""
+    found = []
+    for number in numbers:
+        if found and number == found[-1][1] + 1:
+            found[-1][1] = number
+        else:
+            found.append([number, number])
+    return " ".join(str(first) if first == last else f"{first}-{last}" for first, last in found)
+
+
 def percent(part, whole):
     return 100.0 if whole == 0 else 100.0 * part / whole
 
@@ -43,7 +54,7 @@ def problems(rows):
     found = []
     for path, reached, lines, _, _, missed in rows:
         if path in WHOLE and missed:
-            found.append(f"{path}: {lines - reached} lines are not covered: {', '.join(map(str, missed))}.")
+            found.append(f"{path}: {lines - reached} lines are not covered: {ranges(missed)}.")
     for path in WHOLE:
         if path not in [row[0] for row in rows]:
             found.append(f"{path} was not counted at all.")
@@ -60,7 +71,7 @@ def main(build):
     print(f"{'file':44} {'lines':>13} {'branches':>13}  not reached")
     for path, reached, lines, branches_reached, branches, missed in rows:
         print(f"{path:44} {reached:5}/{lines:<5}{'' if not missed else '*':1} {branches_reached:6}/{branches:<6}  "
-              f"{' '.join(map(str, missed))}")
+              f"{ranges(missed)}")
     lines = percent(sum(row[1] for row in rows), sum(row[2] for row in rows))
     branches = percent(sum(row[3] for row in rows), sum(row[4] for row in rows))
     print(f"{lines:.1f} % of all lines and {branches:.1f} % of all branches are reached.")

@@ -101,13 +101,6 @@ Bytes cutTo(Bytes bytes, std::size_t length) {
     return bytes;
 }
 
-std::string difference(const Bytes& actual, const Bytes& expected) {
-    if (actual == expected) {
-        return "";
-    }
-    return "the file is\n" + toHex(actual) + "\ninstead of\n" + toHex(expected);
-}
-
 ErrorCode writeValues(SessionInfoTable* table, const Tags& tags, const Values& values) {
     EXPECT_EQ(tags.size(), values.size()) << "the test gives a value for each tag";
     return si_write(table, static_cast<std::int32_t>(tags.size()), tags.data(), values.data());

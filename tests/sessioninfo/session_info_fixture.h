@@ -46,8 +46,6 @@ std::size_t headerSizeFor(std::size_t tagCount);
 // The values in such a file, as many as are there as a whole; throws for a file that ends in the midst of one.
 Values valuesIn(const Bytes& file);
 Bytes cutTo(Bytes bytes, std::size_t length);
-// What makes two files differ, in a sentence; empty when they are the same.
-std::string difference(const Bytes& actual, const Bytes& expected);
 
 ErrorCode writeValues(SessionInfoTable* table, const Tags& tags, const Values& values);
 // The values of the tags, with a failed expectation when they cannot be read.

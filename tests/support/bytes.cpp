@@ -1,5 +1,6 @@
 #include "tests/support/bytes.h"
 
+#include <algorithm>
 #include <cctype>
 #include <fstream>
 #include <iterator>
@@ -98,6 +99,20 @@ void patchFile(const std::string& path, std::size_t offset, std::span<const std:
 std::string readText(const std::string& path) {
     std::ifstream file(path, std::ios::binary);
     return std::string(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
+}
+
+std::string difference(const Bytes& actual, const Bytes& expected) {
+    const auto [mine, other] = std::mismatch(actual.begin(), actual.end(), expected.begin(), expected.end());
+    if (mine == actual.end() && other == expected.end()) {
+        return "";
+    }
+    const auto offset = static_cast<std::size_t>(mine - actual.begin());
+    const auto around = [offset](const Bytes& bytes) {
+        return toHex(std::span(bytes).subspan(offset, std::min<std::size_t>(bytes.size() - offset, 16)));
+    };
+    return "the files of " + std::to_string(actual.size()) + " and " + std::to_string(expected.size()) +
+           " bytes (expected) differ from offset " + std::to_string(offset) + " on: [" + around(actual) +
+           "] instead of [" + around(expected) + "]";
 }
 
 }  // namespace tabulo::test

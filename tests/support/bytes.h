@@ -31,4 +31,7 @@ void patchFile(const std::string& path, std::size_t offset, std::span<const std:
 // The content as text; empty when the file is missing.
 std::string readText(const std::string& path);
 
+// Empty for equal contents of files; else where they differ first, and what stands there.
+std::string difference(const Bytes& actual, const Bytes& expected);
+
 }  // namespace tabulo::test
