@@ -158,15 +158,6 @@ void PrintTo(const Message& message, std::ostream* out) {
     *out << "}";
 }
 
-std::string withNul(std::string_view text) {
-    return std::string(text) + '\0';
-}
-
-void setMsgType(MessageMetadata* metadata, std::string_view msgType) {
-    metadata->msgType.fill('\0');
-    std::copy_n(msgType.begin(), std::min<std::size_t>(msgType.size(), MSG_TYPE_LENGTH), metadata->msgType.begin());
-}
-
 Message simpleMessage(std::int32_t n, const TableShape& shape) {
     Message message = bareMessage(n, shape);
     message.metadata.seqNum = n;

@@ -14,6 +14,7 @@
 
 #include "messagetable/message_table.h"
 #include "tests/support/bytes.h"
+#include "tests/support/message_fields.h"
 #include "tests/support/temporary_directory.h"
 
 namespace tabulo::test {
@@ -60,11 +61,6 @@ struct Message {
     bool operator==(const Message& other) const;
 };
 void PrintTo(const Message& message, std::ostream* out);
-
-// "text" and its NUL: a text as the binding stores it.
-std::string withNul(std::string_view text);
-// msgType from a text, cut to what the field holds (five bytes and the NUL).
-void setMsgType(MessageMetadata* metadata, std::string_view msgType);
 
 // The n-th simple message of a table: uniformId and seqNum n, connMsgId n (APP_TO), timestamp 1000 n, msgType "D";
 // string field i is "f<i>-<n>" with its NUL, numeric field i the long 100 n + i.

@@ -44,15 +44,6 @@ ErrorCode writeMessage(MessageTable* table, const StoredMessage& message) {
                            message.numbers.data(), static_cast<std::int32_t>(message.numbers.size()));
 }
 
-std::string withNul(std::string_view text) {
-    return std::string(text) + '\0';
-}
-
-void setMsgType(MessageMetadata* metadata, std::string_view msgType) {
-    metadata->msgType.fill('\0');
-    std::copy_n(msgType.begin(), std::min<std::size_t>(msgType.size(), MSG_TYPE_LENGTH), metadata->msgType.begin());
-}
-
 StoredMessage plainMessage(std::int32_t n, const MessageTableLayout& layout) {
     StoredMessage message;
     message.metadata.uniformId = n;

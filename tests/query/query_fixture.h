@@ -17,6 +17,7 @@
 #include "query/query_conditions.h"
 #include "tests/support/bytes.h"
 #include "tests/support/log_capture.h"
+#include "tests/support/message_fields.h"
 #include "tests/support/temporary_directory.h"
 
 namespace tabulo::test {
@@ -42,8 +43,6 @@ MessageTablePtr createTable(const std::string& root, const MessageTableLayout& l
 MessageTablePtr openTable(const std::string& root, const MessageTableLayout& layout, std::int32_t mode);
 ErrorCode writeMessage(MessageTable* table, const StoredMessage& message);
 
-std::string withNul(std::string_view text);
-void setMsgType(MessageMetadata* metadata, std::string_view msgType);
 // The n-th plain message: uniformId, seqNum and connMsgId n, timestamp 1000 n, msgType "D"; string field i is
 // "f<i>-<n>" with its NUL, numeric field i the long 100 n + i.
 StoredMessage plainMessage(std::int32_t n, const MessageTableLayout& layout);
