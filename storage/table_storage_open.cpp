@@ -149,6 +149,7 @@ ErrorCode createNew(TableStorage* storage, TableFile* file, KSVByteStream* strea
         code = tableFileFlush(file);
     }
     if (code != NO_ERROR) {
+        tableFileTruncate(file, 0);  // the beginning of a header could not be opened again
         return code;
     }
     if (*masterSize == 0) {
