@@ -123,9 +123,9 @@ ErrorCode mfr_readBackward(MessageFrames* mfr, std::int64_t startBlock, MatchOpe
         code = mfr_readBlockFooter(mfr, walk.file, position, true, &block);
         if (code == NO_DATA_ERROR && position == startBlock) {
             code = NO_ERROR;  // no open block stands here yet
-        } else if (code == NO_ERROR && block.messageCount > 0) {
+        } else if (code == NO_ERROR) {
             scanEnd = scanEnd == NO_ERROR ? endOfScan(block) : scanEnd;
-            code = walkBlock(&walk, block, true);
+            code = block.messageCount > 0 ? walkBlock(&walk, block, true) : NO_ERROR;
         }
         if (code != NO_ERROR || walk.ended) {
             return code;
