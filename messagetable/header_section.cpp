@@ -112,9 +112,30 @@ ErrorCode readRecords(TableFile* file, KSVByteStream* stream, BlockInfo* blockIn
     return code == NO_ERROR ? mthStaticIndexes_check(indexes) : code;
 }
 
+// Steps over the closed blocks up to lastBlockEnd by their length words and footers.
+ErrorCode checkClosedBlocks(MessageFrames* frames, TableFile* file, std::int64_t lastBlockEnd) {
+    std::int64_t position = frames->storage->headerSize;
+    while (position < lastBlockEnd) {
+        BlockView block;
+        const ErrorCode code = mfr_readBlockFooter(frames, file, position, false, &block);
+        if (code != NO_ERROR) {
+            return code == NO_DATA_ERROR ? HEADER_CORRUPTED_ERROR : code;
+        }
+        position = blockView_next(block, frames);
+    }
+    return position == lastBlockEnd ? NO_ERROR : HEADER_CORRUPTED_ERROR;
+}
+
 // Brings the frame writer to the state of the open block of a file that ends where its data ends.
 ErrorCode loadWriter(MessageFrames* frames, TableFile* file, std::int64_t lastBlockEnd) {
-    ErrorCode code = mfr_loadPreviousFooter(frames, file, lastBlockEnd);
+    ErrorCode code = NO_ERROR;
+    if (tableFileWrittenBeforeStart(file)) {
+        // The power may have been lost when the tail and later blocks were on the disk, and an earlier block was not.
+        code = checkClosedBlocks(frames, file, lastBlockEnd);
+    }
+    if (code == NO_ERROR) {
+        code = mfr_loadPreviousFooter(frames, file, lastBlockEnd);
+    }
     if (code != NO_ERROR) {
         return code;
     }

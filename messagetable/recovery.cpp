@@ -93,17 +93,16 @@ ErrorCode rebuildHeader(Recovery* recovery) {
     byteStream_clearError(stream);
     byteStream_rewind(stream, BYTE_STREAM_FORWARD);
     ErrorCode code = tsgh_read(&generic, stream);
-    if (code != NO_ERROR) {
-        return code;
-    }
-    byteStream_resetWrite(stream, start);
-    code = mtX_writeHeader(recovery->table, stream);
-    if (code != NO_ERROR) {
-        return code;
+    if (code == NO_ERROR) {
+        byteStream_resetWrite(stream, start);
+        code = mtX_writeHeader(recovery->table, stream);
     }
     const std::int32_t end = byteStream_writeMark(stream);
-    if (end > MAX_HEADER_SIZE) {
-        return WRONG_PARAMETER_ERROR;  // such a table would never open again
+    if (code == NO_ERROR && end > MAX_HEADER_SIZE) {
+        code = WRONG_PARAMETER_ERROR;  // such a table would never open again
+    }
+    if (code != NO_ERROR) {
+        return code;
     }
     generic.headerSize = end;
     byteStream_resetWrite(stream, 0);
@@ -246,19 +245,25 @@ ErrorCode writeHeaderAndCut(Recovery* recovery) {
     byteStream_resetWrite(stream, end - HEADER_TAIL_SIZE);
     blockInfo_write(&table->blockInfo, stream);
     dataInfo_write(&table->dataInfo, stream);
-    ErrorCode code = mthStaticIndexes_write(&table->staticIndexes, stream);
-    if (code != NO_ERROR) {
-        return code;
-    }
     const std::int32_t start = recovery->headerRebuilt ? 0 : table->storage->specificHeaderOffset;
-    code = writeAt(recovery->file, start, byteStream_buffer(stream) + start, end - start);
+    ErrorCode code = mthStaticIndexes_write(&table->staticIndexes, stream);
+    if (code == NO_ERROR) {
+        code = writeAt(recovery->file, start, byteStream_buffer(stream) + start, end - start);
+    }
     if (code != NO_ERROR) {
         return code;
     }
     const auto dataEnd = static_cast<std::int64_t>(table->dataInfo.dataEnd);
     code = tableFileTruncate(recovery->file, dataEnd);
     // A cut may fail and say otherwise; the size does not.
-    return code == NO_ERROR && recovery->fileSize() != dataEnd ? FILE_TRUNCATE_ERROR : code;
+    if (code == NO_ERROR && recovery->fileSize() != dataEnd) {
+        code = FILE_TRUNCATE_ERROR;
+    }
+    if (code == NO_ERROR) {
+        // Else what was cut could come back behind or around what is written next, when the power is lost.
+        tableFileCommit(recovery->file);
+    }
+    return code;
 }
 
 ErrorCode loadRecovered(Recovery* recovery) {

@@ -37,6 +37,9 @@ struct FilePlatform {
     int (*remove)(const char* path);
     // Seconds since the epoch.
     std::int64_t (*now)();
+    // True for a file that was last written before this machine was started: what had not been committed to the disk
+    // may be there by halves. False also when that cannot be told.
+    bool (*writtenBeforeStart)(int descriptor);
 };
 
 // The record in use.
@@ -50,6 +53,15 @@ const FilePlatform& filePlatform_system() noexcept;
 const char* filePlatform_errorText(int error) noexcept;
 // True for the error number of an interrupted call.
 bool filePlatform_isInterrupted(int error) noexcept;
+// Makes a call, which returns an error number, again for as long as it is interrupted.
+template <typename Call>
+int filePlatform_repeat(Call call) {
+    int error = call();
+    while (filePlatform_isInterrupted(error)) {
+        error = call();
+    }
+    return error;
+}
 // True for the error number of a file that does not exist.
 bool filePlatform_isMissing(int error) noexcept;
 // True for the error number of a file that exists already.

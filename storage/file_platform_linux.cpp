@@ -119,9 +119,30 @@ std::int64_t linux_now() {
     return static_cast<std::int64_t>(std::time(nullptr));
 }
 
-constexpr FilePlatform systemPlatform{linux_open,    linux_lock,  linux_unlock,        linux_readAt,
-                                      linux_writeAt, linux_sync,  linux_syncDirectory, linux_truncate,
-                                      linux_size,    linux_close, linux_remove,        linux_now};
+bool linux_writtenBeforeStart(int descriptor) {
+    struct stat status {};
+    timespec now{};
+    timespec sinceStart{};
+    if (::fstat(descriptor, &status) != 0 || ::clock_gettime(CLOCK_REALTIME, &now) != 0 ||
+        ::clock_gettime(CLOCK_BOOTTIME, &sinceStart) != 0) {
+        return false;
+    }
+    return status.st_mtim.tv_sec < now.tv_sec - sinceStart.tv_sec;
+}
+
+constexpr FilePlatform systemPlatform{linux_open,
+                                      linux_lock,
+                                      linux_unlock,
+                                      linux_readAt,
+                                      linux_writeAt,
+                                      linux_sync,
+                                      linux_syncDirectory,
+                                      linux_truncate,
+                                      linux_size,
+                                      linux_close,
+                                      linux_remove,
+                                      linux_now,
+                                      linux_writtenBeforeStart};
 
 const FilePlatform* installedPlatform = &systemPlatform;
 

@@ -8,20 +8,11 @@ namespace tabulo {
 
 namespace {
 
-template <typename Call>
-int repeatInterrupted(Call call) {
-    int error = call();
-    while (filePlatform_isInterrupted(error)) {
-        error = call();
-    }
-    return error;
-}
-
 int readFully(int descriptor, std::int64_t offset, void* destination, std::size_t length, std::size_t* count) {
     *count = 0;
     while (*count < length) {
         std::size_t transferred = 0;
-        const int error = repeatInterrupted([&] {
+        const int error = filePlatform_repeat([&] {
             return filePlatform().readAt(descriptor, static_cast<std::uint8_t*>(destination) + *count, length - *count,
                                          offset + static_cast<std::int64_t>(*count), &transferred);
         });
@@ -40,7 +31,7 @@ int writeFully(int descriptor, std::int64_t offset, const void* source, std::siz
     *count = 0;
     while (*count < length) {
         std::size_t transferred = 0;
-        const int error = repeatInterrupted([&] {
+        const int error = filePlatform_repeat([&] {
             return filePlatform().writeAt(descriptor, static_cast<const std::uint8_t*>(source) + *count,
                                           length - *count, offset + static_cast<std::int64_t>(*count), &transferred);
         });
@@ -65,18 +56,21 @@ void dropReadAhead(FileStream* stream) {
 
 int fileStream_open(FileStream* stream, const char* path, FileAccess access, bool empty) noexcept {
     int descriptor = -1;
-    int error = repeatInterrupted([&] { return filePlatform().open(path, access, &descriptor); });
+    int error = filePlatform_repeat([&] { return filePlatform().open(path, access, &descriptor); });
     if (error != 0) {
         return error;
     }
     if (access != FileAccess::read) {
-        error = repeatInterrupted([&] { return filePlatform().lock(descriptor); });
+        error = filePlatform_repeat([&] { return filePlatform().lock(descriptor); });
     }
     if (error == 0 && empty) {
-        error = repeatInterrupted([&] { return filePlatform().truncate(descriptor, 0); });
+        error = filePlatform_repeat([&] { return filePlatform().truncate(descriptor, 0); });
     }
     if (error != 0) {
         filePlatform().close(descriptor);
+        if (access == FileAccess::createNew) {
+            filePlatform_repeat([&] { return filePlatform().remove(path); });
+        }
         return error;
     }
     stream->descriptor = descriptor;
@@ -89,7 +83,7 @@ int fileStream_open(FileStream* stream, const char* path, FileAccess access, boo
 int fileStream_close(FileStream* stream) noexcept {
     int error = fileStream_flush(stream);
     // A child that was forked meanwhile shares the lock: closing alone would leave it in the child's hands.
-    filePlatform().unlock(stream->descriptor);
+    filePlatform_repeat([&] { return filePlatform().unlock(stream->descriptor); });
     const int closeError = filePlatform().close(stream->descriptor);
     stream->descriptor = -1;
     return error != 0 ? error : closeError;
@@ -113,7 +107,7 @@ int fileStream_read(FileStream* stream, void* destination, std::size_t length, s
         const bool direct = wanted >= FILE_STREAM_BUFFER;
         std::size_t transferred = 0;
         error = direct ? readFully(stream->descriptor, stream->position, out + *count, wanted, &transferred)
-                       : repeatInterrupted([&] {
+                       : filePlatform_repeat([&] {
                              return filePlatform().readAt(stream->descriptor, stream->buffer.data(), FILE_STREAM_BUFFER,
                                                           stream->position, &transferred);
                          });
@@ -195,23 +189,27 @@ int fileStream_readOnceAt(FileStream* stream, std::int64_t offset, void* destina
                           std::size_t* count) noexcept {
     *count = 0;
     const int error = fileStream_flush(stream);
-    return error != 0 ? error : repeatInterrupted([&] {
+    return error != 0 ? error : filePlatform_repeat([&] {
         return filePlatform().readAt(stream->descriptor, destination, length, offset, count);
     });
 }
 
 int fileStream_size(FileStream* stream, std::int64_t* size) noexcept {
     const int error = fileStream_flush(stream);
-    return error != 0 ? error : repeatInterrupted([&] { return filePlatform().size(stream->descriptor, size); });
+    return error != 0 ? error : filePlatform_repeat([&] { return filePlatform().size(stream->descriptor, size); });
 }
 
 int fileStream_truncate(FileStream* stream, std::int64_t length) noexcept {
     dropReadAhead(stream);
-    return repeatInterrupted([&] { return filePlatform().truncate(stream->descriptor, length); });
+    return filePlatform_repeat([&] { return filePlatform().truncate(stream->descriptor, length); });
 }
 
 int fileStream_sync(FileStream* stream) noexcept {
-    return repeatInterrupted([&] { return filePlatform().sync(stream->descriptor); });
+    return filePlatform_repeat([&] { return filePlatform().sync(stream->descriptor); });
+}
+
+bool fileStream_writtenBeforeStart(const FileStream* stream) noexcept {
+    return filePlatform().writtenBeforeStart(stream->descriptor);
 }
 
 }  // namespace tabulo

@@ -27,7 +27,8 @@ struct FileStream {
     std::array<std::uint8_t, FILE_STREAM_BUFFER> buffer;
 };
 
-// Opens a file at position 0. For writing it takes the writer's lock, and only then, with `empty`, cuts the file.
+// Opens a file at position 0. For writing it takes the writer's lock, and only then, with `empty`, cuts the file. A new
+// file (createNew) that cannot be locked is removed again.
 int fileStream_open(FileStream* stream, const char* path, FileAccess access, bool empty) noexcept;
 // Writes out what is gathered, unlocks and closes. The stream is closed afterwards whatever the result.
 int fileStream_close(FileStream* stream) noexcept;
@@ -53,5 +54,7 @@ int fileStream_size(FileStream* stream, std::int64_t* size) noexcept;
 int fileStream_truncate(FileStream* stream, std::int64_t length) noexcept;
 // Commits the file to the disk.
 int fileStream_sync(FileStream* stream) noexcept;
+// FilePlatform::writtenBeforeStart of the file.
+bool fileStream_writtenBeforeStart(const FileStream* stream) noexcept;
 
 }  // namespace tabulo

@@ -61,9 +61,9 @@ ErrorCode salvage_save(TableFile* file, std::int64_t offset, std::int64_t length
             code = FILE_WRITE_ERROR;
         }
         if (code != NO_ERROR) {
-            filePlatform().remove(savedPath->c_str());
+            filePlatform_repeat([&] { return filePlatform().remove(savedPath->c_str()); });
         } else {
-            filePlatform().syncDirectory(savedPath->c_str());
+            filePlatform_repeat([&] { return filePlatform().syncDirectory(savedPath->c_str()); });
         }
         return code;
     } catch (const std::bad_alloc&) {

@@ -123,7 +123,8 @@ ErrorCode tableFileOpen(TableFile** file, const char* path, std::int32_t mode, b
         log_warning("tableFileOpen", "fopen() failed: %s\n", filePlatform_errorText(error));
         return FILE_OPEN_ERROR;
     }
-    opened->directorySyncPending = opened->mode == TABLE_FILE_CREATE;
+    // Also of an existing file: whoever made it may not have committed its name.
+    opened->directorySyncPending = opened->mode != TABLE_FILE_READ;
     if (created != nullptr) {
         *created = opened->mode == TABLE_FILE_CREATE;
     }
@@ -355,6 +356,10 @@ ErrorCode tableFileFollowEnd(TableFile* file) noexcept {
     file->physicalPos = file->stream.position;
     file->pendingOffset += before - file->physicalPos;
     return code;
+}
+
+bool tableFileWrittenBeforeStart(const TableFile* file) noexcept {
+    return file != nullptr && fileStream_writtenBeforeStart(&file->stream);
 }
 
 std::int64_t tableFileSetRangeStart(TableFile* file, std::int64_t start) noexcept {

@@ -37,7 +37,7 @@ struct TableFile {
     std::int32_t flushesCount = 0;   // flushes since the last physical sync
     std::int64_t lastSyncTime = 0;   // seconds since the epoch
     TableFileOperation lastOperation = TableFileOperation::none;
-    bool directorySyncPending = false;  // the file was created: its first physical sync commits its name too
+    bool directorySyncPending = false;  // the first physical sync of a writable file commits its name too
     std::string path;
 };
 
@@ -86,6 +86,9 @@ ErrorCode tableFileWrite(TableFile* file, const void* buffer, std::int64_t lengt
 // Hands gathered bytes to the system and, when the sync policy says so, commits the file to the disk. FILE_FLUSH_ERROR:
 // gathered bytes are lost, position and size are taken from the system again. The commit's own result is ignored.
 ErrorCode tableFileFlush(TableFile* file) noexcept;
+// Commits the file, and its name if that has not been done, to the disk now, whatever the policy. The result of the
+// commit is ignored.
+void tableFileCommit(TableFile* file) noexcept;
 // Cuts (or extends) the file to newSize and moves a position beyond it there. READ_ONLY_ERROR; FILE_SEEK_ERROR
 // when gathered bytes cannot be written out first; FILE_TRUNCATE_ERROR. A cut that fails with the position at the
 // file's end is reported as success on purpose: callers go by the size.
@@ -101,6 +104,9 @@ std::int32_t tableFileGetMode(const TableFile* file) noexcept;
 // Read-only files: drops what the stream has read ahead, keeps the virtual position. The next read sees bytes that
 // another process has written since. FILE_SEEK_ERROR. Writable files: no effect.
 ErrorCode tableFileFollowEnd(TableFile* file) noexcept;
+// True when the file was last written before this machine was started (FilePlatform::writtenBeforeStart): ask it before
+// writing. False for a null file.
+bool tableFileWrittenBeforeStart(const TableFile* file) noexcept;
 // Sets the lowest allowed virtual position and returns the previous one; 0 for a null file.
 std::int64_t tableFileSetRangeStart(TableFile* file, std::int64_t start) noexcept;
 

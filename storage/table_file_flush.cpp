@@ -32,14 +32,6 @@ bool isSyncDue(const TableFile* file, std::int64_t elapsed) {
     return flushes != 0 && file->flushesCount >= flushes;
 }
 
-void commitToDisk(TableFile* file) {
-    fileStream_sync(&file->stream);
-    if (file->directorySyncPending) {
-        filePlatform().syncDirectory(file->path.c_str());
-        file->directorySyncPending = false;
-    }
-}
-
 // Cuts the stream's file; the stream's position ends at `length` or stays where it was, whichever is lower.
 ErrorCode sys_ftruncate(FileStream* stream, std::int64_t length) {
     if (stream->descriptor < 0) {
@@ -66,9 +58,18 @@ void tableFileSetSyncPolicy(bool doSyncToDisk, std::int32_t syncIntervalSeconds,
     syncPolicy = {doSyncToDisk, syncIntervalSeconds, syncFlushCount};
 }
 
+void tableFileCommit(TableFile* file) noexcept {
+    fileStream_sync(&file->stream);
+    if (file->directorySyncPending) {
+        filePlatform_repeat([&] { return filePlatform().syncDirectory(file->path.c_str()); });
+        file->directorySyncPending = false;
+    }
+    file->flushesCount = 0;
+}
+
 void tableFile_syncBeforeClose(TableFile* file) noexcept {
     if (syncPolicy.doSyncToDisk && file->mode != TABLE_FILE_READ && file->flushesCount > 0) {
-        commitToDisk(file);
+        tableFileCommit(file);
     }
 }
 
@@ -95,10 +96,10 @@ ErrorCode tableFileFlush(TableFile* file) noexcept {
     const std::int64_t now = filePlatform().now();
     const std::int64_t elapsed = now - file->lastSyncTime;
     if (isSyncDue(file, elapsed)) {
-        commitToDisk(file);
+        const std::int32_t flushes = file->flushesCount;
+        tableFileCommit(file);
         log_debug("tableFileFlush", "physical sync performed: timeSinceFlush = %ld, flushesCount = %d\n",
-                  static_cast<long>(elapsed), file->flushesCount);
-        file->flushesCount = 0;
+                  static_cast<long>(elapsed), flushes);
         file->lastSyncTime = now;
     }
     return result;

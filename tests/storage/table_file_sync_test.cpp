@@ -145,7 +145,7 @@ TEST_F(TableFileSync, TheDataIsHandedToTheSystemBeforeItIsCommitted) {
     tableFileSetSyncPolicy(true, 0, 0);
     ASSERT_EQ(writeBytes(file, pattern(10)), NO_ERROR);
     flush();
-    EXPECT_EQ(platform.sequence(), "writeAt sync");
+    EXPECT_EQ(platform.sequence(), "writeAt sync syncDirectory");
 }
 
 TEST_F(TableFileSync, TheResultOfTheCommitIsIgnored) {
@@ -173,11 +173,14 @@ TEST_F(TableFileSync, ThePhysicalSyncIsOfTheDataAndOfThisFile) {
     tableFileSetSyncPolicy(true, 0, 0);
     flush();
     EXPECT_EQ(systemCalls.dataSyncs, 1);
-    EXPECT_EQ(systemCalls.fullSyncs, 0);
+    EXPECT_EQ(systemCalls.fullSyncs, 1) << "of the directory, the first time";
+    flush();
+    EXPECT_EQ(systemCalls.dataSyncs, 2);
+    EXPECT_EQ(systemCalls.fullSyncs, 1);
     EXPECT_EQ(systemCalls.lastSynced, file->stream.descriptor);
 }
 
-// The directory of a created file.
+// The directory of a written file.
 
 TEST_F(TableFileSync, TheDirectoryOfACreatedFileIsSyncedOnceWithoutALine) {
     tableFileSetSyncPolicy(true, 0, 0);
@@ -193,10 +196,18 @@ TEST_F(TableFileSync, TheDirectoryOfACreatedFileIsSyncedOnceWithoutALine) {
     EXPECT_EQ(log.lines(), (std::vector<std::string>{syncLine(1000, 1), syncLine(0, 1)}));
 }
 
-TEST_F(TableFileSync, TheDirectoryOfAnOpenedFileIsNotSynced) {
+TEST_F(TableFileSync, TheDirectoryOfAFoundFileIsSyncedOnceSinceWhoeverMadeItMayNotHave) {
     tableFileSetSyncPolicy(true, 0, 0);
     flush();
-    EXPECT_EQ(platform.count(FileCall::syncDirectory), 0);
+    flush();
+    EXPECT_EQ(platform.count(FileCall::syncDirectory), 1);
+}
+
+TEST_F(TableFileSync, AnInterruptedSyncOfTheDirectoryIsRepeated) {
+    tableFileSetSyncPolicy(true, 0, 0);
+    platform.failNth(FileCall::syncDirectory, 1, EINTR);
+    flush();
+    EXPECT_EQ(platform.count(FileCall::syncDirectory), 2);
 }
 
 TEST_F(TableFileSync, WithThePolicyOffNoDirectoryIsSynced) {
@@ -239,7 +250,7 @@ TEST_F(TableFileSync, ClosingCommitsFlushesThatNoSyncHasCoveredWithoutALine) {
     flush();
     platform.clear();
     file.reset();
-    EXPECT_EQ(platform.sequence(), "sync unlock close");
+    EXPECT_EQ(platform.sequence(), "sync syncDirectory unlock close");
     for (const std::string& line : log.lines()) {
         EXPECT_EQ(line.find("physical sync"), std::string::npos) << line;
     }

@@ -120,6 +120,7 @@ struct MemoryPlatform::Hooks {
     }
     static int remove(const char* path) { return active->files_.erase(path) == 1 ? 0 : failed(ENOENT); }
     static std::int64_t now() { return filePlatform_system().now(); }
+    static bool writtenBeforeStart(int) { return false; }
 };
 
 MemoryPlatform::MemoryPlatform() {
@@ -135,6 +136,7 @@ MemoryPlatform::MemoryPlatform() {
     record_.close = Hooks::close;
     record_.remove = Hooks::remove;
     record_.now = Hooks::now;
+    record_.writtenBeforeStart = Hooks::writtenBeforeStart;
     active = this;
     previous_ = filePlatform_install(&record_);
 }
