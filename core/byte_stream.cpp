@@ -158,7 +158,7 @@ std::int32_t byteStream_makeRoom(KSVByteStream* stream, std::int32_t n) noexcept
     if (stream->capacity >= n) {
         return 0;
     }
-    if (stream->owned == nullptr) {
+    if (stream->extend != growingStream_extend) {
         stream->error = OUT_OF_MEMORY_ERROR;
         return -1;
     }

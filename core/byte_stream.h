@@ -100,7 +100,7 @@ std::int32_t byteStream_setBuffer(KSVByteStream* stream, void* buffer, std::int3
 
 // Empties the stream and makes its capacity at least n, without keeping what it held: a growing stream that is too
 // small gets a buffer of exactly n bytes. Returns 0; -1 with OUT_OF_MEMORY_ERROR when it cannot (the stream may then
-// have no buffer), also for a stream over a caller's buffer that is too small.
+// have no buffer, until a later call finds the memory), also for a stream over a caller's buffer that is too small.
 std::int32_t byteStream_makeRoom(KSVByteStream* stream, std::int32_t n) noexcept;
 
 // One value as its native bytes, with the results of byteStream_putBytes and byteStream_getBytes.

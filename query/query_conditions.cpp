@@ -34,8 +34,8 @@ ErrorCode resizeSlots(Slots* slots, std::int32_t count) {
     if (count < 0) {
         return WRONG_PARAMETER_ERROR;
     }
-    slots->clear();
-    slots->resize(static_cast<std::size_t>(count));
+    Slots empty(static_cast<std::size_t>(count));  // without memory for it the old ones stay
+    slots->swap(empty);
     return NO_ERROR;
 }
 
@@ -259,8 +259,11 @@ ErrorCode conditions_setStringFilterRange(QueryConditions* conditions, const cha
         if (!isSlot(slot, filter->ranges.size()) || isLastSlot(slot, filter->ranges.size())) {
             return INDEX_OUT_OF_BOUNDS_ERROR;
         }
-        setBound(&filter->ranges[static_cast<std::size_t>(slot)], minimum);
-        setBound(&filter->ranges[static_cast<std::size_t>(slot) + 1], maximum);
+        std::optional<std::string> bounds[2];  // both or none, when memory is short
+        setBound(&bounds[0], minimum);
+        setBound(&bounds[1], maximum);
+        std::swap(filter->ranges[static_cast<std::size_t>(slot)], bounds[0]);
+        std::swap(filter->ranges[static_cast<std::size_t>(slot) + 1], bounds[1]);
         return NO_ERROR;
     });
 }

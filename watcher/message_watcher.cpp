@@ -192,17 +192,17 @@ ErrorCode runAndLog(Watch* watch, std::int32_t count) {
     watcher->idlePasses = 0;
     ErrorCode code = INDEX_OUT_OF_BOUNDS_ERROR;
     if (count >= static_cast<std::int32_t>(watcher->readers.size())) {
-        std::deque<MessageTableUse> uses;
         try {
+            std::deque<MessageTableUse> uses;
             for (const auto& reader : watcher->readers) {
                 uses.emplace_back(reader->table);
             }
             code = positionReaders(watch);
+            if (code == NO_ERROR) {
+                code = run(watch);
+            }
         } catch (const std::bad_alloc&) {
             code = OUT_OF_MEMORY_ERROR;
-        }
-        if (code == NO_ERROR) {
-            code = run(watch);
         }
     }
     if (watch->stop != 0) {

@@ -8,12 +8,23 @@ namespace {
 
 // Per thread, so that a test's other threads are not hit.
 thread_local std::int64_t allocationsUntilFailure = 0;  // 0: none fails
+thread_local bool failureGoesOn = false;
+thread_local bool failureHappened = false;
+thread_local std::int64_t liveCount = 0;
 
 void* allocate(std::size_t size) noexcept {
-    if (allocationsUntilFailure > 0 && --allocationsUntilFailure == 0) {
+    if ((failureHappened && failureGoesOn) || (allocationsUntilFailure > 0 && --allocationsUntilFailure == 0)) {
+        failureHappened = true;
         return nullptr;
     }
-    return std::malloc(size == 0 ? 1 : size);
+    void* memory = std::malloc(size == 0 ? 1 : size);
+    liveCount += memory != nullptr ? 1 : 0;
+    return memory;
+}
+
+void release(void* memory) noexcept {
+    liveCount -= memory != nullptr ? 1 : 0;
+    std::free(memory);
 }
 
 void* allocateOrThrow(std::size_t size) {
@@ -40,32 +51,47 @@ void* operator new[](std::size_t size, const std::nothrow_t&) noexcept {
     return allocate(size);
 }
 void operator delete(void* memory) noexcept {
-    std::free(memory);
+    release(memory);
 }
 void operator delete[](void* memory) noexcept {
-    std::free(memory);
+    release(memory);
 }
 void operator delete(void* memory, std::size_t) noexcept {
-    std::free(memory);
+    release(memory);
 }
 void operator delete[](void* memory, std::size_t) noexcept {
-    std::free(memory);
+    release(memory);
 }
 void operator delete(void* memory, const std::nothrow_t&) noexcept {
-    std::free(memory);
+    release(memory);
 }
 void operator delete[](void* memory, const std::nothrow_t&) noexcept {
-    std::free(memory);
+    release(memory);
 }
 
 namespace tabulo::test {
 
-AllocationFailure::AllocationFailure(std::int64_t n) {
+AllocationFailure::AllocationFailure(std::int64_t n) : AllocationFailure(n, false) {
+}
+
+AllocationFailure::AllocationFailure(std::int64_t n, bool goesOn) {
     allocationsUntilFailure = n;
+    failureGoesOn = goesOn;
+    failureHappened = false;
 }
 
 AllocationFailure::~AllocationFailure() {
     allocationsUntilFailure = 0;
+    failureGoesOn = false;
+    failureHappened = false;
+}
+
+bool AllocationFailure::happened() const {
+    return failureHappened;
+}
+
+std::int64_t liveAllocations() {
+    return liveCount;
 }
 
 }  // namespace tabulo::test

@@ -1,4 +1,4 @@
-// Makes one allocation of this process fail, to see what an operation does without memory.
+// Makes allocations of this process fail, to see what an operation does without memory, and counts what was not freed.
 #pragma once
 
 #include <cstdint>
@@ -10,9 +10,20 @@ namespace tabulo::test {
 class AllocationFailure {
   public:
     explicit AllocationFailure(std::int64_t n);
+    // The same, and every allocation behind it fails too.
+    static AllocationFailure fromThenOn(std::int64_t n) { return AllocationFailure(n, true); }
     ~AllocationFailure();
     AllocationFailure(const AllocationFailure&) = delete;
     AllocationFailure& operator=(const AllocationFailure&) = delete;
+
+    // True once an allocation has failed.
+    bool happened() const;
+
+  private:
+    AllocationFailure(std::int64_t n, bool goesOn);
 };
+
+// What this thread has allocated with `new` and not deleted yet, in pieces.
+std::int64_t liveAllocations();
 
 }  // namespace tabulo::test

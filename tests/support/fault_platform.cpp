@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <limits>
 
 namespace tabulo::test {
 
@@ -25,15 +26,13 @@ struct FaultPlatform::Hooks {
         const int error = active->record({FileCall::unlock, descriptor, -1, -1, FileAccess::read, ""});
         return error != 0 ? error : filePlatform_system().unlock(descriptor);
     }
-    static std::size_t limited(std::size_t length) {
-        return active->transferLimit_ == 0 ? length : std::min(length, active->transferLimit_);
-    }
     static int readAt(int descriptor, void* buffer, std::size_t length, std::int64_t offset, std::size_t* transferred) {
         *transferred = 0;
         const int error = active->record(
             {FileCall::readAt, descriptor, offset, static_cast<std::int64_t>(length), FileAccess::read, ""});
         return error != 0 ? error
-                          : filePlatform_system().readAt(descriptor, buffer, limited(length), offset, transferred);
+                          : filePlatform_system().readAt(descriptor, buffer, active->allowed(FileCall::readAt, length),
+                                                         offset, transferred);
     }
     static int writeAt(int descriptor, const void* buffer, std::size_t length, std::int64_t offset,
                        std::size_t* transferred) {
@@ -41,15 +40,16 @@ struct FaultPlatform::Hooks {
         const int error = active->record(
             {FileCall::writeAt, descriptor, offset, static_cast<std::int64_t>(length), FileAccess::read, ""});
         return error != 0 ? error
-                          : filePlatform_system().writeAt(descriptor, buffer, limited(length), offset, transferred);
+                          : filePlatform_system().writeAt(
+                                descriptor, buffer, active->allowed(FileCall::writeAt, length), offset, transferred);
     }
     static int sync(int descriptor) {
         const int error = active->record({FileCall::sync, descriptor, -1, -1, FileAccess::read, ""});
-        return error != 0 ? error : filePlatform_system().sync(descriptor);
+        return error != 0 || active->skipSyncs_ ? error : filePlatform_system().sync(descriptor);
     }
     static int syncDirectory(const char* path) {
         const int error = active->record({FileCall::syncDirectory, -1, -1, -1, FileAccess::read, path});
-        return error != 0 ? error : filePlatform_system().syncDirectory(path);
+        return error != 0 || active->skipSyncs_ ? error : filePlatform_system().syncDirectory(path);
     }
     static int truncate(int descriptor, std::int64_t length) {
         const int error = active->record({FileCall::truncate, descriptor, length, -1, FileAccess::read, ""});
@@ -131,10 +131,43 @@ int FaultPlatform::record(const RecordedCall& call) {
     if (failure != failures.end()) {
         error = failure->second;
     }
+    const FailFrom& from = failFrom_[call.call];
+    if (from.n != 0 && number >= from.n) {
+        error = from.error;
+    }
+    if (failEverythingFrom_.n != 0 && static_cast<int>(calls_.size()) >= failEverythingFrom_.n) {
+        error = failEverythingFrom_.error;
+    }
     if (error != 0) {
         errno = error;  // as the system's own calls leave it
     }
     return error;
+}
+
+std::size_t FaultPlatform::allowed(FileCall call, std::size_t length) const {
+    std::size_t part = transferLimit_ == 0 ? length : std::min(length, transferLimit_);
+    const auto shortened = shortened_.find(call);
+    const int number = count(call);
+    if (shortened == shortened_.end() || number < shortened->second.first || number > shortened->second.last ||
+        part <= 1) {
+        return part;
+    }
+    switch (shortened->second.part) {
+        case TransferPart::oneByte:
+            part = 1;
+            break;
+        case TransferPart::half:
+            part /= 2;
+            break;
+        case TransferPart::allButOne:
+            part -= 1;
+            break;
+    }
+    return part;
+}
+
+void FaultPlatform::shortenFrom(FileCall call, int n, TransferPart part) {
+    shortened_[call] = {n, std::numeric_limits<int>::max(), part};
 }
 
 int FaultPlatform::count(FileCall call) const {
@@ -163,6 +196,9 @@ void FaultPlatform::clear() {
     counts_.clear();
     failures_.clear();
     failAll_.clear();
+    failFrom_.clear();
+    failEverythingFrom_ = {};
+    shortened_.clear();
 }
 
 }  // namespace tabulo::test

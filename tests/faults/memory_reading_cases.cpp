@@ -1,0 +1,239 @@
+// Message tables walked, read by id, looked up, queried and watched without memory.
+#include "messagetable/message_lookup.h"
+#include "messagetable/message_read.h"
+#include "messagetable/table_walk.h"
+#include "messagetable/uniform_lookup.h"
+#include "tests/faults/memory_case.h"
+#include "tests/messagetable/table_image.h"
+
+namespace tabulo::test {
+
+namespace {
+
+constexpr std::int32_t STORED = 11;
+
+using Prepare = std::function<void(MemoryStage&)>;
+
+// Two closed blocks and an open one; some messages are larger than what readers begin with.
+std::vector<Message> storedMessages(const TableShape& shape) {
+    std::vector<Message> messages = simpleMessages(1, STORED, shape);
+    messages[5].strings.back() = std::string(30000, 'x');
+    messages[9].strings.back() = std::string(40000, 'y');
+    return messages;
+}
+
+Bytes storedImage(const TableShape& shape) {
+    return unclosedImage(shape, storedMessages(shape));
+}
+
+Prepare opened(const TableImage& image, std::int32_t mode) {
+    return [image, mode](MemoryStage& stage) {
+        image.place(stage.run);
+        stage.table = openTable(stage.run.root(), mode, stage.run.shape);
+    };
+}
+
+// A reader whose view is that of the first three messages, with the file grown behind it.
+Prepare outgrown(const TableImage& first, const TableImage& grown) {
+    return [first, grown](MemoryStage& stage) {
+        opened(first, TABLE_FILE_READ)(stage);
+        EXPECT_EQ(mt_refresh(stage.table.get()), NO_ERROR);
+        patchFile(stage.run.path(), 0, grown.bytes());
+    };
+}
+
+ErrorCode collect(std::int32_t*, void* context, const BlockSummary* summary, const MessageMetadata* metadata,
+                  const StringField* strings, std::int32_t stringCount, const NumericValue* numbers,
+                  std::int32_t numberCount) {
+    auto* answer = static_cast<Digests*>(context);
+    if (summary == nullptr && metadata != nullptr) {
+        answer->addMessage(*metadata, strings, stringCount, numbers, numberCount);
+    } else if (summary == nullptr) {
+        answer->add("end");
+    }
+    return NO_ERROR;
+}
+
+template <bool backward>
+ErrorCode walk(MemoryStage& stage, Digests* answer) {
+    MessageTable* table = stage.table.get();
+    const MessageFramesPtr frames(mfr_create(table->storage.get(), &table->header.layout));
+    if (frames == nullptr) {
+        return OUT_OF_MEMORY_ERROR;
+    }
+    return backward ? mfr_readBackward(frames.get(), mt_openBlockStart(table), collect, answer)
+                    : mfr_readForward(frames.get(), table->storage->headerSize, collect, answer);
+}
+
+template <bool backward>
+ErrorCode readById(MemoryStage& stage, Digests* answer) {
+    constexpr std::array<std::int32_t, 5> ids = {2, 6, 10, STORED, 500};
+    const MessageListener listener{collect, answer};
+    return mt_readMessages(stage.table.get(), ids.data(), static_cast<std::int32_t>(ids.size()), &listener, backward);
+}
+
+ErrorCode refresh(MemoryStage& stage, Digests* answer) {
+    const ErrorCode code = mt_refresh(stage.table.get());
+    if (code == NO_ERROR) {
+        answer->add(stage.table->staticIndexes.lastUniform);
+        answer->add(mt_openBlockStart(stage.table.get()));
+    }
+    return code;
+}
+
+// All lookups; the first failure ends them, and the next attempt begins anew.
+ErrorCode lookUp(MemoryStage& stage, Digests* answer) {
+    MessageTable* table = stage.table.get();
+    std::int32_t number = 0;
+    std::int64_t timestamp = 0;
+    using Lookup = ErrorCode (*)(MessageTable*, std::int32_t*, std::int64_t*);
+    constexpr std::array<Lookup, 5> lookups = {
+        [](MessageTable* t, std::int32_t* n, std::int64_t*) { return mt_getLastUniformMessageId(t, n); },
+        [](MessageTable* t, std::int32_t* n, std::int64_t*) { return mt_getLastMessageId(t, 0, n); },
+        [](MessageTable* t, std::int32_t* n, std::int64_t* s) { return mt_getLastGoodMsgSeqNum(t, 0, n, s); },
+        [](MessageTable* t, std::int32_t* n, std::int64_t*) { return mt_getFirstPendingMsgSeqNum(t, 0, n); },
+        [](MessageTable* t, std::int32_t* n, std::int64_t*) { return mt_getLastPendingMsgSeqNum(t, 0, n); }};
+    for (const Lookup lookup : lookups) {
+        const ErrorCode code = lookup(table, &number, &timestamp);
+        if (code != NO_ERROR) {
+            return code;
+        }
+        answer->add(number);
+        answer->add(timestamp);
+    }
+    return NO_ERROR;
+}
+
+ErrorCode findUniformId(MemoryStage& stage, Digests* answer) {
+    std::int64_t offset = 0;
+    std::int64_t ordinal = 0;
+    std::int32_t skip = 0;
+    const ErrorCode code = mt_findUniformId(stage.table.get(), 7, &offset, &ordinal, &skip);
+    if (code == NO_ERROR) {
+        answer->add(offset);
+        answer->add(ordinal);
+        answer->add(skip);
+    }
+    return code;
+}
+
+QueryConditions* newConditions(bool backward) {
+    QueryConditions* conditions = conditions_create();
+    conditions_setIterateBackward(conditions, backward);
+    conditions_setSeqNumRange(conditions, 3, 10);
+    return conditions;
+}
+
+Prepare withConditions(const Prepare& prepare, bool backward) {
+    return [prepare, backward](MemoryStage& stage) {
+        prepare(stage);
+        stage.conditions = {newConditions(backward), newConditions(backward)};
+    };
+}
+
+ErrorCode openIterator(MemoryStage& stage, Digests*) {
+    QueryConditions*& conditions = stage.conditions.at(stage.attempts++);
+    stage.iterator.reset(mtIterator_open(stage.table.get(), conditions));
+    conditions = nullptr;  // the iterator's in every case
+    return stage.iterator == nullptr ? OUT_OF_MEMORY_ERROR : NO_ERROR;
+}
+
+Prepare withIterator(const Prepare& prepare, bool backward) {
+    return [prepare, backward](MemoryStage& stage) {
+        prepare(stage);
+        stage.iterator.reset(mtIterator_open(stage.table.get(), newConditions(backward)));
+        EXPECT_NE(stage.iterator, nullptr);
+    };
+}
+
+// To the end; after a failure the next attempt goes on behind the last match.
+ErrorCode iterate(MemoryStage& stage, Digests* answer) {
+    const MessageTableIterator* iterator = stage.iterator.get();
+    bool end = false;
+    ErrorCode code = NO_ERROR;
+    while (code == NO_ERROR && !end) {
+        code = mtIterator_next(stage.iterator.get(), &end);
+        if (code == NO_ERROR && !end) {
+            stage.delivered.addMessage(mtIterator_getMetadata(iterator), mtIterator_getStringValues(iterator),
+                                       iterator->stringValueCount, mtIterator_getNumericValues(iterator),
+                                       iterator->numericValueCount);
+        }
+    }
+    *answer = stage.delivered;
+    return code;
+}
+
+// The stage's table and a second one with the ids behind the first one's.
+Prepare twoTables(const TableImage& first, const TableImage& second) {
+    return [first, second](MemoryStage& stage) {
+        second.place(stage.run);
+        stage.secondTable = openTable(stage.run.root(), TABLE_FILE_READ, stage.run.shape);
+        opened(first, TABLE_FILE_READ)(stage);
+    };
+}
+
+ErrorCode createWatcher(MemoryStage& stage, Digests*) {
+    const std::array<MessageTable*, 2> tables = {stage.table.get(), stage.secondTable.get()};
+    stage.watcher = messageWatcher_create(tables.data(), 2);
+    return stage.watcher == nullptr ? OUT_OF_MEMORY_ERROR : NO_ERROR;
+}
+
+Prepare withWatcher(const Prepare& prepare) {
+    return [prepare](MemoryStage& stage) {
+        prepare(stage);
+        EXPECT_EQ(createWatcher(stage, nullptr), NO_ERROR);
+    };
+}
+
+ErrorCode take(std::int32_t* stop, void* context, const MessageMetadata* metadata, const StringField* strings,
+               std::int32_t stringCount, const NumericValue* numbers, std::int32_t numberCount, std::int32_t) {
+    auto* stage = static_cast<MemoryStage*>(context);
+    if (metadata == nullptr) {
+        *stop = 1;
+        return NO_ERROR;
+    }
+    stage->delivered.addMessage(*metadata, strings, stringCount, numbers, numberCount);
+    stage->lastId = metadata->uniformId;
+    return NO_ERROR;
+}
+
+// Until nothing is new; after a failure the next attempt goes on behind the last delivery.
+ErrorCode watch(MemoryStage& stage, Digests* answer) {
+    const std::array<std::int32_t, 2> ids = {stage.lastId + 1, stage.lastId + 1};
+    const ErrorCode code = messageWatcher_startWatching(stage.watcher, 2, ids.data(), &stage, take);
+    *answer = stage.delivered;
+    return code;
+}
+
+}  // namespace
+
+std::vector<MemoryCase> readingCases() {
+    const TableShape shape = largeFooterShape();
+    const TableImage table(shape, storedImage);
+    const TableImage first(shape, [](const TableShape& s) { return unclosedImage(s, simpleMessages(1, 3, s)); });
+    TableShape otherShape = shape;
+    otherShape.name = "fills";
+    const TableImage other(otherShape, [](const TableShape& s) { return closedImage(s, simpleMessages(12, 20, s)); });
+    const Prepare reader = opened(table, TABLE_FILE_READ);
+    const Prepare writer = opened(table, TABLE_FILE_WRITE);
+    const Prepare follower = outgrown(first, table);
+    const Prepare two = twoTables(table, other);
+    return {
+        {"WalkForward", reader, walk<false>},
+        {"WalkBackward", writer, walk<true>},
+        {"ReadMessagesForward", reader, readById<false>},
+        {"ReadMessagesBackward", follower, readById<true>},
+        {"Refresh", follower, refresh},
+        {"LookUpAsAReader", follower, lookUp},
+        {"LookUpAsTheWriter", writer, lookUp},
+        {"FindAUniformId", follower, findUniformId},
+        {"OpenAnIteratorForward", withConditions(reader, false), openIterator},
+        {"OpenAnIteratorBackward", withConditions(follower, true), openIterator},
+        {"IterateForward", withIterator(reader, false), iterate},
+        {"IterateBackward", withIterator(writer, true), iterate},
+        {"CreateAWatcher", two, createWatcher},
+        {"Watch", withWatcher(two), watch},
+    };
+}
+
+}  // namespace tabulo::test

@@ -1,0 +1,102 @@
+// Session info tables without memory.
+#include "tests/faults/memory_case.h"
+
+namespace tabulo::test {
+
+namespace {
+
+constexpr std::array<std::int32_t, 6> TAGS = {2, 1, 3, 4, 5, 6};
+constexpr std::array<std::int64_t, 6> STORED = {11, 12, 13, 14, 15, 16};
+constexpr std::array<std::int64_t, 6> LATER = {21, 22, 23, 24, 25, 26};
+
+KSVTboTableConfig* newConfiguration(const MemoryStage& stage) {
+    KSVTboTableConfig* config = tableConfig_create("session", 1);
+    EXPECT_EQ(tableConfig_setPath(config, 0, stage.run.root().c_str()), NO_ERROR);
+    return config;
+}
+
+ErrorCode write(SessionInfoTable* table, const std::array<std::int64_t, 6>& values) {
+    return si_write(table, 6, TAGS.data(), values.data());
+}
+
+void configurations(MemoryStage& stage) {
+    stage.configs = {newConfiguration(stage), newConfiguration(stage)};
+}
+
+ErrorCode create(MemoryStage& stage, Digests*) {
+    KSVTboTableConfig*& config = stage.configs.at(stage.attempts++);
+    stage.session = si_create(config);
+    config = nullptr;  // the table's in every case
+    return stage.session == nullptr ? OUT_OF_MEMORY_ERROR : NO_ERROR;
+}
+
+void notOpen(MemoryStage& stage) {
+    stage.session = si_create(newConfiguration(stage));
+}
+
+// A stored table's file, with so many bytes more (or less), behind a table that is not open.
+std::function<void(MemoryStage&)> stored(std::ptrdiff_t bytes) {
+    return [bytes](MemoryStage& stage) {
+        notOpen(stage);
+        EXPECT_EQ(si_init(stage.session, TABLE_FILE_CREATE), NO_ERROR);
+        EXPECT_EQ(write(stage.session, STORED), NO_ERROR);
+        EXPECT_EQ(si_uninit(stage.session), NO_ERROR);
+        const std::string path = stage.run.directory.file("session");
+        Bytes file = readFile(path);
+        file.resize(static_cast<std::size_t>(static_cast<std::ptrdiff_t>(file.size()) + bytes), 0x55);
+        writeFile(path, file);
+    };
+}
+
+std::function<void(MemoryStage&)> openedIn(std::int32_t mode) {
+    return [mode](MemoryStage& stage) {
+        stored(0)(stage);
+        EXPECT_EQ(si_init(stage.session, mode), NO_ERROR);
+    };
+}
+
+ErrorCode addValues(MemoryStage& stage, Digests* answer) {
+    std::array<std::int64_t, 6> values{};
+    const ErrorCode code = si_read(stage.session, 6, TAGS.data(), values.data());
+    for (const std::int64_t value : values) {
+        if (code == NO_ERROR) {
+            answer->add(value);
+        }
+    }
+    return code;
+}
+
+template <std::int32_t mode>
+ErrorCode init(MemoryStage& stage, Digests* answer) {
+    const ErrorCode code = si_init(stage.session, mode);
+    return code == NO_ERROR ? addValues(stage, answer) : code;
+}
+
+ErrorCode writeLater(MemoryStage& stage, Digests*) {
+    return write(stage.session, LATER);
+}
+
+ErrorCode drop(MemoryStage& stage, Digests*) {
+    return si_drop(stage.session);
+}
+
+}  // namespace
+
+std::vector<MemoryCase> sessionCases() {
+    return {
+        {"CreateASessionTableObject", configurations, create},
+        {"CreateASessionTable", notOpen, init<TABLE_FILE_CREATE>},
+        {"OpenASessionTableForReading", stored(0), init<TABLE_FILE_READ>},
+        {"OpenASessionTableForWriting", stored(0), init<TABLE_FILE_WRITE>},
+        {"RecoverCutSessionValues", stored(-28), init<TABLE_FILE_WRITE>, OUT_OF_MEMORY_ERROR,
+         Leaves::filesThatTheNextAttemptCompletes},
+        {"ReadSessionValuesAsAReader", openedIn(TABLE_FILE_READ), addValues},
+        {"ReadSessionValuesAsTheWriter", openedIn(TABLE_FILE_WRITE), addValues},
+        {"WriteSessionValues", openedIn(TABLE_FILE_WRITE), writeLater},
+        {"WriteSessionValuesOfAReader", openedIn(TABLE_FILE_READ), writeLater},
+        {"DropSessionValues", openedIn(TABLE_FILE_WRITE), drop},
+        {"DropSessionValuesOfAReader", openedIn(TABLE_FILE_READ), drop},
+    };
+}
+
+}  // namespace tabulo::test
