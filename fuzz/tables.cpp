@@ -1,0 +1,225 @@
+#include "fuzz/tables.h"
+
+#include <algorithm>
+#include <array>
+#include <cstring>
+
+#include "fuzz/harness.h"
+#include "messagetable/table_walk.h"
+#include "query/message_table_iterator.h"
+#include "query/pseudo_field.h"
+
+namespace tabulo::fuzz {
+
+namespace {
+
+// Messages per block, string fields, summarised ones, numeric fields. A summarised field takes 1256 bytes of a footer.
+constexpr std::array<MessageTableLayout, 4> LAYOUTS = {
+    {{2, 4, 0, 0}, {3, 4, 0, 2}, {2, 5, 1, 1}, {4, 2, 0, 0}},
+};
+
+struct Collector {
+    Messages* messages;
+    std::size_t most;
+};
+
+void add(Messages* messages, std::size_t most, Message message) {
+    require(messages->list.size() < most, "more messages are delivered than the file can hold");
+    messages->list.push_back(std::move(message));
+}
+
+ErrorCode collect(std::int32_t*, void* context, const BlockSummary* summary, const MessageMetadata* metadata,
+                  const StringField* strings, std::int32_t stringCount, const NumericValue* numbers,
+                  std::int32_t numberCount) {
+    const auto* collector = static_cast<Collector*>(context);
+    if (summary == nullptr) {
+        add(collector->messages, collector->most, messageOf(*metadata, strings, stringCount, numbers, numberCount));
+    }
+    return NO_ERROR;
+}
+
+bool sameMetadata(const MessageMetadata& left, const MessageMetadata& right) {
+    return left.uniformId == right.uniformId && left.seqNum == right.seqNum && left.prevSeqNum == right.prevSeqNum &&
+           left.connMsgId == right.connMsgId && left.timestamp == right.timestamp && left.msgType == right.msgType &&
+           left.isPossDupFlag == right.isPossDupFlag && left.isOutOfSequence == right.isOutOfSequence;
+}
+
+bool sameNumber(const NumericValue& left, const NumericValue& right) {
+    return left.type == right.type && (left.type == NumericType::absent || left.longValue == right.longValue);
+}
+
+NumericValue numberFrom(Input* input) {
+    switch (input->below(4)) {
+        case 0:
+            return {};
+        case 1:
+            return numericValue_ofDouble(input->number<double>());
+        case 2:
+            return numericValue_ofDouble(input->smallOrAny() / 2.0);
+        default:
+            return numericValue_ofLong(input->smallOrAny());
+    }
+}
+
+// Ids of all classes, near the ends of their ranges, or any id.
+std::int32_t idFrom(Input* input) {
+    const std::int32_t messageClass = input->below(MESSAGE_CLASS_COUNT + 1);
+    const std::int32_t offset = input->smallOrAny();
+    const auto known = static_cast<MessageClass>(messageClass);
+    const std::int32_t base = offset < 0 ? connMsgClassLastId(known) : connMsgClassFirstId(known);
+    const auto wrapped = static_cast<std::uint32_t>(base) + static_cast<std::uint32_t>(offset);
+    return messageClass == MESSAGE_CLASS_COUNT ? offset : static_cast<std::int32_t>(wrapped);
+}
+
+// Asks for every field of the current message, and for the ones just outside.
+void askForFields(const MessageTableIterator* iterator, const MessageTableLayout& layout) {
+    StringField text;
+    for (std::int32_t i = -1; i <= layout.stringFieldCount + 1; ++i) {
+        const ErrorCode code = mtIterator_getStringField(iterator, i, &text);
+        require((code == NO_ERROR) == (i >= 0 && i <= layout.stringFieldCount), "a text has a wrong index");
+    }
+    const std::int32_t last = layout.numericFieldCount + PSEUDO_OUT_OF_SEQUENCE;
+    for (std::int32_t i = -1; i <= last + 1; ++i) {
+        double asDouble = 0;
+        std::int64_t asLong = 0;
+        const ErrorCode code = mtIterator_getNumericFieldAsDouble(iterator, i, &asDouble);
+        require(code == mtIterator_getNumericFieldAsLong(iterator, i, &asLong), "a number has two codes");
+        require((code == NO_ERROR) == (i >= 0 && i <= last), "a number has a wrong index");
+    }
+    mtIterator_getWireMessage(iterator);
+    mtIterator_getNonMetadataFields(iterator);
+}
+
+}  // namespace
+
+std::span<const MessageTableLayout> layouts() {
+    return LAYOUTS;
+}
+
+MessageTablePtr createTable(const MessageTableLayout& layout, const std::string& name) {
+    KSVTboTableConfig* config = tableConfig_create(name.c_str(), 1);
+    requireSuccess(tableConfig_setPath(config, 0, ROOT), "a path");
+    for (std::int32_t i = BUILT_IN_STRING_FIELDS; i < layout.stringFieldCount; ++i) {
+        tableConfig_addStringFieldName(config, "S");
+    }
+    for (std::int32_t i = 0; i < layout.numericFieldCount; ++i) {
+        tableConfig_addNumericFieldName(config, i == 0 ? "Price" : "N");
+    }
+    requireSuccess(tableConfig_setParams(config, &layout, nullptr), "a layout");
+    MessageTablePtr table(mt_create(config));
+    require(table != nullptr, "a table of a possible layout is not created");
+    return table;
+}
+
+bool Message::operator==(const Message& other) const {
+    return sameMetadata(metadata, other.metadata) && strings == other.strings &&
+           std::equal(numbers.begin(), numbers.end(), other.numbers.begin(), other.numbers.end(), sameNumber);
+}
+
+Message messageOf(const MessageMetadata& metadata, const StringField* strings, std::int32_t stringCount,
+                  const NumericValue* numbers, std::int32_t numberCount) {
+    Message message;
+    message.metadata = metadata;
+    for (std::int32_t i = 0; i < stringCount; ++i) {
+        message.strings.emplace_back(stringField_bytes(strings[i]));
+    }
+    message.numbers.assign(numbers, numbers + numberCount);
+    return message;
+}
+
+Message messageOf(const DecodedMessage& message, const MessageTableLayout& layout) {
+    return messageOf(message.metadata, message.stringFields.data(), layout.stringFieldCount,
+                     message.numericFields.data(), layout.numericFieldCount);
+}
+
+std::vector<StringField> fieldsOf(const Message& message) {
+    std::vector<StringField> fields;
+    for (const std::string& text : message.strings) {
+        fields.push_back({text.data(), static_cast<std::int32_t>(text.size())});
+    }
+    return fields;
+}
+
+Message messageFrom(Input* input, const MessageTableLayout& layout) {
+    Message message;
+    MessageMetadata& metadata = message.metadata;
+    metadata.uniformId = input->smallOrAny();
+    metadata.seqNum = input->smallOrAny();
+    metadata.prevSeqNum = input->smallOrAny();
+    metadata.connMsgId = idFrom(input);
+    metadata.timestamp = input->smallOrAny();
+    const std::string type = input->text(MSG_TYPE_LENGTH);
+    std::strncpy(metadata.msgType.data(), type.c_str(), MSG_TYPE_LENGTH);
+    metadata.isPossDupFlag = input->flag() ? 1 : 0;
+    metadata.isOutOfSequence = input->flag() ? 1 : 0;
+    for (std::int32_t i = 0; i < layout.numericFieldCount; ++i) {
+        message.numbers.push_back(numberFrom(input));
+    }
+    for (std::int32_t i = 0; i < layout.stringFieldCount; ++i) {
+        message.strings.push_back(input->text(24));
+    }
+    return message;
+}
+
+Message simpleMessage(std::int32_t n, const MessageTableLayout& layout) {
+    Message message;
+    message.metadata.uniformId = n;
+    message.metadata.seqNum = n;
+    message.metadata.connMsgId = n;
+    message.metadata.timestamp = n;
+    message.metadata.msgType[0] = 'D';
+    message.numbers.assign(static_cast<std::size_t>(layout.numericFieldCount), numericValue_ofLong(n));
+    for (std::int32_t i = 0; i < layout.stringFieldCount; ++i) {
+        message.strings.push_back(i % 2 == 0 ? "f" + std::to_string(n) + '\0' : "");
+    }
+    return message;
+}
+
+ErrorCode writeMessage(MessageTable* table, const Message& message) {
+    const std::vector<StringField> fields = fieldsOf(message);
+    return mt_writeMessage(table, &message.metadata, fields.data(), static_cast<std::int32_t>(fields.size()),
+                           message.numbers.data(), static_cast<std::int32_t>(message.numbers.size()));
+}
+
+Messages readByIterator(MessageTable* table, QueryConditionsPtr conditions, std::size_t most) {
+    Messages messages;
+    const MessageTableIteratorPtr iterator(mtIterator_open(table, conditions.release()));
+    if (iterator == nullptr) {
+        messages.code = CONSISTENCY_ERROR;
+        return messages;
+    }
+    const MessageTableLayout& layout = table->header.layout;
+    bool end = false;
+    for (;;) {
+        messages.code = mtIterator_next(iterator.get(), &end);
+        if (messages.code != NO_ERROR || end) {
+            return messages;
+        }
+        askForFields(iterator.get(), layout);
+        add(&messages, most,
+            messageOf(mtIterator_getMetadata(iterator.get()), mtIterator_getStringValues(iterator.get()),
+                      layout.stringFieldCount, mtIterator_getNumericValues(iterator.get()), layout.numericFieldCount));
+    }
+}
+
+Messages readAll(MessageTable* table, bool backward, std::size_t most) {
+    QueryConditionsPtr conditions(conditions_create());
+    conditions_setIterateBackward(conditions.get(), backward);
+    return readByIterator(table, std::move(conditions), most);
+}
+
+Messages readByWalk(MessageTable* table, bool backward, std::size_t most) {
+    Messages messages;
+    Collector collector{&messages, most};
+    const MessageFramesPtr reader(mfr_create(table->storage.get(), &table->header.layout));
+    mfr_resetAll(reader.get());
+    messages.code = backward ? mfr_readBackward(reader.get(), mt_openBlockStart(table), collect, &collector)
+                             : mfr_readForward(reader.get(), table->storage->headerSize, collect, &collector);
+    return messages;
+}
+
+bool beginsWith(const std::vector<Message>& whole, const std::vector<Message>& part) {
+    return part.size() <= whole.size() && std::equal(part.begin(), part.end(), whole.begin());
+}
+
+}  // namespace tabulo::fuzz

@@ -1,0 +1,69 @@
+// The message tables of the fuzz targets: a few layouts with small footers, and their messages read back.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "fuzz/input.h"
+#include "messagetable/frame.h"
+#include "messagetable/message_table.h"
+#include "query/query_conditions.h"
+
+namespace tabulo::fuzz {
+
+inline constexpr const char* ROOT = "m/";
+inline constexpr const char* TABLE_NAME = "t";
+inline constexpr const char* TABLE_PATH = "m/t";
+
+// The layouts that inputs choose from by number.
+std::span<const MessageTableLayout> layouts();
+
+struct MessageTableDeleter {
+    void operator()(MessageTable* table) const noexcept { mt_destroy(table); }
+};
+using MessageTablePtr = std::unique_ptr<MessageTable, MessageTableDeleter>;
+
+// A table of that layout which is not open yet.
+MessageTablePtr createTable(const MessageTableLayout& layout, const std::string& name = TABLE_NAME);
+
+// A message that owns its texts. A text of length 0 is an absent field.
+struct Message {
+    MessageMetadata metadata;
+    std::vector<std::string> strings;
+    std::vector<NumericValue> numbers;
+
+    bool operator==(const Message& other) const;
+};
+
+Message messageOf(const MessageMetadata& metadata, const StringField* strings, std::int32_t stringCount,
+                  const NumericValue* numbers, std::int32_t numberCount);
+Message messageOf(const DecodedMessage& message, const MessageTableLayout& layout);
+// The string fields of a message, borrowed from it.
+std::vector<StringField> fieldsOf(const Message& message);
+// A message whose every field the input decides; numbers are mostly small.
+Message messageFrom(Input* input, const MessageTableLayout& layout);
+// The n-th of some simple messages.
+Message simpleMessage(std::int32_t n, const MessageTableLayout& layout);
+ErrorCode writeMessage(MessageTable* table, const Message& message);
+
+// Messages in the order in which they came, and what ended them.
+struct Messages {
+    ErrorCode code = NO_ERROR;
+    std::vector<Message> list;
+};
+
+// All messages that an iterator with these conditions delivers. More than `most` end the process: nothing may be
+// delivered for ever.
+Messages readByIterator(MessageTable* table, QueryConditionsPtr conditions, std::size_t most);
+// The same without conditions, in either direction.
+Messages readAll(MessageTable* table, bool backward, std::size_t most);
+// As readAll, by the walk that readMessages uses.
+Messages readByWalk(MessageTable* table, bool backward, std::size_t most);
+
+// True when `whole` begins with all of `part`.
+bool beginsWith(const std::vector<Message>& whole, const std::vector<Message>& part);
+
+}  // namespace tabulo::fuzz
