@@ -1,4 +1,8 @@
-# Compiles tests/java against JUnit 5 from Debian's packages; every *Test.java becomes one test.
+# Compiles tests/java against JUnit 5 from Debian's packages; every *Test.java becomes one test. A library that is built with
+# sanitizers is tested with them inside the virtual machine.
+set(TABULO_JAVA_TESTS "." CACHE STRING "Which Java tests to run: a regular expression for the names of their classes")
+set(usual_timeout 300)  # seconds
+
 set(junit_directory /usr/share/java)
 
 # What the tests are compiled against, and what the launcher needs besides at run time. Debian's jars name others that they
@@ -22,6 +26,23 @@ endfunction()
 tabulo_junit_jars(api_jars ${junit_api})
 tabulo_junit_jars(launcher_jars ${junit_launcher})
 
+# What has to be loaded before everything else for a sanitized library, which the java program knows nothing of. With
+# libstdc++ AddressSanitizer finds the functions that throw, which it wraps.
+set(preload_options "")
+if(CMAKE_CXX_FLAGS MATCHES "-fsanitize=[^ ]*address")
+    if(NOT CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+        message(FATAL_ERROR "Java tests of a library with AddressSanitizer need g++: turn TABULO_JAVA off")
+    endif()
+    foreach(name asan ubsan stdc++)
+        execute_process(COMMAND ${CMAKE_CXX_COMPILER} -print-file-name=lib${name}.so
+            OUTPUT_VARIABLE library OUTPUT_STRIP_TRAILING_WHITESPACE COMMAND_ERROR_IS_FATAL ANY)
+        if(NOT IS_ABSOLUTE ${library})
+            message(FATAL_ERROR "${CMAKE_CXX_COMPILER} has no lib${name}.so")
+        endif()
+        list(APPEND preload_options --preload ${library})
+    endforeach()
+endif()
+
 tabulo_java(tests ${PROJECT_SOURCE_DIR}/tests/java OUTPUT ${TABULO_JAVA_DIRECTORY}/tests.stamp
     CLASSPATH ${TABULO_JAR} ${api_jars} DEPENDS ${TABULO_JAR})
 
@@ -37,12 +58,19 @@ if(TARGET java_tests AND TARGET tabulo)
         string(REGEX REPLACE "\\.java$" "" test_class ${test_file})
         string(REPLACE "/" "." test_class ${test_class})
         string(REGEX REPLACE ".*\\." "" short_name ${test_class})
+        if(NOT short_name MATCHES "${TABULO_JAVA_TESTS}")
+            continue()
+        endif()
         tabulo_script_test(java/${short_name} ${scripts}/java_tests.py
             --java ${TABULO_JAVA_RUNTIME}
             --classpath ${run_path}
             --library $<TARGET_FILE:tabulo>
             --source-directory ${PROJECT_SOURCE_DIR}
             --work-directory ${TABULO_TEST_WORK}/java/${test_class}
+            ${preload_options}
             ${test_class})
+        if(TABULO_TEST_TIMEOUT GREATER usual_timeout)
+            set_tests_properties(${TABULO_TEST_PREFIX}java/${short_name} PROPERTIES TIMEOUT ${TABULO_TEST_TIMEOUT})
+        endif()
     endforeach()
 endif()

@@ -3,6 +3,9 @@
 The run fails when a test fails, when no test ran, when the virtual machine ends in another way than by itself, and when it
 complains about a JNI call of the library. Complaints about native code of the virtual machine's own are shown but do not
 count: nothing in this tree could answer them.
+
+A library that was built with sanitizers needs their run-time libraries before everything else in the process: --preload names
+them. What they report, in the virtual machine or in one that a test starts, fails the run.
 """
 
 import argparse
@@ -17,6 +20,14 @@ _COMPLAINTS = (
     re.compile(r"WARNING: JNI local refs: \d+, exceeds capacity"),
     re.compile(r"Warning: Calling other JNI functions in the scope of"),
 )
+_SANITIZERS = re.compile(r"(ERROR: AddressSanitizer|runtime error): ?.*")
+# Signals are the virtual machine's, it works with them. Its memory cannot be searched for leaks, and it never gives its own
+# back; a huge allocation gives null as it does without a sanitizer.
+_ASAN_OPTIONS = ("handle_segv=0:handle_sigbus=0:handle_sigfpe=0:handle_sigill=0:allow_user_segv_handler=1:use_sigaltstack=0:"
+                 "detect_leaks=0:abort_on_error=1:allocator_may_return_null=1:max_allocation_size_mb=512")
+# Faults of the virtual machine's own: it names a library for its event log after the library is unloaded.
+_SUPPRESSIONS = "interceptor_via_fun:os::dll_unload\n"
+_UBSAN_OPTIONS = "print_stacktrace=1:abort_on_error=1"
 _FRAME = re.compile(r"\s+at (\S+)\((.*)\)")
 _CLASS_OF_A_MODULE = re.compile(r"(java|jdk)\.[a-z.]+@")
 _COUNT = re.compile(r"^\[\s*(\d+) tests (successful|failed)\s*\]", re.MULTILINE)
@@ -41,6 +52,19 @@ def jni_complaints(output):
     return found
 
 
+def sanitizer_reports(output):
+    """The first line of each report of a sanitizer."""
+    return [report.group(0) for report in _SANITIZERS.finditer(output)]
+
+
+def environment(preloaded, suppressions, inherited):
+    """The environment of a virtual machine into which libraries are loaded first; the inherited one without any."""
+    if not preloaded:
+        return dict(inherited)
+    return {**inherited, "LD_PRELOAD": ":".join(preloaded), "ASAN_OPTIONS": f"{_ASAN_OPTIONS}:suppressions={suppressions}",
+            "UBSAN_OPTIONS": _UBSAN_OPTIONS}
+
+
 def problems(output, status):
     """Everything that makes the run a failure, in sentences."""
     counts = {what: int(number) for number, what in _COUNT.findall(output)}
@@ -56,13 +80,14 @@ def problems(output, status):
     if counts.get("successful", 0) == 0:
         found.append("No test ran to a good end.")
     found += [f"-Xcheck:jni complains: {complaint}" for complaint in jni_complaints(output)]
+    found += [f"A sanitizer reports: {report}" for report in sanitizer_reports(output)]
     return found
 
 
-def run(command, work_directory):
+def run(command, work_directory, variables):
     """Runs the command and gives its status and its output, which is also shown line by line while it comes."""
     output = []
-    with subprocess.Popen(command, cwd=work_directory, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
+    with subprocess.Popen(command, cwd=work_directory, env=variables, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
                           stderr=subprocess.STDOUT) as process:
         for line in process.stdout:
             output.append(line.decode("utf-8", errors="replace"))
@@ -77,18 +102,22 @@ def main():
     parser.add_argument("--library", dest="native_library", required=True)
     parser.add_argument("--source-directory", required=True)
     parser.add_argument("--work-directory", required=True)
+    parser.add_argument("--preload", action="append", default=[], help="a library to be loaded before all others")
     parser.add_argument("test_class")
     arguments = parser.parse_args()
 
     shutil.rmtree(arguments.work_directory, ignore_errors=True)
     os.makedirs(arguments.work_directory)
+    suppressions = os.path.join(arguments.work_directory, "suppressions")
+    with open(suppressions, "w", encoding="utf-8") as file:
+        file.write(_SUPPRESSIONS)
     command = [
         arguments.java, "-Xcheck:jni", "-XX:-CreateCoredumpOnCrash", "-Dfile.encoding=UTF-8",
         f"-Dtabulo.nativeLibrary={arguments.native_library}", f"-Dtabulo.sourceDirectory={arguments.source_directory}",
         "-cp", arguments.classpath, "org.junit.platform.console.ConsoleLauncher",
         "--disable-banner", "--disable-ansi-colors", "--details=tree", "--select-class", arguments.test_class,
     ]
-    status, output = run(command, arguments.work_directory)
+    status, output = run(command, arguments.work_directory, environment(arguments.preload, suppressions, os.environ))
     found = problems(output, status)
     for problem in found:
         print(f"{arguments.test_class}: {problem}")

@@ -39,6 +39,20 @@ class JavaTestsTest(unittest.TestCase):
                              java_tests.problems(f"half a line {complaint}\n{OUR_FRAME}{GOOD}".replace("half a line ", ""), 0))
             self.assertEqual(1, len(java_tests.problems(f"half a line {complaint}\n{OUR_FRAME}{GOOD}", 0)))
 
+    def test_a_report_of_a_sanitizer_is_a_problem_wherever_it_stands(self):
+        for report in ("ERROR: AddressSanitizer: heap-use-after-free on address 0x602000000010 at pc 0x7f00",
+                       "runtime error: signed integer overflow: 2147483647 + 1 cannot be represented in type 'int'"):
+            self.assertEqual([f"A sanitizer reports: {report}"],
+                             java_tests.problems(f"==4711=={report}\n    #0 0x7f00 in f\n{GOOD}", 0))
+
+    def test_the_environment_changes_only_where_libraries_are_preloaded(self):
+        self.assertEqual({"PATH": "/bin"}, java_tests.environment([], "/s", {"PATH": "/bin"}))
+        preloaded = java_tests.environment(["/lib/a.so", "/lib/b.so"], "/s", {"PATH": "/bin"})
+        self.assertEqual("/lib/a.so:/lib/b.so", preloaded["LD_PRELOAD"])
+        self.assertEqual("/bin", preloaded["PATH"])
+        self.assertIn("handle_segv=0", preloaded["ASAN_OPTIONS"])
+        self.assertIn(":suppressions=/s", preloaded["ASAN_OPTIONS"])
+
     def test_a_complaint_without_a_stack_counts(self):
         self.assertEqual(1, len(java_tests.problems(f"FATAL ERROR in native method: x\n{GOOD}", 0)))
 

@@ -101,6 +101,10 @@ final class ChildJvm implements AutoCloseable {
         return process.pid();
     }
 
+    boolean isAlive() {
+        return process.isAlive();
+    }
+
     /** The next line of standard output; null at its end. */
     String nextLine() throws InterruptedException {
         String line = output.poll(TIMEOUT_SECONDS, TimeUnit.SECONDS);

@@ -6,67 +6,32 @@ import static org.junit.jupiter.api.Assertions.assertTrue;
 
 import com.corvane.kestrova.engine.tabulo.IKSVTboMessageListener;
 import com.corvane.util.log.ILogger;
-import java.io.File;
 import java.io.IOException;
-import java.lang.management.ManagementFactory;
 import java.lang.ref.WeakReference;
 import java.nio.file.Files;
 import java.nio.file.Path;
 import java.util.List;
-import java.util.Objects;
-import java.util.regex.Matcher;
-import java.util.regex.Pattern;
-import javax.management.JMException;
-import javax.management.ObjectName;
 import org.junit.jupiter.api.Test;
 
 /** What is taken is given back: descriptors, references into Java, memory. */
 class ResourceLeakTest extends OnTables {
-    private static final Pattern GLOBAL_REFERENCES = Pattern.compile("JNI global refs: (\\d+)");
     private static final int ALLOWED_GROWTH = 8 * 1024;  // KiB, so that 30 KiB lost in each read are found
     private static final int ALLOWED_NOISE = 20;  // of the virtual machine's own
     private static final int MANY = 2000;
 
-    private static int descriptors() {
-        return Objects.requireNonNull(new File("/proc/self/fd").list()).length;
-    }
-
-    /** The number of global references that native code holds, as the virtual machine counts them. */
-    private static int globalReferences() {
-        try {
-            String dump = (String) ManagementFactory.getPlatformMBeanServer().invoke(
-                    new ObjectName("com.sun.management:type=DiagnosticCommand"), "threadPrint",
-                    new Object[] {new String[0]}, new String[] {String[].class.getName()});
-            Matcher matcher = GLOBAL_REFERENCES.matcher(dump);
-            assertTrue(matcher.find(), "the virtual machine counts its global references");
-            return Integer.parseInt(matcher.group(1));
-        } catch (JMException failed) {
-            throw new AssertionError(failed);
-        }
-    }
-
-    private static int residentKibibytes() throws IOException {
-        for (String line : Files.readAllLines(Path.of("/proc/self/status"))) {
-            if (line.startsWith("VmRSS:")) {
-                return Integer.parseInt(line.replaceAll("\\D", ""));
-            }
-        }
-        throw new AssertionError("the process has no VmRSS");
-    }
-
     /** Runs once to settle, then many times more; nothing may be held afterwards that was not held before. */
     private static void assertNothingIsKept(int times, Runnable body) {
-        globalReferences();
+        TestRun.globalReferences();
         for (int i = 0; i < 3; ++i) {
             body.run();
         }
-        int descriptors = descriptors();
-        int references = globalReferences();
+        int descriptors = TestRun.descriptors();
+        int references = TestRun.globalReferences();
         for (int i = 0; i < times; ++i) {
             body.run();
         }
-        int keptDescriptors = descriptors() - descriptors;
-        int keptReferences = globalReferences() - references;
+        int keptDescriptors = TestRun.descriptors() - descriptors;
+        int keptReferences = TestRun.globalReferences() - references;
         assertTrue(keptDescriptors < ALLOWED_NOISE, () -> keptDescriptors + " descriptors are kept");
         assertTrue(keptReferences < ALLOWED_NOISE, () -> keptReferences + " global references are kept");
     }
@@ -166,12 +131,12 @@ class ResourceLeakTest extends OnTables {
             int before = 0;
             for (int i = 0; i < 400; ++i) {
                 if (i == 100) {
-                    before = residentKibibytes();
+                    before = TestRun.residentKibibytes();
                 }
                 Natives.readMessages(handle, ids, -1, counting);
             }
             System.out.println("read " + total[0]);
-            System.out.println("grown " + (residentKibibytes() - before));
+            System.out.println("grown " + (TestRun.residentKibibytes() - before));
             Natives.free(handle);
         }
     }
