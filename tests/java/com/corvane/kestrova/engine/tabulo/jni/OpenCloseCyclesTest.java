@@ -103,7 +103,8 @@ class OpenCloseCyclesTest {
             for (int i = 0; i < SETTLED; ++i) {
                 cycles.cycle(false);
             }
-            int descriptors = TestRun.descriptors();
+            Path directory = Path.of(arguments[0]);
+            int descriptors = TestRun.descriptorsBelow(directory);
             int references = TestRun.globalReferences();
             int resident = TestRun.residentKibibytes();
             for (int i = SETTLED; i < total; ++i) {
@@ -115,7 +116,7 @@ class OpenCloseCyclesTest {
             JNITboLibLoader.uninitLibrary();
             System.out.println("handed over " + cycles.handedOver.size());
             System.out.println("still held " + cycles.stillHeld());
-            System.out.println("descriptors " + (TestRun.descriptors() - descriptors));
+            System.out.println("descriptors " + (TestRun.descriptorsBelow(directory) - descriptors));
             System.out.println("references " + (TestRun.globalReferences() - references));
             System.out.println("grown " + (TestRun.residentKibibytes() - resident));
         }

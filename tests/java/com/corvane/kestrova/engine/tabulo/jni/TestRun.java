@@ -4,6 +4,7 @@ import java.io.File;
 import java.io.IOException;
 import java.lang.management.ManagementFactory;
 import java.nio.file.Files;
+import java.nio.file.NoSuchFileException;
 import java.nio.file.Path;
 import java.util.Objects;
 import java.util.concurrent.ThreadLocalRandom;
@@ -54,6 +55,20 @@ final class TestRun {
 
     static int descriptors() {
         return Objects.requireNonNull(new File("/proc/self/fd").list()).length;
+    }
+
+    /** The descriptors of files below a directory; the virtual machine opens others whenever it likes. */
+    static int descriptorsBelow(Path directory) throws IOException {
+        Path real = directory.toRealPath();
+        int count = 0;
+        for (String descriptor : Objects.requireNonNull(new File("/proc/self/fd").list())) {
+            try {
+                count += Files.readSymbolicLink(Path.of("/proc/self/fd", descriptor)).startsWith(real) ? 1 : 0;
+            } catch (NoSuchFileException closed) {
+                // it was the one that listed the others
+            }
+        }
+        return count;
     }
 
     /** The number of global references that native code holds, as the virtual machine counts them. */
