@@ -24,6 +24,7 @@ struct Recovery {
     MessageFramesPtr frames;  // scratch
     ByteStreamPtr header;     // the file's beginning, or the header rebuilt from the configuration
     bool headerRebuilt = false;
+    bool writtenBeforeStart = false;  // as the file was found
     std::int64_t headerEnd = 0;
     std::int64_t position = 0;  // start of the block at hand
 
@@ -259,8 +260,9 @@ ErrorCode writeHeaderAndCut(Recovery* recovery) {
     if (code == NO_ERROR && recovery->fileSize() != dataEnd) {
         code = FILE_TRUNCATE_ERROR;
     }
-    if (code == NO_ERROR) {
-        // Else what was cut could come back behind or around what is written next, when the power is lost.
+    if (code == NO_ERROR && recovery->writtenBeforeStart) {
+        // Else what was cut could come back around what is written next, when the power is lost again. Without a loss
+        // of power only torn frames are cut, and there may be much that the system has not written yet.
         tableFileCommit(recovery->file);
     }
     return code;
@@ -289,6 +291,7 @@ ErrorCode mtX_recover(MessageTable* table, TableFile* file) noexcept {
     Recovery recovery;
     recovery.table = table;
     recovery.file = file;
+    recovery.writtenBeforeStart = tableFileWrittenBeforeStart(file);
     recovery.header.reset(byteStream_create(MAX_HEADER_SIZE));
     recovery.frames.reset(mfr_create(table->storage.get(), &table->header.layout));
     if (recovery.header == nullptr || recovery.frames == nullptr) {
