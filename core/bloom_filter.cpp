@@ -98,6 +98,19 @@ std::int32_t bloomFilter_mayContain(const BloomFilter* filter, std::string_view 
     return 1;
 }
 
+bool bloomFilter_storedMayContain(const std::uint8_t* stored, std::string_view key) noexcept {
+    const std::uint8_t* words = stored + sizeof(std::uint32_t);
+    for (const std::uint32_t hash : hashesOf(keyOf(key))) {
+        const std::uint32_t bit = bitOf(hash, BLOOM_FILTER_BITS);
+        std::uint32_t word = 0;
+        std::memcpy(&word, words + bit / 32 * sizeof(word), sizeof(word));
+        if ((word & (1U << (bit % 32))) == 0) {
+            return false;
+        }
+    }
+    return true;
+}
+
 ErrorCode bloomFilter_write(const BloomFilter* filter, KSVByteStream* stream) noexcept {
     std::int32_t byteCount = 0;
     const std::uint32_t* words = bloomFilter_bits(filter, &byteCount);

@@ -20,6 +20,8 @@
 namespace tabulo {
 
 inline constexpr std::uint32_t BLOOM_FILTER_BITS = 10000;
+// Bytes of the stored form of a filter of BLOOM_FILTER_BITS bits.
+inline constexpr std::int32_t BLOOM_FILTER_STORED_SIZE = 4 + (10000 + 31) / 32 * 4;
 
 struct BloomFilter {
     std::uint32_t bitCount = 0;
@@ -46,6 +48,9 @@ const std::uint32_t* bloomFilter_bits(const BloomFilter* filter, std::int32_t* b
 void bloomFilter_add(BloomFilter* filter, std::string_view key) noexcept;
 // 1 when all seven bits of the key are set, else 0.
 std::int32_t bloomFilter_mayContain(const BloomFilter* filter, std::string_view key) noexcept;
+// The same of a filter in its stored form, whose bitCount the caller has found to be BLOOM_FILTER_BITS. `stored` needs no
+// alignment.
+bool bloomFilter_storedMayContain(const std::uint8_t* stored, std::string_view key) noexcept;
 
 // Appends the stored form. The result is the stream's error (STREAM_EXTENSION_ERROR when it cannot grow).
 ErrorCode bloomFilter_write(const BloomFilter* filter, KSVByteStream* stream) noexcept;

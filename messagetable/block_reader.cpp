@@ -1,5 +1,7 @@
 #include "messagetable/block_reader.h"
 
+#include <cstring>
+
 #include "storage/byte_stream_file.h"
 
 namespace tabulo {
@@ -16,17 +18,37 @@ ErrorCode readLengthWord(TableFile* file, std::int64_t offset, std::uint64_t* le
     return count == BLOCK_LENGTH_SIZE ? NO_ERROR : NO_DATA_ERROR;
 }
 
-ErrorCode readFooter(MessageFrames* mfr, TableFile* file, std::int64_t blockStart, std::uint64_t length) {
+// The footer that ends at `end`, alone in the stream. With `ahead` the length word behind it is read along, if it is
+// there.
+ErrorCode readFooterBytes(MessageFrames* mfr, TableFile* file, std::int64_t end, bool ahead) {
     KSVByteStream* stream = mfr->stream.get();
-    const std::int64_t offset = blockStart + static_cast<std::int64_t>(length) - mfr->footerSize;
-    const ErrorCode code = byteStream_readFromFileAt(stream, file, offset, mfr->footerSize);
+    const std::int64_t offset = end - mfr->footerSize;
+    const std::int32_t behind = ahead && tableFileCachedSize(file) - end >= BLOCK_LENGTH_SIZE ? BLOCK_LENGTH_SIZE : 0;
+    mfr->summary.storedFilters = nullptr;
+    mfr->nextBlockStart = 0;
+    const ErrorCode code = byteStream_readFromFileAt(stream, file, offset, mfr->footerSize + behind);
     if (code != NO_ERROR) {
         return code;
     }
-    if (byteStream_unread(stream) != mfr->footerSize) {
+    if (byteStream_unread(stream) < mfr->footerSize) {
         return HEADER_CORRUPTED_ERROR;
     }
-    return blockSummary_readFooter(&mfr->summary, mfr->layout, stream, length);
+    if (byteStream_unread(stream) == mfr->footerSize + BLOCK_LENGTH_SIZE) {
+        mfr->nextBlockStart = end;
+        std::memcpy(&mfr->nextBlockLength, byteStream_buffer(stream) + mfr->footerSize, BLOCK_LENGTH_SIZE);
+    }
+    byteStream_resetWrite(stream, mfr->footerSize);
+    return NO_ERROR;
+}
+
+ErrorCode takeFooter(MessageFrames* mfr, std::uint64_t length, BlockView* block) {
+    const ErrorCode code = blockSummary_readFooter(&mfr->summary, mfr->layout, mfr->stream.get(), length);
+    if (code == NO_ERROR) {
+        block->closed = true;
+        block->messageCount = mfr->summary.messageCount;
+        block->frameBytes = static_cast<std::int64_t>(mfr->summary.frameBytes);
+    }
+    return code;
 }
 
 // The size is asked again only when the cached one cannot hold the block: another process may have appended it.
@@ -39,6 +61,41 @@ ErrorCode hasBlock(MessageFrames* mfr, TableFile* file, std::int64_t blockStart,
     const ErrorCode code = tableFileGetSize(file, &size);
     *there = code == NO_ERROR && mfr_isBlockLength(mfr, length, size - blockStart);
     return code;
+}
+
+// The closed block of this length, from its footer, and the length word behind it.
+ErrorCode readClosedBlock(MessageFrames* mfr, TableFile* file, std::uint64_t length, BlockView* block) {
+    bool there = false;
+    ErrorCode code = hasBlock(mfr, file, block->start, length, &there);
+    if (code != NO_ERROR) {
+        return code;
+    }
+    if (!there) {
+        return HEADER_CORRUPTED_ERROR;
+    }
+    code = readFooterBytes(mfr, file, block->start + static_cast<std::int64_t>(length), true);
+    return code == NO_ERROR ? takeFooter(mfr, length, block) : code;
+}
+
+// Adds the frames from the cursor on to the summary, until the block is full or no complete frame stands there.
+ErrorCode addFrames(MessageFrames* mfr, FrameCursor* cursor, ErrorCode* scanEnd) {
+    *scanEnd = NO_ERROR;
+    DecodedMessage message;
+    while (mfr->summary.messageCount < mfr->layout.messagesPerBlock) {
+        const ErrorCode code = frameCursor_next(cursor, &message);
+        if (code == NO_DATA_ERROR || code == CONSISTENCY_ERROR) {
+            *scanEnd = code;
+            return NO_ERROR;
+        }
+        if (code != NO_ERROR) {
+            return code;
+        }
+        blockSummary_add(&mfr->summary, mfr->layout, message.metadata, message.stringFields.data(),
+                         message.numericFields.data(), message.frameLength);
+        mfr->lastScanned = message.metadata;
+        mfr->lastScannedLength = message.frameLength;
+    }
+    return NO_ERROR;
 }
 
 ErrorCode scanOpenBlock(MessageFrames* mfr, TableFile* file, BlockView* block) {
@@ -78,65 +135,70 @@ bool mfr_isBlockLength(const MessageFrames* mfr, std::uint64_t length, std::int6
 ErrorCode mfr_scanFrames(MessageFrames* mfr, TableFile* file, std::int64_t framesStart, std::int64_t end,
                          ErrorCode* scanEnd) noexcept {
     mfr_reset(mfr, true);
-    *scanEnd = NO_ERROR;
     FrameCursor cursor = frameCursor_forward(mfr, file, framesStart, end, SCAN_PIECE_SIZE);
+    return addFrames(mfr, &cursor, scanEnd);
+}
+
+ErrorCode mfr_continueScan(MessageFrames* mfr, TableFile* file, std::int64_t framesStart, std::int64_t end,
+                           ErrorCode* scanEnd, bool* same) noexcept {
+    const std::int64_t scanned = framesStart + static_cast<std::int64_t>(mfr->summary.frameBytes);
+    FrameCursor cursor = frameCursor_forward(mfr, file, scanned - mfr->lastScannedLength, end, SCAN_PIECE_SIZE);
     DecodedMessage message;
-    while (mfr->summary.messageCount < mfr->layout.messagesPerBlock) {
-        const ErrorCode code = frameCursor_next(&cursor, &message);
-        if (code == NO_DATA_ERROR || code == CONSISTENCY_ERROR) {
-            *scanEnd = code;
-            return NO_ERROR;
-        }
-        if (code != NO_ERROR) {
-            return code;
-        }
-        blockSummary_add(&mfr->summary, mfr->layout, message.metadata, message.stringFields.data(),
-                         message.numericFields.data(), message.frameLength);
+    const ErrorCode code = frameCursor_next(&cursor, &message);
+    *same = code == NO_ERROR && cursor.position == scanned && message.metadata == mfr->lastScanned;
+    if (*same) {
+        return addFrames(mfr, &cursor, scanEnd);
     }
-    return NO_ERROR;
+    return code == CONSISTENCY_ERROR || code == NO_DATA_ERROR ? NO_ERROR : code;
 }
 
 ErrorCode mfr_readBlockFooter(MessageFrames* mfr, TableFile* file, std::int64_t blockStart, bool scanOpen,
                               BlockView* block) noexcept {
     *block = BlockView{};
     block->start = blockStart;
+    if (mfr->nextBlockStart == blockStart && mfr->nextBlockLength != 0) {
+        const ErrorCode code = readClosedBlock(mfr, file, mfr->nextBlockLength, block);
+        if (code != HEADER_CORRUPTED_ERROR && code != CONSISTENCY_ERROR) {
+            return code;
+        }
+        // Damage, or the file was cut or dropped since the word was read: the word of now decides.
+    }
     std::uint64_t length = 0;
-    ErrorCode code = readLengthWord(file, blockStart, &length);
+    const ErrorCode code = readLengthWord(file, blockStart, &length);
     if (code != NO_ERROR) {
         return code;
     }
-    if (length == 0) {
-        return scanOpen ? scanOpenBlock(mfr, file, block) : NO_DATA_ERROR;
+    if (length != 0) {
+        return readClosedBlock(mfr, file, length, block);
     }
-    bool there = false;
-    code = hasBlock(mfr, file, blockStart, length, &there);
-    if (code != NO_ERROR) {
-        return code;
-    }
-    if (!there) {
-        return HEADER_CORRUPTED_ERROR;
-    }
-    code = readFooter(mfr, file, blockStart, length);
-    if (code == NO_ERROR) {
-        block->closed = true;
-        block->messageCount = mfr->summary.messageCount;
-        block->frameBytes = static_cast<std::int64_t>(mfr->summary.frameBytes);
-    }
-    return code;
+    return scanOpen ? scanOpenBlock(mfr, file, block) : NO_DATA_ERROR;
 }
 
-ErrorCode mfr_previousBlockStart(MessageFrames* mfr, TableFile* file, std::int64_t blockEnd,
-                                 std::int64_t* blockStart) noexcept {
-    std::uint64_t length = 0;
-    const ErrorCode code = readLengthWord(file, blockEnd - BLOCK_LENGTH_SIZE, &length);
-    if (code != NO_ERROR) {
-        return code == NO_DATA_ERROR ? HEADER_CORRUPTED_ERROR : code;
-    }
-    if (!mfr_isBlockLength(mfr, length, blockEnd - mfr->storage->headerSize)) {
+ErrorCode mfr_readPreviousBlock(MessageFrames* mfr, TableFile* file, std::int64_t blockEnd, bool scanOpen,
+                                BlockView* block) noexcept {
+    *block = BlockView{};
+    block->start = blockEnd;
+    const std::int64_t available = blockEnd - mfr->storage->headerSize;
+    if (available < mfr->footerSize) {
         return HEADER_CORRUPTED_ERROR;
     }
-    *blockStart = blockEnd - static_cast<std::int64_t>(length);
-    return NO_ERROR;
+    ErrorCode code = readFooterBytes(mfr, file, blockEnd, false);
+    if (code != NO_ERROR) {
+        return code;
+    }
+    std::uint64_t length = 0;
+    std::memcpy(&length, byteStream_buffer(mfr->stream.get()) + mfr->footerSize - BLOCK_LENGTH_SIZE, BLOCK_LENGTH_SIZE);
+    if (!mfr_isBlockLength(mfr, length, available)) {
+        return HEADER_CORRUPTED_ERROR;
+    }
+    block->start = blockEnd - static_cast<std::int64_t>(length);
+    std::uint64_t leadingLength = 0;
+    code = readLengthWord(file, block->start, &leadingLength);
+    if (code != NO_ERROR || leadingLength == length) {
+        return code == NO_ERROR ? takeFooter(mfr, length, block) : code;
+    }
+    // A full block whose length word is not written yet, or damage: its beginning decides.
+    return mfr_readBlockFooter(mfr, file, block->start, scanOpen, block);
 }
 
 ErrorCode mfr_loadPreviousFooter(MessageFrames* mfr, TableFile* file, std::int64_t lastBlockEnd) noexcept {
@@ -144,17 +206,12 @@ ErrorCode mfr_loadPreviousFooter(MessageFrames* mfr, TableFile* file, std::int64
         mthStaticIndexes_init(&mfr->summary.staticIndexes);
         return NO_ERROR;
     }
-    std::int64_t blockStart = 0;
-    const ErrorCode code = mfr_previousBlockStart(mfr, file, lastBlockEnd, &blockStart);
-    if (code != NO_ERROR) {
-        return code;
-    }
     BlockView block;
-    const ErrorCode read = mfr_readBlockFooter(mfr, file, blockStart, false, &block);
-    if (read == NO_ERROR && blockView_next(block, mfr) != lastBlockEnd) {
+    const ErrorCode code = mfr_readPreviousBlock(mfr, file, lastBlockEnd, false, &block);
+    if (code == NO_ERROR && blockView_next(block, mfr) != lastBlockEnd) {
         return HEADER_CORRUPTED_ERROR;
     }
-    return read == NO_DATA_ERROR ? HEADER_CORRUPTED_ERROR : read;
+    return code == NO_DATA_ERROR ? HEADER_CORRUPTED_ERROR : code;
 }
 
 ErrorCode mfr_loadOpenBlock(MessageFrames* mfr, TableFile* file, std::int64_t lastBlockEnd, BlockView* block) noexcept {

@@ -34,8 +34,9 @@ bool mfr_isBlockLength(const MessageFrames* mfr, std::uint64_t length, std::int6
 
 // Reads the block at blockStart into the summary. NO_DATA_ERROR: fewer than 8 bytes stand there, or the block is open
 // and scanOpen is not set; with scanOpen its frames are scanned into the emptied summary (the static indexes go on from
-// what they are). HEADER_CORRUPTED_ERROR: an impossible length, or a footer that does not fit; CONSISTENCY_ERROR: an
-// unknown numeric type in a footer. FILE_READ_ERROR, SYSTEM_FILE_ERROR, OUT_OF_MEMORY_ERROR.
+// what they are). In a walk forward a closed block costs one read. HEADER_CORRUPTED_ERROR: an impossible length, or a
+// footer that does not fit; CONSISTENCY_ERROR: an unknown numeric type in a footer. FILE_READ_ERROR, SYSTEM_FILE_ERROR,
+// OUT_OF_MEMORY_ERROR.
 ErrorCode mfr_readBlockFooter(MessageFrames* mfr, TableFile* file, std::int64_t blockStart, bool scanOpen,
                               BlockView* block) noexcept;
 
@@ -45,10 +46,17 @@ ErrorCode mfr_readBlockFooter(MessageFrames* mfr, TableFile* file, std::int64_t 
 ErrorCode mfr_scanFrames(MessageFrames* mfr, TableFile* file, std::int64_t framesStart, std::int64_t end,
                          ErrorCode* scanEnd) noexcept;
 
-// The start of the closed block that ends at blockEnd, told by its trailing length. HEADER_CORRUPTED_ERROR when that is
-// impossible, FILE_READ_ERROR.
-ErrorCode mfr_previousBlockStart(MessageFrames* mfr, TableFile* file, std::int64_t blockEnd,
-                                 std::int64_t* blockStart) noexcept;
+// Goes on with a scan that has found messages: adds the frames behind them, up to `end`, and sets *same. When the
+// message that the scan added last is no longer there, the file was dropped and filled again: *same is false then and
+// nothing is added.
+ErrorCode mfr_continueScan(MessageFrames* mfr, TableFile* file, std::int64_t framesStart, std::int64_t end,
+                           ErrorCode* scanEnd, bool* same) noexcept;
+
+// Reads the block that ends at blockEnd, told by its trailing length: with two reads, of its footer and its length
+// word. A block whose length word says something else is read as mfr_readBlockFooter does. HEADER_CORRUPTED_ERROR also
+// when the trailing length is impossible.
+ErrorCode mfr_readPreviousBlock(MessageFrames* mfr, TableFile* file, std::int64_t blockEnd, bool scanOpen,
+                                BlockView* block) noexcept;
 
 // Brings the static indexes to what they were at lastBlockEnd: those of the closed block that ends there, or the
 // initial ones at the header's end.

@@ -102,6 +102,7 @@ ErrorCode blockSummary_init(BlockSummary* summary, const MessageTableLayout& lay
 void blockSummary_reset(BlockSummary* summary, bool keepStaticIndexes) noexcept {
     summary->messageCount = 0;
     summary->frameBytes = 0;
+    summary->storedFilters = nullptr;
     summary->minimum = emptyRecord(1);
     summary->maximum = emptyRecord(0);
     for (BloomFilter& filter : summary->filters) {
@@ -151,6 +152,13 @@ void blockSummary_add(BlockSummary* summary, const MessageTableLayout& layout, c
     mthStaticIndexes_update(&summary->staticIndexes, &metadata);
 }
 
+bool blockSummary_mayContain(const BlockSummary& summary, std::int32_t field, std::string_view text) noexcept {
+    if (summary.storedFilters != nullptr) {
+        return bloomFilter_storedMayContain(summary.storedFilters + field * BLOOM_FILTER_STORED_SIZE, text);
+    }
+    return bloomFilter_mayContain(&summary.filters[static_cast<std::size_t>(field)], text) != 0;
+}
+
 ErrorCode blockSummary_writeFooter(const BlockSummary* summary, const MessageTableLayout& layout,
                                    KSVByteStream* stream) noexcept {
     writeRecord(summary->minimum, layout, stream);
@@ -171,17 +179,13 @@ ErrorCode blockSummary_readFooter(BlockSummary* summary, const MessageTableLayou
     if (code != NO_ERROR) {
         return code;
     }
-    for (BloomFilter& filter : summary->filters) {
+    const std::uint8_t* storedFilters = byteStream_readPointer(stream);
+    for (std::size_t i = 0; i < summary->filters.size(); ++i) {
         std::uint32_t bitCount = 0;
-        const std::int32_t mark = byteStream_readMark(stream);
         byteStream_get(stream, &bitCount);
-        if (bitCount != BLOOM_FILTER_BITS) {
+        if (bitCount != BLOOM_FILTER_BITS ||
+            byteStream_skip(stream, BLOOM_FILTER_STORED_SIZE - static_cast<std::int32_t>(sizeof(bitCount))) < 0) {
             return HEADER_CORRUPTED_ERROR;
-        }
-        byteStream_resetRead(stream, BYTE_STREAM_FORWARD, mark);
-        code = bloomFilter_read(&filter, stream);
-        if (code != NO_ERROR) {
-            return code == OUT_OF_MEMORY_ERROR ? code : HEADER_CORRUPTED_ERROR;
         }
     }
     mthStaticIndexes indexes;
@@ -190,6 +194,7 @@ ErrorCode blockSummary_readFooter(BlockSummary* summary, const MessageTableLayou
         byteStream_unread(stream) != 0 || trailingLength != blockLength) {
         return HEADER_CORRUPTED_ERROR;
     }
+    summary->storedFilters = storedFilters;
     summary->staticIndexes = indexes;
     summary->messageCount = layout.messagesPerBlock;
     summary->frameBytes = blockLength - static_cast<std::uint64_t>(footerSize) - BLOCK_LENGTH_SIZE;

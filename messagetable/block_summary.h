@@ -49,6 +49,9 @@ struct BlockSummary {
     RangeRecord minimum;
     RangeRecord maximum;
     std::vector<BloomFilter> filters;  // one per summarised string field
+    // After a footer was read: where its filters stand, in the stream that it was read into. They are asked in place,
+    // until something else is read into that stream; `filters` know nothing of them. Null at other times.
+    const std::uint8_t* storedFilters = nullptr;
     mthStaticIndexes staticIndexes;
 };
 
@@ -63,13 +66,18 @@ void blockSummary_add(BlockSummary* summary, const MessageTableLayout& layout, c
                       const StringField* stringFields, const NumericValue* numericFields,
                       std::int32_t frameLength) noexcept;
 
+// False when no message of the block has this text in the summarised string field `field`. That is certain, true is
+// not.
+bool blockSummary_mayContain(const BlockSummary& summary, std::int32_t field, std::string_view text) noexcept;
+
 // Appends the footer without its last field, the block length. The result is the stream's error.
 ErrorCode blockSummary_writeFooter(const BlockSummary* summary, const MessageTableLayout& layout,
                                    KSVByteStream* stream) noexcept;
-// Takes a whole footer, which must be all that is unread, with its block length. messageCount and frameBytes become
-// those of a full block. HEADER_CORRUPTED_ERROR when it does not parse to exactly its size, its filters have another
-// size than this library writes, or its length word differs from blockLength; CONSISTENCY_ERROR for an unknown numeric
-// type; OUT_OF_MEMORY_ERROR. On failure the static indexes are unchanged, the rest is undefined until the next reset.
+// Takes a whole footer, which must be all that is unread, with its block length; the filters are not copied
+// (storedFilters). messageCount and frameBytes become those of a full block. HEADER_CORRUPTED_ERROR when it does not
+// parse to exactly its size, its filters have another size than this library writes, or its length word differs from
+// blockLength; CONSISTENCY_ERROR for an unknown numeric type. On failure the static indexes are unchanged, the rest is
+// undefined until the next reset.
 ErrorCode blockSummary_readFooter(BlockSummary* summary, const MessageTableLayout& layout, KSVByteStream* stream,
                                   std::uint64_t blockLength) noexcept;
 

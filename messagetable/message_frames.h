@@ -21,6 +21,14 @@ struct MessageFrames {
     BlockSummary summary;   // of the open block (writing) or of the block last read
     BlockSummary fallback;  // the summary as it was before a block-closing message, to go back to when no file takes it
     std::int32_t footerSize = 0;
+    // What stands behind the footer last read: the start of the next block and its length word, so that a walk forward
+    // reads each closed block's summary with one read. 0 is not known.
+    std::int64_t nextBlockStart = 0;
+    std::uint64_t nextBlockLength = 0;
+    // The message that a scan of an open block added last, by which a later scan knows that it goes on in the same
+    // block.
+    MessageMetadata lastScanned;
+    std::int32_t lastScannedLength = 0;  // of its frame
 };
 
 // A frame writer over a storage, owned by the caller. The footer size is taken from the storage or, when that has none,

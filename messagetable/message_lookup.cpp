@@ -1,5 +1,7 @@
 #include "messagetable/message_lookup.h"
 
+#include <utility>
+
 #include "core/log.h"
 #include "messagetable/block_reader.h"
 #include "messagetable/message_table.h"
@@ -71,6 +73,30 @@ ErrorCode readView(MessageTable* table, TableFile* file, const StoredTail& store
     return code == NO_ERROR ? loadView(table, file, blockEnd, scanEnd) : code;
 }
 
+// Adds to the view what has been appended behind it. *grown is false when the view cannot be gone on with.
+ErrorCode growView(MessageTable* table, TableFile* file, const StoredTail& stored, std::int64_t* blockEnd,
+                   ErrorCode* scanEnd, bool* grown) {
+    MessageFrames* frames = table->frames.get();
+    const std::int32_t seen = frames->summary.messageCount;
+    const std::int64_t size = tableFileCachedSize(file);
+    *grown = false;
+    if (!stored.plausible || size < table->viewSize || seen == 0 || seen >= frames->layout.messagesPerBlock) {
+        return NO_ERROR;
+    }
+    BlockView block;
+    block.start = mt_openBlockStart(table);
+    ErrorCode code = mfr_continueScan(frames, file, blockView_framesStart(block), size, scanEnd, grown);
+    block.frameBytes = static_cast<std::int64_t>(frames->summary.frameBytes);
+    *blockEnd = block.start;
+    const std::int64_t next = blockView_next(block, frames);
+    if (code == NO_ERROR && *grown && frames->summary.messageCount == frames->layout.messagesPerBlock && next <= size) {
+        *blockEnd = next;
+        code = loadView(table, file, blockEnd, scanEnd);
+    }
+    *grown = *grown && static_cast<std::uint64_t>(*blockEnd) >= stored.blockInfo.lastBlockEnd;
+    return code;
+}
+
 ErrorCode lookup(MessageTable* table, const void* result) {
     return result == nullptr ? NULL_POINTER_ERROR : mt_refresh(table);
 }
@@ -108,8 +134,13 @@ ErrorCode mt_refresh(MessageTable* table) noexcept {
     }
     std::int64_t blockEnd = 0;
     ErrorCode scanEnd = NO_ERROR;
-    table->viewLoaded = false;
-    code = readView(table, file, stored, &blockEnd, &scanEnd);
+    bool grown = false;
+    if (std::exchange(table->viewLoaded, false)) {
+        code = growView(table, file, stored, &blockEnd, &scanEnd, &grown);
+    }
+    if (code == NO_ERROR && !grown) {
+        code = readView(table, file, stored, &blockEnd, &scanEnd);
+    }
     if (code != NO_ERROR) {
         return code;
     }

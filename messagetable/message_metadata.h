@@ -17,6 +17,8 @@ struct MessageMetadata {
     std::array<char, MSG_TYPE_LENGTH + 1> msgType{};  // FIX MsgType, NUL-terminated
     std::uint8_t isPossDupFlag = 0;
     std::uint8_t isOutOfSequence = 0;
+
+    bool operator==(const MessageMetadata&) const = default;
 };
 
 }  // namespace tabulo

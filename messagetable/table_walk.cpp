@@ -116,27 +116,30 @@ ErrorCode mfr_readBackward(MessageFrames* mfr, std::int64_t startBlock, MatchOpe
                            void* context) noexcept {
     Walk walk{mfr, operation, context, mfr->storage->openings};
     ErrorCode code = fetchFile(&walk);
+    if (code != NO_ERROR || walk.ended || startBlock < mfr->storage->headerSize) {
+        return code;
+    }
     ErrorCode scanEnd = NO_ERROR;
-    std::int64_t position = startBlock;
-    while (code == NO_ERROR && !walk.ended && position >= mfr->storage->headerSize) {
-        BlockView block;
-        code = mfr_readBlockFooter(mfr, walk.file, position, true, &block);
-        if (code == NO_DATA_ERROR && position == startBlock) {
-            code = NO_ERROR;  // no open block stands here yet
-        } else if (code == NO_ERROR) {
-            scanEnd = scanEnd == NO_ERROR ? endOfScan(block) : scanEnd;
-            code = block.messageCount > 0 ? walkBlock(&walk, block, true) : NO_ERROR;
+    BlockView block;
+    code = mfr_readBlockFooter(mfr, walk.file, startBlock, true, &block);
+    if (code == NO_DATA_ERROR) {
+        code = NO_ERROR;  // no open block stands here yet
+    }
+    while (code == NO_ERROR) {
+        scanEnd = scanEnd == NO_ERROR ? endOfScan(block) : scanEnd;
+        if (block.messageCount > 0) {
+            code = walkBlock(&walk, block, true);
         }
         if (code != NO_ERROR || walk.ended) {
             return code;
         }
-        if (position <= mfr->storage->headerSize) {
-            break;
+        if (block.start <= mfr->storage->headerSize) {
+            return scanEnd;
         }
-        code = mfr_previousBlockStart(mfr, walk.file, position, &position);
         mfr_reset(mfr, false);
+        code = mfr_readPreviousBlock(mfr, walk.file, block.start, true, &block);
     }
-    return code == NO_ERROR ? scanEnd : code;
+    return code;
 }
 
 }  // namespace tabulo

@@ -170,7 +170,7 @@ std::int32_t mfr_compareStr(const BlockSummary& block, const MessageTableLayout&
     if (text == nullptr || fieldIndex >= filtered) {
         return 0;
     }
-    return bloomFilter_mayContain(&block.filters[static_cast<std::size_t>(fieldIndex)], text) != 0 ? 0 : -1;
+    return blockSummary_mayContain(block, fieldIndex, text) ? 0 : -1;
 }
 
 bool query_blockMayMatch(const QueryConditions& conditions, const BlockSummary& block,

@@ -55,30 +55,36 @@ void leaveBlock(MessageTableIterator* iterator, std::int64_t position) {
     iterator->position = position;
     iterator->indexInBlock = 0;
     iterator->blockLoaded = false;
-    mfr_resetAll(iterator->reader.get());
+}
+
+// What a failed read at the iterator's place comes to: nothing, when the file was dropped.
+ErrorCode unlessDropped(MessageTableIterator* iterator, TableFile* file, ErrorCode code) {
+    std::int64_t size = 0;
+    const ErrorCode sized = checkPlace(iterator, file, iterator->position, &size);
+    if (sized != NO_ERROR) {
+        return sized;
+    }
+    return iterator->done ? NO_ERROR : code;
 }
 
 ErrorCode loadForward(MessageTableIterator* iterator, TableFile* file, Loaded* loaded) {
     MessageFrames* reader = iterator->reader.get();
     iterator->position = std::max(iterator->position, headerEnd(iterator));
     *loaded = Loaded::nothing;
-    std::int64_t size = 0;
-    ErrorCode code = checkPlace(iterator, file, iterator->position, &size);
-    if (code != NO_ERROR || iterator->done) {
-        return code;
-    }
-    code = mfr_readBlockFooter(reader, file, iterator->position, false, &iterator->block);
+    ErrorCode code = mfr_readBlockFooter(reader, file, iterator->position, false, &iterator->block);
     if (code == NO_DATA_ERROR) {
         // The open block, or nothing yet. It is not asked about: it may grow.
         const std::int64_t framesStart = blockView_framesStart(iterator->block);
-        if (size > framesStart) {
+        std::int64_t size = 0;
+        code = checkPlace(iterator, file, iterator->position, &size);
+        if (code == NO_ERROR && size > framesStart) {
             startBlock(iterator, frameCursor_forward(reader, file, framesStart, size, SCAN_PIECE_SIZE));
             *loaded = Loaded::frames;
         }
-        return NO_ERROR;
+        return code;
     }
     if (code != NO_ERROR) {
-        return code;
+        return unlessDropped(iterator, file, code);
     }
     bool skipped = false;
     code = isSkipped(iterator, &skipped);
@@ -142,55 +148,56 @@ ErrorCode walkForward(MessageTableIterator* iterator, TableFile* file, bool* end
     return whole ? NO_ERROR : CONSISTENCY_ERROR;
 }
 
-// Blocks may have been closed since the iterator was opened: it begins at the one that is open now.
-ErrorCode stepToOpenBlock(MessageTableIterator* iterator, TableFile* file) {
+// The block that a backward walk begins with. Blocks may have been closed since the iterator was opened: it is the one
+// that is open now, or a place where none stands yet.
+ErrorCode readOpenBlock(MessageTableIterator* iterator, TableFile* file) {
     MessageFrames* reader = iterator->reader.get();
     for (;;) {
-        BlockView block;
-        const ErrorCode code = mfr_readBlockFooter(reader, file, iterator->position, true, &block);
-        const std::int64_t next = blockView_next(block, reader);
-        if (code != NO_ERROR || block.messageCount < messagesPerBlock(iterator) || next > tableFileCachedSize(file)) {
+        mfr_resetAll(reader);
+        const ErrorCode code = mfr_readBlockFooter(reader, file, iterator->position, true, &iterator->block);
+        const std::int64_t next = blockView_next(iterator->block, reader);
+        const bool full = iterator->block.messageCount == messagesPerBlock(iterator);
+        if (code != NO_ERROR || !full || next > tableFileCachedSize(file)) {
             return code == NO_DATA_ERROR ? NO_ERROR : code;
         }
         iterator->position = next;
-        mfr_resetAll(reader);
     }
 }
 
-ErrorCode loadBackward(MessageTableIterator* iterator, TableFile* file, Loaded* loaded) {
-    MessageFrames* reader = iterator->reader.get();
-    *loaded = Loaded::nothing;
-    std::int64_t size = 0;
-    ErrorCode code = checkPlace(iterator, file, iterator->position, &size);
-    if (code != NO_ERROR || iterator->done) {
-        return code;
+// The block at hand has just been read: asks about it, when it is closed.
+ErrorCode startBackward(MessageTableIterator* iterator, TableFile* file) {
+    const BlockView& block = iterator->block;
+    leaveBlock(iterator, block.start);
+    if (block.scanEnd == CONSISTENCY_ERROR) {
+        iterator->endCode = CONSISTENCY_ERROR;
     }
-    if (!iterator->started) {
-        code = stepToOpenBlock(iterator, file);
+    bool skipped = block.messageCount == 0;
+    if (block.closed) {
+        const ErrorCode code = isSkipped(iterator, &skipped);
         if (code != NO_ERROR) {
             return code;
         }
-        iterator->started = true;
     }
-    code = mfr_readBlockFooter(reader, file, iterator->position, true, &iterator->block);
-    *loaded = Loaded::skipped;
-    if (code == NO_DATA_ERROR) {
-        return NO_ERROR;  // no open block stands here yet
+    if (!skipped) {
+        startBlock(iterator, frameCursor_backward(iterator->reader.get(), file, blockView_framesStart(block),
+                                                  blockView_framesEnd(block), BLOCK_PIECE_SIZE));
     }
-    bool skipped = false;
-    if (code == NO_ERROR && iterator->block.closed) {
-        code = isSkipped(iterator, &skipped);
-    }
-    if (code != NO_ERROR || skipped) {
-        return code;
-    }
-    if (iterator->block.scanEnd == CONSISTENCY_ERROR) {
-        iterator->endCode = CONSISTENCY_ERROR;
-    }
-    startBlock(iterator, frameCursor_backward(reader, file, blockView_framesStart(iterator->block),
-                                              blockView_framesEnd(iterator->block), BLOCK_PIECE_SIZE));
-    *loaded = Loaded::frames;
     return NO_ERROR;
+}
+
+// To the block that the walk begins with, or to the one before the block at hand; the iterator is done at the header.
+ErrorCode stepBack(MessageTableIterator* iterator, TableFile* file) {
+    ErrorCode code = NO_ERROR;
+    if (!iterator->started) {
+        code = readOpenBlock(iterator, file);
+        iterator->started = code == NO_ERROR;
+    } else if (iterator->position <= headerEnd(iterator)) {
+        iterator->done = true;
+        return iterator->endCode;
+    } else {
+        code = mfr_readPreviousBlock(iterator->reader.get(), file, iterator->position, true, &iterator->block);
+    }
+    return code == NO_ERROR ? startBackward(iterator, file) : unlessDropped(iterator, file, code);
 }
 
 ErrorCode walkBackward(MessageTableIterator* iterator, TableFile* file, bool* end) {
@@ -211,25 +218,6 @@ ErrorCode walkBackward(MessageTableIterator* iterator, TableFile* file, bool* en
         }
     }
     return iterator->cursor.position == iterator->cursor.begin ? NO_ERROR : CONSISTENCY_ERROR;
-}
-
-// To the block before the one at hand; the iterator is done at the header.
-ErrorCode stepBack(MessageTableIterator* iterator, TableFile* file) {
-    if (iterator->position <= headerEnd(iterator)) {
-        iterator->done = true;
-        return iterator->endCode;
-    }
-    std::int64_t size = 0;
-    ErrorCode code = checkPlace(iterator, file, iterator->position, &size);
-    if (code != NO_ERROR || iterator->done) {
-        return code;
-    }
-    std::int64_t previous = 0;
-    code = mfr_previousBlockStart(iterator->reader.get(), file, iterator->position, &previous);
-    if (code == NO_ERROR) {
-        leaveBlock(iterator, previous);
-    }
-    return code;
 }
 
 }  // namespace
@@ -267,13 +255,6 @@ ErrorCode iteratorStep_forward(MessageTableIterator* iterator, TableFile* file, 
 
 ErrorCode iteratorStep_backward(MessageTableIterator* iterator, TableFile* file, bool* end) noexcept {
     for (;;) {
-        if (!iterator->blockLoaded) {
-            Loaded loaded = Loaded::nothing;
-            const ErrorCode code = loadBackward(iterator, file, &loaded);
-            if (code != NO_ERROR || loaded == Loaded::nothing) {
-                return code;
-            }
-        }
         if (iterator->blockLoaded) {
             const ErrorCode code = walkBackward(iterator, file, end);
             if (code != NO_ERROR || !*end || iterator->done) {

@@ -27,7 +27,7 @@ class BlockReader : public TableImageTest {
         return mfr_readBlockFooter(reader.get(), file, static_cast<std::int64_t>(start), scanOpen, &block);
     }
     ErrorCode previous(std::size_t blockEnd) {
-        return mfr_previousBlockStart(reader.get(), file, static_cast<std::int64_t>(blockEnd), &blockStart);
+        return mfr_readPreviousBlock(reader.get(), file, static_cast<std::int64_t>(blockEnd), false, &block);
     }
     Bytes closed(std::int32_t last) const { return closedImage(shape, simpleMessages(1, last, shape)); }
     TableMap map(std::int32_t last) const { return mapOf(shape, simpleMessages(1, last, shape)); }
@@ -40,7 +40,6 @@ class BlockReader : public TableImageTest {
     MessageFramesPtr reader;
     TableFile* file = nullptr;
     BlockView block;
-    std::int64_t blockStart = -1;
 };
 
 TEST_F(BlockReader, AClosedBlockIsReadFromItsFooter) {
@@ -67,8 +66,8 @@ TEST_F(BlockReader, AClosedBlockIsReadFromItsFooter) {
     EXPECT_EQ(summary.maximum.numericValues[0].longValue, 800);
     EXPECT_EQ(summary.staticIndexes.lastUniform, 8);
     ASSERT_EQ(summary.filters.size(), 2U);
-    EXPECT_TRUE(bloomFilter_mayContain(&summary.filters[1], "f1-7"));
-    EXPECT_FALSE(bloomFilter_mayContain(&summary.filters[1], "f1-4")) << "a text of the block before";
+    EXPECT_TRUE(blockSummary_mayContain(summary, 1, "f1-7"));
+    EXPECT_FALSE(blockSummary_mayContain(summary, 1, "f1-4")) << "a text of the block before";
     EXPECT_EQ(platform.count(FileCall::readAt), 2) << "the length word and the footer decide";
 }
 
@@ -171,7 +170,7 @@ TEST_F(BlockReader, TheSmallestBlockThereCanBeIsRead) {
     read(bytes);
     EXPECT_EQ(footer(140), NO_ERROR);
     EXPECT_EQ(previous(bytes.size()), NO_ERROR);
-    EXPECT_EQ(blockStart, 140);
+    EXPECT_EQ(block.start, 140);
 }
 
 TEST_F(BlockReader, LengthsThatDisagreeAreACorruptedHeader) {
@@ -242,9 +241,47 @@ TEST_F(BlockReader, ThePreviousBlockIsFoundByItsTrailingLength) {
     const TableMap places = map(10);
     read(closed(10));
     ASSERT_EQ(previous(places.openBlockStart), NO_ERROR);
-    EXPECT_EQ(blockStart, static_cast<std::int64_t>(places.blockStarts[1]));
+    EXPECT_EQ(block.start, static_cast<std::int64_t>(places.blockStarts[1]));
     ASSERT_EQ(previous(places.blockStarts[1]), NO_ERROR);
-    EXPECT_EQ(blockStart, static_cast<std::int64_t>(places.blockStarts[0]));
+    EXPECT_EQ(block.start, static_cast<std::int64_t>(places.blockStarts[0]));
+    EXPECT_TRUE(block.closed);
+    EXPECT_EQ(reader->summary.maximum.seqNum, 4);
+}
+
+TEST_F(BlockReader, AWalkForwardReadsEachClosedBlockOnce) {
+    const TableMap places = map(12);
+    read(closed(12));
+    ASSERT_EQ(footer(places.blockStarts[0]), NO_ERROR);
+    FaultPlatform platform;
+    ASSERT_EQ(footer(places.blockStarts[1]), NO_ERROR);
+    EXPECT_EQ(reader->summary.minimum.seqNum, 5);
+    ASSERT_EQ(footer(places.blockStarts[2]), NO_ERROR);
+    EXPECT_EQ(reader->summary.minimum.seqNum, 9);
+    EXPECT_EQ(platform.sequence(), "readAt readAt");
+}
+
+TEST_F(BlockReader, AWalkBackwardReadsEachClosedBlockTwice) {
+    const TableMap places = map(12);
+    read(closed(12));
+    FaultPlatform platform;
+    ASSERT_EQ(previous(places.dataEnd), NO_ERROR);
+    ASSERT_EQ(previous(places.blockStarts[2]), NO_ERROR);
+    EXPECT_EQ(reader->summary.minimum.seqNum, 5);
+    EXPECT_EQ(platform.sequence(), "readAt readAt readAt readAt");
+}
+
+TEST_F(BlockReader, ALengthWordReadAheadThatNoLongerHoldsIsReadAgain) {
+    const TableMap places = map(12);
+    read(closed(12));
+    ASSERT_EQ(footer(places.blockStarts[0]), NO_ERROR);
+    // Another process has dropped the table and written larger messages since.
+    Bytes bytes = closed(12);
+    putU64(&bytes, places.blockStarts[1], 0);
+    bytes.resize(places.frame(6).end);
+    place(bytes);
+    EXPECT_EQ(footer(places.blockStarts[1], true), NO_ERROR);
+    EXPECT_FALSE(block.closed);
+    EXPECT_EQ(block.messageCount, 2);
 }
 
 TEST_F(BlockReader, AnImpossibleTrailingLengthIsACorruptedHeaderAndNoEndlessWalk) {

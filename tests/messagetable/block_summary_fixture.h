@@ -32,7 +32,7 @@ struct Summary {
         add({});
     }
     bool mayContain(std::size_t filter, std::string_view key) const {
-        return bloomFilter_mayContain(&summary.filters[filter], key) != 0;
+        return blockSummary_mayContain(summary, static_cast<std::int32_t>(filter), key);
     }
     // The footer with its last field.
     Bytes footer(std::uint64_t blockLength) const {

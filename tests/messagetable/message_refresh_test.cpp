@@ -78,6 +78,33 @@ TEST_F(Refresh, AnUnchangedFileIsReadOnceAndThenOnlyItsTail) {
     }
 }
 
+TEST_F(Refresh, AMessageThatWasAppendedIsReadAndNotTheOpenBlockAgain) {
+    shape.messagesPerBlock = 1000;
+    open(TABLE_FILE_CREATE);
+    ASSERT_EQ(writeSimple(1, 900), NO_ERROR);
+    const MessageTablePtr reader = openReader();
+    EXPECT_EQ(lastUniform(reader), 900);
+    const std::int64_t before = tableFileCachedSize(tableStorage_master(table->storage.get()));
+    ASSERT_EQ(writeSimple(901, 902), NO_ERROR);
+    FaultPlatform platform;
+    EXPECT_EQ(lastUniform(reader), 902);
+    const std::vector<RecordedCall> reads = platform.calls(FileCall::readAt);
+    ASSERT_EQ(reads.size(), 2U) << "the tail, and what is new";
+    EXPECT_EQ(reads[1].offset, before - static_cast<std::int64_t>(frameOf(simpleMessage(900, shape)).size()))
+        << "the message before is looked at, so that another table in its place is noticed";
+}
+
+TEST_F(Refresh, ATableThatWasDroppedAndFilledBeyondTheReadersPlaceIsReadAnew) {
+    open(TABLE_FILE_CREATE);
+    ASSERT_EQ(writeSimple(1, 2), NO_ERROR);
+    const MessageTablePtr reader = openReader();
+    EXPECT_EQ(lastUniform(reader), 2);
+    ASSERT_EQ(mt_drop(table.get()), NO_ERROR);
+    ASSERT_EQ(writeSimple(4, 6), NO_ERROR);
+    EXPECT_EQ(lastUniform(reader), 6);
+    EXPECT_EQ(reader->staticIndexes, table->staticIndexes) << "nothing of the dropped messages is left";
+}
+
 TEST_F(Refresh, TheFirstRefreshReadsAlsoAFileWhoseTailIsUpToDate) {
     place(closed(10));
     const MessageTablePtr reader = openReader();
