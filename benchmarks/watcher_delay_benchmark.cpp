@@ -1,7 +1,7 @@
 // The time from the return of a write to the delivery of the message by a watcher in another process, for steady rates
 // and for bursts, and how much of it the watcher's pauses make.
 //
-//   watcher_delay_benchmark [<part of a scenario's name>]
+//   watcher_delay_benchmark [<part of a scenario's name> [<file for results>]]
 //
 // Works in a directory of its own, which is removed: the watcher's DEBUG lines take 250 bytes for each message.
 #include <sys/mman.h>
@@ -21,6 +21,7 @@
 #include <string>
 #include <vector>
 
+#include "benchmarks/measure.h"
 #include "core/log.h"
 #include "core/platform.h"
 #include "messagetable/message_table.h"
@@ -199,6 +200,14 @@ void report(const Scenario& scenario, std::int32_t last, double seconds) {
                 milliseconds(0.99), milliseconds(1),
                 total == 0 ? 0 : 100 * static_cast<double>(paused) / static_cast<double>(total));
     std::fflush(stdout);
+    const auto add = [&](const char* metric, const char* unit, double value) {
+        bench::result_write("delay", scenario.name, metric, unit, value);
+    };
+    add("rate", "messages/s", (last - 1) / seconds);
+    add("median", "ms", milliseconds(0.5));
+    add("99 %", "ms", milliseconds(0.99));
+    add("longest", "ms", milliseconds(1));
+    add("in pauses", "%", total == 0 ? 0 : 100 * static_cast<double>(paused) / static_cast<double>(total));
 }
 
 void run(const Scenario& scenario) {
@@ -235,6 +244,9 @@ void run(const Scenario& scenario) {
 }  // namespace
 
 int main(int argc, char** argv) {
+    if (argc > 2) {
+        bench::results_open(std::filesystem::absolute(argv[2]));
+    }
     char directory[] = "/tmp/watcher-delay-XXXXXX";
     void* memory = ::mmap(nullptr, sizeof(Times), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
     if (::mkdtemp(directory) == nullptr || ::chdir(directory) != 0 || memory == MAP_FAILED) {

@@ -1,0 +1,239 @@
+"""Writes the report of a benchmark run: a Markdown file and a plot.
+
+Run as report.py <folder of results> <build folder> <report.md> <plot.svg>. Every *.json in the folder is read: files of
+one JSON object a line (group, subject, metric, unit, value), whoever wrote them, and Google Benchmark's own files.
+Several values of one figure are its turns, in their order; the report shows medians.
+"""
+
+import datetime
+import glob
+import json
+import os
+import platform
+import statistics
+import subprocess
+import sys
+
+import plot
+import targets
+
+STORES = [
+    ("raw", "raw limit: `write(2)`, `read(2)`", None),
+    ("tabulo", "**Tabulo, native**", None),
+    ("java-strings", "**Tabulo through Java, strings**", None),
+    ("java-bytes", "**Tabulo through Java, bytes**", None),
+    ("quickfix", "QuickFIX FileStore", "libquickfix-dev"),
+    ("leveldb", "LevelDB", "libleveldb-dev"),
+    ("leveldb-indexed", "LevelDB, indexed", "libleveldb-dev"),
+    ("lmdb", "LMDB", "liblmdb-dev"),
+    ("lmdb-indexed", "LMDB, indexed", "liblmdb-dev"),
+    ("lmdb-mapped", "LMDB, writable map", "liblmdb-dev"),
+    ("lmdb-mapped-indexed", "LMDB, writable map, indexed", "liblmdb-dev"),
+    ("rocksdb", "RocksDB", "librocksdb-dev"),
+    ("rocksdb-indexed", "RocksDB, indexed", "librocksdb-dev"),
+    ("sqlite", "SQLite", "libsqlite3-dev"),
+    ("sqlite-indexed", "SQLite, indexed", "libsqlite3-dev"),
+]
+
+
+class Results:
+    """The figures of a run: values(group, subject, metric) in the order of the turns."""
+
+    def __init__(self, folder):
+        self.figures = {}
+        self.micro = []
+        for path in sorted(glob.glob(os.path.join(folder, "*.json"))):
+            with open(path, encoding="utf-8") as file:
+                text = file.read()
+            if text.lstrip().startswith("{\n"):
+                self.micro += json.loads(text)["benchmarks"]
+                continue
+            for line in text.splitlines():
+                figure = json.loads(line)
+                key = (figure["group"], figure["subject"], figure["metric"])
+                self.figures.setdefault(key, []).append(figure["value"])
+
+    def values(self, group, subject, metric):
+        return self.figures.get((group, subject, metric), [])
+
+    def median(self, group, subject, metric):
+        values = self.values(group, subject, metric)
+        return statistics.median(values) if values else None
+
+    def subjects(self, group):
+        found = []
+        for key in self.figures:
+            if key[0] == group and key[1] not in found:
+                found.append(key[1])
+        return found
+
+
+def number(value, digits=None):
+    if value is None:
+        return "-"
+    if digits is None:
+        digits = 0 if abs(value) >= 100 else 1 if abs(value) >= 10 else 2 if abs(value) >= 1 else 3
+    return f"{value:,.{digits}f}"
+
+
+def scaled(value, divisor, digits=None):
+    return number(None if value is None else value / divisor, digits)
+
+
+def table(head, rows, alignment="---:"):
+    """A Markdown table; the first column is text, the others are numbers if nothing else is said."""
+    yield "| " + " | ".join(head) + " |"
+    yield "|---" + f"|{alignment}" * (len(head) - 1) + "|"
+    for row in rows:
+        yield "| " + " | ".join(row) + " |"
+
+
+def append_rows(results):
+    for name, title, _ in STORES:
+        if not results.values("append", name, "rate"):
+            continue
+        def of(metric, store=name):
+            return results.median("append", store, metric)
+        disk = results.median("fill", name, "disk") or of("disk")
+        yield [title, scaled(of("rate"), 1000, 0), scaled(of("p50"), 1000, 2), scaled(of("p99"), 1000, 2),
+               scaled(of("p99.9"), 1000, 1), scaled(of("max"), 1e6, 1), number(disk, 0),
+               scaled(of("memory"), 1024 * 1024, 1)]
+
+
+def read_rows(results):
+    for name, title, _ in STORES:
+        if not results.values("read", name, "scan forward"):
+            continue
+        def of(metric, store=name):
+            return results.median("read", store, metric)
+        yield [title, scaled(of("scan forward"), 1e6, 2), scaled(of("scan backward"), 1e6, 2),
+               number(of("sequence range")), number(of("time range")), number(of("ClOrdID present")),
+               number(of("ClOrdID absent")), number(of("last 1000")), number(of("open and close")),
+               number(results.median("fill", name, "open after kill"))]
+
+
+def delay_rows(results):
+    for scenario in results.subjects("delay"):
+        def of(metric, subject=scenario):
+            return results.median("delay", subject, metric)
+        yield [scenario, number(of("rate"), 0), number(of("median")), number(of("99 %")), number(of("longest")),
+               number(of("in pauses"), 1)]
+
+
+def first_line(command):
+    try:
+        run = subprocess.run(command, stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, text=True, check=False)
+    except OSError:
+        return ""
+    return run.stdout.splitlines()[0] if run.stdout else ""
+
+
+def value_of(path, name, separator):
+    """The text behind the first line of a file that begins with a name."""
+    try:
+        with open(path, encoding="utf-8") as file:
+            for line in file:
+                if line.startswith(name):
+                    return line.split(separator, 1)[1].strip().strip('"')
+    except OSError:
+        pass
+    return ""
+
+
+def optimisation(build):
+    """The options about optimising with which the library was compiled."""
+    try:
+        with open(os.path.join(build, "compile_commands.json"), encoding="utf-8") as file:
+            commands = json.load(file)
+    except OSError:
+        return "unknown options"
+    command = next(c["command"] for c in commands if c["file"].endswith("messagetable/message_frames.cpp"))
+    return " ".join(word for word in command.split() if word.startswith(("-O", "-march", "-DNDEBUG", "-flto")))
+
+
+def machine(build):
+    cache = os.path.join(build, "CMakeCache.txt")
+    compiler = value_of(cache, "CMAKE_CXX_COMPILER:", "=")
+    memory = value_of("/proc/meminfo", "MemTotal", ":").split()
+    yield ["processor", f"{value_of('/proc/cpuinfo', 'model name', ':') or platform.machine()}, {os.cpu_count()} cores"]
+    yield ["memory", f"{int(memory[0]) / 1024 / 1024:.0f} GiB" if memory else "unknown"]
+    yield ["system", f"{value_of('/etc/os-release', 'PRETTY_NAME', '=')}, Linux {platform.release()}"]
+    yield ["compiler", f"{first_line([compiler, '--version'])}, {optimisation(build)}"]
+    packages = sorted({package for _, _, package in STORES if package})
+    versions = [f"{p} {v}" for p in packages if (v := first_line(["dpkg-query", "-W", "-f", "${Version}", p]))]
+    yield ["peers", ", ".join(versions)]
+    yield ["date", datetime.date.today().isoformat()]
+
+
+def missing(results):
+    names = list(results.subjects("missing"))
+    if not results.values("append", "java-strings", "rate"):
+        names.append("this library through Java")
+    return names
+
+
+def report(results, build, plot_name):
+    append_messages = results.median("setting", "append", "messages")
+    read_messages = results.median("setting", "read", "messages")
+    yield "# Benchmark results"
+    yield ""
+    yield "Written by `./bench`; [README.md](README.md) says what is measured and how to read it."
+    yield ""
+    yield from table(["machine", ""], machine(build), "---")
+    yield ""
+    names = missing(results)
+    yield f"Left out, because not installed or not built: {', '.join(names)}." if names else "No peer was left out."
+    yield ""
+    yield f"![Append throughput and latency]({plot_name})"
+    yield ""
+    yield "## To reach"
+    yield ""
+    yield from table(["what", "to reach", "measured", "met"], targets.rows(results), "---")
+    yield ""
+    yield "## Appending"
+    yield ""
+    yield (f"{number(append_messages, 0)} orders a turn, medians of {number(results.median('setting', 'append', 'turns'), 0)}"
+           f" turns; bytes on disk after {number(read_messages, 0)} orders and a clean close.")
+    yield ""
+    yield from table(["store", "1000 messages/s", "p50 µs", "p99 µs", "p99.9 µs", "max ms", "bytes/message", "memory MiB"],
+                     append_rows(results))
+    yield ""
+    yield "## Reading"
+    yield ""
+    yield (f"Among {number(read_messages, 0)} orders, medians of {number(results.median('setting', 'read', 'turns'), 0)}"
+           " turns; milliseconds where nothing else is said.")
+    yield ""
+    yield from table(["store", "scan M/s", "backward M/s", "1000 by sequence", "1000 by time", "ClOrdID present",
+                      "ClOrdID absent", "last 1000", "open and close", "open after kill"], read_rows(results))
+    if results.subjects("delay"):
+        yield ""
+        yield "## The watcher's delay"
+        yield ""
+        yield from table(["messages", "messages/s", "median ms", "99 % ms", "longest ms", "% in pauses"],
+                         delay_rows(results))
+    if results.micro:
+        yield ""
+        yield "## Small steps"
+        yield ""
+        yield from table(["step", "ns"], ([m["name"], number(m["cpu_time"], 1)] for m in results.micro))
+    yield ""
+
+
+def main():
+    folder, build, report_path, plot_path = sys.argv[1:]
+    results = Results(folder)
+    if not results.figures:
+        sys.exit(f"There are no results in {folder}.")
+    with open(report_path, "w", encoding="utf-8") as file:
+        file.write("\n".join(report(results, build, os.path.basename(plot_path))))
+    bars = [(title.replace("*", "").replace("`", ""), results.median("append", name, "rate"),
+             results.median("append", name, "p50"), results.median("append", name, "p99"),
+             "raw" if name == "raw" else "own" if package is None else "peer")
+            for name, title, package in STORES if results.values("append", name, "rate")]
+    with open(plot_path, "w", encoding="utf-8") as file:
+        file.write(plot.appends(bars))
+    return 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())

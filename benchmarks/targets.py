@@ -1,0 +1,102 @@
+"""What the library has to reach, each a row of the report: what, to reach, measured, met."""
+
+import statistics
+
+# Peers whose appends are handed over by system calls; a writable map has none, and stands in a row of its own.
+INDEXED = ["leveldb-indexed", "lmdb-indexed", "rocksdb-indexed", "sqlite-indexed"]
+PLAIN = ["quickfix", "leveldb", "lmdb", "lmdb-mapped", "rocksdb", "sqlite"]
+
+
+def ratio(results, group, metric, subject, other):
+    """The median over the turns of one subject's value divided by the other's."""
+    pairs = list(zip(results.values(group, subject, metric), results.values(group, other, metric)))
+    return statistics.median(a / b for a, b in pairs) if pairs else None
+
+
+def fastest(results, group, metric, subjects):
+    there = [s for s in subjects if results.values(group, s, metric)]
+    return max(there, key=lambda s: results.median(group, s, metric)) if there else None
+
+
+def text(value):
+    return f"{value:,.0f}" if abs(value) >= 1000 else f"{value:.3g}"
+
+
+def at_least(what, least, value, unit=""):
+    return _row(what, f"at least {text(least)}{unit}", value, unit, value is not None and value >= least)
+
+
+def at_most(what, most, value, unit=""):
+    return _row(what, f"at most {text(most)}{unit}", value, unit, value is not None and value <= most)
+
+
+def shown(what, value, unit=""):
+    return [what, "-", "not measured" if value is None else text(value) + unit, "-"]
+
+
+def _row(what, goal, value, unit, met):
+    if value is None:
+        return [what, goal, "not measured", "-"]
+    return [what, goal, text(value) + unit, "yes" if met else "**no**"]
+
+
+def append_rows(results):
+    def rate(other, subject="tabulo"):
+        return ratio(results, "append", "rate", subject, other) if other else None
+    peer = fastest(results, "append", "rate", INDEXED)
+    yield at_least("append, native: of the raw limit's rate", 0.75, rate("raw"))
+    yield at_most("append, native: of the raw p99", 1.5, ratio(results, "append", "p99", "tabulo", "raw"))
+    yield at_least("append, native: times LevelDB", 1.8, rate("leveldb"))
+    yield at_least(f"append, native: times the fastest indexed peer ({peer})", 8, rate(peer))
+    yield shown("append, native: times LMDB with a writable map and indexes, which makes no system call",
+                rate("lmdb-mapped-indexed"))
+    for name in ("strings", "bytes"):
+        yield at_least(f"append through Java, {name}: of the native rate", 0.5, rate("tabulo", "java-" + name))
+
+
+def read_rows(results):
+    def of(metric):
+        return results.median("read", "tabulo", metric)
+    for metric in ("scan forward", "scan backward"):
+        peer = fastest(results, "read", metric, PLAIN + INDEXED + ["lmdb-mapped-indexed"])
+        yield at_least(f"{metric}: of a raw loop", 0.7, ratio(results, "read", metric, "tabulo", "raw"))
+        yield at_least(f"{metric}: times the fastest peer ({peer})", 1,
+                       ratio(results, "read", metric, "tabulo", peer) if peer else None)
+    yield at_least("scan through Java, wire bytes and five getters", 1e6, results.median("read", "java", "scan forward"),
+                   "/s")
+    for metric in ("sequence range", "time range"):
+        yield at_most(f"1000 messages by {metric}", 1, of(metric), " ms")
+        yield at_most(f"1000 messages by {metric}, first query", 1.5, of(metric + ", first"), " ms")
+    yield at_most("one ClOrdID, present", 4, of("ClOrdID present"), " ms")
+    yield at_most("one ClOrdID, absent", 3, of("ClOrdID absent"), " ms")
+    yield at_most("last 1000 backward", 0.4, of("last 1000"), " ms")
+
+
+def table_rows(results):
+    for metric in ("for writing", "for reading"):
+        few = results.median("open", "thousand", metric)
+        many = results.median("open", "large", metric)
+        yield at_most(f"open {metric} after a clean close: large table, times a small one", 1.5,
+                      many / few if few and many else None)
+        yield at_most(f"open {metric} after a clean close: large table", 1, many, " ms")
+    orders = results.median("setting", "table", "orders") or 0
+    for metric in ("open at once", "open again"):
+        yield at_most(f"{metric} after a kill, {text(orders)} messages", 5 * max(1, orders / 1e6),
+                      results.median("kill", "tabulo", metric), " ms")
+    yield at_most("a skipped block: system calls, forward", 1, results.median("skip", "forward", "calls"))
+    yield at_most("a skipped block: system calls, backward", 2, results.median("skip", "backward", "calls"))
+    yield at_least("watcher, from a backlog, with its DEBUG lines", 200_000, results.median("watcher", "backlog", "rate"),
+                   "/s")
+    for who, most in (("writer", 1), ("iterator", 128)):
+        early = results.median("memory", who, "after a tenth")
+        late = results.median("memory", who, "at the end")
+        yield at_most(f"memory of a {who if who == 'writer' else 'walk by an iterator'}", most, late, " MiB")
+        yield at_most("memory of the same: growth from a tenth of the large table to all of it", 0.25,
+                      None if late is None else late - early, " MiB")
+    yield at_most("disk above the frames", 2, results.median("disk", "footers and header", "above the frames"), " %")
+
+
+def rows(results):
+    yield from append_rows(results)
+    yield from read_rows(results)
+    yield from table_rows(results)
