@@ -48,7 +48,8 @@ Hashes hashesOf(std::string_view key) {
 }
 
 std::uint32_t bitOf(std::uint32_t hash, std::uint32_t bitCount) {
-    return (hash >> 10) % bitCount;
+    // Nearly all filters have this size, and a division by a constant is several times cheaper.
+    return bitCount == BLOOM_FILTER_BITS ? (hash >> 10) % BLOOM_FILTER_BITS : (hash >> 10) % bitCount;
 }
 
 }  // namespace

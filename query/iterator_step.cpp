@@ -35,8 +35,10 @@ ErrorCode isSkipped(MessageTableIterator* iterator, bool* skipped) {
     return code;
 }
 
-ErrorCode matchMessage(MessageTableIterator* iterator, const DecodedMessage& message, bool* end) {
+// Asks about the message that was decoded last.
+ErrorCode matchMessage(MessageTableIterator* iterator, bool* end) {
     const MessageTableLayout& layout = iterator->reader->layout;
+    const DecodedMessage& message = iterator->current;
     std::int32_t answer = MATCH_NO;
     const ErrorCode code =
         iterator->match(&answer, iterator, nullptr, &message.metadata, message.stringFields.data(),
@@ -124,9 +126,8 @@ ErrorCode frameMissing(MessageTableIterator* iterator, TableFile* file, bool* re
 ErrorCode walkForward(MessageTableIterator* iterator, TableFile* file, bool* end, bool* finished) {
     iterator->cursor.file = file;
     *finished = false;
-    DecodedMessage message;
     while (iterator->indexInBlock < messagesPerBlock(iterator)) {
-        ErrorCode code = frameCursor_next(&iterator->cursor, &message);
+        ErrorCode code = frameCursor_next(&iterator->cursor, &iterator->current);
         if (code == NO_DATA_ERROR) {
             bool retry = false;
             code = frameMissing(iterator, file, &retry);
@@ -137,7 +138,7 @@ ErrorCode walkForward(MessageTableIterator* iterator, TableFile* file, bool* end
         }
         if (code == NO_ERROR) {
             iterator->indexInBlock += 1;
-            code = matchMessage(iterator, message, end);
+            code = matchMessage(iterator, end);
         }
         if (code != NO_ERROR || !*end) {
             return code;
@@ -202,12 +203,11 @@ ErrorCode stepBack(MessageTableIterator* iterator, TableFile* file) {
 
 ErrorCode walkBackward(MessageTableIterator* iterator, TableFile* file, bool* end) {
     iterator->cursor.file = file;
-    DecodedMessage message;
     while (iterator->indexInBlock < iterator->block.messageCount) {
-        ErrorCode code = frameCursor_previous(&iterator->cursor, &message);
+        ErrorCode code = frameCursor_previous(&iterator->cursor, &iterator->current);
         if (code == NO_ERROR) {
             iterator->indexInBlock += 1;
-            code = matchMessage(iterator, message, end);
+            code = matchMessage(iterator, end);
         } else if (code == NO_DATA_ERROR) {
             std::int64_t size = 0;
             const ErrorCode sized = checkPlace(iterator, file, iterator->cursor.position, &size);

@@ -15,10 +15,8 @@ namespace tabulo {
 namespace {
 
 void clearCurrent(MessageTableIterator* iterator) {
-    iterator->metadata = MessageMetadata{};
-    iterator->stringValues.fill(StringField{});
+    iterator->current = DecodedMessage{};
     iterator->stringValueCount = 0;
-    iterator->numericValues.fill(NumericValue{});
     iterator->numericValueCount = 0;
 }
 
@@ -30,10 +28,13 @@ ErrorCode answerMessage(std::int32_t* answer, MessageTableIterator* iterator, bo
     *answer = MATCH_NO;
     if (matches != inverted) {
         *answer = MATCH_YES;
-        iterator->metadata = metadata;
-        std::copy_n(stringFields, stringFieldCount, iterator->stringValues.begin());
+        DecodedMessage& current = iterator->current;
+        if (&metadata != &current.metadata) {
+            current.metadata = metadata;
+            std::copy_n(stringFields, stringFieldCount, current.stringFields.begin());
+            std::copy_n(numericFields, numericFieldCount, current.numericFields.begin());
+        }
         iterator->stringValueCount = stringFieldCount;
-        std::copy_n(numericFields, numericFieldCount, iterator->numericValues.begin());
         iterator->numericValueCount = numericFieldCount;
     }
     return NO_ERROR;
@@ -45,8 +46,10 @@ bool numericValueAt(const MessageTableIterator* iterator, std::int32_t index, Nu
     if (index < 0 || pseudo >= PSEUDO_FIELD_COUNT) {
         return false;
     }
-    *value = pseudo < 0 ? iterator->numericValues[static_cast<std::size_t>(index)]
-                        : numericValue_ofLong(pseudoField_value(iterator->metadata, static_cast<std::int32_t>(pseudo)));
+    *value =
+        pseudo < 0
+            ? iterator->current.numericFields[static_cast<std::size_t>(index)]
+            : numericValue_ofLong(pseudoField_value(iterator->current.metadata, static_cast<std::int32_t>(pseudo)));
     return true;
 }
 
@@ -62,7 +65,23 @@ ErrorCode numericField(const MessageTableIterator* iterator, std::int32_t index,
 
 StringField stringValueFromEnd(const MessageTableIterator* iterator, std::int32_t back) {
     const std::int32_t index = iterator->stringValueCount - back;
-    return index < 0 ? StringField{} : iterator->stringValues[static_cast<std::size_t>(index)];
+    return index < 0 ? StringField{} : iterator->current.stringFields[static_cast<std::size_t>(index)];
+}
+
+ErrorCode step(MessageTableIterator* iterator, bool* end) {
+    TableStorage* storage = iterator->table->storage.get();
+    if (iterator->openings != storage->openings) {
+        iterator->done = true;  // the table was dropped, or opened anew
+    }
+    if (iterator->done) {
+        return NO_ERROR;
+    }
+    TableFile* file = tableStorage_master(storage);
+    if (file == nullptr) {
+        return MASTER_INACTIVE_ERROR;
+    }
+    return iterator->conditions->iterateBackward ? iteratorStep_backward(iterator, file, end)
+                                                 : iteratorStep_forward(iterator, file, end);
 }
 
 }  // namespace
@@ -103,20 +122,7 @@ ErrorCode mtIterator_next(MessageTableIterator* iterator, bool* end) noexcept {
         return NULL_POINTER_ERROR;
     }
     *end = true;
-    clearCurrent(iterator);
-    TableStorage* storage = iterator->table->storage.get();
-    if (iterator->openings != storage->openings) {
-        iterator->done = true;  // the table was dropped, or opened anew
-    }
-    if (iterator->done) {
-        return NO_ERROR;
-    }
-    TableFile* file = tableStorage_master(storage);
-    if (file == nullptr) {
-        return MASTER_INACTIVE_ERROR;
-    }
-    const ErrorCode code = iterator->conditions->iterateBackward ? iteratorStep_backward(iterator, file, end)
-                                                                 : iteratorStep_forward(iterator, file, end);
+    const ErrorCode code = step(iterator, end);
     if (code != NO_ERROR || *end) {
         clearCurrent(iterator);
     }
@@ -124,7 +130,7 @@ ErrorCode mtIterator_next(MessageTableIterator* iterator, bool* end) noexcept {
 }
 
 const MessageMetadata& mtIterator_getMetadata(const MessageTableIterator* iterator) noexcept {
-    return iterator->metadata;
+    return iterator->current.metadata;
 }
 
 StringField mtIterator_getWireMessage(const MessageTableIterator* iterator) noexcept {
@@ -136,11 +142,11 @@ StringField mtIterator_getNonMetadataFields(const MessageTableIterator* iterator
 }
 
 const StringField* mtIterator_getStringValues(const MessageTableIterator* iterator) noexcept {
-    return iterator->stringValues.data();
+    return iterator->current.stringFields.data();
 }
 
 const NumericValue* mtIterator_getNumericValues(const MessageTableIterator* iterator) noexcept {
-    return iterator->numericValues.data();
+    return iterator->current.numericFields.data();
 }
 
 ErrorCode mtIterator_getStringField(const MessageTableIterator* iterator, std::int32_t index,
@@ -149,10 +155,10 @@ ErrorCode mtIterator_getStringField(const MessageTableIterator* iterator, std::i
         return INDEX_OUT_OF_BOUNDS_ERROR;
     }
     if (index == iterator->stringValueCount) {
-        const char* msgType = iterator->metadata.msgType.data();
+        const char* msgType = iterator->current.metadata.msgType.data();
         *text = {msgType, static_cast<std::int32_t>(std::strlen(msgType)) + 1};
     } else {
-        *text = iterator->stringValues[static_cast<std::size_t>(index)];
+        *text = iterator->current.stringFields[static_cast<std::size_t>(index)];
     }
     return NO_ERROR;
 }

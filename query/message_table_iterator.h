@@ -30,11 +30,10 @@ struct MessageTableIterator {
     std::int32_t indexInBlock = 0;  // messages of it that have been looked at
     MatchOperation match = nullptr;
     QueryConditionsPtr conditions;
-    // The current message; counts are 0 when there is none. Texts point into the reader's buffer.
-    MessageMetadata metadata;
-    std::array<StringField, MAX_STRING_FIELDS> stringValues{};
+    // The current message; counts are 0 when there is none. Texts point into the reader's buffer. A walk decodes each
+    // message into it, so that a match is not copied.
+    DecodedMessage current;
     std::int32_t stringValueCount = 0;
-    std::array<NumericValue, MAX_NUMERIC_FIELDS> numericValues{};
     std::int32_t numericValueCount = 0;
     // The place inside the block at hand.
     bool started = false;  // a backward walk has found the block it begins at
