@@ -30,7 +30,7 @@ Hashes hashesOf(std::string_view key) {
         const auto asSigned = static_cast<std::uint32_t>(static_cast<signed char>(character));
         h[0] = h[0] * 31 + asSigned;
         h[1] = h[1] * 33 + asUnsigned;
-        h[2] = asUnsigned + (h[2] << 6) + (h[2] << 16) - h[2];
+        h[2] = h[2] * 65599 + asUnsigned;
         h[3] = (h[3] << 4) + asSigned;
         const std::uint32_t top = h[3] & 0xF0000000U;
         h[3] ^= top >> 24;

@@ -99,22 +99,34 @@ void byteStream_reset(KSVByteStream* stream, std::int32_t direction) noexcept {
     byteStream_clear(stream);
 }
 
-std::int32_t byteStream_putBytes(KSVByteStream* stream, const void* source, std::int32_t n) noexcept {
+std::uint8_t* byteStream_append(KSVByteStream* stream, std::int32_t n) noexcept {
     if (stream->error != NO_ERROR) {
-        return 0;
+        return nullptr;
     }
     if (n < 0) {
         stream->error = WRONG_PARAMETER_ERROR;
-        return -1;
+        return nullptr;
     }
     const std::int32_t available = stream->capacity - stream->writeMark;
     if (available < n && !stream->extend(stream, n - available)) {
         stream->error = STREAM_EXTENSION_ERROR;
+        return nullptr;
+    }
+    std::uint8_t* place = stream->buffer + stream->writeMark;
+    stream->writeMark += n;
+    return place;
+}
+
+std::int32_t byteStream_putBytes(KSVByteStream* stream, const void* source, std::int32_t n) noexcept {
+    if (stream->error != NO_ERROR) {
+        return 0;
+    }
+    std::uint8_t* place = byteStream_append(stream, n);
+    if (stream->error != NO_ERROR) {
         return -1;
     }
     if (n > 0) {
-        std::memcpy(stream->buffer + stream->writeMark, source, static_cast<std::size_t>(n));
-        stream->writeMark += n;
+        std::memcpy(place, source, static_cast<std::size_t>(n));
     }
     return n;
 }

@@ -87,6 +87,9 @@ void byteStream_reset(KSVByteStream* stream, std::int32_t direction) noexcept;
 // Appends n bytes. Returns n; 0 when the stream already holds an error (nothing is written); -1 when the buffer cannot
 // grow (STREAM_EXTENSION_ERROR) or n is negative (WRONG_PARAMETER_ERROR).
 std::int32_t byteStream_putBytes(KSVByteStream* stream, const void* source, std::int32_t n) noexcept;
+// Appends n bytes that the caller fills in: the place of the first one, valid until the stream changes. Null with the
+// errors of byteStream_putBytes.
+std::uint8_t* byteStream_append(KSVByteStream* stream, std::int32_t n) noexcept;
 // Consumes n bytes into destination, or skips them when destination is null. Does not look at the sticky error. Returns
 // n; -1 when fewer than n bytes are unread or n is negative (STREAM_NOT_ENOUGH_DATA_ERROR, read mark unchanged).
 std::int32_t byteStream_getBytes(KSVByteStream* stream, void* destination, std::int32_t n) noexcept;

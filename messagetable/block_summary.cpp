@@ -85,6 +85,7 @@ ErrorCode readRecord(RangeRecord* record, const MessageTableLayout& layout, KSVB
 ErrorCode blockSummary_init(BlockSummary* summary, const MessageTableLayout& layout) noexcept {
     try {
         summary->filters.clear();
+        summary->recentKeys.assign(static_cast<std::size_t>(layout.summarisedStringFieldCount), RecentKeys());
         for (std::int32_t i = 0; i < layout.summarisedStringFieldCount; ++i) {
             const BloomFilterPtr filter(bloomFilter_create());
             if (filter == nullptr) {
@@ -108,6 +109,9 @@ void blockSummary_reset(BlockSummary* summary, bool keepStaticIndexes) noexcept 
     for (BloomFilter& filter : summary->filters) {
         bloomFilter_clear(&filter);
     }
+    for (RecentKeys& keys : summary->recentKeys) {
+        keys.clear();
+    }
     if (!keepStaticIndexes) {
         mthStaticIndexes_init(&summary->staticIndexes);
     }
@@ -121,6 +125,7 @@ void blockSummary_copy(BlockSummary* target, const BlockSummary& source) noexcep
     target->staticIndexes = source.staticIndexes;
     for (std::size_t i = 0; i < source.filters.size(); ++i) {
         bloomFilter_setBits(&target->filters[i], source.filters[i].words.data());
+        target->recentKeys[i] = source.recentKeys[i];
     }
 }
 
@@ -141,8 +146,10 @@ void blockSummary_add(BlockSummary* summary, const MessageTableLayout& layout, c
     summary->frameBytes += static_cast<std::uint64_t>(frameLength);
     const std::int32_t filtered = std::min(layout.summarisedStringFieldCount, layout.stringFieldCount);
     for (std::int32_t i = 0; i < filtered; ++i) {
-        if (stringFields[i].length > 0) {
-            bloomFilter_add(&summary->filters[static_cast<std::size_t>(i)], stringField_bytes(stringFields[i]));
+        const auto slot = static_cast<std::size_t>(i);
+        const std::string_view key = stringField_bytes(stringFields[i]);
+        if (!key.empty() && !summary->recentKeys[slot].seen(key)) {
+            bloomFilter_add(&summary->filters[slot], key);
         }
     }
     for (std::int32_t i = 0; i < layout.numericFieldCount; ++i) {

@@ -26,6 +26,7 @@
 #include "core/bloom_filter.h"
 #include "core/byte_stream.h"
 #include "core/error_codes.h"
+#include "core/recent_keys.h"
 #include "messagetable/frame.h"
 #include "messagetable/static_indexes.h"
 #include "storage/table_config.h"
@@ -48,7 +49,8 @@ struct BlockSummary {
     std::uint64_t frameBytes = 0;
     RangeRecord minimum;
     RangeRecord maximum;
-    std::vector<BloomFilter> filters;  // one per summarised string field
+    std::vector<BloomFilter> filters;    // one per summarised string field
+    std::vector<RecentKeys> recentKeys;  // of each filter
     // After a footer was read: where its filters stand, in the stream that it was read into. They are asked in place,
     // until something else is read into that stream; `filters` know nothing of them. Null at other times.
     const std::uint8_t* storedFilters = nullptr;

@@ -25,6 +25,22 @@ struct FrameBytes {
     }
 };
 
+template <typename T>
+std::uint8_t* put(std::uint8_t* at, T value) {
+    std::memcpy(at, &value, sizeof(T));
+    return at + sizeof(T);
+}
+
+// The first five bytes, NUL-padded from the first NUL on.
+std::uint8_t* putMsgType(std::uint8_t* at, const std::array<char, MSG_TYPE_LENGTH + 1>& msgType) {
+    bool ended = false;
+    for (std::size_t i = 0; i < MSG_TYPE_LENGTH; ++i) {
+        ended = ended || msgType[i] == '\0';
+        at[i] = ended ? 0 : static_cast<std::uint8_t>(msgType[i]);
+    }
+    return at + MSG_TYPE_LENGTH;
+}
+
 std::uint32_t decodeFixedPart(FrameBytes* bytes, MessageMetadata* metadata) {
     const auto msgLen = bytes->take<std::uint32_t>();
     metadata->uniformId = bytes->take<std::int32_t>();
@@ -123,28 +139,32 @@ ErrorCode mfr_encodeMessage(const MessageMetadata* metadata, const StringField* 
         stream->error = STREAM_EXTENSION_ERROR;
         return STREAM_EXTENSION_ERROR;
     }
-    std::array<char, MSG_TYPE_LENGTH> msgType{};
-    for (std::size_t i = 0; i < msgType.size() && metadata->msgType[i] != '\0'; ++i) {
-        msgType[i] = metadata->msgType[i];
+    // Room for all of it is made once; every field then goes straight to its place.
+    std::uint8_t* at = byteStream_append(stream, static_cast<std::int32_t>(length));
+    if (byteStream_error(stream) != NO_ERROR) {
+        return byteStream_error(stream);
     }
-    byteStream_put(stream, static_cast<std::uint32_t>(length));
-    byteStream_put(stream, metadata->uniformId);
-    byteStream_put(stream, metadata->seqNum);
-    byteStream_put(stream, metadata->prevSeqNum);
-    byteStream_put(stream, metadata->connMsgId);
-    byteStream_put(stream, metadata->timestamp);
-    byteStream_putBytes(stream, msgType.data(), MSG_TYPE_LENGTH);
-    byteStream_put(stream, metadata->isPossDupFlag);
-    byteStream_put(stream, metadata->isOutOfSequence);
+    at = put(at, static_cast<std::uint32_t>(length));
+    at = put(at, metadata->uniformId);
+    at = put(at, metadata->seqNum);
+    at = put(at, metadata->prevSeqNum);
+    at = put(at, metadata->connMsgId);
+    at = put(at, metadata->timestamp);
+    at = putMsgType(at, metadata->msgType);
+    at = put(at, metadata->isPossDupFlag);
+    at = put(at, metadata->isOutOfSequence);
     for (std::int32_t i = 0; i < numericFieldCount; ++i) {
-        numericValue_writeFrame(numericFields[i], stream);
+        at = numericValue_putFrame(numericFields[i], at);
     }
     for (std::int32_t i = 0; i < stringFieldCount; ++i) {
-        byteStream_put(stream, static_cast<std::uint32_t>(stringFields[i].length));
-        byteStream_putBytes(stream, stringFields[i].text, stringFields[i].length);
+        at = put(at, static_cast<std::uint32_t>(stringFields[i].length));
+        if (stringFields[i].length > 0) {
+            std::memcpy(at, stringFields[i].text, static_cast<std::size_t>(stringFields[i].length));
+            at += stringFields[i].length;
+        }
     }
-    byteStream_put(stream, static_cast<std::uint32_t>(length));
-    return byteStream_error(stream);
+    put(at, static_cast<std::uint32_t>(length));
+    return NO_ERROR;
 }
 
 ErrorCode mfr_decodeMessage(MessageMetadata* metadata, StringField* stringFields, std::int32_t stringFieldCount,

@@ -73,13 +73,6 @@ std::int32_t numericValue_frameSize(const NumericValue& value) noexcept {
     return value.type == NumericType::absent ? 1 : FIXED_NUMERIC_SIZE;
 }
 
-void numericValue_writeFrame(const NumericValue& value, KSVByteStream* stream) noexcept {
-    byteStream_put(stream, static_cast<std::uint8_t>(value.type));
-    if (value.type != NumericType::absent) {
-        byteStream_put(stream, value.longValue);
-    }
-}
-
 void numericValue_writeFixed(const NumericValue& value, KSVByteStream* stream) noexcept {
     byteStream_put(stream, static_cast<std::uint8_t>(value.type));
     byteStream_put(stream, value.type == NumericType::absent ? std::int64_t{0} : value.longValue);

@@ -7,6 +7,7 @@
 #pragma once
 
 #include <cstdint>
+#include <cstring>
 
 #include "core/byte_stream.h"
 #include "core/error_codes.h"
@@ -48,8 +49,16 @@ std::int64_t numericValue_as<std::int64_t>(const NumericValue& value) noexcept;
 
 // Bytes that the value takes in a frame.
 std::int32_t numericValue_frameSize(const NumericValue& value) noexcept;
-// Appends the two stored forms; errors stay in the stream.
-void numericValue_writeFrame(const NumericValue& value, KSVByteStream* stream) noexcept;
+// Puts the frame form at `at`, where numericValue_frameSize bytes have room; the result is the place behind it.
+inline std::uint8_t* numericValue_putFrame(const NumericValue& value, std::uint8_t* at) noexcept {
+    *at++ = static_cast<std::uint8_t>(value.type);
+    if (value.type == NumericType::absent) {
+        return at;
+    }
+    std::memcpy(at, &value.longValue, sizeof(value.longValue));
+    return at + sizeof(value.longValue);
+}
+// Appends the footer form; errors stay in the stream.
 void numericValue_writeFixed(const NumericValue& value, KSVByteStream* stream) noexcept;
 // Reads the footer form. STREAM_NOT_ENOUGH_DATA_ERROR; CONSISTENCY_ERROR for an unknown type byte.
 ErrorCode numericValue_readFixed(NumericValue* value, KSVByteStream* stream) noexcept;

@@ -22,11 +22,9 @@ constexpr std::int32_t MIB = 1 << 20;
 constexpr std::int32_t BARE_FRAME = 55;
 constexpr std::int32_t LARGEST_LENGTH = std::numeric_limits<std::int32_t>::max();
 // A write is put together in a buffer of 2048 bytes and 1250 for each summarised field. Where that is not enough it
-// becomes half as large again and what is missing, and never larger than 2^31 - 1 bytes: that is missing for a text.
+// becomes half as large again and what is missing, and never larger than 2^31 - 1 bytes.
 constexpr std::int64_t WRITE_BUFFER = 2 * 1250 + 2048;
-constexpr std::int64_t IN_FRONT_OF_THE_TEXT = 35 + 3 * 4;
-constexpr std::int64_t LARGEST_TEXT = LARGEST_LENGTH - WRITE_BUFFER * 3 / 2 + WRITE_BUFFER - IN_FRONT_OF_THE_TEXT;
-constexpr std::int64_t LARGEST_ACCEPTED = BARE_FRAME + LARGEST_TEXT;
+constexpr std::int64_t LARGEST_ACCEPTED = LARGEST_LENGTH - WRITE_BUFFER * 3 / 2 + WRITE_BUFFER;
 constexpr std::size_t WIRE_MESSAGE = 2;  // its place among the four string fields
 
 class FrameSize : public MessageTableTest {
