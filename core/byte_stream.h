@@ -122,7 +122,13 @@ std::int32_t byteStream_put(KSVByteStream* stream, T value) noexcept {
 template <typename T>
 std::int32_t byteStream_get(KSVByteStream* stream, T* value) noexcept {
     static_assert(std::is_arithmetic_v<T> && sizeof(T) <= 8);
-    return byteStream_getBytes(stream, value, static_cast<std::int32_t>(sizeof(T)));
+    constexpr auto width = static_cast<std::int32_t>(sizeof(T));
+    if (stream->direction == BYTE_STREAM_FORWARD && byteStream_unread(stream) >= width) {
+        std::memcpy(value, stream->buffer + stream->readMark, sizeof(T));
+        stream->readMark += width;
+        return width;
+    }
+    return byteStream_getBytes(stream, value, width);
 }
 
 }  // namespace tabulo

@@ -91,32 +91,35 @@ ErrorCode decodeString(FrameBytes* bytes, StringField* field) {
     return NO_ERROR;
 }
 
-ErrorCode decode(FrameBytes* bytes, MessageMetadata* metadata, StringField* stringFields, std::int32_t stringFieldCount,
-                 NumericValue* numericFields, std::int32_t numericFieldCount) {
-    if (!bytes->has(FRAME_FIXED_SIZE)) {
+// Decodes the frame at the beginning of the bytes; *length is its size. The bytes are taken by value, so that the place
+// in them stays in a register.
+ErrorCode decode(FrameBytes bytes, MessageMetadata* metadata, StringField* stringFields, std::int32_t stringFieldCount,
+                 NumericValue* numericFields, std::int32_t numericFieldCount, std::int32_t* length) {
+    if (!bytes.has(FRAME_FIXED_SIZE)) {
         return NO_DATA_ERROR;
     }
-    const std::uint32_t msgLen = decodeFixedPart(bytes, metadata);
+    const std::uint32_t msgLen = decodeFixedPart(&bytes, metadata);
     std::fill_n(stringFields, stringFieldCount, StringField{});
     for (std::int32_t i = 0; i < numericFieldCount; ++i) {
-        const ErrorCode code = decodeNumeric(bytes, &numericFields[i]);
+        const ErrorCode code = decodeNumeric(&bytes, &numericFields[i]);
         if (code != NO_ERROR) {
             return code;
         }
     }
     for (std::int32_t i = 0; i < stringFieldCount; ++i) {
-        const ErrorCode code = decodeString(bytes, &stringFields[i]);
+        const ErrorCode code = decodeString(&bytes, &stringFields[i]);
         if (code != NO_ERROR) {
             return code;
         }
     }
-    if (!bytes->has(FRAME_LENGTH_SIZE)) {
+    if (!bytes.has(FRAME_LENGTH_SIZE)) {
         return NO_DATA_ERROR;
     }
-    if (bytes->take<std::uint32_t>() != msgLen) {
+    if (bytes.take<std::uint32_t>() != msgLen) {
         return CONSISTENCY_ERROR;
     }
-    return bytes->position == std::int64_t{msgLen} ? NO_ERROR : NO_DATA_ERROR;
+    *length = static_cast<std::int32_t>(bytes.position);
+    return bytes.position == std::int64_t{msgLen} ? NO_ERROR : NO_DATA_ERROR;
 }
 
 }  // namespace
@@ -170,10 +173,11 @@ ErrorCode mfr_encodeMessage(const MessageMetadata* metadata, const StringField* 
 ErrorCode mfr_decodeMessage(MessageMetadata* metadata, StringField* stringFields, std::int32_t stringFieldCount,
                             NumericValue* numericFields, std::int32_t numericFieldCount,
                             KSVByteStream* stream) noexcept {
-    FrameBytes bytes{byteStream_readPointer(stream), byteStream_unread(stream)};
-    const ErrorCode code = decode(&bytes, metadata, stringFields, stringFieldCount, numericFields, numericFieldCount);
+    std::int32_t length = 0;
+    const ErrorCode code = decode({byteStream_readPointer(stream), byteStream_unread(stream)}, metadata, stringFields,
+                                  stringFieldCount, numericFields, numericFieldCount, &length);
     if (code == NO_ERROR) {
-        byteStream_skip(stream, static_cast<std::int32_t>(bytes.position));
+        byteStream_skip(stream, length);
     }
     return code;
 }
@@ -194,12 +198,13 @@ ErrorCode mfr_decodeMessageBackward(MessageMetadata* metadata, StringField* stri
         return NO_DATA_ERROR;
     }
     const std::int32_t start = end - static_cast<std::int32_t>(msgLen2);
-    FrameBytes bytes{byteStream_buffer(stream) + start, byteStream_writeMark(stream) - start};
-    const ErrorCode code = decode(&bytes, metadata, stringFields, stringFieldCount, numericFields, numericFieldCount);
+    std::int32_t length = 0;
+    const ErrorCode code = decode({byteStream_buffer(stream) + start, byteStream_writeMark(stream) - start}, metadata,
+                                  stringFields, stringFieldCount, numericFields, numericFieldCount, &length);
     if (code != NO_ERROR) {
         return code;
     }
-    if (bytes.position != end - start) {
+    if (length != end - start) {
         return CONSISTENCY_ERROR;
     }
     byteStream_resetRead(stream, BYTE_STREAM_FORWARD, start);
