@@ -48,8 +48,8 @@ const std::uint32_t* bloomFilter_bits(const BloomFilter* filter, std::int32_t* b
 void bloomFilter_add(BloomFilter* filter, std::string_view key) noexcept;
 // 1 when all seven bits of the key are set, else 0.
 std::int32_t bloomFilter_mayContain(const BloomFilter* filter, std::string_view key) noexcept;
-// The same of a filter in its stored form, whose bitCount the caller has found to be BLOOM_FILTER_BITS. `stored` needs no
-// alignment.
+// The same of a filter in its stored form, whose bitCount the caller has found to be BLOOM_FILTER_BITS. `stored` needs
+// no alignment.
 bool bloomFilter_storedMayContain(const std::uint8_t* stored, std::string_view key) noexcept;
 
 // Appends the stored form. The result is the stream's error (STREAM_EXTENSION_ERROR when it cannot grow).

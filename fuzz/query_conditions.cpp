@@ -28,14 +28,14 @@ void add(BlockSummary* summary, const Message& message, const MessageTableLayout
     blockSummary_add(summary, layout, message.metadata, fields.data(), message.numbers.data(), 100);
 }
 
-// The summary as a reader has it: from a footer.
-void readBack(BlockSummary* summary, const BlockSummary& kept, const MessageTableLayout& layout) {
+// The summary as a reader has it: from a footer, which stays in the stream.
+void readBack(BlockSummary* summary, KSVByteStream* stream, const BlockSummary& kept,
+              const MessageTableLayout& layout) {
     constexpr std::uint64_t blockLength = 100000;
-    const ByteStreamPtr stream(byteStream_create(0));
-    blockSummary_writeFooter(&kept, layout, stream.get());
-    byteStream_put(stream.get(), blockLength);
+    blockSummary_writeFooter(&kept, layout, stream);
+    byteStream_put(stream, blockLength);
     requireSuccess(blockSummary_init(summary, layout), "a summary");
-    requireSuccess(blockSummary_readFooter(summary, layout, stream.get(), blockLength), "reading a footer back");
+    requireSuccess(blockSummary_readFooter(summary, layout, stream, blockLength), "reading a footer back");
 }
 
 }  // namespace
@@ -62,7 +62,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         anyMatches = matches(*conditions, message) || anyMatches;
     }
     tabulo::BlockSummary stored;
-    readBack(&stored, kept, layout);
+    const tabulo::ByteStreamPtr stream(tabulo::byteStream_create(0));
+    readBack(&stored, stream.get(), kept, layout);
     const bool mayMatch = tabulo::query_blockMayMatch(*conditions, kept, layout);
     require(mayMatch == tabulo::query_blockMayMatch(*conditions, stored, layout),
             "a footer answers otherwise than the summary it was written from");

@@ -72,7 +72,8 @@ void blockSummary_add(BlockSummary* summary, const MessageTableLayout& layout, c
 // not.
 bool blockSummary_mayContain(const BlockSummary& summary, std::int32_t field, std::string_view text) noexcept;
 
-// Appends the footer without its last field, the block length. The result is the stream's error.
+// Appends the footer without its last field, the block length, of a summary to which messages were added (one that was
+// read has its filters elsewhere). The result is the stream's error.
 ErrorCode blockSummary_writeFooter(const BlockSummary* summary, const MessageTableLayout& layout,
                                    KSVByteStream* stream) noexcept;
 // Takes a whole footer, which must be all that is unread, with its block length; the filters are not copied
