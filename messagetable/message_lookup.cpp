@@ -73,6 +73,14 @@ ErrorCode readView(MessageTable* table, TableFile* file, const StoredTail& store
     return code == NO_ERROR ? loadView(table, file, blockEnd, scanEnd) : code;
 }
 
+// The end of what the view knows. Not the file's: a torn frame behind it may be cut and a message of its size written.
+std::int64_t viewEnd(const MessageTable* table) {
+    const BlockSummary& summary = table->frames->summary;
+    const std::int64_t start = mt_openBlockStart(table);
+    return summary.messageCount == 0 ? start
+                                     : start + BLOCK_LENGTH_SIZE + static_cast<std::int64_t>(summary.frameBytes);
+}
+
 // Adds to the view what has been appended behind it. *grown is false when the view cannot be gone on with.
 ErrorCode growView(MessageTable* table, TableFile* file, const StoredTail& stored, std::int64_t* blockEnd,
                    ErrorCode* scanEnd, bool* grown) {
@@ -153,7 +161,7 @@ ErrorCode mt_refresh(MessageTable* table) noexcept {
     if (scanEnd == CONSISTENCY_ERROR) {
         return CONSISTENCY_ERROR;
     }
-    table->viewSize = size;
+    table->viewSize = viewEnd(table);
     table->viewLastBlockEnd = storedEnd;
     table->viewLoaded = true;
     return NO_ERROR;

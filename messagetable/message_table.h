@@ -31,7 +31,7 @@ struct MessageTable {
     bool destroyRequested = false;   // mt_destroy was called by such a callback
     // What a read-only table has seen of its file, so that an unchanged one is not read again.
     bool viewLoaded = false;
-    std::int64_t viewSize = 0;
+    std::int64_t viewSize = 0;  // up to the end of its last message
     std::uint64_t viewLastBlockEnd = 0;
 };
 

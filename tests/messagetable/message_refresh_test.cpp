@@ -201,6 +201,23 @@ TEST_F(Refresh, ATornTailIsNoneOfTheReadersBusiness) {
     }
 }
 
+TEST_F(Refresh, AMessageThatTakesThePlaceOfATornTailIsSeen) {
+    const TableMap places = map(7);
+    const std::size_t size = places.frame(6).end + frameOf(bareMessage(77, shape)).size();
+    ASSERT_LT(size, places.dataEnd) << "the test itself";
+    for (const std::int32_t last : {6, 4}) {  // the open block has messages, or none yet
+        const std::size_t end = last == 6 ? places.frame(6).end : places.openBlockStart;
+        place(cutAt(unclosed(7), end));
+        const Bytes next = concatenated(Bytes(last == 4 ? 8 : 0, 0), frameOf(bareMessage(77, shape)));
+        const MessageTablePtr reader = openReader();
+        ASSERT_EQ(lastUniform(reader), last);
+        appendFile(path(), Bytes(next.size(), 0));
+        ASSERT_EQ(lastUniform(reader), last) << "a torn tail";
+        patchFile(path(), end, next);
+        EXPECT_EQ(lastUniform(reader), 77) << "a message of the torn tail's size, behind message " << last;
+    }
+}
+
 TEST_F(Refresh, ABlockThatIsBeingClosedIsReadAtEveryByte) {
     const TableMap places = map(8);
     const Bytes whole = unclosed(8);

@@ -174,7 +174,7 @@ void ModelRun::compareLookups(Handle* handle) {
         }
         handle->viewed = true;
         handle->viewGeneration = model_.generation();
-        handle->viewSize = size;
+        handle->viewSize = model_.fileSize();
         handle->viewBlockStart = blockStart;
     }
     SCOPED_TRACE(handle->writes ? "lookups of the writer" : "lookups of a reader");
