@@ -205,6 +205,37 @@ TEST_F(RecoverySalvage, ACutFrameThatCannotBeOneIsSaved) {
     }
 }
 
+TEST_F(RecoverySalvage, AFrameThatLooksCutIsSavedWhenAWholeOneStandsBehindIt) {
+    const TableMap places = map(8);
+    const Bytes whole = footerlessImage(shape, simpleMessages(1, 8, shape));
+    const std::size_t start = places.frame(7).start;
+    const std::size_t lastText = places.frame(7).end - 4 - std::string("f3-7").size() - 1 - 4;
+    // The last text of message 7 and its msgLen say that the frame goes on to one byte behind the file's end.
+    const auto damagedWith = [&](std::size_t bytesBehind) {
+        Bytes bytes = concatenated(whole, Bytes(bytesBehind, 0x11));
+        const std::size_t end = bytes.size() + 1;
+        putU32(&bytes, start, static_cast<std::uint32_t>(end - start));
+        putU32(&bytes, lastText, static_cast<std::uint32_t>(end - 4 - (lastText + 4)));
+        return bytes;
+    };
+    for (const std::size_t bytesBehind : {0U, 1U, 40U, 20'000U}) {
+        const Bytes damaged = damagedWith(bytesBehind);
+        expectSaved(damaged, 6, {{start, slice(damaged, start, damaged.size())}});
+    }
+    // Without message 8's last byte nothing whole is there.
+    expectSilence(cutAt(damagedWith(0), whole.size() - 1), 6);
+}
+
+TEST_F(RecoverySalvage, AWholeFrameIsFoundWhereverItStandsInWhatLooksCut) {
+    const Bytes inner = frameOf(simpleMessage(8, shape));
+    for (const std::size_t before : {100U, 16'384U - 60U, 16'384U - 4U, 16'384U, 16'385U, 50'000U}) {
+        Message large = simpleMessage(7, shape);
+        large.strings[2] = std::string(before, 'x') + std::string(inner.begin(), inner.end()) + std::string(500, 'y');
+        const Bytes tail = cutAt(frameOf(large), frameOf(large).size() - 300);
+        expectSaved(concatenated(unclosed(6), tail), 6, {{map(6).dataEnd, tail}});
+    }
+}
+
 TEST_F(RecoverySalvage, ACutFrameWithAnUnknownNumericTypeIsSaved) {
     shape.numericNames = {"Price", "OrderQty"};
     Bytes tail = cutAt(frame7(), 60);
