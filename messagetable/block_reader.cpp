@@ -109,7 +109,32 @@ ErrorCode scanOpenBlock(MessageFrames* mfr, TableFile* file, BlockView* block) {
     return code;
 }
 
+// A block that cannot be read by its length word: an open one when the word is torn, else HEADER_CORRUPTED_ERROR.
+ErrorCode readTornBlock(MessageFrames* mfr, TableFile* file, std::uint64_t word, BlockView* block) {
+    ErrorCode code = scanOpenBlock(mfr, file, block);
+    if (code != NO_ERROR || block->messageCount < mfr->layout.messagesPerBlock) {
+        return code == NO_ERROR ? HEADER_CORRUPTED_ERROR : code;
+    }
+    std::uint64_t length = 0;
+    code = readLengthWord(file, blockView_next(*block, mfr) - BLOCK_LENGTH_SIZE, &length);
+    if (code == NO_DATA_ERROR || (code == NO_ERROR && (length != mfr_closedBlockLength(mfr) ||
+                                                       !mfr_isTornLengthWord(block->start, word, length)))) {
+        return HEADER_CORRUPTED_ERROR;
+    }
+    return code;
+}
+
 }  // namespace
+
+bool mfr_isTornLengthWord(std::int64_t offset, std::uint64_t word, std::uint64_t length) noexcept {
+    constexpr std::int64_t PAGE_SIZE = 4096;  // the smallest that systems have
+    const std::int64_t inFront = PAGE_SIZE - offset % PAGE_SIZE;
+    if (inFront >= BLOCK_LENGTH_SIZE) {
+        return false;
+    }
+    const std::uint64_t front = (std::uint64_t{1} << (8 * inFront)) - 1;
+    return word == (length & front) || word == (length & ~front);
+}
 
 std::int64_t blockView_framesStart(const BlockView& block) noexcept {
     return block.start + BLOCK_LENGTH_SIZE;
@@ -168,10 +193,11 @@ ErrorCode mfr_readBlockFooter(MessageFrames* mfr, TableFile* file, std::int64_t 
     if (code != NO_ERROR) {
         return code;
     }
-    if (length != 0) {
-        return readClosedBlock(mfr, file, length, block);
+    if (length == 0) {
+        return scanOpen ? scanOpenBlock(mfr, file, block) : NO_DATA_ERROR;
     }
-    return scanOpen ? scanOpenBlock(mfr, file, block) : NO_DATA_ERROR;
+    const ErrorCode closed = readClosedBlock(mfr, file, length, block);
+    return closed == HEADER_CORRUPTED_ERROR && scanOpen ? readTornBlock(mfr, file, length, block) : closed;
 }
 
 ErrorCode mfr_readPreviousBlock(MessageFrames* mfr, TableFile* file, std::int64_t blockEnd, bool scanOpen,

@@ -32,11 +32,15 @@ std::int64_t blockView_next(const BlockView& block, const MessageFrames* mfr) no
 // True when a block of this length can stand where `available` bytes are.
 bool mfr_isBlockLength(const MessageFrames* mfr, std::uint64_t length, std::int64_t available) noexcept;
 
+// True when `word`, at a file offset, is what a writer that was stopped has left there of a block length: the part in
+// front of a page boundary or the part behind it, and zero bytes. A write is whole within a page.
+bool mfr_isTornLengthWord(std::int64_t offset, std::uint64_t word, std::uint64_t length) noexcept;
+
 // Reads the block at blockStart into the summary. NO_DATA_ERROR: fewer than 8 bytes stand there, or the block is open
 // and scanOpen is not set; with scanOpen its frames are scanned into the emptied summary (the static indexes go on from
-// what they are). In a walk forward a closed block costs one read. HEADER_CORRUPTED_ERROR: an impossible length, or a
-// footer that does not fit; CONSISTENCY_ERROR: an unknown numeric type in a footer. FILE_READ_ERROR, SYSTEM_FILE_ERROR,
-// OUT_OF_MEMORY_ERROR.
+// what they are), and so is a block that its footer closes but whose length word is torn. In a walk forward a closed
+// block costs one read. HEADER_CORRUPTED_ERROR: an impossible length, or a footer that does not fit; CONSISTENCY_ERROR:
+// an unknown numeric type in a footer. FILE_READ_ERROR, SYSTEM_FILE_ERROR, OUT_OF_MEMORY_ERROR.
 ErrorCode mfr_readBlockFooter(MessageFrames* mfr, TableFile* file, std::int64_t blockStart, bool scanOpen,
                               BlockView* block) noexcept;
 

@@ -71,12 +71,16 @@ ErrorCode saveOverwritten(const Recovery& recovery, std::int64_t offset, const s
     return code == NO_ERROR && !empty ? save(recovery, offset, there) : code;
 }
 
-// Replaces a block's leading length word; a 0 and the right word are what a crash can have left.
+// Replaces a block's leading length word; a 0, the right word and a torn one are what a crash can have left.
 ErrorCode replaceLengthWord(const Recovery& recovery, std::uint64_t length) {
-    std::uint8_t bytes[BLOCK_LENGTH_SIZE];
-    std::memcpy(bytes, &length, sizeof(bytes));
-    const ErrorCode code = saveOverwritten(recovery, recovery.position, bytes, BLOCK_LENGTH_SIZE);
-    return code == NO_ERROR ? writeAt(recovery.file, recovery.position, bytes, BLOCK_LENGTH_SIZE) : code;
+    std::uint64_t present = 0;
+    std::int64_t count = 0;
+    ErrorCode code = tableFileReadAt(recovery.file, recovery.position, &present, BLOCK_LENGTH_SIZE, &count);
+    if (code == NO_ERROR && present != 0 && present != length &&
+        !mfr_isTornLengthWord(recovery.position, present, length)) {
+        code = save(recovery, recovery.position, count);
+    }
+    return code == NO_ERROR ? writeAt(recovery.file, recovery.position, &length, BLOCK_LENGTH_SIZE) : code;
 }
 
 void addMessages(DataInfo* info, std::int32_t count) {

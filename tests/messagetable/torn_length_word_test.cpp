@@ -1,0 +1,117 @@
+// A block's length word that lies across a page boundary and of which a writer that was stopped has written one part.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+
+#include "messagetable/block_reader.h"
+#include "messagetable/message_lookup.h"
+#include "tests/messagetable/table_image.h"
+
+namespace tabulo::test {
+namespace {
+
+constexpr std::size_t PAGE = 4096;
+constexpr std::int32_t LAST = 10;
+
+class TornLengthWord : public TableImageTest {
+  protected:
+    // Ten messages, the second block's length word with `inFront` bytes before a page boundary.
+    void make(std::size_t inFront) {
+        messages = simpleMessages(1, LAST, shape);
+        const std::size_t start = mapOf(shape, messages).blockStarts[1];
+        messages[0].strings[2] = *messages[0].strings[2] + std::string(2 * PAGE - inFront - start % PAGE, 'x');
+        places = mapOf(shape, messages);
+        ASSERT_EQ((places.blockStarts[1] + inFront) % PAGE, 0U) << "the test itself";
+        whole = unclosedImage(shape, messages);
+    }
+    // The file with only the bytes of the word in front of the page boundary written, or only those behind it.
+    Bytes torn(std::size_t inFront, bool front) const {
+        Bytes bytes = whole;
+        const auto word = bytes.begin() + static_cast<std::ptrdiff_t>(places.blockStarts[1]);
+        const auto boundary = word + static_cast<std::ptrdiff_t>(inFront);
+        std::fill(front ? boundary : word, front ? word + 8 : boundary, 0);
+        return bytes;
+    }
+    void expectWhole(const Bytes& bytes) {
+        place(bytes);
+        const MessageTablePtr reader = openTable(directory.root(), TABLE_FILE_READ, shape);
+        std::int32_t id = 0;
+        EXPECT_EQ(mt_getLastUniformMessageId(reader.get(), &id), NO_ERROR);
+        EXPECT_EQ(id, LAST);
+        const ReadMessages forward = readAll(reader.get());
+        EXPECT_EQ(forward.code, NO_ERROR) << "forward";
+        EXPECT_EQ(forward.messages, messages) << "forward";
+        ReadMessages backward = readAllBackward(reader.get());
+        std::reverse(backward.messages.begin(), backward.messages.end());
+        EXPECT_EQ(backward.code, NO_ERROR) << "backward";
+        EXPECT_EQ(backward.messages, messages) << "backward";
+    }
+    void expectRecoveredSilently(const Bytes& bytes) {
+        log.clear();
+        place(bytes);
+        ASSERT_EQ(recover(), NO_ERROR);
+        EXPECT_EQ(difference(fileBytes(), closedImage(shape, messages)), "");
+        EXPECT_TRUE(others().empty()) << "saved without need: " << others().begin()->first;
+        EXPECT_EQ(warningsOf("mtX_recover"), std::vector<std::string>{});
+    }
+
+    std::vector<Message> messages;
+    TableMap places;
+    Bytes whole;
+};
+
+TEST_F(TornLengthWord, IsReadAsOneThatIsNotWrittenYet) {
+    for (std::size_t inFront = 1; inFront < 8; ++inFront) {
+        make(inFront);
+        for (const bool front : {true, false}) {
+            SCOPED_TRACE(std::to_string(inFront) + " bytes in front, written " + (front ? "these" : "the others"));
+            expectWhole(torn(inFront, front));
+        }
+    }
+}
+
+TEST_F(TornLengthWord, IsRewrittenByRecoveryWithoutACopy) {
+    for (std::size_t inFront = 1; inFront < 8; ++inFront) {
+        make(inFront);
+        for (const bool front : {true, false}) {
+            SCOPED_TRACE(std::to_string(inFront) + " bytes in front, written " + (front ? "these" : "the others"));
+            expectRecoveredSilently(torn(inFront, front));
+        }
+    }
+}
+
+TEST_F(TornLengthWord, IsDamageWhereTheBlockOrItsFooterDoesNotAgree) {
+    make(1);
+    const std::size_t start = places.blockStarts[1];
+    Bytes otherPart = torn(1, true);
+    otherPart[start] ^= 0x01;
+    Bytes otherFooter = torn(1, true);
+    otherFooter[places.openBlockStart - 8] ^= 0x01;
+    Bytes noFrame = torn(1, true);
+    putU32(&noFrame, places.frame(6).end - 4, 1);
+    const Bytes noFooter = cutAt(torn(1, true), places.openBlockStart - 1);
+    for (const Bytes& bytes : {otherPart, otherFooter, noFrame, noFooter}) {
+        place(bytes);
+        const MessageTablePtr reader = openTable(directory.root(), TABLE_FILE_READ, shape);
+        const ReadMessages forward = readAll(reader.get());
+        EXPECT_EQ(forward.code, HEADER_CORRUPTED_ERROR);
+        EXPECT_EQ(forward.messages.size(), 4U);
+    }
+}
+
+TEST(LengthWord, IsTornAtAPageBoundaryOnly) {
+    constexpr std::uint64_t LENGTH = 0x0102030405060708;
+    EXPECT_TRUE(mfr_isTornLengthWord(4095, 0x08, LENGTH));
+    EXPECT_TRUE(mfr_isTornLengthWord(4095, 0x0102030405060700, LENGTH));
+    EXPECT_TRUE(mfr_isTornLengthWord(2 * 4096 - 7, 0x02030405060708, LENGTH));
+    EXPECT_TRUE(mfr_isTornLengthWord(2 * 4096 - 7, 0x0100000000000000, LENGTH));
+    EXPECT_FALSE(mfr_isTornLengthWord(4095, 0x0708, LENGTH)) << "torn elsewhere";
+    EXPECT_FALSE(mfr_isTornLengthWord(4094, 0x08, LENGTH)) << "torn elsewhere";
+    EXPECT_FALSE(mfr_isTornLengthWord(4096, 0x08, LENGTH)) << "within a page";
+    EXPECT_FALSE(mfr_isTornLengthWord(4088, 0x08, LENGTH)) << "within a page";
+    EXPECT_FALSE(mfr_isTornLengthWord(4088, 0, LENGTH)) << "within a page";
+    EXPECT_FALSE(mfr_isTornLengthWord(4095, 0x09, LENGTH)) << "another length";
+}
+
+}  // namespace
+}  // namespace tabulo::test
