@@ -211,6 +211,16 @@ def report(results, build, plot_name):
         yield ""
         yield from table(["messages", "messages/s", "median ms", "99 % ms", "longest ms", "% in pauses"],
                          delay_rows(results))
+    if results.subjects("instructions"):
+        yield ""
+        yield "## Instructions"
+        yield ""
+        yield ("Counted by callgrind, in the library and what it calls, without the system's own. They hardly change from"
+               " run to run: a difference to the last report comes from the code or the compiler.")
+        yield ""
+        yield from table(["step", "instructions a message"],
+                         ([step, number(results.median("instructions", step, "a message"), 0)]
+                          for step in results.subjects("instructions")))
     if results.micro:
         yield ""
         yield "## Small steps"

@@ -18,7 +18,7 @@ LIBRARY_FOLDERS = {
 OUTER_FOLDERS = ["tests", "benchmarks", "examples", "fuzz"]
 
 CPP_SUFFIXES = (".h", ".cpp")
-CODE_SUFFIXES = CPP_SUFFIXES + (".java", ".py", ".sh", ".cmake", "CMakeLists.txt", "/check", "/demo", "/run")
+CODE_SUFFIXES = CPP_SUFFIXES + (".java", ".py", ".sh", ".cmake", "CMakeLists.txt", "/check", "/demo", "/bench", "/run")
 
 _SKIPPED_FOLDERS = {"build", "__pycache__"}
 _INCLUDE = re.compile(r'^\s*#\s*include\s*([<"])([^>"]*)[>"]')
