@@ -258,12 +258,7 @@ ErrorCode writeHeaderAndCut(Recovery* recovery) {
     if (code != NO_ERROR) {
         return code;
     }
-    const auto dataEnd = static_cast<std::int64_t>(table->dataInfo.dataEnd);
-    code = tableFileTruncate(recovery->file, dataEnd);
-    // A cut may fail and say otherwise; the size does not.
-    if (code == NO_ERROR && recovery->fileSize() != dataEnd) {
-        code = FILE_TRUNCATE_ERROR;
-    }
+    code = tableFileTruncate(recovery->file, static_cast<std::int64_t>(table->dataInfo.dataEnd));
     if (code == NO_ERROR && recovery->writtenBeforeStart) {
         // Else what was cut could come back around what is written next, when the power is lost again. Without a loss
         // of power only torn frames are cut, and there may be much that the system has not written yet.

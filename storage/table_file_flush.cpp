@@ -32,8 +32,9 @@ bool isSyncDue(const TableFile* file, std::int64_t elapsed) {
     return flushes != 0 && file->flushesCount >= flushes;
 }
 
-// Cuts the stream's file; the stream's position ends at `length` or stays where it was, whichever is lower.
-ErrorCode sys_ftruncate(FileStream* stream, std::int64_t length) {
+}  // namespace
+
+ErrorCode sys_ftruncate(FileStream* stream, std::int64_t length) noexcept {
     if (stream->descriptor < 0) {
         log_debug("sys_ftruncate", "getUnderlyingDescriptor() failed.\n");
         return SYSTEM_FILE_ERROR;
@@ -51,8 +52,6 @@ ErrorCode sys_ftruncate(FileStream* stream, std::int64_t length) {
     }
     return NO_ERROR;
 }
-
-}  // namespace
 
 void tableFileSetSyncPolicy(bool doSyncToDisk, std::int32_t syncIntervalSeconds, std::int32_t syncFlushCount) noexcept {
     syncPolicy = {doSyncToDisk, syncIntervalSeconds, syncFlushCount};

@@ -189,6 +189,20 @@ TEST_F(Refresh, ATailThatDoesNotFitTheFileIsReplacedByTheLengthWords) {
     }
 }
 
+TEST_F(Refresh, ABlockEndInsideATextIsNotFollowedThoughTheTextNamesABlock) {
+    std::vector<Message> messages = simpleMessages(1, 10, shape);
+    messages[8].strings[2] = std::string(20'000, '.');
+    const TableMap places = mapOf(shape, messages);
+    Bytes bytes = closedImage(shape, messages);
+    const std::size_t end = places.frame(9).start + 10'000;
+    putU64(&bytes, end - 8, end - places.blockStarts[1]);
+    putU64(&bytes, places.storedLastBlockEnd(), end);
+    place(bytes);
+    const MessageTablePtr reader = openReader();
+    EXPECT_EQ(lastUniform(reader), 10);
+    EXPECT_EQ(mt_openBlockStart(reader.get()), static_cast<std::int64_t>(places.openBlockStart));
+}
+
 TEST_F(Refresh, ATornTailIsNoneOfTheReadersBusiness) {
     const TableMap places = map(7);
     const Bytes whole = unclosed(7);

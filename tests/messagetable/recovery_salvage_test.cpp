@@ -236,13 +236,15 @@ TEST_F(RecoverySalvage, AWholeFrameIsFoundWhereverItStandsInWhatLooksCut) {
     }
 }
 
-TEST_F(RecoverySalvage, ACutFrameWithAnUnknownNumericTypeIsSaved) {
+TEST_F(RecoverySalvage, ACutFrameWithAnImpossibleNumberIsSaved) {
     shape.numericNames = {"Price", "OrderQty"};
     Bytes tail = cutAt(frame7(), 60);
     tail[35] = 3;
     expectSaved(concatenated(unclosed(6), tail), 6, {{map(6).dataEnd, tail}});
     tail = cutAt(frame7(), 60);
     tail[44] = 0xff;  // the second number's type, behind a long
+    expectSaved(concatenated(unclosed(6), tail), 6, {{map(6).dataEnd, tail}});
+    tail = withU32(cutAt(frame7(), 46), 0, 57);  // room for two absent numbers, and the first one is a long
     expectSaved(concatenated(unclosed(6), tail), 6, {{map(6).dataEnd, tail}});
 }
 

@@ -53,6 +53,16 @@ TEST_F(Recovery, TheWarningNamesTheTableAndItsOldAndNewSize) {
     EXPECT_EQ(log.warnings(), expected);
 }
 
+TEST_F(Recovery, AHeaderThatWouldBeLargerThanHeadersMayBeIsNotBuiltAnew) {
+    const Bytes cut = cutAt(closed(3), 30);
+    for (const std::size_t length : {500U, 1000U}) {
+        shape.stringNames.assign(12, std::string(length, 'n'));
+        place(cut);
+        EXPECT_EQ(recover(), length == 500U ? NO_ERROR : WRONG_PARAMETER_ERROR) << length << " bytes a name";
+        EXPECT_EQ(fileBytes() == cut, length == 1000U) << length << " bytes a name";
+    }
+}
+
 TEST_F(Recovery, AFileCutInTheMiddleOfAFrameEndsBehindItsLastCompleteFrame) {
     const TableMap places = map(7);
     place(cutAt(closed(7), places.frame(7).start + 20));

@@ -4,6 +4,7 @@
 #include <limits>
 
 #include "storage/table_file.h"
+#include "storage/table_file_internal.h"
 #include "tests/storage/open_table_file.h"
 #include "tests/support/bytes.h"
 #include "tests/support/debug_log.h"
@@ -227,6 +228,19 @@ TEST_F(TableFileSeek, TheSizeOfAWritableFileIsTheCachedOneAndOfAReadOnlyFileTheS
     EXPECT_EQ(tableFileRefreshSize(writer.get(), &size), NO_ERROR);
     EXPECT_EQ(size, 107);
     EXPECT_EQ(tableFileCachedSize(writer.get()), 107);
+}
+
+TEST_F(TableFileSeek, TheStreamGoesNowhereForNoTableAnUnknownBeginningOrAPlaceThatCannotBe) {
+    const TableFilePtr file = openTableFile(path, TABLE_FILE_READ);
+    ASSERT_EQ(tableFileRealSeek(file.get(), 30, SEEK_FROM_START), NO_ERROR);
+    EXPECT_EQ(tableFileRealSeek(nullptr, 0, SEEK_FROM_START), NULL_POINTER_ERROR);
+    EXPECT_EQ(tableFileRealSeek(file.get(), 0, 3), WRONG_PARAMETER_ERROR);
+    EXPECT_EQ(tableFileRealSeek(file.get(), 0, -1), WRONG_PARAMETER_ERROR);
+    EXPECT_EQ(tableFileRealSeek(file.get(), -31, SEEK_FROM_CURRENT), FILE_SEEK_ERROR);
+    EXPECT_EQ(tableFileRealSeek(file.get(), -101, SEEK_FROM_END), FILE_SEEK_ERROR);
+    EXPECT_EQ(tableFileRealSeek(file.get(), LARGEST, SEEK_FROM_END), FILE_SEEK_ERROR);
+    EXPECT_EQ(file->stream.position, 30);
+    EXPECT_EQ(tableFileSetRangeStart(nullptr, 40), 0);
 }
 
 }  // namespace

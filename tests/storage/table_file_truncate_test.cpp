@@ -3,6 +3,7 @@
 #include <cerrno>
 
 #include "storage/table_file.h"
+#include "storage/table_file_internal.h"
 #include "tests/storage/open_table_file.h"
 #include "tests/support/bytes.h"
 #include "tests/support/captured_output.h"
@@ -155,6 +156,22 @@ TEST_F(TableFileTruncate, AnInterruptedCutIsRepeated) {
 TEST_F(TableFileTruncate, ASizeThatCannotBeAskedAfterTheCutIsReported) {
     platform.failAll(FileCall::size, EIO);
     EXPECT_EQ(tableFileTruncate(file.get(), 60), SYSTEM_FILE_ERROR);
+}
+
+TEST_F(TableFileTruncate, ACutOfAClosedStreamIsRefused) {
+    FileStream closed;
+    EXPECT_EQ(sys_ftruncate(&closed, 60), SYSTEM_FILE_ERROR);
+    EXPECT_EQ(log.lines(), std::vector<std::string>{debugLine("sys_ftruncate", "getUnderlyingDescriptor() failed.")});
+}
+
+TEST_F(TableFileTruncate, AStreamWhoseGatheredBytesCannotBeWrittenIsNotCut) {
+    FileStream* stream = &file->stream;
+    ASSERT_EQ(fileStream_write(stream, "gathered", 8), 0);
+    platform.failNth(FileCall::writeAt, 1, ENOSPC);
+    EXPECT_EQ(sys_ftruncate(stream, 60), FILE_FLUSH_ERROR);
+    EXPECT_EQ(platform.count(FileCall::truncate), 0);
+    EXPECT_EQ(log.lines(), std::vector<std::string>{});
+    EXPECT_EQ(toHex(readFile(path)), toHex(pattern(100)));
 }
 
 }  // namespace
