@@ -36,6 +36,7 @@ MessageMetadata messageMetadata_fromJava(JNIEnv* env, jint uniformId, jint seqNu
 struct StringSlots {
     JNIEnv* env = nullptr;
     std::vector<char>* buffer = nullptr;
+    std::size_t used = 0;  // bytes of the buffer
     std::array<StringField, MAX_STRING_FIELDS> fields{};
     std::array<std::size_t, MAX_STRING_FIELDS> offsets{};
     std::int32_t count = 0;

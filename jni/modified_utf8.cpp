@@ -49,6 +49,14 @@ std::size_t decodeOne(std::string_view text, std::size_t index, unsigned* codePo
     return length;
 }
 
+bool isAscii(std::string_view text) {
+    unsigned seen = 0;
+    for (const char byte : text) {
+        seen |= static_cast<unsigned char>(byte);
+    }
+    return seen < 0x80U;
+}
+
 bool endsInHighSurrogate(std::string_view text) {
     const std::size_t size = text.size();
     return size >= 3 && byteAt(text, size - 3) == 0xEDU && (byteAt(text, size - 2) & 0xF0U) == 0xA0U &&
@@ -58,6 +66,9 @@ bool endsInHighSurrogate(std::string_view text) {
 }  // namespace
 
 std::u16string modifiedUtf8_decode(std::string_view text) {
+    if (isAscii(text)) {
+        return {text.begin(), text.end()};  // nearly every text, and many times as fast
+    }
     std::u16string decoded;
     decoded.reserve(text.size());
     for (std::size_t index = 0; index < text.size();) {

@@ -10,7 +10,11 @@ import static org.junit.jupiter.api.Assertions.assertArrayEquals;
 import static org.junit.jupiter.api.Assertions.assertEquals;
 import static org.junit.jupiter.api.Assertions.assertNull;
 
+import java.io.ByteArrayOutputStream;
+import java.io.DataOutputStream;
 import java.io.IOException;
+import java.nio.charset.StandardCharsets;
+import java.util.ArrayList;
 import java.util.Arrays;
 import java.util.Collections;
 import java.util.List;
@@ -103,6 +107,41 @@ class TextOverloadTest extends OnTables {
         assertEquals("\u00ED\u00A0\u00BD\u00ED\u00B8\u0080\0", stored.string(1), "each surrogate takes three bytes");
         assertEquals("\u00C3\u00A9\u00E2\u0082\u00AC\0", stored.string(2));
         assertEquals("\u00ED\u00B0\u0080x\u00ED\u00A0\u0080\0", stored.string(3), "lone surrogates too");
+    }
+
+    private static String modifiedUtf8(String text) throws IOException {
+        ByteArrayOutputStream bytes = new ByteArrayOutputStream();
+        new DataOutputStream(bytes).writeUTF(text);
+        return bytes.toString(StandardCharsets.ISO_8859_1).substring(2) + '\0';  // behind the length
+    }
+
+    @Test
+    void everyCharacterIsStoredWhereverItStandsInATextOfAnyLength() throws IOException {
+        long handle = openForWriting();
+        List<String> texts = new ArrayList<>();
+        for (int length : new int[] {1, 2, 15, 16, 17, 1023, 1024, 1025, 2048, 2049, 20_000}) {
+            for (char odd : "\0\u0001\u007F\u0080\u00FF\u0100\u07FF\u0800\uD800\uDFFF\uFFFF".toCharArray()) {
+                for (int index : new int[] {0, 1, length / 2, 1023, 1024, length - 1}) {
+                    StringBuilder text = new StringBuilder("D".repeat(length));
+                    text.setCharAt(Math.min(index, length - 1), odd);
+                    texts.add(text.toString());
+                }
+            }
+        }
+        for (String text : texts) {
+            write(handle, m -> {
+                m.builtIn1 = "in front";
+                m.wire = text;
+                m.nonMetadata = "behind";
+            });
+        }
+        List<StoredMessage> stored = stored();
+        assertEquals(texts.size(), stored.size());
+        for (int i = 0; i < texts.size(); ++i) {
+            assertEquals("in front\0", stored.get(i).string(1));
+            assertEquals(modifiedUtf8(texts.get(i)), stored.get(i).string(2), "text " + i);
+            assertEquals("behind\0", stored.get(i).string(3));
+        }
     }
 
     @Test
