@@ -1,0 +1,64 @@
+// Writes the workload to a table without Java, and prints what a scan of it has to add up to (see Scan.java).
+//
+//   native_orders <directory> <orders> long|double
+//
+// With "double", OrderQty is stored as a double: writeMessage with strings knows no other numbers.
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <string_view>
+
+#include "benchmarks/store.h"
+#include "benchmarks/stores/all_stores.h"
+#include "benchmarks/workload.h"
+
+namespace tabulo::bench {
+
+void fail(const std::string& what) {
+    std::fprintf(stderr, "%s\n", what.c_str());
+    std::exit(1);
+}
+
+namespace {
+
+std::uint64_t middle(std::string_view text) {
+    return static_cast<std::uint8_t>(text[text.size() / 2]);
+}
+
+std::uint64_t digest(const OrderRecord& record) {
+    const std::string_view wire = stringField_withoutNul(record.strings[WIRE]);
+    const std::string_view id = stringField_withoutNul(record.strings[CL_ORD_ID]);
+    return wire.size() * 3 + middle(wire) * 5 + id.size() * 7 + middle(id) * 11 +
+           static_cast<std::uint64_t>(record.metadata.seqNum) * 13 +
+           static_cast<std::uint64_t>(record.metadata.timestamp) * 17 +
+           static_cast<std::uint64_t>(record.numbers[0].longValue) * 19 +
+           static_cast<std::uint64_t>(record.numbers[1].longValue) * 23;
+}
+
+}  // namespace
+
+}  // namespace tabulo::bench
+
+int main(int argc, char** argv) {
+    using namespace tabulo::bench;
+    if (argc != 4) {
+        fail("usage: native_orders <directory> <orders> long|double");
+    }
+    const bool doubles = std::string_view(argv[3]) == "double";
+    const Store store = tabulo_store();
+    std::filesystem::create_directories(argv[1]);
+    void* table = store.open(argv[1], Access::create);
+    OrderRecord record;
+    std::uint64_t sum = 0;
+    for (std::int32_t number = 1; number <= std::atoi(argv[2]); ++number) {
+        order_make(&record, number);
+        if (doubles) {
+            record.numbers[0] = tabulo::numericValue_ofDouble(static_cast<double>(record.numbers[0].longValue));
+        }
+        store.append(table, order_of(record));
+        sum += digest(record);
+    }
+    store.close(table);
+    std::printf("%llu\n", static_cast<unsigned long long>(sum));
+    return 0;
+}
