@@ -3,18 +3,15 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cstdlib>
 #include <iostream>
 #include <random>
 
 #include "tests/query/plain_query.h"
 #include "tests/query/random_table.h"
+#include "tests/support/test_run.h"
 
 namespace tabulo::test {
 namespace {
-
-// Set to the number that a failure names, it makes the table and the queries of that failure again, and only them.
-constexpr const char* SEED_VARIABLE = "TABULO_QUERY_SEED";
 
 constexpr int QUERIES_PER_RUN = 6000;
 // One table in so many has blocks of 1000 messages, and fewer queries.
@@ -59,7 +56,7 @@ class RandomQueries : public ::testing::TestWithParam<std::uint32_t> {
   protected:
     // Everything that one seed stands for.
     void runSeed(std::uint32_t seed) {
-        SCOPED_TRACE(std::string("run again with ") + SEED_VARIABLE + "=" + std::to_string(seed));
+        SCOPED_TRACE(std::string("begin a run with ") + TEST_SEED_VARIABLE + "=" + std::to_string(seed));
         Random random(seed);
         const bool large = seed % TABLES_PER_LARGE_ONE == 0;
         all = randomMessages(&random, large);
@@ -159,13 +156,8 @@ class RandomQueries : public ::testing::TestWithParam<std::uint32_t> {
 };
 
 TEST_P(RandomQueries, SelectWhatAPlainEvaluationSelects) {
-    if (const char* given = std::getenv(SEED_VARIABLE)) {
-        runSeed(static_cast<std::uint32_t>(std::strtoul(given, nullptr, 10)));
-        return;
-    }
-    std::uint32_t seed = std::random_device{}();
-    std::cout << "first seed " << seed << '\n';
-    while (tally.queries < QUERIES_PER_RUN) {
+    std::uint32_t seed = testSeed();
+    while (tally.queries < QUERIES_PER_RUN * testEffort()) {
         runSeed(seed);
         if (HasFailure()) {
             return;
