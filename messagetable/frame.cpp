@@ -8,19 +8,18 @@ namespace tabulo {
 
 namespace {
 
-// The bytes that a decoder may look at, and how far it has come.
+// The bytes that a decoder may still look at.
 struct FrameBytes {
-    const std::uint8_t* data;
-    std::int64_t available;
-    std::int64_t position = 0;
+    const std::uint8_t* at;
+    const std::uint8_t* end;
 
-    bool has(std::int64_t count) const { return available - position >= count; }
+    bool has(std::int64_t count) const { return end - at >= count; }
 
     template <typename T>
     T take() {
         T value;
-        std::memcpy(&value, data + position, sizeof(T));
-        position += static_cast<std::int64_t>(sizeof(T));
+        std::memcpy(&value, at, sizeof(T));
+        at += sizeof(T);
         return value;
     }
 };
@@ -48,9 +47,9 @@ std::uint32_t decodeFixedPart(FrameBytes* bytes, MessageMetadata* metadata) {
     metadata->prevSeqNum = bytes->take<std::int32_t>();
     metadata->connMsgId = bytes->take<std::int32_t>();
     metadata->timestamp = bytes->take<std::int64_t>();
-    std::memcpy(metadata->msgType.data(), bytes->data + bytes->position, MSG_TYPE_LENGTH);
+    std::memcpy(metadata->msgType.data(), bytes->at, MSG_TYPE_LENGTH);
     metadata->msgType[MSG_TYPE_LENGTH] = '\0';
-    bytes->position += MSG_TYPE_LENGTH;
+    bytes->at += MSG_TYPE_LENGTH;
     metadata->isPossDupFlag = bytes->take<std::uint8_t>();
     metadata->isOutOfSequence = bytes->take<std::uint8_t>();
     return msgLen;
@@ -84,22 +83,20 @@ ErrorCode decodeString(FrameBytes* bytes, StringField* field) {
     if (!bytes->has(length)) {
         return NO_DATA_ERROR;
     }
-    if (length > 0) {
-        *field = {reinterpret_cast<const char*>(bytes->data + bytes->position), static_cast<std::int32_t>(length)};
-        bytes->position += length;
-    }
+    // A length beyond 2^31 - 1 has failed above: no stretch of bytes is that long.
+    *field = {length == 0 ? nullptr : reinterpret_cast<const char*>(bytes->at), static_cast<std::int32_t>(length)};
+    bytes->at += length;
     return NO_ERROR;
 }
 
-// Decodes the frame at the beginning of the bytes; *length is its size. The bytes are taken by value, so that the place
-// in them stays in a register.
+// As mfr_decodeFrame. The bytes are taken by value, so that the place in them stays in a register.
 ErrorCode decode(FrameBytes bytes, MessageMetadata* metadata, StringField* stringFields, std::int32_t stringFieldCount,
                  NumericValue* numericFields, std::int32_t numericFieldCount, std::int32_t* length) {
     if (!bytes.has(FRAME_FIXED_SIZE)) {
         return NO_DATA_ERROR;
     }
+    const std::uint8_t* const start = bytes.at;
     const std::uint32_t msgLen = decodeFixedPart(&bytes, metadata);
-    std::fill_n(stringFields, stringFieldCount, StringField{});
     for (std::int32_t i = 0; i < numericFieldCount; ++i) {
         const ErrorCode code = decodeNumeric(&bytes, &numericFields[i]);
         if (code != NO_ERROR) {
@@ -118,8 +115,8 @@ ErrorCode decode(FrameBytes bytes, MessageMetadata* metadata, StringField* strin
     if (bytes.take<std::uint32_t>() != msgLen) {
         return CONSISTENCY_ERROR;
     }
-    *length = static_cast<std::int32_t>(bytes.position);
-    return bytes.position == std::int64_t{msgLen} ? NO_ERROR : NO_DATA_ERROR;
+    *length = static_cast<std::int32_t>(bytes.at - start);
+    return bytes.at - start == std::int64_t{msgLen} ? NO_ERROR : NO_DATA_ERROR;
 }
 
 }  // namespace
@@ -170,12 +167,19 @@ ErrorCode mfr_encodeMessage(const MessageMetadata* metadata, const StringField* 
     return NO_ERROR;
 }
 
+ErrorCode mfr_decodeFrame(const std::uint8_t* bytes, std::int64_t available, const MessageTableLayout& layout,
+                          DecodedMessage* message) noexcept {
+    return decode({bytes, bytes + available}, &message->metadata, message->stringFields.data(), layout.stringFieldCount,
+                  message->numericFields.data(), layout.numericFieldCount, &message->frameLength);
+}
+
 ErrorCode mfr_decodeMessage(MessageMetadata* metadata, StringField* stringFields, std::int32_t stringFieldCount,
                             NumericValue* numericFields, std::int32_t numericFieldCount,
                             KSVByteStream* stream) noexcept {
     std::int32_t length = 0;
-    const ErrorCode code = decode({byteStream_readPointer(stream), byteStream_unread(stream)}, metadata, stringFields,
-                                  stringFieldCount, numericFields, numericFieldCount, &length);
+    const std::uint8_t* bytes = byteStream_readPointer(stream);
+    const ErrorCode code = decode({bytes, bytes + byteStream_unread(stream)}, metadata, stringFields, stringFieldCount,
+                                  numericFields, numericFieldCount, &length);
     if (code == NO_ERROR) {
         byteStream_skip(stream, length);
     }
@@ -199,8 +203,9 @@ ErrorCode mfr_decodeMessageBackward(MessageMetadata* metadata, StringField* stri
     }
     const std::int32_t start = end - static_cast<std::int32_t>(msgLen2);
     std::int32_t length = 0;
-    const ErrorCode code = decode({byteStream_buffer(stream) + start, byteStream_writeMark(stream) - start}, metadata,
-                                  stringFields, stringFieldCount, numericFields, numericFieldCount, &length);
+    const std::uint8_t* bytes = byteStream_buffer(stream);
+    const ErrorCode code = decode({bytes + start, bytes + byteStream_writeMark(stream)}, metadata, stringFields,
+                                  stringFieldCount, numericFields, numericFieldCount, &length);
     if (code != NO_ERROR) {
         return code;
     }

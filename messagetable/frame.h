@@ -53,8 +53,12 @@ ErrorCode mfr_encodeMessage(const MessageMetadata* metadata, const StringField* 
                             std::int32_t stringFieldCount, const NumericValue* numericFields,
                             std::int32_t numericFieldCount, KSVByteStream* stream) noexcept;
 
+// Decodes the frame at the beginning of `available` bytes; texts point into them. NO_DATA_ERROR; CONSISTENCY_ERROR also
+// for an unknown numeric type. On failure the message is undefined.
+ErrorCode mfr_decodeFrame(const std::uint8_t* bytes, std::int64_t available, const MessageTableLayout& layout,
+                          DecodedMessage* message) noexcept;
 // Decodes the frame at the read mark of a forward stream and leaves the mark behind it; texts point into the stream's
-// buffer. NO_DATA_ERROR; CONSISTENCY_ERROR also for an unknown numeric type. On failure the mark stays.
+// buffer. The errors of mfr_decodeFrame. On failure the mark stays.
 ErrorCode mfr_decodeMessage(MessageMetadata* metadata, StringField* stringFields, std::int32_t stringFieldCount,
                             NumericValue* numericFields, std::int32_t numericFieldCount,
                             KSVByteStream* stream) noexcept;

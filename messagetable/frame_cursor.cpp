@@ -32,15 +32,10 @@ std::uint32_t lengthWordAt(const FrameCursor* cursor, std::int64_t offset) {
     return length;
 }
 
-ErrorCode decodeHere(FrameCursor* cursor, DecodedMessage* message) {
-    KSVByteStream* stream = cursor->mfr->stream.get();
-    const MessageTableLayout& layout = cursor->mfr->layout;
-    const auto mark = static_cast<std::int32_t>(cursor->position - cursor->pieceStart);
-    byteStream_resetRead(stream, BYTE_STREAM_FORWARD, mark);
-    const ErrorCode code = mfr_decodeMessage(&message->metadata, message->stringFields.data(), layout.stringFieldCount,
-                                             message->numericFields.data(), layout.numericFieldCount, stream);
-    message->frameLength = byteStream_readMark(stream) - mark;
-    return code;
+ErrorCode decodeHere(const FrameCursor* cursor, DecodedMessage* message) {
+    const std::uint8_t* piece = byteStream_buffer(cursor->mfr->stream.get());
+    return mfr_decodeFrame(piece + (cursor->position - cursor->pieceStart), cursor->pieceEnd - cursor->position,
+                           cursor->mfr->layout, message);
 }
 
 FrameCursor makeCursor(MessageFrames* mfr, TableFile* file, std::int64_t begin, std::int64_t end, std::int64_t position,

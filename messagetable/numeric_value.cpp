@@ -19,10 +19,6 @@ NumericValue numericValue_ofLong(std::int64_t value) noexcept {
     return made;
 }
 
-bool numericValue_isType(std::uint8_t type) noexcept {
-    return type <= static_cast<std::uint8_t>(NumericType::longValue);
-}
-
 bool numericValue_isNaN(const NumericValue& value) noexcept {
     return value.type == NumericType::doubleValue && std::isnan(value.doubleValue);
 }

@@ -31,7 +31,9 @@ static_assert(sizeof(NumericValue) == 16);
 NumericValue numericValue_ofDouble(double value) noexcept;
 NumericValue numericValue_ofLong(std::int64_t value) noexcept;
 // True for a type byte that a file may hold.
-bool numericValue_isType(std::uint8_t type) noexcept;
+constexpr bool numericValue_isType(std::uint8_t type) noexcept {
+    return type <= static_cast<std::uint8_t>(NumericType::longValue);
+}
 bool numericValue_isNaN(const NumericValue& value) noexcept;
 
 // The library's only conversions between the two types. Double to long truncates towards zero and saturates at the ends
