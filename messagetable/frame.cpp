@@ -100,12 +100,14 @@ ErrorCode decode(FrameBytes bytes, MessageMetadata* metadata, StringField* strin
     for (std::int32_t i = 0; i < numericFieldCount; ++i) {
         const ErrorCode code = decodeNumeric(&bytes, &numericFields[i]);
         if (code != NO_ERROR) {
+            std::fill_n(stringFields, stringFieldCount, StringField{});
             return code;
         }
     }
     for (std::int32_t i = 0; i < stringFieldCount; ++i) {
         const ErrorCode code = decodeString(&bytes, &stringFields[i]);
         if (code != NO_ERROR) {
+            std::fill_n(stringFields + i, stringFieldCount - i, StringField{});
             return code;
         }
     }

@@ -54,7 +54,7 @@ ErrorCode mfr_encodeMessage(const MessageMetadata* metadata, const StringField* 
                             std::int32_t numericFieldCount, KSVByteStream* stream) noexcept;
 
 // Decodes the frame at the beginning of `available` bytes; texts point into them. NO_DATA_ERROR; CONSISTENCY_ERROR also
-// for an unknown numeric type. On failure the message is undefined.
+// for an unknown numeric type. On a failure behind the fixed part, texts that were not reached are absent.
 ErrorCode mfr_decodeFrame(const std::uint8_t* bytes, std::int64_t available, const MessageTableLayout& layout,
                           DecodedMessage* message) noexcept;
 // Decodes the frame at the read mark of a forward stream and leaves the mark behind it; texts point into the stream's
