@@ -10,21 +10,6 @@ namespace tabulo::test {
 
 namespace {
 
-template <typename T>
-void append(Bytes* bytes, T value) {
-    const auto bits = static_cast<std::uint64_t>(value);
-    for (std::size_t i = 0; i < sizeof(T); ++i) {
-        bytes->push_back(static_cast<std::uint8_t>(bits >> (8 * i)));
-    }
-}
-
-void appendNumber(Bytes* bytes, const NumericValue& number) {
-    bytes->push_back(static_cast<std::uint8_t>(number.type));
-    if (number.type != NumericType::absent) {
-        append(bytes, number.longValue);
-    }
-}
-
 std::vector<StringField> fieldsOf(const Message& message) {
     std::vector<StringField> fields;
     for (const std::optional<std::string>& text : message.strings) {
@@ -206,30 +191,7 @@ ErrorCode writeSimpleMessages(MessageTable* table, std::int32_t first, std::int3
 }
 
 Bytes frameOf(const Message& message) {
-    const MessageMetadata& metadata = message.metadata;
-    Bytes body;
-    append(&body, metadata.uniformId);
-    append(&body, metadata.seqNum);
-    append(&body, metadata.prevSeqNum);
-    append(&body, metadata.connMsgId);
-    append(&body, metadata.timestamp);
-    body.insert(body.end(), metadata.msgType.begin(), metadata.msgType.begin() + 5);
-    body.push_back(metadata.isPossDupFlag);
-    body.push_back(metadata.isOutOfSequence);
-    for (const NumericValue& number : message.numbers) {
-        appendNumber(&body, number);
-    }
-    for (const std::optional<std::string>& text : message.strings) {
-        append(&body, static_cast<std::uint32_t>(text ? text->size() : 0));
-        const Bytes bytes = fromText(text.value_or(""));
-        body.insert(body.end(), bytes.begin(), bytes.end());
-    }
-    const auto length = static_cast<std::uint32_t>(body.size() + 8);
-    Bytes frame;
-    append(&frame, length);
-    frame.insert(frame.end(), body.begin(), body.end());
-    append(&frame, length);
-    return frame;
+    return frameBytes(message.metadata, message.numbers, message.strings);
 }
 
 Bytes encodedFrame(const Message& message) {

@@ -74,7 +74,7 @@ ErrorCode writeMessage(MessageTable* table, const Message& message);
 // Writes simple messages first to last and stops at the first failure, whose code it returns.
 ErrorCode writeSimpleMessages(MessageTable* table, std::int32_t first, std::int32_t last, const TableShape& shape = {});
 
-// A message's frame, built here byte by byte (little-endian) and not by the library.
+// The frameBytes of a message.
 Bytes frameOf(const Message& message);
 // The frame as the library encodes it.
 Bytes encodedFrame(const Message& message);

@@ -1,7 +1,8 @@
 #include "tests/model/table_model.h"
 
 #include <limits>
-#include <string>
+
+#include "tests/support/message_fields.h"
 
 namespace tabulo::test {
 
@@ -20,13 +21,6 @@ constexpr std::array<std::pair<std::int32_t, std::int32_t>, 5> classRanges = {{
 }};
 constexpr int APP_TO_COUNTERPARTY = 1;
 constexpr int RESENT_MESSAGE = 4;
-
-template <typename Number>
-void append(Bytes* bytes, Number number) {
-    for (std::size_t i = 0; i < sizeof number; ++i) {
-        bytes->push_back(static_cast<std::uint8_t>(static_cast<std::uint64_t>(number) >> (8 * i)));
-    }
-}
 
 }  // namespace
 
@@ -63,32 +57,7 @@ void PlainIndexes::add(const MessageMetadata& metadata) {
 }
 
 Bytes plainFrame(const StoredMessage& message) {
-    const MessageMetadata& metadata = message.metadata;
-    Bytes body;
-    append(&body, metadata.uniformId);
-    append(&body, metadata.seqNum);
-    append(&body, metadata.prevSeqNum);
-    append(&body, metadata.connMsgId);
-    append(&body, metadata.timestamp);
-    body.insert(body.end(), metadata.msgType.begin(), metadata.msgType.begin() + 5);
-    body.push_back(metadata.isPossDupFlag);
-    body.push_back(metadata.isOutOfSequence);
-    for (const NumericValue& number : message.numbers) {
-        body.push_back(static_cast<std::uint8_t>(number.type));
-        if (number.type != NumericType::absent) {
-            append(&body, number.longValue);
-        }
-    }
-    for (const std::optional<std::string>& text : message.strings) {
-        const std::string bytes = text.value_or("");
-        append(&body, static_cast<std::uint32_t>(bytes.size()));
-        body.insert(body.end(), bytes.begin(), bytes.end());
-    }
-    Bytes frame;
-    append(&frame, static_cast<std::uint32_t>(body.size() + 8));
-    frame.insert(frame.end(), body.begin(), body.end());
-    append(&frame, static_cast<std::uint32_t>(body.size() + 8));
-    return frame;
+    return frameBytes(message.metadata, message.numbers, message.strings);
 }
 
 TableModel::TableModel(const MessageTableLayout& layout) : layout_(layout) {
