@@ -4,6 +4,8 @@
 #include <cerrno>
 #include <cstring>
 
+#include "tests/support/platform_hooks.h"
+
 namespace tabulo::test {
 
 namespace {
@@ -124,18 +126,7 @@ struct MemoryPlatform::Hooks {
 };
 
 MemoryPlatform::MemoryPlatform() {
-    record_.open = Hooks::open;
-    record_.lock = Hooks::lock;
-    record_.unlock = Hooks::unlock;
-    record_.readAt = Hooks::readAt;
-    record_.writeAt = Hooks::writeAt;
-    record_.sync = Hooks::sync;
-    record_.syncDirectory = Hooks::syncDirectory;
-    record_.truncate = Hooks::truncate;
-    record_.size = Hooks::size;
-    record_.close = Hooks::close;
-    record_.remove = Hooks::remove;
-    record_.now = Hooks::now;
+    setFileOperations<Hooks>(&record_);
     record_.writtenBeforeStart = Hooks::writtenBeforeStart;
     active = this;
     previous_ = filePlatform_install(&record_);
