@@ -41,8 +41,9 @@ void appendSlot(StringSlots* slots, std::size_t length) {
 // its own conversion; false for any other string, of which `bytes` then hold a part.
 bool copyAscii(JNIEnv* env, jstring text, jsize length, char* bytes) {
     std::array<jchar, ASCII_PIECE> piece;  // not initialised: it is filled before it is read
-    for (jsize begin = 0; begin < length; begin += ASCII_PIECE) {
-        const jsize count = std::min(length - begin, ASCII_PIECE);
+    jsize count = 0;
+    for (jsize begin = 0; begin < length; begin += count) {
+        count = std::min(length - begin, ASCII_PIECE);
         env->GetStringRegion(text, begin, count, piece.data());
         jchar seen = 0;  // the bits of all characters, and of what is one below each: of a NUL, every bit
         for (jsize i = 0; i < count; ++i) {

@@ -8,6 +8,11 @@ namespace tabulo {
 
 namespace {
 
+std::int64_t bytesInFrontOfPage(std::int64_t offset) {
+    constexpr std::int64_t PAGE_SIZE = 4096;  // the smallest that systems have
+    return PAGE_SIZE - offset % PAGE_SIZE;
+}
+
 ErrorCode readLengthWord(TableFile* file, std::int64_t offset, std::uint64_t* length) {
     std::int64_t count = 0;
     *length = 0;
@@ -109,27 +114,58 @@ ErrorCode scanOpenBlock(MessageFrames* mfr, TableFile* file, BlockView* block) {
     return code;
 }
 
-// A block that cannot be read by its length word: an open one when the word is torn, else HEADER_CORRUPTED_ERROR.
-ErrorCode readTornBlock(MessageFrames* mfr, TableFile* file, std::uint64_t word, BlockView* block) {
-    ErrorCode code = scanOpenBlock(mfr, file, block);
-    if (code != NO_ERROR || block->messageCount < mfr->layout.messagesPerBlock) {
-        return code == NO_ERROR ? HEADER_CORRUPTED_ERROR : code;
+// The length of the block that starts at a torn length word, told by its frames and its footer; 0 when the word is
+// something else.
+ErrorCode findTornLength(MessageFrames* mfr, TableFile* file, std::int64_t blockStart, std::uint64_t word,
+                         std::uint64_t* length) {
+    *length = 0;
+    std::int64_t size = 0;
+    if (bytesInFrontOfPage(blockStart) >= BLOCK_LENGTH_SIZE) {
+        return NO_ERROR;
+    }
+    ErrorCode code = tableFileGetSize(file, &size);
+    FrameCursor cursor = frameCursor_forward(mfr, file, blockStart + BLOCK_LENGTH_SIZE, size, SCAN_PIECE_SIZE);
+    mfr->summary.storedFilters = nullptr;
+    DecodedMessage message;
+    for (std::int32_t i = 0; i < mfr->layout.messagesPerBlock && code == NO_ERROR; ++i) {
+        code = frameCursor_next(&cursor, &message);
+    }
+    const std::int64_t end = cursor.position + mfr->footerSize;
+    std::uint64_t repeated = 0;
+    if (code == NO_ERROR) {
+        code = readLengthWord(file, end - BLOCK_LENGTH_SIZE, &repeated);
+    }
+    if (code == NO_ERROR && repeated == static_cast<std::uint64_t>(end - blockStart) &&
+        mfr_isTornLengthWord(blockStart, word, repeated)) {
+        *length = repeated;
+    }
+    return code == NO_DATA_ERROR || code == CONSISTENCY_ERROR ? NO_ERROR : code;
+}
+
+bool isDamage(ErrorCode code) {
+    return code == HEADER_CORRUPTED_ERROR || code == CONSISTENCY_ERROR;
+}
+
+// A block whose length word is not 0.
+ErrorCode readByWord(MessageFrames* mfr, TableFile* file, std::uint64_t word, BlockView* block) {
+    const ErrorCode closed = readClosedBlock(mfr, file, word, block);
+    if (!isDamage(closed)) {
+        return closed;
     }
     std::uint64_t length = 0;
-    code = readLengthWord(file, blockView_next(*block, mfr) - BLOCK_LENGTH_SIZE, &length);
-    if (code == NO_DATA_ERROR || (code == NO_ERROR && (length != mfr_closedBlockLength(mfr) ||
-                                                       !mfr_isTornLengthWord(block->start, word, length)))) {
-        return HEADER_CORRUPTED_ERROR;
+    const ErrorCode code = findTornLength(mfr, file, block->start, word, &length);
+    if (code != NO_ERROR || length == 0) {
+        return code == NO_ERROR ? closed : code;
     }
-    return code;
+    block->tornWord = true;
+    return readClosedBlock(mfr, file, length, block);
 }
 
 }  // namespace
 
 bool mfr_isTornLengthWord(std::int64_t offset, std::uint64_t word, std::uint64_t length) noexcept {
-    constexpr std::int64_t PAGE_SIZE = 4096;  // the smallest that systems have
-    const std::int64_t inFront = PAGE_SIZE - offset % PAGE_SIZE;
-    if (inFront >= BLOCK_LENGTH_SIZE) {
+    const std::int64_t inFront = bytesInFrontOfPage(offset);
+    if (inFront >= BLOCK_LENGTH_SIZE || word == length) {
         return false;
     }
     const std::uint64_t front = (std::uint64_t{1} << (8 * inFront)) - 1;
@@ -183,7 +219,7 @@ ErrorCode mfr_readBlockFooter(MessageFrames* mfr, TableFile* file, std::int64_t 
     block->start = blockStart;
     if (mfr->nextBlockStart == blockStart && mfr->nextBlockLength != 0) {
         const ErrorCode code = readClosedBlock(mfr, file, mfr->nextBlockLength, block);
-        if (code != HEADER_CORRUPTED_ERROR && code != CONSISTENCY_ERROR) {
+        if (!isDamage(code)) {
             return code;
         }
         // Damage, or the file was cut or dropped since the word was read: the word of now decides.
@@ -196,8 +232,7 @@ ErrorCode mfr_readBlockFooter(MessageFrames* mfr, TableFile* file, std::int64_t 
     if (length == 0) {
         return scanOpen ? scanOpenBlock(mfr, file, block) : NO_DATA_ERROR;
     }
-    const ErrorCode closed = readClosedBlock(mfr, file, length, block);
-    return closed == HEADER_CORRUPTED_ERROR && scanOpen ? readTornBlock(mfr, file, length, block) : closed;
+    return readByWord(mfr, file, length, block);
 }
 
 ErrorCode mfr_readPreviousBlock(MessageFrames* mfr, TableFile* file, std::int64_t blockEnd, bool scanOpen,
@@ -234,7 +269,7 @@ ErrorCode mfr_loadPreviousFooter(MessageFrames* mfr, TableFile* file, std::int64
     }
     BlockView block;
     const ErrorCode code = mfr_readPreviousBlock(mfr, file, lastBlockEnd, false, &block);
-    if (code == NO_ERROR && blockView_next(block, mfr) != lastBlockEnd) {
+    if (code == NO_ERROR && (block.tornWord || blockView_next(block, mfr) != lastBlockEnd)) {
         return HEADER_CORRUPTED_ERROR;
     }
     return code == NO_DATA_ERROR ? HEADER_CORRUPTED_ERROR : code;

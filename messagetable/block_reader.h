@@ -17,6 +17,7 @@ namespace tabulo {
 struct BlockView {
     std::int64_t start = 0;
     bool closed = false;
+    bool tornWord = false;  // the leading length word is torn (mfr_isTornLengthWord), the footer tells the length
     std::int32_t messageCount = 0;  // messagesPerBlock, or the complete frames of an open block
     std::int64_t frameBytes = 0;
     // Why the scan of an open block ended before messagesPerBlock frames: NO_DATA_ERROR at the end of the data, or
@@ -32,14 +33,16 @@ std::int64_t blockView_next(const BlockView& block, const MessageFrames* mfr) no
 // True when a block of this length can stand where `available` bytes are.
 bool mfr_isBlockLength(const MessageFrames* mfr, std::uint64_t length, std::int64_t available) noexcept;
 
-// True when `word`, at a file offset, is what a writer that was stopped has left there of a block length: the part in
-// front of a page boundary or the part behind it, and zero bytes. A write is whole within a page.
+// True when `word`, at a file offset, is not `length` but what a writer that was stopped has left of it: the part in
+// front of a page boundary or the part behind it, and zero bytes. A write is whole within a page. A reader beside a
+// writer can see it too.
 bool mfr_isTornLengthWord(std::int64_t offset, std::uint64_t word, std::uint64_t length) noexcept;
 
 // Reads the block at blockStart into the summary. NO_DATA_ERROR: fewer than 8 bytes stand there, or the block is open
 // and scanOpen is not set; with scanOpen its frames are scanned into the emptied summary (the static indexes go on from
-// what they are), and so is a block that its footer closes but whose length word is torn. In a walk forward a closed
-// block costs one read. HEADER_CORRUPTED_ERROR: an impossible length, or a footer that does not fit; CONSISTENCY_ERROR:
+// what they are). In a walk forward a closed block costs one read. A block whose length word is torn is closed when all
+// its frames stand there and its footer repeats a length that the word is a part of. HEADER_CORRUPTED_ERROR: an
+// impossible length, or a footer that does not fit; CONSISTENCY_ERROR:
 // an unknown numeric type in a footer. FILE_READ_ERROR, SYSTEM_FILE_ERROR, OUT_OF_MEMORY_ERROR.
 ErrorCode mfr_readBlockFooter(MessageFrames* mfr, TableFile* file, std::int64_t blockStart, bool scanOpen,
                               BlockView* block) noexcept;
@@ -63,7 +66,7 @@ ErrorCode mfr_readPreviousBlock(MessageFrames* mfr, TableFile* file, std::int64_
                                 BlockView* block) noexcept;
 
 // Brings the static indexes to what they were at lastBlockEnd: those of the closed block that ends there, or the
-// initial ones at the header's end.
+// initial ones at the header's end. A torn length word counts as damage here.
 ErrorCode mfr_loadPreviousFooter(MessageFrames* mfr, TableFile* file, std::int64_t lastBlockEnd) noexcept;
 // Reads the block at lastBlockEnd into the summary: by its footer when it turns out to be closed and all there, frame
 // by frame otherwise. Nothing there is an open block without messages. A read or memory error is returned.

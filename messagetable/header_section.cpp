@@ -118,8 +118,11 @@ ErrorCode checkClosedBlocks(MessageFrames* frames, TableFile* file, std::int64_t
     while (position < lastBlockEnd) {
         BlockView block;
         const ErrorCode code = mfr_readBlockFooter(frames, file, position, false, &block);
+        if (code == NO_DATA_ERROR || block.tornWord) {
+            return HEADER_CORRUPTED_ERROR;
+        }
         if (code != NO_ERROR) {
-            return code == NO_DATA_ERROR ? HEADER_CORRUPTED_ERROR : code;
+            return code;
         }
         position = blockView_next(block, frames);
     }

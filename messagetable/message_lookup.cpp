@@ -88,7 +88,9 @@ ErrorCode growView(MessageTable* table, TableFile* file, const StoredTail& store
     const std::int32_t seen = frames->summary.messageCount;
     const std::int64_t size = tableFileCachedSize(file);
     *grown = false;
-    if (!stored.plausible || size < table->viewSize || seen == 0 || seen >= frames->layout.messagesPerBlock) {
+    const bool shrunk = size < table->viewSize || stored.dataInfo.dataEnd < table->dataInfo.dataEnd ||
+                        stored.dataInfo.messageCount < table->dataInfo.messageCount;
+    if (!stored.plausible || shrunk || seen == 0 || seen >= frames->layout.messagesPerBlock) {
         return NO_ERROR;
     }
     BlockView block;

@@ -219,6 +219,12 @@ ErrorCode walkBlocks(Recovery* recovery) {
         if (code == NO_ERROR) {
             addMessages(&table->dataInfo, block.messageCount);
             table->staticIndexes = frames->summary.staticIndexes;
+            if (block.tornWord) {
+                code = replaceLengthWord(*recovery, mfr_closedBlockLength(frames));
+            }
+            if (code != NO_ERROR) {
+                return code;
+            }
             recovery->position = blockView_next(block, frames);
             continue;
         }

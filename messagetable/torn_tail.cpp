@@ -11,6 +11,7 @@ namespace {
 constexpr std::int64_t MEANINGLESS_BELOW = 8;  // bytes; the width of a block length word
 
 constexpr std::int64_t PIECE_SIZE = 16384;
+constexpr std::int32_t LENGTHS_LOOKED_AT = 100'000;  // a fraction of a second, each with a read
 
 ErrorCode readPiece(TableFile* file, std::int64_t position, std::uint8_t* bytes, std::int64_t length) {
     std::int64_t count = 0;
@@ -79,22 +80,20 @@ bool isFrameBeginning(TableFile* file, const MessageTableLayout& layout, std::in
            length > end - start && fieldsFit(file, layout, start, end, length, code);
 }
 
-// True when a whole frame of this msgLen stands at `start`.
+// True when a whole frame of this msgLen, for which there is room, stands at `start`.
 bool isWholeFrame(TableFile* file, const MessageTableLayout& layout, std::int64_t start, std::int64_t end,
                   std::uint32_t length, ErrorCode* code) {
-    if (length < minimumFrameSize(layout) || length > end - start) {
-        return false;
-    }
     std::int64_t position = start + length - FRAME_LENGTH_SIZE;
     std::uint32_t trailing = 0;
     return takeValue(file, &position, end, &trailing, code) && trailing == length &&
            fieldsFit(file, layout, start, end, length, code);
 }
 
-// Sets *found when a whole frame stands anywhere behind `start`.
+// Sets *found when a whole frame stands anywhere behind `start`, or when there is too much that could be one.
 ErrorCode findWholeFrame(TableFile* file, const MessageTableLayout& layout, std::int64_t start, std::int64_t end,
                          bool* found) {
     *found = false;
+    std::int32_t plausible = 0;
     std::array<std::uint8_t, PIECE_SIZE> piece;
     for (std::int64_t position = start + 1; end - position >= minimumFrameSize(layout);) {
         const auto wanted = std::min<std::int64_t>(end - position, PIECE_SIZE);
@@ -104,7 +103,11 @@ ErrorCode findWholeFrame(TableFile* file, const MessageTableLayout& layout, std:
         for (std::int64_t i = 0; i < lengths && code == NO_ERROR; ++i) {
             std::uint32_t length = 0;
             std::memcpy(&length, piece.data() + i, FRAME_LENGTH_SIZE);
-            if (isWholeFrame(file, layout, position + i, end, length, &code)) {
+            if (length < minimumFrameSize(layout) || length > end - (position + i)) {
+                continue;
+            }
+            plausible += 1;
+            if (plausible > LENGTHS_LOOKED_AT || isWholeFrame(file, layout, position + i, end, length, &code)) {
                 *found = true;
                 return NO_ERROR;
             }

@@ -16,7 +16,8 @@ namespace tabulo {
 // *torn is true when the bytes from `start` to `end` (the file's end) are fewer than 8, zero bytes only, or the
 // beginning of one frame: its msgLen is at least the smallest frame's and reaches beyond the file's end, every field
 // that is there fits into it, and no whole frame stands in it. (A frame whose msgLen was damaged to a larger one can
-// look like a beginning, but whole messages may follow it.) FILE_READ_ERROR, SYSTEM_FILE_ERROR.
+// look like a beginning, but whole messages may follow it. Too many bytes that could be a length count as one.)
+// FILE_READ_ERROR, SYSTEM_FILE_ERROR.
 ErrorCode tornTail_check(TableFile* file, const MessageTableLayout& layout, std::int64_t start, std::int64_t end,
                          bool* torn) noexcept;
 

@@ -196,6 +196,7 @@ ErrorCode stepBack(MessageTableIterator* iterator, TableFile* file) {
         iterator->done = true;
         return iterator->endCode;
     } else {
+        leaveBlock(iterator, iterator->position);
         code = mfr_readPreviousBlock(iterator->reader.get(), file, iterator->position, true, &iterator->block);
     }
     return code == NO_ERROR ? startBackward(iterator, file) : unlessDropped(iterator, file, code);

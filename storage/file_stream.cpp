@@ -52,6 +52,13 @@ void dropReadAhead(FileStream* stream) {
     }
 }
 
+void start(FileStream* stream, int descriptor) {
+    stream->descriptor = descriptor;
+    stream->position = 0;
+    stream->bufferLength = 0;
+    stream->gathering = false;
+}
+
 }  // namespace
 
 int fileStream_open(FileStream* stream, const char* path, FileAccess access, bool empty) noexcept {
@@ -67,17 +74,22 @@ int fileStream_open(FileStream* stream, const char* path, FileAccess access, boo
         error = filePlatform_repeat([&] { return filePlatform().truncate(descriptor, 0); });
     }
     if (error != 0) {
+        // Also a new file stays where it is: without the lock it may be another writer's by now.
         filePlatform().close(descriptor);
-        if (access == FileAccess::createNew) {
-            filePlatform_repeat([&] { return filePlatform().remove(path); });
-        }
         return error;
     }
-    stream->descriptor = descriptor;
-    stream->position = 0;
-    stream->bufferLength = 0;
-    stream->gathering = false;
+    start(stream, descriptor);
     return 0;
+}
+
+int fileStream_create(FileStream* stream, const char* path) noexcept {
+    int descriptor = -1;
+    const int error =
+        filePlatform_repeat([&] { return filePlatform().open(path, FileAccess::createNew, &descriptor); });
+    if (error == 0) {
+        start(stream, descriptor);
+    }
+    return error;
 }
 
 int fileStream_close(FileStream* stream) noexcept {

@@ -28,8 +28,10 @@ struct FileStream {
 };
 
 // Opens a file at position 0. For writing it takes the writer's lock, and only then, with `empty`, cuts the file. A new
-// file (createNew) that cannot be locked is removed again.
+// file (createNew) that cannot be locked stays, empty.
 int fileStream_open(FileStream* stream, const char* path, FileAccess access, bool empty) noexcept;
+// Makes a file that is not there yet (filePlatform_isExisting), without the lock: for a name that nobody else uses.
+int fileStream_create(FileStream* stream, const char* path) noexcept;
 // Writes out what is gathered, unlocks and closes. The stream is closed afterwards whatever the result.
 int fileStream_close(FileStream* stream) noexcept;
 // Reads up to `length` bytes; fewer only at the end of the file, or with an error.

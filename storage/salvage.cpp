@@ -16,7 +16,7 @@ constexpr std::int64_t COPY_PIECE = 1024 * 1024;
 ErrorCode openCopy(const std::string& base, FileStream* copy, std::string* path) {
     *path = base;
     for (std::int32_t number = 1;; ++number) {
-        const int error = fileStream_open(copy, path->c_str(), FileAccess::createNew, false);
+        const int error = fileStream_create(copy, path->c_str());
         if (error == 0) {
             return NO_ERROR;
         }

@@ -236,6 +236,25 @@ TEST_F(RecoverySalvage, AWholeFrameIsFoundWhereverItStandsInWhatLooksCut) {
     }
 }
 
+TEST_F(RecoverySalvage, ACutFrameFullOfWhatCouldBeLengthsIsSaved) {
+    Message large = simpleMessage(7, shape);
+    for (const std::size_t lengths : {1'000U, 101'000U}) {
+        std::string numbers;
+        for (std::size_t i = 0; i < lengths; ++i) {
+            numbers += std::string("\x80\x00\x00\x00", 4);  // 128, and whatever the bytes between them come to
+        }
+        large.strings[2] = numbers;
+        const Bytes whole = frameOf(large);
+        const Bytes tail = cutAt(whole, whole.size() - 30);
+        const Bytes damaged = concatenated(unclosed(6), tail);
+        if (lengths == 1'000U) {
+            expectSilence(damaged, 6);
+        } else {
+            expectSaved(damaged, 6, {{map(6).dataEnd, tail}});
+        }
+    }
+}
+
 TEST_F(RecoverySalvage, ACutFrameWithAnImpossibleNumberIsSaved) {
     shape.numericNames = {"Price", "OrderQty"};
     Bytes tail = cutAt(frame7(), 60);

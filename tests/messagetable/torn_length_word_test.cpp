@@ -5,6 +5,8 @@
 
 #include "messagetable/block_reader.h"
 #include "messagetable/message_lookup.h"
+#include "messagetable/uniform_lookup.h"
+#include "query/message_table_iterator.h"
 #include "tests/messagetable/table_image.h"
 
 namespace tabulo::test {
@@ -16,8 +18,9 @@ constexpr std::int32_t LAST = 10;
 class TornLengthWord : public TableImageTest {
   protected:
     // Ten messages, the second block's length word with `inFront` bytes before a page boundary.
-    void make(std::size_t inFront) {
+    void make(std::size_t inFront, std::size_t longer = 0) {
         messages = simpleMessages(1, LAST, shape);
+        messages[5].strings[2] = *messages[5].strings[2] + std::string(longer, 'y');
         const std::size_t start = mapOf(shape, messages).blockStarts[1];
         messages[0].strings[2] = *messages[0].strings[2] + std::string(2 * PAGE - inFront - start % PAGE, 'x');
         places = mapOf(shape, messages);
@@ -45,6 +48,30 @@ class TornLengthWord : public TableImageTest {
         std::reverse(backward.messages.begin(), backward.messages.end());
         EXPECT_EQ(backward.code, NO_ERROR) << "backward";
         EXPECT_EQ(backward.messages, messages) << "backward";
+        for (const bool iterateBackward : {false, true}) {
+            EXPECT_EQ(iterated(reader.get(), iterateBackward), LAST) << (iterateBackward ? "backward" : "forward");
+        }
+        if (u64At(bytes, places.blockStarts[1]) == 0) {
+            return;  // as before the word was written, and then nothing stands behind the block
+        }
+        std::int64_t offset = 0;
+        std::int64_t ordinal = 0;
+        std::int32_t skip = 0;
+        EXPECT_EQ(mt_findUniformId(reader.get(), LAST, &offset, &ordinal, &skip), NO_ERROR);
+        EXPECT_EQ(offset, static_cast<std::int64_t>(places.frame(LAST).start));
+        EXPECT_EQ(ordinal, LAST - 1);
+    }
+    // The messages that an iterator delivers before its end, or -1 when it ends with an error.
+    static int iterated(MessageTable* from, bool backward) {
+        QueryConditions* conditions = conditions_create();
+        conditions_setIterateBackward(conditions, backward);
+        const MessageTableIteratorPtr iterator(mtIterator_open(from, conditions));
+        int count = 0;
+        bool end = false;
+        while (mtIterator_next(iterator.get(), &end) == NO_ERROR && !end) {
+            count += 1;
+        }
+        return end ? count : -1;
     }
     void expectRecoveredSilently(const Bytes& bytes) {
         log.clear();
@@ -67,6 +94,27 @@ TEST_F(TornLengthWord, IsReadAsOneThatIsNotWrittenYet) {
             SCOPED_TRACE(std::to_string(inFront) + " bytes in front, written " + (front ? "these" : "the others"));
             expectWhole(torn(inFront, front));
         }
+    }
+}
+
+TEST_F(TornLengthWord, IsReadWhateverStandsWhereItsPartPoints) {
+    shape.numericNames = {"Price", "OrderQty", "LastQty"};
+    for (std::size_t longer = 300; longer < 560; longer += 5) {
+        SCOPED_TRACE(longer);
+        make(1, longer);
+        expectWhole(torn(1, false));
+    }
+}
+
+TEST_F(TornLengthWord, IsNoExcuseForADamagedFooterBehindARightWord) {
+    for (std::size_t inFront = 1; inFront < 8; ++inFront) {
+        make(inFront);
+        Bytes damaged = whole;
+        putU32(&damaged, places.openBlockStart - places.footerSize + 72, 9999);  // the first filter's bits
+        place(damaged);
+        const MessageTablePtr reader = openTable(directory.root(), TABLE_FILE_READ, shape);
+        EXPECT_EQ(readAll(reader.get()).code, HEADER_CORRUPTED_ERROR) << inFront;
+        EXPECT_EQ(readAllBackward(reader.get()).code, HEADER_CORRUPTED_ERROR) << inFront;
     }
 }
 
@@ -111,6 +159,7 @@ TEST(LengthWord, IsTornAtAPageBoundaryOnly) {
     EXPECT_FALSE(mfr_isTornLengthWord(4088, 0x08, LENGTH)) << "within a page";
     EXPECT_FALSE(mfr_isTornLengthWord(4088, 0, LENGTH)) << "within a page";
     EXPECT_FALSE(mfr_isTornLengthWord(4095, 0x09, LENGTH)) << "another length";
+    EXPECT_FALSE(mfr_isTornLengthWord(4094, 0x0708, 0x0708)) << "the word is whole";
 }
 
 }  // namespace

@@ -235,6 +235,20 @@ TEST_F(DamagedTable, AnErrorStays) {
     }
 }
 
+TEST_F(DamagedTable, AnErrorStaysAlsoBackward) {
+    createWithMessages(8);
+    damage(frameOf(4) - 8);
+    damage(frameEnd(5) - 4);
+    const MessageTableIteratorPtr iterator = openIterator(table.get(), newConditions(true));
+    ASSERT_EQ(nextId(iterator.get()), 8);
+    ASSERT_EQ(nextId(iterator.get()), 7);
+    bool end = false;
+    for (int i = 0; i < 3; ++i) {
+        EXPECT_EQ(mtIterator_next(iterator.get(), &end), HEADER_CORRUPTED_ERROR);
+        EXPECT_TRUE(end);
+    }
+}
+
 TEST_F(DamagedTable, AReadThatTheSystemRefusesIsAnErrorAndTheIteratorGoesOnAfterwards) {
     FaultPlatform platform;
     createWithMessages(8);

@@ -58,6 +58,30 @@ TEST_F(TableFileLock, ASecondWriterInAnotherProcessIsRefusedAndTheFileUntouched)
     EXPECT_EQ(toHex(readFile(path)), toHex(pattern(100)));
 }
 
+// A platform where another writer takes the lock of a file between its creation and the creator's own try.
+std::string contested;
+int anotherWriter = -1;
+
+int lockBehindAnotherWriter(int descriptor) {
+    anotherWriter = ::open(contested.c_str(), O_RDWR | O_CLOEXEC);
+    const int error = filePlatform_system().lock(anotherWriter);
+    return error != 0 ? error : filePlatform_system().lock(descriptor);
+}
+
+TEST_F(TableFileLock, ANewFileThatAnotherWriterWasFasterToLockStaysThatWriters) {
+    contested = directory.file("new");
+    FilePlatform platform = filePlatform_system();
+    platform.lock = lockBehindAnotherWriter;
+    const FilePlatform* previous = filePlatform_install(&platform);
+    const ErrorCode code = tryOpen(contested, TABLE_FILE_WRITE);
+    filePlatform_install(previous);
+    EXPECT_EQ(code, FILE_OPEN_ERROR);
+    EXPECT_EQ(::write(anotherWriter, "kept", 4), 4);
+    ::close(anotherWriter);
+    ASSERT_TRUE(std::filesystem::exists(contested)) << "the file of the other writer was removed";
+    EXPECT_EQ(toHex(readFile(contested)), toHex(fromText("kept")));
+}
+
 TEST_F(TableFileLock, ASecondWriterInTheSameProcessIsRefusedWithOneWarning) {
     const TableFilePtr writer = openTableFile(path, TABLE_FILE_CREATE);
     ASSERT_EQ(writeBytes(writer, pattern(50)), NO_ERROR);
