@@ -42,7 +42,10 @@ ErrorCode sys_ftruncate(FileStream* stream, std::int64_t length) noexcept {
     if (fileStream_flush(stream) != 0) {
         return FILE_FLUSH_ERROR;
     }
-    const int error = fileStream_truncate(stream, length);
+    // The system takes milliseconds for a cut of a large file that was just written, even where nothing is to be cut.
+    std::int64_t size = 0;
+    const bool needed = fileStream_size(stream, &size) != 0 || size != length;
+    const int error = needed ? fileStream_truncate(stream, length) : 0;
     if (error != 0) {
         log_debug("sys_ftruncate", "truncating failed. Windows error code: %d.\n", error);
         return FILE_TRUNCATE_ERROR;

@@ -15,8 +15,8 @@ ErrorCode tableFileRealSeek(TableFile* file, std::int64_t offset, std::int32_t w
 // Brings the stream to the virtual position; with `force` also when they agree, since the stream has to change between
 // reading and writing. FILE_SEEK_ERROR.
 ErrorCode tableFileSeekSync(TableFile* file, bool force) noexcept;
-// Cuts the stream's file; the stream's position ends at `length` or stays where it was, whichever is lower.
-// SYSTEM_FILE_ERROR for a closed stream, FILE_FLUSH_ERROR, FILE_TRUNCATE_ERROR.
+// Cuts the stream's file, unless it has this length; the stream's position ends at `length` or stays where it was,
+// whichever is lower. SYSTEM_FILE_ERROR for a closed stream, FILE_FLUSH_ERROR, FILE_TRUNCATE_ERROR.
 ErrorCode sys_ftruncate(FileStream* stream, std::int64_t length) noexcept;
 // After gathered bytes were lost: takes position and size from the system again, and keeps the virtual position.
 void tableFile_resetPosition(TableFile* file) noexcept;

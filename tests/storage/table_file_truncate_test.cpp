@@ -158,6 +158,12 @@ TEST_F(TableFileTruncate, ASizeThatCannotBeAskedAfterTheCutIsReported) {
     EXPECT_EQ(tableFileTruncate(file.get(), 60), SYSTEM_FILE_ERROR);
 }
 
+TEST_F(TableFileTruncate, AFileOfTheRequestedSizeIsNotCut) {
+    EXPECT_EQ(tableFileTruncate(file.get(), 100), NO_ERROR);
+    EXPECT_EQ(platform.count(FileCall::truncate), 0);
+    EXPECT_EQ(log.lines(), std::vector<std::string>{sizeLine(100, 100)});
+}
+
 TEST_F(TableFileTruncate, ACutOfAClosedStreamIsRefused) {
     FileStream closed;
     EXPECT_EQ(sys_ftruncate(&closed, 60), SYSTEM_FILE_ERROR);
