@@ -1,18 +1,14 @@
 #include "messagetable/recovery.h"
 
 #include <algorithm>
-#include <cinttypes>
-#include <cstring>
 #include <limits>
-#include <new>
 
-#include "core/log.h"
 #include "messagetable/block_reader.h"
 #include "messagetable/header_section.h"
 #include "messagetable/message_table.h"
+#include "messagetable/recovery_write.h"
 #include "messagetable/torn_tail.h"
 #include "storage/byte_stream_file.h"
-#include "storage/salvage.h"
 
 namespace tabulo {
 
@@ -31,57 +27,6 @@ struct Recovery {
     std::int64_t fileSize() const { return tableFileCachedSize(file); }
     const MessageTableLayout& layout() const { return table->header.layout; }
 };
-
-ErrorCode save(const Recovery& recovery, std::int64_t offset, std::int64_t length) {
-    std::string savedPath;
-    const ErrorCode code = salvage_save(recovery.file, offset, length, &savedPath);
-    if (code == NO_ERROR) {
-        log_warning("mtX_recover", "%" PRId64 " bytes at offset %" PRId64 " of %s are damaged; they were saved to %s\n",
-                    length, offset, recovery.file->path.c_str(), savedPath.c_str());
-    }
-    return code;
-}
-
-ErrorCode writeAt(TableFile* file, std::int64_t offset, const void* bytes, std::int64_t length) {
-    ErrorCode code = tableFileSeekSet(file, offset);
-    if (code == NO_ERROR) {
-        code = tableFileWrite(file, bytes, length);
-    }
-    return code == NO_ERROR ? tableFileFlush(file) : code;
-}
-
-// Saves what stands at `offset` before `bytes` overwrite it, unless it is the same, the beginning of the same, or what
-// a crash can leave there.
-ErrorCode saveOverwritten(const Recovery& recovery, std::int64_t offset, const std::uint8_t* bytes,
-                          std::int64_t length) {
-    const ByteStreamPtr present(byteStream_create(0));
-    if (present == nullptr) {
-        return OUT_OF_MEMORY_ERROR;
-    }
-    ErrorCode code = byteStream_readFromFileAt(present.get(), recovery.file, offset, static_cast<std::int32_t>(length));
-    if (code != NO_ERROR) {
-        return code;
-    }
-    const std::int32_t there = byteStream_unread(present.get());
-    if (std::memcmp(byteStream_buffer(present.get()), bytes, static_cast<std::size_t>(there)) == 0) {
-        return NO_ERROR;
-    }
-    bool empty = false;
-    code = tornTail_isEmpty(recovery.file, offset, offset + there, &empty);
-    return code == NO_ERROR && !empty ? save(recovery, offset, there) : code;
-}
-
-// Replaces a block's leading length word; a 0, the right word and a torn one are what a crash can have left.
-ErrorCode replaceLengthWord(const Recovery& recovery, std::uint64_t length) {
-    std::uint64_t present = 0;
-    std::int64_t count = 0;
-    ErrorCode code = tableFileReadAt(recovery.file, recovery.position, &present, BLOCK_LENGTH_SIZE, &count);
-    if (code == NO_ERROR && present != 0 && present != length &&
-        !mfr_isTornLengthWord(recovery.position, present, length)) {
-        code = save(recovery, recovery.position, count);
-    }
-    return code == NO_ERROR ? writeAt(recovery.file, recovery.position, &length, BLOCK_LENGTH_SIZE) : code;
-}
 
 void addMessages(DataInfo* info, std::int32_t count) {
     const std::int64_t sum = std::int64_t{info->messageCount} + count;
@@ -116,7 +61,7 @@ ErrorCode rebuildHeader(Recovery* recovery) {
     recovery->headerRebuilt = true;
     recovery->headerEnd = end;
     storage->headerSize = end;
-    return saveOverwritten(*recovery, start, byteStream_buffer(stream) + start, end - start);
+    return recoveryWrite_saveOverwritten(recovery->file, start, byteStream_buffer(stream) + start, end - start);
 }
 
 // Reads the header, or builds a new one when the section is cut.
@@ -156,13 +101,15 @@ ErrorCode closeBlock(Recovery* recovery) {
     byteStream_put(footer, length);
     ErrorCode code = byteStream_error(footer);
     if (code == NO_ERROR) {
-        code = saveOverwritten(*recovery, next - frames->footerSize, byteStream_buffer(footer), frames->footerSize);
+        code = recoveryWrite_saveOverwritten(recovery->file, next - frames->footerSize, byteStream_buffer(footer),
+                                             frames->footerSize);
     }
     if (code == NO_ERROR) {
-        code = writeAt(recovery->file, next - frames->footerSize, byteStream_buffer(footer), frames->footerSize);
+        code =
+            recoveryWrite_at(recovery->file, next - frames->footerSize, byteStream_buffer(footer), frames->footerSize);
     }
     if (code == NO_ERROR) {
-        code = replaceLengthWord(*recovery, length);
+        code = recoveryWrite_lengthWord(recovery->file, recovery->position, length);
     }
     if (code != NO_ERROR) {
         return code;
@@ -189,7 +136,7 @@ ErrorCode saveTail(const Recovery& recovery, std::int64_t dataEnd, bool hasMessa
             code = tornTail_check(recovery.file, recovery.layout(), dataEnd + BLOCK_LENGTH_SIZE, size, &torn);
         }
     }
-    return code == NO_ERROR && !torn ? save(recovery, dataEnd, size - dataEnd) : code;
+    return code == NO_ERROR && !torn ? recoveryWrite_save(recovery.file, dataEnd, size - dataEnd) : code;
 }
 
 // The block at hand is the open one: the walk ends here.
@@ -206,7 +153,7 @@ ErrorCode endAtOpenBlock(Recovery* recovery) {
     table->blockInfo.lastBlockEnd = static_cast<std::uint64_t>(recovery->position);
     table->dataInfo.dataEnd = static_cast<std::uint64_t>(dataEnd);
     ErrorCode code = dataEnd < recovery->fileSize() ? saveTail(*recovery, dataEnd, hasMessages) : NO_ERROR;
-    return code == NO_ERROR && hasMessages ? replaceLengthWord(*recovery, 0) : code;
+    return code == NO_ERROR && hasMessages ? recoveryWrite_lengthWord(recovery->file, recovery->position, 0) : code;
 }
 
 ErrorCode walkBlocks(Recovery* recovery) {
@@ -220,7 +167,7 @@ ErrorCode walkBlocks(Recovery* recovery) {
             addMessages(&table->dataInfo, block.messageCount);
             table->staticIndexes = frames->summary.staticIndexes;
             if (block.tornWord) {
-                code = replaceLengthWord(*recovery, mfr_closedBlockLength(frames));
+                code = recoveryWrite_lengthWord(recovery->file, recovery->position, mfr_closedBlockLength(frames));
             }
             if (code != NO_ERROR) {
                 return code;
@@ -259,7 +206,7 @@ ErrorCode writeHeaderAndCut(Recovery* recovery) {
     const std::int32_t start = recovery->headerRebuilt ? 0 : table->storage->specificHeaderOffset;
     ErrorCode code = mthStaticIndexes_write(&table->staticIndexes, stream);
     if (code == NO_ERROR) {
-        code = writeAt(recovery->file, start, byteStream_buffer(stream) + start, end - start);
+        code = recoveryWrite_at(recovery->file, start, byteStream_buffer(stream) + start, end - start);
     }
     if (code != NO_ERROR) {
         return code;
