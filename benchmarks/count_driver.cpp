@@ -2,7 +2,6 @@
 // of one function here.
 //
 //   count_driver append|forward|backward <directory> <orders>
-#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <string>
@@ -61,12 +60,6 @@ int count_scan(MessageTableIterator* iterator) {
         ++count;
     }
     return end ? count : -1;
-}
-
-// Not the one of stores.cpp, which brings every peer's library along: they would be loaded under the counting tool.
-void tabulo::bench::fail(const std::string& what) {
-    std::fprintf(stderr, "count_driver: %s\n", what.c_str());
-    std::exit(1);
 }
 
 int main(int argc, char** argv) {

@@ -7,6 +7,7 @@
 #include <string>
 #include <string_view>
 
+#include "benchmarks/fail.h"
 #include "benchmarks/workload.h"
 
 namespace tabulo::bench {
@@ -49,7 +50,5 @@ const Store* store_find(std::string_view name);
 // the order of sequence and time).
 bool query_matches(const Query& query, const Order& order);
 bool query_isBehind(const Query& query, const Order& order);
-
-[[noreturn]] void fail(const std::string& what);
 
 }  // namespace tabulo::bench

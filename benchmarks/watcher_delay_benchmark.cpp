@@ -21,10 +21,11 @@
 #include <string>
 #include <vector>
 
+#include "benchmarks/fail.h"
 #include "benchmarks/measure.h"
+#include "benchmarks/stores/tabulo_store.h"
 #include "core/log.h"
 #include "core/platform.h"
-#include "messagetable/message_table.h"
 #include "watcher/message_watcher.h"
 
 namespace {
@@ -87,22 +88,12 @@ void waitUntil(std::int64_t due) {
     }
 }
 
-[[noreturn]] void fail(const char* what) {
-    std::fprintf(stderr, "%s\n", what);
-    std::exit(1);
-}
-
-struct TableDeleter {
-    void operator()(MessageTable* table) const noexcept { mt_destroy(table); }
-};
-using TablePtr = std::unique_ptr<MessageTable, TableDeleter>;
-
-TablePtr openTable(std::size_t number, std::int32_t mode) {
+bench::TablePtr openTable(std::size_t number, std::int32_t mode) {
     KSVTboTableConfig* config = tableConfig_create(("table" + std::to_string(number)).c_str(), 1);
     tableConfig_setPath(config, 0, "./");
-    TablePtr table(mt_create(config));
+    bench::TablePtr table(mt_create(config));
     if (mt_open(table.get(), mode) != NO_ERROR) {
-        fail("a table cannot be opened");
+        bench::fail("a table cannot be opened");
     }
     return table;
 }
@@ -128,7 +119,7 @@ ErrorCode recordDelivery(std::int32_t* stop, void* context, const MessageMetadat
 
 // The watching process.
 int watch(std::int32_t last) {
-    std::array<TablePtr, TABLES> tables;
+    std::array<bench::TablePtr, TABLES> tables;
     std::array<MessageTable*, TABLES> handles{};
     for (std::size_t i = 0; i < TABLES; ++i) {
         tables[i] = openTable(i, TABLE_FILE_READ);
@@ -156,13 +147,13 @@ class Writer {
         metadata.uniformId = id;
         MessageTable* table = tables_[static_cast<std::size_t>(id) % TABLES].get();
         if (mt_writeMessage(table, &metadata, strings.data(), 4, nullptr, 0) != NO_ERROR) {
-            fail("a message cannot be written");
+            bench::fail("a message cannot be written");
         }
         times->returned[static_cast<std::size_t>(id)] = now();
     }
 
   private:
-    std::array<TablePtr, TABLES> tables_;
+    std::array<bench::TablePtr, TABLES> tables_;
     std::string wire_ = std::string(WIRE_LENGTH, 'w');
 };
 
@@ -236,7 +227,7 @@ void run(const Scenario& scenario) {
     const double seconds = static_cast<double>(std::max(now() - start, scenario.bursts * scenario.interval)) / 1e9;
     int status = 0;
     if (::waitpid(watching, &status, 0) != watching || status != 0) {
-        fail("the watching process failed");
+        bench::fail("the watching process failed");
     }
     report(scenario, last, seconds);
 }
@@ -250,7 +241,7 @@ int main(int argc, char** argv) {
     char directory[] = "/tmp/watcher-delay-XXXXXX";
     void* memory = ::mmap(nullptr, sizeof(Times), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
     if (::mkdtemp(directory) == nullptr || ::chdir(directory) != 0 || memory == MAP_FAILED) {
-        fail("no directory or no memory to work in");
+        bench::fail("no directory or no memory to work in");
     }
     times = new (memory) Times;
     log_setFacility(nullptr);

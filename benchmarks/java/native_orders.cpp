@@ -14,11 +14,6 @@
 
 namespace tabulo::bench {
 
-void fail(const std::string& what) {
-    std::fprintf(stderr, "%s\n", what.c_str());
-    std::exit(1);
-}
-
 namespace {
 
 std::uint64_t middle(std::string_view text) {

@@ -1,6 +1,4 @@
 #include <array>
-#include <cstdio>
-#include <cstdlib>
 #include <vector>
 
 #include "benchmarks/stores/all_stores.h"
@@ -92,11 +90,6 @@ bool query_matches(const Query& query, const Order& order) {
 bool query_isBehind(const Query& query, const Order& order) {
     return (query.kind == QueryKind::sequence && order.metadata->seqNum > query.last) ||
            (query.kind == QueryKind::time && order.metadata->timestamp > query.last);
-}
-
-void fail(const std::string& what) {
-    std::fprintf(stderr, "benchmark: %s\n", what.c_str());
-    std::exit(1);
 }
 
 }  // namespace tabulo::bench

@@ -1,0 +1,13 @@
+#include "benchmarks/fail.h"
+
+#include <cstdio>
+#include <cstdlib>
+
+namespace tabulo::bench {
+
+void fail(const std::string& what) {
+    std::fprintf(stderr, "benchmark: %s\n", what.c_str());
+    std::exit(1);
+}
+
+}  // namespace tabulo::bench
