@@ -42,8 +42,8 @@ bool mfr_isTornLengthWord(std::int64_t offset, std::uint64_t word, std::uint64_t
 // and scanOpen is not set; with scanOpen its frames are scanned into the emptied summary (the static indexes go on from
 // what they are). In a walk forward a closed block costs one read. A block whose length word is torn is closed when all
 // its frames stand there and its footer repeats a length that the word is a part of. HEADER_CORRUPTED_ERROR: an
-// impossible length, or a footer that does not fit; CONSISTENCY_ERROR:
-// an unknown numeric type in a footer. FILE_READ_ERROR, SYSTEM_FILE_ERROR, OUT_OF_MEMORY_ERROR.
+// impossible length, or a footer that does not fit; CONSISTENCY_ERROR: an unknown numeric type in a footer.
+// FILE_READ_ERROR, SYSTEM_FILE_ERROR, OUT_OF_MEMORY_ERROR.
 ErrorCode mfr_readBlockFooter(MessageFrames* mfr, TableFile* file, std::int64_t blockStart, bool scanOpen,
                               BlockView* block) noexcept;
 
