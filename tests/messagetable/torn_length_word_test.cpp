@@ -35,6 +35,17 @@ class TornLengthWord : public TableImageTest {
         std::fill(front ? boundary : word, front ? word + 8 : boundary, 0);
         return bytes;
     }
+    // Hands over each such file, for every place of the boundary in the word.
+    template <typename Check>
+    void forEachTear(Check check) {
+        for (std::size_t inFront = 1; inFront < 8; ++inFront) {
+            make(inFront);
+            for (const bool front : {true, false}) {
+                SCOPED_TRACE(std::to_string(inFront) + " bytes in front, written " + (front ? "these" : "the others"));
+                check(torn(inFront, front));
+            }
+        }
+    }
     void expectWhole(const Bytes& bytes) {
         place(bytes);
         const MessageTablePtr reader = openTable(directory.root(), TABLE_FILE_READ, shape);
@@ -88,13 +99,7 @@ class TornLengthWord : public TableImageTest {
 };
 
 TEST_F(TornLengthWord, IsReadAsOneThatIsNotWrittenYet) {
-    for (std::size_t inFront = 1; inFront < 8; ++inFront) {
-        make(inFront);
-        for (const bool front : {true, false}) {
-            SCOPED_TRACE(std::to_string(inFront) + " bytes in front, written " + (front ? "these" : "the others"));
-            expectWhole(torn(inFront, front));
-        }
-    }
+    forEachTear([this](const Bytes& bytes) { expectWhole(bytes); });
 }
 
 TEST_F(TornLengthWord, IsReadWhateverStandsWhereItsPartPoints) {
@@ -119,13 +124,7 @@ TEST_F(TornLengthWord, IsNoExcuseForADamagedFooterBehindARightWord) {
 }
 
 TEST_F(TornLengthWord, IsRewrittenByRecoveryWithoutACopy) {
-    for (std::size_t inFront = 1; inFront < 8; ++inFront) {
-        make(inFront);
-        for (const bool front : {true, false}) {
-            SCOPED_TRACE(std::to_string(inFront) + " bytes in front, written " + (front ? "these" : "the others"));
-            expectRecoveredSilently(torn(inFront, front));
-        }
-    }
+    forEachTear([this](const Bytes& bytes) { expectRecoveredSilently(bytes); });
 }
 
 TEST_F(TornLengthWord, IsDamageWhereTheBlockOrItsFooterDoesNotAgree) {
