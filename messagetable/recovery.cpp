@@ -168,9 +168,9 @@ ErrorCode walkBlocks(Recovery* recovery) {
             table->staticIndexes = frames->summary.staticIndexes;
             if (block.tornWord) {
                 code = recoveryWrite_lengthWord(recovery->file, recovery->position, mfr_closedBlockLength(frames));
-            }
-            if (code != NO_ERROR) {
-                return code;
+                if (code != NO_ERROR) {
+                    return code;
+                }
             }
             recovery->position = blockView_next(block, frames);
             continue;
