@@ -147,7 +147,7 @@ def optimisation(build):
             commands = json.load(file)
     except OSError:
         return "unknown options"
-    command = next(c["command"] for c in commands if c["file"].endswith("messagetable/message_frames.cpp"))
+    command = next(c["command"] for c in commands if c["file"].endswith("src/messagetable/message_frames.cpp"))
     return " ".join(word for word in command.split() if word.startswith(("-O", "-march", "-DNDEBUG", "-flto")))
 
 

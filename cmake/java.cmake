@@ -1,5 +1,5 @@
-# The Java side, built with plain javac: tabulo.jar from java/, tabulo-examples.jar from examples/java, and the test classes
-# from tests/java. A class directory is made anew each time, so that no class outlives its source.
+# The Java side, built with plain javac: tabulo.jar from java/classes, tabulo-examples.jar from examples/java, and the test classes
+# from tests/java/classes. A class directory is made anew each time, so that no class outlives its source.
 set(TABULO_JAVAC ${TABULO_JDK}/bin/javac)
 set(TABULO_JAVA_RUNTIME ${TABULO_JDK}/bin/java)
 set(TABULO_JAVA_DIRECTORY ${PROJECT_BINARY_DIR}/java)
@@ -52,7 +52,7 @@ set(TABULO_JAR ${TABULO_JAVA_DIRECTORY}/tabulo.jar)
 set(TABULO_EXAMPLES_JAR ${TABULO_JAVA_DIRECTORY}/tabulo-examples.jar)
 set(TABULO_NATIVE_HEADERS ${TABULO_JAVA_DIRECTORY}/native-headers)
 
-tabulo_java(tabulo ${PROJECT_SOURCE_DIR}/java OUTPUT ${TABULO_JAR} JAR NATIVE_HEADERS ${TABULO_NATIVE_HEADERS}
+tabulo_java(tabulo ${PROJECT_SOURCE_DIR}/java/classes OUTPUT ${TABULO_JAR} JAR NATIVE_HEADERS ${TABULO_NATIVE_HEADERS}
     OPTIONS -Xdoclint:all,-missing)
 tabulo_java(examples ${PROJECT_SOURCE_DIR}/examples/java OUTPUT ${TABULO_EXAMPLES_JAR} JAR
     CLASSPATH ${TABULO_JAR} DEPENDS ${TABULO_JAR})

@@ -4,6 +4,7 @@ Run as headers_alone.py <root> <compiler> <flags ...>.
 """
 
 import concurrent.futures
+import os
 import subprocess
 import sys
 
@@ -12,7 +13,8 @@ import source_tree
 
 def compile_alone(root, compiler, flags, header):
     source = f'#include "{header}"\n#include "{header}"\n'
-    run = subprocess.run([compiler, *flags, "-I", root, "-fsyntax-only", "-x", "c++", "-"], input=source, text=True,
+    folders = [option for folder in ("include", "src", "java") for option in ("-I", os.path.join(root, folder))]
+    run = subprocess.run([compiler, *flags, *folders, "-I", root, "-fsyntax-only", "-x", "c++", "-"], input=source, text=True,
                          stdout=subprocess.PIPE, stderr=subprocess.STDOUT, check=False)
     return "" if run.returncode == 0 else f"{header}:1: the header does not compile alone:\n{run.stdout}"
 
@@ -20,7 +22,7 @@ def compile_alone(root, compiler, flags, header):
 def main():
     root, compiler, flags = sys.argv[1], sys.argv[2], sys.argv[3:]
     headers = [path for path in source_tree.files(root, (".h",))
-               if source_tree.folder(path) in source_tree.LIBRARY_FOLDERS]
+               if source_tree.area(path) in source_tree.LIBRARY_AREAS]
     if not headers:
         sys.exit(f"No header found in {root}.")
     with concurrent.futures.ThreadPoolExecutor(2) as pool:

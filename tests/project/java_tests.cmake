@@ -1,4 +1,4 @@
-# Compiles tests/java against JUnit 5 from Debian's packages; every *Test.java becomes one test. A library that is built with
+# Compiles tests/java/classes against JUnit 5 from Debian's packages; every *Test.java becomes one test. A library that is built with
 # sanitizers is tested with them inside the virtual machine.
 set(TABULO_JAVA_TESTS "." CACHE STRING "Which Java tests to run: a regular expression for the names of their classes")
 set(usual_timeout 300)  # seconds
@@ -43,7 +43,7 @@ if(CMAKE_CXX_FLAGS MATCHES "-fsanitize=[^ ]*address")
     endforeach()
 endif()
 
-tabulo_java(tests ${PROJECT_SOURCE_DIR}/tests/java OUTPUT ${TABULO_JAVA_DIRECTORY}/tests.stamp
+tabulo_java(tests ${PROJECT_SOURCE_DIR}/tests/java/classes OUTPUT ${TABULO_JAVA_DIRECTORY}/tests.stamp
     CLASSPATH ${TABULO_JAR} ${api_jars} DEPENDS ${TABULO_JAR})
 
 if(TARGET java_tests AND TARGET tabulo)
@@ -52,8 +52,8 @@ if(TARGET java_tests AND TARGET tabulo)
     list(JOIN launcher_jars ":" launcher_path)
     set(run_path ${TABULO_JAR}:${TABULO_JAVA_DIRECTORY}/tests-classes:${api_path}:${launcher_path})
 
-    file(GLOB_RECURSE test_files CONFIGURE_DEPENDS RELATIVE ${PROJECT_SOURCE_DIR}/tests/java
-        ${PROJECT_SOURCE_DIR}/tests/java/*Test.java)
+    file(GLOB_RECURSE test_files CONFIGURE_DEPENDS RELATIVE ${PROJECT_SOURCE_DIR}/tests/java/classes
+        ${PROJECT_SOURCE_DIR}/tests/java/classes/*Test.java)
     foreach(test_file IN LISTS test_files)
         string(REGEX REPLACE "\\.java$" "" test_class ${test_file})
         string(REPLACE "/" "." test_class ${test_class})

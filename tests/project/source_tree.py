@@ -3,19 +3,30 @@
 import os
 import re
 
-# Lowest first: a folder may include what stands in its list, and itself.
-LIBRARY_FOLDERS = {
-    "core": [],
-    "storage": ["core"],
-    "sessioninfo": ["storage", "core"],
-    "messagetable": ["storage", "core"],
-    "query": ["messagetable", "storage", "core"],
-    "watcher": ["messagetable", "storage", "core"],
-    "jni": ["watcher", "query", "messagetable", "sessioninfo", "storage", "core"],
+# The areas of the tree that have code in C++: where each stands, how an include of its files begins, and which other areas
+# it may include. Lowest first.
+_WHOLE_LIBRARY = ["watcher", "query", "index", "messagetable", "sessioninfo", "storage", "core"]
+AREAS = {
+    "include/tabulo": ("tabulo", []),
+    "src/core": ("core", []),
+    "src/storage": ("storage", ["core"]),
+    "src/sessioninfo": ("sessioninfo", ["storage", "core"]),
+    "src/messagetable": ("messagetable", ["storage", "core"]),
+    "src/index": ("index", ["messagetable", "storage", "core"]),
+    "src/query": ("query", ["index", "messagetable", "storage", "core"]),
+    "src/watcher": ("watcher", ["messagetable", "storage", "core"]),
+    "src/api": ("api", [*_WHOLE_LIBRARY, "tabulo"]),
+    "java/jni": ("jni", _WHOLE_LIBRARY),
+    "tool": ("tool", ["tabulo"]),
+    "adapters": ("adapters", ["tabulo"]),
+    "examples": ("examples", [*_WHOLE_LIBRARY, "tabulo"]),
+    "benchmarks": ("benchmarks", [*_WHOLE_LIBRARY, "api", "tabulo", "jni", "tests"]),
+    "fuzz": ("fuzz", [*_WHOLE_LIBRARY, "api", "tabulo", "tests"]),
+    "tests": ("tests", [*_WHOLE_LIBRARY, "api", "tabulo", "jni", "tool", "adapters"]),
 }
 
-# Folders that may include all of the library and their own files, and that nothing in the library may include.
-OUTER_FOLDERS = ["tests", "benchmarks", "examples", "fuzz"]
+# The areas that depend on the C++ library alone (java/jni besides on jni.h).
+LIBRARY_AREAS = [area for area in AREAS if area.startswith(("include/", "src/", "java/"))]
 
 CPP_SUFFIXES = (".h", ".cpp")
 CODE_SUFFIXES = CPP_SUFFIXES + (".java", ".py", ".sh", ".cmake", "CMakeLists.txt", "/check", "/demo", "/bench", "/run")
@@ -52,6 +63,17 @@ def includes(root, path):
     return found
 
 
-def folder(path):
-    """The first folder of a relative path, or nothing for a file in the root."""
-    return path.split("/", 1)[0] if "/" in path else ""
+def area(path):
+    """The area that a path belongs to, or nothing."""
+    return next((area for area in AREAS if path.startswith(area + "/")), "")
+
+
+def area_of_include(name):
+    """The area whose files are included by such a name, or nothing."""
+    first = name.split("/", 1)[0] if "/" in name else ""
+    return next((area for area, (prefix, _) in AREAS.items() if prefix == first), "")
+
+
+def included_path(name):
+    """The path of an included file of the tree: "core/log.h" is src/core/log.h."""
+    return area_of_include(name) + "/" + name.split("/", 1)[1]

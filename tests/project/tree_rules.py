@@ -12,31 +12,26 @@ import source_tree
 MOST_LINES = 600
 
 # The headers of the C++ library carry no suffix; whatever else stands in angle brackets belongs to somebody else.
-_OTHERS_HEADERS = {"jni": {"jni.h"}}
+_OTHERS_HEADERS = {"java/jni": {"jni.h"}}
 
 
 def _is_platform_file(path):
-    return source_tree.folder(path) in ("core", "storage") and "platform" in os.path.basename(path)
-
-
-def _own_folder(name):
-    first = source_tree.folder(name)
-    return first if first in source_tree.LIBRARY_FOLDERS or first in source_tree.OUTER_FOLDERS else ""
+    return source_tree.area(path) in ("src/core", "src/storage") and "platform" in os.path.basename(path)
 
 
 def _wrong_own_include(root, path, quote, name):
     """Why an include of a file of our own is wrong, or nothing."""
-    here = source_tree.folder(path)
-    there = _own_folder(name)
+    here = source_tree.area(path)
+    there = source_tree.area_of_include(name)
     if quote == "<":
         return f"<{name}> is a file of this tree: include it in quotes" if there else None
     if not there or ".." in name.split("/"):
-        return f'"{name}" must be named from the root of the tree, beginning with one of its folders'
-    if not os.path.isfile(os.path.join(root, name)):
+        return f'"{name}" must begin with the folder it stands in, as in "core/log.h" or "tests/support/bytes.h"'
+    if not os.path.isfile(os.path.join(root, source_tree.included_path(name))):
         return f'"{name}" does not exist'
-    if here in source_tree.LIBRARY_FOLDERS and there != here and there not in source_tree.LIBRARY_FOLDERS[here]:
-        allowed = ", ".join(source_tree.LIBRARY_FOLDERS[here]) or "nothing of ours"
-        return f'"{name}" points the wrong way: {here}/ may include {allowed} besides itself'
+    prefix, allowed = source_tree.AREAS[here] if here else ("", [])
+    if source_tree.AREAS[there][0] not in (prefix, *allowed):
+        return f'"{name}" points the wrong way: {here}/ may include {", ".join(allowed) or "nothing of ours"} besides itself'
     return None
 
 
@@ -55,7 +50,8 @@ def include_circles(root):
     """No header includes itself by way of others."""
     graph = {}
     for path in source_tree.files(root, (".h",)):
-        graph[path] = [(number, name) for number, quote, name in source_tree.includes(root, path) if quote == '"']
+        graph[path] = [(number, source_tree.included_path(name)) for number, quote, name in source_tree.includes(root, path)
+                       if quote == '"' and source_tree.area_of_include(name)]
     problems = []
     finished = set()
 
@@ -78,13 +74,13 @@ def system_headers(root):
     """The library includes the system's headers only in its platform files."""
     problems = []
     for path in source_tree.files(root, source_tree.CPP_SUFFIXES):
-        here = source_tree.folder(path)
-        if here not in source_tree.LIBRARY_FOLDERS or _is_platform_file(path):
+        here = source_tree.area(path)
+        if here not in source_tree.LIBRARY_AREAS or _is_platform_file(path):
             continue
         for number, quote, name in source_tree.includes(root, path):
             if quote == "<" and not re.fullmatch(r"[a-z0-9_]+", name) and name not in _OTHERS_HEADERS.get(here, ()):
                 problems.append(f"{path}:{number}: <{name}> is no header of the C++ library: "
-                                "only core/*platform* and storage/*platform* may include it.")
+                                "only src/core/*platform* and src/storage/*platform* may include it.")
     return problems
 
 
@@ -111,7 +107,7 @@ def test_names(root):
     """The build finds tests by the names of their files, so a file with tests must have such a name."""
     problems = []
     for path in source_tree.files(root, (".java",)):
-        if not path.startswith("tests/java/") or path.endswith("Test.java"):
+        if not path.startswith("tests/java/classes/") or path.endswith("Test.java"):
             continue
         for number, line in enumerate(source_tree.lines(root, path), 1):
             if re.match(r"\s*@(Test|ParameterizedTest|RepeatedTest|TestFactory)\b", line):

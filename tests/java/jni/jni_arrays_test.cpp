@@ -4,7 +4,7 @@
 #include <limits>
 #include <vector>
 
-#include "tests/jni/embedded_jvm.h"
+#include "tests/java/jni/embedded_jvm.h"
 
 namespace tabulo::test {
 namespace {

@@ -1,4 +1,4 @@
-#include "tests/jni/embedded_jvm.h"
+#include "tests/java/jni/embedded_jvm.h"
 
 #include <dlfcn.h>
 

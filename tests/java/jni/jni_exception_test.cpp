@@ -3,7 +3,7 @@
 #include <stdexcept>
 #include <string>
 
-#include "tests/jni/embedded_jvm.h"
+#include "tests/java/jni/embedded_jvm.h"
 #include "tests/support/captured_output.h"
 
 namespace tabulo::test {

@@ -10,7 +10,7 @@
 #include "jni/log_bridge.h"
 #include "messagetable/message_lookup.h"
 #include "messagetable/message_table.h"
-#include "tests/jni/embedded_jvm.h"
+#include "tests/java/jni/embedded_jvm.h"
 #include "tests/support/captured_output.h"
 #include "tests/support/temporary_directory.h"
 

@@ -2,7 +2,7 @@
 
 #include <limits>
 
-#include "tests/jni/embedded_jvm.h"
+#include "tests/java/jni/embedded_jvm.h"
 
 namespace tabulo::test {
 namespace {

@@ -4,7 +4,7 @@
 #include <thread>
 
 #include "core/log.h"
-#include "tests/jni/embedded_jvm.h"
+#include "tests/java/jni/embedded_jvm.h"
 #include "tests/support/captured_output.h"
 
 namespace tabulo::test {
