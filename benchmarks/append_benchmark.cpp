@@ -27,7 +27,7 @@ void warmUp(std::int32_t messages) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    using namespace tabulo::bench;
+    using namespace tabulo::internal::bench;
     Options options = options_read(argc, argv, "append");
     workload_check();
     options.messages = options.messages == 0 ? 200'500 : options.messages;

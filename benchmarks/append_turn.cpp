@@ -7,7 +7,7 @@
 
 #include "benchmarks/measure.h"
 
-namespace tabulo::bench {
+namespace tabulo::internal::bench {
 
 namespace {
 
@@ -97,4 +97,4 @@ void appendTurn_run(const Store& store, const char* group, const std::string& di
     child_run([&] { reopenAndClose(store, group, directory, messages); });
 }
 
-}  // namespace tabulo::bench
+}  // namespace tabulo::internal::bench

@@ -6,7 +6,7 @@
 
 #include "benchmarks/store.h"
 
-namespace tabulo::bench {
+namespace tabulo::internal::bench {
 
 // Appends the first `messages` orders to a new store in a process of its own, which kills itself without closing the
 // store; then opens the store again, in another process, and closes it cleanly. Adds the figures to the results under
@@ -16,4 +16,4 @@ namespace tabulo::bench {
 // between them one message at a time, for the latencies, each of which includes one look at the clock.
 void appendTurn_run(const Store& store, const char* group, const std::string& directory, std::int32_t messages);
 
-}  // namespace tabulo::bench
+}  // namespace tabulo::internal::bench

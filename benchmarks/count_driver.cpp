@@ -14,14 +14,14 @@
 
 // What is counted, each with a name that the counting tool finds, and with everything that it calls.
 extern "C" {
-[[gnu::noinline]] bool count_append(tabulo::MessageTable* table, const tabulo::bench::Order* order);
-[[gnu::noinline]] int count_scan(tabulo::MessageTableIterator* iterator);
+[[gnu::noinline]] bool count_append(tabulo::internal::MessageTable* table, const tabulo::internal::bench::Order* order);
+[[gnu::noinline]] int count_scan(tabulo::internal::MessageTableIterator* iterator);
 }
 
 namespace {
 
-using namespace tabulo;
-using namespace tabulo::bench;
+using namespace tabulo::internal;
+using namespace tabulo::internal::bench;
 
 void appendOrders(MessageTable* table, std::int32_t messages) {
     OrderRecord record;
@@ -70,7 +70,7 @@ int main(int argc, char** argv) {
     const std::int32_t messages = std::atoi(argv[3]);
     std::filesystem::create_directories(argv[2]);
     const TablePtr table = table_ofOrders(argv[2]);
-    table_open(table.get(), TABLE_FILE_CREATE);
+    table_open(table.get(), OpenMode::create);
     appendOrders(table.get(), messages);
     if (mode != "append") {
         scan(table.get(), mode == "backward", messages);

@@ -3,9 +3,9 @@
 
 #include <string>
 
-namespace tabulo::bench {
+namespace tabulo::internal::bench {
 
 // Says what went wrong on standard error and ends the process with status 1.
 [[noreturn]] void fail(const std::string& what);
 
-}  // namespace tabulo::bench
+}  // namespace tabulo::internal::bench

@@ -9,7 +9,7 @@
 
 #include "benchmarks/workload.h"
 
-namespace tabulo::bench {
+namespace tabulo::internal::bench {
 
 inline constexpr std::size_t LARGEST_ORDER = 1200;
 
@@ -95,4 +95,4 @@ inline void frame_decode(const std::uint8_t* frame, DecodedOrder* order) {
     }
 }
 
-}  // namespace tabulo::bench
+}  // namespace tabulo::internal::bench

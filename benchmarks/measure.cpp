@@ -15,7 +15,7 @@
 
 #include "core/log.h"
 
-namespace tabulo::bench {
+namespace tabulo::internal::bench {
 
 namespace {
 
@@ -188,4 +188,4 @@ double median(std::vector<double> values) {
     return values.size() % 2 == 1 ? values[middle] : (values[middle - 1] + values[middle]) / 2;
 }
 
-}  // namespace tabulo::bench
+}  // namespace tabulo::internal::bench

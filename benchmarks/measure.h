@@ -8,7 +8,7 @@
 
 #include "benchmarks/store.h"
 
-namespace tabulo::bench {
+namespace tabulo::internal::bench {
 
 // Nanoseconds of the monotonic clock.
 std::int64_t now();
@@ -55,4 +55,4 @@ void directory_make(const std::string& directory);
 double percentile(std::vector<std::uint32_t>* values, double part);
 double median(std::vector<double> values);
 
-}  // namespace tabulo::bench
+}  // namespace tabulo::internal::bench

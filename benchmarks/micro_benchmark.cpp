@@ -16,8 +16,8 @@
 
 namespace {
 
-using namespace tabulo;
-using namespace tabulo::bench;
+using namespace tabulo::internal;
+using namespace tabulo::internal::bench;
 
 constexpr std::int32_t ORDERS = 256;
 constexpr std::int32_t STREAM_SIZE = 16 * 1024;

@@ -14,8 +14,8 @@
 
 namespace {
 
-using namespace tabulo;
-using namespace tabulo::bench;
+using namespace tabulo::internal;
+using namespace tabulo::internal::bench;
 
 constexpr std::int32_t RANGE = 1000;
 constexpr double LONGEST = 200e6;  // no more repeats of one query after so many nanoseconds

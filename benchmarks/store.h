@@ -10,7 +10,7 @@
 #include "benchmarks/fail.h"
 #include "benchmarks/workload.h"
 
-namespace tabulo::bench {
+namespace tabulo::internal::bench {
 
 // Takes one order of a query; false ends the query.
 using Visit = bool (*)(void* context, const Order& order);
@@ -51,4 +51,4 @@ const Store* store_find(std::string_view name);
 bool query_matches(const Query& query, const Order& order);
 bool query_isBehind(const Query& query, const Order& order);
 
-}  // namespace tabulo::bench
+}  // namespace tabulo::internal::bench

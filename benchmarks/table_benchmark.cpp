@@ -21,8 +21,8 @@
 
 namespace {
 
-using namespace tabulo;
-using namespace tabulo::bench;
+using namespace tabulo::internal;
+using namespace tabulo::internal::bench;
 
 constexpr std::int32_t OPEN_BLOCK = 500;  // messages in the open block of every table that is opened
 constexpr std::int32_t SMALL_TABLE = 1000;
@@ -54,7 +54,7 @@ void writeSmall(const std::string& directory, std::int32_t messages, bool report
     const std::int64_t idle = memory_resident();
     memory_resetPeak();
     TablePtr table = table_ofSmallMessages(directory);
-    table_open(table.get(), TABLE_FILE_CREATE);
+    table_open(table.get(), OpenMode::create);
     const std::int64_t start = now();
     for (std::int32_t number = 1; number <= messages; ++number) {
         small_write(table.get(), number);
@@ -73,7 +73,7 @@ void writeSmall(const std::string& directory, std::int32_t messages, bool report
 }
 
 // One opening after a clean close. A table that is only opened and closed again stays as it is.
-double openingTime(const std::string& directory, std::int32_t mode) {
+double openingTime(const std::string& directory, OpenMode mode) {
     TablePtr table = table_ofSmallMessages(directory);
     const std::int64_t start = now();
     table_open(table.get(), mode);
@@ -85,7 +85,7 @@ double openingTime(const std::string& directory, std::int32_t mode) {
 }
 
 void measureOpenings() {
-    for (const auto& [mode, metric] : {std::pair{TABLE_FILE_WRITE, "for writing"}, {TABLE_FILE_READ, "for reading"}}) {
+    for (const auto& [mode, metric] : {std::pair{OpenMode::write, "for writing"}, {OpenMode::read, "for reading"}}) {
         std::vector<double> few;
         std::vector<double> many;
         for (std::int32_t i = 0; i < OPENINGS; ++i) {
@@ -100,7 +100,7 @@ void measureOpenings() {
 // Memory of an iterator that walks the whole table.
 void walkSmall(std::int32_t messages) {
     TablePtr table = table_ofSmallMessages("many");
-    table_open(table.get(), TABLE_FILE_READ);
+    table_open(table.get(), OpenMode::read);
     const std::int64_t idle = memory_resident();
     memory_resetPeak();
     const MessageTableIteratorPtr iterator(mtIterator_open(table.get(), conditions_create()));
@@ -147,7 +147,7 @@ void measureKills(std::int32_t messages) {
     child_run(
         [&] {
             TablePtr table = table_ofOrders("orders");
-            table_open(table.get(), TABLE_FILE_CREATE);
+            table_open(table.get(), OpenMode::create);
             appendOrders(table.get(), 1, messages);
             std::raise(SIGKILL);
         },
@@ -161,7 +161,7 @@ void measureKills(std::int32_t messages) {
             [&] {
                 TablePtr table = table_ofOrders("orders");
                 const std::int64_t start = now();
-                table_open(table.get(), TABLE_FILE_WRITE);
+                table_open(table.get(), OpenMode::write);
                 result_add("kill", "tabulo", metric, "ms", static_cast<double>(now() - start) / 1e6);
                 appendOrders(table.get(), written + 1, written + MESSAGES_PER_BLOCK);
                 std::raise(SIGKILL);
@@ -231,7 +231,7 @@ void measureSkipping() {
     };
     filePlatform_install(&calls.platform);
     TablePtr table = table_ofOrders("orders");
-    table_open(table.get(), TABLE_FILE_READ);
+    table_open(table.get(), OpenMode::read);
     countSkipping(table.get(), false, "forward");
     countSkipping(table.get(), false, "forward, again");
     countSkipping(table.get(), true, "backward");
@@ -257,7 +257,7 @@ ErrorCode watched(std::int32_t* stop, void* context, const MessageMetadata* meta
 // A watcher that begins at the first of many messages; its DEBUG lines go to the log file, as always.
 void measureWatcher(std::int32_t messages) {
     TablePtr table = table_ofOrders("orders");
-    table_open(table.get(), TABLE_FILE_READ);
+    table_open(table.get(), OpenMode::read);
     MessageTable* handle = table.get();
     MessageWatcher* watcher = messageWatcher_create(&handle, 1);
     const std::int32_t first = 1;

@@ -28,7 +28,7 @@
 
 namespace {
 
-using namespace tabulo;
+using namespace tabulo::internal;
 
 constexpr std::size_t TABLES = 2;
 constexpr std::size_t WIRE_LENGTH = 200;
@@ -86,7 +86,7 @@ void waitUntil(std::int64_t due) {
     }
 }
 
-bench::TablePtr openTable(std::size_t number, std::int32_t mode) {
+bench::TablePtr openTable(std::size_t number, OpenMode mode) {
     KSVTboTableConfig* config = tableConfig_create(("table" + std::to_string(number)).c_str(), 1);
     tableConfig_setPath(config, 0, "./");
     bench::TablePtr table(mt_create(config));
@@ -120,7 +120,7 @@ int watch(std::int32_t last) {
     std::array<bench::TablePtr, TABLES> tables;
     std::array<MessageTable*, TABLES> handles{};
     for (std::size_t i = 0; i < TABLES; ++i) {
-        tables[i] = openTable(i, TABLE_FILE_READ);
+        tables[i] = openTable(i, OpenMode::read);
         handles[i] = tables[i].get();
     }
     MessageWatcher* watcher = messageWatcher_create(handles.data(), TABLES);
@@ -135,7 +135,7 @@ class Writer {
   public:
     Writer() {
         for (std::size_t i = 0; i < TABLES; ++i) {
-            tables_[i] = openTable(i, TABLE_FILE_CREATE);
+            tables_[i] = openTable(i, OpenMode::create);
         }
     }
     void write(std::int32_t id) {

@@ -4,7 +4,7 @@
 #include <cstring>
 #include <string_view>
 
-namespace tabulo::bench {
+namespace tabulo::internal::bench {
 
 namespace {
 
@@ -231,4 +231,4 @@ bool order_equals(const Order& left, const Order& right) {
     return equal;
 }
 
-}  // namespace tabulo::bench
+}  // namespace tabulo::internal::bench

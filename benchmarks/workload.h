@@ -15,7 +15,7 @@
 #include "messagetable/numeric_value.h"
 #include "messagetable/string_field.h"
 
-namespace tabulo::bench {
+namespace tabulo::internal::bench {
 
 // String slots of an order, in the order in which a message table takes them.
 enum OrderSlot : std::size_t { SESSION, GATEWAY, CL_ORD_ID, SYMBOL, ACCOUNT, WIRE, OTHER };
@@ -76,4 +76,4 @@ inline std::uint64_t order_digest(const Order& order) {
 // True when every field is the same, byte for byte.
 bool order_equals(const Order& left, const Order& right);
 
-}  // namespace tabulo::bench
+}  // namespace tabulo::internal::bench

@@ -8,7 +8,7 @@
 #include "core/byte_stream.h"
 #include "messagetable/frame.h"
 
-namespace tabulo::bench {
+namespace tabulo::internal::bench {
 
 namespace {
 
@@ -57,4 +57,4 @@ void workload_check() {
     }
 }
 
-}  // namespace tabulo::bench
+}  // namespace tabulo::internal::bench

@@ -12,7 +12,7 @@
 #include "fuzz/tables.h"
 #include "query/block_match.h"
 
-namespace tabulo::fuzz {
+namespace tabulo::internal::fuzz {
 
 namespace {
 
@@ -51,18 +51,18 @@ void clearAbsentValues(Bytes* footer, const MessageTableLayout& layout) {
 
 }  // namespace
 
-}  // namespace tabulo::fuzz
+}  // namespace tabulo::internal::fuzz
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size);
 extern "C" std::size_t LLVMFuzzerCustomMutator(std::uint8_t* data, std::size_t size, std::size_t maxSize,
                                                unsigned int seed);
 extern "C" std::size_t LLVMFuzzerMutate(std::uint8_t* data, std::size_t size, std::size_t maxSize);
 
-using namespace tabulo::fuzz;
+using namespace tabulo::internal::fuzz;
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     Input input({data, size});
-    const tabulo::MessageTableLayout& layout = layouts()[input.byte() % layouts().size()];
+    const tabulo::internal::MessageTableLayout& layout = layouts()[input.byte() % layouts().size()];
     Input conditions(input.take(input.byte()));
     Bytes footer(input.rest().begin(), input.rest().end());
     const auto length = static_cast<std::int32_t>(footer.size());
@@ -70,16 +70,16 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     if (footer.size() >= sizeof(blockLength)) {
         std::memcpy(&blockLength, footer.data() + footer.size() - sizeof(blockLength), sizeof(blockLength));
     }
-    tabulo::KSVByteStream stream;
-    tabulo::byteStream_init(&stream, footer.data(), length);
-    tabulo::byteStream_resetWrite(&stream, length);
-    tabulo::BlockSummary summary;
-    requireSuccess(tabulo::blockSummary_init(&summary, layout), "a summary");
-    const tabulo::ErrorCode code = tabulo::blockSummary_readFooter(&summary, layout, &stream, blockLength);
-    require(code == tabulo::NO_ERROR || code == tabulo::HEADER_CORRUPTED_ERROR || code == tabulo::CONSISTENCY_ERROR,
+    tabulo::internal::KSVByteStream stream;
+    tabulo::internal::byteStream_init(&stream, footer.data(), length);
+    tabulo::internal::byteStream_resetWrite(&stream, length);
+    tabulo::internal::BlockSummary summary;
+    requireSuccess(tabulo::internal::blockSummary_init(&summary, layout), "a summary");
+    const tabulo::internal::ErrorCode code = tabulo::internal::blockSummary_readFooter(&summary, layout, &stream, blockLength);
+    require(code == tabulo::internal::NO_ERROR || code == tabulo::internal::HEADER_CORRUPTED_ERROR || code == tabulo::internal::CONSISTENCY_ERROR,
             "a footer is refused with another code");
-    if (code == tabulo::NO_ERROR) {
-        tabulo::query_blockMayMatch(*conditionsFrom(&conditions, layout), summary, layout);
+    if (code == tabulo::internal::NO_ERROR) {
+        tabulo::internal::query_blockMayMatch(*conditionsFrom(&conditions, layout), summary, layout);
         clearAbsentValues(&footer, layout);
         takeStoredFilters(&summary);
         requireSame(footer, summary, layout);

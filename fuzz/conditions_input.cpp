@@ -7,7 +7,7 @@
 #include "fuzz/harness.h"
 #include "query/pseudo_field.h"
 
-namespace tabulo::fuzz {
+namespace tabulo::internal::fuzz {
 
 namespace {
 
@@ -151,4 +151,4 @@ bool conditions_leaveOutClosedBlocks(const QueryConditions& conditions) {
     return messageClass == NO_MESSAGE_CLASS || messageClass != classifyConnMsgId(conditions.upper[0].connMsgId);
 }
 
-}  // namespace tabulo::fuzz
+}  // namespace tabulo::internal::fuzz

@@ -10,7 +10,7 @@
 #include "fuzz/table_image.h"
 #include "fuzz/tables.h"
 
-namespace tabulo::fuzz {
+namespace tabulo::internal::fuzz {
 
 namespace {
 
@@ -69,36 +69,36 @@ void checkEncoding(const Frame& frame, const std::uint8_t* bytes, const MessageT
 
 }  // namespace
 
-}  // namespace tabulo::fuzz
+}  // namespace tabulo::internal::fuzz
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size);
 extern "C" std::size_t LLVMFuzzerCustomMutator(std::uint8_t* data, std::size_t size, std::size_t maxSize,
                                                unsigned int seed);
 extern "C" std::size_t LLVMFuzzerMutate(std::uint8_t* data, std::size_t size, std::size_t maxSize);
 
-using namespace tabulo::fuzz;
+using namespace tabulo::internal::fuzz;
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     if (size == 0) {
         return 0;
     }
-    const tabulo::MessageTableLayout& layout = layoutOf(data[0]);
+    const tabulo::internal::MessageTableLayout& layout = layoutOf(data[0]);
     Bytes bytes(data + 1, data + size);  // exactly as large, so that no read behind it goes unnoticed
     const auto length = static_cast<std::int32_t>(bytes.size());
-    tabulo::KSVByteStream stream;
-    tabulo::byteStream_init(&stream, bytes.data(), length);
-    tabulo::byteStream_resetWrite(&stream, length);
-    const std::vector<Frame> forward = decodeAll(&stream, layout, tabulo::mfr_decodeMessage);
-    const std::int32_t end = tabulo::byteStream_readMark(&stream);
-    const std::vector<Frame> back = decodeAll(&stream, layout, tabulo::mfr_decodeMessageBackward);
+    tabulo::internal::KSVByteStream stream;
+    tabulo::internal::byteStream_init(&stream, bytes.data(), length);
+    tabulo::internal::byteStream_resetWrite(&stream, length);
+    const std::vector<Frame> forward = decodeAll(&stream, layout, tabulo::internal::mfr_decodeMessage);
+    const std::int32_t end = tabulo::internal::byteStream_readMark(&stream);
+    const std::vector<Frame> back = decodeAll(&stream, layout, tabulo::internal::mfr_decodeMessageBackward);
     require(forward.size() == back.size(), "frames that decode forward do not decode backward");
     for (std::size_t i = 0; i < forward.size(); ++i) {
         require(forward[i].message == back[forward.size() - 1 - i].message, "the two directions disagree");
         checkEncoding(forward[i], bytes.data(), layout);
     }
     if (end != length) {
-        tabulo::byteStream_resetRead(&stream, tabulo::BYTE_STREAM_FORWARD, length);
-        for (const Frame& frame : decodeAll(&stream, layout, tabulo::mfr_decodeMessageBackward)) {
+        tabulo::internal::byteStream_resetRead(&stream, tabulo::internal::BYTE_STREAM_FORWARD, length);
+        for (const Frame& frame : decodeAll(&stream, layout, tabulo::internal::mfr_decodeMessageBackward)) {
             checkEncoding(frame, bytes.data(), layout);
         }
     }

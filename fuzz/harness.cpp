@@ -9,7 +9,7 @@
 
 #include "core/log.h"
 
-namespace tabulo::fuzz {
+namespace tabulo::internal::fuzz {
 
 namespace {
 
@@ -54,11 +54,11 @@ void requireSuccess(ErrorCode code, const char* what) {
     }
 }
 
-}  // namespace tabulo::fuzz
+}  // namespace tabulo::internal::fuzz
 
 extern "C" int LLVMFuzzerInitialize(int*, char***);
 extern "C" int LLVMFuzzerInitialize(int*, char***) {
-    tabulo::fuzz::sendLogFileNowhere();
-    tabulo::log_setFacility(&tabulo::fuzz::facility);
+    tabulo::internal::fuzz::sendLogFileNowhere();
+    tabulo::internal::log_setFacility(&tabulo::internal::fuzz::facility);
     return 0;
 }

@@ -5,11 +5,11 @@
 
 #include "core/error_codes.h"
 
-namespace tabulo::fuzz {
+namespace tabulo::internal::fuzz {
 
 // Ends the process with the sentence when the condition does not hold: libFuzzer then keeps the input.
 void require(bool condition, const char* sentence);
 // The same for a code that must be NO_ERROR; its text is printed too.
 void requireSuccess(ErrorCode code, const char* what);
 
-}  // namespace tabulo::fuzz
+}  // namespace tabulo::internal::fuzz

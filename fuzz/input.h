@@ -8,7 +8,7 @@
 #include <span>
 #include <string>
 
-namespace tabulo::fuzz {
+namespace tabulo::internal::fuzz {
 
 class Input {
   public:
@@ -56,4 +56,4 @@ class Input {
     std::span<const std::uint8_t> bytes_;
 };
 
-}  // namespace tabulo::fuzz
+}  // namespace tabulo::internal::fuzz

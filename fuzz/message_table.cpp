@@ -22,7 +22,7 @@
 #include "tests/support/memory_platform.h"
 #include "watcher/message_watcher.h"
 
-namespace tabulo::fuzz {
+namespace tabulo::internal::fuzz {
 
 namespace {
 
@@ -107,7 +107,7 @@ Messages useTable(MessageTable* table, const Run& run) {
 Messages readOnly(Run* run) {
     Messages all;
     const MessageTablePtr table = createTable(run->layout);
-    all.code = mt_open(table.get(), TABLE_FILE_READ);
+    all.code = mt_open(table.get(), OpenMode::read);
     if (all.code == NO_ERROR) {
         all = useTable(table.get(), *run);
     }
@@ -151,7 +151,7 @@ void checkCut(const Run& run, const Bytes& recovered) {
 }
 
 void openForWriting(const MessageTablePtr& table) {
-    requireSuccess(mt_open(table.get(), TABLE_FILE_WRITE), "opening a recovered table for writing");
+    requireSuccess(mt_open(table.get(), OpenMode::write), "opening a recovered table for writing");
 }
 
 // Opens the file once more, with a tail that no longer fits: everything is recovered again.
@@ -190,14 +190,14 @@ void append(Run* run, const Messages& before) {
     checkAppended(table.get(), *run);
     requireSuccess(mt_close(table.get()), "closing a recovered table");
     table = createTable(run->layout);
-    requireSuccess(mt_open(table.get(), TABLE_FILE_READ), "opening a closed table for reading");
+    requireSuccess(mt_open(table.get(), OpenMode::read), "opening a closed table for reading");
     checkAppended(table.get(), *run);
     require(beginsWith(readAll(table.get(), false, run->most + 4).list, before.list), "appending lost a message");
 }
 
 void forWriting(Run* run, const Messages& before) {
     MessageTablePtr table = createTable(run->layout);
-    if (mt_open(table.get(), TABLE_FILE_WRITE) != NO_ERROR) {
+    if (mt_open(table.get(), OpenMode::write) != NO_ERROR) {
         require(run->platform.bytes(TABLE_PATH) == run->file, "a refused open changed the file");
         return;
     }
@@ -216,14 +216,14 @@ void forWriting(Run* run, const Messages& before) {
 
 }  // namespace
 
-}  // namespace tabulo::fuzz
+}  // namespace tabulo::internal::fuzz
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size);
 extern "C" std::size_t LLVMFuzzerCustomMutator(std::uint8_t* data, std::size_t size, std::size_t maxSize,
                                                unsigned int seed);
 extern "C" std::size_t LLVMFuzzerMutate(std::uint8_t* data, std::size_t size, std::size_t maxSize);
 
-using namespace tabulo::fuzz;
+using namespace tabulo::internal::fuzz;
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     Input input({data, size});
@@ -232,7 +232,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     run.appended = input.below(4);
     run.conditions = input.take(input.byte());
     run.file.assign(input.rest().begin(), input.rest().end());
-    run.most = run.file.size() / static_cast<std::size_t>(tabulo::mfr_minimumFrameSize(run.layout.stringFieldCount,
+    run.most = run.file.size() / static_cast<std::size_t>(tabulo::internal::mfr_minimumFrameSize(run.layout.stringFieldCount,
                                                                                        run.layout.numericFieldCount));
     run.platform.put(TABLE_PATH, run.file);
     forWriting(&run, readOnly(&run));

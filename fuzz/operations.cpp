@@ -11,7 +11,7 @@
 #include "fuzz/table_model.h"
 #include "sessioninfo/session_info_table.h"
 
-namespace tabulo::fuzz {
+namespace tabulo::internal::fuzz {
 
 namespace {
 
@@ -56,14 +56,14 @@ class SessionModel {
   public:
     ~SessionModel() { si_destroy(table_); }
 
-    void open(std::int32_t mode) {
+    void open(OpenMode mode) {
         si_destroy(table_);
         KSVTboTableConfig* config = tableConfig_create("s", 1);
         tableConfig_setPath(config, 0, ROOT);
         table_ = si_create(config);
         require(table_ != nullptr, "a session table is not created");
         const ErrorCode code = si_init(table_, mode);
-        if (mode == TABLE_FILE_READ && !exists_) {
+        if (mode == OpenMode::read && !exists_) {
             require(code == FILE_OPEN_ERROR, "a session that is not there is opened");
             si_destroy(table_);
             table_ = nullptr;
@@ -71,7 +71,7 @@ class SessionModel {
         }
         requireSuccess(code, "opening a session");
         exists_ = true;
-        if (mode == TABLE_FILE_CREATE) {
+        if (mode == OpenMode::create) {
             values_.fill(0);
         }
     }
@@ -115,13 +115,13 @@ class SessionModel {
 void sessionOperation(SessionModel* session, Input* input) {
     switch (input->below(6)) {
         case 0:
-            session->open(TABLE_FILE_READ);
+            session->open(OpenMode::read);
             break;
         case 1:
-            session->open(TABLE_FILE_WRITE);
+            session->open(OpenMode::write);
             break;
         case 2:
-            session->open(TABLE_FILE_CREATE);
+            session->open(OpenMode::create);
             break;
         case 3:
             session->drop();
@@ -190,12 +190,12 @@ void run(Input* input) {
 
 }  // namespace
 
-}  // namespace tabulo::fuzz
+}  // namespace tabulo::internal::fuzz
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size);
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    tabulo::fuzz::Input input({data, size});
-    tabulo::fuzz::run(&input);
+    tabulo::internal::fuzz::Input input({data, size});
+    tabulo::internal::fuzz::run(&input);
     return 0;
 }

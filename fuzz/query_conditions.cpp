@@ -13,7 +13,7 @@
 #include "query/block_match.h"
 #include "query/message_match.h"
 
-namespace tabulo::fuzz {
+namespace tabulo::internal::fuzz {
 
 namespace {
 
@@ -40,32 +40,32 @@ void readBack(BlockSummary* summary, KSVByteStream* stream, const BlockSummary& 
 
 }  // namespace
 
-}  // namespace tabulo::fuzz
+}  // namespace tabulo::internal::fuzz
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size);
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    using namespace tabulo::fuzz;
+    using namespace tabulo::internal::fuzz;
     Input input({data, size});
-    const tabulo::MessageTableLayout& layout = layouts()[input.byte() % layouts().size()];
+    const tabulo::internal::MessageTableLayout& layout = layouts()[input.byte() % layouts().size()];
     const std::int32_t count = 1 + input.below(4);
     std::vector<Message> messages;
-    tabulo::BlockSummary kept;
-    requireSuccess(tabulo::blockSummary_init(&kept, layout), "a summary");
+    tabulo::internal::BlockSummary kept;
+    requireSuccess(tabulo::internal::blockSummary_init(&kept, layout), "a summary");
     for (std::int32_t i = 0; i < count; ++i) {
         messages.push_back(messageFrom(&input, layout));
         add(&kept, messages.back(), layout);
     }
-    const tabulo::QueryConditionsPtr conditions = conditionsFrom(&input, layout);
+    const tabulo::internal::QueryConditionsPtr conditions = conditionsFrom(&input, layout);
     bool anyMatches = false;
     for (const Message& message : messages) {
         anyMatches = matches(*conditions, message) || anyMatches;
     }
-    tabulo::BlockSummary stored;
-    const tabulo::ByteStreamPtr stream(tabulo::byteStream_create(0));
+    tabulo::internal::BlockSummary stored;
+    const tabulo::internal::ByteStreamPtr stream(tabulo::internal::byteStream_create(0));
     readBack(&stored, stream.get(), kept, layout);
-    const bool mayMatch = tabulo::query_blockMayMatch(*conditions, kept, layout);
-    require(mayMatch == tabulo::query_blockMayMatch(*conditions, stored, layout),
+    const bool mayMatch = tabulo::internal::query_blockMayMatch(*conditions, kept, layout);
+    require(mayMatch == tabulo::internal::query_blockMayMatch(*conditions, stored, layout),
             "a footer answers otherwise than the summary it was written from");
     if (anyMatches && !conditions_leaveOutClosedBlocks(*conditions)) {
         require(mayMatch, "a block with a match is ruled out");

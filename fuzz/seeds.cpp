@@ -9,7 +9,7 @@
 #include "sessioninfo/session_info_table.h"
 #include "tests/support/memory_platform.h"
 
-namespace tabulo::fuzz {
+namespace tabulo::internal::fuzz {
 
 namespace {
 
@@ -57,7 +57,7 @@ class Corpus {
 Bytes tableFile(const MessageTableLayout& layout, std::int32_t messages, bool closed) {
     test::MemoryPlatform platform;
     const MessageTablePtr table = createTable(layout);
-    mt_open(table.get(), TABLE_FILE_CREATE);
+    mt_open(table.get(), OpenMode::create);
     for (std::int32_t n = 1; n <= messages; ++n) {
         writeMessage(table.get(), simpleMessage(n, layout));
     }
@@ -115,7 +115,7 @@ void putSessions(Corpus* corpus) {
         tableConfig_setPath(config, 0, ROOT);
         tableConfig_setParams(config, nullptr, &tags);
         SessionInfoTable* table = si_create(config);
-        si_init(table, TABLE_FILE_CREATE);
+        si_init(table, OpenMode::create);
         const Bytes empty = platform.bytes(TABLE_PATH);
         si_write(table, count, tags.tags.data(), values.data());
         const Bytes file = platform.bytes(TABLE_PATH);
@@ -189,16 +189,16 @@ void putConditionsAndOperations(Corpus* corpus) {
 
 }  // namespace
 
-}  // namespace tabulo::fuzz
+}  // namespace tabulo::internal::fuzz
 
 int main(int argumentCount, char** arguments) {
     if (argumentCount != 2) {
         std::cerr << "usage: " << arguments[0] << " <corpus directory>\n";
         return 2;
     }
-    tabulo::fuzz::Corpus corpus(arguments[1]);
-    tabulo::fuzz::putTables(&corpus);
-    tabulo::fuzz::putSessions(&corpus);
-    tabulo::fuzz::putConditionsAndOperations(&corpus);
+    tabulo::internal::fuzz::Corpus corpus(arguments[1]);
+    tabulo::internal::fuzz::putTables(&corpus);
+    tabulo::internal::fuzz::putSessions(&corpus);
+    tabulo::internal::fuzz::putConditionsAndOperations(&corpus);
     return 0;
 }

@@ -7,22 +7,20 @@
 // Reading changes nothing; a repaired file keeps its whole values; what is written comes back.
 #include <array>
 
+#include "core/handle.h"
 #include "fuzz/harness.h"
 #include "fuzz/table_image.h"
 #include "fuzz/tables.h"
 #include "sessioninfo/session_info_table.h"
 #include "tests/support/memory_platform.h"
 
-namespace tabulo::fuzz {
+namespace tabulo::internal::fuzz {
 
 namespace {
 
 constexpr std::size_t VALUE_SIZE = 8;
 
-struct SessionInfoTableDeleter {
-    void operator()(SessionInfoTable* table) const noexcept { si_destroy(table); }
-};
-using SessionInfoTablePtr = std::unique_ptr<SessionInfoTable, SessionInfoTableDeleter>;
+using SessionInfoTablePtr = Handle<SessionInfoTable, si_destroy>;
 
 struct Run {
     SessionInfoTags tags;
@@ -72,7 +70,7 @@ void checkValues(SessionInfoTable* table, const Bytes& file) {
 
 void readOnly(Run* run) {
     const SessionInfoTablePtr table = createTable(run->tags);
-    if (si_init(table.get(), TABLE_FILE_READ) == NO_ERROR) {
+    if (si_init(table.get(), OpenMode::read) == NO_ERROR) {
         checkValues(table.get(), run->file);
         Values values{};
         si_read(table.get(), run->asked, run->tags.tags.data(), values.data());
@@ -83,7 +81,7 @@ void readOnly(Run* run) {
 
 void forWriting(Run* run) {
     SessionInfoTablePtr table = createTable(run->tags);
-    if (si_init(table.get(), TABLE_FILE_WRITE) != NO_ERROR) {
+    if (si_init(table.get(), OpenMode::write) != NO_ERROR) {
         require(run->platform.bytes(TABLE_PATH) == run->file, "a refused open changed the file");
         return;
     }
@@ -97,29 +95,29 @@ void forWriting(Run* run) {
     }
     requireSuccess(si_write(table.get(), count, run->tags.tags.data(), values.data()), "writing a session");
     table = createTable(run->tags);
-    requireSuccess(si_init(table.get(), TABLE_FILE_READ), "opening a session that was written");
+    requireSuccess(si_init(table.get(), OpenMode::read), "opening a session that was written");
     Values read{};
     requireSuccess(si_read(table.get(), count, run->tags.tags.data(), read.data()), "reading a session");
     for (std::int32_t i = 0; i < count; ++i) {
         require(read[static_cast<std::size_t>(i)] == i - 7, "a value that was written does not come back");
     }
     table = createTable(run->tags);
-    requireSuccess(si_init(table.get(), TABLE_FILE_WRITE), "opening a session again");
+    requireSuccess(si_init(table.get(), OpenMode::write), "opening a session again");
     requireSuccess(si_drop(table.get()), "dropping a session");
 }
 
 }  // namespace
 
-}  // namespace tabulo::fuzz
+}  // namespace tabulo::internal::fuzz
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size);
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    using namespace tabulo::fuzz;
+    using namespace tabulo::internal::fuzz;
     Input input({data, size});
     Run run;
     run.tags = tagsFrom(&input);
-    run.asked = input.below(tabulo::MAX_SESSION_INFO_TAGS + 1);
+    run.asked = input.below(tabulo::internal::MAX_SESSION_INFO_TAGS + 1);
     run.file.assign(input.rest().begin(), input.rest().end());
     run.platform.put(TABLE_PATH, run.file);
     readOnly(&run);

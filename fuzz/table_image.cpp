@@ -10,7 +10,7 @@
 
 extern "C" std::size_t LLVMFuzzerMutate(std::uint8_t* data, std::size_t size, std::size_t maxSize);
 
-namespace tabulo::fuzz {
+namespace tabulo::internal::fuzz {
 
 namespace {
 
@@ -295,4 +295,4 @@ void tableImage_mutate(TableImage* image, Randomness* random) {
     }
 }
 
-}  // namespace tabulo::fuzz
+}  // namespace tabulo::internal::fuzz

@@ -11,7 +11,7 @@
 
 #include "storage/table_config.h"
 
-namespace tabulo::fuzz {
+namespace tabulo::internal::fuzz {
 
 using Bytes = std::vector<std::uint8_t>;
 using Randomness = std::minstd_rand;
@@ -48,4 +48,4 @@ void bytes_mutate(Bytes* bytes, std::size_t longest);
 Bytes footer_of(const std::vector<Bytes>& frames, const MessageTableLayout& layout);
 std::size_t footer_size(const MessageTableLayout& layout);
 
-}  // namespace tabulo::fuzz
+}  // namespace tabulo::internal::fuzz

@@ -10,7 +10,7 @@
 #include "query/message_match.h"
 #include "watcher/message_watcher.h"
 
-namespace tabulo::fuzz {
+namespace tabulo::internal::fuzz {
 
 namespace {
 
@@ -90,7 +90,7 @@ void TableModel::checkContent(MessageTable* table) {
 void TableModel::openWriter(bool anew) {
     if (writer_ != nullptr) {
         const MessageTablePtr second = createTable(layout_, name_);
-        const ErrorCode code = mt_open(second.get(), anew ? TABLE_FILE_CREATE : TABLE_FILE_WRITE);
+        const ErrorCode code = mt_open(second.get(), anew ? OpenMode::create : OpenMode::write);
         require(code == FILE_OPEN_ERROR, "a second writer is let in");
         return;
     }
@@ -101,7 +101,7 @@ void TableModel::openWriter(bool anew) {
         unsure_.reset();
     }
     writer_ = createTable(layout_, name_);
-    requireSuccess(mt_open(writer_.get(), anew ? TABLE_FILE_CREATE : TABLE_FILE_WRITE), "opening for writing");
+    requireSuccess(mt_open(writer_.get(), anew ? OpenMode::create : OpenMode::write), "opening for writing");
     checkContent(writer_.get());
 }
 
@@ -110,7 +110,7 @@ void TableModel::openReader() {
         return;
     }
     reader_ = createTable(layout_, name_);
-    const ErrorCode code = mt_open(reader_.get(), TABLE_FILE_READ);
+    const ErrorCode code = mt_open(reader_.get(), OpenMode::read);
     if (!platform_->has(path())) {
         require(code == FILE_OPEN_ERROR, "a table that is not there is opened");
         reader_.reset();
@@ -392,4 +392,4 @@ void TableModel::finish() {
     }
 }
 
-}  // namespace tabulo::fuzz
+}  // namespace tabulo::internal::fuzz

@@ -15,7 +15,7 @@
 #include "query/message_table_iterator.h"
 #include "tests/support/memory_platform.h"
 
-namespace tabulo::fuzz {
+namespace tabulo::internal::fuzz {
 
 class TableModel {
   public:
@@ -65,4 +65,4 @@ class TableModel {
     std::size_t delivered_ = 0;         // by the iterator
 };
 
-}  // namespace tabulo::fuzz
+}  // namespace tabulo::internal::fuzz

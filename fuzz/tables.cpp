@@ -9,7 +9,7 @@
 #include "query/message_table_iterator.h"
 #include "query/pseudo_field.h"
 
-namespace tabulo::fuzz {
+namespace tabulo::internal::fuzz {
 
 namespace {
 
@@ -222,4 +222,4 @@ bool beginsWith(const std::vector<Message>& whole, const std::vector<Message>& p
     return part.size() <= whole.size() && std::equal(part.begin(), part.end(), whole.begin());
 }
 
-}  // namespace tabulo::fuzz
+}  // namespace tabulo::internal::fuzz

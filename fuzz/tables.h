@@ -7,12 +7,13 @@
 #include <string>
 #include <vector>
 
+#include "core/handle.h"
 #include "fuzz/input.h"
 #include "messagetable/frame.h"
 #include "messagetable/message_table.h"
 #include "query/query_conditions.h"
 
-namespace tabulo::fuzz {
+namespace tabulo::internal::fuzz {
 
 inline constexpr const char* ROOT = "m/";
 inline constexpr const char* TABLE_NAME = "t";
@@ -21,10 +22,7 @@ inline constexpr const char* TABLE_PATH = "m/t";
 // The layouts that inputs choose from by number.
 std::span<const MessageTableLayout> layouts();
 
-struct MessageTableDeleter {
-    void operator()(MessageTable* table) const noexcept { mt_destroy(table); }
-};
-using MessageTablePtr = std::unique_ptr<MessageTable, MessageTableDeleter>;
+using MessageTablePtr = Handle<MessageTable, mt_destroy>;
 
 // A table of that layout which is not open yet.
 MessageTablePtr createTable(const MessageTableLayout& layout, const std::string& name = TABLE_NAME);
@@ -66,4 +64,4 @@ Messages readByWalk(MessageTable* table, bool backward, std::size_t most);
 // True when `whole` begins with all of `part`.
 bool beginsWith(const std::vector<Message>& whole, const std::vector<Message>& part);
 
-}  // namespace tabulo::fuzz
+}  // namespace tabulo::internal::fuzz

@@ -12,7 +12,7 @@
 #include "benchmarks/stores/all_stores.h"
 #include "benchmarks/workload.h"
 
-namespace tabulo::bench {
+namespace tabulo::internal::bench {
 
 namespace {
 
@@ -32,10 +32,10 @@ std::uint64_t digest(const OrderRecord& record) {
 
 }  // namespace
 
-}  // namespace tabulo::bench
+}  // namespace tabulo::internal::bench
 
 int main(int argc, char** argv) {
-    using namespace tabulo::bench;
+    using namespace tabulo::internal::bench;
     if (argc != 4) {
         fail("usage: native_orders <directory> <orders> long|double");
     }
@@ -48,7 +48,7 @@ int main(int argc, char** argv) {
     for (std::int32_t number = 1; number <= std::atoi(argv[2]); ++number) {
         order_make(&record, number);
         if (doubles) {
-            record.numbers[0] = tabulo::numericValue_ofDouble(static_cast<double>(record.numbers[0].longValue));
+            record.numbers[0] = tabulo::internal::numericValue_ofDouble(static_cast<double>(record.numbers[0].longValue));
         }
         store.append(table, order_of(record));
         sum += digest(record);

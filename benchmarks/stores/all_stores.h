@@ -3,7 +3,7 @@
 
 #include "benchmarks/store.h"
 
-namespace tabulo::bench {
+namespace tabulo::internal::bench {
 
 Store raw_store();
 Store tabulo_store();
@@ -14,4 +14,4 @@ Store lmdb_mappedStore(bool indexed);
 Store rocksdb_store(bool indexed);
 Store sqlite_store(bool indexed);
 
-}  // namespace tabulo::bench
+}  // namespace tabulo::internal::bench

@@ -4,7 +4,7 @@
 
 #include "benchmarks/stores/lsm_store.h"
 
-namespace tabulo::bench {
+namespace tabulo::internal::bench {
 
 namespace {
 
@@ -43,4 +43,4 @@ Store leveldb_store(bool indexed) {
     return LsmStore<LevelDbApi>::store(indexed);
 }
 
-}  // namespace tabulo::bench
+}  // namespace tabulo::internal::bench

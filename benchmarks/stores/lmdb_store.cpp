@@ -9,7 +9,7 @@
 #include "benchmarks/stores/all_stores.h"
 #include "benchmarks/stores/order_keys.h"
 
-namespace tabulo::bench {
+namespace tabulo::internal::bench {
 
 namespace {
 
@@ -191,4 +191,4 @@ Store lmdb_mappedStore(bool indexed) {
     return {"lmdb-mapped", "LMDB, writable map", lmdb_open<false, true>, lmdb_append, lmdb_close, lmdb_read};
 }
 
-}  // namespace tabulo::bench
+}  // namespace tabulo::internal::bench

@@ -12,7 +12,7 @@
 #include "benchmarks/stores/all_stores.h"
 #include "benchmarks/stores/order_keys.h"
 
-namespace tabulo::bench {
+namespace tabulo::internal::bench {
 
 template <typename Api>
 struct LsmStore {
@@ -138,4 +138,4 @@ struct LsmStore {
     }
 };
 
-}  // namespace tabulo::bench
+}  // namespace tabulo::internal::bench

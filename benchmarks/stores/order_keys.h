@@ -12,7 +12,7 @@
 
 #include "benchmarks/workload.h"
 
-namespace tabulo::bench {
+namespace tabulo::internal::bench {
 
 inline constexpr std::size_t OWN_KEY = 8;
 
@@ -44,4 +44,4 @@ struct OrderKey {
     }
 };
 
-}  // namespace tabulo::bench
+}  // namespace tabulo::internal::bench

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-namespace tabulo {
+namespace tabulo::internal {
 namespace bench {
 
 void* quickfixFiles_open(const char* directory) {
@@ -42,4 +42,4 @@ bool quickfixFiles_get(void* files, int first, int last, bool backward,
 }
 
 }  // namespace bench
-}  // namespace tabulo
+}  // namespace tabulo::internal

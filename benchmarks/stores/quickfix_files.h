@@ -4,7 +4,7 @@
 
 #include <cstddef>
 
-namespace tabulo {
+namespace tabulo::internal {
 namespace bench {
 
 void* quickfixFiles_open(const char* directory);
@@ -17,4 +17,4 @@ bool quickfixFiles_get(void* files, int first, int last, bool backward,
                        bool (*take)(void* context, char* text, std::size_t length), void* context);
 
 }  // namespace bench
-}  // namespace tabulo
+}  // namespace tabulo::internal

@@ -10,7 +10,7 @@
 #include "benchmarks/stores/all_stores.h"
 #include "benchmarks/stores/quickfix_files.h"
 
-namespace tabulo::bench {
+namespace tabulo::internal::bench {
 
 namespace {
 
@@ -159,4 +159,4 @@ Store quickfix_store() {
     return {"quickfix", "QuickFIX FileStore", quickfix_open, quickfix_append, quickfix_close, quickfix_read, true};
 }
 
-}  // namespace tabulo::bench
+}  // namespace tabulo::internal::bench

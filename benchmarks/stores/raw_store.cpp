@@ -12,7 +12,7 @@
 #include "benchmarks/frame_codec.h"
 #include "benchmarks/stores/all_stores.h"
 
-namespace tabulo::bench {
+namespace tabulo::internal::bench {
 
 namespace {
 
@@ -123,4 +123,4 @@ Store raw_store() {
     return {"raw", "raw limit: write(2), read(2)", raw_open, raw_append, raw_close, raw_read};
 }
 
-}  // namespace tabulo::bench
+}  // namespace tabulo::internal::bench

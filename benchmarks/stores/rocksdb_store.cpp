@@ -5,7 +5,7 @@
 
 #include "benchmarks/stores/lsm_store.h"
 
-namespace tabulo::bench {
+namespace tabulo::internal::bench {
 
 namespace {
 
@@ -47,4 +47,4 @@ Store rocksdb_store(bool indexed) {
     return LsmStore<RocksDbApi>::store(indexed);
 }
 
-}  // namespace tabulo::bench
+}  // namespace tabulo::internal::bench

@@ -9,7 +9,7 @@
 #include "benchmarks/frame_codec.h"
 #include "benchmarks/stores/all_stores.h"
 
-namespace tabulo::bench {
+namespace tabulo::internal::bench {
 
 namespace {
 
@@ -181,4 +181,4 @@ Store sqlite_store(bool indexed) {
     return {"sqlite", "SQLite", sqlite_open<false>, sqlite_append, sqlite_close, sqlite_read};
 }
 
-}  // namespace tabulo::bench
+}  // namespace tabulo::internal::bench

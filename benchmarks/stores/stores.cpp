@@ -3,7 +3,7 @@
 
 #include "benchmarks/stores/all_stores.h"
 
-namespace tabulo::bench {
+namespace tabulo::internal::bench {
 
 namespace {
 
@@ -92,4 +92,4 @@ bool query_isBehind(const Query& query, const Order& order) {
            (query.kind == QueryKind::time && order.metadata->timestamp > query.last);
 }
 
-}  // namespace tabulo::bench
+}  // namespace tabulo::internal::bench

@@ -4,7 +4,7 @@
 #include "query/message_table_iterator.h"
 #include "query/query_conditions.h"
 
-namespace tabulo::bench {
+namespace tabulo::internal::bench {
 
 namespace {
 
@@ -22,9 +22,9 @@ TablePtr table_create(KSVTboTableConfig* config, const std::string& directory, c
 
 void* tabulo_open(const std::string& directory, Access access) {
     TablePtr table = table_ofOrders(directory);
-    const std::int32_t mode = access == Access::create  ? TABLE_FILE_CREATE
-                              : access == Access::write ? TABLE_FILE_WRITE
-                                                        : TABLE_FILE_READ;
+    const OpenMode mode = access == Access::create  ? OpenMode::create
+                              : access == Access::write ? OpenMode::write
+                                                        : OpenMode::read;
     table_open(table.get(), mode);
     return table.release();
 }
@@ -105,7 +105,7 @@ TablePtr table_ofSmallMessages(const std::string& directory) {
     return table_create(tableConfig_create("small", 1), directory, MessageTableLayout{});
 }
 
-void table_open(MessageTable* table, std::int32_t mode) {
+void table_open(MessageTable* table, OpenMode mode) {
     const ErrorCode code = mt_open(table, mode);
     if (code != NO_ERROR) {
         fail(std::string("the table cannot be opened: ") + getErrorMessage(code));
@@ -116,4 +116,4 @@ Store tabulo_store() {
     return {"tabulo", "Tabulo, native", tabulo_open, tabulo_append, tabulo_close, tabulo_read};
 }
 
-}  // namespace tabulo::bench
+}  // namespace tabulo::internal::bench

@@ -4,14 +4,12 @@
 #include <memory>
 #include <string>
 
+#include "core/handle.h"
 #include "messagetable/message_table.h"
 
-namespace tabulo::bench {
+namespace tabulo::internal::bench {
 
-struct TableDeleter {
-    void operator()(MessageTable* table) const noexcept { mt_destroy(table); }
-};
-using TablePtr = std::unique_ptr<MessageTable, TableDeleter>;
+using TablePtr = Handle<MessageTable, mt_destroy>;
 
 // The table "orders" in a directory, with the workload's seven configured or built-in texts and two numbers, five of
 // the texts summarised; not open yet.
@@ -19,6 +17,6 @@ TablePtr table_ofOrders(const std::string& directory);
 // A table without configured fields, for messages as small as they get.
 TablePtr table_ofSmallMessages(const std::string& directory);
 // Opens it, or ends the process.
-void table_open(MessageTable* table, std::int32_t mode);
+void table_open(MessageTable* table, OpenMode mode);
 
-}  // namespace tabulo::bench
+}  // namespace tabulo::internal::bench

@@ -20,7 +20,7 @@
 
 namespace {
 
-using namespace tabulo;
+using namespace tabulo::internal;
 
 constexpr std::int32_t MESSAGES = 50'500;  // 50 closed blocks of 1000, and an open one
 constexpr std::int32_t SYMBOL = 2;         // string slot of the first configured field, behind two built-in ones
@@ -42,7 +42,7 @@ TablePtr createTable(const std::string& root) {
     layout.summarisedStringFieldCount = SYMBOL + 1;
     tableConfig_setParams(config, &layout, nullptr);
     TablePtr table(mt_create(config));
-    return mt_open(table.get(), TABLE_FILE_CREATE) == NO_ERROR ? std::move(table) : nullptr;
+    return mt_open(table.get(), OpenMode::create) == NO_ERROR ? std::move(table) : nullptr;
 }
 
 StringField field(const std::string& text) {

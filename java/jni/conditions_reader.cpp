@@ -6,7 +6,7 @@
 #include "jni/jni_getters.h"
 #include "jni/jni_strings.h"
 
-namespace tabulo {
+namespace tabulo::internal {
 
 namespace {
 
@@ -278,4 +278,4 @@ ErrorCode conditionsReader_read(JNIEnv* env, jobject object, QueryConditions* co
     return NO_ERROR;
 }
 
-}  // namespace tabulo
+}  // namespace tabulo::internal

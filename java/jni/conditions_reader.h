@@ -6,7 +6,7 @@
 #include "core/error_codes.h"
 #include "query/query_conditions.h"
 
-namespace tabulo {
+namespace tabulo::internal {
 
 // Reads the getters of any object that has them, in a fixed order, into a record that the caller keeps. A getter that
 // returns null says that its condition is not given. JNI_ERROR as soon as one throws or is missing (the exception is
@@ -16,4 +16,4 @@ namespace tabulo {
 // OUT_OF_MEMORY_ERROR.
 ErrorCode conditionsReader_read(JNIEnv* env, jobject object, QueryConditions* conditions) noexcept;
 
-}  // namespace tabulo
+}  // namespace tabulo::internal

@@ -7,7 +7,7 @@
 #include "jni/jni_getters.h"
 #include "jni/jni_strings.h"
 
-namespace tabulo {
+namespace tabulo::internal {
 
 namespace {
 
@@ -145,4 +145,4 @@ ErrorCode jniConfigProvider_make(KSVTboTableConfig** config, JNIEnv* env, jobjec
     return code;
 }
 
-}  // namespace tabulo
+}  // namespace tabulo::internal

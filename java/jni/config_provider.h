@@ -6,7 +6,7 @@
 #include "core/error_codes.h"
 #include "storage/table_config.h"
 
-namespace tabulo {
+namespace tabulo::internal {
 
 // Reads getTableName, getDbRoot, getReplicasDbRoots, getStringFieldsNames, getNumericFieldsNames and
 // getSessionInfoTableTags, in this order, from any object that has them, and makes a configuration that the caller
@@ -17,4 +17,4 @@ namespace tabulo {
 // NUMERIC_FIELDS_LIMIT_ERROR; INDEX_OUT_OF_BOUNDS_ERROR, with a WARNING, for more than 32 tags. *config is null then.
 ErrorCode jniConfigProvider_make(KSVTboTableConfig** config, JNIEnv* env, jobject provider) noexcept;
 
-}  // namespace tabulo
+}  // namespace tabulo::internal

@@ -5,7 +5,7 @@
 
 #include "jni/jni_exception.h"
 
-namespace tabulo {
+namespace tabulo::internal {
 
 namespace {
 
@@ -94,4 +94,4 @@ bool isArrayRange(JNIEnv* env, jarray array, std::int32_t offset, std::int32_t l
     return offset >= 0 && length >= 0 && std::int64_t{offset} + length <= env->GetArrayLength(array);
 }
 
-}  // namespace tabulo
+}  // namespace tabulo::internal

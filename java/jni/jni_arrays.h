@@ -8,7 +8,7 @@
 
 #include "core/error_codes.h"
 
-namespace tabulo {
+namespace tabulo::internal {
 
 // A copy of the first *count elements; a negative *count takes the whole array. *count becomes the number copied. Null,
 // *count unchanged, for a null array, one shorter than *count, or when elements or memory cannot be had.
@@ -28,4 +28,4 @@ ErrorCode setLongArrayRegion(JNIEnv* env, jlongArray array, std::int32_t count, 
 // True when offset and length lie inside the array. A null array holds nothing and fits everything.
 bool isArrayRange(JNIEnv* env, jarray array, std::int32_t offset, std::int32_t length) noexcept;
 
-}  // namespace tabulo
+}  // namespace tabulo::internal

@@ -2,7 +2,7 @@
 
 #include "jni/jni_strings.h"
 
-namespace tabulo {
+namespace tabulo::internal {
 
 namespace {
 
@@ -79,4 +79,4 @@ void describeJavaException(JNIEnv* env) noexcept {
     env->DeleteLocalRef(pending);
 }
 
-}  // namespace tabulo
+}  // namespace tabulo::internal

@@ -8,7 +8,7 @@
 
 #include "core/error_codes.h"
 
-namespace tabulo {
+namespace tabulo::internal {
 
 // Raises JNITboException for an error code: the object that its static createUnderlyingError(code, text) returns. An
 // exception that is pending is printed and cleared first, so that the new one replaces it. Raises nothing when the
@@ -65,7 +65,7 @@ void onTable(JNIEnv* env, jlong handle, Operation operation) noexcept {
                [&]() -> ErrorCode { return handle == 0 ? TABLE_CLOSED_ERROR : operation(handleTo<Table>(handle)); });
 }
 
-}  // namespace tabulo
+}  // namespace tabulo::internal
 
 // Declares an exported native method of a class of package com.corvane.kestrova.engine.tabulo.jni.
 #define TABULO_JNI(Result, Class, Method) \

@@ -8,7 +8,7 @@
 #include "jni/jni_arrays.h"
 #include "jni/jni_exception.h"
 
-namespace tabulo {
+namespace tabulo::internal {
 
 namespace {
 
@@ -140,4 +140,4 @@ std::unique_ptr<double[]> callDoubleArrayGetter(JNIEnv* env, jobject object, con
     return copyResult(env, array, count, doubleArrayToNative);
 }
 
-}  // namespace tabulo
+}  // namespace tabulo::internal

@@ -10,7 +10,7 @@
 #include <cstdint>
 #include <memory>
 
-namespace tabulo {
+namespace tabulo::internal {
 
 // The getter's object result, a local reference. Null when it returned null, the object is null, or a Java exception is
 // pending (also for a method that does not exist): callers test with checkJavaException.
@@ -32,4 +32,4 @@ std::unique_ptr<std::int64_t[]> callLongArrayGetter(JNIEnv* env, jobject object,
 std::unique_ptr<double[]> callDoubleArrayGetter(JNIEnv* env, jobject object, const char* name, std::int32_t* count,
                                                 ...) noexcept;
 
-}  // namespace tabulo
+}  // namespace tabulo::internal

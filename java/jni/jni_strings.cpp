@@ -8,7 +8,7 @@
 #include "jni/jni_exception.h"
 #include "jni/modified_utf8.h"
 
-namespace tabulo {
+namespace tabulo::internal {
 
 jstring nativeToJavaString(JNIEnv* env, std::string_view text) noexcept {
     static_assert(sizeof(jchar) == sizeof(char16_t));
@@ -120,4 +120,4 @@ ErrorCode forEachStringOfArray(JNIEnv* env, jobjectArray array, void* target,
     return NO_ERROR;
 }
 
-}  // namespace tabulo
+}  // namespace tabulo::internal

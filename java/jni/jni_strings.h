@@ -10,7 +10,7 @@
 
 #include "core/error_codes.h"
 
-namespace tabulo {
+namespace tabulo::internal {
 
 using NativeText = std::unique_ptr<char[]>;
 
@@ -37,4 +37,4 @@ jobjectArray nativeToStringArray(JNIEnv* env, std::int32_t count, const void* so
 ErrorCode forEachStringOfArray(JNIEnv* env, jobjectArray array, void* target,
                                ErrorCode (*add)(void* target, const char* text)) noexcept;
 
-}  // namespace tabulo
+}  // namespace tabulo::internal

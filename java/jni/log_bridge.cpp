@@ -10,7 +10,7 @@
 #include "jni/jni_strings.h"
 #include "jni/modified_utf8.h"
 
-namespace tabulo {
+namespace tabulo::internal {
 
 namespace {
 
@@ -165,4 +165,4 @@ ErrorCode logBridge_create(JNIEnv* env, jobject facilityObject, LogFacility** fa
     return NO_ERROR;
 }
 
-}  // namespace tabulo
+}  // namespace tabulo::internal

@@ -6,7 +6,7 @@
 #include "core/error_codes.h"
 #include "core/log.h"
 
-namespace tabulo {
+namespace tabulo::internal {
 
 // Builds a log facility over a com/corvane/util/log/ILogFacility object: one adapter each for its debug, info, warning
 // and error logger, which are kept by global references until the facility is released. NULL_POINTER_ERROR for a null
@@ -17,4 +17,4 @@ namespace tabulo {
 // to 2047 bytes. An exception that was pending is put aside and back, one that the logger throws is cleared.
 ErrorCode logBridge_create(JNIEnv* env, jobject facilityObject, LogFacility** facility) noexcept;
 
-}  // namespace tabulo
+}  // namespace tabulo::internal

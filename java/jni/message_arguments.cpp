@@ -6,7 +6,7 @@
 #include "jni/jni_arrays.h"
 #include "jni/jni_exception.h"
 
-namespace tabulo {
+namespace tabulo::internal {
 
 namespace {
 
@@ -248,4 +248,4 @@ ErrorCode numericSlots_fromTypeMap(JNIEnv* env, jintArray typeMap, jlongArray lo
     return NO_ERROR;
 }
 
-}  // namespace tabulo
+}  // namespace tabulo::internal

@@ -16,7 +16,7 @@
 #include "messagetable/string_field.h"
 #include "storage/table_config.h"
 
-namespace tabulo {
+namespace tabulo::internal {
 
 // A part of a Java byte array; a null array is an empty part whatever offset and length say.
 struct ByteRange {
@@ -65,4 +65,4 @@ ErrorCode numericSlots_fromDoubles(JNIEnv* env, jdoubleArray values, NumericSlot
 ErrorCode numericSlots_fromTypeMap(JNIEnv* env, jintArray typeMap, jlongArray longs, jdoubleArray doubles,
                                    std::int32_t fieldCount, NumericSlots* slots) noexcept;
 
-}  // namespace tabulo
+}  // namespace tabulo::internal

@@ -8,7 +8,7 @@
 #include "jni/jni_exception.h"
 #include "jni/jni_strings.h"
 
-namespace tabulo {
+namespace tabulo::internal {
 
 namespace {
 
@@ -253,4 +253,4 @@ ErrorCode messageBatch_take(MessageBatch* batch, std::int32_t* answer, const Mes
     return code;
 }
 
-}  // namespace tabulo
+}  // namespace tabulo::internal

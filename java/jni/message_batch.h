@@ -15,10 +15,11 @@
 #include <memory>
 
 #include "core/error_codes.h"
+#include "core/handle.h"
 #include "messagetable/message_metadata.h"
 #include "messagetable/string_field.h"
 
-namespace tabulo {
+namespace tabulo::internal {
 
 inline constexpr std::int32_t BATCH_PLAIN = 1;
 inline constexpr std::int32_t BATCH_COMPACT = 2;
@@ -34,10 +35,7 @@ MessageBatch* messageBatch_create(JNIEnv* env, jobject listener, const char* cla
 // Deletes the global references; null is accepted.
 void messageBatch_destroy(MessageBatch* batch) noexcept;
 
-struct MessageBatchDeleter {
-    void operator()(MessageBatch* batch) const noexcept { messageBatch_destroy(batch); }
-};
-using MessageBatchPtr = std::unique_ptr<MessageBatch, MessageBatchDeleter>;
+using MessageBatchPtr = Handle<MessageBatch, messageBatch_destroy>;
 
 // Adds a message; a full batch is handed over first. When Java then answers non-zero, *stop is set and the message is
 // not added. JNI_ERROR when Java threw (printed and cleared) or its arrays cannot be made; OUT_OF_MEMORY_ERROR.
@@ -50,4 +48,4 @@ ErrorCode messageBatch_handOver(MessageBatch* batch, bool* stop) noexcept;
 ErrorCode messageBatch_take(MessageBatch* batch, std::int32_t* answer, const MessageMetadata* metadata,
                             const StringField* stringFields, std::int32_t stringFieldCount) noexcept;
 
-}  // namespace tabulo
+}  // namespace tabulo::internal

@@ -11,7 +11,7 @@
 #include "messagetable/message_read.h"
 #include "query/message_table_iterator.h"
 
-namespace tabulo {
+namespace tabulo::internal {
 
 namespace {
 
@@ -64,60 +64,54 @@ ErrorCode setHolder(JNIEnv* env, jobject holder, std::int64_t timestamp) {
 
 }  // namespace
 
-}  // namespace tabulo
-
-using tabulo::ErrorCode;
-using tabulo::MessageTable;
-using tabulo::MessageTableIterator;
-
 TABULO_JNI(jlong, JNITboMessageTable, initializeNative)(JNIEnv* env, jclass, jobject configProvider, jint mode) {
-    return tabulo::openTable(env, configProvider, mode, tabulo::mt_create, tabulo::mt_open, tabulo::mt_destroy);
+    return openTable(env, configProvider, mode, mt_create, mt_open, mt_destroy);
 }
 
 // A 0 handle is ignored.
 TABULO_JNI(void, JNITboMessageTable, uninitializeNative)(JNIEnv*, jclass, jlong handle) {
-    tabulo::mt_destroy(tabulo::handleTo<MessageTable>(handle));
+    mt_destroy(handleTo<MessageTable>(handle));
 }
 
 TABULO_JNI(void, JNITboMessageTable, closeNative)(JNIEnv* env, jclass, jlong handle) {
-    tabulo::onTable<MessageTable>(env, handle, [](MessageTable* table) { return tabulo::mt_close(table); });
+    onTable<MessageTable>(env, handle, [](MessageTable* table) { return mt_close(table); });
 }
 
 TABULO_JNI(void, JNITboMessageTable, dropNative)(JNIEnv* env, jclass, jlong handle) {
-    tabulo::onTable<MessageTable>(env, handle, [](MessageTable* table) { return tabulo::mt_drop(table); });
+    onTable<MessageTable>(env, handle, [](MessageTable* table) { return mt_drop(table); });
 }
 
 TABULO_JNI(void, JNITboMessageTable, readMessages)
 (JNIEnv* env, jclass, jlong handle, jintArray connMsgIds, jint count, jobject listener) {
-    tabulo::onTable<MessageTable>(env, handle, [&](MessageTable* table) {
-        return tabulo::readMessages(env, table, connMsgIds, count, listener);
+    onTable<MessageTable>(env, handle, [&](MessageTable* table) {
+        return readMessages(env, table, connMsgIds, count, listener);
     });
 }
 
 TABULO_JNI(jlong, JNITboMessageTable, getMessages)(JNIEnv* env, jclass, jlong handle, jobject conditions) {
     MessageTableIterator* iterator = nullptr;
-    tabulo::onTable<MessageTable>(
-        env, handle, [&](MessageTable* table) { return tabulo::openIterator(env, table, conditions, &iterator); });
-    return tabulo::toHandle(iterator);
+    onTable<MessageTable>(
+        env, handle, [&](MessageTable* table) { return openIterator(env, table, conditions, &iterator); });
+    return toHandle(iterator);
 }
 
 TABULO_JNI(jint, JNITboMessageTable, getLastMessageId)(JNIEnv* env, jclass, jlong handle, jint classBaseId) {
     std::int32_t id = 0;
-    tabulo::onTable<MessageTable>(
-        env, handle, [&](MessageTable* table) { return tabulo::mt_getLastMessageId(table, classBaseId, &id); });
+    onTable<MessageTable>(
+        env, handle, [&](MessageTable* table) { return mt_getLastMessageId(table, classBaseId, &id); });
     return id;
 }
 
 TABULO_JNI(jint, JNITboMessageTable, getLastGoodMsgSeqNum)
 (JNIEnv* env, jclass, jlong handle, jlong sinceTimestamp, jobject holder) {
     std::int32_t seqNum = 0;
-    tabulo::onTable<MessageTable>(env, handle, [&](MessageTable* table) {
+    onTable<MessageTable>(env, handle, [&](MessageTable* table) {
         std::int64_t timestamp = 0;
-        ErrorCode code = tabulo::mt_getLastGoodMsgSeqNum(table, sinceTimestamp, &seqNum, &timestamp);
-        if (code == tabulo::NO_ERROR && holder != nullptr && timestamp != 0) {
-            code = tabulo::setHolder(env, holder, timestamp);
+        ErrorCode code = mt_getLastGoodMsgSeqNum(table, sinceTimestamp, &seqNum, &timestamp);
+        if (code == NO_ERROR && holder != nullptr && timestamp != 0) {
+            code = setHolder(env, holder, timestamp);
         }
-        seqNum = code == tabulo::NO_ERROR ? seqNum : 0;
+        seqNum = code == NO_ERROR ? seqNum : 0;
         return code;
     });
     return seqNum;
@@ -126,16 +120,18 @@ TABULO_JNI(jint, JNITboMessageTable, getLastGoodMsgSeqNum)
 TABULO_JNI(jint, JNITboMessageTable, getPendingMsgSeqNum)
 (JNIEnv* env, jclass, jlong handle, jlong sinceTimestamp, jboolean last) {
     std::int32_t seqNum = 0;
-    tabulo::onTable<MessageTable>(env, handle, [&](MessageTable* table) {
-        return last != JNI_FALSE ? tabulo::mt_getLastPendingMsgSeqNum(table, sinceTimestamp, &seqNum)
-                                 : tabulo::mt_getFirstPendingMsgSeqNum(table, sinceTimestamp, &seqNum);
+    onTable<MessageTable>(env, handle, [&](MessageTable* table) {
+        return last != JNI_FALSE ? mt_getLastPendingMsgSeqNum(table, sinceTimestamp, &seqNum)
+                                 : mt_getFirstPendingMsgSeqNum(table, sinceTimestamp, &seqNum);
     });
     return seqNum;
 }
 
 TABULO_JNI(jint, JNITboMessageTable, getLastUniformMessageId)(JNIEnv* env, jclass, jlong handle) {
     std::int32_t uniformId = 0;
-    tabulo::onTable<MessageTable>(
-        env, handle, [&](MessageTable* table) { return tabulo::mt_getLastUniformMessageId(table, &uniformId); });
+    onTable<MessageTable>(
+        env, handle, [&](MessageTable* table) { return mt_getLastUniformMessageId(table, &uniformId); });
     return uniformId;
 }
+
+}  // namespace tabulo::internal

@@ -5,7 +5,7 @@
 #include "jni/jni_exception.h"
 #include "jni/jni_strings.h"
 
-namespace tabulo {
+namespace tabulo::internal {
 
 namespace {
 
@@ -72,96 +72,93 @@ jboolean flagOf(JNIEnv* env, jlong handle, std::uint8_t MessageMetadata::*field)
 
 }  // namespace
 
-}  // namespace tabulo
-
-using tabulo::MessageMetadata;
-using tabulo::MessageTableIterator;
-
 TABULO_JNI(jboolean, JNITboMessageTableIterator, next)(JNIEnv* env, jclass, jlong handle) {
-    return tabulo::onIterator(env, handle, jboolean{JNI_FALSE}, [&](MessageTableIterator* iterator) {
+    return onIterator(env, handle, jboolean{JNI_FALSE}, [&](MessageTableIterator* iterator) {
         bool end = true;
-        const tabulo::ErrorCode code = tabulo::mtIterator_next(iterator, &end);
-        if (code != tabulo::NO_ERROR) {
-            tabulo::throwTboException(env, code);
+        const ErrorCode code = mtIterator_next(iterator, &end);
+        if (code != NO_ERROR) {
+            throwTboException(env, code);
         }
-        return static_cast<jboolean>(code == tabulo::NO_ERROR && !end ? JNI_TRUE : JNI_FALSE);
+        return static_cast<jboolean>(code == NO_ERROR && !end ? JNI_TRUE : JNI_FALSE);
     });
 }
 
 TABULO_JNI(void, JNITboMessageTableIterator, close)(JNIEnv* env, jclass, jlong handle) {
-    if (tabulo::checkHandle(env, handle, tabulo::ITERATOR_CLOSED_ERROR)) {
-        tabulo::mtIterator_close(tabulo::handleTo<MessageTableIterator>(handle));
+    if (checkHandle(env, handle, ITERATOR_CLOSED_ERROR)) {
+        mtIterator_close(handleTo<MessageTableIterator>(handle));
     }
 }
 
 TABULO_JNI(jint, JNITboMessageTableIterator, getConnectionMsgId)(JNIEnv* env, jclass, jlong handle) {
-    return tabulo::metadataOf<jint>(env, handle, &MessageMetadata::connMsgId);
+    return metadataOf<jint>(env, handle, &MessageMetadata::connMsgId);
 }
 
 TABULO_JNI(jint, JNITboMessageTableIterator, getUniformMessageId)(JNIEnv* env, jclass, jlong handle) {
-    return tabulo::metadataOf<jint>(env, handle, &MessageMetadata::uniformId);
+    return metadataOf<jint>(env, handle, &MessageMetadata::uniformId);
 }
 
 TABULO_JNI(jint, JNITboMessageTableIterator, getMsgSeqNum)(JNIEnv* env, jclass, jlong handle) {
-    return tabulo::metadataOf<jint>(env, handle, &MessageMetadata::seqNum);
+    return metadataOf<jint>(env, handle, &MessageMetadata::seqNum);
 }
 
 TABULO_JNI(jint, JNITboMessageTableIterator, getPrevSeqNum)(JNIEnv* env, jclass, jlong handle) {
-    return tabulo::metadataOf<jint>(env, handle, &MessageMetadata::prevSeqNum);
+    return metadataOf<jint>(env, handle, &MessageMetadata::prevSeqNum);
 }
 
 TABULO_JNI(jlong, JNITboMessageTableIterator, getTimestamp)(JNIEnv* env, jclass, jlong handle) {
-    return tabulo::metadataOf<jlong>(env, handle, &MessageMetadata::timestamp);
+    return metadataOf<jlong>(env, handle, &MessageMetadata::timestamp);
 }
 
 TABULO_JNI(jstring, JNITboMessageTableIterator, getMsgType)(JNIEnv* env, jclass, jlong handle) {
-    return tabulo::onIterator(env, handle, jstring{}, [&](MessageTableIterator* iterator) {
-        return tabulo::nativeToJavaString(env, tabulo::mtIterator_getMetadata(iterator).msgType.data());
+    return onIterator(env, handle, jstring{}, [&](MessageTableIterator* iterator) {
+        return nativeToJavaString(env, mtIterator_getMetadata(iterator).msgType.data());
     });
 }
 
 TABULO_JNI(jboolean, JNITboMessageTableIterator, getIsPossDupFlag)(JNIEnv* env, jclass, jlong handle) {
-    return tabulo::flagOf(env, handle, &MessageMetadata::isPossDupFlag);
+    return flagOf(env, handle, &MessageMetadata::isPossDupFlag);
 }
 
 TABULO_JNI(jboolean, JNITboMessageTableIterator, getIsOutOfSequence)(JNIEnv* env, jclass, jlong handle) {
-    return tabulo::flagOf(env, handle, &MessageMetadata::isOutOfSequence);
+    return flagOf(env, handle, &MessageMetadata::isOutOfSequence);
 }
 
 TABULO_JNI(jstring, JNITboMessageTableIterator, getWireMessage)(JNIEnv* env, jclass, jlong handle) {
-    return tabulo::textOf(env, handle, tabulo::mtIterator_getWireMessage);
+    return textOf(env, handle, mtIterator_getWireMessage);
 }
 
 TABULO_JNI(jbyteArray, JNITboMessageTableIterator, getWireMessageAsByteArray)(JNIEnv* env, jclass, jlong handle) {
-    return tabulo::bytesOf(env, handle, tabulo::mtIterator_getWireMessage);
+    return bytesOf(env, handle, mtIterator_getWireMessage);
 }
 
 TABULO_JNI(jstring, JNITboMessageTableIterator, getNonMetadataFields)(JNIEnv* env, jclass, jlong handle) {
-    return tabulo::textOf(env, handle, tabulo::mtIterator_getNonMetadataFields);
+    return textOf(env, handle, mtIterator_getNonMetadataFields);
 }
 
 TABULO_JNI(jbyteArray, JNITboMessageTableIterator, getNonMetadataFieldsAsByteArray)
 (JNIEnv* env, jclass, jlong handle) {
-    return tabulo::bytesOf(env, handle, tabulo::mtIterator_getNonMetadataFields);
+    return bytesOf(env, handle, mtIterator_getNonMetadataFields);
 }
 
 TABULO_JNI(jstring, JNITboMessageTableIterator, getStringField)(JNIEnv* env, jclass, jlong handle, jint index) {
-    return tabulo::onIterator(env, handle, jstring{}, [&](MessageTableIterator* iterator) {
-        tabulo::StringField text;
-        const tabulo::ErrorCode code = tabulo::mtIterator_getStringField(iterator, index, &text);
-        if (code != tabulo::NO_ERROR) {
-            tabulo::throwTboException(env, code);
+    return onIterator(env, handle, jstring{}, [&](MessageTableIterator* iterator) {
+        StringField text;
+        const ErrorCode code = mtIterator_getStringField(iterator, index, &text);
+        if (code != NO_ERROR) {
+            throwTboException(env, code);
             return jstring{};
         }
-        return tabulo::toJavaString(env, text);
+        return toJavaString(env, text);
     });
 }
 
 TABULO_JNI(jlong, JNITboMessageTableIterator, getNumericFieldAsLong)(JNIEnv* env, jclass, jlong handle, jint index) {
-    return tabulo::numericField<std::int64_t>(env, handle, index, tabulo::mtIterator_getNumericFieldAsLong);
+    return numericField<std::int64_t>(env, handle, index, mtIterator_getNumericFieldAsLong);
 }
 
 TABULO_JNI(jdouble, JNITboMessageTableIterator, getNumericFieldAsDouble)
 (JNIEnv* env, jclass, jlong handle, jint index) {
-    return tabulo::numericField<double>(env, handle, index, tabulo::mtIterator_getNumericFieldAsDouble);
+    return numericField<double>(env, handle, index, mtIterator_getNumericFieldAsDouble);
 }
+
+}  // namespace tabulo::internal

@@ -6,7 +6,7 @@
 #include "jni/message_arguments.h"
 #include "messagetable/message_table.h"
 
-namespace tabulo {
+namespace tabulo::internal {
 
 namespace {
 
@@ -99,19 +99,17 @@ ErrorCode writeRaw(JNIEnv* env, MessageTable* table, const ByteRange& frame) {
 
 }  // namespace
 
-}  // namespace tabulo
-
 TABULO_JNI(
     void, JNITboMessageTable,
     writeMessage__JIIIIJCLjava_lang_String_2ZZLjava_lang_String_2Ljava_lang_String_2Ljava_lang_String_2Ljava_lang_String_2_3Ljava_lang_String_2_3D)
 (JNIEnv* env, jclass, jlong handle, jint uniformId, jint seqNum, jint prevSeqNum, jint connMsgId, jlong timestamp,
  jchar msgTypeChar, jstring msgType, jboolean isPossDupFlag, jboolean isOutOfSequence, jstring text0, jstring text1,
  jstring text2, jstring text3, jobjectArray indexedStrings, jdoubleArray numericValues) {
-    tabulo::onTable<tabulo::MessageTable>(env, handle, [&](tabulo::MessageTable* table) {
-        const tabulo::MessageMetadata metadata =
-            tabulo::messageMetadata_fromJava(env, uniformId, seqNum, prevSeqNum, connMsgId, timestamp, msgTypeChar,
+    onTable<MessageTable>(env, handle, [&](MessageTable* table) {
+        const MessageMetadata metadata =
+            messageMetadata_fromJava(env, uniformId, seqNum, prevSeqNum, connMsgId, timestamp, msgTypeChar,
                                              msgType, isPossDupFlag, isOutOfSequence);
-        return tabulo::writeWithStrings(env, table, metadata, {text0, text1, text2, text3}, indexedStrings,
+        return writeWithStrings(env, table, metadata, {text0, text1, text2, text3}, indexedStrings,
                                         numericValues);
     });
 }
@@ -123,25 +121,27 @@ TABULO_JNI(
  jchar msgTypeChar, jstring msgType, jboolean isPossDupFlag, jboolean isOutOfSequence, jstring text0, jstring text1,
  jbyteArray bytes1, jint offset1, jint length1, jbyteArray bytes2, jint offset2, jint length2, jbyteArray bytes3,
  jint offset3, jint length3, jobjectArray indexedStrings, jintArray typeMap, jlongArray longs, jdoubleArray doubles) {
-    tabulo::onTable<tabulo::MessageTable>(env, handle, [&](tabulo::MessageTable* table) {
-        const tabulo::MessageMetadata metadata =
-            tabulo::messageMetadata_fromJava(env, uniformId, seqNum, prevSeqNum, connMsgId, timestamp, msgTypeChar,
+    onTable<MessageTable>(env, handle, [&](MessageTable* table) {
+        const MessageMetadata metadata =
+            messageMetadata_fromJava(env, uniformId, seqNum, prevSeqNum, connMsgId, timestamp, msgTypeChar,
                                              msgType, isPossDupFlag, isOutOfSequence);
-        tabulo::NumericSlots numerics{};
-        const tabulo::ErrorCode code = tabulo::numericSlots_fromTypeMap(
+        NumericSlots numerics{};
+        const ErrorCode code = numericSlots_fromTypeMap(
             env, typeMap, longs, doubles, table->header.layout.numericFieldCount, &numerics);
-        if (code != tabulo::NO_ERROR) {
+        if (code != NO_ERROR) {
             return code;
         }
-        const std::array<tabulo::ByteRange, 3> parts = {
+        const std::array<ByteRange, 3> parts = {
             {{bytes1, offset1, length1}, {bytes2, offset2, length2}, {bytes3, offset3, length3}}};
-        return tabulo::writeWithBytes(env, table, metadata, text0, text1, parts, indexedStrings, numerics);
+        return writeWithBytes(env, table, metadata, text0, text1, parts, indexedStrings, numerics);
     });
 }
 
 TABULO_JNI(void, JNITboMessageTable, writeMessage__J_3BII)
 (JNIEnv* env, jclass, jlong handle, jbyteArray bytes, jint offset, jint length) {
-    tabulo::onTable<tabulo::MessageTable>(env, handle, [&](tabulo::MessageTable* table) {
-        return tabulo::writeRaw(env, table, {bytes, offset, length});
+    onTable<MessageTable>(env, handle, [&](MessageTable* table) {
+        return writeRaw(env, table, {bytes, offset, length});
     });
 }
+
+}  // namespace tabulo::internal

@@ -9,7 +9,7 @@
 #include "jni/jni_exception.h"
 #include "jni/message_batch.h"
 
-namespace tabulo {
+namespace tabulo::internal {
 
 namespace {
 
@@ -82,20 +82,18 @@ ErrorCode watch(JNIEnv* env, jobject self, jlong handle, jint count, jintArray i
 
 }  // namespace
 
-}  // namespace tabulo
-
 TABULO_JNI(jlong, JNITboMessageWatcher, initialize)(JNIEnv* env, jclass, jlongArray tableHandles) {
-    tabulo::MessageWatcher* watcher = nullptr;
-    tabulo::entryPoint(env, [&] { return tabulo::createWatcher(env, tableHandles, &watcher); });
-    return tabulo::toHandle(watcher);
+    MessageWatcher* watcher = nullptr;
+    entryPoint(env, [&] { return createWatcher(env, tableHandles, &watcher); });
+    return toHandle(watcher);
 }
 
 // The second argument is the Java watcher: the batches go to its onGetMessages. A 0 handle is NULL_POINTER_ERROR.
 TABULO_JNI(jint, JNITboMessageWatcher, startWatching)
 (JNIEnv* env, jobject self, jlong handle, jint count, jintArray uniformMessageIds, jboolean compact) {
-    jint result = tabulo::NO_ERROR;
-    tabulo::entryPoint(env, [&] {
-        result = tabulo::watch(env, self, handle, count, uniformMessageIds, compact);
+    jint result = NO_ERROR;
+    entryPoint(env, [&] {
+        result = watch(env, self, handle, count, uniformMessageIds, compact);
         return result;
     });
     return result;
@@ -103,5 +101,7 @@ TABULO_JNI(jint, JNITboMessageWatcher, startWatching)
 
 // A 0 handle is ignored.
 TABULO_JNI(void, JNITboMessageWatcher, uninitialize)(JNIEnv*, jclass, jlong handle) {
-    tabulo::messageWatcher_destroy(tabulo::handleTo<tabulo::MessageWatcher>(handle));
+    messageWatcher_destroy(handleTo<MessageWatcher>(handle));
 }
+
+}  // namespace tabulo::internal

@@ -1,6 +1,6 @@
 #include "jni/modified_utf8.h"
 
-namespace tabulo {
+namespace tabulo::internal {
 
 namespace {
 
@@ -99,4 +99,4 @@ std::size_t modifiedUtf8_wholeLength(std::string_view text) noexcept {
     return endsInHighSurrogate(text) ? text.size() - 3 : text.size();
 }
 
-}  // namespace tabulo
+}  // namespace tabulo::internal

@@ -8,7 +8,7 @@
 #include "jni/jni_exception.h"
 #include "jni/table_open.h"
 
-namespace tabulo {
+namespace tabulo::internal {
 
 namespace {
 
@@ -41,31 +41,29 @@ ErrorCode readFields(JNIEnv* env, SessionInfoTable* table, jint count, jintArray
 
 }  // namespace
 
-}  // namespace tabulo
-
-using tabulo::SessionInfoTable;
-
 TABULO_JNI(jlong, JNITboSessionInfoTable, initializeNative)(JNIEnv* env, jclass, jobject configProvider, jint mode) {
-    return tabulo::openTable(env, configProvider, mode, tabulo::si_create, tabulo::si_init, tabulo::si_destroy);
+    return openTable(env, configProvider, mode, si_create, si_init, si_destroy);
 }
 
 // A 0 handle is ignored.
 TABULO_JNI(void, JNITboSessionInfoTable, uninitializeNative)(JNIEnv*, jclass, jlong handle) {
-    tabulo::si_destroy(tabulo::handleTo<SessionInfoTable>(handle));
+    si_destroy(handleTo<SessionInfoTable>(handle));
 }
 
 TABULO_JNI(void, JNITboSessionInfoTable, dropNative)(JNIEnv* env, jclass, jlong handle) {
-    tabulo::onTable<SessionInfoTable>(env, handle, [](SessionInfoTable* table) { return tabulo::si_drop(table); });
+    onTable<SessionInfoTable>(env, handle, [](SessionInfoTable* table) { return si_drop(table); });
 }
 
 TABULO_JNI(void, JNITboSessionInfoTable, writeFieldsNative)
 (JNIEnv* env, jclass, jlong handle, jint count, jintArray tags, jlongArray values) {
-    tabulo::onTable<SessionInfoTable>(
-        env, handle, [&](SessionInfoTable* table) { return tabulo::writeFields(env, table, count, tags, values); });
+    onTable<SessionInfoTable>(
+        env, handle, [&](SessionInfoTable* table) { return writeFields(env, table, count, tags, values); });
 }
 
 TABULO_JNI(void, JNITboSessionInfoTable, readFieldsNative)
 (JNIEnv* env, jclass, jlong handle, jint count, jintArray tags, jlongArray values) {
-    tabulo::onTable<SessionInfoTable>(
-        env, handle, [&](SessionInfoTable* table) { return tabulo::readFields(env, table, count, tags, values); });
+    onTable<SessionInfoTable>(
+        env, handle, [&](SessionInfoTable* table) { return readFields(env, table, count, tags, values); });
 }
+
+}  // namespace tabulo::internal

@@ -6,13 +6,13 @@
 #include "jni/config_provider.h"
 #include "jni/jni_exception.h"
 
-namespace tabulo {
+namespace tabulo::internal {
 
 // Builds the configuration from its Java provider, creates a table from it, which takes it over, and opens the table.
 // Returns the table's handle; on failure the table is destroyed, the exception raised and the handle 0.
 template <typename Table>
 jlong openTable(JNIEnv* env, jobject configProvider, jint mode, Table* (*create)(KSVTboTableConfig* config),
-                ErrorCode (*open)(Table* table, std::int32_t mode), void (*destroy)(Table* table)) noexcept {
+                ErrorCode (*open)(Table* table, OpenMode mode), void (*destroy)(Table* table)) noexcept {
     Table* table = nullptr;
     entryPoint(env, [&] {
         KSVTboTableConfig* config = nullptr;
@@ -21,7 +21,7 @@ jlong openTable(JNIEnv* env, jobject configProvider, jint mode, Table* (*create)
             return code;
         }
         table = create(config);
-        code = table == nullptr ? OUT_OF_MEMORY_ERROR : open(table, mode);
+        code = table == nullptr ? OUT_OF_MEMORY_ERROR : open(table, static_cast<OpenMode>(mode));
         if (code != NO_ERROR) {
             destroy(table);
             table = nullptr;
@@ -31,4 +31,4 @@ jlong openTable(JNIEnv* env, jobject configProvider, jint mode, Table* (*create)
     return toHandle(table);
 }
 
-}  // namespace tabulo
+}  // namespace tabulo::internal

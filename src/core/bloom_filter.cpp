@@ -5,7 +5,7 @@
 #include <cstring>
 #include <new>
 
-namespace tabulo {
+namespace tabulo::internal {
 
 namespace {
 
@@ -143,4 +143,4 @@ ErrorCode bloomFilter_read(BloomFilter* filter, KSVByteStream* stream) noexcept 
     return byteStream_error(stream);
 }
 
-}  // namespace tabulo
+}  // namespace tabulo::internal

@@ -16,8 +16,9 @@
 
 #include "core/byte_stream.h"
 #include "core/error_codes.h"
+#include "core/handle.h"
 
-namespace tabulo {
+namespace tabulo::internal {
 
 inline constexpr std::uint32_t BLOOM_FILTER_BITS = 10000;
 // Bytes of the stored form of a filter of BLOOM_FILTER_BITS bits.
@@ -33,10 +34,7 @@ BloomFilter* bloomFilter_create() noexcept;
 // Frees the filter; null is accepted.
 void bloomFilter_destroy(BloomFilter* filter) noexcept;
 
-struct BloomFilterDeleter {
-    void operator()(BloomFilter* filter) const noexcept { bloomFilter_destroy(filter); }
-};
-using BloomFilterPtr = std::unique_ptr<BloomFilter, BloomFilterDeleter>;
+using BloomFilterPtr = Handle<BloomFilter, bloomFilter_destroy>;
 
 // All bits to zero.
 void bloomFilter_clear(BloomFilter* filter) noexcept;
@@ -60,4 +58,4 @@ ErrorCode bloomFilter_write(const BloomFilter* filter, KSVByteStream* stream) no
 // filter is unchanged.
 ErrorCode bloomFilter_read(BloomFilter* filter, KSVByteStream* stream) noexcept;
 
-}  // namespace tabulo
+}  // namespace tabulo::internal

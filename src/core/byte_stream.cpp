@@ -5,7 +5,7 @@
 #include <new>
 #include <utility>
 
-namespace tabulo {
+namespace tabulo::internal {
 
 namespace {
 
@@ -63,34 +63,34 @@ void byteStream_init(KSVByteStream* stream, void* buffer, std::int32_t capacity)
     stream->extend = fixedStream_extend;
 }
 
-std::int32_t byteStream_resetRead(KSVByteStream* stream, std::int32_t direction, std::int32_t mark) noexcept {
+StreamCount byteStream_resetRead(KSVByteStream* stream, std::int32_t direction, std::int32_t mark) noexcept {
     if (mark < 0 || mark > stream->writeMark) {
         stream->error = STREAM_READ_RESET_ERROR;
-        return -1;
+        return STREAM_FAILED;
     }
     stream->direction = direction;
     stream->readMark = mark;
-    return 0;
+    return {};
 }
 
-std::int32_t byteStream_rewind(KSVByteStream* stream, std::int32_t direction) noexcept {
+StreamCount byteStream_rewind(KSVByteStream* stream, std::int32_t direction) noexcept {
     return byteStream_resetRead(stream, direction, 0);
 }
 
-std::int32_t byteStream_resetWrite(KSVByteStream* stream, std::int32_t mark) noexcept {
+StreamCount byteStream_resetWrite(KSVByteStream* stream, std::int32_t mark) noexcept {
     if (mark < 0 || mark > stream->capacity) {
         stream->error = STREAM_WRITE_RESET_ERROR;
-        return -1;
+        return STREAM_FAILED;
     }
     stream->writeMark = mark;
     if (stream->readMark > mark) {
         stream->readMark = mark;
     }
     stream->error = NO_ERROR;
-    return 0;
+    return {};
 }
 
-std::int32_t byteStream_clear(KSVByteStream* stream) noexcept {
+StreamCount byteStream_clear(KSVByteStream* stream) noexcept {
     return byteStream_resetWrite(stream, 0);
 }
 
@@ -117,35 +117,35 @@ std::uint8_t* byteStream_append(KSVByteStream* stream, std::int32_t n) noexcept 
     return place;
 }
 
-std::int32_t byteStream_putBytes(KSVByteStream* stream, const void* source, std::int32_t n) noexcept {
+StreamCount byteStream_putBytes(KSVByteStream* stream, const void* source, std::int32_t n) noexcept {
     if (stream->error != NO_ERROR) {
-        return 0;
+        return {};
     }
     std::uint8_t* place = byteStream_append(stream, n);
     if (stream->error != NO_ERROR) {
-        return -1;
+        return STREAM_FAILED;
     }
     if (n > 0) {
         std::memcpy(place, source, static_cast<std::size_t>(n));
     }
-    return n;
+    return {n};
 }
 
-std::int32_t byteStream_getBytes(KSVByteStream* stream, void* destination, std::int32_t n) noexcept {
+StreamCount byteStream_getBytes(KSVByteStream* stream, void* destination, std::int32_t n) noexcept {
     const std::int32_t available = byteStream_unread(stream);
     if (n < 0 || available < n) {
         stream->error = STREAM_NOT_ENOUGH_DATA_ERROR;
-        return -1;
+        return STREAM_FAILED;
     }
     if (destination != nullptr && n > 0) {
         const std::int32_t start = stream->direction == BYTE_STREAM_FORWARD ? stream->readMark : available - n;
         std::memcpy(destination, stream->buffer + start, static_cast<std::size_t>(n));
     }
     stream->readMark += n;
-    return n;
+    return {n};
 }
 
-std::int32_t byteStream_skip(KSVByteStream* stream, std::int32_t n) noexcept {
+StreamCount byteStream_skip(KSVByteStream* stream, std::int32_t n) noexcept {
     return byteStream_getBytes(stream, nullptr, n);
 }
 
@@ -165,14 +165,14 @@ std::int32_t byteStream_setBuffer(KSVByteStream* stream, void* buffer, std::int3
     return 0;
 }
 
-std::int32_t byteStream_makeRoom(KSVByteStream* stream, std::int32_t n) noexcept {
+StreamCount byteStream_makeRoom(KSVByteStream* stream, std::int32_t n) noexcept {
     byteStream_clear(stream);
     if (stream->capacity >= n) {
-        return 0;
+        return {};
     }
     if (stream->extend != growingStream_extend) {
         stream->error = OUT_OF_MEMORY_ERROR;
-        return -1;
+        return STREAM_FAILED;
     }
     // The old buffer goes first: two of them may be more than there is.
     stream->owned.reset();
@@ -181,9 +181,9 @@ std::int32_t byteStream_makeRoom(KSVByteStream* stream, std::int32_t n) noexcept
     stream->capacity = stream->owned == nullptr ? 0 : n;
     if (stream->owned == nullptr) {
         stream->error = OUT_OF_MEMORY_ERROR;
-        return -1;
+        return STREAM_FAILED;
     }
-    return 0;
+    return {};
 }
 
-}  // namespace tabulo
+}  // namespace tabulo::internal

@@ -13,13 +13,25 @@
 #include <cstdint>
 #include <cstring>
 #include <memory>
+#include <type_traits>
 
 #include "core/error_codes.h"
+#include "core/handle.h"
 
-namespace tabulo {
+namespace tabulo::internal {
 
 inline constexpr std::int32_t BYTE_STREAM_FORWARD = 0;
 inline constexpr std::int32_t BYTE_STREAM_BACKWARD = 1;
+
+// What a step of a stream came to: the bytes it moved (0 for a step that moves none), or less than 0 when it failed; the
+// stream then holds the error. Not [[nodiscard]]: the sticky error is there so that it is asked once, at the end.
+struct StreamCount {
+    std::int32_t bytes = 0;
+
+    constexpr bool failed() const noexcept { return bytes < 0; }
+    friend constexpr bool operator==(StreamCount, StreamCount) noexcept = default;
+};
+inline constexpr StreamCount STREAM_FAILED{-1};
 
 struct KSVByteStream {
     std::uint8_t* buffer = nullptr;  // storage: `owned` for a created stream, the caller's otherwise
@@ -40,10 +52,7 @@ void byteStream_destroy(KSVByteStream* stream) noexcept;
 // Wraps a caller's buffer, which must outlive the stream: direction forward, marks and error 0, never grows.
 void byteStream_init(KSVByteStream* stream, void* buffer, std::int32_t capacity) noexcept;
 
-struct ByteStreamDeleter {
-    void operator()(KSVByteStream* stream) const noexcept { byteStream_destroy(stream); }
-};
-using ByteStreamPtr = std::unique_ptr<KSVByteStream, ByteStreamDeleter>;
+using ByteStreamPtr = Handle<KSVByteStream, byteStream_destroy>;
 
 inline std::uint8_t* byteStream_buffer(const KSVByteStream* stream) noexcept {
     return stream->buffer;
@@ -73,28 +82,28 @@ inline std::uint8_t* byteStream_readPointer(const KSVByteStream* stream) noexcep
 
 // Sets direction and read mark and returns 0 when 0 <= mark <= writeMark; otherwise sets STREAM_READ_RESET_ERROR and
 // returns -1, marks unchanged.
-std::int32_t byteStream_resetRead(KSVByteStream* stream, std::int32_t direction, std::int32_t mark) noexcept;
+StreamCount byteStream_resetRead(KSVByteStream* stream, std::int32_t direction, std::int32_t mark) noexcept;
 // byteStream_resetRead with mark 0.
-std::int32_t byteStream_rewind(KSVByteStream* stream, std::int32_t direction) noexcept;
+StreamCount byteStream_rewind(KSVByteStream* stream, std::int32_t direction) noexcept;
 // Sets the write mark, clears the error and returns 0 when 0 <= mark <= capacity; a read mark beyond it comes down with
 // it. Otherwise sets STREAM_WRITE_RESET_ERROR and returns -1, marks unchanged.
-std::int32_t byteStream_resetWrite(KSVByteStream* stream, std::int32_t mark) noexcept;
+StreamCount byteStream_resetWrite(KSVByteStream* stream, std::int32_t mark) noexcept;
 // byteStream_resetWrite(stream, 0).
-std::int32_t byteStream_clear(KSVByteStream* stream) noexcept;
+StreamCount byteStream_clear(KSVByteStream* stream) noexcept;
 // Rewinds reading in the given direction and clears writing.
 void byteStream_reset(KSVByteStream* stream, std::int32_t direction) noexcept;
 
 // Appends n bytes. Returns n; 0 when the stream already holds an error (nothing is written); -1 when the buffer cannot
 // grow (STREAM_EXTENSION_ERROR) or n is negative (WRONG_PARAMETER_ERROR).
-std::int32_t byteStream_putBytes(KSVByteStream* stream, const void* source, std::int32_t n) noexcept;
+StreamCount byteStream_putBytes(KSVByteStream* stream, const void* source, std::int32_t n) noexcept;
 // Appends n bytes that the caller fills in: the place of the first one, valid until the stream changes. Null with the
 // errors of byteStream_putBytes.
 std::uint8_t* byteStream_append(KSVByteStream* stream, std::int32_t n) noexcept;
 // Consumes n bytes into destination, or skips them when destination is null. Does not look at the sticky error. Returns
 // n; -1 when fewer than n bytes are unread or n is negative (STREAM_NOT_ENOUGH_DATA_ERROR, read mark unchanged).
-std::int32_t byteStream_getBytes(KSVByteStream* stream, void* destination, std::int32_t n) noexcept;
+StreamCount byteStream_getBytes(KSVByteStream* stream, void* destination, std::int32_t n) noexcept;
 // byteStream_getBytes without destination.
-std::int32_t byteStream_skip(KSVByteStream* stream, std::int32_t n) noexcept;
+StreamCount byteStream_skip(KSVByteStream* stream, std::int32_t n) noexcept;
 
 // Replaces the buffer by a caller's buffer, which must outlive its use; the filled bytes are the caller's to copy. A
 // capacity below one of the marks is refused: a line on standard output, WRONG_PARAMETER_ERROR in the stream, result 1.
@@ -104,31 +113,31 @@ std::int32_t byteStream_setBuffer(KSVByteStream* stream, void* buffer, std::int3
 // Empties the stream and makes its capacity at least n, without keeping what it held: a growing stream that is too
 // small gets a buffer of exactly n bytes. Returns 0; -1 with OUT_OF_MEMORY_ERROR when it cannot (the stream may then
 // have no buffer, until a later call finds the memory), also for a stream over a caller's buffer that is too small.
-std::int32_t byteStream_makeRoom(KSVByteStream* stream, std::int32_t n) noexcept;
+StreamCount byteStream_makeRoom(KSVByteStream* stream, std::int32_t n) noexcept;
 
 // One value as its native bytes, with the results of byteStream_putBytes and byteStream_getBytes.
 template <typename T>
-std::int32_t byteStream_put(KSVByteStream* stream, T value) noexcept {
+StreamCount byteStream_put(KSVByteStream* stream, T value) noexcept {
     static_assert(std::is_arithmetic_v<T> && sizeof(T) <= 8);
     constexpr auto width = static_cast<std::int32_t>(sizeof(T));
     if (stream->error == NO_ERROR && stream->capacity - stream->writeMark >= width) {
         std::memcpy(stream->buffer + stream->writeMark, &value, sizeof(T));
         stream->writeMark += width;
-        return width;
+        return {width};
     }
     return byteStream_putBytes(stream, &value, width);
 }
 
 template <typename T>
-std::int32_t byteStream_get(KSVByteStream* stream, T* value) noexcept {
+StreamCount byteStream_get(KSVByteStream* stream, T* value) noexcept {
     static_assert(std::is_arithmetic_v<T> && sizeof(T) <= 8);
     constexpr auto width = static_cast<std::int32_t>(sizeof(T));
     if (stream->direction == BYTE_STREAM_FORWARD && byteStream_unread(stream) >= width) {
         std::memcpy(value, stream->buffer + stream->readMark, sizeof(T));
         stream->readMark += width;
-        return width;
+        return {width};
     }
     return byteStream_getBytes(stream, value, width);
 }
 
-}  // namespace tabulo
+}  // namespace tabulo::internal

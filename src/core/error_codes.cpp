@@ -2,7 +2,7 @@
 
 #include <array>
 
-namespace tabulo {
+namespace tabulo::internal {
 
 namespace {
 
@@ -60,4 +60,4 @@ const char* getErrorMessage(ErrorCode code) noexcept {
     return errorMessages[static_cast<std::size_t>(code)];
 }
 
-}  // namespace tabulo
+}  // namespace tabulo::internal

@@ -5,7 +5,7 @@
 
 #include "core/platform.h"
 
-namespace tabulo {
+namespace tabulo::internal {
 
 namespace {
 
@@ -134,4 +134,4 @@ void log_silenceBuiltInNotes() noexcept {
     builtInFacility.info = &silentChannel;
 }
 
-}  // namespace tabulo
+}  // namespace tabulo::internal

@@ -12,7 +12,9 @@
 
 #include <cstdarg>
 
-namespace tabulo {
+#include "core/compiler.h"
+
+namespace tabulo::internal {
 
 // One destination of a facility. `release` frees the channel (the facility's own release calls it where needed);
 // `write` takes a printf format and its arguments.
@@ -30,8 +32,6 @@ struct LogFacility {
     LogChannel* warning;
     LogChannel* error;
 };
-
-#define TABULO_PRINTF(formatIndex, firstArgument) __attribute__((format(printf, formatIndex, firstArgument)))
 
 // DEBUG line to the log file: "Tabulo/C DEBUG: <function>(): " and the message.
 void log_debug(const char* function, const char* format, ...) noexcept TABULO_PRINTF(2, 3);
@@ -53,4 +53,4 @@ void log_setFacility(LogFacility* facility) noexcept;
 // installed a facility. Other facilities are not affected.
 void log_silenceBuiltInNotes() noexcept;
 
-}  // namespace tabulo
+}  // namespace tabulo::internal

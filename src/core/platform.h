@@ -6,7 +6,7 @@
 #include <cstdint>
 #include <cstdio>
 
-namespace tabulo {
+namespace tabulo::internal {
 
 // Number of this process, as the log file's name carries it.
 unsigned long platform_processId() noexcept;
@@ -25,4 +25,4 @@ void platform_ignoreFileSizeSignal() noexcept;
 // Pauses the calling thread; a signal does not shorten the pause.
 void platform_sleep(std::int64_t milliseconds) noexcept;
 
-}  // namespace tabulo
+}  // namespace tabulo::internal

@@ -1,55 +1,9 @@
-#include <sys/resource.h>
-#include <unistd.h>
-
-#include <cerrno>
-#include <csignal>
-#include <ctime>
-
 #include "core/platform.h"
 
-namespace tabulo {
-
-unsigned long platform_processId() noexcept {
-    return static_cast<unsigned long>(::getpid());
-}
+namespace tabulo::internal {
 
 std::FILE* platform_openLog(const char* path) noexcept {
     return std::fopen(path, "ae");
 }
 
-void platform_raiseOpenFileLimit(std::uint64_t count) noexcept {
-    rlimit limit{};
-    if (::getrlimit(RLIMIT_NOFILE, &limit) != 0 || limit.rlim_cur == RLIM_INFINITY || limit.rlim_cur >= count) {
-        return;
-    }
-    rlimit raised = limit;
-    raised.rlim_cur = count;
-    if (raised.rlim_max != RLIM_INFINITY && raised.rlim_max < count) {
-        raised.rlim_max = count;
-        if (::setrlimit(RLIMIT_NOFILE, &raised) == 0) {
-            return;
-        }
-        // Only a privileged process may raise the hard limit: take what there is.
-        raised.rlim_cur = limit.rlim_max;
-        raised.rlim_max = limit.rlim_max;
-    }
-    ::setrlimit(RLIMIT_NOFILE, &raised);
-}
-
-void platform_ignoreFileSizeSignal() noexcept {
-    struct sigaction action {};
-    if (::sigaction(SIGXFSZ, nullptr, &action) != 0 || (action.sa_flags & SA_SIGINFO) != 0 ||
-        action.sa_handler != SIG_DFL) {
-        return;
-    }
-    action.sa_handler = SIG_IGN;
-    ::sigaction(SIGXFSZ, &action, nullptr);
-}
-
-void platform_sleep(std::int64_t milliseconds) noexcept {
-    timespec rest{static_cast<std::time_t>(milliseconds / 1000), static_cast<long>(milliseconds % 1000) * 1000000L};
-    while (::clock_nanosleep(CLOCK_MONOTONIC, 0, &rest, &rest) == EINTR) {
-    }
-}
-
-}  // namespace tabulo
+}  // namespace tabulo::internal

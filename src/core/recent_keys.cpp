@@ -2,7 +2,7 @@
 
 #include <cstring>
 
-namespace tabulo {
+namespace tabulo::internal {
 
 namespace {
 
@@ -48,4 +48,4 @@ bool RecentKeys::seen(std::string_view key) noexcept {
     return false;
 }
 
-}  // namespace tabulo
+}  // namespace tabulo::internal

@@ -7,7 +7,7 @@
 #include <cstdint>
 #include <string_view>
 
-namespace tabulo {
+namespace tabulo::internal {
 
 // A small table, one key to a place; a key that comes to the same place takes it over. Only keys of 1 to 16 bytes are
 // remembered.
@@ -33,4 +33,4 @@ class RecentKeys {
     std::array<Entry, PLACES> entries_{};
 };
 
-}  // namespace tabulo
+}  // namespace tabulo::internal

@@ -4,7 +4,7 @@
 
 #include "storage/byte_stream_file.h"
 
-namespace tabulo {
+namespace tabulo::internal {
 
 namespace {
 
@@ -287,4 +287,4 @@ ErrorCode mfr_loadOpenBlock(MessageFrames* mfr, TableFile* file, std::int64_t la
     return scanOpenBlock(mfr, file, block);
 }
 
-}  // namespace tabulo
+}  // namespace tabulo::internal

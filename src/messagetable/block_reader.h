@@ -11,7 +11,7 @@
 #include "messagetable/frame_cursor.h"
 #include "messagetable/message_frames.h"
 
-namespace tabulo {
+namespace tabulo::internal {
 
 // A block as the reader sees it; its ranges, filters and static indexes are in the frame reader's summary.
 struct BlockView {
@@ -72,4 +72,4 @@ ErrorCode mfr_loadPreviousFooter(MessageFrames* mfr, TableFile* file, std::int64
 // by frame otherwise. Nothing there is an open block without messages. A read or memory error is returned.
 ErrorCode mfr_loadOpenBlock(MessageFrames* mfr, TableFile* file, std::int64_t lastBlockEnd, BlockView* block) noexcept;
 
-}  // namespace tabulo
+}  // namespace tabulo::internal

@@ -4,7 +4,7 @@
 #include <limits>
 #include <new>
 
-namespace tabulo {
+namespace tabulo::internal {
 
 namespace {
 
@@ -171,7 +171,7 @@ ErrorCode blockSummary_writeFooter(const BlockSummary* summary, const MessageTab
     writeRecord(summary->minimum, layout, stream);
     writeRecord(summary->maximum, layout, stream);
     for (const BloomFilter& filter : summary->filters) {
-        bloomFilter_write(&filter, stream);
+        (void)bloomFilter_write(&filter, stream);  // the stream keeps its first error
     }
     return mthStaticIndexes_write(&summary->staticIndexes, stream);
 }
@@ -191,13 +191,13 @@ ErrorCode blockSummary_readFooter(BlockSummary* summary, const MessageTableLayou
         std::uint32_t bitCount = 0;
         byteStream_get(stream, &bitCount);
         if (bitCount != BLOOM_FILTER_BITS ||
-            byteStream_skip(stream, BLOOM_FILTER_STORED_SIZE - static_cast<std::int32_t>(sizeof(bitCount))) < 0) {
+            byteStream_skip(stream, BLOOM_FILTER_STORED_SIZE - static_cast<std::int32_t>(sizeof(bitCount))).failed()) {
             return HEADER_CORRUPTED_ERROR;
         }
     }
     mthStaticIndexes indexes;
     std::uint64_t trailingLength = 0;
-    if (mthStaticIndexes_read(&indexes, stream) != NO_ERROR || byteStream_get(stream, &trailingLength) < 0 ||
+    if (mthStaticIndexes_read(&indexes, stream) != NO_ERROR || byteStream_get(stream, &trailingLength).failed() ||
         byteStream_unread(stream) != 0 || trailingLength != blockLength) {
         return HEADER_CORRUPTED_ERROR;
     }
@@ -208,4 +208,4 @@ ErrorCode blockSummary_readFooter(BlockSummary* summary, const MessageTableLayou
     return NO_ERROR;
 }
 
-}  // namespace tabulo
+}  // namespace tabulo::internal

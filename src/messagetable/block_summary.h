@@ -31,7 +31,7 @@
 #include "messagetable/static_indexes.h"
 #include "storage/table_config.h"
 
-namespace tabulo {
+namespace tabulo::internal {
 
 inline constexpr std::int32_t BLOCK_LENGTH_SIZE = 8;
 
@@ -84,4 +84,4 @@ ErrorCode blockSummary_writeFooter(const BlockSummary* summary, const MessageTab
 ErrorCode blockSummary_readFooter(BlockSummary* summary, const MessageTableLayout& layout, KSVByteStream* stream,
                                   std::uint64_t blockLength) noexcept;
 
-}  // namespace tabulo
+}  // namespace tabulo::internal

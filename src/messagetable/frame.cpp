@@ -4,7 +4,7 @@
 #include <cstring>
 #include <limits>
 
-namespace tabulo {
+namespace tabulo::internal {
 
 namespace {
 
@@ -218,4 +218,4 @@ ErrorCode mfr_decodeMessageBackward(MessageMetadata* metadata, StringField* stri
     return NO_ERROR;
 }
 
-}  // namespace tabulo
+}  // namespace tabulo::internal

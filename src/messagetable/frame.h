@@ -30,7 +30,7 @@
 #include "messagetable/string_field.h"
 #include "storage/table_config.h"
 
-namespace tabulo {
+namespace tabulo::internal {
 
 inline constexpr std::int32_t FRAME_FIXED_SIZE = 35;
 inline constexpr std::int32_t FRAME_LENGTH_SIZE = 4;
@@ -71,4 +71,4 @@ ErrorCode mfr_decodeMessageBackward(MessageMetadata* metadata, StringField* stri
                                     NumericValue* numericFields, std::int32_t numericFieldCount,
                                     KSVByteStream* stream) noexcept;
 
-}  // namespace tabulo
+}  // namespace tabulo::internal

@@ -5,7 +5,7 @@
 
 #include "storage/byte_stream_file.h"
 
-namespace tabulo {
+namespace tabulo::internal {
 
 namespace {
 
@@ -142,4 +142,4 @@ ErrorCode frameCursor_previous(FrameCursor* cursor, DecodedMessage* message) noe
     return code;
 }
 
-}  // namespace tabulo
+}  // namespace tabulo::internal

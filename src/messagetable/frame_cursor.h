@@ -11,7 +11,7 @@
 #include "messagetable/message_frames.h"
 #include "storage/table_file.h"
 
-namespace tabulo {
+namespace tabulo::internal {
 
 // Pieces of a closed block: blocks up to this size are read at once.
 inline constexpr std::int32_t BLOCK_PIECE_SIZE = 64 * 1024 * 1024;
@@ -42,4 +42,4 @@ ErrorCode frameCursor_next(FrameCursor* cursor, DecodedMessage* message) noexcep
 // begin.
 ErrorCode frameCursor_previous(FrameCursor* cursor, DecodedMessage* message) noexcept;
 
-}  // namespace tabulo
+}  // namespace tabulo::internal

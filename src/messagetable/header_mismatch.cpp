@@ -7,7 +7,7 @@
 
 #include "core/log.h"
 
-namespace tabulo {
+namespace tabulo::internal {
 
 namespace {
 
@@ -54,4 +54,4 @@ void headerMismatch_writeDetail(const char* path, FieldKind kind, const MessageT
     log_warningWrite(")\n");
 }
 
-}  // namespace tabulo
+}  // namespace tabulo::internal

@@ -3,7 +3,7 @@
 
 #include "messagetable/table_header.h"
 
-namespace tabulo {
+namespace tabulo::internal {
 
 enum class FieldKind { string, numeric };
 
@@ -11,4 +11,4 @@ enum class FieldKind { string, numeric };
 void headerMismatch_writeDetail(const char* path, FieldKind kind, const MessageTableHeader& configured,
                                 const MessageTableHeader& stored) noexcept;
 
-}  // namespace tabulo
+}  // namespace tabulo::internal

@@ -8,21 +8,21 @@
 #include "messagetable/header_mismatch.h"
 #include "messagetable/message_table.h"
 
-namespace tabulo {
+namespace tabulo::internal {
 
 namespace {
 
 // The type name's length and bytes. Running out of data is told apart from a wrong name.
 ErrorCode readTypeName(KSVByteStream* stream) {
     std::uint32_t length = 0;
-    if (byteStream_get(stream, &length) < 0) {
+    if (byteStream_get(stream, &length).failed()) {
         return byteStream_error(stream);
     }
     if (length != static_cast<std::uint32_t>(TYPE_NAME_LENGTH)) {
         return TABLE_TYPE_ERROR;
     }
     std::array<char, TYPE_NAME_LENGTH> name{};
-    if (byteStream_getBytes(stream, name.data(), TYPE_NAME_LENGTH) < 0) {
+    if (byteStream_getBytes(stream, name.data(), TYPE_NAME_LENGTH).failed()) {
         return byteStream_error(stream);
     }
     return std::memcmp(name.data(), TYPE_NAME, TYPE_NAME_LENGTH) == 0 ? NO_ERROR : TABLE_TYPE_ERROR;
@@ -174,14 +174,14 @@ ErrorCode mtX_writeHeader(MessageTable* table, KSVByteStream* stream) noexcept {
     mtX_resetState(table);
     byteStream_put(stream, static_cast<std::uint32_t>(TYPE_NAME_LENGTH));
     byteStream_putBytes(stream, TYPE_NAME, TYPE_NAME_LENGTH);
-    mtLayout_write(&table->header, stream);
-    blockInfo_write(&table->blockInfo, stream);
+    (void)mtLayout_write(&table->header, stream);  // the stream keeps its first error
+    (void)blockInfo_write(&table->blockInfo, stream);  // the stream keeps its first error
     if (byteStream_error(stream) != NO_ERROR) {
         return byteStream_error(stream);
     }
     table->dataInfo.dataEnd =
         static_cast<std::uint64_t>(byteStream_writeMark(stream) + DATA_INFO_SIZE + STATIC_INDEXES_SIZE);
-    dataInfo_write(&table->dataInfo, stream);
+    (void)dataInfo_write(&table->dataInfo, stream);  // the stream keeps its first error
     return mthStaticIndexes_write(&table->staticIndexes, stream);
 }
 
@@ -194,7 +194,7 @@ ErrorCode mtX_verify(MessageTable* table, TableFile* file, KSVByteStream* stream
     if (size - offset <= 0) {
         return FILE_SIZE_ERROR;
     }
-    if (byteStream_resetRead(stream, BYTE_STREAM_FORWARD, offset) != 0) {
+    if (byteStream_resetRead(stream, BYTE_STREAM_FORWARD, offset).failed()) {
         return byteStream_error(stream);
     }
     MessageTableHeader stored;
@@ -222,7 +222,7 @@ ErrorCode mtX_verify(MessageTable* table, TableFile* file, KSVByteStream* stream
 }
 
 ErrorCode mtX_load(MessageTable* table, TableFile* file, KSVByteStream* stream, std::int32_t offset) noexcept {
-    if (byteStream_resetRead(stream, BYTE_STREAM_FORWARD, offset + TYPE_RECORD_SIZE) != 0) {
+    if (byteStream_resetRead(stream, BYTE_STREAM_FORWARD, offset + TYPE_RECORD_SIZE).failed()) {
         return byteStream_error(stream);
     }
     MessageTableHeader stored;
@@ -237,7 +237,7 @@ ErrorCode mtX_load(MessageTable* table, TableFile* file, KSVByteStream* stream, 
         return code;
     }
     blockInfo.lastBlockEnd = mt_effectiveBlockEnd(table, blockInfo.lastBlockEnd);
-    if (tableFileGetMode(file) != TABLE_FILE_READ) {
+    if (tableFileGetMode(file) != OpenMode::read) {
         code = loadWriter(table->frames.get(), file, static_cast<std::int64_t>(blockInfo.lastBlockEnd));
         if (code != NO_ERROR) {
             mfr_resetAll(table->frames.get());
@@ -262,4 +262,4 @@ ErrorCode mtX_prepareTail(MessageTable* table, std::int32_t headerEnd) noexcept 
     return NO_ERROR;
 }
 
-}  // namespace tabulo
+}  // namespace tabulo::internal

@@ -8,7 +8,7 @@
 #include "core/error_codes.h"
 #include "storage/table_file.h"
 
-namespace tabulo {
+namespace tabulo::internal {
 
 struct MessageTable;
 
@@ -36,4 +36,4 @@ ErrorCode mtX_prepareTail(MessageTable* table, std::int32_t headerEnd) noexcept;
 // Resets bookkeeping, static indexes, frame writer and view to those of a table without messages.
 void mtX_resetState(MessageTable* table) noexcept;
 
-}  // namespace tabulo
+}  // namespace tabulo::internal

@@ -5,7 +5,7 @@
 #include "storage/byte_stream_file.h"
 #include "storage/replica_write.h"
 
-namespace tabulo {
+namespace tabulo::internal {
 
 HeaderTailPtr headerTail_create(TableStorage* storage, std::int64_t offset, std::int32_t size) noexcept {
     HeaderTailPtr tail(new (std::nothrow) HeaderTail);
@@ -23,8 +23,8 @@ ErrorCode headerTail_fill(HeaderTail* tail, const BlockInfo& blockInfo, const Da
                           const mthStaticIndexes& indexes) noexcept {
     KSVByteStream* stream = tail->stream.get();
     byteStream_clear(stream);
-    blockInfo_write(&blockInfo, stream);
-    dataInfo_write(&dataInfo, stream);
+    (void)blockInfo_write(&blockInfo, stream);  // the stream keeps its first error
+    (void)dataInfo_write(&dataInfo, stream);  // the stream keeps its first error
     return mthStaticIndexes_write(&indexes, stream);
 }
 
@@ -33,8 +33,8 @@ ErrorCode headerTail_parse(KSVByteStream* stream, BlockInfo* blockInfo, DataInfo
     BlockInfo storedBlockInfo;
     DataInfo storedDataInfo;
     mthStaticIndexes storedIndexes;
-    blockInfo_read(&storedBlockInfo, stream);
-    dataInfo_read(&storedDataInfo, stream);
+    (void)blockInfo_read(&storedBlockInfo, stream);  // the stream keeps its first error
+    (void)dataInfo_read(&storedDataInfo, stream);  // the stream keeps its first error
     const ErrorCode code = mthStaticIndexes_read(&storedIndexes, stream);
     if (code == NO_ERROR) {
         *blockInfo = storedBlockInfo;
@@ -54,4 +54,4 @@ ErrorCode tv_saveData(HeaderTail* tail) noexcept {
     });
 }
 
-}  // namespace tabulo
+}  // namespace tabulo::internal

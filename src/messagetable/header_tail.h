@@ -10,7 +10,7 @@
 #include "messagetable/table_header.h"
 #include "storage/table_storage.h"
 
-namespace tabulo {
+namespace tabulo::internal {
 
 struct HeaderTail {
     TableStorage* storage = nullptr;  // borrowed
@@ -32,4 +32,4 @@ ErrorCode headerTail_parse(KSVByteStream* stream, BlockInfo* blockInfo, DataInfo
 // WARNING; NO_ERROR when any file took it, else the last file's code, FILE_WRITE_ERROR without an active file.
 ErrorCode tv_saveData(HeaderTail* tail) noexcept;
 
-}  // namespace tabulo
+}  // namespace tabulo::internal

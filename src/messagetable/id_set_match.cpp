@@ -5,7 +5,7 @@
 
 #include "messagetable/range_compare.h"
 
-namespace tabulo {
+namespace tabulo::internal {
 
 namespace {
 
@@ -63,4 +63,4 @@ ErrorCode query_matchIdSet(std::int32_t* answer, void* context, const BlockSumma
                           numericFields, numericFieldCount);
 }
 
-}  // namespace tabulo
+}  // namespace tabulo::internal

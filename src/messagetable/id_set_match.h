@@ -10,7 +10,7 @@
 #include "messagetable/match_result.h"
 #include "messagetable/message_class.h"
 
-namespace tabulo {
+namespace tabulo::internal {
 
 // The ids asked for, and who takes the messages. The consumer decides the answer for each message it gets, as any match
 // operation does.
@@ -33,4 +33,4 @@ ErrorCode query_matchIdSet(std::int32_t* answer, void* context, const BlockSumma
                            std::int32_t stringFieldCount, const NumericValue* numericFields,
                            std::int32_t numericFieldCount) noexcept;
 
-}  // namespace tabulo
+}  // namespace tabulo::internal

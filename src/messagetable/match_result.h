@@ -6,7 +6,7 @@
 #include "core/error_codes.h"
 #include "messagetable/block_summary.h"
 
-namespace tabulo {
+namespace tabulo::internal {
 
 // The answer to one call. For a block (summary given, no message): MATCH_NO lets its messages be asked for, MATCH_STOP
 // skips them all. For a message: MATCH_NO goes on. In both cases MATCH_YES ends the walk.
@@ -24,4 +24,4 @@ using MatchOperation = ErrorCode (*)(std::int32_t* answer, void* context, const 
                                      std::int32_t stringFieldCount, const NumericValue* numericFields,
                                      std::int32_t numericFieldCount);
 
-}  // namespace tabulo
+}  // namespace tabulo::internal

@@ -2,7 +2,7 @@
 
 #include <array>
 
-namespace tabulo {
+namespace tabulo::internal {
 
 namespace {
 
@@ -69,4 +69,4 @@ const char* connMsgClassName(std::int32_t messageClass) noexcept {
     return range == nullptr ? "unknown message class" : range->name;
 }
 
-}  // namespace tabulo
+}  // namespace tabulo::internal

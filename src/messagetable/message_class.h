@@ -6,7 +6,7 @@
 
 #include <cstdint>
 
-namespace tabulo {
+namespace tabulo::internal {
 
 enum MessageClass : std::int32_t {
     NO_MESSAGE_CLASS = -1,
@@ -34,4 +34,4 @@ std::int32_t connMsgClassLastId(std::int32_t id) noexcept;
 // "app message from counterparty" and so on; "unknown message class" for numbers that name no class.
 const char* connMsgClassName(std::int32_t messageClass) noexcept;
 
-}  // namespace tabulo
+}  // namespace tabulo::internal

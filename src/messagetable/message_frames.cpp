@@ -7,7 +7,7 @@
 #include "storage/byte_stream_file.h"
 #include "storage/replica_write.h"
 
-namespace tabulo {
+namespace tabulo::internal {
 
 namespace {
 
@@ -129,7 +129,7 @@ ErrorCode mfr_writeMessage(MessageFrames* mfr, const MessageMetadata* metadata, 
         blockSummary_copy(&mfr->fallback, mfr->summary);
         blockSummary_add(&mfr->summary, layout, *metadata, stringFields, numericFields, frameLength);
         blockLength = mfr_closedBlockLength(mfr);
-        blockSummary_writeFooter(&mfr->summary, layout, stream);
+        (void)blockSummary_writeFooter(&mfr->summary, layout, stream);  // the stream keeps its first error
         byteStream_put(stream, blockLength);
         code = byteStream_error(stream);
     }
@@ -142,7 +142,7 @@ ErrorCode mfr_writeMessage(MessageFrames* mfr, const MessageMetadata* metadata, 
                 *blockEnd = end;
             } else {
                 // The message is not acknowledged: leave no trace of it where that is still possible.
-                tableFileTruncate(file, endBefore);
+                (void)tableFileTruncate(file, endBefore);
             }
             return written;
         });
@@ -162,4 +162,4 @@ ErrorCode mfr_writeMessage(MessageFrames* mfr, const MessageMetadata* metadata, 
     return NO_ERROR;
 }
 
-}  // namespace tabulo
+}  // namespace tabulo::internal

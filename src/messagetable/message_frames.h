@@ -9,10 +9,11 @@
 
 #include "core/byte_stream.h"
 #include "core/error_codes.h"
+#include "core/handle.h"
 #include "messagetable/block_summary.h"
 #include "storage/table_storage.h"
 
-namespace tabulo {
+namespace tabulo::internal {
 
 struct MessageFrames {
     TableStorage* storage = nullptr;  // borrowed; null for the throw-away writer that measures a footer
@@ -37,10 +38,7 @@ MessageFrames* mfr_create(TableStorage* storage, const MessageTableLayout* layou
 // Frees it; null is accepted.
 void mfr_destroy(MessageFrames* mfr) noexcept;
 
-struct MessageFramesDeleter {
-    void operator()(MessageFrames* mfr) const noexcept { mfr_destroy(mfr); }
-};
-using MessageFramesPtr = std::unique_ptr<MessageFrames, MessageFramesDeleter>;
+using MessageFramesPtr = Handle<MessageFrames, mfr_destroy>;
 
 // Bytes of a footer of this layout, its block length included; 0 when memory is short or the layout is impossible.
 std::int32_t mfrX_footerSize(const MessageTableLayout* layout) noexcept;
@@ -63,4 +61,4 @@ ErrorCode mfr_writeMessage(MessageFrames* mfr, const MessageMetadata* metadata, 
 // The length of the block in the summary when it is closed: length word, frames and footer.
 std::uint64_t mfr_closedBlockLength(const MessageFrames* mfr) noexcept;
 
-}  // namespace tabulo
+}  // namespace tabulo::internal

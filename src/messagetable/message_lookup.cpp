@@ -7,7 +7,7 @@
 #include "messagetable/message_table.h"
 #include "storage/byte_stream_file.h"
 
-namespace tabulo {
+namespace tabulo::internal {
 
 namespace {
 
@@ -126,7 +126,7 @@ ErrorCode mt_refresh(MessageTable* table) noexcept {
     if (file == nullptr || table->tail == nullptr) {
         return MASTER_INACTIVE_ERROR;
     }
-    if (table->storage->mode != TABLE_FILE_READ) {
+    if (table->storage->mode != OpenMode::read) {
         return NO_ERROR;
     }
     std::int64_t size = 0;
@@ -224,4 +224,4 @@ ErrorCode mt_getLastUniformMessageId(MessageTable* table, std::int32_t* uniformI
     return code;
 }
 
-}  // namespace tabulo
+}  // namespace tabulo::internal

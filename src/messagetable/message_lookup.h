@@ -7,7 +7,7 @@
 
 #include "core/error_codes.h"
 
-namespace tabulo {
+namespace tabulo::internal {
 
 struct MessageTable;
 
@@ -34,4 +34,4 @@ ErrorCode mt_getLastPendingMsgSeqNum(MessageTable* table, std::int64_t sinceTime
 // The uniform id of the last message; 0 when there is none.
 ErrorCode mt_getLastUniformMessageId(MessageTable* table, std::int32_t* uniformId) noexcept;
 
-}  // namespace tabulo
+}  // namespace tabulo::internal

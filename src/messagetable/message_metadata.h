@@ -4,7 +4,7 @@
 #include <array>
 #include <cstdint>
 
-namespace tabulo {
+namespace tabulo::internal {
 
 inline constexpr std::int32_t MSG_TYPE_LENGTH = 5;
 
@@ -21,4 +21,4 @@ struct MessageMetadata {
     bool operator==(const MessageMetadata&) const = default;
 };
 
-}  // namespace tabulo
+}  // namespace tabulo::internal

@@ -5,7 +5,7 @@
 #include "messagetable/message_table.h"
 #include "messagetable/table_walk.h"
 
-namespace tabulo {
+namespace tabulo::internal {
 
 namespace {
 
@@ -65,4 +65,4 @@ ErrorCode mt_readMessages(MessageTable* table, const std::int32_t* connMsgIds, s
     return callListener(&answer, &stoppable, nullptr, nullptr, nullptr, 0, nullptr, 0);
 }
 
-}  // namespace tabulo
+}  // namespace tabulo::internal

@@ -6,7 +6,7 @@
 #include "core/error_codes.h"
 #include "messagetable/match_result.h"
 
-namespace tabulo {
+namespace tabulo::internal {
 
 struct MessageTable;
 
@@ -25,4 +25,4 @@ struct MessageListener {
 ErrorCode mt_readMessages(MessageTable* table, const std::int32_t* connMsgIds, std::int32_t count,
                           const MessageListener* listener, bool backward) noexcept;
 
-}  // namespace tabulo
+}  // namespace tabulo::internal

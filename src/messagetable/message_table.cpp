@@ -8,7 +8,7 @@
 #include "messagetable/header_section.h"
 #include "messagetable/recovery.h"
 
-namespace tabulo {
+namespace tabulo::internal {
 
 namespace {
 
@@ -53,7 +53,7 @@ std::unique_ptr<MessageTable> create(TableConfigPtr config) {
 }
 
 bool isWritable(const MessageTable* table) {
-    return table->storage->mode == TABLE_FILE_WRITE;
+    return table->storage->mode == OpenMode::write;
 }
 
 // A message's fields come from the caller: checked once, here.
@@ -140,7 +140,7 @@ MessageTableUse::~MessageTableUse() {
     }
 }
 
-ErrorCode mt_open(MessageTable* table, std::int32_t mode) noexcept {
+ErrorCode mt_open(MessageTable* table, OpenMode mode) noexcept {
     if (table == nullptr || table->storage == nullptr) {
         return NULL_POINTER_ERROR;
     }
@@ -184,7 +184,7 @@ ErrorCode mt_drop(MessageTable* table) noexcept {
     table->opened = false;
     mtX_resetState(table);
     code = tableStorage_uninit(table->storage.get());
-    return code == NO_ERROR ? mt_open(table, TABLE_FILE_CREATE) : code;
+    return code == NO_ERROR ? mt_open(table, OpenMode::create) : code;
 }
 
 ErrorCode mt_writeMessage(MessageTable* table, const MessageMetadata* metadata, const StringField* stringFields,
@@ -213,7 +213,7 @@ ErrorCode mt_writeRawMessage(MessageTable* table, const void* buffer, std::int32
     KSVByteStream stream;
     // The stream only reads from the buffer.
     byteStream_init(&stream, const_cast<void*>(buffer), length);
-    if (byteStream_resetWrite(&stream, length) != 0) {
+    if (byteStream_resetWrite(&stream, length).failed()) {
         return byteStream_error(&stream);
     }
     const MessageTableLayout& layout = table->header.layout;
@@ -237,4 +237,4 @@ std::int64_t mt_openBlockStart(const MessageTable* table) noexcept {
     return static_cast<std::int64_t>(mt_effectiveBlockEnd(table, table->blockInfo.lastBlockEnd));
 }
 
-}  // namespace tabulo
+}  // namespace tabulo::internal

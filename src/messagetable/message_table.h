@@ -16,7 +16,7 @@
 #include "messagetable/table_header.h"
 #include "storage/table_storage.h"
 
-namespace tabulo {
+namespace tabulo::internal {
 
 struct MessageTable {
     TableStoragePtr storage;
@@ -59,7 +59,7 @@ class MessageTableUse {
 // count and name mismatches (codes 34 to 37); STREAM_NOT_ENOUGH_DATA_ERROR for a read-only file whose section is cut,
 // STREAM_READ_RESET_ERROR when it ends with the generic header.
 // A file that was not closed cleanly is recovered when it is opened for writing.
-ErrorCode mt_open(MessageTable* table, std::int32_t mode) noexcept;
+ErrorCode mt_open(MessageTable* table, OpenMode mode) noexcept;
 // Saves the header's tail of a table that is open for writing; nothing otherwise, also when a failed write has closed
 // its file. The files stay open. NULL_POINTER_ERROR; the codes of tv_saveData.
 ErrorCode mt_close(MessageTable* table) noexcept;
@@ -89,4 +89,4 @@ std::int64_t mt_openBlockStart(const MessageTable* table) noexcept;
 // lastBlockEnd as stored, with 0 and impossible values below the header's end read as the header's end.
 std::uint64_t mt_effectiveBlockEnd(const MessageTable* table, std::uint64_t stored) noexcept;
 
-}  // namespace tabulo
+}  // namespace tabulo::internal

@@ -3,7 +3,7 @@
 #include <cmath>
 #include <limits>
 
-namespace tabulo {
+namespace tabulo::internal {
 
 NumericValue numericValue_ofDouble(double value) noexcept {
     NumericValue made;
@@ -77,7 +77,7 @@ void numericValue_writeFixed(const NumericValue& value, KSVByteStream* stream) n
 ErrorCode numericValue_readFixed(NumericValue* value, KSVByteStream* stream) noexcept {
     std::uint8_t type = 0;
     std::int64_t bits = 0;
-    if (byteStream_get(stream, &type) < 0 || byteStream_get(stream, &bits) < 0) {
+    if (byteStream_get(stream, &type).failed() || byteStream_get(stream, &bits).failed()) {
         return byteStream_error(stream);
     }
     if (!numericValue_isType(type)) {
@@ -88,4 +88,4 @@ ErrorCode numericValue_readFixed(NumericValue* value, KSVByteStream* stream) noe
     return NO_ERROR;
 }
 
-}  // namespace tabulo
+}  // namespace tabulo::internal

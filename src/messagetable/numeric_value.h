@@ -12,7 +12,7 @@
 #include "core/byte_stream.h"
 #include "core/error_codes.h"
 
-namespace tabulo {
+namespace tabulo::internal {
 
 enum class NumericType : std::uint8_t { absent = 0, doubleValue = 1, longValue = 2 };
 
@@ -65,4 +65,4 @@ void numericValue_writeFixed(const NumericValue& value, KSVByteStream* stream) n
 // Reads the footer form. STREAM_NOT_ENOUGH_DATA_ERROR; CONSISTENCY_ERROR for an unknown type byte.
 ErrorCode numericValue_readFixed(NumericValue* value, KSVByteStream* stream) noexcept;
 
-}  // namespace tabulo
+}  // namespace tabulo::internal

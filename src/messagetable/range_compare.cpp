@@ -2,7 +2,7 @@
 
 #include "core/log.h"
 
-namespace tabulo {
+namespace tabulo::internal {
 
 namespace {
 
@@ -55,4 +55,4 @@ std::int32_t mfr_compareNum(const BlockSummary& block, const MessageMetadata& bo
     return compareField("mfr_compareNum", block, bound, bound, field);
 }
 
-}  // namespace tabulo
+}  // namespace tabulo::internal

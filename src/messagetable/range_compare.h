@@ -6,7 +6,7 @@
 #include "messagetable/block_summary.h"
 #include "messagetable/message_metadata.h"
 
-namespace tabulo {
+namespace tabulo::internal {
 
 // The fields that have a range in every summary.
 enum RangeField : std::int32_t {
@@ -42,4 +42,4 @@ std::int32_t mfr_compareRange(const BlockSummary& block, const MessageMetadata& 
 // One value against the block's range of a field, with the same results; its NOTE lines name it.
 std::int32_t mfr_compareNum(const BlockSummary& block, const MessageMetadata& bound, std::int32_t field) noexcept;
 
-}  // namespace tabulo
+}  // namespace tabulo::internal

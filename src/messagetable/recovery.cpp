@@ -10,7 +10,7 @@
 #include "messagetable/torn_tail.h"
 #include "storage/byte_stream_file.h"
 
-namespace tabulo {
+namespace tabulo::internal {
 
 namespace {
 
@@ -56,7 +56,7 @@ ErrorCode rebuildHeader(Recovery* recovery) {
     }
     generic.headerSize = end;
     byteStream_resetWrite(stream, 0);
-    tsgh_write(&generic, stream);
+    (void)tsgh_write(&generic, stream);  // the stream keeps its first error
     byteStream_resetWrite(stream, end);
     recovery->headerRebuilt = true;
     recovery->headerEnd = end;
@@ -78,7 +78,7 @@ ErrorCode loadHeader(Recovery* recovery) {
     BlockInfo blockInfo;
     DataInfo dataInfo;
     mthStaticIndexes indexes;
-    if (byteStream_resetRead(stream, BYTE_STREAM_FORWARD, start + TYPE_RECORD_SIZE) == 0 &&
+    if (!byteStream_resetRead(stream, BYTE_STREAM_FORWARD, start + TYPE_RECORD_SIZE).failed() &&
         mtLayout_read(&stored, stream, false) == NO_ERROR &&
         headerTail_parse(stream, &blockInfo, &dataInfo, &indexes) == NO_ERROR) {
         recovery->headerEnd = byteStream_readMark(stream);
@@ -97,7 +97,7 @@ ErrorCode closeBlock(Recovery* recovery) {
     const std::uint64_t length = mfr_closedBlockLength(frames);
     const std::int64_t next = recovery->position + static_cast<std::int64_t>(length);
     byteStream_clear(footer);
-    blockSummary_writeFooter(&frames->summary, frames->layout, footer);
+    (void)blockSummary_writeFooter(&frames->summary, frames->layout, footer);  // the stream keeps its first error
     byteStream_put(footer, length);
     ErrorCode code = byteStream_error(footer);
     if (code == NO_ERROR) {
@@ -201,8 +201,8 @@ ErrorCode writeHeaderAndCut(Recovery* recovery) {
     KSVByteStream* stream = recovery->header.get();
     const auto end = static_cast<std::int32_t>(recovery->headerEnd);
     byteStream_resetWrite(stream, end - HEADER_TAIL_SIZE);
-    blockInfo_write(&table->blockInfo, stream);
-    dataInfo_write(&table->dataInfo, stream);
+    (void)blockInfo_write(&table->blockInfo, stream);  // the stream keeps its first error
+    (void)dataInfo_write(&table->dataInfo, stream);  // the stream keeps its first error
     const std::int32_t start = recovery->headerRebuilt ? 0 : table->storage->specificHeaderOffset;
     ErrorCode code = mthStaticIndexes_write(&table->staticIndexes, stream);
     if (code == NO_ERROR) {
@@ -263,4 +263,4 @@ ErrorCode mtX_recover(MessageTable* table, TableFile* file) noexcept {
     return code == NO_ERROR ? loadRecovered(&recovery) : code;
 }
 
-}  // namespace tabulo
+}  // namespace tabulo::internal

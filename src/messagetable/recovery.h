@@ -18,7 +18,7 @@
 #include "core/error_codes.h"
 #include "storage/table_file.h"
 
-namespace tabulo {
+namespace tabulo::internal {
 
 struct MessageTable;
 
@@ -29,4 +29,4 @@ struct MessageTable;
 // tableFileTruncate and mtX_load. After any error nothing further is written or cut.
 ErrorCode mtX_recover(MessageTable* table, TableFile* file) noexcept;
 
-}  // namespace tabulo
+}  // namespace tabulo::internal

@@ -10,7 +10,7 @@
 #include "storage/byte_stream_file.h"
 #include "storage/salvage.h"
 
-namespace tabulo {
+namespace tabulo::internal {
 
 ErrorCode recoveryWrite_save(TableFile* file, std::int64_t offset, std::int64_t length) noexcept {
     std::string savedPath;
@@ -59,4 +59,4 @@ ErrorCode recoveryWrite_lengthWord(TableFile* file, std::int64_t block, std::uin
     return code == NO_ERROR ? recoveryWrite_at(file, block, &length, BLOCK_LENGTH_SIZE) : code;
 }
 
-}  // namespace tabulo
+}  // namespace tabulo::internal

@@ -9,7 +9,7 @@
 #include "core/error_codes.h"
 #include "storage/table_file.h"
 
-namespace tabulo {
+namespace tabulo::internal {
 
 // Saves the `length` bytes at `offset` as "<table>.cut-<offset>", with a WARNING that names the copy. The codes of
 // salvage_save; then nothing was saved.
@@ -28,4 +28,4 @@ ErrorCode recoveryWrite_at(TableFile* file, std::int64_t offset, const void* byt
 // recoveryWrite_at.
 ErrorCode recoveryWrite_lengthWord(TableFile* file, std::int64_t block, std::uint64_t length) noexcept;
 
-}  // namespace tabulo
+}  // namespace tabulo::internal

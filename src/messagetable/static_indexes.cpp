@@ -4,7 +4,7 @@
 
 #include "core/log.h"
 
-namespace tabulo {
+namespace tabulo::internal {
 
 void mthStaticIndexes_init(mthStaticIndexes* indexes) noexcept {
     *indexes = mthStaticIndexes{};
@@ -75,4 +75,4 @@ void mthStaticIndexes_print(const mthStaticIndexes* indexes, const char* functio
               indexes->seqNums[LAST_PEND].seqNum);
 }
 
-}  // namespace tabulo
+}  // namespace tabulo::internal

@@ -15,7 +15,7 @@
 #include "messagetable/message_class.h"
 #include "messagetable/message_metadata.h"
 
-namespace tabulo {
+namespace tabulo::internal {
 
 inline constexpr std::int32_t STATIC_INDEXES_SIZE = 60;
 
@@ -52,4 +52,4 @@ void mthStaticIndexes_update(mthStaticIndexes* indexes, const MessageMetadata* m
 // One DEBUG line under functionName, or under "mthStaticIndexes_print" when it is null.
 void mthStaticIndexes_print(const mthStaticIndexes* indexes, const char* functionName) noexcept;
 
-}  // namespace tabulo
+}  // namespace tabulo::internal

@@ -8,7 +8,7 @@
 #include <cstdint>
 #include <string_view>
 
-namespace tabulo {
+namespace tabulo::internal {
 
 struct StringField {
     const char* text = nullptr;
@@ -29,4 +29,4 @@ inline std::string_view stringField_withoutNul(const StringField& field) noexcep
     return bytes;
 }
 
-}  // namespace tabulo
+}  // namespace tabulo::internal

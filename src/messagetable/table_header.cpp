@@ -4,7 +4,7 @@
 #include <cstring>
 #include <string_view>
 
-namespace tabulo {
+namespace tabulo::internal {
 
 namespace {
 
@@ -28,7 +28,7 @@ void readName(FieldName* name, KSVByteStream* stream, bool keep) {
         return;
     }
     const auto* text = reinterpret_cast<const char*>(byteStream_readPointer(stream));
-    if (byteStream_skip(stream, static_cast<std::int32_t>(length)) >= 0 && keep) {
+    if (!byteStream_skip(stream, static_cast<std::int32_t>(length)).failed() && keep) {
         *name = {length == 0 ? nullptr : text, static_cast<std::int32_t>(length)};
     }
 }
@@ -176,4 +176,4 @@ ErrorCode dataInfo_check(const DataInfo* info, TableFile* file) noexcept {
     return info->messageCount < 0 ? HEADER_CORRUPTED_ERROR : NO_ERROR;
 }
 
-}  // namespace tabulo
+}  // namespace tabulo::internal

@@ -29,7 +29,7 @@
 #include "storage/table_config.h"
 #include "storage/table_file.h"
 
-namespace tabulo {
+namespace tabulo::internal {
 
 inline constexpr std::int32_t TYPE_NAME_LENGTH = 13;
 inline constexpr char TYPE_NAME[] = "MessageTable";
@@ -95,4 +95,4 @@ ErrorCode dataInfo_read(DataInfo* info, KSVByteStream* stream) noexcept;
 // code of tableFileGetSize.
 ErrorCode dataInfo_check(const DataInfo* info, TableFile* file) noexcept;
 
-}  // namespace tabulo
+}  // namespace tabulo::internal

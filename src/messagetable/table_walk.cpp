@@ -2,7 +2,7 @@
 
 #include "messagetable/block_reader.h"
 
-namespace tabulo {
+namespace tabulo::internal {
 
 namespace {
 
@@ -142,4 +142,4 @@ ErrorCode mfr_readBackward(MessageFrames* mfr, std::int64_t startBlock, MatchOpe
     return code;
 }
 
-}  // namespace tabulo
+}  // namespace tabulo::internal

@@ -12,7 +12,7 @@
 #include "messagetable/match_result.h"
 #include "messagetable/message_frames.h"
 
-namespace tabulo {
+namespace tabulo::internal {
 
 // From startBlock on, or back from startBlock to the header's end. A block is asked about once, with its summary (an
 // open one is scanned for it), and only when it holds messages; then each of its messages, in order.
@@ -23,4 +23,4 @@ ErrorCode mfr_readForward(MessageFrames* mfr, std::int64_t startBlock, MatchOper
 ErrorCode mfr_readBackward(MessageFrames* mfr, std::int64_t startBlock, MatchOperation operation,
                            void* context) noexcept;
 
-}  // namespace tabulo
+}  // namespace tabulo::internal

@@ -4,7 +4,7 @@
 #include <array>
 #include <cstring>
 
-namespace tabulo {
+namespace tabulo::internal {
 
 namespace {
 
@@ -154,4 +154,4 @@ ErrorCode tornTail_check(TableFile* file, const MessageTableLayout& layout, std:
     return code;
 }
 
-}  // namespace tabulo
+}  // namespace tabulo::internal

@@ -11,7 +11,7 @@
 #include "messagetable/message_frames.h"
 #include "storage/table_file.h"
 
-namespace tabulo {
+namespace tabulo::internal {
 
 // *torn is true when the bytes from `start` to `end` (the file's end) are fewer than 8, zero bytes only, or the
 // beginning of one frame: its msgLen is at least the smallest frame's and reaches beyond the file's end, every field
@@ -24,4 +24,4 @@ ErrorCode tornTail_check(TableFile* file, const MessageTableLayout& layout, std:
 // As tornTail_check for the first two cases only.
 ErrorCode tornTail_isEmpty(TableFile* file, std::int64_t start, std::int64_t end, bool* empty) noexcept;
 
-}  // namespace tabulo
+}  // namespace tabulo::internal

@@ -4,7 +4,7 @@
 #include "messagetable/message_lookup.h"
 #include "messagetable/message_table.h"
 
-namespace tabulo {
+namespace tabulo::internal {
 
 namespace {
 
@@ -85,4 +85,4 @@ ErrorCode mt_findUniformId(MessageTable* table, std::int32_t id, std::int64_t* o
     return findFromStart(reader.get(), tableStorage_master(table->storage.get()), id, offset, ordinal, skip);
 }
 
-}  // namespace tabulo
+}  // namespace tabulo::internal

@@ -5,7 +5,7 @@
 
 #include "core/error_codes.h"
 
-namespace tabulo {
+namespace tabulo::internal {
 
 struct MessageTable;
 
@@ -23,4 +23,4 @@ struct MessageTable;
 ErrorCode mt_findUniformId(MessageTable* table, std::int32_t id, std::int64_t* offset, std::int64_t* ordinal,
                            std::int32_t* skip) noexcept;
 
-}  // namespace tabulo
+}  // namespace tabulo::internal

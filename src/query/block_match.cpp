@@ -5,7 +5,7 @@
 #include "core/log.h"
 #include "query/pseudo_field.h"
 
-namespace tabulo {
+namespace tabulo::internal {
 
 namespace {
 
@@ -192,4 +192,4 @@ bool query_blockMayMatch(const QueryConditions& conditions, const BlockSummary& 
                        [&](const StringFilter& filter) { return stringMayMatch(filter, block, layout); });
 }
 
-}  // namespace tabulo
+}  // namespace tabulo::internal

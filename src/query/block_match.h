@@ -12,7 +12,7 @@
 #include "messagetable/range_compare.h"
 #include "query/query_conditions.h"
 
-namespace tabulo {
+namespace tabulo::internal {
 
 // A range of a numeric filter against the block's range of its field, configured or pseudo. 0 with a NOTE for an index
 // outside 0 .. N + 6.
@@ -30,4 +30,4 @@ std::int32_t mfr_compareStr(const BlockSummary& block, const MessageTableLayout&
 bool query_blockMayMatch(const QueryConditions& conditions, const BlockSummary& block,
                          const MessageTableLayout& layout) noexcept;
 
-}  // namespace tabulo
+}  // namespace tabulo::internal

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-namespace tabulo {
+namespace tabulo::internal {
 
 namespace {
 
@@ -269,4 +269,4 @@ ErrorCode iteratorStep_backward(MessageTableIterator* iterator, TableFile* file,
     }
 }
 
-}  // namespace tabulo
+}  // namespace tabulo::internal

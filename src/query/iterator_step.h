@@ -4,11 +4,11 @@
 #include "core/error_codes.h"
 #include "query/message_table_iterator.h"
 
-namespace tabulo {
+namespace tabulo::internal {
 
 // Both go on from the iterator's place in `file`, the table's master file of this moment, and set *end to false when a
 // match has become current. Errors as mtIterator_next.
 ErrorCode iteratorStep_forward(MessageTableIterator* iterator, TableFile* file, bool* end) noexcept;
 ErrorCode iteratorStep_backward(MessageTableIterator* iterator, TableFile* file, bool* end) noexcept;
 
-}  // namespace tabulo
+}  // namespace tabulo::internal

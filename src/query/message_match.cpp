@@ -5,7 +5,7 @@
 
 #include "query/pseudo_field.h"
 
-namespace tabulo {
+namespace tabulo::internal {
 
 namespace {
 
@@ -118,4 +118,4 @@ bool query_messageMatches(const QueryConditions& conditions, const MessageMetada
     return true;
 }
 
-}  // namespace tabulo
+}  // namespace tabulo::internal

@@ -8,7 +8,7 @@
 #include "messagetable/string_field.h"
 #include "query/query_conditions.h"
 
-namespace tabulo {
+namespace tabulo::internal {
 
 // True when the message passes every condition. A pure function: the inverted flag and the direction are not looked at.
 // A numeric filter's field index below numericFieldCount is a configured field, behind them the metadata; a string
@@ -17,4 +17,4 @@ bool query_messageMatches(const QueryConditions& conditions, const MessageMetada
                           const StringField* stringFields, std::int32_t stringFieldCount,
                           const NumericValue* numericFields, std::int32_t numericFieldCount) noexcept;
 
-}  // namespace tabulo
+}  // namespace tabulo::internal

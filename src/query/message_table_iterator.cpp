@@ -10,7 +10,7 @@
 #include "query/message_match.h"
 #include "query/pseudo_field.h"
 
-namespace tabulo {
+namespace tabulo::internal {
 
 namespace {
 
@@ -198,4 +198,4 @@ ErrorCode query_matchInverted(std::int32_t* answer, void* context, const BlockSu
                          stringFieldCount, numericFields, numericFieldCount);
 }
 
-}  // namespace tabulo
+}  // namespace tabulo::internal

@@ -16,12 +16,13 @@
 #include <memory>
 
 #include "core/error_codes.h"
+#include "core/handle.h"
 #include "messagetable/block_reader.h"
 #include "messagetable/match_result.h"
 #include "messagetable/message_table.h"
 #include "query/query_conditions.h"
 
-namespace tabulo {
+namespace tabulo::internal {
 
 struct MessageTableIterator {
     MessageTable* table = nullptr;  // borrowed
@@ -51,10 +52,7 @@ MessageTableIterator* mtIterator_open(MessageTable* table, QueryConditions* cond
 // Frees the iterator with its conditions; null is accepted.
 void mtIterator_close(MessageTableIterator* iterator) noexcept;
 
-struct MessageTableIteratorDeleter {
-    void operator()(MessageTableIterator* iterator) const noexcept { mtIterator_close(iterator); }
-};
-using MessageTableIteratorPtr = std::unique_ptr<MessageTableIterator, MessageTableIteratorDeleter>;
+using MessageTableIteratorPtr = Handle<MessageTableIterator, mtIterator_close>;
 
 // Moves to the next match: *end is false when it is current, true when there is none (yet: a later call goes on). The
 // previous message is gone in either case. NULL_POINTER_ERROR; MASTER_INACTIVE_ERROR without an active file; for damage
@@ -91,4 +89,4 @@ ErrorCode query_matchInverted(std::int32_t* answer, void* context, const BlockSu
                               std::int32_t stringFieldCount, const NumericValue* numericFields,
                               std::int32_t numericFieldCount) noexcept;
 
-}  // namespace tabulo
+}  // namespace tabulo::internal

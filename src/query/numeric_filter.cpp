@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cmath>
 
-namespace tabulo {
+namespace tabulo::internal {
 
 namespace {
 
@@ -131,4 +131,4 @@ bool numericFilter_contains(const LongFilter& filter, std::int64_t value) noexce
     return contains(filter, value);
 }
 
-}  // namespace tabulo
+}  // namespace tabulo::internal

@@ -8,7 +8,7 @@
 #include <cstdint>
 #include <vector>
 
-namespace tabulo {
+namespace tabulo::internal {
 
 inline constexpr std::uint32_t LOW_INCLUSIVE = 1;
 inline constexpr std::uint32_t HIGH_INCLUSIVE = 2;
@@ -44,4 +44,4 @@ void numericFilter_build(LongFilter* filter, const std::int64_t* minimums, const
 bool numericFilter_contains(const DoubleFilter& filter, double value) noexcept;
 bool numericFilter_contains(const LongFilter& filter, std::int64_t value) noexcept;
 
-}  // namespace tabulo
+}  // namespace tabulo::internal

@@ -1,6 +1,6 @@
 #include "query/pseudo_field.h"
 
-namespace tabulo {
+namespace tabulo::internal {
 
 std::int64_t pseudoField_value(const MessageMetadata& metadata, std::int32_t field) noexcept {
     switch (field) {
@@ -23,4 +23,4 @@ std::int64_t pseudoField_value(const MessageMetadata& metadata, std::int32_t fie
     }
 }
 
-}  // namespace tabulo
+}  // namespace tabulo::internal

@@ -5,7 +5,7 @@
 
 #include "messagetable/message_metadata.h"
 
-namespace tabulo {
+namespace tabulo::internal {
 
 // Field index minus N.
 enum PseudoField : std::int32_t {
@@ -22,4 +22,4 @@ inline constexpr std::int32_t PSEUDO_FIELD_COUNT = 7;
 // The field's value; the flags are 0 or 1 as stored. 0 for a number that names no field.
 std::int64_t pseudoField_value(const MessageMetadata& metadata, std::int32_t field) noexcept;
 
-}  // namespace tabulo
+}  // namespace tabulo::internal

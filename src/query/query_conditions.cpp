@@ -4,7 +4,7 @@
 #include <cstring>
 #include <new>
 
-namespace tabulo {
+namespace tabulo::internal {
 
 namespace {
 
@@ -282,4 +282,4 @@ ErrorCode conditions_addLongFilter(QueryConditions* conditions, std::int32_t fie
                             values, valueCount, includeNull);
 }
 
-}  // namespace tabulo
+}  // namespace tabulo::internal

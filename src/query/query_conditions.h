@@ -22,12 +22,13 @@
 #include <vector>
 
 #include "core/error_codes.h"
+#include "core/handle.h"
 #include "messagetable/message_class.h"
 #include "messagetable/message_metadata.h"
 #include "query/numeric_filter.h"
 #include "query/string_filter.h"
 
-namespace tabulo {
+namespace tabulo::internal {
 
 inline constexpr std::int32_t ID_NOT_SET = -1;
 
@@ -50,10 +51,7 @@ QueryConditions* conditions_create() noexcept;
 // Frees the record and all it holds; null is accepted.
 void conditions_destroy(QueryConditions* conditions) noexcept;
 
-struct QueryConditionsDeleter {
-    void operator()(QueryConditions* conditions) const noexcept { conditions_destroy(conditions); }
-};
-using QueryConditionsPtr = std::unique_ptr<QueryConditions, QueryConditionsDeleter>;
+using QueryConditionsPtr = Handle<QueryConditions, conditions_destroy>;
 
 ErrorCode conditions_setIterateBackward(QueryConditions* conditions, bool backward) noexcept;
 ErrorCode conditions_setInverted(QueryConditions* conditions, bool inverted) noexcept;
@@ -97,4 +95,4 @@ ErrorCode conditions_addLongFilter(QueryConditions* conditions, std::int32_t fie
                                    const std::int64_t* maximums, std::int32_t pairCount, const std::int64_t* values,
                                    std::int32_t valueCount, bool includeNull) noexcept;
 
-}  // namespace tabulo
+}  // namespace tabulo::internal

@@ -4,7 +4,7 @@
 
 #include "messagetable/message_metadata.h"
 
-namespace tabulo {
+namespace tabulo::internal {
 
 namespace {
 
@@ -99,4 +99,4 @@ bool stringFilter_acceptsMsgType(const StringFilter& filter, std::string_view ms
     return insideAnyRange(filter, type, firstFive);
 }
 
-}  // namespace tabulo
+}  // namespace tabulo::internal

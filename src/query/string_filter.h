@@ -10,7 +10,7 @@
 #include <string_view>
 #include <vector>
 
-namespace tabulo {
+namespace tabulo::internal {
 
 struct StringFilter {
     std::int32_t fieldIndex = 0;                     // slot number in the message; one behind the last is the MsgType
@@ -34,4 +34,4 @@ bool stringFilter_accepts(const StringFilter& filter, std::string_view text) noe
 // sorted without case).
 bool stringFilter_acceptsMsgType(const StringFilter& filter, std::string_view msgType) noexcept;
 
-}  // namespace tabulo
+}  // namespace tabulo::internal

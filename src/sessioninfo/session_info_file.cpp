@@ -6,7 +6,7 @@
 #include "sessioninfo/type_record.h"
 #include "storage/byte_stream_file.h"
 
-namespace tabulo {
+namespace tabulo::internal {
 
 namespace {
 
@@ -22,7 +22,7 @@ std::int32_t valueAreaSize(const SessionInfoTable* table) {
 }
 
 ErrorCode readRecordAt(KSVByteStream* stream, std::int32_t offset, SessionInfoTags* stored) {
-    if (byteStream_resetRead(stream, BYTE_STREAM_FORWARD, offset) != 0) {
+    if (byteStream_resetRead(stream, BYTE_STREAM_FORWARD, offset).failed()) {
         return byteStream_error(stream);
     }
     const ErrorCode code = siX_readTypeRecord(stored, stream);
@@ -125,7 +125,7 @@ ErrorCode siX_loadValues(SessionInfoTable* table, TableFile* file) noexcept {
         if (sized == NO_ERROR && size == table->storage->headerSize) {
             return NO_ERROR;
         }
-        if (tableFileGetMode(file) == TABLE_FILE_READ) {
+        if (tableFileGetMode(file) == OpenMode::read) {
             code = readValueArea(table, file, stream.get());
         }
     }
@@ -195,4 +195,4 @@ ErrorCode siX_noop(SessionInfoTable*) noexcept {
     return NO_ERROR;
 }
 
-}  // namespace tabulo
+}  // namespace tabulo::internal

@@ -8,7 +8,7 @@
 #include "sessioninfo/session_info_table.h"
 #include "storage/table_storage.h"
 
-namespace tabulo {
+namespace tabulo::internal {
 
 // The five operations, for tableStorage_create; their owner is a SessionInfoTable.
 extern const TableStorageOps sessionInfoOps;
@@ -43,4 +43,4 @@ ErrorCode siX_writeValues(SessionInfoTable* table, TableFile* file, KSVByteStrea
 // Appends all values. The result is the stream's error.
 ErrorCode siX_serialise(const SessionInfoTable* table, KSVByteStream* stream) noexcept;
 
-}  // namespace tabulo
+}  // namespace tabulo::internal

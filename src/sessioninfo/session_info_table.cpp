@@ -7,7 +7,7 @@
 #include "sessioninfo/session_info_file.h"
 #include "storage/replica_write.h"
 
-namespace tabulo {
+namespace tabulo::internal {
 
 namespace {
 
@@ -68,7 +68,7 @@ void si_destroy(SessionInfoTable* table) noexcept {
     delete table;
 }
 
-ErrorCode si_init(SessionInfoTable* table, std::int32_t mode) noexcept {
+ErrorCode si_init(SessionInfoTable* table, OpenMode mode) noexcept {
     if (table == nullptr || table->storage == nullptr) {
         return NULL_POINTER_ERROR;
     }
@@ -91,7 +91,7 @@ ErrorCode si_read(SessionInfoTable* table, std::int32_t count, const std::int32_
     if (code != NO_ERROR) {
         return code;
     }
-    if (table->storage->mode == TABLE_FILE_READ) {
+    if (table->storage->mode == OpenMode::read) {
         TableFile* master = tableStorage_master(table->storage.get());
         code = master == nullptr ? MASTER_INACTIVE_ERROR : siX_loadValues(table, master);
         if (code != NO_ERROR) {
@@ -115,7 +115,7 @@ ErrorCode si_write(SessionInfoTable* table, std::int32_t count, const std::int32
     if (code != NO_ERROR) {
         return code;
     }
-    code = tableStorage_ensureMode(table->storage.get(), TABLE_FILE_WRITE);
+    code = tableStorage_ensureMode(table->storage.get(), OpenMode::write);
     if (code != NO_ERROR) {
         if (!tableStorage_isActive(table->storage.get())) {
             siX_useConfiguredTags(table);
@@ -146,4 +146,4 @@ ErrorCode si_drop(SessionInfoTable* table) noexcept {
     return si_write(table, table->fieldCount, tags.data(), zeros.data());
 }
 
-}  // namespace tabulo
+}  // namespace tabulo::internal

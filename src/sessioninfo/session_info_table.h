@@ -24,7 +24,7 @@
 #include "core/error_codes.h"
 #include "storage/table_storage.h"
 
-namespace tabulo {
+namespace tabulo::internal {
 
 struct SessionInfoTable {
     TableStoragePtr storage;
@@ -45,7 +45,7 @@ void si_destroy(SessionInfoTable* table) noexcept;
 // STREAM_NOT_ENOUGH_DATA_ERROR for a damaged or cut type record; CONFIG_MISMATCH_ERROR, with a WARNING, when the file
 // lacks a configured tag; FILE_READ_ERROR for a cut value area opened for reading. After a failure the table has its
 // configured tags.
-ErrorCode si_init(SessionInfoTable* table, std::int32_t mode) noexcept;
+ErrorCode si_init(SessionInfoTable* table, OpenMode mode) noexcept;
 // Closes the files and keeps the object. The codes of tableStorage_uninit.
 ErrorCode si_uninit(SessionInfoTable* table) noexcept;
 
@@ -66,4 +66,4 @@ ErrorCode si_write(SessionInfoTable* table, std::int32_t count, const std::int32
 // Sets every value to 0 and writes them; the files stay. The codes of si_write.
 ErrorCode si_drop(SessionInfoTable* table) noexcept;
 
-}  // namespace tabulo
+}  // namespace tabulo::internal

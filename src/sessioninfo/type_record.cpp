@@ -3,7 +3,7 @@
 #include <array>
 #include <cstring>
 
-namespace tabulo {
+namespace tabulo::internal {
 
 namespace {
 
@@ -25,14 +25,14 @@ ErrorCode siX_writeTypeRecord(std::int32_t fieldCount, const std::int32_t* tags,
 
 ErrorCode siX_readTypeRecord(SessionInfoTags* stored, KSVByteStream* stream) noexcept {
     std::int32_t nameLength = 0;
-    if (byteStream_get(stream, &nameLength) < 0) {
+    if (byteStream_get(stream, &nameLength).failed()) {
         return byteStream_error(stream);
     }
     if (nameLength != TYPE_NAME_LENGTH) {
         return TABLE_TYPE_ERROR;
     }
     std::array<char, TYPE_NAME_LENGTH> name{};
-    if (byteStream_getBytes(stream, name.data(), TYPE_NAME_LENGTH) < 0) {
+    if (byteStream_getBytes(stream, name.data(), TYPE_NAME_LENGTH).failed()) {
         return byteStream_error(stream);
     }
     if (std::memcmp(name.data(), TYPE_NAME, TYPE_NAME_LENGTH) != 0) {
@@ -40,7 +40,7 @@ ErrorCode siX_readTypeRecord(SessionInfoTags* stored, KSVByteStream* stream) noe
     }
     SessionInfoTags read;
     read.tags.fill(0);
-    if (byteStream_get(stream, &read.count) < 0) {
+    if (byteStream_get(stream, &read.count).failed()) {
         return byteStream_error(stream);
     }
     if (read.count < 1 || read.count > MAX_SESSION_INFO_TAGS) {
@@ -55,4 +55,4 @@ ErrorCode siX_readTypeRecord(SessionInfoTags* stored, KSVByteStream* stream) noe
     return byteStream_error(stream);
 }
 
-}  // namespace tabulo
+}  // namespace tabulo::internal

@@ -8,7 +8,7 @@
 #include "core/error_codes.h"
 #include "storage/table_config.h"
 
-namespace tabulo {
+namespace tabulo::internal {
 
 // Appends the record; the result is the stream's error (STREAM_EXTENSION_ERROR).
 ErrorCode siX_writeTypeRecord(std::int32_t fieldCount, const std::int32_t* tags, KSVByteStream* stream) noexcept;
@@ -17,4 +17,4 @@ ErrorCode siX_writeTypeRecord(std::int32_t fieldCount, const std::int32_t* tags,
 // TABLE_TYPE_ERROR for another type name; HEADER_CORRUPTED_ERROR for a field count outside 1..32.
 ErrorCode siX_readTypeRecord(SessionInfoTags* stored, KSVByteStream* stream) noexcept;
 
-}  // namespace tabulo
+}  // namespace tabulo::internal

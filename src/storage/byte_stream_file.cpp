@@ -1,6 +1,6 @@
 #include "storage/byte_stream_file.h"
 
-namespace tabulo {
+namespace tabulo::internal {
 
 namespace {
 
@@ -50,7 +50,7 @@ ErrorCode byteStream_readFromFileAt(KSVByteStream* stream, TableFile* file, std:
     if (n < 0) {
         return fail(stream, WRONG_PARAMETER_ERROR);
     }
-    if (byteStream_makeRoom(stream, n) != 0) {
+    if (byteStream_makeRoom(stream, n).failed()) {
         return byteStream_error(stream);
     }
     std::int64_t count = 0;
@@ -63,4 +63,4 @@ ErrorCode byteStream_readFromFileAt(KSVByteStream* stream, TableFile* file, std:
     return NO_ERROR;
 }
 
-}  // namespace tabulo
+}  // namespace tabulo::internal

@@ -7,7 +7,7 @@
 #include "core/error_codes.h"
 #include "storage/table_file.h"
 
-namespace tabulo {
+namespace tabulo::internal {
 
 // Writes the filled bytes at the file's virtual position. A stream that holds an error returns it and writes nothing;
 // otherwise the code of tableFileWrite. NULL_POINTER_ERROR for a null stream or file.
@@ -24,4 +24,4 @@ ErrorCode byteStream_readFromFile(KSVByteStream* stream, TableFile* file, std::i
 ErrorCode byteStream_readFromFileAt(KSVByteStream* stream, TableFile* file, std::int64_t offset,
                                     std::int32_t n) noexcept;
 
-}  // namespace tabulo
+}  // namespace tabulo::internal

@@ -1,6 +1,7 @@
 // The platform seam for files: everything that the file layer asks of the operating system.
 //
-// One source per platform fills the record. All operations return 0 or the system's error number; interrupted calls
+// One source per platform fills the record, with what POSIX gives to all of them (file_platform_posix.h). All operations
+// return 0 or the system's error number; interrupted calls
 // (EINTR) and short transfers are the caller's to repeat. Tests install a record of their own to make the n-th call
 // fail.
 #pragma once
@@ -8,7 +9,9 @@
 #include <cstddef>
 #include <cstdint>
 
-namespace tabulo {
+#include "core/system_error.h"
+
+namespace tabulo::internal {
 
 enum class FileAccess {
     read,          // existing file, read-only
@@ -19,22 +22,22 @@ enum class FileAccess {
 
 struct FilePlatform {
     // Opens a file; its descriptor does not outlive an exec. A directory is refused.
-    int (*open)(const char* path, FileAccess access, int* descriptor);
+    SystemError (*open)(const char* path, FileAccess access, int* descriptor);
     // Takes the exclusive lock of a writer without waiting; 0 also where the file system knows no locks.
-    int (*lock)(int descriptor);
-    int (*unlock)(int descriptor);
+    SystemError (*lock)(int descriptor);
+    SystemError (*unlock)(int descriptor);
     // Transfers up to `length` bytes at an absolute offset; 0 bytes read is the end of the file.
-    int (*readAt)(int descriptor, void* buffer, std::size_t length, std::int64_t offset, std::size_t* transferred);
-    int (*writeAt)(int descriptor, const void* buffer, std::size_t length, std::int64_t offset,
+    SystemError (*readAt)(int descriptor, void* buffer, std::size_t length, std::int64_t offset, std::size_t* transferred);
+    SystemError (*writeAt)(int descriptor, const void* buffer, std::size_t length, std::int64_t offset,
                    std::size_t* transferred);
     // Commits the file's data, and what is needed to find it, to the disk.
-    int (*sync)(int descriptor);
+    SystemError (*sync)(int descriptor);
     // Commits the directory entry of a path to the disk.
-    int (*syncDirectory)(const char* path);
-    int (*truncate)(int descriptor, std::int64_t length);
-    int (*size)(int descriptor, std::int64_t* size);
-    int (*close)(int descriptor);
-    int (*remove)(const char* path);
+    SystemError (*syncDirectory)(const char* path);
+    SystemError (*truncate)(int descriptor, std::int64_t length);
+    SystemError (*size)(int descriptor, std::int64_t* size);
+    SystemError (*close)(int descriptor);
+    SystemError (*remove)(const char* path);
     // Seconds since the epoch.
     std::int64_t (*now)();
     // True for a file that was last written before this machine was started: what had not been committed to the disk
@@ -50,21 +53,21 @@ const FilePlatform* filePlatform_install(const FilePlatform* platform) noexcept;
 const FilePlatform& filePlatform_system() noexcept;
 
 // The system's text for an error number.
-const char* filePlatform_errorText(int error) noexcept;
+const char* filePlatform_errorText(SystemError error) noexcept;
 // True for the error number of an interrupted call.
-bool filePlatform_isInterrupted(int error) noexcept;
+bool filePlatform_isInterrupted(SystemError error) noexcept;
 // Makes a call, which returns an error number, again for as long as it is interrupted.
 template <typename Call>
-int filePlatform_repeat(Call call) {
-    int error = call();
+SystemError filePlatform_repeat(Call call) {
+    SystemError error = call();
     while (filePlatform_isInterrupted(error)) {
         error = call();
     }
     return error;
 }
 // True for the error number of a file that does not exist.
-bool filePlatform_isMissing(int error) noexcept;
+bool filePlatform_isMissing(SystemError error) noexcept;
 // True for the error number of a file that exists already.
-bool filePlatform_isExisting(int error) noexcept;
+bool filePlatform_isExisting(SystemError error) noexcept;
 
-}  // namespace tabulo
+}  // namespace tabulo::internal

@@ -4,19 +4,19 @@
 #include <cstring>
 #include <system_error>
 
-namespace tabulo {
+namespace tabulo::internal {
 
 namespace {
 
-int readFully(int descriptor, std::int64_t offset, void* destination, std::size_t length, std::size_t* count) {
+SystemError readFully(int descriptor, std::int64_t offset, void* destination, std::size_t length, std::size_t* count) {
     *count = 0;
     while (*count < length) {
         std::size_t transferred = 0;
-        const int error = filePlatform_repeat([&] {
+        const SystemError error = filePlatform_repeat([&] {
             return filePlatform().readAt(descriptor, static_cast<std::uint8_t*>(destination) + *count, length - *count,
                                          offset + static_cast<std::int64_t>(*count), &transferred);
         });
-        if (error != 0) {
+        if (error.failed()) {
             return error;
         }
         if (transferred == 0) {
@@ -27,15 +27,15 @@ int readFully(int descriptor, std::int64_t offset, void* destination, std::size_
     return 0;
 }
 
-int writeFully(int descriptor, std::int64_t offset, const void* source, std::size_t length, std::size_t* count) {
+SystemError writeFully(int descriptor, std::int64_t offset, const void* source, std::size_t length, std::size_t* count) {
     *count = 0;
     while (*count < length) {
         std::size_t transferred = 0;
-        const int error = filePlatform_repeat([&] {
+        const SystemError error = filePlatform_repeat([&] {
             return filePlatform().writeAt(descriptor, static_cast<const std::uint8_t*>(source) + *count,
                                           length - *count, offset + static_cast<std::int64_t>(*count), &transferred);
         });
-        if (error != 0) {
+        if (error.failed()) {
             return error;
         }
         if (transferred == 0) {
@@ -61,51 +61,51 @@ void start(FileStream* stream, int descriptor) {
 
 }  // namespace
 
-int fileStream_open(FileStream* stream, const char* path, FileAccess access, bool empty) noexcept {
+SystemError fileStream_open(FileStream* stream, const char* path, FileAccess access, bool empty) noexcept {
     int descriptor = -1;
-    int error = filePlatform_repeat([&] { return filePlatform().open(path, access, &descriptor); });
-    if (error != 0) {
+    SystemError error = filePlatform_repeat([&] { return filePlatform().open(path, access, &descriptor); });
+    if (error.failed()) {
         return error;
     }
     if (access != FileAccess::read) {
         error = filePlatform_repeat([&] { return filePlatform().lock(descriptor); });
     }
-    if (error == 0 && empty) {
+    if (!error.failed() && empty) {
         error = filePlatform_repeat([&] { return filePlatform().truncate(descriptor, 0); });
     }
-    if (error != 0) {
+    if (error.failed()) {
         // Also a new file stays where it is: without the lock it may be another writer's by now.
-        filePlatform().close(descriptor);
+        (void)filePlatform().close(descriptor);  // the failure before it is what counts
         return error;
     }
     start(stream, descriptor);
     return 0;
 }
 
-int fileStream_create(FileStream* stream, const char* path) noexcept {
+SystemError fileStream_create(FileStream* stream, const char* path) noexcept {
     int descriptor = -1;
-    const int error =
+    const SystemError error =
         filePlatform_repeat([&] { return filePlatform().open(path, FileAccess::createNew, &descriptor); });
-    if (error == 0) {
+    if (!error.failed()) {
         start(stream, descriptor);
     }
     return error;
 }
 
-int fileStream_close(FileStream* stream) noexcept {
-    int error = fileStream_flush(stream);
+SystemError fileStream_close(FileStream* stream) noexcept {
+    SystemError error = fileStream_flush(stream);
     // A child that was forked meanwhile shares the lock: closing alone would leave it in the child's hands.
-    filePlatform_repeat([&] { return filePlatform().unlock(stream->descriptor); });
-    const int closeError = filePlatform().close(stream->descriptor);
+    (void)filePlatform_repeat([&] { return filePlatform().unlock(stream->descriptor); });  // closing ends it anyway
+    const SystemError closeError = filePlatform().close(stream->descriptor);
     stream->descriptor = -1;
-    return error != 0 ? error : closeError;
+    return error.failed() ? error : closeError;
 }
 
-int fileStream_read(FileStream* stream, void* destination, std::size_t length, std::size_t* count) noexcept {
+SystemError fileStream_read(FileStream* stream, void* destination, std::size_t length, std::size_t* count) noexcept {
     *count = 0;
-    int error = fileStream_flush(stream);
+    SystemError error = fileStream_flush(stream);
     auto* out = static_cast<std::uint8_t*>(destination);
-    while (error == 0 && *count < length) {
+    while (!error.failed() && *count < length) {
         const std::int64_t ahead = stream->bufferStart + static_cast<std::int64_t>(stream->bufferLength);
         if (stream->bufferLength > 0 && stream->position >= stream->bufferStart && stream->position < ahead) {
             const std::size_t part = std::min(length - *count, static_cast<std::size_t>(ahead - stream->position));
@@ -128,16 +128,16 @@ int fileStream_read(FileStream* stream, void* destination, std::size_t length, s
             *count += transferred;
             break;
         }
-        if (error == 0 && transferred == 0) {
+        if (!error.failed() && transferred == 0) {
             break;
         }
         stream->bufferStart = stream->position;
-        stream->bufferLength = error == 0 ? transferred : 0;
+        stream->bufferLength = !error.failed() ? transferred : 0;
     }
     return error;
 }
 
-int fileStream_flush(FileStream* stream) noexcept {
+SystemError fileStream_flush(FileStream* stream) noexcept {
     if (!stream->gathering) {
         return 0;
     }
@@ -145,24 +145,24 @@ int fileStream_flush(FileStream* stream) noexcept {
     const std::size_t length = stream->bufferLength;
     stream->bufferLength = 0;
     std::size_t written = 0;
-    const int error = writeFully(stream->descriptor, stream->bufferStart, stream->buffer.data(), length, &written);
-    if (error != 0) {
+    const SystemError error = writeFully(stream->descriptor, stream->bufferStart, stream->buffer.data(), length, &written);
+    if (error.failed()) {
         stream->position = stream->bufferStart + static_cast<std::int64_t>(written);
     }
     return error;
 }
 
-int fileStream_write(FileStream* stream, const void* source, std::size_t length) noexcept {
+SystemError fileStream_write(FileStream* stream, const void* source, std::size_t length) noexcept {
     dropReadAhead(stream);
     if (stream->bufferLength + length > FILE_STREAM_BUFFER) {
-        const int error = fileStream_flush(stream);
-        if (error != 0) {
+        const SystemError error = fileStream_flush(stream);
+        if (error.failed()) {
             return error;
         }
     }
     if (length > FILE_STREAM_BUFFER) {
         std::size_t written = 0;
-        const int error = writeFully(stream->descriptor, stream->position, source, length, &written);
+        const SystemError error = writeFully(stream->descriptor, stream->position, source, length, &written);
         stream->position += static_cast<std::int64_t>(written);
         return error;
     }
@@ -180,9 +180,9 @@ int fileStream_write(FileStream* stream, const void* source, std::size_t length)
     return 0;
 }
 
-int fileStream_seek(FileStream* stream, std::int64_t position) noexcept {
-    const int error = fileStream_flush(stream);
-    if (error != 0) {
+SystemError fileStream_seek(FileStream* stream, std::int64_t position) noexcept {
+    const SystemError error = fileStream_flush(stream);
+    if (error.failed()) {
         return error;
     }
     dropReadAhead(stream);
@@ -190,33 +190,33 @@ int fileStream_seek(FileStream* stream, std::int64_t position) noexcept {
     return 0;
 }
 
-int fileStream_readAt(FileStream* stream, std::int64_t offset, void* destination, std::size_t length,
+SystemError fileStream_readAt(FileStream* stream, std::int64_t offset, void* destination, std::size_t length,
                       std::size_t* count) noexcept {
     *count = 0;
-    const int error = fileStream_flush(stream);
-    return error != 0 ? error : readFully(stream->descriptor, offset, destination, length, count);
+    const SystemError error = fileStream_flush(stream);
+    return error.failed() ? error : readFully(stream->descriptor, offset, destination, length, count);
 }
 
-int fileStream_readOnceAt(FileStream* stream, std::int64_t offset, void* destination, std::size_t length,
+SystemError fileStream_readOnceAt(FileStream* stream, std::int64_t offset, void* destination, std::size_t length,
                           std::size_t* count) noexcept {
     *count = 0;
-    const int error = fileStream_flush(stream);
-    return error != 0 ? error : filePlatform_repeat([&] {
+    const SystemError error = fileStream_flush(stream);
+    return error.failed() ? error : filePlatform_repeat([&] {
         return filePlatform().readAt(stream->descriptor, destination, length, offset, count);
     });
 }
 
-int fileStream_size(FileStream* stream, std::int64_t* size) noexcept {
-    const int error = fileStream_flush(stream);
-    return error != 0 ? error : filePlatform_repeat([&] { return filePlatform().size(stream->descriptor, size); });
+SystemError fileStream_size(FileStream* stream, std::int64_t* size) noexcept {
+    const SystemError error = fileStream_flush(stream);
+    return error.failed() ? error : filePlatform_repeat([&] { return filePlatform().size(stream->descriptor, size); });
 }
 
-int fileStream_truncate(FileStream* stream, std::int64_t length) noexcept {
+SystemError fileStream_truncate(FileStream* stream, std::int64_t length) noexcept {
     dropReadAhead(stream);
     return filePlatform_repeat([&] { return filePlatform().truncate(stream->descriptor, length); });
 }
 
-int fileStream_sync(FileStream* stream) noexcept {
+SystemError fileStream_sync(FileStream* stream) noexcept {
     return filePlatform_repeat([&] { return filePlatform().sync(stream->descriptor); });
 }
 
@@ -224,4 +224,4 @@ bool fileStream_writtenBeforeStart(const FileStream* stream) noexcept {
     return filePlatform().writtenBeforeStart(stream->descriptor);
 }
 
-}  // namespace tabulo
+}  // namespace tabulo::internal

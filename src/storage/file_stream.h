@@ -12,9 +12,10 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "core/system_error.h"
 #include "storage/file_platform.h"
 
-namespace tabulo {
+namespace tabulo::internal {
 
 inline constexpr std::size_t FILE_STREAM_BUFFER = 4096;
 
@@ -29,34 +30,34 @@ struct FileStream {
 
 // Opens a file at position 0. For writing it takes the writer's lock, and only then, with `empty`, cuts the file. A new
 // file (createNew) that cannot be locked stays, empty.
-int fileStream_open(FileStream* stream, const char* path, FileAccess access, bool empty) noexcept;
+SystemError fileStream_open(FileStream* stream, const char* path, FileAccess access, bool empty) noexcept;
 // Makes a file that is not there yet (filePlatform_isExisting), without the lock: for a name that nobody else uses.
-int fileStream_create(FileStream* stream, const char* path) noexcept;
+SystemError fileStream_create(FileStream* stream, const char* path) noexcept;
 // Writes out what is gathered, unlocks and closes. The stream is closed afterwards whatever the result.
-int fileStream_close(FileStream* stream) noexcept;
+SystemError fileStream_close(FileStream* stream) noexcept;
 // Reads up to `length` bytes; fewer only at the end of the file, or with an error.
-int fileStream_read(FileStream* stream, void* destination, std::size_t length, std::size_t* count) noexcept;
+SystemError fileStream_read(FileStream* stream, void* destination, std::size_t length, std::size_t* count) noexcept;
 // Writes `length` bytes. On failure the position is behind the last byte that reached the file, and gathered bytes are
 // discarded.
-int fileStream_write(FileStream* stream, const void* source, std::size_t length) noexcept;
+SystemError fileStream_write(FileStream* stream, const void* source, std::size_t length) noexcept;
 // Hands gathered bytes to the system; failures as in fileStream_write.
-int fileStream_flush(FileStream* stream) noexcept;
+SystemError fileStream_flush(FileStream* stream) noexcept;
 // Moves to an absolute position.
-int fileStream_seek(FileStream* stream, std::int64_t position) noexcept;
+SystemError fileStream_seek(FileStream* stream, std::int64_t position) noexcept;
 // Reads at an absolute offset past the buffer and the position; gathered bytes are written out first.
-int fileStream_readAt(FileStream* stream, std::int64_t offset, void* destination, std::size_t length,
+SystemError fileStream_readAt(FileStream* stream, std::int64_t offset, void* destination, std::size_t length,
                       std::size_t* count) noexcept;
 // The same with one call to the system, which may give fewer bytes although more are there: all of them are of one
 // moment.
-int fileStream_readOnceAt(FileStream* stream, std::int64_t offset, void* destination, std::size_t length,
+SystemError fileStream_readOnceAt(FileStream* stream, std::int64_t offset, void* destination, std::size_t length,
                           std::size_t* count) noexcept;
 // The file's length as the system knows it; gathered bytes are written out first.
-int fileStream_size(FileStream* stream, std::int64_t* size) noexcept;
+SystemError fileStream_size(FileStream* stream, std::int64_t* size) noexcept;
 // Cuts or extends the file; the position stays.
-int fileStream_truncate(FileStream* stream, std::int64_t length) noexcept;
+SystemError fileStream_truncate(FileStream* stream, std::int64_t length) noexcept;
 // Commits the file to the disk.
-int fileStream_sync(FileStream* stream) noexcept;
+SystemError fileStream_sync(FileStream* stream) noexcept;
 // FilePlatform::writtenBeforeStart of the file.
 bool fileStream_writtenBeforeStart(const FileStream* stream) noexcept;
 
-}  // namespace tabulo
+}  // namespace tabulo::internal

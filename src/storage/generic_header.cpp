@@ -5,7 +5,7 @@
 
 #include "core/log.h"
 
-namespace tabulo {
+namespace tabulo::internal {
 
 namespace {
 
@@ -74,4 +74,4 @@ ErrorCode tsgh_verify(const TableGenericHeader* header) noexcept {
     return NO_ERROR;
 }
 
-}  // namespace tabulo
+}  // namespace tabulo::internal

@@ -14,7 +14,7 @@
 #include "core/byte_stream.h"
 #include "core/error_codes.h"
 
-namespace tabulo {
+namespace tabulo::internal {
 
 inline constexpr std::int32_t GENERIC_HEADER_SIZE = 19;
 inline constexpr std::int32_t MIN_HEADER_SIZE = 36;
@@ -39,4 +39,4 @@ std::int32_t tsgh_storedHeaderSize(const KSVByteStream* stream) noexcept;
 // SIGNATURE_ERROR, BYTE_ORDER_ERROR, VERSION_ERROR (with a WARNING) or HEADER_CORRUPTED_ERROR, in this order.
 ErrorCode tsgh_verify(const TableGenericHeader* header) noexcept;
 
-}  // namespace tabulo
+}  // namespace tabulo::internal

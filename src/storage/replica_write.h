@@ -5,7 +5,7 @@
 #include "core/log.h"
 #include "storage/table_storage.h"
 
-namespace tabulo {
+namespace tabulo::internal {
 
 // How the WARNING of a dropped file numbers it.
 enum class ReplicaNumber {
@@ -31,10 +31,10 @@ ErrorCode replicas_write(TableStorage* storage, const char* function, ReplicaNum
         }
         const std::int32_t number =
             numbering == ReplicaNumber::fileIndex ? tableStorage_fileIndex(storage, &iterator) : iterator.position - 1;
-        tableStorage_closeFile(storage, &iterator);
+        (void)tableStorage_closeFile(storage, &iterator);  // it failed already; the list forgets it in any case
         log_warning(function, "Replica %d closed due to file write error: %s\n", number, getErrorMessage(code));
     }
     return result;
 }
 
-}  // namespace tabulo
+}  // namespace tabulo::internal

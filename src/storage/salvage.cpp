@@ -6,7 +6,7 @@
 #include <new>
 #include <vector>
 
-namespace tabulo {
+namespace tabulo::internal {
 
 namespace {
 
@@ -16,8 +16,8 @@ constexpr std::int64_t COPY_PIECE = 1024 * 1024;
 ErrorCode openCopy(const std::string& base, FileStream* copy, std::string* path) {
     *path = base;
     for (std::int32_t number = 1;; ++number) {
-        const int error = fileStream_create(copy, path->c_str());
-        if (error == 0) {
+        const SystemError error = fileStream_create(copy, path->c_str());
+        if (!error.failed()) {
             return NO_ERROR;
         }
         if (!filePlatform_isExisting(error) || number == std::numeric_limits<std::int32_t>::max()) {
@@ -37,12 +37,12 @@ ErrorCode copyBytes(TableFile* file, std::int64_t offset, std::int64_t length, s
         if (code != NO_ERROR || count != wanted) {
             return code != NO_ERROR ? code : FILE_READ_ERROR;
         }
-        if (fileStream_write(copy, piece.data(), static_cast<std::size_t>(wanted)) != 0) {
+        if (fileStream_write(copy, piece.data(), static_cast<std::size_t>(wanted)).failed()) {
             return FILE_WRITE_ERROR;
         }
         copied += wanted;
     }
-    return fileStream_flush(copy) == 0 && fileStream_sync(copy) == 0 ? NO_ERROR : FILE_WRITE_ERROR;
+    return fileStream_flush(copy).failed() || fileStream_sync(copy).failed() ? FILE_WRITE_ERROR : NO_ERROR;
 }
 
 }  // namespace
@@ -57,13 +57,15 @@ ErrorCode salvage_save(TableFile* file, std::int64_t offset, std::int64_t length
             return code;
         }
         code = copyBytes(file, offset, length, piece, copy.get());
-        if (fileStream_close(copy.get()) != 0 && code == NO_ERROR) {
+        if (fileStream_close(copy.get()).failed() && code == NO_ERROR) {
             code = FILE_WRITE_ERROR;
         }
         if (code != NO_ERROR) {
-            filePlatform_repeat([&] { return filePlatform().remove(savedPath->c_str()); });
+            // A rest that cannot be removed is told by the code all the same.
+            (void)filePlatform_repeat([&] { return filePlatform().remove(savedPath->c_str()); });
         } else {
-            filePlatform_repeat([&] { return filePlatform().syncDirectory(savedPath->c_str()); });
+            // The copy is on the disk; its name follows when the system likes.
+            (void)filePlatform_repeat([&] { return filePlatform().syncDirectory(savedPath->c_str()); });
         }
         return code;
     } catch (const std::bad_alloc&) {
@@ -71,4 +73,4 @@ ErrorCode salvage_save(TableFile* file, std::int64_t offset, std::int64_t length
     }
 }
 
-}  // namespace tabulo
+}  // namespace tabulo::internal

@@ -5,7 +5,7 @@
 
 #include "core/log.h"
 
-namespace tabulo {
+namespace tabulo::internal {
 
 namespace {
 
@@ -185,4 +185,4 @@ void tableConfig_print(const KSVTboTableConfig* config) noexcept {
     log_write("] }");
 }
 
-}  // namespace tabulo
+}  // namespace tabulo::internal

@@ -12,8 +12,9 @@
 #include <vector>
 
 #include "core/error_codes.h"
+#include "core/handle.h"
 
-namespace tabulo {
+namespace tabulo::internal {
 
 inline constexpr std::int32_t BUILT_IN_STRING_FIELDS = 4;
 inline constexpr std::int32_t LEADING_BUILT_IN_STRING_FIELDS = 2;  // stand before the configured fields
@@ -54,10 +55,7 @@ KSVTboTableConfig* tableConfig_create(const char* tableName, std::int32_t pathCo
 // Frees the configuration; null is accepted.
 void tableConfig_destroy(KSVTboTableConfig* config) noexcept;
 
-struct TableConfigDeleter {
-    void operator()(KSVTboTableConfig* config) const noexcept { tableConfig_destroy(config); }
-};
-using TableConfigPtr = std::unique_ptr<KSVTboTableConfig, TableConfigDeleter>;
+using TableConfigPtr = Handle<KSVTboTableConfig, tableConfig_destroy>;
 
 // Builds slot `index`'s path from a database root; a null root empties the slot. A root of more than one character that
 // ends with "/" or "\" is followed by the table name directly, any other root by a backslash first, on every system:
@@ -88,4 +86,4 @@ std::int32_t tableConfig_getFileCount(const KSVTboTableConfig* config) noexcept;
 // Writes the configuration to the log file, without a line end.
 void tableConfig_print(const KSVTboTableConfig* config) noexcept;
 
-}  // namespace tabulo
+}  // namespace tabulo::internal

@@ -7,29 +7,30 @@
 #include <memory>
 #include <new>
 
+#include "core/compiler.h"
 #include "core/log.h"
 #include "storage/table_file_internal.h"
 
-namespace tabulo {
+namespace tabulo::internal {
 
 namespace {
 
 constexpr std::array<const char*, 3> streamModes = {"rb", "r+b", "w+b"};
 
 // Opens the stream in one mode without falling back to another.
-int stream_open(FileStream* stream, const char* path, std::int32_t mode, bool onlyNew) {
+SystemError stream_open(FileStream* stream, const char* path, OpenMode mode, bool onlyNew) {
     switch (mode) {
-        case TABLE_FILE_READ:
+        case OpenMode::read:
             return fileStream_open(stream, path, FileAccess::read, false);
-        case TABLE_FILE_WRITE:
+        case OpenMode::write:
             return fileStream_open(stream, path, FileAccess::readWrite, false);
         default:
             return fileStream_open(stream, path, onlyNew ? FileAccess::createNew : FileAccess::createOrOpen, !onlyNew);
     }
 }
 
-void logOpening(const char* path, std::int32_t mode) {
-    log_debug("FileOpen", "opening file '%s' in mode %d (%s)\n", path, mode,
+void logOpening(const char* path, OpenMode mode) {
+    log_debug("FileOpen", "opening file '%s' in mode %d (%s)\n", path, openMode_number(mode),
               streamModes[static_cast<std::size_t>(mode)]);
 }
 
@@ -39,9 +40,9 @@ ErrorCode discardToVirtualPosition(TableFile* file) {
     const std::int64_t target = file->physicalPos + file->pendingOffset;
     std::size_t count = 0;
     const auto wanted = static_cast<std::size_t>(file->pendingOffset);
-    const int error = fileStream_read(&file->stream, scratch.data(), wanted, &count);
-    if (error != 0 || count != wanted) {
-        log_debug("FileRead", "fread in seek failed with code %d. Returning FILE_SEEK_ERROR\n", error);
+    const SystemError error = fileStream_read(&file->stream, scratch.data(), wanted, &count);
+    if (error.failed() || count != wanted) {
+        log_debug("FileRead", "fread in seek failed with code %d. Returning FILE_SEEK_ERROR\n", error.number);
         file->physicalPos = file->stream.position;
         file->pendingOffset = target - file->physicalPos;
         return FILE_SEEK_ERROR;
@@ -52,7 +53,7 @@ ErrorCode discardToVirtualPosition(TableFile* file) {
 }
 
 ErrorCode readAt(TableFile* file, std::int64_t offset, void* buffer, std::int64_t length, std::int64_t* bytesRead,
-                 int (*read)(FileStream*, std::int64_t, void*, std::size_t, std::size_t*)) {
+                 SystemError (*read)(FileStream*, std::int64_t, void*, std::size_t, std::size_t*)) {
     *bytesRead = 0;
     const ErrorCode checked = tableFile_check(file);
     if (checked != NO_ERROR) {
@@ -62,9 +63,9 @@ ErrorCode readAt(TableFile* file, std::int64_t offset, void* buffer, std::int64_
         return WRONG_PARAMETER_ERROR;
     }
     std::size_t count = 0;
-    const int error = read(&file->stream, offset, buffer, static_cast<std::size_t>(length), &count);
+    const SystemError error = read(&file->stream, offset, buffer, static_cast<std::size_t>(length), &count);
     *bytesRead = static_cast<std::int64_t>(count);
-    return error == 0 ? NO_ERROR : FILE_READ_ERROR;
+    return !error.failed() ? NO_ERROR : FILE_READ_ERROR;
 }
 
 bool withinCachedSize(const TableFile* file, std::int64_t length) {
@@ -84,18 +85,18 @@ void tableFile_resetPosition(TableFile* file) noexcept {
     const std::int64_t virtualPos = file->physicalPos + file->pendingOffset;
     file->physicalPos = file->stream.position;
     file->pendingOffset = virtualPos - file->physicalPos;
-    tableFileRefreshSize(file, nullptr);
+    (void)tableFileRefreshSize(file, nullptr);  // without an answer the cached size stays
 }
 
-ErrorCode tableFileOpen(TableFile** file, const char* path, std::int32_t mode, bool* created) noexcept {
+ErrorCode tableFileOpen(TableFile** file, const char* path, OpenMode mode, bool* created) noexcept {
     if (file == nullptr) {
         return NULL_POINTER_ERROR;
     }
     *file = nullptr;
     if (created != nullptr) {
-        *created = mode == TABLE_FILE_CREATE;
+        *created = mode == OpenMode::create;
     }
-    if (path == nullptr || mode < TABLE_FILE_READ || mode > TABLE_FILE_CREATE) {
+    if (path == nullptr || !openMode_isKnown(mode)) {
         return WRONG_PARAMETER_ERROR;
     }
     std::unique_ptr<TableFile> opened;
@@ -107,26 +108,26 @@ ErrorCode tableFileOpen(TableFile** file, const char* path, std::int32_t mode, b
     }
     opened->mode = mode;
     logOpening(path, mode);
-    int error = stream_open(&opened->stream, path, mode, false);
-    if (mode == TABLE_FILE_WRITE && filePlatform_isMissing(error)) {
-        opened->mode = TABLE_FILE_CREATE;
+    SystemError error = stream_open(&opened->stream, path, mode, false);
+    if (mode == OpenMode::write && filePlatform_isMissing(error)) {
+        opened->mode = OpenMode::create;
         logOpening(path, opened->mode);
         error = stream_open(&opened->stream, path, opened->mode, true);
     }
-    if (error == 0) {
+    if (!error.failed()) {
         error = fileStream_size(&opened->stream, &opened->size);
-        if (error != 0) {
-            fileStream_close(&opened->stream);
+        if (error.failed()) {
+            (void)fileStream_close(&opened->stream);  // the size is what could not be had
         }
     }
-    if (error != 0) {
+    if (error.failed()) {
         log_warning("tableFileOpen", "fopen() failed: %s\n", filePlatform_errorText(error));
         return FILE_OPEN_ERROR;
     }
     // Also of an existing file: whoever made it may not have committed its name.
-    opened->directorySyncPending = opened->mode != TABLE_FILE_READ;
+    opened->directorySyncPending = opened->mode != OpenMode::read;
     if (created != nullptr) {
-        *created = opened->mode == TABLE_FILE_CREATE;
+        *created = opened->mode == OpenMode::create;
     }
     log_debug("FileOpen", "returning OK (fd=%d)\n", opened->stream.descriptor);
     *file = opened.release();
@@ -140,8 +141,8 @@ ErrorCode tableFileClose(TableFile* file) noexcept {
     log_debug("tableFileClose", "closing file (fd=%d)\n", file->stream.descriptor);
     if (file->stream.descriptor >= 0) {
         tableFile_syncBeforeClose(file);
-        const int error = fileStream_close(&file->stream);
-        if (error != 0) {
+        const SystemError error = fileStream_close(&file->stream);
+        if (error.failed()) {
             log_debug("tableFileClose", "fclose() failed: %s.\n", filePlatform_errorText(error));
             return SYSTEM_FILE_ERROR;
         }
@@ -160,24 +161,24 @@ ErrorCode tableFileRealSeek(TableFile* file, std::int64_t offset, std::int32_t w
     if (whence == SEEK_FROM_CURRENT) {
         base = file->stream.position;
     } else if (whence == SEEK_FROM_END) {
-        if (fileStream_size(&file->stream, &base) != 0) {
+        if (fileStream_size(&file->stream, &base).failed()) {
             return FILE_SEEK_ERROR;
         }
     } else if (whence != SEEK_FROM_START) {
         return WRONG_PARAMETER_ERROR;
     }
     std::int64_t target = 0;
-    if (__builtin_add_overflow(base, offset, &target) || target < 0) {
+    if (addOverflows(base, offset, &target) || target < 0) {
         return FILE_SEEK_ERROR;
     }
-    return fileStream_seek(&file->stream, target) == 0 ? NO_ERROR : FILE_SEEK_ERROR;
+    return fileStream_seek(&file->stream, target).failed() ? FILE_SEEK_ERROR : NO_ERROR;
 }
 
 ErrorCode tableFileSeekSync(TableFile* file, bool force) noexcept {
     if (file->pendingOffset == 0 && !force) {
         return NO_ERROR;
     }
-    if (file->mode == TABLE_FILE_READ && file->pendingOffset > 0 &&
+    if (file->mode == OpenMode::read && file->pendingOffset > 0 &&
         file->pendingOffset < static_cast<std::int64_t>(FILE_STREAM_BUFFER)) {
         return discardToVirtualPosition(file);
     }
@@ -211,12 +212,12 @@ ErrorCode tableFileRead(TableFile* file, void* buffer, std::int64_t length, std:
     }
     file->lastOperation = TableFileOperation::read;
     std::size_t count = 0;
-    const int error = fileStream_read(&file->stream, buffer, static_cast<std::size_t>(length), &count);
+    const SystemError error = fileStream_read(&file->stream, buffer, static_cast<std::size_t>(length), &count);
     file->physicalPos += static_cast<std::int64_t>(count);
     if (bytesRead != nullptr) {
         *bytesRead = static_cast<std::int64_t>(count);
     }
-    return error == 0 ? NO_ERROR : FILE_READ_ERROR;
+    return !error.failed() ? NO_ERROR : FILE_READ_ERROR;
 }
 
 ErrorCode tableFileReadExact(TableFile* file, void* buffer, std::int64_t length) noexcept {
@@ -289,7 +290,7 @@ ErrorCode tableFileWrite(TableFile* file, const void* buffer, std::int64_t lengt
     if (code != NO_ERROR) {
         return code;
     }
-    if (file->mode == TABLE_FILE_READ) {
+    if (file->mode == OpenMode::read) {
         return READ_ONLY_ERROR;
     }
     if (length < 0) {
@@ -301,7 +302,7 @@ ErrorCode tableFileWrite(TableFile* file, const void* buffer, std::int64_t lengt
         return code;
     }
     file->lastOperation = TableFileOperation::write;
-    if (fileStream_write(&file->stream, buffer, static_cast<std::size_t>(length)) != 0) {
+    if (fileStream_write(&file->stream, buffer, static_cast<std::size_t>(length)).failed()) {
         file->physicalPos = file->stream.position;
         return FILE_WRITE_ERROR;
     }
@@ -315,7 +316,7 @@ ErrorCode tableFileGetSize(TableFile* file, std::int64_t* size) noexcept {
     if (checked != NO_ERROR) {
         return checked;
     }
-    if (file->mode == TABLE_FILE_READ) {
+    if (file->mode == OpenMode::read) {
         return tableFileRefreshSize(file, size);
     }
     *size = file->size;
@@ -328,7 +329,7 @@ ErrorCode tableFileRefreshSize(TableFile* file, std::int64_t* size) noexcept {
         return checked;
     }
     std::int64_t current = 0;
-    if (fileStream_size(&file->stream, &current) != 0) {
+    if (fileStream_size(&file->stream, &current).failed()) {
         return SYSTEM_FILE_ERROR;
     }
     file->size = current;
@@ -342,13 +343,13 @@ std::int64_t tableFileCachedSize(const TableFile* file) noexcept {
     return file == nullptr ? 0 : file->size;
 }
 
-std::int32_t tableFileGetMode(const TableFile* file) noexcept {
-    return file == nullptr ? -1 : file->mode;
+OpenMode tableFileGetMode(const TableFile* file) noexcept {
+    return file == nullptr ? OpenMode::read : file->mode;
 }
 
 ErrorCode tableFileFollowEnd(TableFile* file) noexcept {
     const ErrorCode checked = tableFile_check(file);
-    if (checked != NO_ERROR || file->mode != TABLE_FILE_READ) {
+    if (checked != NO_ERROR || file->mode != OpenMode::read) {
         return checked;
     }
     const std::int64_t before = file->physicalPos;
@@ -371,4 +372,4 @@ std::int64_t tableFileSetRangeStart(TableFile* file, std::int64_t start) noexcep
     return previous;
 }
 
-}  // namespace tabulo
+}  // namespace tabulo::internal

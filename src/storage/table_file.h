@@ -14,12 +14,9 @@
 
 #include "core/error_codes.h"
 #include "storage/file_stream.h"
+#include "storage/open_mode.h"
 
-namespace tabulo {
-
-inline constexpr std::int32_t TABLE_FILE_READ = 0;    // existing file, read-only, no lock
-inline constexpr std::int32_t TABLE_FILE_WRITE = 1;   // existing file for reading and writing, created when missing
-inline constexpr std::int32_t TABLE_FILE_CREATE = 2;  // created, or emptied, for reading and writing
+namespace tabulo::internal {
 
 inline constexpr std::int32_t SEEK_FROM_START = 0;
 inline constexpr std::int32_t SEEK_FROM_CURRENT = 1;
@@ -29,7 +26,7 @@ enum class TableFileOperation : std::int32_t { none = 0, write = 1, read = 2, tr
 
 struct TableFile {
     FileStream stream;
-    std::int32_t mode = 0;           // as opened; a created file has TABLE_FILE_CREATE
+    OpenMode mode = OpenMode::read;  // as opened; a created file has OpenMode::create
     std::int64_t rangeStart = 0;     // lowest allowed virtual position
     std::int64_t size = 0;           // cached file length
     std::int64_t physicalPos = 0;    // position of the stream as last set by this record
@@ -45,7 +42,7 @@ struct TableFile {
 // caller owns the record until a tableFileClose succeeds. WRONG_PARAMETER_ERROR: null path or unknown mode.
 // OUT_OF_MEMORY_ERROR. FILE_OPEN_ERROR, with a WARNING: the system refuses, the path is a directory, or another process
 // writes the file. A file is created only where none exists (mode 1) and cut only under the lock (mode 2).
-ErrorCode tableFileOpen(TableFile** file, const char* path, std::int32_t mode, bool* created) noexcept;
+ErrorCode tableFileOpen(TableFile** file, const char* path, OpenMode mode, bool* created) noexcept;
 // Commits what the sync policy still owes, unlocks, closes and frees the record. SYSTEM_FILE_ERROR when the system
 // could not close or write out gathered bytes: the record stays, its stream is gone, and a second close frees it.
 ErrorCode tableFileClose(TableFile* file) noexcept;
@@ -98,9 +95,9 @@ ErrorCode tableFileTruncate(TableFile* file, std::int64_t newSize) noexcept;
 ErrorCode tableFileGetSize(TableFile* file, std::int64_t* size) noexcept;
 // Asks the system and caches the answer. SYSTEM_FILE_ERROR when it has none. `size` may be null.
 ErrorCode tableFileRefreshSize(TableFile* file, std::int64_t* size) noexcept;
-// The cached size, 0 for a null file; the mode, -1 for a null file.
+// The cached size, 0 for a null file; the mode, that of reading for a null file.
 std::int64_t tableFileCachedSize(const TableFile* file) noexcept;
-std::int32_t tableFileGetMode(const TableFile* file) noexcept;
+OpenMode tableFileGetMode(const TableFile* file) noexcept;
 // Read-only files: drops what the stream has read ahead, keeps the virtual position. The next read sees bytes that
 // another process has written since. FILE_SEEK_ERROR. Writable files: no effect.
 ErrorCode tableFileFollowEnd(TableFile* file) noexcept;
@@ -115,4 +112,4 @@ std::int64_t tableFileSetRangeStart(TableFile* file, std::int64_t start) noexcep
 // tables are used.
 void tableFileSetSyncPolicy(bool doSyncToDisk, std::int32_t syncIntervalSeconds, std::int32_t syncFlushCount) noexcept;
 
-}  // namespace tabulo
+}  // namespace tabulo::internal

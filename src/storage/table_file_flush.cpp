@@ -6,7 +6,7 @@
 #include "storage/table_file.h"
 #include "storage/table_file_internal.h"
 
-namespace tabulo {
+namespace tabulo::internal {
 
 namespace {
 
@@ -39,15 +39,15 @@ ErrorCode sys_ftruncate(FileStream* stream, std::int64_t length) noexcept {
         log_debug("sys_ftruncate", "getUnderlyingDescriptor() failed.\n");
         return SYSTEM_FILE_ERROR;
     }
-    if (fileStream_flush(stream) != 0) {
+    if (fileStream_flush(stream).failed()) {
         return FILE_FLUSH_ERROR;
     }
     // The system takes milliseconds for a cut of a large file that was just written, even where nothing is to be cut.
     std::int64_t size = 0;
-    const bool needed = fileStream_size(stream, &size) != 0 || size != length;
-    const int error = needed ? fileStream_truncate(stream, length) : 0;
-    if (error != 0) {
-        log_debug("sys_ftruncate", "truncating failed. Windows error code: %d.\n", error);
+    const bool needed = fileStream_size(stream, &size).failed() || size != length;
+    const SystemError error = needed ? fileStream_truncate(stream, length) : SystemError();
+    if (error.failed()) {
+        log_debug("sys_ftruncate", "truncating failed. Windows error code: %d.\n", error.number);
         return FILE_TRUNCATE_ERROR;
     }
     if (stream->position >= length) {
@@ -61,16 +61,16 @@ void tableFileSetSyncPolicy(bool doSyncToDisk, std::int32_t syncIntervalSeconds,
 }
 
 void tableFileCommit(TableFile* file) noexcept {
-    fileStream_sync(&file->stream);
+    (void)fileStream_sync(&file->stream);
     if (file->directorySyncPending) {
-        filePlatform_repeat([&] { return filePlatform().syncDirectory(file->path.c_str()); });
+        (void)filePlatform_repeat([&] { return filePlatform().syncDirectory(file->path.c_str()); });
         file->directorySyncPending = false;
     }
     file->flushesCount = 0;
 }
 
 void tableFile_syncBeforeClose(TableFile* file) noexcept {
-    if (syncPolicy.doSyncToDisk && file->mode != TABLE_FILE_READ && file->flushesCount > 0) {
+    if (syncPolicy.doSyncToDisk && file->mode != OpenMode::read && file->flushesCount > 0) {
         tableFileCommit(file);
     }
 }
@@ -81,7 +81,7 @@ ErrorCode tableFileFlush(TableFile* file) noexcept {
         return checked;
     }
     ErrorCode result = NO_ERROR;
-    if (fileStream_flush(&file->stream) != 0) {
+    if (fileStream_flush(&file->stream).failed()) {
         result = FILE_FLUSH_ERROR;
         const bool moved = file->pendingOffset != 0;
         tableFile_resetPosition(file);
@@ -112,14 +112,14 @@ ErrorCode tableFileTruncate(TableFile* file, std::int64_t newSize) noexcept {
     if (code != NO_ERROR) {
         return code;
     }
-    if (file->mode == TABLE_FILE_READ) {
+    if (file->mode == OpenMode::read) {
         return READ_ONLY_ERROR;
     }
     if (newSize < 0) {
         return WRONG_PARAMETER_ERROR;
     }
     if (file->physicalPos + file->pendingOffset >= newSize) {
-        tableFileSeekSet(file, newSize);
+        (void)tableFileSeekSet(file, newSize);  // a size that cannot be sought to is cut to all the same
     }
     code = tableFileSeekSync(file, true);
     if (code != NO_ERROR) {
@@ -129,10 +129,11 @@ ErrorCode tableFileTruncate(TableFile* file, std::int64_t newSize) noexcept {
     file->lastOperation = TableFileOperation::truncate;
     const ErrorCode cut = sys_ftruncate(&file->stream, newSize);
     file->physicalPos = file->stream.position;
-    tableFileRefreshSize(file, nullptr);
+    (void)tableFileRefreshSize(file, nullptr);  // without an answer the cached size stays
     if (cut != NO_ERROR && position < file->size) {
-        tableFileSeekSet(file, position);
-        tableFileSeekSync(file, true);
+        // The failed cut is what the caller hears of.
+        (void)tableFileSeekSet(file, position);
+        (void)tableFileSeekSync(file, true);
         return cut;
     }
     code = tableFileRefreshSize(file, nullptr);
@@ -141,4 +142,4 @@ ErrorCode tableFileTruncate(TableFile* file, std::int64_t newSize) noexcept {
     return code;
 }
 
-}  // namespace tabulo
+}  // namespace tabulo::internal

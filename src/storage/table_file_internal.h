@@ -6,7 +6,7 @@
 #include "core/error_codes.h"
 #include "storage/table_file.h"
 
-namespace tabulo {
+namespace tabulo::internal {
 
 // NULL_POINTER_ERROR, SYSTEM_FILE_ERROR for a stream whose close failed, or NO_ERROR.
 ErrorCode tableFile_check(const TableFile* file) noexcept;
@@ -23,4 +23,4 @@ void tableFile_resetPosition(TableFile* file) noexcept;
 // With the sync policy on, commits the flushes of a writable file that no physical sync has covered yet.
 void tableFile_syncBeforeClose(TableFile* file) noexcept;
 
-}  // namespace tabulo
+}  // namespace tabulo::internal

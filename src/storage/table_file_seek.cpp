@@ -1,24 +1,25 @@
 // The virtual seeks of a table file: they check and remember a position, and never touch the stream.
 #include <cinttypes>
 
+#include "core/compiler.h"
 #include "core/log.h"
 #include "storage/table_file.h"
 #include "storage/table_file_internal.h"
 
-namespace tabulo {
+namespace tabulo::internal {
 
 namespace {
 
 ErrorCode virtualSeek(TableFile* file, std::int64_t offset, std::int64_t base, const char* function) {
     std::int64_t newPos = 0;
-    if (__builtin_add_overflow(base, offset, &newPos)) {
+    if (addOverflows(base, offset, &newPos)) {
         log_debug(function,
                   "offset=%" PRId64 ": can't seek to newPos=%" PRId64 " when ranges are [%" PRId64 "..%" PRId64
                   "]. Returning VSEEK_ERROR.\n",
                   offset, newPos, file->rangeStart, file->size);
         return VSEEK_ERROR;
     }
-    if (file->mode == TABLE_FILE_READ && newPos > file->size) {
+    if (file->mode == OpenMode::read && newPos > file->size) {
         const std::int64_t oldSize = file->size;
         const ErrorCode code = tableFileRefreshSize(file, nullptr);
         if (code != NO_ERROR) {
@@ -84,4 +85,4 @@ ErrorCode tableFileTell(TableFile* file, std::int64_t* position) noexcept {
     return NO_ERROR;
 }
 
-}  // namespace tabulo
+}  // namespace tabulo::internal

@@ -4,7 +4,7 @@
 
 #include "core/log.h"
 
-namespace tabulo {
+namespace tabulo::internal {
 
 namespace {
 
@@ -55,7 +55,7 @@ void tableStorage_destroy(TableStorage* storage) noexcept {
     log_note("- tableStorage_destroy", "self=%p\n", static_cast<void*>(storage));
 }
 
-ErrorCode tableStorage_init(TableStorage* storage, std::int32_t mode) noexcept {
+ErrorCode tableStorage_init(TableStorage* storage, OpenMode mode) noexcept {
     if (storage == nullptr) {
         return NULL_POINTER_ERROR;
     }
@@ -66,7 +66,7 @@ ErrorCode tableStorage_init(TableStorage* storage, std::int32_t mode) noexcept {
         code = tableStorage_uninit(storage);
     }
     if (code == NO_ERROR) {
-        storage->mode = mode == TABLE_FILE_CREATE ? TABLE_FILE_WRITE : mode;
+        storage->mode = mode == OpenMode::create ? OpenMode::write : mode;
         try {
             const auto count = static_cast<std::size_t>(tableConfig_getFileCount(storage->config));
             storage->activeIndexes.assign(count, -1);
@@ -102,14 +102,14 @@ ErrorCode tableStorage_uninit(TableStorage* storage) noexcept {
 }
 
 void tableStorage_closeAll(TableStorage* storage) noexcept {
-    tableStorage_uninit(storage);
+    (void)tableStorage_uninit(storage);
     // A close that failed has taken its stream along; the next one frees the record and goes on.
     while (storage->activeCount > 0) {
-        tsX_close(storage);
+        (void)tsX_close(storage);
     }
 }
 
-ErrorCode tableStorage_ensureMode(TableStorage* storage, std::int32_t mode) noexcept {
+ErrorCode tableStorage_ensureMode(TableStorage* storage, OpenMode mode) noexcept {
     if (storage == nullptr || !isInitialised(storage)) {
         return NULL_POINTER_ERROR;
     }
@@ -117,17 +117,17 @@ ErrorCode tableStorage_ensureMode(TableStorage* storage, std::int32_t mode) noex
         return NO_ERROR;
     }
     log_debug("tableStorage_ensureMode", "reopening table: old mode=%ld, new mode=%ld.\n",
-              static_cast<long>(storage->mode), static_cast<long>(mode));
+              static_cast<long>(openMode_number(storage->mode)), static_cast<long>(openMode_number(mode)));
     ErrorCode code = tsX_close(storage);
     if (code == NO_ERROR) {
         code = tsX_open(storage, mode);
     }
-    log_debug("tableReopen", "(mode=%ld) returned %ld.\n", static_cast<long>(mode), static_cast<long>(code));
+    log_debug("tableReopen", "(mode=%ld) returned %ld.\n", static_cast<long>(openMode_number(mode)), static_cast<long>(code));
     if (code != NO_ERROR) {
         while (storage->activeCount > 0) {
-            tsX_close(storage);
+            (void)tsX_close(storage);  // as in tableStorage_closeAll
         }
-        tsX_open(storage, storage->mode);
+        (void)tsX_open(storage, storage->mode);  // the refused reopen is what the caller hears of
     }
     return code;
 }
@@ -176,7 +176,7 @@ ErrorCode tableStorage_closeFile(TableStorage* storage, TableStorageFileIterator
     TableFile*& file = storage->files[static_cast<std::size_t>(index)];
     const ErrorCode code = tableFileClose(file);
     if (code != NO_ERROR) {
-        tableFileClose(file);
+        (void)tableFileClose(file);  // the second close frees the record whatever comes of it
     }
     file = nullptr;
     const auto removed = storage->activeIndexes.begin() + (iterator->position - 1);
@@ -222,4 +222,4 @@ ErrorCode tsX_close(TableStorage* storage) noexcept {
     return NO_ERROR;
 }
 
-}  // namespace tabulo
+}  // namespace tabulo::internal

@@ -15,11 +15,12 @@
 
 #include "core/byte_stream.h"
 #include "core/error_codes.h"
+#include "core/handle.h"
 #include "storage/generic_header.h"
 #include "storage/table_config.h"
 #include "storage/table_file.h"
 
-namespace tabulo {
+namespace tabulo::internal {
 
 // What a table does for its storage. Each operation takes the owner first and returns an error code.
 struct TableStorageOps {
@@ -41,7 +42,7 @@ struct TableStorage {
     TableStorageOps ops{};
     void* owner = nullptr;
     KSVTboTableConfig* config = nullptr;      // owned
-    std::int32_t mode = TABLE_FILE_READ;      // of tableStorage_init; TABLE_FILE_CREATE is kept as TABLE_FILE_WRITE
+    OpenMode mode = OpenMode::read;      // of tableStorage_init; OpenMode::create is kept as OpenMode::write
     std::vector<std::int32_t> activeIndexes;  // file numbers of the active files, -1 in unused slots
     std::int32_t activeCount = 0;
     std::vector<TableFile*> files;  // owned, null when closed
@@ -61,16 +62,13 @@ TableStorage* tableStorage_create(const TableStorageOps& ops, void* owner, KSVTb
 // Closes what is open and frees storage and configuration; null is accepted.
 void tableStorage_destroy(TableStorage* storage) noexcept;
 
-struct TableStorageDeleter {
-    void operator()(TableStorage* storage) const noexcept { tableStorage_destroy(storage); }
-};
-using TableStoragePtr = std::unique_ptr<TableStorage, TableStorageDeleter>;
+using TableStoragePtr = Handle<TableStorage, tableStorage_destroy>;
 
 // Opens the files in a mode of tableFileOpen; an initialised storage is uninitialised first. On failure nothing stays
 // open. NULL_POINTER_ERROR, OUT_OF_MEMORY_ERROR, and everything that opening a file can give: FILE_OPEN_ERROR,
 // FILE_READ_ERROR, FILE_SIZE_ERROR, SIGNATURE_ERROR, BYTE_ORDER_ERROR, VERSION_ERROR, HEADER_CORRUPTED_ERROR,
 // WRONG_PARAMETER_ERROR (a header beyond 8096 bytes; nothing is written), UNRECOVERABLE_ERROR, the owner's codes.
-ErrorCode tableStorage_init(TableStorage* storage, std::int32_t mode) noexcept;
+ErrorCode tableStorage_init(TableStorage* storage, OpenMode mode) noexcept;
 // Closes the files. NULL_POINTER_ERROR; SYSTEM_FILE_ERROR at the first failed close: a further call goes on behind it.
 ErrorCode tableStorage_uninit(TableStorage* storage) noexcept;
 // As tableStorage_uninit, but goes on behind failed closes until nothing is open.
@@ -78,7 +76,7 @@ void tableStorage_closeAll(TableStorage* storage) noexcept;
 // Reopens the files when `mode` differs from the storage's mode, which keeps its value: each such call reopens.
 // NULL_POINTER_ERROR, also for a storage that is not initialised. When the reopen fails, the files are opened once more
 // in the storage's own mode and the code of the failed reopen is returned.
-ErrorCode tableStorage_ensureMode(TableStorage* storage, std::int32_t mode) noexcept;
+ErrorCode tableStorage_ensureMode(TableStorage* storage, OpenMode mode) noexcept;
 
 KSVTboTableConfig* tableStorage_getConfig(const TableStorage* storage) noexcept;
 // True while a file is open and usable.
@@ -98,11 +96,11 @@ ErrorCode tableStorage_closeFile(TableStorage* storage, TableStorageFileIterator
 ErrorCode tableStorage_truncate(TableStorage* storage) noexcept;
 
 // Steps of the operations above, named in the log.
-ErrorCode tsX_open(TableStorage* storage, std::int32_t mode) noexcept;
+ErrorCode tsX_open(TableStorage* storage, OpenMode mode) noexcept;
 // Opens, or creates, one file. *masterSize is 0 for the master and is then set to its size; other files are measured
 // against it.
-ErrorCode tsX_openReplica(TableStorage* storage, TableFile** file, const char* path, std::int32_t mode,
+ErrorCode tsX_openReplica(TableStorage* storage, TableFile** file, const char* path, OpenMode mode,
                           std::int64_t* masterSize) noexcept;
 ErrorCode tsX_close(TableStorage* storage) noexcept;
 
-}  // namespace tabulo
+}  // namespace tabulo::internal

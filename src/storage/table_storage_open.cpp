@@ -6,7 +6,7 @@
 #include "storage/byte_stream_file.h"
 #include "storage/table_storage.h"
 
-namespace tabulo {
+namespace tabulo::internal {
 
 namespace {
 
@@ -82,7 +82,7 @@ ErrorCode recoverFile(TableStorage* storage, TableFile* file, const char* path, 
 
 ErrorCode openExisting(TableStorage* storage, TableFile* file, const char* path, KSVByteStream* stream,
                        std::int64_t* masterSize) {
-    const bool writable = storage->mode == TABLE_FILE_WRITE;
+    const bool writable = storage->mode == OpenMode::write;
     std::int64_t size = 0;
     ErrorCode code = tableFileRefreshSize(file, &size);
     if (code != NO_ERROR) {
@@ -98,7 +98,7 @@ ErrorCode openExisting(TableStorage* storage, TableFile* file, const char* path,
     }
     const std::int32_t offset = storage->specificHeaderOffset;
     code = storage->ops.verifyHeader(storage->owner, file, stream, offset);
-    if (code == FILE_SIZE_ERROR && storage->mode == TABLE_FILE_READ) {
+    if (code == FILE_SIZE_ERROR && storage->mode == OpenMode::read) {
         code = NO_ERROR;
     }
     if (isFinal(code)) {
@@ -126,7 +126,7 @@ ErrorCode createNew(TableStorage* storage, TableFile* file, KSVByteStream* strea
     TableGenericHeader header;
     tsgh_init(&header, 0);
     byteStream_reset(stream, BYTE_STREAM_FORWARD);
-    tsgh_write(&header, stream);
+    (void)tsgh_write(&header, stream);  // the stream keeps its error
     storage->specificHeaderOffset = byteStream_writeMark(stream);
     ErrorCode code = storage->ops.writeHeader(storage->owner, stream);
     if (code == NO_ERROR) {
@@ -142,14 +142,14 @@ ErrorCode createNew(TableStorage* storage, TableFile* file, KSVByteStream* strea
     storage->headerSize = headerSize;
     header.headerSize = headerSize;
     byteStream_resetWrite(stream, 0);
-    tsgh_write(&header, stream);
+    (void)tsgh_write(&header, stream);  // the stream keeps its error
     byteStream_resetWrite(stream, headerSize);
     code = byteStream_writeToFile(stream, file);
     if (code == NO_ERROR) {
         code = tableFileFlush(file);
     }
     if (code != NO_ERROR) {
-        tableFileTruncate(file, 0);  // the beginning of a header could not be opened again
+        (void)tableFileTruncate(file, 0);  // the beginning of a header could not be opened again
         return code;
     }
     if (*masterSize == 0) {
@@ -162,7 +162,7 @@ ErrorCode createNew(TableStorage* storage, TableFile* file, KSVByteStream* strea
 
 }  // namespace
 
-ErrorCode tsX_openReplica(TableStorage* storage, TableFile** file, const char* path, std::int32_t mode,
+ErrorCode tsX_openReplica(TableStorage* storage, TableFile** file, const char* path, OpenMode mode,
                           std::int64_t* masterSize) noexcept {
     const ByteStreamPtr stream(byteStream_create(MAX_HEADER_SIZE));
     if (stream == nullptr) {
@@ -171,22 +171,22 @@ ErrorCode tsX_openReplica(TableStorage* storage, TableFile** file, const char* p
     bool created = false;
     ErrorCode code = tableFileOpen(file, path, mode, &created);
     if (code != NO_ERROR) {
-        log_warning("tsX_openReplica", "Unable to open a file %s in mode %d.\n", printable(path), mode);
+        log_warning("tsX_openReplica", "Unable to open a file %s in mode %d.\n", printable(path), openMode_number(mode));
         return code;
     }
-    const bool isNew = created || (storage->mode == TABLE_FILE_WRITE && tableFileCachedSize(*file) == 0);
+    const bool isNew = created || (storage->mode == OpenMode::write && tableFileCachedSize(*file) == 0);
     code = isNew ? createNew(storage, *file, stream.get(), masterSize)
                  : openExisting(storage, *file, path, stream.get(), masterSize);
     if (code != NO_ERROR) {
         if (tableFileClose(*file) != NO_ERROR) {
-            tableFileClose(*file);
+            (void)tableFileClose(*file);  // the second close frees the record whatever comes of it
         }
         *file = nullptr;
     }
     return code;
 }
 
-ErrorCode tsX_open(TableStorage* storage, std::int32_t mode) noexcept {
+ErrorCode tsX_open(TableStorage* storage, OpenMode mode) noexcept {
     storage->activeCount = 0;
     storage->openings += 1;
     std::int64_t masterSize = 0;
@@ -214,4 +214,4 @@ ErrorCode tsX_open(TableStorage* storage, std::int32_t mode) noexcept {
                                storage->specificHeaderOffset);
 }
 
-}  // namespace tabulo
+}  // namespace tabulo::internal

@@ -8,7 +8,7 @@
 #include "core/log.h"
 #include "core/platform.h"
 
-namespace tabulo {
+namespace tabulo::internal {
 
 namespace {
 
@@ -108,7 +108,7 @@ ErrorCode callWithoutMessage(Watch* watch, std::int32_t* stop) {
 // Before a failure ends the watch: what comes of this call changes nothing.
 void handOnGathered(Watch* watch) {
     std::int32_t ignored = 0;
-    callWithoutMessage(watch, &ignored);
+    (void)callWithoutMessage(watch, &ignored);  // the failure before it is what ends the watch
 }
 
 // Delivers the reader's message, unless its id opens a gap: then that is logged, and the next pass delivers it.
@@ -269,4 +269,4 @@ std::int64_t messageWatcher_pauseAfter(std::int32_t idlePasses) noexcept {
     return idlePasses <= PASSES_WITHOUT_PAUSE ? 0 : std::int64_t{idlePasses} * 20 + 50;
 }
 
-}  // namespace tabulo
+}  // namespace tabulo::internal

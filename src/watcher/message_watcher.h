@@ -18,7 +18,7 @@
 #include "core/error_codes.h"
 #include "watcher/table_reader.h"
 
-namespace tabulo {
+namespace tabulo::internal {
 
 struct MessageWatcher {
     std::vector<std::unique_ptr<TableReader>> readers;  // in the order given
@@ -56,4 +56,4 @@ ErrorCode messageWatcher_startWatching(MessageWatcher* watcher, std::int32_t cou
 // The pause after the given number of idle passes, in milliseconds; 0 for none.
 std::int64_t messageWatcher_pauseAfter(std::int32_t idlePasses) noexcept;
 
-}  // namespace tabulo
+}  // namespace tabulo::internal

@@ -5,7 +5,7 @@
 
 #include "messagetable/uniform_lookup.h"
 
-namespace tabulo {
+namespace tabulo::internal {
 
 namespace {
 
@@ -139,4 +139,4 @@ void tableReader_consume(TableReader* reader) noexcept {
     reader->skip = blockFull ? reader->table->frames->footerSize + BLOCK_LENGTH_SIZE : 0;
 }
 
-}  // namespace tabulo
+}  // namespace tabulo::internal

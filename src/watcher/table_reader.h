@@ -13,7 +13,7 @@
 #include "messagetable/frame.h"
 #include "messagetable/message_table.h"
 
-namespace tabulo {
+namespace tabulo::internal {
 
 inline constexpr std::int32_t TABLE_READER_BUFFER = 16384;
 
@@ -43,4 +43,4 @@ ErrorCode tableReader_peek(TableReader* reader) noexcept;
 // Steps behind the message that was peeked; its texts stay valid until the next peek.
 void tableReader_consume(TableReader* reader) noexcept;
 
-}  // namespace tabulo
+}  // namespace tabulo::internal

@@ -13,7 +13,7 @@
 #include "tests/support/log_capture.h"
 #include "tests/support/test_run.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 namespace {
 
 constexpr std::int32_t PER_BLOCK = 1000;
@@ -39,7 +39,7 @@ ErrorCode hear(std::int32_t*, void* context, const BlockSummary*, const MessageM
 class BlockCounts : public ::testing::TestWithParam<std::int32_t> {
   protected:
     // Opens `table` anew; the one before is abandoned.
-    void open(std::int32_t mode) {
+    void open(OpenMode mode) {
         table.reset();
         table = openTable(directory.root(), mode, shape);
         if (table == nullptr) {
@@ -150,26 +150,26 @@ class BlockCounts : public ::testing::TestWithParam<std::int32_t> {
 };
 
 TEST_P(BlockCounts, AreWrittenReadClosedRecoveredAndContinued) {
-    open(TABLE_FILE_CREATE);
+    open(OpenMode::create);
     ASSERT_EQ(writeSimpleMessages(table.get(), 1, count, shape), NO_ERROR);
     checkAll("the writer");
     const MessageTablePtr writer = std::move(table);
-    open(TABLE_FILE_READ);
+    open(OpenMode::read);
     checkAll("a reader beside the writer");
     table = nullptr;
     ASSERT_EQ(mt_close(writer.get()), NO_ERROR);
     ASSERT_EQ(tableStorage_uninit(writer->storage.get()), NO_ERROR);
-    open(TABLE_FILE_READ);
+    open(OpenMode::read);
     checkAll("a reader of the closed table");
     log.clear();
-    open(TABLE_FILE_WRITE);
+    open(OpenMode::write);
     EXPECT_TRUE(log.warnings().empty()) << "a table that was closed is not recovered";
     checkAll("the writer that has opened it again");
     EXPECT_EQ(table->dataInfo.messageCount, count);
     // One more message and no close: the next open recovers.
     ASSERT_EQ(writeMessage(table.get(), simpleMessage(count + 1, shape)), NO_ERROR);
     ASSERT_EQ(writeMessage(table.get(), simpleMessage(count + 2, shape)), NO_ERROR);
-    open(TABLE_FILE_WRITE);
+    open(OpenMode::write);
     EXPECT_EQ(table->dataInfo.messageCount, count + 2);
     const std::vector<Message> messages = messagesIn(directory.root(), shape);
     EXPECT_TRUE(messages == simpleMessages(1, count + 2, shape)) << messages.size() << " messages after recovery";
@@ -177,7 +177,7 @@ TEST_P(BlockCounts, AreWrittenReadClosedRecoveredAndContinued) {
 }
 
 TEST_P(BlockCounts, AreRecoveredFromAFileThatWasNeverClosed) {
-    open(TABLE_FILE_CREATE);
+    open(OpenMode::create);
     ASSERT_EQ(writeSimpleMessages(table.get(), 1, count, shape), NO_ERROR);
     // The bytes of a frame that was cut make recovery certain, also for an empty table.
     table.reset();
@@ -187,7 +187,7 @@ TEST_P(BlockCounts, AreRecoveredFromAFileThatWasNeverClosed) {
         torn.insert(torn.begin(), 8, 0);
     }
     appendFile(directory.file(shape.name), torn);
-    open(TABLE_FILE_WRITE);
+    open(OpenMode::write);
     EXPECT_EQ(log.warnings().size(), 1U) << "one recovery";
     EXPECT_EQ(table->dataInfo.messageCount, count);
     checkAll("the writer after recovery");
@@ -198,4 +198,4 @@ TEST_P(BlockCounts, AreRecoveredFromAFileThatWasNeverClosed) {
 INSTANTIATE_TEST_SUITE_P(Messages, BlockCounts, ::testing::Values(0, 1, 999, 1000, 1001, 1999, 2000, 2001));
 
 }  // namespace
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

@@ -15,7 +15,7 @@
 #include "tests/support/log_capture.h"
 #include "tests/support/test_run.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 namespace {
 
 constexpr std::int32_t MIB = 1 << 20;
@@ -52,7 +52,7 @@ class FrameSize : public MessageTableTest {
 
 TEST_F(FrameSize, SixteenMebibytesAreStoredReadSelectedAndRecovered) {
     std::vector<Message> messages;
-    open(TABLE_FILE_CREATE);
+    open(OpenMode::create);
     // At each place of a block: behind the length word, in between, and in front of the footer.
     for (std::int32_t n = 1; n <= 4; ++n) {
         messages.push_back(messageOf(n, 16 * MIB));
@@ -61,7 +61,7 @@ TEST_F(FrameSize, SixteenMebibytesAreStoredReadSelectedAndRecovered) {
     messages.push_back(simpleMessage(5, shape));
     ASSERT_EQ(write(messages.back()), NO_ERROR);
     EXPECT_TRUE(sameMessages(messagesIn(directory.root(), shape), messages)) << "a reader beside the writer";
-    open(TABLE_FILE_WRITE);  // the one before was abandoned
+    open(OpenMode::write);  // the one before was abandoned
     EXPECT_EQ(table->dataInfo.messageCount, 5);
     EXPECT_TRUE(sameMessages(readAll(table.get()).messages, messages)) << "forward after recovery";
     std::vector<Message> backward = readAllBackward(table.get()).messages;
@@ -78,19 +78,19 @@ TEST_F(FrameSize, SixteenMebibytesAreStoredReadSelectedAndRecovered) {
 }
 
 TEST_F(FrameSize, SixteenMebibytesCutByOneByteAreLostAloneAndTheNextMessageTakesTheirPlace) {
-    open(TABLE_FILE_CREATE);
+    open(OpenMode::create);
     ASSERT_EQ(write(simpleMessage(1, shape)), NO_ERROR);
     ASSERT_EQ(write(messageOf(2, 16 * MIB)), NO_ERROR);
     table.reset();
     std::filesystem::resize_file(path(), std::filesystem::file_size(path()) - 1);
-    open(TABLE_FILE_WRITE);
+    open(OpenMode::write);
     ASSERT_EQ(write(simpleMessage(3, shape)), NO_ERROR);
     EXPECT_EQ(messagesIn(directory.root(), shape),
               (std::vector<Message>{simpleMessage(1, shape), simpleMessage(3, shape)}));
 }
 
 TEST_F(FrameSize, SixteenMebibytesAreTakenAsAnEncodedFrame) {
-    open(TABLE_FILE_CREATE);
+    open(OpenMode::create);
     const Message message = messageOf(1, 16 * MIB);
     const Bytes frame = frameOf(message);
     ASSERT_EQ(frame.size(), static_cast<std::size_t>(16 * MIB));
@@ -149,7 +149,7 @@ class LargestFrame : public FrameSize {
 
     void openWithOneMessage() {
         ASSERT_NE(zeros.text(), nullptr);
-        open(TABLE_FILE_CREATE);
+        open(OpenMode::create);
         ASSERT_EQ(write(simpleMessage(1, shape)), NO_ERROR);
         before = fileBytes();
     }
@@ -220,7 +220,7 @@ TEST_F(LargestFrameInALongRun, IsStoredRecoveredAndReadBothWays) {
     ASSERT_EQ(writeFrame(2, LARGEST_ACCEPTED), NO_ERROR);
     ASSERT_EQ(write(simpleMessage(3, shape)), NO_ERROR);
     ASSERT_EQ(write(simpleMessage(4, shape)), NO_ERROR);
-    open(TABLE_FILE_WRITE);
+    open(OpenMode::write);
     EXPECT_EQ(table->dataInfo.messageCount, 4);
     const MessageFramesPtr frames(mfr_create(table->storage.get(), &table->header.layout));
     const auto shortText = static_cast<std::int32_t>(simpleMessage(1, shape).strings[WIRE_MESSAGE]->size());
@@ -237,7 +237,7 @@ TEST_F(LargestFrameInALongRun, IsStoredRecoveredAndReadBothWays) {
 }
 
 TEST_F(LargestFrameInALongRun, LeavesNoRoomForAFooterAndIsRefusedInFrontOfOne) {
-    open(TABLE_FILE_CREATE);
+    open(OpenMode::create);
     ASSERT_EQ(writeSimple(1, 2), NO_ERROR);
     before = fileBytes();
     EXPECT_EQ(writeFrame(3, LARGEST_ACCEPTED), STREAM_EXTENSION_ERROR);
@@ -247,4 +247,4 @@ TEST_F(LargestFrameInALongRun, LeavesNoRoomForAFooterAndIsRefusedInFrontOfOne) {
 }
 
 }  // namespace
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

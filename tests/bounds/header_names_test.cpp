@@ -8,7 +8,7 @@
 #include "tests/support/log_capture.h"
 #include "tests/support/test_run.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 namespace {
 
 constexpr std::size_t LARGEST_HEADER = 8096;
@@ -53,7 +53,7 @@ class LongestNames : public ::testing::TestWithParam<Names> {
 
 TEST_P(LongestNames, ThatFillTheHeaderMakeATableLikeAnyOther) {
     const TableShape shape = shapeWithNames(strings, numbers, characters);
-    MessageTablePtr table = openTable(directory.root(), TABLE_FILE_WRITE, shape);
+    MessageTablePtr table = openTable(directory.root(), OpenMode::write, shape);
     ASSERT_NE(table, nullptr);
     EXPECT_EQ(fileSize(shape), LARGEST_HEADER);
     EXPECT_EQ(u32At(readFile(directory.file(shape.name)), 15), LARGEST_HEADER);
@@ -61,12 +61,12 @@ TEST_P(LongestNames, ThatFillTheHeaderMakeATableLikeAnyOther) {
     ASSERT_EQ(closeTable(table), NO_ERROR);
     EXPECT_EQ(messagesIn(directory.root(), shape), simpleMessages(1, 6, shape));
     log.clear();
-    table = openTable(directory.root(), TABLE_FILE_WRITE, shape);
+    table = openTable(directory.root(), OpenMode::write, shape);
     ASSERT_NE(table, nullptr);
     EXPECT_TRUE(log.warnings().empty()) << "it was closed";
     ASSERT_EQ(writeSimpleMessages(table.get(), 7, 9, shape), NO_ERROR);
     table.reset();
-    table = openTable(directory.root(), TABLE_FILE_WRITE, shape);
+    table = openTable(directory.root(), OpenMode::write, shape);
     ASSERT_NE(table, nullptr);
     EXPECT_EQ(log.warnings().size(), 1U) << "it was not closed, and is recovered";
     EXPECT_EQ(messagesIn(directory.root(), shape), simpleMessages(1, 9, shape));
@@ -77,36 +77,36 @@ TEST_P(LongestNames, ThatFillTheHeaderMakeATableLikeAnyOther) {
 
 TEST_P(LongestNames, AreComparedToTheLastByte) {
     TableShape shape = shapeWithNames(strings, numbers, characters);
-    ASSERT_NE(openTable(directory.root(), TABLE_FILE_WRITE, shape), nullptr);
+    ASSERT_NE(openTable(directory.root(), OpenMode::write, shape), nullptr);
     std::string& last = strings > 0 ? shape.stringNames.back() : shape.numericNames.back();
     last.back() = '?';
     const MessageTablePtr table = createTable(directory.root(), shape);
-    EXPECT_EQ(mt_open(table.get(), TABLE_FILE_WRITE),
+    EXPECT_EQ(mt_open(table.get(), OpenMode::write),
               strings > 0 ? STRING_FIELDS_NAMES_MISMATCH_ERROR : NUMERIC_FIELDS_NAMES_MISMATCH_ERROR);
 }
 
 TEST_P(LongestNames, WithOneByteMoreAreRefusedAndNothingIsWritten) {
     const TableShape shape = shapeWithNames(strings, numbers, characters + 1);
     const MessageTablePtr table = createTable(directory.root(), shape);
-    for (const std::int32_t mode : {TABLE_FILE_WRITE, TABLE_FILE_CREATE}) {
+    for (const OpenMode mode : {OpenMode::write, OpenMode::create}) {
         EXPECT_EQ(mt_open(table.get(), mode), WRONG_PARAMETER_ERROR) << "mode " << mode;
         EXPECT_TRUE(!std::filesystem::exists(directory.file(shape.name)) || fileSize(shape) == 0);
     }
     EXPECT_EQ(writeMessage(table.get(), bareMessage(1, shape)), FILE_WRITE_ERROR) << "nothing is open";
     // The place is free for a table that fits.
     const TableShape smaller = shapeWithNames(strings, numbers, characters);
-    EXPECT_NE(openTable(directory.root(), TABLE_FILE_WRITE, smaller), nullptr);
+    EXPECT_NE(openTable(directory.root(), OpenMode::write, smaller), nullptr);
 }
 
 TEST_P(LongestNames, WithOneByteMoreLeaveATableThatIsThereAsItIs) {
     const TableShape shape = shapeWithNames(strings, numbers, characters);
-    MessageTablePtr table = openTable(directory.root(), TABLE_FILE_WRITE, shape);
+    MessageTablePtr table = openTable(directory.root(), OpenMode::write, shape);
     ASSERT_NE(table, nullptr);
     ASSERT_EQ(writeSimpleMessages(table.get(), 1, 5, shape), NO_ERROR);
     ASSERT_EQ(closeTable(table), NO_ERROR);
     const Bytes before = readFile(directory.file(shape.name));
     table = createTable(directory.root(), shapeWithNames(strings, numbers, characters + 1));
-    EXPECT_NE(mt_open(table.get(), TABLE_FILE_WRITE), NO_ERROR);
+    EXPECT_NE(mt_open(table.get(), OpenMode::write), NO_ERROR);
     EXPECT_EQ(readFile(directory.file(shape.name)), before);
 }
 
@@ -117,4 +117,4 @@ INSTANTIATE_TEST_SUITE_P(Fields, LongestNames,
                          });
 
 }  // namespace
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

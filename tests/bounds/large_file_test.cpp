@@ -18,7 +18,7 @@
 #include "tests/support/log_capture.h"
 #include "tests/support/test_run.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 namespace {
 
 constexpr std::int32_t PER_BLOCK = 8;
@@ -70,7 +70,7 @@ class LargeFile : public ::testing::Test {
         shape.messagesPerBlock = PER_BLOCK;
     }
 
-    void open(std::int32_t mode) {
+    void open(OpenMode mode) {
         table.reset();
         table = openTable(directory.root(), mode, shape);
         if (table == nullptr) {
@@ -81,7 +81,7 @@ class LargeFile : public ::testing::Test {
     // Two blocks of large frames behind the header of an empty table, as a writer leaves them that never closed a
     // block.
     void makeLargeFrames() {
-        open(TABLE_FILE_CREATE);
+        open(OpenMode::create);
         table.reset();
         const int file = ::open(directory.file(shape.name).c_str(), O_WRONLY | O_CLOEXEC);
         ASSERT_GE(file, 0);
@@ -189,7 +189,7 @@ class LargeFile : public ::testing::Test {
 TEST_F(LargeFile, IsRecoveredWalkedQueriedAndContinuedBeyondTwoAndFourGibibytes) {
     makeLargeFrames();
     // Recovery finds the frames, and closes both blocks behind 2 and 4 GiB.
-    open(TABLE_FILE_WRITE);
+    open(OpenMode::write);
     EXPECT_EQ(fileSize(), HEADER + 2 * FULL_BLOCK);
     EXPECT_EQ(table->dataInfo.messageCount, LARGE_MESSAGES);
     EXPECT_EQ(static_cast<std::int64_t>(table->dataInfo.dataEnd), HEADER + 2 * FULL_BLOCK);
@@ -197,7 +197,7 @@ TEST_F(LargeFile, IsRecoveredWalkedQueriedAndContinuedBeyondTwoAndFourGibibytes)
     writeBare(LARGE_MESSAGES + 1, last);
     checkFarEnd("the writer", last);
     ASSERT_EQ(closeTable(table), NO_ERROR);
-    open(TABLE_FILE_READ);
+    open(OpenMode::read);
     checkFarEnd("a reader", last);
     Ids ids;
     for (std::int32_t n = 1; n <= last; ++n) {
@@ -210,13 +210,13 @@ TEST_F(LargeFile, IsRecoveredWalkedQueriedAndContinuedBeyondTwoAndFourGibibytes)
     // Cut in the midst of the last message: only that one is lost.
     table.reset();
     std::filesystem::resize_file(directory.file(shape.name), static_cast<std::uintmax_t>(fileSize() - 20));
-    open(TABLE_FILE_WRITE);
+    open(OpenMode::write);
     EXPECT_EQ(table->dataInfo.messageCount, last - 1);
     checkFarEnd("the writer after a second recovery", last - 1);
     writeBare(last, last);
     ASSERT_EQ(closeTable(table), NO_ERROR);
     log.clear();
-    open(TABLE_FILE_WRITE);
+    open(OpenMode::write);
     EXPECT_TRUE(log.warnings().empty()) << "a table that was closed is not recovered";
     checkFarEnd("the writer of a closed table", last);
     reportFigure("bounds", "bytes of the largest table", fileSize());
@@ -224,13 +224,13 @@ TEST_F(LargeFile, IsRecoveredWalkedQueriedAndContinuedBeyondTwoAndFourGibibytes)
 
 TEST_F(LargeFile, IsCutInAClosedBlockBeyondFourGibibytesAndKeepsWhatIsWhole) {
     makeLargeFrames();
-    open(TABLE_FILE_WRITE);
+    open(OpenMode::write);
     ASSERT_EQ(closeTable(table), NO_ERROR);
     const std::int64_t secondBlock = HEADER + FULL_BLOCK;
     std::filesystem::resize_file(directory.file(shape.name),
                                  static_cast<std::uintmax_t>(secondBlock + 8 + (PER_BLOCK - 1) * FRAME + 100));
     log.clear();
-    open(TABLE_FILE_WRITE);
+    open(OpenMode::write);
     EXPECT_EQ(table->dataInfo.messageCount, LARGE_MESSAGES - 1);
     EXPECT_EQ(fileSize(), secondBlock + 8 + (PER_BLOCK - 1) * FRAME);
     writeBare(LARGE_MESSAGES, LARGE_MESSAGES);
@@ -239,4 +239,4 @@ TEST_F(LargeFile, IsCutInAClosedBlockBeyondFourGibibytesAndKeepsWhatIsWhole) {
 }
 
 }  // namespace
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

@@ -12,7 +12,7 @@
 #include "tests/support/log_capture.h"
 #include "tests/support/test_run.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 namespace {
 
 constexpr std::int32_t TABLES = 1000;
@@ -47,9 +47,9 @@ TEST_F(ManyTables, AreWrittenReadAndClosedSideBySide) {
     std::vector<MessageTablePtr> writers;
     std::vector<MessageTablePtr> readers;
     for (std::int32_t i = 0; i < TABLES; ++i) {
-        writers.push_back(openTable(directory.root(), TABLE_FILE_WRITE, shapeOf(i)));
+        writers.push_back(openTable(directory.root(), OpenMode::write, shapeOf(i)));
         ASSERT_NE(writers.back(), nullptr);
-        readers.push_back(openTable(directory.root(), TABLE_FILE_READ, shapeOf(i)));
+        readers.push_back(openTable(directory.root(), OpenMode::read, shapeOf(i)));
         ASSERT_NE(readers.back(), nullptr);
     }
     // In turns, so that each table's blocks grow among those of all the others.
@@ -68,7 +68,7 @@ TEST_F(ManyTables, AreWrittenReadAndClosedSideBySide) {
         ASSERT_EQ(messages, simpleMessages(10 * i + 1, 10 * i + PER_TABLE, shapeOf(i)));
         // A table that is open for writing is locked for every other one.
         if (i % 100 == 0) {
-            ASSERT_EQ(mt_open(createTable(directory.root(), shapeOf(i)).get(), TABLE_FILE_WRITE), FILE_OPEN_ERROR);
+            ASSERT_EQ(mt_open(createTable(directory.root(), shapeOf(i)).get(), OpenMode::write), FILE_OPEN_ERROR);
         }
     }
     for (MessageTablePtr& writer : writers) {
@@ -76,7 +76,7 @@ TEST_F(ManyTables, AreWrittenReadAndClosedSideBySide) {
     }
     log.clear();
     for (std::int32_t i = 0; i < TABLES; ++i) {
-        ASSERT_NE(openTable(directory.root(), TABLE_FILE_WRITE, shapeOf(i)), nullptr);
+        ASSERT_NE(openTable(directory.root(), OpenMode::write, shapeOf(i)), nullptr);
     }
     EXPECT_TRUE(log.warnings().empty()) << "none of them needs recovery";
     reportFigure("bounds", "tables open at once", 2 * TABLES);
@@ -88,8 +88,8 @@ TEST_F(ManyTables, OfSessionInfoAreWrittenAndReadSideBySide) {
     for (std::int32_t i = 0; i < TABLES; ++i) {
         const std::string root = directory.root() + std::to_string(i) + "/";
         std::filesystem::create_directory(root);
-        writers.push_back(openSessionTable(root, TABLE_FILE_CREATE));
-        readers.push_back(openSessionTable(root, TABLE_FILE_READ));
+        writers.push_back(openSessionTable(root, OpenMode::create));
+        readers.push_back(openSessionTable(root, OpenMode::read));
         ASSERT_NE(readers.back(), nullptr);
     }
     for (std::int32_t i = 0; i < TABLES; ++i) {
@@ -101,4 +101,4 @@ TEST_F(ManyTables, OfSessionInfoAreWrittenAndReadSideBySide) {
 }
 
 }  // namespace
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

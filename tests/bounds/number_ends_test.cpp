@@ -14,7 +14,7 @@
 #include "tests/support/test_run.h"
 #include "tests/watcher/watched_tables.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 namespace {
 
 constexpr std::int32_t LOWEST = std::numeric_limits<std::int32_t>::min();
@@ -33,7 +33,7 @@ class NumberEnds : public MessageTableTest {
 
     // Every combination of ends that a message can have, one message each, and a block of ordinary ones between them.
     void store() {
-        open(TABLE_FILE_CREATE);
+        open(OpenMode::create);
         for (const std::int32_t number : {LOWEST, HIGHEST, 0, -1, 1}) {
             for (const std::int64_t time : {EARLIEST, LATEST, std::int64_t{0}}) {
                 for (const std::int32_t id : {0, 0x1FFFFFFE, 0x1FFFFFFF, 0x3FFFFFFE, 0x3FFFFFFF, 0x4FFFFFFE, 0x4FFFFFFF,
@@ -105,7 +105,7 @@ TEST_F(NumberEnds, AreReadAsWrittenBothWaysAndAfterRecovery) {
     store();
     EXPECT_EQ(readAll(table.get()).messages, messages);
     EXPECT_EQ(messagesIn(directory.root(), shape), messages);
-    open(TABLE_FILE_WRITE);
+    open(OpenMode::write);
     std::vector<Message> backward = readAllBackward(table.get()).messages;
     std::reverse(backward.begin(), backward.end());
     EXPECT_EQ(backward, messages);
@@ -187,7 +187,7 @@ TEST_F(NumberEnds, OfConnectionMessageIdsAreFoundByIdAndClass) {
 }
 
 TEST_F(NumberEnds, OfPendingNumbersAreLookedUpWithoutOverflow) {
-    open(TABLE_FILE_CREATE);
+    open(OpenMode::create);
     Message message = bareMessage(HIGHEST, shape);
     message.metadata.seqNum = LOWEST;
     message.metadata.timestamp = EARLIEST;
@@ -215,7 +215,7 @@ TEST_F(NumberEnds, OfPendingNumbersAreLookedUpWithoutOverflow) {
 }
 
 TEST_F(NumberEnds, OfUniformIdsAreFoundInOrder) {
-    open(TABLE_FILE_CREATE);
+    open(OpenMode::create);
     const std::vector<std::int32_t> ids = {LOWEST, LOWEST + 1, -1, 0, 1, HIGHEST - 1, HIGHEST};
     for (const std::int32_t id : ids) {
         ASSERT_EQ(write(bareMessage(id, shape)), NO_ERROR);
@@ -236,8 +236,8 @@ using WatchEnds = WatcherTest;
 TEST_F(WatchEnds, OfUniformIdsAreDeliveredInOrderToTheHighest) {
     fill("first", {LOWEST, LOWEST + 1, HIGHEST - 2, HIGHEST});
     fill("second", {HIGHEST - 1});
-    const WatchedTablePtr first = open("first", TABLE_FILE_READ);
-    const WatchedTablePtr second = open("second", TABLE_FILE_READ);
+    const WatchedTablePtr first = open("first", OpenMode::read);
+    const WatchedTablePtr second = open("second", OpenMode::read);
     const LogCapture log;
     const WatcherPtr watcher = watch({first.get(), second.get()});
     ASSERT_EQ(record.run(watcher.get(), {LOWEST, LOWEST}), NO_ERROR);
@@ -248,7 +248,7 @@ TEST_F(WatchEnds, OfUniformIdsAreDeliveredInOrderToTheHighest) {
 
 TEST_F(WatchEnds, OfUniformIdsAreStartedFrom) {
     fill("first", {1, HIGHEST - 1, HIGHEST});
-    const WatchedTablePtr first = open("first", TABLE_FILE_READ);
+    const WatchedTablePtr first = open("first", OpenMode::read);
     const LogCapture log;
     const WatcherPtr watcher = watch({first.get()});
     ASSERT_EQ(record.run(watcher.get(), {HIGHEST}), NO_ERROR);
@@ -258,7 +258,7 @@ TEST_F(WatchEnds, OfUniformIdsAreStartedFrom) {
 // Behind the highest id an engine starts over; that is a gap like any other.
 TEST_F(WatchEnds, OfUniformIdsAreGapsWhenTheyFollowEachOther) {
     fill("first", {HIGHEST, LOWEST, LOWEST + 1});
-    const WatchedTablePtr first = open("first", TABLE_FILE_READ);
+    const WatchedTablePtr first = open("first", OpenMode::read);
     const LogCapture log;
     const WatcherPtr watcher = watch({first.get()});
     ASSERT_EQ(record.run(watcher.get(), {LOWEST}), NO_ERROR);
@@ -267,4 +267,4 @@ TEST_F(WatchEnds, OfUniformIdsAreGapsWhenTheyFollowEachOther) {
 }
 
 }  // namespace
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

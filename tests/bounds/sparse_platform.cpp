@@ -9,7 +9,7 @@
 #include <cstddef>
 #include <cstring>
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 
 namespace {
 
@@ -100,4 +100,4 @@ bool SparsePlatform::holesAreFree(const std::string& directory) {
     return free;
 }
 
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

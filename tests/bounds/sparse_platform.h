@@ -7,7 +7,7 @@
 
 #include "storage/file_platform.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 
 // Installs itself for its life; one at a time.
 class SparsePlatform {
@@ -25,4 +25,4 @@ class SparsePlatform {
     const FilePlatform* previous_;
 };
 
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

@@ -10,7 +10,7 @@
 #include "tests/support/allocation_failure.h"
 #include "tests/support/bytes.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 namespace {
 
 using namespace std::string_literals;
@@ -353,4 +353,4 @@ TEST(BloomFilter, DestroyingNoneIsAllowed) {
 }
 
 }  // namespace
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

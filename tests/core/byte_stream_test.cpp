@@ -10,7 +10,7 @@
 #include "tests/support/bytes.h"
 #include "tests/support/captured_output.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 namespace {
 
 constexpr std::int32_t INT32_LARGEST = std::numeric_limits<std::int32_t>::max();
@@ -45,30 +45,30 @@ TEST_F(FixedStream, BeginsForwardEmptyAndWithoutError) {
 
 TEST_F(FixedStream, TakesSixteenBytesRefusesTheSeventeenthAndThenIgnoresPuts) {
     for (int i = 0; i < 16; ++i) {
-        ASSERT_EQ(byteStream_put(&stream, static_cast<std::uint8_t>(i)), 1) << "byte " << i;
+        ASSERT_EQ(byteStream_put(&stream, static_cast<std::uint8_t>(i)).bytes, 1) << "byte " << i;
     }
     buffer[16] = 0xEE;
-    EXPECT_EQ(byteStream_put(&stream, std::uint8_t{16}), -1);
+    EXPECT_EQ(byteStream_put(&stream, std::uint8_t{16}).bytes, -1);
     EXPECT_EQ(byteStream_error(&stream), STREAM_EXTENSION_ERROR);
-    EXPECT_EQ(byteStream_put(&stream, std::uint8_t{17}), 0);
-    EXPECT_EQ(byteStream_putBytes(&stream, "x", 1), 0);
+    EXPECT_EQ(byteStream_put(&stream, std::uint8_t{17}).bytes, 0);
+    EXPECT_EQ(byteStream_putBytes(&stream, "x", 1).bytes, 0);
     EXPECT_EQ(byteStream_writeMark(&stream), 16);
     EXPECT_EQ(buffer[16], 0xEE) << "a refused put wrote behind the buffer";
 }
 
 TEST_F(FixedStream, AValueThatFitsOnlyInPartIsRefusedWhole) {
-    ASSERT_EQ(byteStream_putBytes(&stream, pattern(13).data(), 13), 13);
-    EXPECT_EQ(byteStream_put(&stream, std::uint32_t{1}), -1);
+    ASSERT_EQ(byteStream_putBytes(&stream, pattern(13).data(), 13).bytes, 13);
+    EXPECT_EQ(byteStream_put(&stream, std::uint32_t{1}).bytes, -1);
     EXPECT_EQ(byteStream_writeMark(&stream), 13);
     EXPECT_EQ(byteStream_error(&stream), STREAM_EXTENSION_ERROR);
 }
 
 TEST_F(FixedStream, PutsDoNothingUntilTheErrorIsCleared) {
     stream.error = STREAM_READ_RESET_ERROR;
-    EXPECT_EQ(byteStream_put(&stream, std::int64_t{1}), 0);
+    EXPECT_EQ(byteStream_put(&stream, std::int64_t{1}).bytes, 0);
     EXPECT_EQ(byteStream_writeMark(&stream), 0);
     byteStream_clearError(&stream);
-    EXPECT_EQ(byteStream_put(&stream, std::int64_t{1}), 8);
+    EXPECT_EQ(byteStream_put(&stream, std::int64_t{1}).bytes, 8);
     EXPECT_EQ(byteStream_writeMark(&stream), 8);
 }
 
@@ -76,7 +76,7 @@ TEST_F(FixedStream, AnErrorIsStickyForLaterPutsButNotForGets) {
     byteStream_put(&stream, std::uint8_t{5});
     stream.error = STREAM_EXTENSION_ERROR;
     std::uint8_t value = 0;
-    EXPECT_EQ(byteStream_get(&stream, &value), 1) << "a get must not look at the sticky error";
+    EXPECT_EQ(byteStream_get(&stream, &value).bytes, 1) << "a get must not look at the sticky error";
     EXPECT_EQ(value, 5);
     EXPECT_EQ(byteStream_error(&stream), STREAM_EXTENSION_ERROR);
 }
@@ -84,42 +84,42 @@ TEST_F(FixedStream, AnErrorIsStickyForLaterPutsButNotForGets) {
 TEST_F(FixedStream, NegativeCountsAreRefused) {
     byteStream_putBytes(&stream, "abcd", 4);
     std::uint8_t destination = 0;
-    EXPECT_EQ(byteStream_getBytes(&stream, &destination, -1), -1);
+    EXPECT_EQ(byteStream_getBytes(&stream, &destination, -1).bytes, -1);
     EXPECT_EQ(byteStream_error(&stream), STREAM_NOT_ENOUGH_DATA_ERROR);
     byteStream_clearError(&stream);
-    EXPECT_EQ(byteStream_skip(&stream, -3), -1);
+    EXPECT_EQ(byteStream_skip(&stream, -3).bytes, -1);
     EXPECT_EQ(byteStream_error(&stream), STREAM_NOT_ENOUGH_DATA_ERROR);
     byteStream_clearError(&stream);
-    EXPECT_EQ(byteStream_putBytes(&stream, "x", -1), -1);
+    EXPECT_EQ(byteStream_putBytes(&stream, "x", -1).bytes, -1);
     EXPECT_EQ(byteStream_error(&stream), WRONG_PARAMETER_ERROR);
     EXPECT_EQ(byteStream_readMark(&stream), 0);
     EXPECT_EQ(byteStream_writeMark(&stream), 4);
 }
 
 TEST_F(FixedStream, NothingCanBePutAndTaken) {
-    EXPECT_EQ(byteStream_putBytes(&stream, nullptr, 0), 0);
-    EXPECT_EQ(byteStream_getBytes(&stream, nullptr, 0), 0);
+    EXPECT_EQ(byteStream_putBytes(&stream, nullptr, 0).bytes, 0);
+    EXPECT_EQ(byteStream_getBytes(&stream, nullptr, 0).bytes, 0);
     EXPECT_EQ(byteStream_error(&stream), NO_ERROR);
 }
 
 TEST(ByteStream, TypedValuesStandInTheMachinesByteOrder) {
     const ByteStreamPtr stream(byteStream_create(64));
-    EXPECT_EQ(byteStream_put(stream.get(), std::uint8_t{0x01}), 1);
-    EXPECT_EQ(byteStream_put(stream.get(), std::uint16_t{0x0302}), 2);
-    EXPECT_EQ(byteStream_put(stream.get(), std::int32_t{0x07060504}), 4);
-    EXPECT_EQ(byteStream_put(stream.get(), std::int64_t{-2}), 8);
-    EXPECT_EQ(byteStream_put(stream.get(), 1.0), 8);
+    EXPECT_EQ(byteStream_put(stream.get(), std::uint8_t{0x01}).bytes, 1);
+    EXPECT_EQ(byteStream_put(stream.get(), std::uint16_t{0x0302}).bytes, 2);
+    EXPECT_EQ(byteStream_put(stream.get(), std::int32_t{0x07060504}).bytes, 4);
+    EXPECT_EQ(byteStream_put(stream.get(), std::int64_t{-2}).bytes, 8);
+    EXPECT_EQ(byteStream_put(stream.get(), 1.0).bytes, 8);
     EXPECT_EQ(filledHex(*stream), "01 02 03 04 05 06 07 fe ff ff ff ff ff ff ff 00 00 00 00 00 00 f0 3f");
     std::uint8_t one = 0;
     std::uint16_t two = 0;
     std::int32_t four = 0;
     std::int64_t eight = 0;
     double real = 0;
-    EXPECT_EQ(byteStream_get(stream.get(), &one), 1);
-    EXPECT_EQ(byteStream_get(stream.get(), &two), 2);
-    EXPECT_EQ(byteStream_get(stream.get(), &four), 4);
-    EXPECT_EQ(byteStream_get(stream.get(), &eight), 8);
-    EXPECT_EQ(byteStream_get(stream.get(), &real), 8);
+    EXPECT_EQ(byteStream_get(stream.get(), &one).bytes, 1);
+    EXPECT_EQ(byteStream_get(stream.get(), &two).bytes, 2);
+    EXPECT_EQ(byteStream_get(stream.get(), &four).bytes, 4);
+    EXPECT_EQ(byteStream_get(stream.get(), &eight).bytes, 8);
+    EXPECT_EQ(byteStream_get(stream.get(), &real).bytes, 8);
     EXPECT_EQ(one, 0x01);
     EXPECT_EQ(two, 0x0302);
     EXPECT_EQ(four, 0x07060504);
@@ -131,7 +131,7 @@ TEST(ByteStream, TypedValuesStandInTheMachinesByteOrder) {
 TEST(ByteStream, ACreatedStreamOfTenThatReceivesTwelveBytesGrowsToSeventeen) {
     const ByteStreamPtr stream(byteStream_create(10));
     const Bytes bytes = pattern(12);
-    EXPECT_EQ(byteStream_putBytes(stream.get(), bytes.data(), 12), 12);
+    EXPECT_EQ(byteStream_putBytes(stream.get(), bytes.data(), 12).bytes, 12);
     EXPECT_EQ(byteStream_capacity(stream.get()), 17);
     EXPECT_EQ(filledHex(*stream), toHex(bytes));
 }
@@ -139,10 +139,10 @@ TEST(ByteStream, ACreatedStreamOfTenThatReceivesTwelveBytesGrowsToSeventeen) {
 TEST(ByteStream, GrowthAsksForTheMissingBytesOnlyAndKeepsWhatIsThere) {
     const ByteStreamPtr stream(byteStream_create(10));
     const Bytes bytes = pattern(16);
-    ASSERT_EQ(byteStream_putBytes(stream.get(), bytes.data(), 8), 8);
+    ASSERT_EQ(byteStream_putBytes(stream.get(), bytes.data(), 8).bytes, 8);
     std::uint16_t head = 0;
-    ASSERT_EQ(byteStream_get(stream.get(), &head), 2);
-    EXPECT_EQ(byteStream_putBytes(stream.get(), bytes.data() + 8, 8), 8);
+    ASSERT_EQ(byteStream_get(stream.get(), &head).bytes, 2);
+    EXPECT_EQ(byteStream_putBytes(stream.get(), bytes.data() + 8, 8).bytes, 8);
     EXPECT_EQ(byteStream_capacity(stream.get()), 10 * 3 / 2 + 6);
     EXPECT_EQ(filledHex(*stream), toHex(bytes));
     EXPECT_EQ(byteStream_readMark(stream.get()), 2);
@@ -150,7 +150,7 @@ TEST(ByteStream, GrowthAsksForTheMissingBytesOnlyAndKeepsWhatIsThere) {
 
 TEST(ByteStream, TypedPutsGrowTheStreamToo) {
     const ByteStreamPtr stream(byteStream_create(3));
-    EXPECT_EQ(byteStream_put(stream.get(), std::uint32_t{0x04030201}), 4);
+    EXPECT_EQ(byteStream_put(stream.get(), std::uint32_t{0x04030201}).bytes, 4);
     EXPECT_EQ(byteStream_capacity(stream.get()), 3 * 3 / 2 + 1);
     EXPECT_EQ(filledHex(*stream), "01 02 03 04");
 }
@@ -158,14 +158,14 @@ TEST(ByteStream, TypedPutsGrowTheStreamToo) {
 TEST(ByteStream, AStreamOfCapacityZeroGrows) {
     const ByteStreamPtr stream(byteStream_create(0));
     ASSERT_NE(stream, nullptr);
-    EXPECT_EQ(byteStream_putBytes(stream.get(), "ab", 2), 2);
+    EXPECT_EQ(byteStream_putBytes(stream.get(), "ab", 2).bytes, 2);
     EXPECT_EQ(byteStream_capacity(stream.get()), 2);
 }
 
 TEST(ByteStream, GrowthBeyondTheLargestCapacityIsRefused) {
     const ByteStreamPtr stream(byteStream_create(10));
     const char source = 'x';  // not read: the growth is refused before
-    EXPECT_EQ(byteStream_putBytes(stream.get(), &source, INT32_LARGEST), -1);
+    EXPECT_EQ(byteStream_putBytes(stream.get(), &source, INT32_LARGEST).bytes, -1);
     EXPECT_EQ(byteStream_error(stream.get()), STREAM_EXTENSION_ERROR);
     EXPECT_EQ(byteStream_capacity(stream.get()), 10);
     EXPECT_EQ(byteStream_writeMark(stream.get()), 0);
@@ -177,7 +177,7 @@ TEST(ByteStream, GrowthOfAHugeBufferIsComputedWithoutOverflow) {
     // The stream believes in a buffer of 1.5 GiB; three halves of it leave 32 bits.
     stream->capacity = 1'610'612'736;
     stream->writeMark = stream->capacity;
-    EXPECT_EQ(byteStream_putBytes(stream.get(), &byte, 1), -1);
+    EXPECT_EQ(byteStream_putBytes(stream.get(), &byte, 1).bytes, -1);
     EXPECT_EQ(byteStream_error(stream.get()), STREAM_EXTENSION_ERROR);
     EXPECT_EQ(byteStream_capacity(stream.get()), 1'610'612'736);
 }
@@ -230,23 +230,23 @@ TEST(ByteStream, BackwardReadsTakeTheLastValueFirst) {
     for (std::uint8_t i = 1; i <= 4; ++i) {
         byteStream_put(stream.get(), i);
     }
-    ASSERT_EQ(byteStream_rewind(stream.get(), BYTE_STREAM_BACKWARD), 0);
+    ASSERT_EQ(byteStream_rewind(stream.get(), BYTE_STREAM_BACKWARD).bytes, 0);
     for (std::uint8_t i = 4; i >= 1; --i) {
         std::uint8_t value = 0;
-        ASSERT_EQ(byteStream_get(stream.get(), &value), 1);
+        ASSERT_EQ(byteStream_get(stream.get(), &value).bytes, 1);
         EXPECT_EQ(value, i);
     }
     std::uint8_t value = 0;
-    EXPECT_EQ(byteStream_get(stream.get(), &value), -1);
+    EXPECT_EQ(byteStream_get(stream.get(), &value).bytes, -1);
 }
 
 TEST(ByteStream, AValueReadBackwardKeepsItsStoredOrder) {
     const ByteStreamPtr stream = streamOf(fromHex("01 02 03 04"));
     byteStream_rewind(stream.get(), BYTE_STREAM_BACKWARD);
     std::array<std::uint8_t, 2> value{};
-    ASSERT_EQ(byteStream_getBytes(stream.get(), value.data(), 2), 2);
+    ASSERT_EQ(byteStream_getBytes(stream.get(), value.data(), 2).bytes, 2);
     EXPECT_EQ(toHex(value), "03 04");
-    ASSERT_EQ(byteStream_getBytes(stream.get(), value.data(), 2), 2);
+    ASSERT_EQ(byteStream_getBytes(stream.get(), value.data(), 2).bytes, 2);
     EXPECT_EQ(toHex(value), "01 02");
 }
 
@@ -255,7 +255,7 @@ TEST(ByteStream, GettingFourBytesOfThreeFailsAndMovesNothing) {
     std::uint8_t first = 0;
     byteStream_get(stream.get(), &first);
     std::uint32_t value = 77;
-    EXPECT_EQ(byteStream_get(stream.get(), &value), -1);
+    EXPECT_EQ(byteStream_get(stream.get(), &value).bytes, -1);
     EXPECT_EQ(byteStream_error(stream.get()), STREAM_NOT_ENOUGH_DATA_ERROR);
     EXPECT_EQ(byteStream_readMark(stream.get()), 1);
     EXPECT_EQ(value, 77U);
@@ -263,10 +263,10 @@ TEST(ByteStream, GettingFourBytesOfThreeFailsAndMovesNothing) {
 
 TEST(ByteStream, SkippingConsumesInTheReadDirection) {
     const ByteStreamPtr stream = streamOf(fromHex("01 02 03 04 05"));
-    EXPECT_EQ(byteStream_skip(stream.get(), 2), 2);
+    EXPECT_EQ(byteStream_skip(stream.get(), 2).bytes, 2);
     EXPECT_EQ(*byteStream_readPointer(stream.get()), 3);
     byteStream_rewind(stream.get(), BYTE_STREAM_BACKWARD);
-    EXPECT_EQ(byteStream_getBytes(stream.get(), nullptr, 2), 2);
+    EXPECT_EQ(byteStream_getBytes(stream.get(), nullptr, 2).bytes, 2);
     std::uint8_t value = 0;
     byteStream_get(stream.get(), &value);
     EXPECT_EQ(value, 3);
@@ -274,25 +274,25 @@ TEST(ByteStream, SkippingConsumesInTheReadDirection) {
 
 TEST(ByteStream, ResettingTheReadMarkBeyondTheWriteMarkFails) {
     const ByteStreamPtr stream = streamOf(pattern(4));
-    ASSERT_EQ(byteStream_resetRead(stream.get(), BYTE_STREAM_FORWARD, 4), 0) << "the write mark itself is allowed";
-    EXPECT_EQ(byteStream_resetRead(stream.get(), BYTE_STREAM_BACKWARD, 5), -1);
+    ASSERT_EQ(byteStream_resetRead(stream.get(), BYTE_STREAM_FORWARD, 4).bytes, 0) << "the write mark itself is allowed";
+    EXPECT_EQ(byteStream_resetRead(stream.get(), BYTE_STREAM_BACKWARD, 5).bytes, -1);
     EXPECT_EQ(byteStream_error(stream.get()), STREAM_READ_RESET_ERROR);
     EXPECT_EQ(byteStream_readMark(stream.get()), 4);
     EXPECT_EQ(stream->direction, BYTE_STREAM_FORWARD) << "a refused reset must not turn the stream";
     byteStream_clearError(stream.get());
-    EXPECT_EQ(byteStream_resetRead(stream.get(), BYTE_STREAM_FORWARD, -1), -1);
+    EXPECT_EQ(byteStream_resetRead(stream.get(), BYTE_STREAM_FORWARD, -1).bytes, -1);
     EXPECT_EQ(byteStream_error(stream.get()), STREAM_READ_RESET_ERROR);
 }
 
 TEST(ByteStream, ResettingTheWriteMarkClearsTheErrorOrReportsItsOwn) {
     const ByteStreamPtr stream = streamOf(pattern(4));
     stream->error = STREAM_EXTENSION_ERROR;
-    EXPECT_EQ(byteStream_resetWrite(stream.get(), 4), 0) << "the capacity itself is allowed";
+    EXPECT_EQ(byteStream_resetWrite(stream.get(), 4).bytes, 0) << "the capacity itself is allowed";
     EXPECT_EQ(byteStream_error(stream.get()), NO_ERROR);
-    EXPECT_EQ(byteStream_resetWrite(stream.get(), 5), -1);
+    EXPECT_EQ(byteStream_resetWrite(stream.get(), 5).bytes, -1);
     EXPECT_EQ(byteStream_error(stream.get()), STREAM_WRITE_RESET_ERROR);
     byteStream_clearError(stream.get());
-    EXPECT_EQ(byteStream_resetWrite(stream.get(), -1), -1);
+    EXPECT_EQ(byteStream_resetWrite(stream.get(), -1).bytes, -1);
     EXPECT_EQ(byteStream_error(stream.get()), STREAM_WRITE_RESET_ERROR);
     EXPECT_EQ(byteStream_writeMark(stream.get()), 4);
 }
@@ -300,17 +300,17 @@ TEST(ByteStream, ResettingTheWriteMarkClearsTheErrorOrReportsItsOwn) {
 TEST(ByteStream, AWriteMarkBelowTheReadMarkPullsTheReadMarkDown) {
     const ByteStreamPtr stream = streamOf(pattern(8));
     byteStream_skip(stream.get(), 6);
-    EXPECT_EQ(byteStream_resetWrite(stream.get(), 3), 0);
+    EXPECT_EQ(byteStream_resetWrite(stream.get(), 3).bytes, 0);
     EXPECT_EQ(byteStream_readMark(stream.get()), 3);
     EXPECT_EQ(byteStream_unread(stream.get()), 0);
     std::uint8_t value = 0;
-    EXPECT_EQ(byteStream_get(stream.get(), &value), -1) << "nothing is unread";
+    EXPECT_EQ(byteStream_get(stream.get(), &value).bytes, -1) << "nothing is unread";
 }
 
 TEST(ByteStream, AWriteMarkAboveTheReadMarkLeavesIt) {
     const ByteStreamPtr stream = streamOf(pattern(8));
     byteStream_skip(stream.get(), 2);
-    EXPECT_EQ(byteStream_resetWrite(stream.get(), 5), 0);
+    EXPECT_EQ(byteStream_resetWrite(stream.get(), 5).bytes, 0);
     EXPECT_EQ(byteStream_readMark(stream.get()), 2);
 }
 
@@ -327,7 +327,7 @@ TEST(ByteStream, ResetStartsOverInTheGivenDirection) {
 
 TEST(ByteStream, ClearKeepsTheCapacity) {
     const ByteStreamPtr stream = streamOf(pattern(8));
-    EXPECT_EQ(byteStream_clear(stream.get()), 0);
+    EXPECT_EQ(byteStream_clear(stream.get()).bytes, 0);
     EXPECT_EQ(byteStream_writeMark(stream.get()), 0);
     EXPECT_EQ(byteStream_capacity(stream.get()), 8);
 }
@@ -378,4 +378,4 @@ TEST(ByteStream, ABufferBelowTheMarksIsRefusedWithALineOnStandardOutput) {
 }
 
 }  // namespace
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

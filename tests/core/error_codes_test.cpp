@@ -5,7 +5,7 @@
 #include <array>
 #include <limits>
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 namespace {
 
 struct Expected {
@@ -88,4 +88,4 @@ TEST(ErrorCodes, NumbersOutsideTheTableReadUnknownError) {
 }
 
 }  // namespace
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

@@ -17,7 +17,7 @@
 #include "tests/support/log_capture.h"
 #include "tests/support/temporary_directory.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 namespace {
 
 std::string logName(pid_t process) {
@@ -303,4 +303,4 @@ TEST(LogFacilityTest, AReleaseThatLogsReachesNoFacilityAndIsNotRepeated) {
 }
 
 }  // namespace
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

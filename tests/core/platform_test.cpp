@@ -11,7 +11,7 @@
 #include "tests/support/child_process.h"
 #include "tests/support/temporary_directory.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 namespace {
 
 // The soft limit of open files that a process with these limits has after asking for `count`; 0 when it cannot be set
@@ -78,4 +78,4 @@ TEST(Platform, ALogThatCannotBeOpenedIsNone) {
 }
 
 }  // namespace
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

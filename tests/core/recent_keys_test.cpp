@@ -8,7 +8,7 @@
 
 #include "tests/support/test_run.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 namespace {
 
 TEST(RecentKeys, AKeyIsSeenTheSecondTime) {
@@ -58,4 +58,4 @@ TEST(RecentKeys, NoKeyIsTakenForAnotherOne) {
 }
 
 }  // namespace
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

@@ -5,7 +5,7 @@
 
 #include "messagetable/message_lookup.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 
 namespace {
 
@@ -230,4 +230,4 @@ ErrorCode storeSession(SessionInfoTable* table, std::int64_t number) {
     return si_write(table, static_cast<std::int32_t>(values.size()), SESSION_TAGS.data(), values.data());
 }
 
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

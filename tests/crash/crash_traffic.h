@@ -8,10 +8,11 @@
 #include <string>
 #include <vector>
 
+#include "core/handle.h"
 #include "sessioninfo/session_info_table.h"
 #include "tests/messagetable/message_table_fixture.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 
 // The numbers from which everything random of a message comes.
 std::uint64_t mixed(std::uint64_t seed, std::uint64_t number);
@@ -39,14 +40,11 @@ std::string fileProblem(const Bytes& actual, const Bytes& expected);
 // The session info table "session" that the writers keep beside the message table.
 inline constexpr std::array<std::int32_t, 6> SESSION_TAGS{2, 1, 3, 4, 5, 6};
 using SessionValues = std::array<std::int64_t, SESSION_TAGS.size()>;
-struct SessionTableDeleter {
-    void operator()(SessionInfoTable* table) const noexcept { si_destroy(table); }
-};
-using SessionTablePtr = std::unique_ptr<SessionInfoTable, SessionTableDeleter>;
+using SessionTablePtr = Handle<SessionInfoTable, si_destroy>;
 
 SessionTablePtr createSession(const std::string& root);
 // What the table holds behind write `number`; all 0 behind none, and behind each that is a drop of the values.
 SessionValues sessionValues(std::int64_t number);
 ErrorCode storeSession(SessionInfoTable* table, std::int64_t number);
 
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

@@ -3,7 +3,7 @@
 #include <random>
 #include <utility>
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 
 namespace {
 
@@ -42,13 +42,13 @@ class Writer {
         begin(anew ? WriterStep::creating : WriterStep::opening,
               anew ? TableContent{content().generation + 1, 0} : content());
         table_ = createTable(root_, traffic_.shape);
-        ErrorCode code = mt_open(table_.get(), anew ? TABLE_FILE_CREATE : TABLE_FILE_WRITE);
+        ErrorCode code = mt_open(table_.get(), anew ? OpenMode::create : OpenMode::write);
         if (code != NO_ERROR) {
             return failed("opening the message table", code);
         }
         acknowledge();
         session_ = createSession(root_);
-        code = si_init(session_.get(), TABLE_FILE_WRITE);
+        code = si_init(session_.get(), OpenMode::write);
         return code == NO_ERROR || failed("opening the session table", code);
     }
     // Operations until the tables are to be opened again.
@@ -133,4 +133,4 @@ int writeUntilKilled(const std::string& root, const CrashTraffic& traffic, Write
     return Writer(root, traffic, state, random).run();
 }
 
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

@@ -10,7 +10,7 @@
 #include "tests/crash/crash_traffic.h"
 #include "tests/crash/shared_page.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 
 // What a table holds: the first so many messages of a generation. Message 0 stands for an empty one.
 struct TableContent {
@@ -49,4 +49,4 @@ struct WriterState {
 // Returns only when something fails, with the sentence in the state's problem.
 int writeUntilKilled(const std::string& root, const CrashTraffic& traffic, WriterState* state, std::uint64_t random);
 
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

@@ -15,7 +15,7 @@
 #include "tests/messagetable/table_image.h"
 #include "tests/support/test_run.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 namespace {
 
 constexpr std::int32_t MESSAGES = 10;
@@ -62,7 +62,7 @@ class DiskLimit : public TableImageTest {
     Run writeFrom(std::int32_t first) {
         Run run;
         const MessageTablePtr writer = createTable(directory.root(), shape);
-        run.opened = mt_open(writer.get(), TABLE_FILE_WRITE);
+        run.opened = mt_open(writer.get(), OpenMode::write);
         run.stored = first - 1;
         for (std::int32_t n = first; run.opened == NO_ERROR && n <= MESSAGES && run.refused.size() < 3; ++n) {
             const ErrorCode code = writeMessage(writer.get(), simpleMessage(run.stored + 1, shape));
@@ -84,7 +84,7 @@ class DiskLimit : public TableImageTest {
     // With space again: nothing lost, nothing doubled, and the table ends as if the disk had never been full.
     void expectGoesOn(std::int32_t stored) {
         MessageTablePtr writer = createTable(directory.root(), shape);
-        const ErrorCode code = mt_open(writer.get(), TABLE_FILE_WRITE);
+        const ErrorCode code = mt_open(writer.get(), OpenMode::write);
         ASSERT_EQ(code, NO_ERROR) << "it does not open again: " << getErrorMessage(code) << ", its file has "
                                   << fileBytes().size() << " bytes";
         lost += std::max(0, stored - writer->dataInfo.messageCount);
@@ -173,7 +173,7 @@ TEST_F(DiskLimit, UnderADropLeavesAnEmptyTableOrOneThatIsMadeAnewWithSpaceAgain)
         SCOPED_TRACE("a limit of " + std::to_string(limit) + " bytes");
         place(whole);
         ErrorCode code = NO_ERROR;
-        const MessageTablePtr dropped = openTable(directory.root(), TABLE_FILE_WRITE, shape);
+        const MessageTablePtr dropped = openTable(directory.root(), OpenMode::write, shape);
         {
             const FileSizeLimit full(limit);
             code = mt_drop(dropped.get());
@@ -196,13 +196,13 @@ class SessionDiskLimit : public ::testing::Test {
         std::filesystem::remove(path);
         const FileSizeLimit full(limit);
         const SessionTablePtr writer = createSession(directory.root());
-        const ErrorCode opened = si_init(writer.get(), TABLE_FILE_WRITE);
+        const ErrorCode opened = si_init(writer.get(), OpenMode::write);
         return {opened, write ? storeSession(writer.get(), 1) : NO_ERROR,
                 write ? storeSession(writer.get(), 2) : NO_ERROR};
     }
     SessionTablePtr openAgain() {
         SessionTablePtr again = createSession(directory.root());
-        EXPECT_EQ(si_init(again.get(), TABLE_FILE_WRITE), NO_ERROR)
+        EXPECT_EQ(si_init(again.get(), OpenMode::write), NO_ERROR)
             << "with space again, from a file of " << std::filesystem::file_size(path) << " bytes";
         return again;
     }
@@ -243,4 +243,4 @@ TEST_F(SessionDiskLimit, UnderTheFirstWriteLeavesEachTagWithItsOldOrItsNewValue)
 }
 
 }  // namespace
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

@@ -20,7 +20,7 @@
 #include "tests/support/child_process.h"
 #include "tests/support/test_run.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 namespace {
 
 constexpr int NOT_PERMITTED = 77;
@@ -102,7 +102,7 @@ class Engine {
     std::uint64_t random(std::uint64_t end) { return random_() % end; }
     ErrorCode open() {
         table_ = createTable(root_, traffic_.shape);
-        return mt_open(table_.get(), TABLE_FILE_WRITE);
+        return mt_open(table_.get(), OpenMode::write);
     }
     // With space: everything is there, and it opens.
     void requireOpen() {
@@ -132,7 +132,7 @@ class Engine {
     }
     void requireSeenByReader() const {
         const MessageTablePtr reader = createTable(root_, traffic_.shape);
-        requireCode(mt_open(reader.get(), TABLE_FILE_READ), NO_ERROR, "a reader on a full disk");
+        requireCode(mt_open(reader.get(), OpenMode::read), NO_ERROR, "a reader on a full disk");
         requireContent(reader.get(), "what a reader on a full disk sees");
     }
     void drop() {
@@ -175,7 +175,7 @@ TEST_P(FullDiskUnder, AnEngineRefusesWhatIsNotStoredOpensAgainWithSpaceAndGoesOn
     runOnSmallDisk([&] {
         Engine engine(directory.root(), shape, seed, state.operator->());
         const SessionTablePtr session = createSession(directory.root());
-        requireCode(si_init(session.get(), TABLE_FILE_WRITE), NO_ERROR, "opening the session table");
+        requireCode(si_init(session.get(), OpenMode::write), NO_ERROR, "opening the session table");
         requireCode(storeSession(session.get(), 1), NO_ERROR, "writing session values");
         engine.requireOpen();
         for (int round = 0; round < ROUNDS * testEffort(); ++round) {
@@ -239,4 +239,4 @@ TEST_F(FullDisk, ADamagedTableIsNotCutWhileThereIsNoSpaceToSaveWhatWouldBeCut) {
 }
 
 }  // namespace
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

@@ -17,7 +17,7 @@
 #include "tests/support/child_process.h"
 #include "tests/support/test_run.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 namespace {
 
 #if defined(__SANITIZE_ADDRESS__)
@@ -94,9 +94,9 @@ class KillLoop : public TableImageTest, public ::testing::WithParamInterface<Kin
         ChildProcess recovery([&] {
             killAtCall(1 + static_cast<int>(moment % 12), moment);
             const MessageTablePtr recovered = createTable(directory.root(), shape);
-            const ErrorCode code = mt_open(recovered.get(), TABLE_FILE_WRITE);
+            const ErrorCode code = mt_open(recovered.get(), OpenMode::write);
             const SessionTablePtr session = createSession(directory.root());
-            return code == NO_ERROR && si_init(session.get(), TABLE_FILE_WRITE) == NO_ERROR ? 0 : 1;
+            return code == NO_ERROR && si_init(session.get(), OpenMode::write) == NO_ERROR ? 0 : 1;
         });
         const int result = recovery.wait();
         ASSERT_TRUE(result == 0 || result == KILLED) << "a recovery fails";
@@ -108,7 +108,7 @@ class KillLoop : public TableImageTest, public ::testing::WithParamInterface<Kin
         const std::int32_t perBlock = shape.messagesPerBlock;
         const TableContent now = acknowledged();
         const std::int32_t last = (now.messages / perBlock + 1) * perBlock - static_cast<std::int32_t>(random() % 40);
-        const MessageTablePtr writer = openTable(directory.root(), TABLE_FILE_WRITE, shape);
+        const MessageTablePtr writer = openTable(directory.root(), OpenMode::write, shape);
         ASSERT_NE(writer, nullptr);
         for (std::int32_t n = now.messages + 1; n <= last; ++n) {
             ASSERT_EQ(writeMessage(writer.get(), traffic.message(now.generation, n)), NO_ERROR);
@@ -156,7 +156,7 @@ class KillLoop : public TableImageTest, public ::testing::WithParamInterface<Kin
     // A table that is being made may be without a header still.
     void checkReadOnly() {
         const MessageTablePtr reader = createTable(directory.root(), shape);
-        const ErrorCode code = mt_open(reader.get(), TABLE_FILE_READ);
+        const ErrorCode code = mt_open(reader.get(), OpenMode::read);
         const bool beingMade = atWork().messages == 0 && (atWork() != acknowledged() || acknowledged().messages == 0);
         if (code != NO_ERROR) {
             const bool there = std::filesystem::exists(path());
@@ -170,7 +170,7 @@ class KillLoop : public TableImageTest, public ::testing::WithParamInterface<Kin
     }
     void checkForWriting() {
         MessageTablePtr writer = createTable(directory.root(), shape);
-        const ErrorCode code = mt_open(writer.get(), TABLE_FILE_WRITE);
+        const ErrorCode code = mt_open(writer.get(), OpenMode::write);
         ASSERT_EQ(code, NO_ERROR) << "the table does not open: " << getErrorMessage(code);
         TableContent found;
         ASSERT_NO_FATAL_FAILURE(findContent(writer.get(), &found));
@@ -193,10 +193,10 @@ class KillLoop : public TableImageTest, public ::testing::WithParamInterface<Kin
         }
     }
     // Each tag holds its value of the last acknowledged write, or each that of the one being written.
-    void checkSession(std::int32_t mode) {
+    void checkSession(OpenMode mode) {
         const SessionTablePtr session = createSession(directory.root());
         const ErrorCode code = si_init(session.get(), mode);
-        if (mode == TABLE_FILE_READ && state->session.load() == 0 && code != NO_ERROR) {
+        if (mode == OpenMode::read && state->session.load() == 0 && code != NO_ERROR) {
             return;  // it is being made
         }
         ASSERT_EQ(code, NO_ERROR) << "the session table does not open: " << getErrorMessage(code);
@@ -206,7 +206,7 @@ class KillLoop : public TableImageTest, public ::testing::WithParamInterface<Kin
         ASSERT_TRUE(next || values == sessionValues(state->session.load()))
             << "the session values are not those of write " << state->session.load()
             << " or the next: " << ::testing::PrintToString(values);
-        if (mode == TABLE_FILE_WRITE) {
+        if (mode == OpenMode::write) {
             const std::int64_t number = next ? state->nextSession.load() : state->session.load();
             state->session.store(number);
             state->nextSession.store(number);
@@ -216,13 +216,13 @@ class KillLoop : public TableImageTest, public ::testing::WithParamInterface<Kin
         seen.reset();
         if (oneIn(2)) {
             ASSERT_NO_FATAL_FAILURE(checkReadOnly());
-            ASSERT_NO_FATAL_FAILURE(checkSession(TABLE_FILE_READ));
+            ASSERT_NO_FATAL_FAILURE(checkSession(OpenMode::read));
         }
         for (std::uint64_t again = random() % 3; again > 0; --again) {
             ASSERT_NO_FATAL_FAILURE(killOneRecovery());
         }
         ASSERT_NO_FATAL_FAILURE(checkForWriting());
-        ASSERT_NO_FATAL_FAILURE(checkSession(TABLE_FILE_WRITE));
+        ASSERT_NO_FATAL_FAILURE(checkSession(OpenMode::write));
     }
 
     CrashTraffic traffic;
@@ -276,4 +276,4 @@ INSTANTIATE_TEST_SUITE_P(Of, KillLoop,
                          [](const auto& kind) { return kind.param.name; });
 
 }  // namespace
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

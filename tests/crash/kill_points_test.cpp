@@ -16,7 +16,7 @@
 #include "tests/support/child_process.h"
 #include "tests/support/test_run.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 namespace {
 
 constexpr int KILLED = 256 + SIGKILL;
@@ -38,7 +38,7 @@ struct Operation {
     std::int32_t after;
     // What the process does once it has the table open; null for what opening it does, in the given mode.
     ErrorCode (*work)(MessageTable* table, const Message& next);
-    std::int32_t mode = TABLE_FILE_WRITE;
+    OpenMode mode = OpenMode::write;
 };
 
 void PrintTo(const Operation& operation, std::ostream* out) {
@@ -96,7 +96,7 @@ class KillPoints : public TableImageTest, public ::testing::WithParamInterface<O
     // A reader sees the old content or the new one, unless the table has no header yet.
     void checkReader(const std::vector<std::vector<Message>>& allowed) {
         const MessageTablePtr reader = createTable(directory.root(), shape);
-        const ErrorCode code = mt_open(reader.get(), TABLE_FILE_READ);
+        const ErrorCode code = mt_open(reader.get(), OpenMode::read);
         if (code != NO_ERROR) {
             const bool exists = std::filesystem::exists(path());
             ASSERT_EQ(code, exists ? FILE_SIZE_ERROR : FILE_OPEN_ERROR);
@@ -111,7 +111,7 @@ class KillPoints : public TableImageTest, public ::testing::WithParamInterface<O
         ASSERT_EQ(lookupProblem(reader.get(), read.messages), "");
     }
     void checkRecovered(const std::vector<std::vector<Message>>& allowed) {
-        MessageTablePtr writer = openTable(directory.root(), TABLE_FILE_WRITE, shape);
+        MessageTablePtr writer = openTable(directory.root(), OpenMode::write, shape);
         ASSERT_NE(writer, nullptr);
         std::vector<Message> found = readAll(writer.get()).messages;
         ASSERT_TRUE(std::count(allowed.begin(), allowed.end(), found) > 0) << found.size() << " messages are left";
@@ -158,7 +158,7 @@ INSTANTIATE_TEST_SUITE_P(Of, KillPoints,
                                            Operation{"Recovering", OPEN_BLOCK, false, OPEN_BLOCK, nullptr},
                                            Operation{"Dropping", OPEN_BLOCK, false, 0, drop},
                                            Operation{"DroppingAClosedTable", OPEN_BLOCK, true, 0, drop},
-                                           Operation{"CreatingAnew", OPEN_BLOCK, true, 0, nullptr, TABLE_FILE_CREATE}),
+                                           Operation{"CreatingAnew", OPEN_BLOCK, true, 0, nullptr, OpenMode::create}),
                          [](const auto& operation) { return operation.param.name; });
 
 // The bytes that a recovery cuts are saved whole, whenever it is killed.
@@ -194,4 +194,4 @@ TEST_F(KilledSalvage, HasSavedWhatIsCutBeforeItCuts) {
 }
 
 }  // namespace
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

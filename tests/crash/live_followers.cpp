@@ -11,7 +11,7 @@
 #include "tests/messagetable/walk_record.h"
 #include "watcher/message_watcher.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 
 namespace {
 
@@ -36,7 +36,7 @@ class Follower {
     }
     int open(std::size_t table, MessageTablePtr* reader) const {
         *reader = createTable(traffic.root(), traffic.shape(table));
-        const ErrorCode code = mt_open(reader->get(), TABLE_FILE_READ);
+        const ErrorCode code = mt_open(reader->get(), OpenMode::read);
         return code == NO_ERROR ? 0 : fail("opening for reading", code);
     }
     bool isMessage(const Message& message, std::int32_t id) const { return message == traffic.message(id); }
@@ -333,4 +333,4 @@ int watchLive(const LiveTraffic& traffic, LiveState* state, std::int32_t from, s
     return code == NO_ERROR ? watch.result : watch.follower.fail("the watch ends", code);
 }
 
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

@@ -9,7 +9,7 @@
 #include "tests/crash/crash_traffic.h"
 #include "tests/crash/signal_points.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 
 namespace {
 
@@ -23,7 +23,7 @@ class LiveWriter {
     int open() {
         for (std::size_t i = 0; i < LIVE_TABLES; ++i) {
             tables_.at(i) = createTable(traffic_.root(), traffic_.shape(i));
-            const ErrorCode code = mt_open(tables_.at(i).get(), TABLE_FILE_WRITE);
+            const ErrorCode code = mt_open(tables_.at(i).get(), OpenMode::write);
             if (code != NO_ERROR) {
                 return state_->problem.report("the writer cannot open table " + std::to_string(i) + ": " +
                                               getErrorMessage(code));
@@ -147,4 +147,4 @@ int writeLive(const LiveTraffic& traffic, LiveState* state, std::uint64_t seed) 
     return result == 0 ? writer.close(true) : result;
 }
 
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

@@ -11,7 +11,7 @@
 #include "tests/crash/shared_page.h"
 #include "tests/messagetable/message_table_fixture.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 
 inline constexpr std::size_t LIVE_TABLES = 2;
 inline constexpr std::size_t MOST_FOLLOWERS = 16;
@@ -69,4 +69,4 @@ int iterateLiveBackward(const LiveTraffic& traffic, LiveState* state, std::size_
 // A watch over both tables from an id on that is there already.
 int watchLive(const LiveTraffic& traffic, LiveState* state, std::int32_t from, std::size_t follower);
 
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

@@ -22,7 +22,7 @@
 #include "tests/support/log_capture.h"
 #include "tests/support/test_run.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 namespace {
 
 #if defined(__SANITIZE_ADDRESS__)
@@ -115,9 +115,9 @@ class LockLifetime : public MessageTableTest {
     int hold(const std::vector<Relative>& kinds, const ProcessSignal& ready) {
         const MessageTablePtr held = createTable(directory.root(), shape);
         const SessionTablePtr session = createSession(directory.root());
-        if (mt_open(held.get(), TABLE_FILE_CREATE) != NO_ERROR ||
+        if (mt_open(held.get(), OpenMode::create) != NO_ERROR ||
             writeSimpleMessages(held.get(), 1, STORED, shape) != NO_ERROR ||
-            si_init(session.get(), TABLE_FILE_WRITE) != NO_ERROR || storeSession(session.get(), 1) != NO_ERROR) {
+            si_init(session.get(), OpenMode::write) != NO_ERROR || storeSession(session.get(), 1) != NO_ERROR) {
             return 1;
         }
         for (std::size_t i = 0; i < kinds.size(); ++i) {
@@ -133,10 +133,10 @@ class LockLifetime : public MessageTableTest {
     void expectHeld(bool held, const std::string& when) {
         const MessageTablePtr writer = createTable(directory.root(), shape);
         const SessionTablePtr session = createSession(directory.root());
-        EXPECT_EQ(mt_open(writer.get(), TABLE_FILE_WRITE), held ? FILE_OPEN_ERROR : NO_ERROR) << when;
-        EXPECT_EQ(si_init(session.get(), TABLE_FILE_WRITE), held ? FILE_OPEN_ERROR : NO_ERROR) << when;
+        EXPECT_EQ(mt_open(writer.get(), OpenMode::write), held ? FILE_OPEN_ERROR : NO_ERROR) << when;
+        EXPECT_EQ(si_init(session.get(), OpenMode::write), held ? FILE_OPEN_ERROR : NO_ERROR) << when;
         if (held) {
-            EXPECT_EQ(mt_open(writer.get(), TABLE_FILE_CREATE), FILE_OPEN_ERROR) << when;
+            EXPECT_EQ(mt_open(writer.get(), OpenMode::create), FILE_OPEN_ERROR) << when;
         }
         EXPECT_EQ(messagesIn(directory.root(), shape), simpleMessages(1, STORED, shape)) << when;
         looks += 1;
@@ -184,4 +184,4 @@ TEST_F(LockLifetime, EndsWithTheLastOfTheHolderAndTheCopiesOfItAndStartedProgram
 }
 
 }  // namespace
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

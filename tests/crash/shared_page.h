@@ -12,7 +12,7 @@
 #include <string>
 #include <system_error>
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 
 // A State made before the fork. Its members that change are atomics.
 template <typename State>
@@ -57,4 +57,4 @@ class SharedProblem {
     char text_[1000] = {};
 };
 
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

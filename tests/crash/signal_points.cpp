@@ -8,7 +8,7 @@
 
 #include "storage/file_platform.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 
 namespace {
 
@@ -109,4 +109,4 @@ void stopAtCalls(int every, std::uint64_t random) {
     stopsEvery = every;
 }
 
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

@@ -3,7 +3,7 @@
 
 #include <cstdint>
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 
 // From now on until the process ends, call number `call` (from 1 on) that changes a file or its lock is the last one:
 // it is not done, done, or, for a write across pages, done up to the end of one of its pages, which is what the system
@@ -13,4 +13,4 @@ void killAtCall(int call, std::uint64_t random);
 // is continued.
 void stopAtCalls(int every, std::uint64_t random);
 
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

@@ -16,7 +16,7 @@
 #include "tests/support/log_capture.h"
 #include "tests/support/test_run.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 namespace {
 
 using namespace std::chrono_literals;
@@ -67,7 +67,7 @@ class StoppedProcesses : public ::testing::Test {
     // Only called while the writer cannot let the tables go.
     void expectSecondWriterRefused(const LiveTraffic& traffic, const char* when) {
         const std::size_t i = random() % LIVE_TABLES;
-        const std::int32_t mode = random() % 2 == 0 ? TABLE_FILE_WRITE : TABLE_FILE_CREATE;
+        const OpenMode mode = random() % 2 == 0 ? OpenMode::write : OpenMode::create;
         const MessageTablePtr second = createTable(traffic.root(), traffic.shape(i));
         EXPECT_EQ(mt_open(second.get(), mode), FILE_OPEN_ERROR) << "beside a writer that is " << when;
         refusals += 1;
@@ -208,4 +208,4 @@ TEST_F(StoppedProcesses, SkipNothingRepeatNothingAndGetNoStaleAnswer) {
 }
 
 }  // namespace
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

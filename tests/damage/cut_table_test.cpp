@@ -11,7 +11,7 @@
 #include "tests/damage/table_damage.h"
 #include "tests/support/test_run.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 namespace {
 
 constexpr std::int32_t APPENDED = 5;            // closes a block wherever writing goes on
@@ -74,7 +74,7 @@ class CutTable : public ::testing::TestWithParam<Kind> {
     const Bytes& recoveredFrom(const Bytes& damaged, std::int32_t count) const {
         return damaged == unclosedWith(0) ? unclosedWith(0) : closedWith(count);
     }
-    ErrorCode openAndRelease(std::int32_t mode) const {
+    ErrorCode openAndRelease(OpenMode mode) const {
         const MessageTablePtr table = createTable(MEMORY_ROOT, shape);
         return mt_open(table.get(), mode);
     }
@@ -83,7 +83,7 @@ class CutTable : public ::testing::TestWithParam<Kind> {
     void expectReadable(const Bytes& damaged, std::int32_t count) {
         place(damaged);
         const MessageTablePtr table = createTable(MEMORY_ROOT, shape);
-        if (mt_open(table.get(), TABLE_FILE_READ) == NO_ERROR) {
+        if (mt_open(table.get(), OpenMode::read) == NO_ERROR) {
             const ReadMessages read = readAll(table.get());
             const auto delivered = static_cast<std::int32_t>(read.messages.size());
             EXPECT_EQ(read.messages, first(std::min(delivered, count))) << "opened read-only";
@@ -97,7 +97,7 @@ class CutTable : public ::testing::TestWithParam<Kind> {
         guard.begin(::testing::UnitTest::GetInstance()->current_test_info()->name());
         cuts += 1;
         expectReadable(damaged, count);
-        MessageTablePtr table = openTable(MEMORY_ROOT, TABLE_FILE_WRITE, shape);
+        MessageTablePtr table = openTable(MEMORY_ROOT, OpenMode::write, shape);
         ASSERT_NE(table, nullptr);
         const ReadMessages read = readAll(table.get());
         EXPECT_EQ(read.code, NO_ERROR);
@@ -107,12 +107,12 @@ class CutTable : public ::testing::TestWithParam<Kind> {
         salvaged = others();
         expectSaved(damaged);
         table.reset();
-        ASSERT_EQ(openAndRelease(TABLE_FILE_WRITE), NO_ERROR);
+        ASSERT_EQ(openAndRelease(OpenMode::write), NO_ERROR);
         ASSERT_EQ(difference(file(), recoveredFrom(damaged, count)), "") << "opened once more";
         Bytes again = closedWith(count);
         putU64(&again, places.storedDataEnd(), 0);
         platform.put(memoryPath(shape), again);
-        ASSERT_EQ(openAndRelease(TABLE_FILE_WRITE), NO_ERROR);
+        ASSERT_EQ(openAndRelease(OpenMode::write), NO_ERROR);
         ASSERT_EQ(difference(file(), closedWith(count)), "") << "recovered once more";
         ASSERT_EQ(others(), salvaged) << "opened and recovered once more";
         expectGoesOn(count);
@@ -130,7 +130,7 @@ class CutTable : public ::testing::TestWithParam<Kind> {
     }
     // Writing goes on beyond the next end of a block, and everything is there after it.
     void expectGoesOn(std::int32_t count) {
-        MessageTablePtr table = openTable(MEMORY_ROOT, TABLE_FILE_WRITE, shape);
+        MessageTablePtr table = openTable(MEMORY_ROOT, OpenMode::write, shape);
         ASSERT_NE(table, nullptr);
         for (std::int32_t i = count; i < count + APPENDED; ++i) {
             ASSERT_EQ(writeMessage(table.get(), messages[static_cast<std::size_t>(i)]), NO_ERROR);
@@ -226,8 +226,8 @@ TEST_P(CutTable, ToTheGenericHeaderOrLessIsRefusedAndLeftAsItIs) {
         for (std::size_t size = 1; size < SMALLEST_RECOVERED; ++size) {
             SCOPED_TRACE("cut to " + std::to_string(size) + " bytes");
             place(cutAt(whole, size));
-            EXPECT_EQ(openAndRelease(TABLE_FILE_WRITE), FILE_SIZE_ERROR) << "for writing";
-            EXPECT_NE(openAndRelease(TABLE_FILE_READ), NO_ERROR) << "read-only";
+            EXPECT_EQ(openAndRelease(OpenMode::write), FILE_SIZE_ERROR) << "for writing";
+            EXPECT_NE(openAndRelease(OpenMode::read), NO_ERROR) << "read-only";
             EXPECT_EQ(difference(file(), cutAt(whole, size)), "");
             EXPECT_EQ(others(), std::vector<std::string>{}) << "nothing is worth a copy";
             cuts += 1;
@@ -237,9 +237,9 @@ TEST_P(CutTable, ToTheGenericHeaderOrLessIsRefusedAndLeftAsItIs) {
 
 TEST_P(CutTable, ToNothingIsANewTableForAWriterAndNoneForAReader) {
     place({});
-    EXPECT_EQ(openAndRelease(TABLE_FILE_READ), FILE_SIZE_ERROR);
+    EXPECT_EQ(openAndRelease(OpenMode::read), FILE_SIZE_ERROR);
     EXPECT_EQ(difference(file(), {}), "");
-    EXPECT_EQ(openAndRelease(TABLE_FILE_WRITE), NO_ERROR);
+    EXPECT_EQ(openAndRelease(OpenMode::write), NO_ERROR);
     EXPECT_EQ(difference(file(), unclosedWith(0)), "");
     EXPECT_EQ(others(), std::vector<std::string>{});
     expectGoesOn(0);
@@ -300,7 +300,7 @@ TEST_P(CrashedTable, InTheWriteOfTheHeadersRecords) {
         Bytes damaged = unclosedWith(11);
         std::copy_n(closedWith(11).begin() + tail, count, damaged.begin() + tail);
         place(damaged);
-        MessageTablePtr table = openTable(MEMORY_ROOT, TABLE_FILE_WRITE, shape);
+        MessageTablePtr table = openTable(MEMORY_ROOT, OpenMode::write, shape);
         ASSERT_NE(table, nullptr);
         ASSERT_EQ(readAll(table.get()).messages, first(11));
         ASSERT_EQ(table->staticIndexes.lastUniform, 11);
@@ -327,4 +327,4 @@ INSTANTIATE_TEST_SUITE_P(Tables, CutTable, ::testing::Values(Kind::plain, Kind::
 INSTANTIATE_TEST_SUITE_P(Tables, CrashedTable, ::testing::Values(Kind::plain, Kind::fields), kindName);
 
 }  // namespace
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

@@ -20,7 +20,7 @@ __attribute__((weak)) int __sanitizer_install_malloc_and_free_hooks(void (*alloc
 __attribute__((weak)) void __sanitizer_set_death_callback(void (*callback)());
 }
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 
 namespace {
 
@@ -146,4 +146,4 @@ std::string DamageGuard::memory() const {
     return largest <= LARGEST_ALLOCATION ? "" : "the library asked for " + std::to_string(largest) + " bytes at once";
 }
 
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <string>
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 
 // True in a build with a sanitizer, where everything takes several times as long.
 bool underSanitizer();
@@ -29,4 +29,4 @@ class DamageGuard {
     std::uint64_t previousLimit_ = 0;
 };
 
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

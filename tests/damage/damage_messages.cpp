@@ -1,6 +1,6 @@
 #include "tests/damage/damage_messages.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 
 TableShape damageShape() {
     TableShape shape;
@@ -40,4 +40,4 @@ std::vector<Message> damageMessages(std::int32_t count) {
     return messages;
 }
 
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

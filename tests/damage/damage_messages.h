@@ -6,7 +6,7 @@
 
 #include "tests/messagetable/message_table_fixture.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 
 // The lowest connection message id of each class, in the order of the classes' numbers.
 inline constexpr std::int32_t CLASS_BASES[] = {536870911, 0, 1342177279, 1073741823, 1610612735};
@@ -21,4 +21,4 @@ TableShape damageShape();
 // Messages of all classes, with absent fields, pending and out of sequence ones; their uniform ids count from 1 on.
 std::vector<Message> damageMessages(std::int32_t count);
 
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

@@ -11,7 +11,7 @@
 #include "tests/support/memory_platform.h"
 #include "tests/support/test_run.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 namespace {
 
 constexpr const char* PATH = "memory/session";
@@ -31,7 +31,7 @@ class DamagedSession : public ::testing::Test {
     std::size_t headerSize() const { return headerSizeFor(tags.size()); }
 
     // Opens what stands in the file and reads all tags.
-    static SessionAnswer ask(std::int32_t mode, SessionInfoTablePtr* table) {
+    static SessionAnswer ask(OpenMode mode, SessionInfoTablePtr* table) {
         SessionAnswer answer;
         *table = createSessionTable(MEMORY_ROOT, tags);
         answer.opened = si_init(table->get(), mode);
@@ -63,10 +63,10 @@ class DamagedSession : public ::testing::Test {
         guard.begin(name);
         platform.put(PATH, damaged);
         SessionInfoTablePtr table;
-        const SessionAnswer read = ask(TABLE_FILE_READ, &table);
+        const SessionAnswer read = ask(OpenMode::read, &table);
         table.reset();
         EXPECT_EQ(difference(platform.bytes(PATH), damaged), "") << "opened read-only";
-        const SessionAnswer write = ask(TABLE_FILE_WRITE, &table);
+        const SessionAnswer write = ask(OpenMode::write, &table);
         if (write.opened != NO_ERROR) {
             EXPECT_EQ(difference(platform.bytes(PATH), damaged), "") << "refused for writing";
         } else {
@@ -87,7 +87,7 @@ class DamagedSession : public ::testing::Test {
     static void writeOn(SessionInfoTable* table) {
         const Values fresh{101, 102, 103, 104, 105, 106};
         EXPECT_EQ(writeValues(table, tags, fresh), NO_ERROR);
-        const SessionInfoTablePtr reader = openSessionTable(MEMORY_ROOT, TABLE_FILE_READ, tags);
+        const SessionInfoTablePtr reader = openSessionTable(MEMORY_ROOT, OpenMode::read, tags);
         EXPECT_EQ(readValues(reader.get(), tags), fresh);
     }
 
@@ -154,13 +154,13 @@ class CutSession : public DamagedSession {
         const Bytes cut = cutTo(whole, size);
         platform.put(PATH, cut);
         SessionInfoTablePtr table;
-        const SessionAnswer read = ask(TABLE_FILE_READ, &table);
+        const SessionAnswer read = ask(OpenMode::read, &table);
         EXPECT_EQ(read.code, expectedCode(size, false)) << "read-only";
         if (read.code == NO_ERROR) {
             EXPECT_EQ(read.values, wholeValues(size));
         }
         EXPECT_EQ(difference(platform.bytes(PATH), cut), "") << "read-only";
-        const SessionAnswer write = ask(TABLE_FILE_WRITE, &table);
+        const SessionAnswer write = ask(OpenMode::write, &table);
         EXPECT_EQ(write.code, expectedCode(size, true)) << "for writing";
         if (write.code != NO_ERROR) {
             EXPECT_EQ(difference(platform.bytes(PATH), cut), "") << "a table that cannot be recovered";
@@ -170,7 +170,7 @@ class CutSession : public DamagedSession {
         // An empty file gets its header; the first opening that finds a table without values writes zeros.
         const Bytes recovered = sessionFile(tags, size == 0 ? Values{} : wholeValues(size));
         EXPECT_EQ(difference(platform.bytes(PATH), recovered), "");
-        EXPECT_EQ(ask(TABLE_FILE_WRITE, &table).values, wholeValues(size)) << "opened once more";
+        EXPECT_EQ(ask(OpenMode::write, &table).values, wholeValues(size)) << "opened once more";
         EXPECT_EQ(difference(platform.bytes(PATH), sessionFile(tags, wholeValues(size))), "") << "opened once more";
         writeOn(table.get());
     }
@@ -186,4 +186,4 @@ TEST_F(CutSession, AtEveryByteKeepsWholeValuesOrIsRefusedAndLeftAlone) {
 }
 
 }  // namespace
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

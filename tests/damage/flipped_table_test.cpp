@@ -8,7 +8,7 @@
 #include "tests/damage/table_damage.h"
 #include "tests/support/test_run.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 namespace {
 
 constexpr std::int32_t MESSAGES = 11;  // two closed blocks of four and three messages of the open one
@@ -108,4 +108,4 @@ TEST_F(FlippedTable, ThatWasNotClosedInTheContentsOfAMessage) {
 }
 
 }  // namespace
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

@@ -1,6 +1,6 @@
 #include "tests/damage/memory_table.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 
 std::string memoryPath(const TableShape& shape) {
     return MEMORY_ROOT + shape.name;
@@ -9,7 +9,7 @@ std::string memoryPath(const TableShape& shape) {
 Bytes writtenTable(MemoryPlatform* platform, const TableShape& shape, const std::vector<Message>& messages,
                    TableEnd end) {
     platform->removeAll();
-    MessageTablePtr table = openTable(MEMORY_ROOT, TABLE_FILE_CREATE, shape);
+    MessageTablePtr table = openTable(MEMORY_ROOT, OpenMode::create, shape);
     for (const Message& message : messages) {
         EXPECT_EQ(writeMessage(table.get(), message), NO_ERROR);
     }
@@ -20,4 +20,4 @@ Bytes writtenTable(MemoryPlatform* platform, const TableShape& shape, const std:
     return platform->bytes(memoryPath(shape));
 }
 
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

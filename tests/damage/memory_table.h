@@ -7,7 +7,7 @@
 #include "tests/messagetable/message_table_fixture.h"
 #include "tests/support/memory_platform.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 
 // The root of the tables, and the file of one.
 inline constexpr const char* MEMORY_ROOT = "memory/";
@@ -20,4 +20,4 @@ enum class TableEnd { closed, unclosed };
 Bytes writtenTable(MemoryPlatform* platform, const TableShape& shape, const std::vector<Message>& messages,
                    TableEnd end);
 
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

@@ -11,7 +11,7 @@
 #include "tests/damage/table_damage.h"
 #include "tests/support/test_run.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 namespace {
 
 // Of each table, in an ordinary run.
@@ -138,4 +138,4 @@ TEST(OverwrittenTable, WhoseLastBlockIsFull) {
 }
 
 }  // namespace
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

@@ -6,7 +6,7 @@
 
 #include "tests/support/debug_log.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 namespace {
 
 class QuietLog : public ::testing::Environment {
@@ -25,4 +25,4 @@ class QuietLog : public ::testing::Environment {
 const ::testing::Environment* const quietLog = ::testing::AddGlobalTestEnvironment(new QuietLog);
 
 }  // namespace
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

@@ -6,7 +6,7 @@
 #include <charconv>
 #include <numeric>
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 
 namespace {
 
@@ -40,7 +40,7 @@ std::string text(const std::vector<std::int64_t>& values) {
 }
 
 // An opened table, or none and the code.
-MessageTablePtr open(const TableShape& shape, std::int32_t mode, ErrorCode* code) {
+MessageTablePtr open(const TableShape& shape, OpenMode mode, ErrorCode* code) {
     MessageTablePtr table = createTable(MEMORY_ROOT, shape);
     *code = mt_open(table.get(), mode);
     return table;
@@ -121,7 +121,7 @@ DamageReport TableDamage::lookAtUnderReader(const Damage& damage) {
     begin(damage);
     platform_.put(memoryPath(shape_), image_);
     ErrorCode code = NO_ERROR;
-    MessageTablePtr table = open(shape_, TABLE_FILE_READ, &code);
+    MessageTablePtr table = open(shape_, OpenMode::read, &code);
     for (const Question& question : questions_) {
         question.ask(table.get());
     }
@@ -136,7 +136,7 @@ DamageReport TableDamage::lookAtUnderReader(const Damage& damage) {
 
 void TableDamage::read(const Damage& damage) {
     ErrorCode code = NO_ERROR;
-    MessageTablePtr table = open(shape_, TABLE_FILE_READ, &code);
+    MessageTablePtr table = open(shape_, OpenMode::read, &code);
     if (code == OUT_OF_MEMORY_ERROR) {
         fault("opening it read-only ran out of memory");
     }
@@ -155,7 +155,7 @@ void TableDamage::read(const Damage& damage) {
 
 void TableDamage::write(const Damage& damage) {
     ErrorCode code = NO_ERROR;
-    MessageTablePtr table = open(shape_, TABLE_FILE_WRITE, &code);
+    MessageTablePtr table = open(shape_, OpenMode::write, &code);
     if (code != NO_ERROR) {
         report_.errors += 1;
         table.reset();
@@ -196,7 +196,7 @@ void TableDamage::writeOn(std::vector<std::int64_t> present, const Damage& damag
     const std::vector<std::int64_t> written = numbersFrom(messageCount_ + 1, messageCount_ + WRITTEN_ON);
     present.insert(present.end(), written.begin(), written.end());
     ErrorCode code = NO_ERROR;
-    MessageTablePtr table = open(shape_, TABLE_FILE_READ, &code);
+    MessageTablePtr table = open(shape_, OpenMode::read, &code);
     if (code != NO_ERROR) {
         fault("the table that was written on does not open: " + std::string(getErrorMessage(code)));
         return;
@@ -301,4 +301,4 @@ void expectAcceptable(const DamageReport& report, const Damage& damage, const st
     }
 }
 
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

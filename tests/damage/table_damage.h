@@ -13,7 +13,7 @@
 #include "tests/support/log_capture.h"
 #include "tests/support/memory_platform.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 
 struct Damage {
     Bytes file;             // as damaged
@@ -88,4 +88,4 @@ bool tooManyFailures();
 // Fails the test for each fault of a report, and for each wrong answer that it has words for.
 void expectAcceptable(const DamageReport& report, const Damage& damage, const std::string& place);
 
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

@@ -7,7 +7,7 @@
 #include <new>
 #include <vector>
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 namespace {
 
 void expectRight(std::int32_t messages, TableEnd end) {
@@ -85,4 +85,4 @@ TEST(DamageGuardTest, MemoryWithoutMeasureIsRefusedOrTold) {
 }
 
 }  // namespace
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

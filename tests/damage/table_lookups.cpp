@@ -5,7 +5,7 @@
 #include "tests/damage/damage_messages.h"
 #include "tests/damage/table_questions.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 
 namespace {
 
@@ -100,4 +100,4 @@ std::vector<Question> lookupQuestions(const std::vector<Message>& known) {
     return questions;
 }
 
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

@@ -1,6 +1,6 @@
 #include "tests/damage/table_queries.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 
 namespace {
 
@@ -96,4 +96,4 @@ std::vector<TableQuery> tableQueries() {
     return queries;
 }
 
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

@@ -8,7 +8,7 @@
 #include "query/query_conditions.h"
 #include "tests/messagetable/message_table_fixture.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 
 struct TableQuery {
     std::string name;
@@ -19,4 +19,4 @@ struct TableQuery {
 // Queries that tables of damageMessages() answer with some of their messages, by every kind of condition.
 std::vector<TableQuery> tableQueries();
 
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

@@ -11,7 +11,7 @@
 #include "tests/damage/table_queries.h"
 #include "watcher/message_watcher.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 
 namespace {
 
@@ -230,4 +230,4 @@ std::vector<Question> tableQuestions(const std::vector<Message>& known) {
     return questions;
 }
 
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

@@ -9,7 +9,7 @@
 
 #include "tests/messagetable/message_table_fixture.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 
 // In the list of an answer: a message that none of the known ones equals; and a question that would not end, since more
 // messages came than there can be or a watch went on to wait. No lookup gives such numbers.
@@ -37,4 +37,4 @@ std::vector<Question> tableQuestions(const std::vector<Message>& known);
 // The lookups among them.
 std::vector<Question> lookupQuestions(const std::vector<Message>& known);
 
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

@@ -1,6 +1,6 @@
 #include "tests/damage/table_regions.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 
 namespace {
 
@@ -109,4 +109,4 @@ std::vector<TableNumber> numbersOf(const TableShape& shape, const std::vector<Me
     return numbers;
 }
 
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

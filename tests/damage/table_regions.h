@@ -7,7 +7,7 @@
 
 #include "tests/messagetable/table_image.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 
 struct TableRegion {
     std::size_t start = 0;
@@ -30,4 +30,4 @@ struct TableNumber {
 };
 std::vector<TableNumber> numbersOf(const TableShape& shape, const std::vector<Message>& messages);
 
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

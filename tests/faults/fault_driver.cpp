@@ -10,7 +10,7 @@
 #include "tests/faults/resources.h"
 #include "tests/support/allocation_failure.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 
 namespace {
 
@@ -305,4 +305,4 @@ std::int64_t runUnderEveryFault(const FaultScenario& scenario) {
     return all.met;
 }
 
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

@@ -5,7 +5,7 @@
 
 #include "tests/faults/fault_scenario.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 
 // For every kind of call and every n until the scenario ends without its n-th such call: the call fails once, or from
 // then on, with each of ENOSPC, EIO and EMFILE, is interrupted, or transfers only a part; and from every n-th of all
@@ -13,4 +13,4 @@ namespace tabulo::test {
 // fault's name. The result is the number of faults that were met.
 std::int64_t runUnderEveryFault(const FaultScenario& scenario);
 
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

@@ -3,7 +3,7 @@
 #include <filesystem>
 #include <fstream>
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 
 namespace {
 
@@ -121,7 +121,7 @@ ScenarioStep placed(const TableImage& image) {
 }
 
 void expectTableGoesOn(ScenarioRun& run, const std::vector<Message>& base) {
-    MessageTablePtr table = openTable(run.root(), TABLE_FILE_WRITE, run.shape);
+    MessageTablePtr table = openTable(run.root(), OpenMode::write, run.shape);
     if (table == nullptr) {
         return;
     }
@@ -134,7 +134,7 @@ void expectTableGoesOn(ScenarioRun& run, const std::vector<Message>& base) {
         expected.push_back(message);
     }
     EXPECT_EQ(closeTable(table), NO_ERROR);
-    const MessageTablePtr reader = openTable(run.root(), TABLE_FILE_READ, run.shape);
+    const MessageTablePtr reader = openTable(run.root(), OpenMode::read, run.shape);
     if (reader == nullptr) {
         return;
     }
@@ -143,4 +143,4 @@ void expectTableGoesOn(ScenarioRun& run, const std::vector<Message>& base) {
     expectMessages(backward, {expected.rbegin(), expected.rend()}, "a reader from the end");
 }
 
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

@@ -17,7 +17,7 @@
 #include "tests/support/bytes.h"
 #include "tests/support/temporary_directory.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 
 // The values of a session info table, by slot.
 using Values = std::vector<std::int64_t>;
@@ -114,4 +114,4 @@ std::vector<FaultScenario> readingScenarios();
 std::vector<FaultScenario> watchScenarios();
 std::vector<FaultScenario> sessionScenarios();
 
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

@@ -4,7 +4,7 @@
 #include "tests/faults/fault_scenario.h"
 #include "tests/messagetable/table_image.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 
 namespace {
 
@@ -22,7 +22,7 @@ ScenarioStep unclosedTable(const TableShape& shape, std::int32_t last) {
 }
 
 // Opens the table in a mode, writes the simple messages `first` to `last` and closes it.
-ScenarioStep opensAndWrites(const Operation& opening, std::int32_t mode, std::int32_t first, std::int32_t last) {
+ScenarioStep opensAndWrites(const Operation& opening, OpenMode mode, std::int32_t first, std::int32_t last) {
     return [&opening, mode, first, last](ScenarioRun& run) {
         const MessageTablePtr table = createTable(run.root(), run.shape);
         if (run.did(opening, mt_open(table.get(), mode))) {
@@ -48,7 +48,7 @@ ScenarioStep goesOnEmptied(const Operation& operation, std::int32_t last) {
     return [&operation, last](ScenarioRun& run) {
         std::vector<Message> base;
         if (!succeeded(run, operation)) {
-            const MessageTablePtr table = openTable(run.root(), TABLE_FILE_WRITE, run.shape);
+            const MessageTablePtr table = openTable(run.root(), OpenMode::write, run.shape);
             const std::vector<Message> there = table == nullptr ? base : readAll(table.get()).messages;
             base = there.empty() ? base : simpleMessages(1, last, run.shape);
         }
@@ -58,7 +58,7 @@ ScenarioStep goesOnEmptied(const Operation& operation, std::int32_t last) {
 
 void drops(ScenarioRun& run) {
     const MessageTablePtr table = createTable(run.root(), run.shape);
-    if (run.did(OPEN_FOR_WRITING, mt_open(table.get(), TABLE_FILE_WRITE)) && run.did(DROP, mt_drop(table.get()))) {
+    if (run.did(OPEN_FOR_WRITING, mt_open(table.get(), OpenMode::write)) && run.did(DROP, mt_drop(table.get()))) {
         run.write(table.get(), 51, 52);
         run.did(SAVE_TAIL, mt_close(table.get()));
     }
@@ -120,17 +120,17 @@ std::vector<FaultScenario> lifecycleScenarios() {
     const TableShape small = smallShape();
     const TableShape large = largeFooterShape();
     return {
-        {"CreateATable", emptyDirectory(small), opensAndWrites(CREATE, TABLE_FILE_CREATE, 1, 1), goesOnBehind(0)},
-        {"OpenAMissingTable", emptyDirectory(small), opensAndWrites(CREATE, TABLE_FILE_WRITE, 1, 1), goesOnBehind(0)},
-        {"CreateOverATable", closedTable(small, 6), opensAndWrites(CREATE, TABLE_FILE_CREATE, 51, 52),
+        {"CreateATable", emptyDirectory(small), opensAndWrites(CREATE, OpenMode::create, 1, 1), goesOnBehind(0)},
+        {"OpenAMissingTable", emptyDirectory(small), opensAndWrites(CREATE, OpenMode::write, 1, 1), goesOnBehind(0)},
+        {"CreateOverATable", closedTable(small, 6), opensAndWrites(CREATE, OpenMode::create, 51, 52),
          goesOnEmptied(CREATE, 6)},
-        {"WriteAcrossTwoBlocks", closedTable(small, 0), opensAndWrites(OPEN_FOR_WRITING, TABLE_FILE_WRITE, 1, 10),
+        {"WriteAcrossTwoBlocks", closedTable(small, 0), opensAndWrites(OPEN_FOR_WRITING, OpenMode::write, 1, 10),
          goesOnBehind(0)},
         {"WriteAcrossTwoBlocksWithLargeFooters", closedTable(large, 0),
-         opensAndWrites(OPEN_FOR_WRITING, TABLE_FILE_WRITE, 1, 10), goesOnBehind(0)},
-        {"ReopenAndWrite", closedTable(small, 6), opensAndWrites(OPEN_FOR_WRITING, TABLE_FILE_WRITE, 7, 9),
+         opensAndWrites(OPEN_FOR_WRITING, OpenMode::write, 1, 10), goesOnBehind(0)},
+        {"ReopenAndWrite", closedTable(small, 6), opensAndWrites(OPEN_FOR_WRITING, OpenMode::write, 7, 9),
          goesOnBehind(6)},
-        {"ReopenBehindAClosedBlock", closedTable(large, 8), opensAndWrites(OPEN_FOR_WRITING, TABLE_FILE_WRITE, 9, 9),
+        {"ReopenBehindAClosedBlock", closedTable(large, 8), opensAndWrites(OPEN_FOR_WRITING, OpenMode::write, 9, 9),
          goesOnBehind(8)},
         {"DropATable", closedTable(small, 6), drops, goesOnEmptied(DROP, 6)},
     };
@@ -138,7 +138,7 @@ std::vector<FaultScenario> lifecycleScenarios() {
 
 std::vector<FaultScenario> recoveryScenarios() {
     const TableShape small = smallShape();
-    const auto recovers = opensAndWrites(OPEN_FOR_WRITING, TABLE_FILE_WRITE, 51, 52);
+    const auto recovers = opensAndWrites(OPEN_FOR_WRITING, OpenMode::write, 51, 52);
     const auto cutFrame = [](const TableShape& shape) {
         const Bytes bytes = unclosedImage(shape, simpleMessages(1, 7, shape));
         return cutAt(bytes, bytes.size() - 10);
@@ -162,4 +162,4 @@ std::vector<FaultScenario> recoveryScenarios() {
     };
 }
 
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

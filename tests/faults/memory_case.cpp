@@ -5,7 +5,7 @@
 #include "tests/faults/resources.h"
 #include "tests/support/allocation_failure.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 
 namespace {
 
@@ -157,4 +157,4 @@ std::int64_t runWithoutMemory(const MemoryCase& one) {
     return failed;
 }
 
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

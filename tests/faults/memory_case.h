@@ -21,7 +21,7 @@
 #include "tests/faults/fault_scenario.h"
 #include "watcher/message_watcher.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 
 // What an operation delivered: one digest for each message or value.
 struct Digests {
@@ -90,4 +90,4 @@ std::vector<MemoryCase> queryCases();
 // result is the number of allocations that failed.
 std::int64_t runWithoutMemory(const MemoryCase& one);
 
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

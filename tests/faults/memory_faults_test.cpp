@@ -5,7 +5,7 @@
 #include "tests/faults/memory_case.h"
 #include "tests/support/test_run.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 namespace {
 
 std::vector<MemoryCase> allCases() {
@@ -33,4 +33,4 @@ TEST_P(MemoryFaults, OfEveryAllocationAreSurvived) {
 INSTANTIATE_TEST_SUITE_P(Operations, MemoryFaults, ::testing::ValuesIn(allCases()), nameOf);
 
 }  // namespace
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

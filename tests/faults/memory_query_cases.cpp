@@ -1,7 +1,7 @@
 // Query conditions built without memory.
 #include "tests/faults/memory_case.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 
 namespace {
 
@@ -163,4 +163,4 @@ std::vector<MemoryCase> queryCases() {
     };
 }
 
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

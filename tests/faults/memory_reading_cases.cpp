@@ -6,7 +6,7 @@
 #include "tests/faults/memory_case.h"
 #include "tests/messagetable/table_image.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 
 namespace {
 
@@ -26,7 +26,7 @@ Bytes storedImage(const TableShape& shape) {
     return unclosedImage(shape, storedMessages(shape));
 }
 
-Prepare opened(const TableImage& image, std::int32_t mode) {
+Prepare opened(const TableImage& image, OpenMode mode) {
     return [image, mode](MemoryStage& stage) {
         image.place(stage.run);
         stage.table = openTable(stage.run.root(), mode, stage.run.shape);
@@ -36,7 +36,7 @@ Prepare opened(const TableImage& image, std::int32_t mode) {
 // A reader whose view is that of the first three messages, with the file grown behind it.
 Prepare outgrown(const TableImage& first, const TableImage& grown) {
     return [first, grown](MemoryStage& stage) {
-        opened(first, TABLE_FILE_READ)(stage);
+        opened(first, OpenMode::read)(stage);
         EXPECT_EQ(mt_refresh(stage.table.get()), NO_ERROR);
         patchFile(stage.run.path(), 0, grown.bytes());
     };
@@ -167,8 +167,8 @@ ErrorCode iterate(MemoryStage& stage, Digests* answer) {
 Prepare twoTables(const TableImage& first, const TableImage& second) {
     return [first, second](MemoryStage& stage) {
         second.place(stage.run);
-        stage.secondTable = openTable(stage.run.root(), TABLE_FILE_READ, stage.run.shape);
-        opened(first, TABLE_FILE_READ)(stage);
+        stage.secondTable = openTable(stage.run.root(), OpenMode::read, stage.run.shape);
+        opened(first, OpenMode::read)(stage);
     };
 }
 
@@ -214,8 +214,8 @@ std::vector<MemoryCase> readingCases() {
     TableShape otherShape = shape;
     otherShape.name = "fills";
     const TableImage other(otherShape, [](const TableShape& s) { return closedImage(s, simpleMessages(12, 20, s)); });
-    const Prepare reader = opened(table, TABLE_FILE_READ);
-    const Prepare writer = opened(table, TABLE_FILE_WRITE);
+    const Prepare reader = opened(table, OpenMode::read);
+    const Prepare writer = opened(table, OpenMode::write);
     const Prepare follower = outgrown(first, table);
     const Prepare two = twoTables(table, other);
     return {
@@ -236,4 +236,4 @@ std::vector<MemoryCase> readingCases() {
     };
 }
 
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

@@ -1,7 +1,7 @@
 // Session info tables without memory.
 #include "tests/faults/memory_case.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 
 namespace {
 
@@ -38,7 +38,7 @@ void notOpen(MemoryStage& stage) {
 std::function<void(MemoryStage&)> stored(std::ptrdiff_t bytes) {
     return [bytes](MemoryStage& stage) {
         notOpen(stage);
-        EXPECT_EQ(si_init(stage.session, TABLE_FILE_CREATE), NO_ERROR);
+        EXPECT_EQ(si_init(stage.session, OpenMode::create), NO_ERROR);
         EXPECT_EQ(write(stage.session, STORED), NO_ERROR);
         EXPECT_EQ(si_uninit(stage.session), NO_ERROR);
         const std::string path = stage.run.directory.file("session");
@@ -48,7 +48,7 @@ std::function<void(MemoryStage&)> stored(std::ptrdiff_t bytes) {
     };
 }
 
-std::function<void(MemoryStage&)> openedIn(std::int32_t mode) {
+std::function<void(MemoryStage&)> openedIn(OpenMode mode) {
     return [mode](MemoryStage& stage) {
         stored(0)(stage);
         EXPECT_EQ(si_init(stage.session, mode), NO_ERROR);
@@ -66,7 +66,7 @@ ErrorCode addValues(MemoryStage& stage, Digests* answer) {
     return code;
 }
 
-template <std::int32_t mode>
+template <OpenMode mode>
 ErrorCode init(MemoryStage& stage, Digests* answer) {
     const ErrorCode code = si_init(stage.session, mode);
     return code == NO_ERROR ? addValues(stage, answer) : code;
@@ -85,18 +85,18 @@ ErrorCode drop(MemoryStage& stage, Digests*) {
 std::vector<MemoryCase> sessionCases() {
     return {
         {"CreateASessionTableObject", configurations, create},
-        {"CreateASessionTable", notOpen, init<TABLE_FILE_CREATE>},
-        {"OpenASessionTableForReading", stored(0), init<TABLE_FILE_READ>},
-        {"OpenASessionTableForWriting", stored(0), init<TABLE_FILE_WRITE>},
-        {"RecoverCutSessionValues", stored(-28), init<TABLE_FILE_WRITE>, OUT_OF_MEMORY_ERROR,
+        {"CreateASessionTable", notOpen, init<OpenMode::create>},
+        {"OpenASessionTableForReading", stored(0), init<OpenMode::read>},
+        {"OpenASessionTableForWriting", stored(0), init<OpenMode::write>},
+        {"RecoverCutSessionValues", stored(-28), init<OpenMode::write>, OUT_OF_MEMORY_ERROR,
          Leaves::filesThatTheNextAttemptCompletes},
-        {"ReadSessionValuesAsAReader", openedIn(TABLE_FILE_READ), addValues},
-        {"ReadSessionValuesAsTheWriter", openedIn(TABLE_FILE_WRITE), addValues},
-        {"WriteSessionValues", openedIn(TABLE_FILE_WRITE), writeLater},
-        {"WriteSessionValuesOfAReader", openedIn(TABLE_FILE_READ), writeLater},
-        {"DropSessionValues", openedIn(TABLE_FILE_WRITE), drop},
-        {"DropSessionValuesOfAReader", openedIn(TABLE_FILE_READ), drop},
+        {"ReadSessionValuesAsAReader", openedIn(OpenMode::read), addValues},
+        {"ReadSessionValuesAsTheWriter", openedIn(OpenMode::write), addValues},
+        {"WriteSessionValues", openedIn(OpenMode::write), writeLater},
+        {"WriteSessionValuesOfAReader", openedIn(OpenMode::read), writeLater},
+        {"DropSessionValues", openedIn(OpenMode::write), drop},
+        {"DropSessionValuesOfAReader", openedIn(OpenMode::read), drop},
     };
 }
 
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

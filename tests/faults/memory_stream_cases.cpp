@@ -5,7 +5,7 @@
 #include "storage/byte_stream_file.h"
 #include "tests/faults/memory_case.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 
 namespace {
 
@@ -45,7 +45,7 @@ void openedFile(MemoryStage& stage) {
     smallStream(stage);
     stage.path = stage.run.directory.file("file");
     writeFile(stage.path, stage.bytes);
-    EXPECT_EQ(tableFileOpen(&stage.file, stage.path.c_str(), TABLE_FILE_READ, nullptr), NO_ERROR);
+    EXPECT_EQ(tableFileOpen(&stage.file, stage.path.c_str(), OpenMode::read, nullptr), NO_ERROR);
 }
 
 ErrorCode readIntoStream(MemoryStage& stage, Digests* answer) {
@@ -134,7 +134,7 @@ ErrorCode changeConfiguration(MemoryStage& stage, Digests* answer, Change change
     return code;
 }
 
-template <std::int32_t mode>
+template <OpenMode mode>
 ErrorCode openFile(MemoryStage& stage, Digests* answer) {
     bool created = false;
     const ErrorCode code = tableFileOpen(&stage.file, stage.path.c_str(), mode, &created);
@@ -156,7 +156,7 @@ void missingFile(MemoryStage& stage) {
 
 void writableFile(MemoryStage& stage) {
     closedFile(stage);
-    EXPECT_EQ(tableFileOpen(&stage.file, stage.path.c_str(), TABLE_FILE_WRITE, nullptr), NO_ERROR);
+    EXPECT_EQ(tableFileOpen(&stage.file, stage.path.c_str(), OpenMode::write, nullptr), NO_ERROR);
 }
 
 // Everything else that a table file does.
@@ -196,7 +196,7 @@ std::vector<MemoryCase> streamAndFileCases() {
         {"GrowAByteStream", smallStream, growStream, STREAM_EXTENSION_ERROR},
         {"MakeRoomInAByteStream", smallStream,
          [](MemoryStage& stage, Digests*) {
-             return byteStream_makeRoom(stage.stream.get(), 9000) == 0 ? NO_ERROR
+             return byteStream_makeRoom(stage.stream.get(), 9000).bytes == 0 ? NO_ERROR
                                                                        : byteStream_error(stage.stream.get());
          }},
         {"ReadAFileIntoAByteStream", openedFile, readIntoStream},
@@ -228,13 +228,13 @@ std::vector<MemoryCase> streamAndFileCases() {
              return changeConfiguration(
                  stage, answer, [](KSVTboTableConfig* c) { return tableConfig_addNumericFieldName(c, LONG_TEXT); });
          }},
-        {"OpenATableFileForReading", closedFile, openFile<TABLE_FILE_READ>},
-        {"OpenATableFileForWriting", closedFile, openFile<TABLE_FILE_WRITE>},
-        {"OpenAMissingTableFile", missingFile, openFile<TABLE_FILE_WRITE>},
-        {"CreateATableFile", closedFile, openFile<TABLE_FILE_CREATE>},
+        {"OpenATableFileForReading", closedFile, openFile<OpenMode::read>},
+        {"OpenATableFileForWriting", closedFile, openFile<OpenMode::write>},
+        {"OpenAMissingTableFile", missingFile, openFile<OpenMode::write>},
+        {"CreateATableFile", closedFile, openFile<OpenMode::create>},
         {"UseATableFile", writableFile, useFile},
         {"Log", nothing, logLines},
     };
 }
 
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

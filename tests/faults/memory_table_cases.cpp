@@ -2,7 +2,7 @@
 #include "tests/faults/memory_case.h"
 #include "tests/messagetable/table_image.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 
 namespace {
 
@@ -41,7 +41,7 @@ Prepare closedOver(const TableImage& image) {
 }
 
 // The same, opened, and the simple messages that follow in the form that a write takes.
-Prepare opened(const TableImage& image, std::int32_t mode, std::size_t textSize = 20) {
+Prepare opened(const TableImage& image, OpenMode mode, std::size_t textSize = 20) {
     return [image, mode, textSize](MemoryStage& stage) {
         closedOver(image)(stage);
         EXPECT_EQ(mt_open(stage.table.get(), mode), NO_ERROR);
@@ -56,7 +56,7 @@ Prepare opened(const TableImage& image, std::int32_t mode, std::size_t textSize 
     };
 }
 
-template <std::int32_t mode>
+template <OpenMode mode>
 ErrorCode open(MemoryStage& stage, Digests* answer) {
     const ErrorCode code = mt_open(stage.table.get(), mode);
     if (code == NO_ERROR) {
@@ -86,7 +86,7 @@ ErrorCode write(MemoryStage& stage, Digests* answer) {
 
 Prepare openedWithFrame(const TableImage& image) {
     return [image](MemoryStage& stage) {
-        opened(image, TABLE_FILE_WRITE, 30000)(stage);
+        opened(image, OpenMode::write, 30000)(stage);
         stage.bytes = frameOf(stage.messages[0]);
     };
 }
@@ -109,7 +109,7 @@ ErrorCode close(MemoryStage& stage, Digests*) {
 ErrorCode drop(MemoryStage& stage, Digests* answer) {
     MessageTable* table = stage.table.get();
     const bool first = stage.lastId++ == 0;
-    ErrorCode code = first ? mt_drop(table) : mt_open(table, TABLE_FILE_WRITE);
+    ErrorCode code = first ? mt_drop(table) : mt_open(table, OpenMode::write);
     if (code == NO_ERROR) {
         code = write(stage, answer);
     }
@@ -144,34 +144,34 @@ std::vector<MemoryCase> tableCases() {
     const TableImage unclosed(shape,
                               [](const TableShape& s) { return unclosedImage(s, simpleMessages(1, STORED, s)); });
     const auto recovers = [&shape](const char* name, Bytes (*image)(const TableShape&)) {
-        return MemoryCase{name, closedOver({shape, image}), open<TABLE_FILE_WRITE>, OUT_OF_MEMORY_ERROR,
+        return MemoryCase{name, closedOver({shape, image}), open<OpenMode::write>, OUT_OF_MEMORY_ERROR,
                           Leaves::filesThatTheNextAttemptCompletes};
     };
     return {
         {"CreateATableObject", configurations, create},
-        {"CreateATable", notOpen, open<TABLE_FILE_CREATE>, OUT_OF_MEMORY_ERROR,
+        {"CreateATable", notOpen, open<OpenMode::create>, OUT_OF_MEMORY_ERROR,
          Leaves::filesThatTheNextAttemptCompletes},
-        {"OpenAMissingTable", notOpen, open<TABLE_FILE_WRITE>, OUT_OF_MEMORY_ERROR,
+        {"OpenAMissingTable", notOpen, open<OpenMode::write>, OUT_OF_MEMORY_ERROR,
          Leaves::filesThatTheNextAttemptCompletes},
-        {"CreateOverATable", closedOver(closed), open<TABLE_FILE_CREATE>, OUT_OF_MEMORY_ERROR,
+        {"CreateOverATable", closedOver(closed), open<OpenMode::create>, OUT_OF_MEMORY_ERROR,
          Leaves::filesThatTheNextAttemptCompletes},
-        {"OpenATableForReading", closedOver(closed), open<TABLE_FILE_READ>},
-        {"OpenATableForWriting", closedOver(closed), open<TABLE_FILE_WRITE>},
-        {"OpenAnOpenTable", opened(closed, TABLE_FILE_WRITE), open<TABLE_FILE_WRITE>},
-        {"RecoverATableThatWasNotClosed", closedOver(unclosed), open<TABLE_FILE_WRITE>, OUT_OF_MEMORY_ERROR,
+        {"OpenATableForReading", closedOver(closed), open<OpenMode::read>},
+        {"OpenATableForWriting", closedOver(closed), open<OpenMode::write>},
+        {"OpenAnOpenTable", opened(closed, OpenMode::write), open<OpenMode::write>},
+        {"RecoverATableThatWasNotClosed", closedOver(unclosed), open<OpenMode::write>, OUT_OF_MEMORY_ERROR,
          Leaves::filesThatTheNextAttemptCompletes},
         recovers("RecoverACutFrame", cutFrame),
         recovers("RecoverAMissingFooter", missingFooter),
         recovers("RecoverADamagedFrame", damagedFrame),
         recovers("RecoverACutHeader", cutHeader),
-        {"WriteMessages", opened(closed, TABLE_FILE_WRITE), write},
-        {"WriteLargeMessages", opened(closed, TABLE_FILE_WRITE, 30000), write, STREAM_EXTENSION_ERROR,
+        {"WriteMessages", opened(closed, OpenMode::write), write},
+        {"WriteLargeMessages", opened(closed, OpenMode::write, 30000), write, STREAM_EXTENSION_ERROR,
          Leaves::filesThatTheNextAttemptCompletes},
         {"WriteARawMessage", openedWithFrame(closed), writeRaw, STREAM_EXTENSION_ERROR},
-        {"CloseATable", opened(unclosed, TABLE_FILE_WRITE), close},
-        {"DropATable", opened(closed, TABLE_FILE_WRITE), drop, OUT_OF_MEMORY_ERROR,
+        {"CloseATable", opened(unclosed, OpenMode::write), close},
+        {"DropATable", opened(closed, OpenMode::write), drop, OUT_OF_MEMORY_ERROR,
          Leaves::filesThatTheNextAttemptCompletes},
     };
 }
 
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

@@ -6,7 +6,7 @@
 #include "core/error_codes.h"
 #include "tests/support/fault_platform.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 
 struct Operation {
     const char* name;
@@ -77,4 +77,4 @@ inline std::vector<ErrorCode> refusalsOf(FileCall call) {
     return {};
 }
 
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

@@ -5,7 +5,7 @@
 #include "tests/faults/fault_driver.h"
 #include "tests/support/test_run.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 namespace {
 
 std::vector<FaultScenario> allScenarios() {
@@ -35,4 +35,4 @@ TEST_P(PlatformFaults, OfEveryKindAndNumberAreSurvived) {
 INSTANTIATE_TEST_SUITE_P(Scenarios, PlatformFaults, ::testing::ValuesIn(allScenarios()), nameOf);
 
 }  // namespace
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

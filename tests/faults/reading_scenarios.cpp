@@ -6,7 +6,7 @@
 #include "tests/faults/fault_scenario.h"
 #include "tests/messagetable/table_image.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 
 namespace {
 
@@ -106,10 +106,10 @@ void readsById(ScenarioRun& run, MessageTable* table) {
 
 using Reading = void (*)(ScenarioRun&, MessageTable*);
 
-ScenarioStep reads(std::int32_t mode, Reading reading) {
+ScenarioStep reads(OpenMode mode, Reading reading) {
     return [mode, reading](ScenarioRun& run) {
         const MessageTablePtr table = createTable(run.root(), run.shape);
-        const Operation& opening = mode == TABLE_FILE_READ ? OPEN_FOR_READING : OPEN_FOR_WRITING;
+        const Operation& opening = mode == OpenMode::read ? OPEN_FOR_READING : OPEN_FOR_WRITING;
         if (run.did(opening, mt_open(table.get(), mode))) {
             reading(run, table.get());
         }
@@ -132,7 +132,7 @@ ScenarioStep unchanged(const TableImage& image) {
 ScenarioStep follows(const TableImage& grown, Reading reading) {
     return [grown, reading](ScenarioRun& run) {
         const MessageTablePtr table = createTable(run.root(), run.shape);
-        const bool open = run.did(OPEN_FOR_READING, mt_open(table.get(), TABLE_FILE_READ));
+        const bool open = run.did(OPEN_FOR_READING, mt_open(table.get(), OpenMode::read));
         std::int32_t lastId = 0;
         ErrorCode code = open ? mt_getLastUniformMessageId(table.get(), &lastId) : NO_ERROR;
         patchFile(run.path(), 0, grown.bytes());
@@ -158,7 +158,7 @@ struct TableFileCloser {
 // Reads the file in every way that a table file knows, and beyond its end, which may never pass for a success.
 void readsTheFile(ScenarioRun& run) {
     TableFile* opened = nullptr;
-    if (!run.did(OPEN_FILE, tableFileOpen(&opened, run.path().c_str(), TABLE_FILE_READ, nullptr))) {
+    if (!run.did(OPEN_FILE, tableFileOpen(&opened, run.path().c_str(), OpenMode::read, nullptr))) {
         return;
     }
     const std::unique_ptr<TableFile, TableFileCloser> file(opened);
@@ -209,18 +209,18 @@ std::vector<FaultScenario> readingScenarios() {
     };
     return {
         {"ReadATableFile", placed(table), readsTheFile, unchanged(table)},
-        {"WalkAsAReader", placed(table), reads(TABLE_FILE_READ, walks), unchanged(table)},
-        {"WalkAsTheWriter", placed(table), reads(TABLE_FILE_WRITE, walks), verifyStored},
-        {"QueryAsAReader", placed(table), reads(TABLE_FILE_READ, queries), unchanged(table)},
-        {"QueryAsTheWriter", placed(table), reads(TABLE_FILE_WRITE, queries), verifyStored},
-        {"QueryLargeFooters", placed(large), reads(TABLE_FILE_READ, queries), unchanged(large)},
-        {"LookUpAsAReader", placed(table), reads(TABLE_FILE_READ, lookups), unchanged(table)},
-        {"LookUpAsTheWriter", placed(table), reads(TABLE_FILE_WRITE, lookups), verifyStored},
-        {"ReadMessagesAsAReader", placed(table), reads(TABLE_FILE_READ, readsById), unchanged(table)},
-        {"ReadMessagesAsTheWriter", placed(table), reads(TABLE_FILE_WRITE, readsById), verifyStored},
+        {"WalkAsAReader", placed(table), reads(OpenMode::read, walks), unchanged(table)},
+        {"WalkAsTheWriter", placed(table), reads(OpenMode::write, walks), verifyStored},
+        {"QueryAsAReader", placed(table), reads(OpenMode::read, queries), unchanged(table)},
+        {"QueryAsTheWriter", placed(table), reads(OpenMode::write, queries), verifyStored},
+        {"QueryLargeFooters", placed(large), reads(OpenMode::read, queries), unchanged(large)},
+        {"LookUpAsAReader", placed(table), reads(OpenMode::read, lookups), unchanged(table)},
+        {"LookUpAsTheWriter", placed(table), reads(OpenMode::write, lookups), verifyStored},
+        {"ReadMessagesAsAReader", placed(table), reads(OpenMode::read, readsById), unchanged(table)},
+        {"ReadMessagesAsTheWriter", placed(table), reads(OpenMode::write, readsById), verifyStored},
         {"RefreshAndLookUp", placeFollowed, follows(grown, lookups), unchanged(grown)},
         {"RefreshAndQuery", placeFollowed, follows(grown, queries), unchanged(grown)},
     };
 }
 
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

@@ -7,7 +7,7 @@
 #include <filesystem>
 #include <iterator>
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 
 inline std::ptrdiff_t openDescriptors() {
     const std::filesystem::directory_iterator all("/proc/self/fd");
@@ -19,4 +19,4 @@ inline int failureCount() {
     return ::testing::UnitTest::GetInstance()->current_test_info()->result()->total_part_count();
 }
 
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

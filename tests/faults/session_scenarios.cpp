@@ -1,17 +1,15 @@
 // Session info tables created, written, read and recovered.
 #include <algorithm>
 
+#include "core/handle.h"
 #include "sessioninfo/session_info_table.h"
 #include "tests/faults/fault_scenario.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 
 namespace {
 
-struct SessionInfoTableDeleter {
-    void operator()(SessionInfoTable* table) const noexcept { si_destroy(table); }
-};
-using SessionInfoTablePtr = std::unique_ptr<SessionInfoTable, SessionInfoTableDeleter>;
+using SessionInfoTablePtr = Handle<SessionInfoTable, si_destroy>;
 
 constexpr std::int32_t TAGS[] = {2, 1, 3, 4, 5, 6};  // of a configuration that names none
 constexpr std::int32_t TAG_COUNT = 6;
@@ -30,7 +28,7 @@ SessionInfoTablePtr createSessionTable(const std::string& root) {
     return SessionInfoTablePtr(si_create(config));
 }
 
-SessionInfoTablePtr openSessionTable(const std::string& root, std::int32_t mode) {
+SessionInfoTablePtr openSessionTable(const std::string& root, OpenMode mode) {
     SessionInfoTablePtr table = createSessionTable(root);
     const ErrorCode code = si_init(table.get(), mode);
     EXPECT_EQ(code, NO_ERROR) << "opening the session table in mode " << mode << ": " << getErrorMessage(code);
@@ -50,7 +48,7 @@ Values readValues(SessionInfoTable* table) {
 // The stored values' file, with `bytes` more (or less) at its end.
 ScenarioStep sessionFile(std::ptrdiff_t bytes) {
     return [bytes](ScenarioRun& run) {
-        SessionInfoTablePtr table = openSessionTable(run.root(), TABLE_FILE_CREATE);
+        SessionInfoTablePtr table = openSessionTable(run.root(), OpenMode::create);
         EXPECT_EQ(writeValues(table.get(), STORED), NO_ERROR);
         table.reset();
         Bytes file = readFile(sessionPath(run));
@@ -78,7 +76,7 @@ void read(ScenarioRun& run, SessionInfoTable* table) {
     run.did(SESSION_READ, code, answer);
 }
 
-ScenarioStep opensAndWrites(const Operation& opening, std::int32_t mode) {
+ScenarioStep opensAndWrites(const Operation& opening, OpenMode mode) {
     return [&opening, mode](ScenarioRun& run) {
         const SessionInfoTablePtr table = createSessionTable(run.root());
         if (run.did(opening, si_init(table.get(), mode))) {
@@ -88,7 +86,7 @@ ScenarioStep opensAndWrites(const Operation& opening, std::int32_t mode) {
     };
 }
 
-ScenarioStep opensAndReads(std::int32_t mode) {
+ScenarioStep opensAndReads(OpenMode mode) {
     return [mode](ScenarioRun& run) {
         const SessionInfoTablePtr table = createSessionTable(run.root());
         if (run.did(SESSION_OPEN, si_init(table.get(), mode))) {
@@ -100,7 +98,7 @@ ScenarioStep opensAndReads(std::int32_t mode) {
 
 void drops(ScenarioRun& run) {
     const SessionInfoTablePtr table = createSessionTable(run.root());
-    if (run.did(SESSION_OPEN, si_init(table.get(), TABLE_FILE_WRITE))) {
+    if (run.did(SESSION_OPEN, si_init(table.get(), OpenMode::write))) {
         const bool acknowledged = run.did(SESSION_WRITE, si_drop(table.get()));
         run.sessionWritten.push_back({ZEROS, acknowledged});
     }
@@ -125,7 +123,7 @@ void expectValues(const ScenarioRun& run, const Values& stored, const Values& fo
 
 ScenarioStep goesOnWith(const Values& stored) {
     return [stored](ScenarioRun& run) {
-        SessionInfoTablePtr table = openSessionTable(run.root(), TABLE_FILE_WRITE);
+        SessionInfoTablePtr table = openSessionTable(run.root(), OpenMode::write);
         if (table == nullptr) {
             return;
         }
@@ -133,7 +131,7 @@ ScenarioStep goesOnWith(const Values& stored) {
         const Values next = {41, 42, 43, 44, 45, 46};
         EXPECT_EQ(writeValues(table.get(), next), NO_ERROR) << "behind the fault";
         table.reset();
-        table = openSessionTable(run.root(), TABLE_FILE_READ);
+        table = openSessionTable(run.root(), OpenMode::read);
         if (table != nullptr) {
             EXPECT_EQ(readValues(table.get()), next);
         }
@@ -146,17 +144,17 @@ std::vector<FaultScenario> sessionScenarios() {
     const auto wholeFile = sessionFile(0);
     const Values cut = {11, 12, 0, 0, 0, 0};
     return {
-        {"CreateASessionTable", noFile, opensAndWrites(SESSION_CREATE, TABLE_FILE_CREATE), goesOnWith(ZEROS)},
-        {"OpenAMissingSessionTable", noFile, opensAndWrites(SESSION_CREATE, TABLE_FILE_WRITE), goesOnWith(ZEROS)},
-        {"WriteSessionValues", wholeFile, opensAndWrites(SESSION_OPEN, TABLE_FILE_WRITE), goesOnWith(STORED)},
-        {"WriteSessionValuesOfAReader", wholeFile, opensAndWrites(SESSION_OPEN, TABLE_FILE_READ), goesOnWith(STORED)},
-        {"ReadSessionValuesAsAReader", wholeFile, opensAndReads(TABLE_FILE_READ), goesOnWith(STORED)},
-        {"ReadSessionValuesAsTheWriter", wholeFile, opensAndReads(TABLE_FILE_WRITE), goesOnWith(STORED)},
-        {"RecoverCutSessionValues", sessionFile(-28), opensAndWrites(SESSION_OPEN, TABLE_FILE_WRITE), goesOnWith(cut)},
-        {"RecoverGarbageBehindSessionValues", sessionFile(8), opensAndWrites(SESSION_OPEN, TABLE_FILE_WRITE),
+        {"CreateASessionTable", noFile, opensAndWrites(SESSION_CREATE, OpenMode::create), goesOnWith(ZEROS)},
+        {"OpenAMissingSessionTable", noFile, opensAndWrites(SESSION_CREATE, OpenMode::write), goesOnWith(ZEROS)},
+        {"WriteSessionValues", wholeFile, opensAndWrites(SESSION_OPEN, OpenMode::write), goesOnWith(STORED)},
+        {"WriteSessionValuesOfAReader", wholeFile, opensAndWrites(SESSION_OPEN, OpenMode::read), goesOnWith(STORED)},
+        {"ReadSessionValuesAsAReader", wholeFile, opensAndReads(OpenMode::read), goesOnWith(STORED)},
+        {"ReadSessionValuesAsTheWriter", wholeFile, opensAndReads(OpenMode::write), goesOnWith(STORED)},
+        {"RecoverCutSessionValues", sessionFile(-28), opensAndWrites(SESSION_OPEN, OpenMode::write), goesOnWith(cut)},
+        {"RecoverGarbageBehindSessionValues", sessionFile(8), opensAndWrites(SESSION_OPEN, OpenMode::write),
          goesOnWith(STORED)},
         {"DropSessionValues", wholeFile, drops, goesOnWith(STORED)},
     };
 }
 
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

@@ -3,7 +3,7 @@
 #include "tests/messagetable/table_image.h"
 #include "tests/watcher/watched_tables.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 
 namespace {
 
@@ -58,8 +58,8 @@ ErrorCode take(std::int32_t* stop, void* context, const MessageMetadata* metadat
 void watchTables(ScenarioRun& run) {
     const MessageTablePtr odd = createTable(run.root(), shapeOf("odd"));
     const MessageTablePtr even = createTable(run.root(), shapeOf("even"));
-    if (!run.did(OPEN_FOR_READING, mt_open(odd.get(), TABLE_FILE_READ)) ||
-        !run.did(OPEN_FOR_READING, mt_open(even.get(), TABLE_FILE_READ))) {
+    if (!run.did(OPEN_FOR_READING, mt_open(odd.get(), OpenMode::read)) ||
+        !run.did(OPEN_FOR_READING, mt_open(even.get(), OpenMode::read))) {
         return;
     }
     MessageTable* const tables[] = {odd.get(), even.get()};
@@ -86,4 +86,4 @@ std::vector<FaultScenario> watchScenarios() {
     return {{"WatchTwoTables", prepareTables, watchTables, verifyTables}};
 }
 
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

@@ -8,7 +8,7 @@
 #include "tests/messagetable/block_summary_fixture.h"
 #include "tests/messagetable/expected_bytes.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 namespace {
 
 TEST(BlockSummaryFooter, OfAnEmptyBlockIsItsRecordsFiltersAndIndexes) {
@@ -141,4 +141,4 @@ TEST_F(FullFooter, IsTheSameAfterACopyOfItsSummary) {
 }
 
 }  // namespace
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

@@ -7,7 +7,7 @@
 #include "tests/messagetable/table_image.h"
 #include "tests/support/fault_platform.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 namespace {
 
 class BlockReader : public TableImageTest {
@@ -17,7 +17,7 @@ class BlockReader : public TableImageTest {
         reader.reset();
         table.reset();
         place(bytes);
-        open(TABLE_FILE_READ);
+        open(OpenMode::read);
         ASSERT_NE(table, nullptr);
         reader.reset(mfr_create(table->storage.get(), &table->header.layout));
         mfr_resetAll(reader.get());
@@ -384,4 +384,4 @@ TEST_F(BlockReader, BytesThatAnotherProcessWroteSinceAreSeen) {
 }
 
 }  // namespace
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

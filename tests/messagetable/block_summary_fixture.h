@@ -11,7 +11,7 @@
 #include "messagetable/block_summary.h"
 #include "tests/support/bytes.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 
 // A summary of a layout, and the fields of the message that is added next.
 struct Summary {
@@ -85,4 +85,4 @@ inline MessageMetadata metadataOf(std::int32_t seqNum, std::int32_t uniformId, s
     return metadata;
 }
 
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

@@ -12,7 +12,7 @@
 #include "tests/messagetable/expected_bytes.h"
 #include "tests/messagetable/message_table_fixture.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 namespace {
 
 constexpr double INFINITE = std::numeric_limits<double>::infinity();
@@ -227,4 +227,4 @@ TEST(BlockSummaryReset, EmptiesAllButTheStaticIndexesWhenTheyAreKept) {
 }
 
 }  // namespace
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

@@ -7,7 +7,7 @@
 #include "tests/support/child_process.h"
 #include "tests/support/fault_platform.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 namespace {
 
 std::size_t openDescriptors() {
@@ -25,7 +25,7 @@ class Drop : public TableImageTest {
 TEST_F(Drop, LeavesTheFileOfANewTable) {
     shape.stringNames = {"ClOrdID"};
     shape.numericNames = {"OrderQty", "Price"};
-    open(TABLE_FILE_WRITE);
+    open(OpenMode::write);
     ASSERT_EQ(writeSimple(1, 10), NO_ERROR);
     ASSERT_EQ(mt_drop(table.get()), NO_ERROR);
     EXPECT_EQ(difference(fileBytes(), created()), "");
@@ -37,7 +37,7 @@ TEST_F(Drop, LeavesTheFileOfANewTable) {
 }
 
 TEST_F(Drop, WritingThenBeginsAnew) {
-    open(TABLE_FILE_WRITE);
+    open(OpenMode::write);
     for (const std::int32_t count : {3, 4, 6}) {
         ASSERT_EQ(writeSimple(1, count), NO_ERROR);
         ASSERT_EQ(mt_drop(table.get()), NO_ERROR);
@@ -50,7 +50,7 @@ TEST_F(Drop, WritingThenBeginsAnew) {
 
 TEST_F(Drop, OfAReadOnlyTableIsRefusedAndChangesNothing) {
     place(closed(6));
-    open(TABLE_FILE_READ);
+    open(OpenMode::read);
     EXPECT_EQ(mt_drop(table.get()), READ_ONLY_ERROR);
     EXPECT_EQ(difference(fileBytes(), closed(6)), "");
     EXPECT_EQ(readAll(table.get()).messages, simpleMessages(1, 6, shape));
@@ -64,14 +64,14 @@ TEST_F(Drop, OfATableThatWasNeverOpenedIsRefused) {
 }
 
 TEST_F(Drop, KeepsOtherWritersOut) {
-    open(TABLE_FILE_WRITE);
+    open(OpenMode::write);
     ASSERT_EQ(mt_drop(table.get()), NO_ERROR);
-    EXPECT_EQ(runInChild([&] { return mt_open(createTable(directory.root(), shape).get(), TABLE_FILE_WRITE); }),
+    EXPECT_EQ(runInChild([&] { return mt_open(createTable(directory.root(), shape).get(), OpenMode::write); }),
               FILE_OPEN_ERROR);
 }
 
 TEST_F(Drop, AThousandTimesLeaksNoDescriptor) {
-    open(TABLE_FILE_WRITE);
+    open(OpenMode::write);
     const std::size_t descriptors = openDescriptors();
     for (int i = 0; i < 1000; ++i) {
         ASSERT_EQ(writeSimple(1, 1), NO_ERROR) << "before drop " << i;
@@ -82,7 +82,7 @@ TEST_F(Drop, AThousandTimesLeaksNoDescriptor) {
 }
 
 TEST_F(Drop, CutsTheFileBeforeItIsOpenedAnew) {
-    open(TABLE_FILE_WRITE);
+    open(OpenMode::write);
     ASSERT_EQ(writeSimple(1, 6), NO_ERROR);
     FaultPlatform platform;
     ASSERT_EQ(mt_drop(table.get()), NO_ERROR);
@@ -100,7 +100,7 @@ TEST_F(Drop, CutsTheFileBeforeItIsOpenedAnew) {
 }
 
 TEST_F(Drop, ThatCannotCutTheFileLosesNoMessage) {
-    open(TABLE_FILE_WRITE);
+    open(OpenMode::write);
     ASSERT_EQ(writeSimple(1, 6), NO_ERROR);
     ASSERT_EQ(tableFileSeekSet(tableStorage_master(table->storage.get()), 140), NO_ERROR);
     {
@@ -115,7 +115,7 @@ TEST_F(Drop, ThatCannotCutTheFileLosesNoMessage) {
 }
 
 TEST_F(Drop, ThatCannotOpenTheFileAnewLeavesATableThatRefusesWrites) {
-    open(TABLE_FILE_WRITE);
+    open(OpenMode::write);
     ASSERT_EQ(writeSimple(1, 6), NO_ERROR);
     {
         FaultPlatform platform;
@@ -124,16 +124,16 @@ TEST_F(Drop, ThatCannotOpenTheFileAnewLeavesATableThatRefusesWrites) {
     }
     EXPECT_EQ(writeSimple(7, 7), FILE_WRITE_ERROR);
     EXPECT_EQ(mt_close(table.get()), NO_ERROR) << "nothing is open that could be saved";
-    EXPECT_EQ(mt_open(table.get(), TABLE_FILE_WRITE), NO_ERROR);
+    EXPECT_EQ(mt_open(table.get(), OpenMode::write), NO_ERROR);
     EXPECT_EQ(table->dataInfo.messageCount, 0);
 }
 
 TEST_F(Drop, TruncatingTheStorageAloneCutsToTheHeader) {
-    open(TABLE_FILE_WRITE);
+    open(OpenMode::write);
     ASSERT_EQ(writeSimple(1, 6), NO_ERROR);
     ASSERT_EQ(mt_truncateStorage(table.get()), NO_ERROR);
     EXPECT_EQ(fileBytes().size(), 140U);
 }
 
 }  // namespace
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

@@ -12,7 +12,7 @@
 
 #include "tests/support/bytes.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 
 class ExpectedBytes {
   public:
@@ -103,4 +103,4 @@ inline Bytes expectedEmptyIndexes() {
     return bytes.bytes();
 }
 
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

@@ -9,7 +9,7 @@
 #include "tests/messagetable/table_image.h"
 #include "tests/support/fault_platform.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 namespace {
 
 constexpr std::int64_t headerSize = 140;
@@ -22,7 +22,7 @@ class FrameCursors : public TableImageTest {
         reader.reset();
         table.reset();
         place(concatenated(closedImage(shape, {}), frames));
-        open(TABLE_FILE_READ);
+        open(OpenMode::read);
         ASSERT_NE(table, nullptr);
         reader.reset(mfr_create(table->storage.get(), &table->header.layout));
         file = tableStorage_master(table->storage.get());
@@ -292,4 +292,4 @@ TEST_F(FrameCursors, StepThroughFramesBeyondTwoGibibytes) {
 }
 
 }  // namespace
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

@@ -11,7 +11,7 @@
 #include "tests/messagetable/message_table_fixture.h"
 #include "tests/support/bytes.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 namespace {
 
 // The offsets of a frame of four string fields and no numeric one, all absent.
@@ -39,7 +39,7 @@ struct Decoding {
                                  message.numericFields.data(), numericFieldCount, &stream);
     }
     ErrorCode backwardFrom(std::size_t mark) {
-        EXPECT_EQ(byteStream_resetRead(&stream, BYTE_STREAM_FORWARD, static_cast<std::int32_t>(mark)), 0);
+        EXPECT_EQ(byteStream_resetRead(&stream, BYTE_STREAM_FORWARD, static_cast<std::int32_t>(mark)).bytes, 0);
         return backward();
     }
     ErrorCode backward() {
@@ -272,7 +272,7 @@ TEST(FrameDecoding, ThreeFramesAreWalkedForward) {
 TEST(FrameDecodingBackward, ThreeFramesAreWalkedFromTheLastToTheFirst) {
     const Bytes frames = joined({frameOf(simpleMessage(1)), frameOf(simpleMessage(2)), frameOf(simpleMessage(3))});
     Decoding decoding(joined({frames, fromHex("ee ee ee ee ee ee ee ee")}));
-    ASSERT_EQ(byteStream_resetRead(&decoding.stream, BYTE_STREAM_FORWARD, static_cast<std::int32_t>(frames.size())), 0);
+    ASSERT_EQ(byteStream_resetRead(&decoding.stream, BYTE_STREAM_FORWARD, static_cast<std::int32_t>(frames.size())).bytes, 0);
     for (const std::int32_t n : {3, 2, 1}) {
         ASSERT_EQ(decoding.backward(), NO_ERROR) << n;
         EXPECT_EQ(decoding.message.metadata.uniformId, n);
@@ -334,4 +334,4 @@ TEST(FrameDecodingBackward, AnOverwrittenLeadingLengthIsInconsistent) {
 }
 
 }  // namespace
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

@@ -7,7 +7,7 @@
 #include "tests/messagetable/expected_bytes.h"
 #include "tests/messagetable/message_table_fixture.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 namespace {
 
 // A table with blocks of three messages, the string field Symbol and the numeric field Price.
@@ -131,7 +131,7 @@ class GoldenTable : public MessageTableTest {
     }
     // Creates the table and stores the first `count` messages.
     void store(std::size_t count) {
-        open(TABLE_FILE_CREATE);
+        open(OpenMode::create);
         for (std::size_t i = 0; i < count; ++i) {
             ASSERT_EQ(write(goldenMessages()[i]), NO_ERROR) << "message " << i;
         }
@@ -200,7 +200,7 @@ TEST_F(GoldenTable, WrittenByHandIsReadAndContinued) {
                   .hex(FOURTH_FRAME)
                   .bytes());
     EXPECT_EQ(messagesIn(directory.root(), shape), goldenMessages());
-    open(TABLE_FILE_WRITE);
+    open(OpenMode::write);
     ASSERT_EQ(write(goldenMessages()[0]), NO_ERROR);
     EXPECT_EQ(fileBytes().size(), 4388U + 79) << "the open block goes on without a second length word";
     EXPECT_EQ(hexAt(fileBytes(), 4388, 79), ExpectedBytes().hex(FIRST_FRAME).hexText());
@@ -210,7 +210,7 @@ TEST_F(GoldenTable, WrittenInTwoSessionsIsTheSameFile) {
     store(1);
     ASSERT_EQ(closeTable(table), NO_ERROR);
     for (const std::size_t i : {1U, 2U, 3U}) {
-        open(TABLE_FILE_WRITE);
+        open(OpenMode::write);
         ASSERT_EQ(write(goldenMessages()[i]), NO_ERROR);
         ASSERT_EQ(closeTable(table), NO_ERROR);
     }
@@ -223,7 +223,7 @@ TEST_F(GoldenTable, WrittenInTwoSessionsIsTheSameFile) {
 
 TEST_F(GoldenTable, OfDefaultShapeHasFramesOf55BytesAndAFooterOf2652) {
     shape = defaultShape();
-    open(TABLE_FILE_CREATE);
+    open(OpenMode::create);
     EXPECT_EQ(fileBytes().size(), 140U);
     EXPECT_EQ(table->storage->footerSize, 2652);
     ASSERT_EQ(write(bareMessage(1, shape)), NO_ERROR);
@@ -241,7 +241,7 @@ TEST_F(GoldenTable, OfDefaultShapeHasFramesOf55BytesAndAFooterOf2652) {
 
 TEST_F(GoldenTable, OfTheWidestShapeHasAFooterOf18012) {
     shape = widestShape(1);
-    open(TABLE_FILE_CREATE);
+    open(OpenMode::create);
     EXPECT_EQ(table->storage->footerSize, 18012);
     const std::size_t headerSize = fileBytes().size();
     ASSERT_EQ(write(bareMessage(1, shape)), NO_ERROR);
@@ -249,4 +249,4 @@ TEST_F(GoldenTable, OfTheWidestShapeHasAFooterOf18012) {
 }
 
 }  // namespace
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

@@ -15,7 +15,7 @@
 #include "tests/support/debug_log.h"
 #include "tests/support/log_capture.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 namespace {
 
 using Lines = std::vector<std::string>;
@@ -25,7 +25,7 @@ class HeaderMismatch : public MessageTableTest {
   protected:
     void make(const TableShape& stored) {
         shape = stored;
-        open(TABLE_FILE_CREATE);
+        open(OpenMode::create);
         ASSERT_EQ(writeSimple(1, 1), NO_ERROR);
         ASSERT_EQ(closeTable(table), NO_ERROR);
     }
@@ -33,7 +33,7 @@ class HeaderMismatch : public MessageTableTest {
     ErrorCode openAs(const TableShape& configured) {
         const Bytes before = fileBytes();
         ErrorCode codes[2] = {};
-        for (const std::int32_t mode : {TABLE_FILE_READ, TABLE_FILE_WRITE}) {
+        for (const OpenMode mode : {OpenMode::read, OpenMode::write}) {
             log.clear();
             const MessageTablePtr opened = createTable(directory.root(), configured);
             codes[mode] = mt_open(opened.get(), mode);
@@ -141,13 +141,13 @@ TEST_F(HeaderMismatch, AnEmptyNameStoredWithItsNulEqualsAnAbsentOneAndTheTableWo
                           .i32(0)
                           .append(expectedEmptyIndexes())
                           .bytes());
-    open(TABLE_FILE_WRITE);
+    open(OpenMode::write);
     ASSERT_NE(table, nullptr);
     EXPECT_EQ(writeSimple(1, 4), NO_ERROR);
     EXPECT_EQ(closeTable(table), NO_ERROR);
     EXPECT_EQ(fileBytes()[static_cast<std::size_t>(size) - 89], 0) << "the stored name was overwritten by the tail";
     EXPECT_EQ(u64At(fileBytes(), static_cast<std::size_t>(size) - 88 + 16), fileBytes().size());
-    open(TABLE_FILE_WRITE);
+    open(OpenMode::write);
     EXPECT_EQ(table->dataInfo.messageCount, 4);
     EXPECT_TRUE(log.warnings().empty()) << "the tail stands at its place: " << log.warnings().front();
 }
@@ -215,4 +215,4 @@ TEST(HeaderMismatchDetail, AListThatDoesNotFitInMemorySaysSo) {
 }
 
 }  // namespace
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

@@ -11,7 +11,7 @@
 #include "tests/support/fault_platform.h"
 #include "tests/support/log_capture.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 namespace {
 
 // File offsets of a header without names.
@@ -49,7 +49,7 @@ Bytes newHeader(std::int32_t messagesPerBlock, const std::vector<std::string>& s
 class HeaderSection : public MessageTableTest {
   protected:
     // The code of opening the file under `path()` with the present shape; the file must stay as it was.
-    ErrorCode reopen(std::int32_t mode) {
+    ErrorCode reopen(OpenMode mode) {
         const Bytes before = fileBytes();
         table.reset();
         table = createTable(directory.root(), shape);
@@ -59,15 +59,15 @@ class HeaderSection : public MessageTableTest {
     }
     // The file is made anew and its bytes at `offset` replaced.
     void makePatched(std::size_t offset, const Bytes& bytes) {
-        open(TABLE_FILE_CREATE);
+        open(OpenMode::create);
         table.reset();
         patchFile(path(), offset, bytes);
     }
     // The code that both a reader and a writer get for such a file.
     ErrorCode openPatched(std::size_t offset, const Bytes& bytes) {
         makePatched(offset, bytes);
-        const ErrorCode reading = reopen(TABLE_FILE_READ);
-        EXPECT_EQ(reopen(TABLE_FILE_WRITE), reading) << "reading and writing disagree at offset " << offset;
+        const ErrorCode reading = reopen(OpenMode::read);
+        EXPECT_EQ(reopen(OpenMode::write), reading) << "reading and writing disagree at offset " << offset;
         return reading;
     }
     // mtX_verify itself over the file's present bytes.
@@ -80,7 +80,7 @@ class HeaderSection : public MessageTableTest {
         byteStream_init(&stream, bytes.data(), static_cast<std::int32_t>(bytes.size()));
         byteStream_resetWrite(&stream, static_cast<std::int32_t>(bytes.size()));
         TableFile* file = nullptr;
-        EXPECT_EQ(tableFileOpen(&file, path().c_str(), TABLE_FILE_READ, nullptr), NO_ERROR);
+        EXPECT_EQ(tableFileOpen(&file, path().c_str(), OpenMode::read, nullptr), NO_ERROR);
         const ErrorCode code = mtX_verify(table.get(), file, &stream, 19);
         EXPECT_EQ(tableFileClose(file), NO_ERROR);
         return code;
@@ -89,7 +89,7 @@ class HeaderSection : public MessageTableTest {
 
 TEST_F(HeaderSection, OfADefaultTableIs121BytesInAHeaderOf140) {
     shape = defaultShape();
-    open(TABLE_FILE_WRITE);
+    open(OpenMode::write);
     EXPECT_EQ(toHex(fileBytes()), toHex(newHeader(1000)));
     EXPECT_EQ(fileBytes().size(), 140U);
     EXPECT_EQ(table->storage->headerSize, 140);
@@ -98,17 +98,17 @@ TEST_F(HeaderSection, OfADefaultTableIs121BytesInAHeaderOf140) {
 TEST_F(HeaderSection, HoldsTheNamesAndADataEndOfExactlyItsSize) {
     shape.stringNames = {"ClOrdID", "", "Symbol"};
     shape.numericNames = {"", "Price"};
-    open(TABLE_FILE_WRITE);
+    open(OpenMode::write);
     const Bytes expected = newHeader(3, {"ClOrdID", "", "Symbol"}, {"", "Price"});
     EXPECT_EQ(toHex(fileBytes()), toHex(expected));
     EXPECT_EQ(expected.size(), 140U + 4 + 8 + 4 + 4 + 7 + 4 + 4 + 6);
-    EXPECT_EQ(reopen(TABLE_FILE_WRITE), NO_ERROR) << "absent names equal absent names";
+    EXPECT_EQ(reopen(OpenMode::write), NO_ERROR) << "absent names equal absent names";
 }
 
 TEST_F(HeaderSection, OfANewFileIsOneWriteTogetherWithTheGenericHeader) {
     shape = widestShape();
     FaultPlatform platform;
-    open(TABLE_FILE_CREATE);
+    open(OpenMode::create);
     const std::vector<RecordedCall> writes = platform.calls(FileCall::writeAt);
     ASSERT_EQ(writes.size(), 1U);
     EXPECT_EQ(writes[0].offset, 0);
@@ -118,18 +118,18 @@ TEST_F(HeaderSection, OfANewFileIsOneWriteTogetherWithTheGenericHeader) {
 
 TEST_F(HeaderSection, BeyondTheLargestHeaderIsAWrongParameterAndWritesNothing) {
     shape.stringNames = {std::string(8096 - 140 - 4 - 1, 'x')};
-    open(TABLE_FILE_WRITE);
+    open(OpenMode::write);
     EXPECT_EQ(fileBytes().size(), 8096U) << "8096 bytes are allowed";
-    ASSERT_EQ(reopen(TABLE_FILE_WRITE), NO_ERROR);
+    ASSERT_EQ(reopen(OpenMode::write), NO_ERROR);
     shape.name = "longer";
     shape.stringNames[0] += 'x';
     table = createTable(directory.root(), shape);
-    EXPECT_EQ(mt_open(table.get(), TABLE_FILE_WRITE), WRONG_PARAMETER_ERROR);
+    EXPECT_EQ(mt_open(table.get(), OpenMode::write), WRONG_PARAMETER_ERROR);
     EXPECT_EQ(readText(path()), "");
 }
 
 TEST_F(HeaderSection, WritingOneResetsBookkeepingIndexesAndWriter) {
-    open(TABLE_FILE_CREATE);
+    open(OpenMode::create);
     ASSERT_EQ(writeSimple(1, 4), NO_ERROR);
     const ByteStreamPtr stream(byteStream_create(256));
     byteStream_putBytes(stream.get(), expectedGenericHeader(0).data(), 19);
@@ -156,7 +156,7 @@ TEST_F(HeaderSection, AStreamThatCannotGrowIsAnExtensionErrorWhereverItEnds) {
 }
 
 TEST_F(HeaderSection, WithNothingBehindTheGenericHeaderIsAFileSizeError) {
-    open(TABLE_FILE_CREATE);
+    open(OpenMode::create);
     table.reset();
     Bytes bytes = fileBytes();
     bytes.resize(19);
@@ -167,7 +167,7 @@ TEST_F(HeaderSection, WithNothingBehindTheGenericHeaderIsAFileSizeError) {
 TEST_F(HeaderSection, CutBeforeItsRecordsIsNotEnoughDataAndNotAnotherTableType) {
     shape.stringNames = {"ClOrdID"};
     shape.numericNames = {"Price"};
-    open(TABLE_FILE_CREATE);
+    open(OpenMode::create);
     table.reset();
     const Bytes whole = fileBytes();
     const std::size_t dataInfoEnd = whole.size() - 60;
@@ -178,7 +178,7 @@ TEST_F(HeaderSection, CutBeforeItsRecordsIsNotEnoughDataAndNotAnotherTableType) 
 }
 
 TEST_F(HeaderSection, CutInItsStaticIndexesIsAFileSizeErrorUnlessItsDataEndSaysOtherwise) {
-    open(TABLE_FILE_CREATE);
+    open(OpenMode::create);
     table.reset();
     const Bytes whole = fileBytes();
     for (std::size_t size = INDEXES; size < HEADER_END; ++size) {
@@ -228,7 +228,7 @@ TEST_F(HeaderSection, ThatDoesNotEndWhereTheHeaderDoesIsCorrupted) {
 }
 
 TEST_F(HeaderSection, OfAReplicaHasToEndWhereTheReplicasOwnHeaderDoes) {
-    open(TABLE_FILE_CREATE);
+    open(OpenMode::create);
     const std::string replica = directory.file("replica");
     for (const std::int32_t headerSize : {140, 139, 141}) {
         Bytes bytes = fileBytes();
@@ -238,7 +238,7 @@ TEST_F(HeaderSection, OfAReplicaHasToEndWhereTheReplicasOwnHeaderDoes) {
         TableFile* file = nullptr;
         std::int64_t masterSize = static_cast<std::int64_t>(bytes.size());
         const ErrorCode code =
-            tsX_openReplica(table->storage.get(), &file, replica.c_str(), TABLE_FILE_WRITE, &masterSize);
+            tsX_openReplica(table->storage.get(), &file, replica.c_str(), OpenMode::write, &masterSize);
         EXPECT_EQ(code, headerSize == 140 ? NO_ERROR : HEADER_CORRUPTED_ERROR) << headerSize;
         if (code == NO_ERROR) {
             EXPECT_EQ(tableFileClose(file), NO_ERROR);
@@ -274,7 +274,7 @@ TEST_F(HeaderSection, WithANegativeMessageCountIsCorrupted) {
 }
 
 TEST_F(HeaderSection, ThatIsWholeGivesTheTableItsStoredValues) {
-    open(TABLE_FILE_CREATE);
+    open(OpenMode::create);
     table.reset();
     patchFile(path(), 52, ExpectedBytes().u64(0x0102030405060708).bytes());
     patchFile(path(), MESSAGE_COUNT, int32Bytes(12));
@@ -288,7 +288,7 @@ TEST_F(HeaderSection, ThatIsWholeGivesTheTableItsStoredValues) {
 }
 
 TEST_F(HeaderSection, ThatIsRefusedLeavesTheTablesRecordsAsTheyWere) {
-    open(TABLE_FILE_CREATE);
+    open(OpenMode::create);
     table.reset();
     patchFile(path(), 52, ExpectedBytes().u64(99).bytes());
     patchFile(path(), MESSAGE_COUNT, int32Bytes(-1));
@@ -299,4 +299,4 @@ TEST_F(HeaderSection, ThatIsRefusedLeavesTheTablesRecordsAsTheyWere) {
 }
 
 }  // namespace
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

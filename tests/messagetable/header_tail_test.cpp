@@ -15,7 +15,7 @@
 #include "tests/support/fault_platform.h"
 #include "tests/support/log_capture.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 namespace {
 
 using Lines = std::vector<std::string>;
@@ -54,7 +54,7 @@ Bytes someTail() {
 class HeaderTail88 : public MessageTableTest {
   protected:
     void SetUp() override {
-        open(TABLE_FILE_CREATE);
+        open(OpenMode::create);
         ASSERT_EQ(writeSimple(1, 2), NO_ERROR);
         addReplica(table.get(), replica());
         before = fileBytes();
@@ -191,22 +191,22 @@ class TailOfATable : public MessageTableTest {};
 TEST_F(TailOfATable, StandsBehindTheNamesWhetherCreatedOrOpened) {
     shape.stringNames = {"ClOrdID", ""};
     shape.numericNames = {"Price"};
-    open(TABLE_FILE_CREATE);
+    open(OpenMode::create);
     const auto expected = static_cast<std::int64_t>(fileBytes().size()) - 88;
     EXPECT_EQ(table->tail->offset, expected);
     EXPECT_EQ(table->tail->size, 88);
-    open(TABLE_FILE_WRITE);
+    open(OpenMode::write);
     EXPECT_EQ(table->tail->offset, expected);
-    open(TABLE_FILE_READ);
+    open(OpenMode::read);
     EXPECT_EQ(table->tail->offset, expected);
 }
 
 TEST_F(TailOfATable, KeepsTheReservedWordAsItWasRead) {
-    open(TABLE_FILE_CREATE);
+    open(OpenMode::create);
     EXPECT_EQ(u64At(fileBytes(), 52), 0U);
     table.reset();
     patchFile(path(), 52, ExpectedBytes().u64(0x8182838485868788).bytes());
-    open(TABLE_FILE_WRITE);
+    open(OpenMode::write);
     ASSERT_EQ(writeSimple(1, 3), NO_ERROR);
     EXPECT_EQ(u64At(fileBytes(), 52), 0x8182838485868788U);
     ASSERT_EQ(closeTable(table), NO_ERROR);
@@ -214,7 +214,7 @@ TEST_F(TailOfATable, KeepsTheReservedWordAsItWasRead) {
 }
 
 TEST_F(TailOfATable, StoresTheHeadersEndForALastBlockEndOfZeroAtItsNextSave) {
-    open(TABLE_FILE_CREATE);
+    open(OpenMode::create);
     EXPECT_EQ(u64At(fileBytes(), 60), 0U) << "a new file stores 0";
     ASSERT_EQ(writeSimple(1, 1), NO_ERROR);
     ASSERT_EQ(closeTable(table), NO_ERROR);
@@ -222,4 +222,4 @@ TEST_F(TailOfATable, StoresTheHeadersEndForALastBlockEndOfZeroAtItsNextSave) {
 }
 
 }  // namespace
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

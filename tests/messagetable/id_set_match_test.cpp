@@ -9,7 +9,7 @@
 #include "tests/support/allocation_failure.h"
 #include "tests/support/log_capture.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 namespace {
 
 constexpr std::int32_t APP_FROM_FIRST = 0x1FFFFFFF;
@@ -192,4 +192,4 @@ TEST_F(IdSet, WithoutMemoryIsOutOfMemory) {
 }
 
 }  // namespace
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

@@ -13,7 +13,7 @@
 #include "tests/support/debug_log.h"
 #include "tests/support/fault_platform.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 namespace {
 
 std::string pointerText(const void* pointer) {
@@ -40,7 +40,7 @@ std::vector<std::string> functionsOf(const std::vector<std::string>& lines) {
 ErrorCode openElsewhere(const std::string& root, const TableShape& shape) {
     return runInChild([&] {
         const MessageTablePtr table = createTable(root, shape);
-        return mt_open(table.get(), TABLE_FILE_WRITE);
+        return mt_open(table.get(), OpenMode::write);
     });
 }
 
@@ -123,7 +123,7 @@ TEST(LifecycleWithoutMemory, CreatingATableGivesNoneAndLeaksNothing) {
 TEST_F(Lifecycle, WithoutATableEveryOperationIsRefused) {
     std::int32_t value = 0;
     const MessageMetadata metadata;
-    EXPECT_EQ(mt_open(nullptr, TABLE_FILE_WRITE), NULL_POINTER_ERROR);
+    EXPECT_EQ(mt_open(nullptr, OpenMode::write), NULL_POINTER_ERROR);
     EXPECT_EQ(mt_close(nullptr), NULL_POINTER_ERROR);
     EXPECT_EQ(mt_drop(nullptr), NULL_POINTER_ERROR);
     EXPECT_EQ(mt_truncateStorage(nullptr), NULL_POINTER_ERROR);
@@ -134,7 +134,7 @@ TEST_F(Lifecycle, WithoutATableEveryOperationIsRefused) {
 }
 
 TEST_F(Lifecycle, AMissingFileIsCreatedInModes1And2AndRefusedInMode0) {
-    for (const std::int32_t mode : {TABLE_FILE_WRITE, TABLE_FILE_CREATE}) {
+    for (const OpenMode mode : {OpenMode::write, OpenMode::create}) {
         open(mode);
         ASSERT_NE(table, nullptr);
         EXPECT_EQ(table->blockInfo.lastBlockEnd, 140U) << "the first block begins behind the header";
@@ -145,13 +145,13 @@ TEST_F(Lifecycle, AMissingFileIsCreatedInModes1And2AndRefusedInMode0) {
         std::filesystem::remove(path());
     }
     table = createTable(directory.root(), shape);
-    EXPECT_EQ(mt_open(table.get(), TABLE_FILE_READ), FILE_OPEN_ERROR);
+    EXPECT_EQ(mt_open(table.get(), OpenMode::read), FILE_OPEN_ERROR);
     EXPECT_FALSE(std::filesystem::exists(path()));
 }
 
 TEST_F(Lifecycle, CreateModeEmptiesAFileThatIsThere) {
     place(closed(6));
-    open(TABLE_FILE_CREATE);
+    open(OpenMode::create);
     ASSERT_NE(table, nullptr);
     EXPECT_EQ(fileBytes().size(), 140U);
     EXPECT_EQ(table->dataInfo.messageCount, 0);
@@ -162,7 +162,7 @@ TEST_F(Lifecycle, CreateModeEmptiesAFileThatIsThere) {
 }
 
 TEST_F(Lifecycle, CloseSavesTheTailAndKeepsTheFileAndItsLock) {
-    open(TABLE_FILE_CREATE);
+    open(OpenMode::create);
     ASSERT_EQ(writeSimple(1, 6), NO_ERROR);
     EXPECT_NE(difference(fileBytes(), closed(6)), "") << "the tail is not saved for each message";
     ASSERT_EQ(mt_close(table.get()), NO_ERROR);
@@ -179,7 +179,7 @@ TEST_F(Lifecycle, CloseOfAReadOnlyTableWritesNothing) {
     const Bytes image = unclosedImage(shape, simpleMessages(1, 6, shape));
     place(image);
     FaultPlatform platform;
-    open(TABLE_FILE_READ);
+    open(OpenMode::read);
     std::int32_t last = 0;
     ASSERT_EQ(mt_getLastUniformMessageId(table.get(), &last), NO_ERROR);
     EXPECT_EQ(closeTable(table), NO_ERROR);
@@ -200,24 +200,24 @@ TEST_F(Lifecycle, CloseOfATableWhoseOpeningFailedWritesNothing) {
     shape.messagesPerBlock = 5;
     FaultPlatform platform;
     table = createTable(directory.root(), shape);
-    ASSERT_EQ(mt_open(table.get(), TABLE_FILE_WRITE), CONFIG_MISMATCH_ERROR);
+    ASSERT_EQ(mt_open(table.get(), OpenMode::write), CONFIG_MISMATCH_ERROR);
     EXPECT_EQ(mt_close(table.get()), NO_ERROR);
     EXPECT_EQ(platform.count(FileCall::writeAt), 0);
     EXPECT_EQ(difference(fileBytes(), other), "");
 }
 
 TEST_F(Lifecycle, CloseAfterASecondOpeningFailedWritesNothing) {
-    open(TABLE_FILE_WRITE);
+    open(OpenMode::write);
     ASSERT_EQ(writeSimple(1, 6), NO_ERROR);
     const Bytes other = withoutSignature(fileBytes());
     place(other);
-    ASSERT_EQ(mt_open(table.get(), TABLE_FILE_WRITE), SIGNATURE_ERROR);
+    ASSERT_EQ(mt_open(table.get(), OpenMode::write), SIGNATURE_ERROR);
     EXPECT_EQ(mt_close(table.get()), NO_ERROR);
     EXPECT_EQ(difference(fileBytes(), other), "") << "the tail of a table that is gone was written into a foreign file";
 }
 
 TEST_F(Lifecycle, ACloseThatCannotSaveTheTailSaysWhyAndDropsTheFile) {
-    open(TABLE_FILE_WRITE);
+    open(OpenMode::write);
     ASSERT_EQ(writeSimple(1, 3), NO_ERROR);
     log.clear();
     {
@@ -233,7 +233,7 @@ TEST_F(Lifecycle, ACloseThatCannotSaveTheTailSaysWhyAndDropsTheFile) {
 }
 
 TEST_F(Lifecycle, DestroyingReleasesTheFileWithoutSavingTheTail) {
-    open(TABLE_FILE_WRITE);
+    open(OpenMode::write);
     ASSERT_EQ(writeSimple(1, 6), NO_ERROR);
     const Bytes before = fileBytes();
     const std::size_t descriptors = openDescriptors();
@@ -249,7 +249,7 @@ TEST_F(Lifecycle, DestroyingReleasesTheFileWithoutSavingTheTail) {
 }
 
 TEST_F(Lifecycle, DestroyingNamesTheFileWhoseCloseFailed) {
-    open(TABLE_FILE_WRITE);
+    open(OpenMode::write);
     log.clear();
     FaultPlatform platform;
     platform.failNth(FileCall::close, 1, EIO);
@@ -261,11 +261,11 @@ TEST_F(Lifecycle, DestroyingNamesTheFileWhoseCloseFailed) {
 }
 
 TEST_F(Lifecycle, OpeningAnOpenTableClosesItFirst) {
-    open(TABLE_FILE_WRITE);
+    open(OpenMode::write);
     ASSERT_EQ(writeSimple(1, 6), NO_ERROR);
     const std::size_t descriptors = openDescriptors();
     log.clear();
-    ASSERT_EQ(mt_open(table.get(), TABLE_FILE_WRITE), NO_ERROR) << "its own lock must not keep it out";
+    ASSERT_EQ(mt_open(table.get(), OpenMode::write), NO_ERROR) << "its own lock must not keep it out";
     EXPECT_EQ(openDescriptors(), descriptors);
     const std::vector<std::string> notes = functionsOf(log.notes());
     const std::vector<std::string> expected = {
@@ -279,13 +279,13 @@ TEST_F(Lifecycle, OpeningAnOpenTableClosesItFirst) {
 }
 
 TEST_F(Lifecycle, OpeningAnOpenTableInAnotherModeChangesWhatItMayDo) {
-    open(TABLE_FILE_WRITE);
+    open(OpenMode::write);
     ASSERT_EQ(writeSimple(1, 2), NO_ERROR);
-    ASSERT_EQ(mt_open(table.get(), TABLE_FILE_READ), NO_ERROR);
+    ASSERT_EQ(mt_open(table.get(), OpenMode::read), NO_ERROR);
     EXPECT_EQ(writeSimple(3, 3), READ_ONLY_ERROR);
-    ASSERT_EQ(mt_open(table.get(), TABLE_FILE_WRITE), NO_ERROR);
+    ASSERT_EQ(mt_open(table.get(), OpenMode::write), NO_ERROR);
     EXPECT_EQ(writeSimple(3, 3), NO_ERROR);
-    ASSERT_EQ(mt_open(table.get(), TABLE_FILE_CREATE), NO_ERROR);
+    ASSERT_EQ(mt_open(table.get(), OpenMode::create), NO_ERROR);
     EXPECT_EQ(table->dataInfo.messageCount, 0);
     EXPECT_EQ(table->frames->summary.messageCount, 0);
     ASSERT_EQ(writeSimple(1, 6), NO_ERROR);
@@ -294,10 +294,10 @@ TEST_F(Lifecycle, OpeningAnOpenTableInAnotherModeChangesWhatItMayDo) {
 }
 
 TEST_F(Lifecycle, ATableThatCannotBeOpenedAgainKeepsNothingOfItsFormerState) {
-    open(TABLE_FILE_WRITE);
+    open(OpenMode::write);
     ASSERT_EQ(writeSimple(1, 6), NO_ERROR);
     std::filesystem::remove(path());
-    ASSERT_EQ(mt_open(table.get(), TABLE_FILE_READ), FILE_OPEN_ERROR);
+    ASSERT_EQ(mt_open(table.get(), OpenMode::read), FILE_OPEN_ERROR);
     EXPECT_EQ(table->dataInfo.messageCount, 0);
     EXPECT_EQ(table->staticIndexes, mthStaticIndexes{});
     EXPECT_EQ(table->frames->summary.messageCount, 0);
@@ -312,7 +312,7 @@ TEST_F(Lifecycle, AWriterGoesOnWithTheStaticIndexesOfTheLastFooterAndTheOpenBloc
     std::vector<Message> messages = simpleMessages(1, 6, shape);
     messages[2] = resent;
     place(closedImage(shape, messages));
-    open(TABLE_FILE_WRITE);
+    open(OpenMode::write);
     EXPECT_EQ(table->staticIndexes.connMsgIds[RESENT], 2000000000) << "it is in the closed block";
     EXPECT_EQ(table->staticIndexes.connMsgIds[APP_TO], 6) << "it is in the open block";
     EXPECT_EQ(table->frames->summary.staticIndexes, table->staticIndexes);
@@ -323,7 +323,7 @@ TEST_F(Lifecycle, AWriterGoesOnWithTheStaticIndexesOfTheLastFooterAndTheOpenBloc
 
 TEST_F(Lifecycle, ManyWritersOneAfterAnotherMakeTheFileOfASingleOne) {
     for (std::int32_t n = 1; n <= 13; ++n) {
-        open(TABLE_FILE_WRITE);
+        open(OpenMode::write);
         ASSERT_EQ(writeSimple(n, n), NO_ERROR);
         ASSERT_EQ(closeTable(table), NO_ERROR);
         ASSERT_EQ(difference(fileBytes(), closed(n)), "") << "after message " << n;
@@ -332,4 +332,4 @@ TEST_F(Lifecycle, ManyWritersOneAfterAnotherMakeTheFileOfASingleOne) {
 }
 
 }  // namespace
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

@@ -11,7 +11,7 @@
 #include "tests/messagetable/message_table_fixture.h"
 #include "tests/support/fault_platform.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 namespace {
 
 constexpr std::int64_t TAIL = 52;
@@ -55,7 +55,7 @@ constexpr std::array<Lookup, 5> lookups{{
 class LookupCosts : public MessageTableTest {
   protected:
     void TearDown() override { table.reset(); }
-    MessageTablePtr openReader() const { return openTable(directory.root(), TABLE_FILE_READ, shape); }
+    MessageTablePtr openReader() const { return openTable(directory.root(), OpenMode::read, shape); }
     std::int64_t frameSize(std::int32_t n) const {
         return static_cast<std::int64_t>(frameOf(simpleMessage(n, shape)).size());
     }
@@ -94,7 +94,7 @@ class LookupCosts : public MessageTableTest {
 
 TEST_F(LookupCosts, AWritableTableAsksTheSystemNothing) {
     for (const bool reopened : {false, true}) {
-        open(reopened ? TABLE_FILE_WRITE : TABLE_FILE_CREATE);
+        open(reopened ? OpenMode::write : OpenMode::create);
         ASSERT_EQ(writeSimple(1, 10), NO_ERROR);
         const FaultPlatform platform;
         for (const Lookup& lookup : lookups) {
@@ -105,7 +105,7 @@ TEST_F(LookupCosts, AWritableTableAsksTheSystemNothing) {
 }
 
 TEST_F(LookupCosts, AReaderOfAnUnchangedFileReadsItsTailAndAsksForItsSize) {
-    open(TABLE_FILE_CREATE);
+    open(OpenMode::create);
     const MessageTablePtr reader = openReader();
     for (std::int32_t n = 0; n <= 10; ++n) {
         ASSERT_TRUE(n == 0 || writeSimple(n, n) == NO_ERROR);
@@ -121,7 +121,7 @@ TEST_F(LookupCosts, AReaderOfAnUnchangedFileReadsItsTailAndAsksForItsSize) {
 
 TEST_F(LookupCosts, AReaderOfAGrownFileReadsTheMessageThatItKnowsLastAndWhatIsBehindIt) {
     shape.messagesPerBlock = 1000;
-    open(TABLE_FILE_CREATE);
+    open(OpenMode::create);
     const MessageTablePtr reader = openReader();
     readsAfter(1, 300, reader);
     std::int32_t last = 300;
@@ -137,7 +137,7 @@ TEST_F(LookupCosts, AReaderOfAGrownFileReadsTheMessageThatItKnowsLastAndWhatIsBe
 
 TEST_F(LookupCosts, AReaderThatFollowsReadsNoMoreFromABlockThatIsNearlyFull) {
     shape.messagesPerBlock = 1000;
-    open(TABLE_FILE_CREATE);
+    open(OpenMode::create);
     const MessageTablePtr reader = openReader();
     for (std::int32_t n = 1; n <= 2100; ++n) {
         const bool atEdge = n > 1 && n % 1000 <= 1;  // the first or the last message of a block
@@ -150,7 +150,7 @@ TEST_F(LookupCosts, AReaderThatFollowsReadsNoMoreFromABlockThatIsNearlyFull) {
 
 TEST_F(LookupCosts, AReaderWhoseBlockWasClosedReadsNothingBeforeTheMessageThatItKnewLast) {
     shape.messagesPerBlock = 1000;
-    open(TABLE_FILE_CREATE);
+    open(OpenMode::create);
     const MessageTablePtr reader = openReader();
     readsAfter(1, 998, reader);
     std::int32_t last = 998;
@@ -167,4 +167,4 @@ TEST_F(LookupCosts, AReaderWhoseBlockWasClosedReadsNothingBeforeTheMessageThatIt
 }
 
 }  // namespace
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

@@ -5,7 +5,7 @@
 #include <cmath>
 #include <limits>
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 namespace {
 
 constexpr std::int32_t MAX_ID = std::numeric_limits<std::int32_t>::max();
@@ -112,4 +112,4 @@ TEST(MessageClass, NumbersThatNameNoClassAreUnknown) {
 }
 
 }  // namespace
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

@@ -10,7 +10,7 @@
 #include "tests/support/allocation_failure.h"
 #include "tests/support/debug_log.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 namespace {
 
 using Lines = std::vector<std::string>;
@@ -102,7 +102,7 @@ TEST_F(FrameWriter, DestroyedWhenThereIsNoneIsFine) {
 }
 
 TEST_F(FrameWriter, ResetsItsSummaryAndOnRequestItsStaticIndexes) {
-    open(TABLE_FILE_CREATE);
+    open(OpenMode::create);
     ASSERT_EQ(writeSimple(1, 2), NO_ERROR);
     mfr_reset(table->frames.get(), true);
     EXPECT_EQ(table->frames->summary.messageCount, 0);
@@ -117,7 +117,7 @@ TEST_F(FrameWriter, ResetsItsSummaryAndOnRequestItsStaticIndexes) {
 }
 
 TEST_F(FrameWriter, KeepsItsStaticIndexesWhenABlockIsClosed) {
-    open(TABLE_FILE_CREATE);
+    open(OpenMode::create);
     ASSERT_EQ(writeSimple(1, 3), NO_ERROR);
     EXPECT_EQ(table->frames->summary.messageCount, 0);
     EXPECT_EQ(table->frames->summary.staticIndexes.lastUniform, 3);
@@ -139,4 +139,4 @@ TEST(FooterSize, OfAnImpossibleLayoutIsZero) {
 }
 
 }  // namespace
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

@@ -8,7 +8,7 @@
 #include "tests/support/debug_log.h"
 #include "tests/support/fault_platform.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 namespace {
 
 constexpr std::int64_t NO_LIMIT = std::numeric_limits<std::int64_t>::min();
@@ -62,11 +62,11 @@ Message sent(std::int32_t n, std::int32_t seqNum, std::int32_t pendingNumber) {
 
 class Lookup : public TableImageTest {
   protected:
-    MessageTablePtr openReader() const { return openTable(directory.root(), TABLE_FILE_READ, shape); }
+    MessageTablePtr openReader() const { return openTable(directory.root(), OpenMode::read, shape); }
 };
 
 TEST_F(Lookup, AFreshTableAnswersThatThereIsNothing) {
-    open(TABLE_FILE_CREATE);
+    open(OpenMode::create);
     const MessageTablePtr reader = openReader();
     for (const MessageTablePtr* asked : Asked{&table, &reader}) {
         EXPECT_EQ(firstPending(*asked), -1);
@@ -80,7 +80,7 @@ TEST_F(Lookup, AFreshTableAnswersThatThereIsNothing) {
 }
 
 TEST_F(Lookup, TheLastIdIsTheHighestOfTheClassThatTheGivenIdBelongsTo) {
-    open(TABLE_FILE_CREATE);
+    open(OpenMode::create);
     const std::vector<std::int32_t> ids = {700, 500, 536870912, 1342177290, 1342177280, 2000000000};
     for (const std::int32_t id : ids) {
         Message message = simpleMessage(id, shape);
@@ -99,7 +99,7 @@ TEST_F(Lookup, TheLastIdIsTheHighestOfTheClassThatTheGivenIdBelongsTo) {
 }
 
 TEST_F(Lookup, AnIdWithoutAClassIsOutOfBounds) {
-    open(TABLE_FILE_CREATE);
+    open(OpenMode::create);
     for (const std::int32_t id : {-1, std::numeric_limits<std::int32_t>::min()}) {
         log.clear();
         std::int32_t found = 55;
@@ -112,7 +112,7 @@ TEST_F(Lookup, AnIdWithoutAClassIsOutOfBounds) {
 }
 
 TEST_F(Lookup, PendingAndGoodNumbersFollowTheMessages) {
-    open(TABLE_FILE_CREATE);
+    open(OpenMode::create);
     ASSERT_EQ(write(pending(1, 5)), NO_ERROR);
     ASSERT_EQ(write(pending(2, 6)), NO_ERROR);
     ASSERT_EQ(write(sent(3, 41, -5)), NO_ERROR);
@@ -125,7 +125,7 @@ TEST_F(Lookup, PendingAndGoodNumbersFollowTheMessages) {
 }
 
 TEST_F(Lookup, ATimestampThatIsSinceCountsAndOneBeforeDoesNot) {
-    open(TABLE_FILE_CREATE);
+    open(OpenMode::create);
     ASSERT_EQ(write(pending(1, 5)), NO_ERROR);
     ASSERT_EQ(write(sent(2, 41, -5)), NO_ERROR);
     const MessageTablePtr reader = openReader();
@@ -141,7 +141,7 @@ TEST_F(Lookup, ATimestampThatIsSinceCountsAndOneBeforeDoesNot) {
 }
 
 TEST_F(Lookup, TheTimestampOfTheLastGoodNumberMayBeOmitted) {
-    open(TABLE_FILE_CREATE);
+    open(OpenMode::create);
     ASSERT_EQ(writeSimple(1, 2), NO_ERROR);
     std::int32_t seqNum = 0;
     EXPECT_EQ(mt_getLastGoodMsgSeqNum(table.get(), 0, &seqNum, nullptr), NO_ERROR);
@@ -149,7 +149,7 @@ TEST_F(Lookup, TheTimestampOfTheLastGoodNumberMayBeOmitted) {
 }
 
 TEST_F(Lookup, WithoutAPlaceForTheResultIsRefused) {
-    open(TABLE_FILE_CREATE);
+    open(OpenMode::create);
     EXPECT_EQ(mt_getLastMessageId(table.get(), 0, nullptr), NULL_POINTER_ERROR);
     EXPECT_EQ(mt_getLastGoodMsgSeqNum(table.get(), 0, nullptr, nullptr), NULL_POINTER_ERROR);
     EXPECT_EQ(mt_getFirstPendingMsgSeqNum(table.get(), 0, nullptr), NULL_POINTER_ERROR);
@@ -169,7 +169,7 @@ TEST_F(Lookup, WithoutAnActiveFileIsRefused) {
 }
 
 TEST_F(Lookup, WithoutAnActiveFileIsRefusedAlsoOnATableThatLostIt) {
-    open(TABLE_FILE_CREATE);
+    open(OpenMode::create);
     ASSERT_EQ(writeSimple(1, 2), NO_ERROR);
     TableStorageFileIterator iterator;
     ASSERT_NE(tableStorage_nextFile(table->storage.get(), &iterator), nullptr);
@@ -181,7 +181,7 @@ TEST_F(Lookup, WithoutAnActiveFileIsRefusedAlsoOnATableThatLostIt) {
 }
 
 TEST_F(Lookup, OfAWriterReadNothingFromTheFile) {
-    open(TABLE_FILE_CREATE);
+    open(OpenMode::create);
     ASSERT_EQ(writeSimple(1, 6), NO_ERROR);
     FaultPlatform platform;
     EXPECT_EQ(lastUniform(table), 6);
@@ -190,4 +190,4 @@ TEST_F(Lookup, OfAWriterReadNothingFromTheFile) {
 }
 
 }  // namespace
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

@@ -10,7 +10,7 @@
 #include "tests/messagetable/walk_record.h"
 #include "tests/support/fault_platform.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 namespace {
 
 using Ids = std::vector<std::int32_t>;
@@ -20,7 +20,7 @@ class ReadById : public TableImageTest {
   protected:
     void read(const Bytes& bytes) {
         place(bytes);
-        open(TABLE_FILE_READ);
+        open(OpenMode::read);
         ASSERT_NE(table, nullptr);
         record = WalkRecord{};
     }
@@ -172,9 +172,9 @@ TEST_F(ReadById, BlocksThatCannotHoldAnIdAreSkippedByTheirFooters) {
 }
 
 TEST_F(ReadById, AReaderSeesWhatAWriterWroteSince) {
-    open(TABLE_FILE_CREATE);
+    open(OpenMode::create);
     const MessageTablePtr writer = std::move(table);
-    table = openTable(directory.root(), TABLE_FILE_READ, shape);
+    table = openTable(directory.root(), OpenMode::read, shape);
     for (std::int32_t n = 1; n <= 10; ++n) {
         ASSERT_EQ(writeSimpleMessages(writer.get(), n, n, shape), NO_ERROR);
         EXPECT_EQ(readIds({n, 1}), NO_ERROR);
@@ -185,7 +185,7 @@ TEST_F(ReadById, AReaderSeesWhatAWriterWroteSince) {
 }
 
 TEST_F(ReadById, OnAWritersHandleFindsItsMessagesAndDoesNotMoveItsPlace) {
-    open(TABLE_FILE_CREATE);
+    open(OpenMode::create);
     for (std::int32_t n = 1; n <= 10; ++n) {
         ASSERT_EQ(writeSimple(n, n), NO_ERROR);
         EXPECT_EQ(readIds({n}, n % 2 == 0), NO_ERROR);
@@ -212,7 +212,7 @@ TEST_F(ReadById, AListenerMayDestroyTheTable) {
 TEST_F(ReadById, AListenerMayDropTheTable) {
     for (const bool backward : {false, true}) {
         place(closed(10));
-        open(TABLE_FILE_WRITE);
+        open(OpenMode::write);
         record = WalkRecord{};
         record.onMessage = [&] {
             if (record.events.back() == "message 6") {
@@ -277,7 +277,7 @@ TEST_F(ReadById, ARefusedReadIsReturned) {
         reads = platform.count(FileCall::readAt);
     }
     for (int n = 1; n <= reads; ++n) {
-        open(TABLE_FILE_READ);
+        open(OpenMode::read);
         FaultPlatform platform;
         platform.failNth(FileCall::readAt, n, EIO);
         EXPECT_EQ(readIds({2, 9}), FILE_READ_ERROR) << "read " << n;
@@ -287,4 +287,4 @@ TEST_F(ReadById, ARefusedReadIsReturned) {
 }
 
 }  // namespace
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

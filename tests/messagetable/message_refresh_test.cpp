@@ -8,7 +8,7 @@
 #include "tests/messagetable/table_image.h"
 #include "tests/support/fault_platform.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 namespace {
 
 std::int32_t lastUniform(const MessageTablePtr& table) {
@@ -22,7 +22,7 @@ class Refresh : public TableImageTest {
     Bytes closed(std::int32_t last) const { return closedImage(shape, simpleMessages(1, last, shape)); }
     Bytes unclosed(std::int32_t last) const { return unclosedImage(shape, simpleMessages(1, last, shape)); }
     TableMap map(std::int32_t last) const { return mapOf(shape, simpleMessages(1, last, shape)); }
-    MessageTablePtr openReader() const { return openTable(directory.root(), TABLE_FILE_READ, shape); }
+    MessageTablePtr openReader() const { return openTable(directory.root(), OpenMode::read, shape); }
 };
 
 TEST_F(Refresh, AReaderSeesWhatWasWrittenBehindTheLastSaveOfTheTail) {
@@ -35,7 +35,7 @@ TEST_F(Refresh, AReaderSeesWhatWasWrittenBehindTheLastSaveOfTheTail) {
 }
 
 TEST_F(Refresh, AReaderFollowsAWriterMessageByMessage) {
-    open(TABLE_FILE_CREATE);
+    open(OpenMode::create);
     const MessageTablePtr reader = openReader();
     for (std::int32_t n = 1; n <= 30; ++n) {
         ASSERT_EQ(writeSimple(n, n), NO_ERROR);
@@ -46,7 +46,7 @@ TEST_F(Refresh, AReaderFollowsAWriterMessageByMessage) {
 }
 
 TEST_F(Refresh, AReaderThatWasNotAskedForLongCatchesUp) {
-    open(TABLE_FILE_CREATE);
+    open(OpenMode::create);
     const MessageTablePtr reader = openReader();
     EXPECT_EQ(lastUniform(reader), 0);
     ASSERT_EQ(writeSimple(1, 23), NO_ERROR);
@@ -55,7 +55,7 @@ TEST_F(Refresh, AReaderThatWasNotAskedForLongCatchesUp) {
 }
 
 TEST_F(Refresh, AReaderFollowsAWriterThatDropsTheTable) {
-    open(TABLE_FILE_CREATE);
+    open(OpenMode::create);
     ASSERT_EQ(writeSimple(1, 10), NO_ERROR);
     const MessageTablePtr reader = openReader();
     EXPECT_EQ(lastUniform(reader), 10);
@@ -80,7 +80,7 @@ TEST_F(Refresh, AnUnchangedFileIsReadOnceAndThenOnlyItsTail) {
 
 TEST_F(Refresh, AMessageThatWasAppendedIsReadAndNotTheOpenBlockAgain) {
     shape.messagesPerBlock = 1000;
-    open(TABLE_FILE_CREATE);
+    open(OpenMode::create);
     ASSERT_EQ(writeSimple(1, 900), NO_ERROR);
     const MessageTablePtr reader = openReader();
     EXPECT_EQ(lastUniform(reader), 900);
@@ -95,7 +95,7 @@ TEST_F(Refresh, AMessageThatWasAppendedIsReadAndNotTheOpenBlockAgain) {
 }
 
 TEST_F(Refresh, ATableThatWasDroppedAndFilledBeyondTheReadersPlaceIsReadAnew) {
-    open(TABLE_FILE_CREATE);
+    open(OpenMode::create);
     ASSERT_EQ(writeSimple(1, 2), NO_ERROR);
     const MessageTablePtr reader = openReader();
     EXPECT_EQ(lastUniform(reader), 2);
@@ -283,7 +283,7 @@ TEST_F(Refresh, ARefusedReadIsReturnedAndTheNextLookupTriesAgain) {
 }
 
 TEST_F(Refresh, AReaderBesideAWriterDoesNotMoveTheWritersPlace) {
-    open(TABLE_FILE_CREATE);
+    open(OpenMode::create);
     const MessageTablePtr reader = openReader();
     for (std::int32_t n = 1; n <= 13; ++n) {
         ASSERT_EQ(writeSimple(n, n), NO_ERROR);
@@ -296,4 +296,4 @@ TEST_F(Refresh, AReaderBesideAWriterDoesNotMoveTheWritersPlace) {
 }
 
 }  // namespace
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

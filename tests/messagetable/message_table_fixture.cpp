@@ -6,7 +6,7 @@
 #include "messagetable/frame.h"
 #include "messagetable/table_walk.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 
 namespace {
 
@@ -93,7 +93,7 @@ MessageTablePtr createTable(const std::string& root, const TableShape& shape) {
     return table;
 }
 
-MessageTablePtr openTable(const std::string& root, std::int32_t mode, const TableShape& shape) {
+MessageTablePtr openTable(const std::string& root, OpenMode mode, const TableShape& shape) {
     MessageTablePtr table = createTable(root, shape);
     const ErrorCode code = mt_open(table.get(), mode);
     EXPECT_EQ(code, NO_ERROR) << "opening " << root << shape.name << " in mode " << mode << ": "
@@ -214,7 +214,7 @@ ReadMessages readAllBackward(MessageTable* table) {
 }
 
 std::vector<Message> messagesIn(const std::string& root, const TableShape& shape) {
-    const MessageTablePtr table = openTable(root, TABLE_FILE_READ, shape);
+    const MessageTablePtr table = openTable(root, OpenMode::read, shape);
     if (table == nullptr) {
         return {};
     }
@@ -227,7 +227,7 @@ void addReplica(MessageTable* table, const std::string& path) {
     TableStorage* storage = table->storage.get();
     writeFile(path, readFile(tableConfig_getMasterPath(storage->config)));
     TableFile* file = nullptr;
-    ASSERT_EQ(tableFileOpen(&file, path.c_str(), TABLE_FILE_WRITE, nullptr), NO_ERROR) << path;
+    ASSERT_EQ(tableFileOpen(&file, path.c_str(), OpenMode::write, nullptr), NO_ERROR) << path;
     const auto index = static_cast<std::int32_t>(storage->files.size());
     storage->files.push_back(file);
     storage->activeIndexes.resize(storage->files.size(), -1);
@@ -248,4 +248,4 @@ std::uint32_t u32At(const Bytes& bytes, std::size_t offset) {
     return value;
 }
 
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

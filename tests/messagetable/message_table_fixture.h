@@ -12,12 +12,13 @@
 #include <string_view>
 #include <vector>
 
+#include "core/handle.h"
 #include "messagetable/message_table.h"
 #include "tests/support/bytes.h"
 #include "tests/support/message_fields.h"
 #include "tests/support/temporary_directory.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 
 // What a table's configuration is made from.
 struct TableShape {
@@ -37,10 +38,7 @@ TableShape defaultShape();
 // 12 configured string and 16 numeric fields, "S0" to "S11" and "N0" to "N15".
 TableShape widestShape(std::int32_t messagesPerBlock = 3);
 
-struct MessageTableDeleter {
-    void operator()(MessageTable* table) const noexcept { mt_destroy(table); }
-};
-using MessageTablePtr = std::unique_ptr<MessageTable, MessageTableDeleter>;
+using MessageTablePtr = Handle<MessageTable, mt_destroy>;
 
 // A configuration under `root` (which ends with "/"); the caller hands it to mt_create.
 KSVTboTableConfig* makeConfig(const std::string& root, const TableShape& shape = {});
@@ -48,7 +46,7 @@ KSVTboTableConfig* makeConfig(const std::string& root, const TableShape& shape =
 MessageTablePtr createTable(const std::string& root, const TableShape& shape = {});
 // An open table, or null with a failed expectation. Destroying it releases the file without saving the tail, as a crash
 // would.
-MessageTablePtr openTable(const std::string& root, std::int32_t mode, const TableShape& shape = {});
+MessageTablePtr openTable(const std::string& root, OpenMode mode, const TableShape& shape = {});
 // Saves the tail and destroys the table; the code of mt_close.
 ErrorCode closeTable(MessageTablePtr& table);
 
@@ -101,7 +99,7 @@ std::uint32_t u32At(const Bytes& bytes, std::size_t offset);
 class MessageTableTest : public ::testing::Test {
   protected:
     // Opens `table` anew in a mode; ends the test when that is refused.
-    void open(std::int32_t mode) {
+    void open(OpenMode mode) {
         table.reset();
         table = openTable(directory.root(), mode, shape);
         if (table == nullptr) {
@@ -120,4 +118,4 @@ class MessageTableTest : public ::testing::Test {
     MessageTablePtr table;
 };
 
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

@@ -8,7 +8,7 @@
 #include "core/byte_stream.h"
 #include "tests/support/bytes.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 namespace {
 
 constexpr std::int64_t LONG_MAX_VALUE = std::numeric_limits<std::int64_t>::max();
@@ -149,4 +149,4 @@ TEST(NumericValue, ALongBecomesTheNearestDouble) {
 }
 
 }  // namespace
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

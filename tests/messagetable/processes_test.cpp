@@ -19,7 +19,7 @@
 #include "tests/messagetable/walk_record.h"
 #include "tests/support/child_process.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 namespace {
 
 using namespace std::chrono_literals;
@@ -92,7 +92,7 @@ class Processes : public TableImageTest {
         for (;;) {
             const MessageTablePtr writer = createTable(directory.root(), traffic.shape);
             std::int32_t n = 0;
-            if (mt_open(writer.get(), TABLE_FILE_WRITE) != NO_ERROR ||
+            if (mt_open(writer.get(), OpenMode::write) != NO_ERROR ||
                 mt_getLastUniformMessageId(writer.get(), &n) != NO_ERROR) {
                 return 1;
             }
@@ -114,7 +114,7 @@ class Processes : public TableImageTest {
     // Follows the writer until it is told to stop. For a child: 0 when every acknowledged message was seen.
     int follow() const {
         const MessageTablePtr reader = createTable(directory.root(), shape);
-        if (mt_open(reader.get(), TABLE_FILE_READ) != NO_ERROR) {
+        if (mt_open(reader.get(), OpenMode::read) != NO_ERROR) {
             return 10;
         }
         page->readyReaders += 1;
@@ -196,7 +196,7 @@ class ReaderBesideWriter : public Processes, public ::testing::WithParamInterfac
 TEST_P(ReaderBesideWriter, SeesEveryAcknowledgedMessage) {
     shape.messagesPerBlock = GetParam();
     const Traffic traffic{shape};
-    open(TABLE_FILE_CREATE);
+    open(OpenMode::create);
     ASSERT_EQ(closeTable(table), NO_ERROR);
     ChildProcess first([&] { return follow(); });
     ChildProcess second([&] { return follow(); });
@@ -220,7 +220,7 @@ TEST_F(Processes, ASecondWriterIsRefusedWithoutTouchingTheFile) {
     const ProcessSignal mayGoOn;
     ChildProcess writer([&] {
         const MessageTablePtr held = createTable(directory.root(), shape);
-        if (mt_open(held.get(), TABLE_FILE_WRITE) != NO_ERROR || writeSimpleMessages(held.get(), 1, 6, shape) != 0) {
+        if (mt_open(held.get(), OpenMode::write) != NO_ERROR || writeSimpleMessages(held.get(), 1, 6, shape) != 0) {
             return 1;
         }
         hasWritten.raise();
@@ -233,7 +233,7 @@ TEST_F(Processes, ASecondWriterIsRefusedWithoutTouchingTheFile) {
     // The file's tail is stale: a writer that came in would recover it.
     struct stat before {};
     ASSERT_EQ(::stat(path().c_str(), &before), 0);
-    for (const std::int32_t mode : {TABLE_FILE_WRITE, TABLE_FILE_CREATE}) {
+    for (const OpenMode mode : {OpenMode::write, OpenMode::create}) {
         table = createTable(directory.root(), shape);
         EXPECT_EQ(mt_open(table.get(), mode), FILE_OPEN_ERROR) << "mode " << mode;
         EXPECT_EQ(mt_close(table.get()), NO_ERROR);
@@ -249,7 +249,7 @@ TEST_F(Processes, ASecondWriterIsRefusedWithoutTouchingTheFile) {
     mayGoOn.raise();
     EXPECT_EQ(writer.wait(), 0);
     EXPECT_EQ(difference(fileBytes(), closedImage(shape, simpleMessages(1, 9, shape))), "");
-    open(TABLE_FILE_WRITE);
+    open(OpenMode::write);
     EXPECT_NE(table, nullptr) << "the lock has gone with its holder";
 }
 
@@ -257,9 +257,9 @@ TEST_F(Processes, AKilledWriterLeavesItsLockToTheNextOne) {
     ChildProcess writer([&] { return writeOn({shape}, 1'000'000); });
     ASSERT_TRUE(waitUntil([&] { return page->acknowledged.load() >= 10; })) << "the writer does not write";
     table = createTable(directory.root(), shape);
-    EXPECT_EQ(mt_open(table.get(), TABLE_FILE_READ), NO_ERROR);
+    EXPECT_EQ(mt_open(table.get(), OpenMode::read), NO_ERROR);
     writer.kill();
-    EXPECT_EQ(mt_open(table.get(), TABLE_FILE_WRITE), NO_ERROR);
+    EXPECT_EQ(mt_open(table.get(), OpenMode::write), NO_ERROR);
     EXPECT_GE(table->dataInfo.messageCount, page->acknowledged.load());
 }
 
@@ -283,14 +283,14 @@ class KilledWriter : public Processes {
     void expectNothingLost(const Traffic& traffic) {
         const std::int32_t acknowledged = page->acknowledged.load();
         if (acknowledged > 0) {
-            const MessageTablePtr reader = openTable(directory.root(), TABLE_FILE_READ, traffic.shape);
+            const MessageTablePtr reader = openTable(directory.root(), OpenMode::read, traffic.shape);
             ASSERT_NE(reader, nullptr);
             std::int32_t last = 0;
             ASSERT_EQ(mt_getLastUniformMessageId(reader.get(), &last), NO_ERROR);
             ASSERT_GE(last, acknowledged) << "seen by a reader, before any recovery";
         }
         table = createTable(directory.root(), traffic.shape);
-        ASSERT_EQ(mt_open(table.get(), TABLE_FILE_WRITE), NO_ERROR) << "the table must open";
+        ASSERT_EQ(mt_open(table.get(), OpenMode::write), NO_ERROR) << "the table must open";
         const std::int32_t count = table->dataInfo.messageCount;
         ASSERT_GE(count, acknowledged) << "an acknowledged message is lost";
         ASSERT_LE(count, acknowledged + 1) << "a message that nobody wrote";
@@ -351,7 +351,7 @@ TEST_F(KilledWriter, AtTwoHundredRandomMomentsNeverLosesAnAcknowledgedMessage) {
         }
         const std::int32_t count = page->acknowledged.load();
         messages += count;
-        MessageTablePtr last = openTable(directory.root(), TABLE_FILE_WRITE, traffic.shape);
+        MessageTablePtr last = openTable(directory.root(), OpenMode::write, traffic.shape);
         ASSERT_EQ(closeTable(last), NO_ERROR);
         EXPECT_EQ(difference(fileBytes(), closedImage(traffic.shape, traffic.messages(1, count))), "")
             << "the file is not that of a writer that was never killed";
@@ -362,4 +362,4 @@ TEST_F(KilledWriter, AtTwoHundredRandomMomentsNeverLosesAnAcknowledgedMessage) {
 }
 
 }  // namespace
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

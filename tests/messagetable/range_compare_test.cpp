@@ -9,7 +9,7 @@
 #include "tests/support/debug_log.h"
 #include "tests/support/log_capture.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 namespace {
 
 using Lines = std::vector<std::string>;
@@ -149,4 +149,4 @@ TEST_F(CompareRange, AnUnknownFieldIsANoteAndOverlaps) {
 }
 
 }  // namespace
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

@@ -12,14 +12,14 @@
 #include "tests/support/fault_platform.h"
 #include "tests/support/log_capture.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 namespace {
 
 constexpr std::size_t FIRST_FRAME = 148;  // behind the header and the block's length word
 
 class RawMessage : public MessageTableTest {
   protected:
-    void SetUp() override { open(TABLE_FILE_CREATE); }
+    void SetUp() override { open(OpenMode::create); }
     ErrorCode writeRaw(const Bytes& frame) {
         return mt_writeRawMessage(table.get(), frame.data(), static_cast<std::int32_t>(frame.size()));
     }
@@ -44,12 +44,12 @@ TEST_F(RawMessage, IsStoredAsTheFrameItIs) {
 
 TEST_F(RawMessage, MakesTheSameTableAsMessagesGivenFieldByField) {
     shape = widestShape();
-    open(TABLE_FILE_CREATE);
+    open(OpenMode::create);
     for (const Message& message : simpleMessages(1, 7, shape)) {
         ASSERT_EQ(writeRaw(frameOf(message)), NO_ERROR);
     }
     const Bytes raw = fileBytes();
-    open(TABLE_FILE_CREATE);
+    open(OpenMode::create);
     ASSERT_EQ(writeSimple(1, 7), NO_ERROR);
     EXPECT_TRUE(raw == fileBytes());
     EXPECT_EQ(readAll(table.get()).messages, simpleMessages(1, 7, shape));
@@ -110,7 +110,7 @@ TEST_F(RawMessage, WithBothLengthsOffIsNoDataAndChangesNothing) {
 
 TEST_F(RawMessage, WithAnUnknownNumericTypeIsInconsistent) {
     shape.numericNames = {"Price"};
-    open(TABLE_FILE_CREATE);
+    open(OpenMode::create);
     Bytes frame = frameOf(bareMessage(1, shape));
     frame[35] = 3;
     expectRefused(CONSISTENCY_ERROR, frame, "type 3");
@@ -146,7 +146,7 @@ TEST_F(RawMessage, OfAnotherLayoutIsRefused) {
 TEST_F(RawMessage, ToAReadOnlyTableIsRefusedAndDropsNothing) {
     ASSERT_EQ(writeSimple(1, 2), NO_ERROR);
     ASSERT_EQ(closeTable(table), NO_ERROR);
-    open(TABLE_FILE_READ);
+    open(OpenMode::read);
     LogCapture log;
     EXPECT_EQ(writeRaw(frameOf(simpleMessage(3))), READ_ONLY_ERROR);
     EXPECT_TRUE(log.all().empty()) << log.all().front();
@@ -183,4 +183,4 @@ TEST_F(RawMessage, WhoseWriteFailsLeavesEverythingAsItWas) {
 }
 
 }  // namespace
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

@@ -5,7 +5,7 @@
 
 #include "tests/messagetable/table_image.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 namespace {
 
 // Messages of every kind that a footer tells apart.
@@ -98,4 +98,4 @@ TEST_F(RecoveredFooter, IsThatOfANormalCloseWithoutFilters) {
 }
 
 }  // namespace
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

@@ -7,7 +7,7 @@
 #include "tests/support/debug_log.h"
 #include "tests/support/fault_platform.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 namespace {
 
 class RecoveryOrder : public TableImageTest {
@@ -111,7 +111,7 @@ TEST_F(RecoveryOrder, ACutSectionIsRebuiltFromTheConfigurationWithItsHeaderSize)
         }
         place(damaged);
         table = createTable(directory.root(), shape);
-        ASSERT_EQ(mt_open(table.get(), TABLE_FILE_WRITE), NO_ERROR);
+        ASSERT_EQ(mt_open(table.get(), OpenMode::write), NO_ERROR);
         EXPECT_EQ(table->storage->headerSize, static_cast<std::int32_t>(whole.size()));
         ASSERT_EQ(writeSimple(1, 1), NO_ERROR);
         ASSERT_EQ(closeTable(table), NO_ERROR);
@@ -250,4 +250,4 @@ TEST_F(RecoveryDisturbed, AReadErrorInTheMiddleOfRecoveryIsItsResultAndNothingIs
 }
 
 }  // namespace
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

@@ -7,7 +7,7 @@
 #include "tests/support/debug_log.h"
 #include "tests/support/fault_platform.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 namespace {
 
 Bytes withU32(Bytes bytes, std::size_t offset, std::uint32_t value) {
@@ -360,4 +360,4 @@ TEST_F(RecoverySalvageFailure, ATornTailNeedsNoCopyAndIsCutWhereNoneCanBeMade) {
 }
 
 }  // namespace
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

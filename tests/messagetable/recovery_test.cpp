@@ -8,7 +8,7 @@
 #include "tests/support/debug_log.h"
 #include "tests/support/fault_platform.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 namespace {
 
 class Recovery : public TableImageTest {
@@ -66,7 +66,7 @@ TEST_F(Recovery, AHeaderThatWouldBeLargerThanHeadersMayBeIsNotBuiltAnew) {
 TEST_F(Recovery, AFileCutInTheMiddleOfAFrameEndsBehindItsLastCompleteFrame) {
     const TableMap places = map(7);
     place(cutAt(closed(7), places.frame(7).start + 20));
-    open(TABLE_FILE_WRITE);
+    open(OpenMode::write);
     EXPECT_EQ(fileBytes().size(), places.frame(6).end);
     EXPECT_EQ(table->dataInfo.messageCount, 6) << "only complete frames count";
     EXPECT_EQ(table->dataInfo.dataEnd, places.frame(6).end);
@@ -78,7 +78,7 @@ TEST_F(Recovery, TheThousandthFrameWithoutItsFooterGetsFooterAndBlockLengthAndTh
     shape = defaultShape();
     const TableMap places = map(1001);
     place(footerless(1000));
-    open(TABLE_FILE_WRITE);
+    open(OpenMode::write);
     ASSERT_NE(table, nullptr);
     const Bytes recovered = fileBytes();
     EXPECT_EQ(difference(recovered, closed(1000)), "");
@@ -94,7 +94,7 @@ TEST_F(Recovery, AClosedLastBlockWithNothingBehindItIsWhereTheFileAndItsDataEnd)
     Bytes damaged = closed(8);
     putU64(&damaged, map(8).storedDataEnd(), 1);
     place(damaged);
-    open(TABLE_FILE_WRITE);
+    open(OpenMode::write);
     EXPECT_EQ(table->blockInfo.lastBlockEnd, damaged.size());
     EXPECT_EQ(table->dataInfo.dataEnd, damaged.size());
     EXPECT_EQ(table->dataInfo.messageCount, 8);
@@ -138,7 +138,7 @@ TEST_F(Recovery, StoredRecordsAreNotTrusted) {
     Bytes damaged = closed(6);
     std::copy(damagedTail.begin(), damagedTail.end(), damaged.begin() + static_cast<std::ptrdiff_t>(map(6).tail()));
     place(damaged);
-    open(TABLE_FILE_WRITE);
+    open(OpenMode::write);
     ASSERT_NE(table, nullptr);
     const Bytes recovered = fileBytes();
     EXPECT_EQ(difference(slice(recovered, map(6).tail() + 8, recovered.size()),
@@ -183,7 +183,7 @@ TEST_F(Recovery, ALastBlockEndOfZeroInATableWithoutClosedBlocksIsTheHeadersEnd) 
         Bytes bytes = closed(3);
         putU64(&bytes, places.storedLastBlockEnd(), stored);
         place(bytes);
-        open(TABLE_FILE_WRITE);
+        open(OpenMode::write);
         ASSERT_NE(table, nullptr);
         EXPECT_EQ(log.warnings(), std::vector<std::string>{}) << "lastBlockEnd " << stored << " needs no recovery";
         EXPECT_EQ(table->blockInfo.lastBlockEnd, places.headerSize);
@@ -210,7 +210,7 @@ TEST_F(Recovery, WritingGoesOnInTheRecoveredBlockAsIfNothingHadHappened) {
     for (const std::int32_t last : {0, 2, 3, 4, 7, 8}) {
         SCOPED_TRACE(std::to_string(last) + " messages before the crash");
         place(concatenated(unclosed(last), Bytes(5, 0)));
-        open(TABLE_FILE_WRITE);
+        open(OpenMode::write);
         ASSERT_NE(table, nullptr);
         ASSERT_EQ(writeSimple(last + 1, 13), NO_ERROR);
         ASSERT_EQ(closeTable(table), NO_ERROR);
@@ -269,7 +269,7 @@ TEST_F(Recovery, FramesOfClosedBlocksAreNeitherReadNorChecked) {
 TEST_F(Recovery, ATableOpenedReadOnlyIsNotRecovered) {
     const Bytes damaged = cutAt(unclosed(7), map(7).dataEnd - 3);
     place(damaged);
-    open(TABLE_FILE_READ);
+    open(OpenMode::read);
     ASSERT_NE(table, nullptr);
     EXPECT_EQ(log.warnings(), std::vector<std::string>{});
     EXPECT_EQ(table->frames->summary.messageCount, 0) << "a reader's open block is read by the first lookup";
@@ -324,11 +324,11 @@ TEST(RecoveryWithoutMemory, EndsAndALaterRecoveryGivesTheSameTable) {
         MessageTablePtr table = createTable(directory.root(), shape);
         {
             const AllocationFailure failure(n);
-            code = mt_open(table.get(), TABLE_FILE_WRITE);
+            code = mt_open(table.get(), OpenMode::write);
         }
         table.reset();
         EXPECT_TRUE(code == NO_ERROR || code == OUT_OF_MEMORY_ERROR) << "allocation " << n << " gives " << code;
-        table = openTable(directory.root(), TABLE_FILE_WRITE, shape);
+        table = openTable(directory.root(), OpenMode::write, shape);
         table.reset();
         EXPECT_EQ(difference(readFile(directory.file(shape.name)), expected), "") << "without allocation " << n;
     }
@@ -336,4 +336,4 @@ TEST(RecoveryWithoutMemory, EndsAndALaterRecoveryGivesTheSameTable) {
 }
 
 }  // namespace
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

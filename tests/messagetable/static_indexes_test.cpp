@@ -11,7 +11,7 @@
 #include "tests/support/bytes.h"
 #include "tests/support/debug_log.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 namespace {
 
 // One id of every class.
@@ -177,7 +177,7 @@ TEST(StaticIndexes, CutAnywhereAreNotEnoughDataAndChangeNothing) {
         Bytes bytes = pattern(60, 1);
         KSVByteStream stream;
         byteStream_init(&stream, bytes.data(), 60);
-        ASSERT_EQ(byteStream_resetWrite(&stream, length), 0);
+        ASSERT_EQ(byteStream_resetWrite(&stream, length).bytes, 0);
         mthStaticIndexes read;
         read.lastUniform = 4;
         EXPECT_EQ(mthStaticIndexes_read(&read, &stream), STREAM_NOT_ENOUGH_DATA_ERROR) << length << " bytes";
@@ -230,4 +230,4 @@ TEST(StaticIndexesPrint, TheLineShowsTheLiteralConversionAndTheNineNumbersInThei
 }
 
 }  // namespace
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

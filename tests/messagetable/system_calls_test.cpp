@@ -12,7 +12,7 @@
 #include "tests/support/fault_platform.h"
 #include "tests/support/text_lines.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 namespace {
 
 class MessageSystemCalls : public MessageTableTest {
@@ -23,7 +23,7 @@ class MessageSystemCalls : public MessageTableTest {
 
 TEST_F(MessageSystemCalls, AnOrdinaryMessageIsOneWriteAtTheFilesEndAndNothingElse) {
     shape = defaultShape();
-    open(TABLE_FILE_CREATE);
+    open(OpenMode::create);
     std::int64_t end = 140;
     for (std::int32_t n = 1; n <= 20; ++n) {
         platform.clear();
@@ -39,7 +39,7 @@ TEST_F(MessageSystemCalls, AnOrdinaryMessageIsOneWriteAtTheFilesEndAndNothingEls
 
 TEST_F(MessageSystemCalls, AMessageOfAnySizeIsOneWrite) {
     shape = defaultShape();
-    open(TABLE_FILE_CREATE);
+    open(OpenMode::create);
     for (const std::size_t size : {4000U, 4096U, 4097U, 100000U, 3000000U}) {
         Message message = bareMessage(1, shape);
         message.strings[2] = std::string(size, 'x');
@@ -50,7 +50,7 @@ TEST_F(MessageSystemCalls, AMessageOfAnySizeIsOneWrite) {
 }
 
 TEST_F(MessageSystemCalls, AMessageThatClosesABlockTakesItsFooterAlongAndPatchesTwoPlaces) {
-    open(TABLE_FILE_CREATE);
+    open(OpenMode::create);
     ASSERT_EQ(writeSimple(1, 2), NO_ERROR);
     const auto end = static_cast<std::int64_t>(fileBytes().size());
     platform.clear();
@@ -66,10 +66,10 @@ TEST_F(MessageSystemCalls, AMessageThatClosesABlockTakesItsFooterAlongAndPatches
 }
 
 TEST_F(MessageSystemCalls, ATableOpenedAgainWritesItsMessagesInTheSameWay) {
-    open(TABLE_FILE_CREATE);
+    open(OpenMode::create);
     ASSERT_EQ(writeSimple(1, 4), NO_ERROR);
     ASSERT_EQ(closeTable(table), NO_ERROR);
-    open(TABLE_FILE_WRITE);
+    open(OpenMode::write);
     platform.clear();
     ASSERT_EQ(writeSimple(5, 5), NO_ERROR);
     EXPECT_EQ(platform.sequence(), "writeAt");
@@ -144,4 +144,4 @@ TEST_F(TracedMessages, AClosedBlockCostsTwoWriteCallsMore) {
 }
 
 }  // namespace
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

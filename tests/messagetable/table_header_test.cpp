@@ -1,3 +1,4 @@
+#include "core/handle.h"
 #include "messagetable/table_header.h"
 
 #include <gtest/gtest.h>
@@ -12,13 +13,10 @@
 #include "tests/support/bytes.h"
 #include "tests/support/temporary_directory.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 namespace {
 
-struct ConfigDeleter {
-    void operator()(KSVTboTableConfig* config) const noexcept { tableConfig_destroy(config); }
-};
-using ConfigPtr = std::unique_ptr<KSVTboTableConfig, ConfigDeleter>;
+using ConfigPtr = Handle<KSVTboTableConfig, tableConfig_destroy>;
 
 ConfigPtr configuration() {
     return ConfigPtr(tableConfig_create("orders", 1));
@@ -258,7 +256,7 @@ TEST(BookkeepingRecords, AreCheckedAgainstTheFilesSize) {
     const TemporaryDirectory directory;
     writeFile(directory.file("f"), Bytes(100));
     TableFile* file = nullptr;
-    ASSERT_EQ(tableFileOpen(&file, directory.file("f").c_str(), TABLE_FILE_READ, nullptr), NO_ERROR);
+    ASSERT_EQ(tableFileOpen(&file, directory.file("f").c_str(), OpenMode::read, nullptr), NO_ERROR);
     const auto blockEnd = [&](std::uint64_t end) {
         const BlockInfo info{0, end};
         return blockInfo_check(&info, file);
@@ -288,4 +286,4 @@ TEST(BookkeepingRecords, WithoutAFileGiveTheFilesOwnCode) {
 }
 
 }  // namespace
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

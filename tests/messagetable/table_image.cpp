@@ -5,7 +5,7 @@
 
 #include "tests/support/debug_log.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 
 namespace {
 
@@ -19,7 +19,7 @@ std::size_t sizeOfNames(const std::vector<std::string>& names) {
 
 Bytes writtenImage(const TableShape& shape, const std::vector<Message>& messages, bool close) {
     const TemporaryDirectory directory;
-    MessageTablePtr table = openTable(directory.root(), TABLE_FILE_CREATE, shape);
+    MessageTablePtr table = openTable(directory.root(), OpenMode::create, shape);
     for (const Message& message : messages) {
         EXPECT_EQ(writeMessage(table.get(), message), NO_ERROR);
     }
@@ -103,7 +103,7 @@ Bytes slice(const Bytes& bytes, std::size_t start, std::size_t end) {
 
 ErrorCode TableImageTest::recover() {
     table = createTable(directory.root(), shape);
-    const ErrorCode code = mt_open(table.get(), TABLE_FILE_WRITE);
+    const ErrorCode code = mt_open(table.get(), OpenMode::write);
     table.reset();
     return code;
 }
@@ -136,4 +136,4 @@ std::size_t TableImageTest::recoveries() const {
     }));
 }
 
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

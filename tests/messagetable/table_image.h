@@ -11,7 +11,7 @@
 #include "tests/support/bytes.h"
 #include "tests/support/log_capture.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 
 // Where each message of a table stands, computed from the messages alone.
 struct TableMap {
@@ -70,4 +70,4 @@ class TableImageTest : public MessageTableTest {
     LogCapture log;
 };
 
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

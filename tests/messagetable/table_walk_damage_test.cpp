@@ -8,7 +8,7 @@
 #include "tests/messagetable/walk_record.h"
 #include "tests/support/fault_platform.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 namespace {
 
 using Events = std::vector<std::string>;
@@ -18,7 +18,7 @@ class DamagedTableWalk : public TableImageTest {
     void read(const Bytes& bytes) {
         table.reset();
         place(bytes);
-        open(TABLE_FILE_READ);
+        open(OpenMode::read);
         ASSERT_NE(table, nullptr);
         record = WalkRecord{};
     }
@@ -158,4 +158,4 @@ TEST_F(DamagedTableWalk, ARefusedReadIsReturnedWhereverItHappens) {
 }
 
 }  // namespace
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

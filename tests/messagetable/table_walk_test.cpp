@@ -10,7 +10,7 @@
 #include "tests/messagetable/walk_record.h"
 #include "tests/support/fault_platform.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 namespace {
 
 using Events = std::vector<std::string>;
@@ -20,7 +20,7 @@ class TableWalk : public TableImageTest {
     void read(const Bytes& bytes) {
         table.reset();
         place(bytes);
-        open(TABLE_FILE_READ);
+        open(OpenMode::read);
         ASSERT_NE(table, nullptr);
         record = WalkRecord{};
     }
@@ -165,7 +165,7 @@ TEST_F(TableWalk, FramesOfASkippedBlockAreNotReadAndThoseOfOthersInOneRead) {
 }
 
 TEST_F(TableWalk, OnAWritersHandleDoesNotMoveTheWritersPlace) {
-    open(TABLE_FILE_WRITE);
+    open(OpenMode::write);
     ASSERT_EQ(writeSimple(1, 6), NO_ERROR);
     std::int32_t next = 7;
     record.onMessage = [&] {
@@ -185,7 +185,7 @@ TEST_F(TableWalk, OnAWritersHandleDoesNotMoveTheWritersPlace) {
 
 TEST_F(TableWalk, ABlockBeyondThePieceSizeIsWalkedInPiecesBothWays) {
     shape.messagesPerBlock = 40;
-    open(TABLE_FILE_CREATE);
+    open(OpenMode::create);
     const std::string text(2 * 1024 * 1024, 't');
     const StringField fields[4] = {{text.data(), 3}, {}, {text.data(), static_cast<std::int32_t>(text.size())}, {}};
     for (std::int32_t n = 1; n <= 40; ++n) {
@@ -228,4 +228,4 @@ TEST_F(TableWalk, ABlockBeyondThePieceSizeIsWalkedInPiecesBothWays) {
 }
 
 }  // namespace
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

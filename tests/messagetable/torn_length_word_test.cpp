@@ -9,7 +9,7 @@
 #include "query/message_table_iterator.h"
 #include "tests/messagetable/table_image.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 namespace {
 
 constexpr std::size_t PAGE = 4096;
@@ -48,7 +48,7 @@ class TornLengthWord : public TableImageTest {
     }
     void expectWhole(const Bytes& bytes) {
         place(bytes);
-        const MessageTablePtr reader = openTable(directory.root(), TABLE_FILE_READ, shape);
+        const MessageTablePtr reader = openTable(directory.root(), OpenMode::read, shape);
         std::int32_t id = 0;
         EXPECT_EQ(mt_getLastUniformMessageId(reader.get(), &id), NO_ERROR);
         EXPECT_EQ(id, LAST);
@@ -117,7 +117,7 @@ TEST_F(TornLengthWord, IsNoExcuseForADamagedFooterBehindARightWord) {
         Bytes damaged = whole;
         putU32(&damaged, places.openBlockStart - places.footerSize + 72, 9999);  // the first filter's bits
         place(damaged);
-        const MessageTablePtr reader = openTable(directory.root(), TABLE_FILE_READ, shape);
+        const MessageTablePtr reader = openTable(directory.root(), OpenMode::read, shape);
         EXPECT_EQ(readAll(reader.get()).code, HEADER_CORRUPTED_ERROR) << inFront;
         EXPECT_EQ(readAllBackward(reader.get()).code, HEADER_CORRUPTED_ERROR) << inFront;
     }
@@ -139,7 +139,7 @@ TEST_F(TornLengthWord, IsDamageWhereTheBlockOrItsFooterDoesNotAgree) {
     const Bytes noFooter = cutAt(torn(1, true), places.openBlockStart - 1);
     for (const Bytes& bytes : {otherPart, otherFooter, noFrame, noFooter}) {
         place(bytes);
-        const MessageTablePtr reader = openTable(directory.root(), TABLE_FILE_READ, shape);
+        const MessageTablePtr reader = openTable(directory.root(), OpenMode::read, shape);
         const ReadMessages forward = readAll(reader.get());
         EXPECT_EQ(forward.code, HEADER_CORRUPTED_ERROR);
         EXPECT_EQ(forward.messages.size(), 4U);
@@ -162,4 +162,4 @@ TEST(LengthWord, IsTornAtAPageBoundaryOnly) {
 }
 
 }  // namespace
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

@@ -6,7 +6,7 @@
 #include "tests/messagetable/table_image.h"
 #include "tests/support/fault_platform.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 namespace {
 
 // What a lookup answered.
@@ -21,9 +21,9 @@ class UniformLookup : public MessageTableTest {
   protected:
     // Creates the table with bare messages of these ids, and leaves a reader open.
     void fill(const std::vector<std::int32_t>& ids) {
-        writer = openTable(directory.root(), TABLE_FILE_CREATE, shape);
+        writer = openTable(directory.root(), OpenMode::create, shape);
         store(ids);
-        open(TABLE_FILE_READ);
+        open(OpenMode::read);
     }
     void store(const std::vector<std::int32_t>& ids) {
         for (const std::int32_t id : ids) {
@@ -102,7 +102,7 @@ TEST_F(UniformLookup, TheEndBehindAClosedBlockIsTheStartOfTheNextOne) {
 TEST_F(UniformLookup, BehindAFullBlockWithoutItsFooterTheFooterIsSkipped) {
     messages = simpleMessages(1, 3, shape);
     writeFile(path(), footerlessImage(shape, messages));
-    open(TABLE_FILE_READ);
+    open(OpenMode::read);
     const Place place = find(4);
     EXPECT_EQ(place.code, NO_ERROR);
     EXPECT_EQ(place.ordinal, 3);
@@ -182,7 +182,7 @@ TEST_F(UniformLookup, ADamagedFrameOnTheWayIsReported) {
     const Bytes wrong{1};
     patchFile(path(), end - 1, wrong);
     table.reset();
-    open(TABLE_FILE_READ);
+    open(OpenMode::read);
     EXPECT_EQ(find(20).code, CONSISTENCY_ERROR);
 }
 
@@ -193,7 +193,7 @@ TEST_F(UniformLookup, ADamagedFooterIsReported) {
     table.reset();
     patchFile(path(), map.openBlockStart - 1, wrong);
     table = createTable(directory.root(), shape);
-    if (mt_open(table.get(), TABLE_FILE_READ) == NO_ERROR) {
+    if (mt_open(table.get(), OpenMode::read) == NO_ERROR) {
         EXPECT_EQ(find(40).code, HEADER_CORRUPTED_ERROR);
     }
 }
@@ -215,4 +215,4 @@ TEST_F(UniformLookup, NullArgumentsAreRefused) {
 }
 
 }  // namespace
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

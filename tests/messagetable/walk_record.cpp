@@ -2,7 +2,7 @@
 
 #include "messagetable/table_walk.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 
 namespace {
 
@@ -82,4 +82,4 @@ std::vector<std::string> joined(const std::vector<std::vector<std::string>>& lis
     return all;
 }
 
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

@@ -10,7 +10,7 @@
 #include "messagetable/match_result.h"
 #include "tests/messagetable/message_table_fixture.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 
 struct WalkRecord {
     // "block 5..8" for a block with the uniform ids 5 to 8, "message 5", and "end" for a call with neither.
@@ -37,4 +37,4 @@ std::vector<std::string> messageEvents(std::int32_t first, std::int32_t last);
 // Lists one after another.
 std::vector<std::string> joined(const std::vector<std::vector<std::string>>& lists);
 
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

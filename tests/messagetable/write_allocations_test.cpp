@@ -8,7 +8,7 @@
 #include "tests/messagetable/message_table_fixture.h"
 #include "tests/support/allocation_failure.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 namespace {
 
 class WriteAllocations : public MessageTableTest {
@@ -36,7 +36,7 @@ class WriteAllocations : public MessageTableTest {
 TEST_F(WriteAllocations, AnAppendMakesNoneAlsoWhenItClosesABlock) {
     for (const TableShape& wanted : {TableShape{}, widestShape(4)}) {
         shape = wanted;
-        open(TABLE_FILE_CREATE);
+        open(OpenMode::create);
         ASSERT_EQ(writeSimple(1, shape.messagesPerBlock), NO_ERROR);  // the writer's stream has seen a footer
         for (std::int32_t n = shape.messagesPerBlock + 1; n <= 50; ++n) {
             ASSERT_EQ(writeWithoutMemory(simpleMessage(n, shape)), NO_ERROR) << "message " << n;
@@ -48,7 +48,7 @@ TEST_F(WriteAllocations, AnAppendMakesNoneAlsoWhenItClosesABlock) {
 
 TEST_F(WriteAllocations, TheFirstAppendsOfATableMakeNoneEither) {
     shape = defaultShape();
-    open(TABLE_FILE_CREATE);
+    open(OpenMode::create);
     for (std::int32_t n = 1; n <= 20; ++n) {
         ASSERT_EQ(writeWithoutMemory(simpleMessage(n, shape)), NO_ERROR) << "message " << n;
     }
@@ -56,7 +56,7 @@ TEST_F(WriteAllocations, TheFirstAppendsOfATableMakeNoneEither) {
 }
 
 TEST_F(WriteAllocations, AMessageAsLargeAsOneBeforeMakesNone) {
-    open(TABLE_FILE_CREATE);
+    open(OpenMode::create);
     Message large = simpleMessage(1);
     large.strings[2] = std::string(200000, 'x');
     ASSERT_EQ(write(large), NO_ERROR);
@@ -69,7 +69,7 @@ TEST_F(WriteAllocations, AMessageAsLargeAsOneBeforeMakesNone) {
 }
 
 TEST_F(WriteAllocations, ARawMessageMakesNone) {
-    open(TABLE_FILE_CREATE);
+    open(OpenMode::create);
     ASSERT_EQ(writeSimple(1, 3), NO_ERROR);
     const Bytes frame = frameOf(simpleMessage(4));
     for (int i = 0; i < 6; ++i) {
@@ -83,11 +83,11 @@ TEST_F(WriteAllocations, ARawMessageMakesNone) {
 }
 
 TEST_F(WriteAllocations, AMessageThatNeedsALargerBufferIsSeenToAllocate) {
-    open(TABLE_FILE_CREATE);
+    open(OpenMode::create);
     Message large = simpleMessage(1);
     large.strings[2] = std::string(200000, 'x');
     EXPECT_EQ(writeWithoutMemory(large), STREAM_EXTENSION_ERROR);
 }
 
 }  // namespace
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

@@ -13,7 +13,7 @@
 #include "tests/support/fault_platform.h"
 #include "tests/support/log_capture.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 namespace {
 
 using Lines = std::vector<std::string>;
@@ -37,7 +37,7 @@ class WriteFailure : public MessageTableTest {
   protected:
     // Stores `count` messages and remembers what a failure has to leave as it is.
     void store(std::int32_t count) {
-        open(TABLE_FILE_CREATE);
+        open(OpenMode::create);
         ASSERT_EQ(writeSimple(1, count), NO_ERROR);
         file = fileBytes();
         writer = writerState(table.get());
@@ -64,7 +64,7 @@ class WriteFailure : public MessageTableTest {
         TableStorage* storage = table->storage.get();
         ASSERT_EQ(storage->activeCount, 0);
         ASSERT_EQ(storage->files[0], nullptr) << "a dropped file leaves its slot";
-        ASSERT_EQ(tableFileOpen(&storage->files[0], path().c_str(), TABLE_FILE_WRITE, nullptr), NO_ERROR);
+        ASSERT_EQ(tableFileOpen(&storage->files[0], path().c_str(), OpenMode::write, nullptr), NO_ERROR);
         storage->activeIndexes[0] = 0;
         storage->activeCount = 1;
     }
@@ -74,7 +74,7 @@ class WriteFailure : public MessageTableTest {
         ASSERT_EQ(writeSimple(next, 7), NO_ERROR);
         ASSERT_EQ(mt_close(table.get()), NO_ERROR);
         const TemporaryDirectory other;
-        MessageTablePtr unharmed = openTable(other.root(), TABLE_FILE_CREATE, shape);
+        MessageTablePtr unharmed = openTable(other.root(), OpenMode::create, shape);
         ASSERT_EQ(writeSimpleMessages(unharmed.get(), 1, 7, shape), NO_ERROR);
         ASSERT_EQ(closeTable(unharmed), NO_ERROR);
         EXPECT_EQ(toHex(fileBytes()), toHex(readFile(other.file(shape.name))));
@@ -179,7 +179,7 @@ TEST_F(WriteFailure, WhoseCutFailsTooStillGivesTheFirstCodeAndTheTableRecovers) 
     expectNothingCounted();
     platform.limitTransfer(0);
     platform.clear();
-    open(TABLE_FILE_WRITE);
+    open(OpenMode::write);
     EXPECT_EQ(readAll(table.get()).messages, simpleMessages(1, 1));
 }
 
@@ -260,7 +260,7 @@ TEST_F(WriteFailure, OfTheTailIsReportedAlthoughTheMessageIsStored) {
     EXPECT_EQ(table->frames->summary.messageCount, 0);
     EXPECT_EQ(table->storage->activeCount, 0);
     platform.clear();
-    open(TABLE_FILE_WRITE);
+    open(OpenMode::write);
     EXPECT_EQ(readAll(table.get()).messages, simpleMessages(1, 3));
 }
 
@@ -272,4 +272,4 @@ TEST_F(WriteFailure, OfTheTailGoesOnWithTheNextBlock) {
 }
 
 }  // namespace
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

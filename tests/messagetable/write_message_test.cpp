@@ -9,7 +9,7 @@
 #include "tests/messagetable/message_table_fixture.h"
 #include "tests/support/log_capture.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 namespace {
 
 constexpr std::int64_t HEADER = 140;
@@ -17,7 +17,7 @@ constexpr std::size_t FOOTER = 2652;
 
 class WriteMessage : public MessageTableTest {
   protected:
-    void SetUp() override { open(TABLE_FILE_CREATE); }
+    void SetUp() override { open(OpenMode::create); }
 
     // What a refused write must leave as it was.
     struct State {
@@ -87,7 +87,7 @@ TEST_F(WriteMessage, TheLastOneOfABlockIsFollowedByItsFooterAndBothLengthsAreThe
 
 TEST_F(WriteMessage, OfABlockOfOneClosesItEveryTime) {
     shape.messagesPerBlock = 1;
-    open(TABLE_FILE_CREATE);
+    open(OpenMode::create);
     ASSERT_EQ(writeSimple(1, 4), NO_ERROR);
     EXPECT_EQ(table->blockInfo.lastBlockEnd, fileBytes().size());
     EXPECT_EQ(table->dataInfo.messageCount, 4);
@@ -192,7 +192,7 @@ TEST_F(WriteMessage, WithNullArgumentsIsANullPointerAndChangesNothing) {
         expectRefused(NULL_POINTER_ERROR, writeFields(holed.data(), 4), before);
     }
     shape.numericNames = {"Price"};
-    open(TABLE_FILE_CREATE);
+    open(OpenMode::create);
     expectRefused(NULL_POINTER_ERROR, writeFields(strings.data(), 4, nullptr, 1), state());
 }
 
@@ -211,7 +211,7 @@ TEST_F(WriteMessage, WithANegativeLengthIsAWrongParameterAndChangesNothing) {
 
 TEST_F(WriteMessage, WithAnUnknownNumericTypeIsAWrongParameterAndChangesNothing) {
     shape.numericNames = {"Price", "OrderQty"};
-    open(TABLE_FILE_CREATE);
+    open(OpenMode::create);
     const std::array<StringField, 4> strings{};
     std::array<NumericValue, 2> numbers{};
     numbers[1].type = static_cast<NumericType>(3);
@@ -221,7 +221,7 @@ TEST_F(WriteMessage, WithAnUnknownNumericTypeIsAWrongParameterAndChangesNothing)
 TEST_F(WriteMessage, ToAReadOnlyTableIsRefusedAndDropsNothing) {
     ASSERT_EQ(writeSimple(1, 4), NO_ERROR);
     ASSERT_EQ(closeTable(table), NO_ERROR);
-    open(TABLE_FILE_READ);
+    open(OpenMode::read);
     LogCapture log;
     const State before = state();
     const std::array<StringField, 4> strings{};
@@ -247,7 +247,7 @@ TEST_F(WriteMessage, StopsCountingAtTheLargestNumberAndTheTableOpensAgain) {
     EXPECT_EQ(table->dataInfo.messageCount, std::numeric_limits<std::int32_t>::max());
     ASSERT_EQ(closeTable(table), NO_ERROR);
     LogCapture log;
-    open(TABLE_FILE_WRITE);
+    open(OpenMode::write);
     EXPECT_EQ(table->dataInfo.messageCount, std::numeric_limits<std::int32_t>::max());
     EXPECT_TRUE(log.warnings().empty()) << log.warnings().front();
 }
@@ -283,4 +283,4 @@ TEST_F(WriteMessage, WritesNoLogLine) {
 }
 
 }  // namespace
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

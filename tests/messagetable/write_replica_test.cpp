@@ -11,7 +11,7 @@
 #include "tests/support/fault_platform.h"
 #include "tests/support/log_capture.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 namespace {
 
 using Lines = std::vector<std::string>;
@@ -25,7 +25,7 @@ class WriteReplicas : public MessageTableTest {
   protected:
     // A table of `count` messages with two replicas.
     void store(std::int32_t count) {
-        open(TABLE_FILE_CREATE);
+        open(OpenMode::create);
         addReplica(table.get(), path(1));
         addReplica(table.get(), path(2));
         ASSERT_EQ(writeSimple(1, count), NO_ERROR);
@@ -42,7 +42,7 @@ class WriteReplicas : public MessageTableTest {
     // What the master of an unharmed table holds after this many messages.
     Bytes unharmed(std::int32_t count) {
         const TemporaryDirectory other;
-        const MessageTablePtr plain = openTable(other.root(), TABLE_FILE_CREATE, shape);
+        const MessageTablePtr plain = openTable(other.root(), OpenMode::create, shape);
         EXPECT_EQ(writeSimpleMessages(plain.get(), 1, count, shape), NO_ERROR);
         return readFile(other.file(shape.name));
     }
@@ -50,7 +50,7 @@ class WriteReplicas : public MessageTableTest {
     void makeReadOnly(std::size_t index) {
         TableFile*& file = table->storage->files[index];
         ASSERT_EQ(tableFileClose(file), NO_ERROR);
-        ASSERT_EQ(tableFileOpen(&file, path(static_cast<int>(index)).c_str(), TABLE_FILE_READ, nullptr), NO_ERROR);
+        ASSERT_EQ(tableFileOpen(&file, path(static_cast<int>(index)).c_str(), OpenMode::read, nullptr), NO_ERROR);
         platform.clear();
     }
     void TearDown() override { table.reset(); }
@@ -210,9 +210,9 @@ TEST_F(WriteReplicas, ADroppedFileIsUnlockedAndClosed) {
     EXPECT_EQ(platform.count(FileCall::unlock), 1);
     EXPECT_EQ(platform.count(FileCall::close), 1);
     TableFile* file = nullptr;
-    EXPECT_EQ(tableFileOpen(&file, path(1).c_str(), TABLE_FILE_WRITE, nullptr), NO_ERROR);
+    EXPECT_EQ(tableFileOpen(&file, path(1).c_str(), OpenMode::write, nullptr), NO_ERROR);
     EXPECT_EQ(tableFileClose(file), NO_ERROR);
 }
 
 }  // namespace
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

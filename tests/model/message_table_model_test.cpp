@@ -11,7 +11,7 @@
 #include "tests/support/log_capture.h"
 #include "tests/support/test_run.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 namespace {
 
 constexpr int TABLES = 32;
@@ -47,4 +47,4 @@ TEST(MessageTableModel, EveryOperationLeavesTheTableAsAPlainListOfItsMessagesSay
 }
 
 }  // namespace
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

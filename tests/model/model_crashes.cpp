@@ -6,7 +6,7 @@
 #include "tests/model/model_run.h"
 #include "tests/support/child_process.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 
 namespace {
 
@@ -17,7 +17,7 @@ constexpr std::int64_t SMALLEST_RECOVERED_FILE = 20;
 }  // namespace
 
 void ModelRun::openWriter() {
-    writer_ = makeHandle(TABLE_FILE_WRITE, root_);
+    writer_ = makeHandle(OpenMode::write, root_);
     if (tornBytes_ != 0) {
         tornBytes_ = 0;
         model_.rewind();
@@ -25,7 +25,7 @@ void ModelRun::openWriter() {
 }
 
 void ModelRun::openWriterEmptying() {
-    writer_ = makeHandle(TABLE_FILE_CREATE, root_);
+    writer_ = makeHandle(OpenMode::create, root_);
     tornBytes_ = 0;
     dropForeignIterators(true);
     model_.cutTo(0);
@@ -40,22 +40,22 @@ void ModelRun::reopenWriter() {
     if (random_->percent(50)) {
         EXPECT_EQ(mt_close(writer_->table.get()), NO_ERROR);
     }
-    ASSERT_EQ(mt_open(writer_->table.get(), TABLE_FILE_WRITE), NO_ERROR);
+    ASSERT_EQ(mt_open(writer_->table.get(), OpenMode::write), NO_ERROR);
     endOwnIterators(writer_.get());
 }
 
 void ModelRun::refuseSecondWriter() {
     const MessageTablePtr second = createTable(root_, model_.layout());
-    EXPECT_EQ(mt_open(second.get(), random_->percent(50) ? TABLE_FILE_WRITE : TABLE_FILE_CREATE), FILE_OPEN_ERROR);
+    EXPECT_EQ(mt_open(second.get(), random_->percent(50) ? OpenMode::write : OpenMode::create), FILE_OPEN_ERROR);
 }
 
 void ModelRun::openReader() {
-    readers_.push_back(makeHandle(TABLE_FILE_READ, root_));
+    readers_.push_back(makeHandle(OpenMode::read, root_));
 }
 
 void ModelRun::reopenReader() {
     Handle* reader = random_->of(readers_).get();
-    ASSERT_EQ(mt_open(reader->table.get(), TABLE_FILE_READ), NO_ERROR);
+    ASSERT_EQ(mt_open(reader->table.get(), OpenMode::read), NO_ERROR);
     reader->viewed = false;
     endOwnIterators(reader);
 }
@@ -137,7 +137,7 @@ void ModelRun::crashInHeader() {
     if (cut > 0 && cut < SMALLEST_RECOVERED_FILE) {
         const Bytes before = readFile(path());
         const MessageTablePtr table = createTable(root_, model_.layout());
-        EXPECT_EQ(mt_open(table.get(), TABLE_FILE_WRITE), FILE_SIZE_ERROR);
+        EXPECT_EQ(mt_open(table.get(), OpenMode::write), FILE_SIZE_ERROR);
         EXPECT_EQ(readFile(path()), before) << "a file that is refused must stay as it is";
         std::filesystem::resize_file(path(), 0);
     }
@@ -149,7 +149,7 @@ void ModelRun::openCopy() {
     const std::string root = root_ + "copy/";
     std::filesystem::create_directory(root);
     std::filesystem::copy_file(path(), root + "messages");
-    const std::unique_ptr<Handle> copy = makeHandle(TABLE_FILE_WRITE, root);
+    const std::unique_ptr<Handle> copy = makeHandle(OpenMode::write, root);
     SCOPED_TRACE("the copy");
     EXPECT_EQ(copy->table->dataInfo.messageCount, static_cast<std::int32_t>(model_.size()));
     compareIndexes(copy->table.get());
@@ -165,7 +165,7 @@ void ModelRun::writeInKilledProcess() {
     }
     ChildProcess child([&] {
         const MessageTablePtr table = createTable(root_, model_.layout());
-        if (mt_open(table.get(), TABLE_FILE_WRITE) != NO_ERROR) {
+        if (mt_open(table.get(), OpenMode::write) != NO_ERROR) {
             return 1;
         }
         for (const StoredMessage& message : messages) {
@@ -185,4 +185,4 @@ void ModelRun::writeInKilledProcess() {
     }
 }
 
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

@@ -5,7 +5,7 @@
 #include "messagetable/uniform_lookup.h"
 #include "tests/model/model_run.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 
 PlainQuery ModelRun::someQuery() {
     for (;;) {
@@ -38,7 +38,7 @@ void ModelRun::query() {
         std::reverse(expected.begin(), expected.end());
     }
     const MessageTableIteratorPtr iterator =
-        tabulo::test::openIterator(handle.table.get(), plainQuery_conditions(query, backward));
+        tabulo::internal::test::openIterator(handle.table.get(), plainQuery_conditions(query, backward));
     ASSERT_NE(iterator, nullptr);
     for (std::size_t found = 0;; ++found) {
         bool end = false;
@@ -61,7 +61,7 @@ void ModelRun::openIterator() {
     KeptIterator kept;
     kept.query = random_->percent(40) ? PlainQuery{} : someQuery();
     kept.backward = random_->percent(40);
-    kept.iterator = tabulo::test::openIterator(handle.table.get(), plainQuery_conditions(kept.query, kept.backward));
+    kept.iterator = tabulo::internal::test::openIterator(handle.table.get(), plainQuery_conditions(kept.query, kept.backward));
     ASSERT_NE(kept.iterator, nullptr);
     handle.iterators.push_back(std::move(kept));
 }
@@ -232,4 +232,4 @@ void ModelRun::findUniformId() {
     EXPECT_EQ(skip, atBlockStart ? 8 : 0);
 }
 
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

@@ -8,7 +8,7 @@
 #include "messagetable/message_lookup.h"
 #include "messagetable/table_walk.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 
 struct ModelRun::Operation {
     const char* name;
@@ -55,8 +55,8 @@ const std::vector<ModelRun::Operation>& ModelRun::operations() {
 ModelRun::ModelRun(Random* random, const std::string& root)
     : random_(random), root_(root), pool_(randomMessages(random, false)), model_(pool_.layout) {
     const MessageTablePtr missing = createTable(root_, model_.layout());
-    EXPECT_EQ(mt_open(missing.get(), TABLE_FILE_READ), FILE_OPEN_ERROR) << "there is no file yet";
-    writer_ = makeHandle(random_->percent(50) ? TABLE_FILE_WRITE : TABLE_FILE_CREATE, root_);
+    EXPECT_EQ(mt_open(missing.get(), OpenMode::read), FILE_OPEN_ERROR) << "there is no file yet";
+    writer_ = makeHandle(random_->percent(50) ? OpenMode::write : OpenMode::create, root_);
 }
 
 std::size_t ModelRun::choose() {
@@ -107,13 +107,13 @@ Handle& ModelRun::someHandle() {
     return *random_->of(readers_);
 }
 
-std::unique_ptr<Handle> ModelRun::makeHandle(std::int32_t mode, const std::string& root) {
+std::unique_ptr<Handle> ModelRun::makeHandle(OpenMode mode, const std::string& root) {
     auto handle = std::make_unique<Handle>();
     handle->table = openTable(root, model_.layout(), mode);
     if (handle->table == nullptr) {
         throw std::runtime_error("the run cannot go on without this table");
     }
-    handle->writes = mode != TABLE_FILE_READ;
+    handle->writes = mode != OpenMode::read;
     return handle;
 }
 
@@ -302,4 +302,4 @@ bool isCurrent(const MessageTableIterator* iterator, const StoredMessage& messag
     return same;
 }
 
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

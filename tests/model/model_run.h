@@ -12,7 +12,7 @@
 #include "tests/query/plain_query.h"
 #include "tests/query/random_table.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 
 // An iterator that stays open over several operations, and where it stands.
 struct KeptIterator {
@@ -96,7 +96,7 @@ class ModelRun {
     StoredMessage nextMessage();
     void store(const StoredMessage& message);
     Handle& someHandle();
-    std::unique_ptr<Handle> makeHandle(std::int32_t mode, const std::string& root);
+    std::unique_ptr<Handle> makeHandle(OpenMode mode, const std::string& root);
     void recoverInto(std::size_t survivors);
     void endOwnIterators(Handle* handle);
     void dropForeignIterators(bool fileIsHeaderOnly);
@@ -128,4 +128,4 @@ class ModelRun {
 bool isCurrent(const MessageTableIterator* iterator, const StoredMessage& message);
 bool isSame(const StoredMessage& left, const StoredMessage& right);
 
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

@@ -4,7 +4,7 @@
 
 #include "tests/model/model_run.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 
 namespace {
 
@@ -137,4 +137,4 @@ void ModelRun::drop() {
     model_.cutTo(0);
 }
 
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

@@ -14,7 +14,7 @@
 #include "tests/support/debug_log.h"
 #include "tests/support/test_run.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 namespace {
 
 constexpr int TABLES = 30;
@@ -70,7 +70,7 @@ class SessionRun {
             return "close a reader";
         }
         if (ticket < 83) {
-            EXPECT_EQ(si_init(writer_.get(), TABLE_FILE_WRITE), NO_ERROR);
+            EXPECT_EQ(si_init(writer_.get(), OpenMode::write), NO_ERROR);
             return "open the writer again, the same object";
         }
         if (ticket < 90) {
@@ -137,7 +137,7 @@ class SessionRun {
 
     void openWriter() {
         const bool create = !std::filesystem::exists(path_) || below(20) == 0;
-        writer_ = openSessionTable(root_, create ? TABLE_FILE_CREATE : TABLE_FILE_WRITE, create ? tags_ : someTags());
+        writer_ = openSessionTable(root_, create ? OpenMode::create : OpenMode::write, create ? tags_ : someTags());
         if (create) {
             clear();
             readers_.clear();  // they keep the last values that they saw until the first write to the new file
@@ -146,7 +146,7 @@ class SessionRun {
 
     void openReader() {
         if (readers_.size() < 4) {
-            readers_.push_back(openSessionTable(root_, TABLE_FILE_READ, someTags()));
+            readers_.push_back(openSessionTable(root_, OpenMode::read, someTags()));
         }
     }
 
@@ -187,7 +187,7 @@ class SessionRun {
                 break;
             default: {
                 // The lock is the writer's.
-                const SessionInfoTablePtr reader = openSessionTable(root_, TABLE_FILE_READ, tags_);
+                const SessionInfoTablePtr reader = openSessionTable(root_, OpenMode::read, tags_);
                 EXPECT_EQ(writeValues(reader.get(), tags, values), FILE_OPEN_ERROR);
                 compareTable(reader.get(), "a reader whose write was refused");
                 break;
@@ -196,7 +196,7 @@ class SessionRun {
     }
 
     void writeThroughReader() {
-        const SessionInfoTablePtr reader = openSessionTable(root_, TABLE_FILE_READ, tags_);
+        const SessionInfoTablePtr reader = openSessionTable(root_, OpenMode::read, tags_);
         for (int k = below(3); k >= 0; --k) {
             Tags tags;
             Values values;
@@ -214,7 +214,7 @@ class SessionRun {
         ChildProcess child([&] {
             const SessionInfoTablePtr table = createSessionTable(root_, tags_);
             const bool written =
-                si_init(table.get(), TABLE_FILE_WRITE) == NO_ERROR &&
+                si_init(table.get(), OpenMode::write) == NO_ERROR &&
                 si_write(table.get(), static_cast<std::int32_t>(tags.size()), tags.data(), values.data()) == NO_ERROR;
             return written ? std::raise(SIGKILL) : 1;
         });
@@ -286,4 +286,4 @@ TEST(SessionInfoModel, EveryOperationLeavesTheValuesThatAPlainMapHolds) {
 }
 
 }  // namespace
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

@@ -4,7 +4,7 @@
 
 #include "tests/support/message_fields.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 
 namespace {
 
@@ -128,4 +128,4 @@ std::int64_t TableModel::endBehind(std::size_t count) const {
     return frameEnd(count - 1) + (count % perBlock() == 0 ? footerSize() : 0);
 }
 
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

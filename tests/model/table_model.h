@@ -11,7 +11,7 @@
 #include "tests/query/query_fixture.h"
 #include "tests/support/bytes.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 
 // The class of a connection message id by the table of ranges, -1 for a negative id.
 int plainClassOf(std::int32_t connMsgId);
@@ -78,4 +78,4 @@ class TableModel {
     int generation_ = 0;
 };
 
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

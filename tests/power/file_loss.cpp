@@ -4,7 +4,7 @@
 #include <map>
 #include <utility>
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 
 namespace {
 
@@ -182,4 +182,4 @@ Bytes fileAfterPowerLoss(const Bytes& committed, const std::vector<FileChange>& 
     return kept;
 }
 
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

@@ -16,7 +16,7 @@
 
 #include "tests/support/bytes.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 
 using Random = std::mt19937;
 // A number from `low` to `high`.
@@ -43,4 +43,4 @@ void applyChange(Bytes* file, const FileChange& change);
 Bytes fileAfterPowerLoss(const Bytes& committed, const std::vector<FileChange>& pending, Random& random,
                          Tearing tearing);
 
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

@@ -11,7 +11,7 @@
 #include "tests/power/file_loss.h"
 #include "tests/power/volatile_disk.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 
 namespace {
 
@@ -117,4 +117,4 @@ TEST(VolatileDisk, AProcessThatStoppedChangesNothingMore) {
 
 }  // namespace
 
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

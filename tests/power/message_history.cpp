@@ -4,7 +4,7 @@
 
 #include "tests/messagetable/table_image.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 
 namespace {
 
@@ -71,4 +71,4 @@ std::size_t wholeMessages(const Life& life, const Bytes& file) {
     return count;
 }
 
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

@@ -12,7 +12,7 @@
 #include "tests/messagetable/message_table_fixture.h"
 #include "tests/support/bytes.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 
 // A message that was handed to the table, and where its frame stands when it is the life's next one.
 struct KeptMessage {
@@ -60,4 +60,4 @@ bool holds(const Bytes& file, std::size_t offset, const Bytes& bytes);
 // How many messages of a life, from its first on, stand whole in a file.
 std::size_t wholeMessages(const Life& life, const Bytes& file);
 
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

@@ -5,12 +5,12 @@
 #include "messagetable/message_lookup.h"
 #include "tests/power/message_power_run.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 
 bool MessagePowerRun::recoverOnce(Tearing tearing) {
     disk_.stopAt(pick(random_, 1, 10), random_);
     table_ = createTable(ROOT, shape_);
-    mt_open(table_.get(), TABLE_FILE_WRITE);
+    mt_open(table_.get(), OpenMode::write);
     const bool stopped = disk_.stopped();
     disk_.stopNow();
     table_.reset();
@@ -57,7 +57,7 @@ void MessagePowerRun::checkBeforeRecovery() {
     const auto before = disk_.files();
     {
         const MessageTablePtr reader = createTable(ROOT, shape_);
-        const ErrorCode code = mt_open(reader.get(), TABLE_FILE_READ);
+        const ErrorCode code = mt_open(reader.get(), OpenMode::read);
         ReadMessages read;
         read.code = code;
         if (code == NO_ERROR) {
@@ -89,7 +89,7 @@ void MessagePowerRun::checkBeforeRecovery() {
 bool MessagePowerRun::openAfterLoss() {
     const auto before = disk_.files();
     table_ = createTable(ROOT, shape_);
-    const ErrorCode code = mt_open(table_.get(), TABLE_FILE_WRITE);
+    const ErrorCode code = mt_open(table_.get(), OpenMode::write);
     if (code != NO_ERROR) {
         table_.reset();
         if (required_ > 0) {
@@ -259,4 +259,4 @@ bool MessagePowerRun::workOnAfterLoss(const ReadMessages& before) {
     return true;
 }
 
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cstddef>
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 
 namespace {
 
@@ -55,7 +55,7 @@ Message MessagePowerRun::nextMessage() {
 
 void MessagePowerRun::open() {
     table_ = createTable(ROOT, shape_);
-    const ErrorCode code = mt_open(table_.get(), TABLE_FILE_WRITE);
+    const ErrorCode code = mt_open(table_.get(), OpenMode::write);
     if (disk_.stopped()) {
         return;
     }
@@ -119,7 +119,7 @@ void MessagePowerRun::drop() {
 
 void MessagePowerRun::checkReader() {
     note("read");
-    const MessageTablePtr reader = openTable(ROOT, TABLE_FILE_READ, shape_);
+    const MessageTablePtr reader = openTable(ROOT, OpenMode::read, shape_);
     const ReadMessages read = readAll(reader.get());
     if (read.code != NO_ERROR || read.messages.size() != history_.life().size()) {
         throw BrokenPromise("a reader beside the writer sees " + std::to_string(read.messages.size()) + " of " +
@@ -180,7 +180,7 @@ bool MessagePowerRun::goOnAfterKill() {
     required_ = history_.life().size();
     syncs_ = disk_.syncs(path_);  // a commit inside which the process stopped was none
     table_ = createTable(ROOT, shape_);
-    const ErrorCode code = mt_open(table_.get(), TABLE_FILE_WRITE);
+    const ErrorCode code = mt_open(table_.get(), OpenMode::write);
     if (code != NO_ERROR) {
         // Only a beginning of the header can be that short.
         if (before.size() < 20 && fileNow() == before && (history_.life().empty() || dropping_)) {
@@ -223,4 +223,4 @@ void MessagePowerRun::rememberCommitted() {
     }
 }
 
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

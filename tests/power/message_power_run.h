@@ -10,7 +10,7 @@
 #include "tests/power/power_scenarios.h"
 #include "tests/power/volatile_disk.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 
 class MessagePowerRun {
   public:
@@ -92,4 +92,4 @@ class MessagePowerRun {
     std::vector<Bytes> images_;  // the file as each loss left it
 };
 
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

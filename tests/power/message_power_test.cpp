@@ -8,7 +8,7 @@
 #include "tests/power/message_power_run.h"
 #include "tests/support/test_run.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 
 namespace {
 
@@ -60,4 +60,4 @@ TEST(MessagePower, ProcessesOfDifferentPoliciesLoseNoCommittedMessage) {
 
 }  // namespace
 
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

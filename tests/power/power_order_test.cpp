@@ -11,7 +11,7 @@
 #include "tests/power/volatile_disk.h"
 #include "tests/support/log_capture.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 
 namespace {
 
@@ -34,7 +34,7 @@ class PowerOrder : public ::testing::Test {
     }
     // What the table holds once it is opened for writing.
     std::vector<std::int32_t> idsAfterOpening() {
-        const MessageTablePtr table = openTable(ROOT, TABLE_FILE_WRITE, shape_);
+        const MessageTablePtr table = openTable(ROOT, OpenMode::write, shape_);
         if (table == nullptr) {
             return {};
         }
@@ -67,11 +67,11 @@ class PowerOrder : public ::testing::Test {
 };
 
 TEST_F(PowerOrder, ACommitAlsoCommitsTheNameThatAProcessBeforeLeftUncommitted) {
-    MessageTablePtr table = openTable(ROOT, TABLE_FILE_WRITE, shape_);
+    MessageTablePtr table = openTable(ROOT, OpenMode::write, shape_);
     ASSERT_EQ(writeSimpleMessages(table.get(), 1, 2, shape_), NO_ERROR);
     endProcess(table);
     tableFileSetSyncPolicy(true, 0, 0);
-    table = openTable(ROOT, TABLE_FILE_WRITE, shape_);
+    table = openTable(ROOT, OpenMode::write, shape_);
     ASSERT_EQ(writeSimpleMessages(table.get(), 3, 3, shape_), NO_ERROR);
     EXPECT_TRUE(disk_.isNameCommitted(path_))
         << "message 3 is acknowledged with a commit for every flush, but the table's name is not on the disk";
@@ -85,7 +85,7 @@ TEST_F(PowerOrder, ACommitAlsoCommitsTheNameOfAnEmptyFileThatAProcessBeforeHasMa
         fileStream_close(&made);
     }
     tableFileSetSyncPolicy(true, 0, 0);
-    MessageTablePtr table = openTable(ROOT, TABLE_FILE_WRITE, shape_);
+    MessageTablePtr table = openTable(ROOT, OpenMode::write, shape_);
     ASSERT_EQ(writeSimpleMessages(table.get(), 1, 1, shape_), NO_ERROR);
     EXPECT_TRUE(disk_.isNameCommitted(path_))
         << "message 1 is acknowledged with a commit for every flush, but the table's name is not on the disk";
@@ -109,7 +109,7 @@ TEST_F(PowerOrder, MessagesWrittenBehindAnEarlierBlockThatIsGoneCanBeRead) {
     std::vector<Message> messages = simpleMessages(1, 14, shape_);
     const TableMap map = mapOf(shape_, messages);
     placeWithZeros(messages, map.blockStarts[1], map.blockStarts[2] - map.blockStarts[1]);
-    MessageTablePtr table = openTable(ROOT, TABLE_FILE_WRITE, shape_);
+    MessageTablePtr table = openTable(ROOT, OpenMode::write, shape_);
     ASSERT_NE(table, nullptr);
     std::vector<Message> expected = readAll(table.get()).messages;
     ASSERT_GE(expected.size(), 4U);
@@ -132,7 +132,7 @@ TEST_F(PowerOrder, WhatRecoveryHasCutDoesNotComeBackAroundANewMessage) {
     for (int number = 0; number < LOSSES && !HasFailure(); ++number) {
         Random random(static_cast<Random::result_type>(number));
         disk_.put(path_, image);
-        MessageTablePtr table = openTable(ROOT, TABLE_FILE_WRITE, shape_);
+        MessageTablePtr table = openTable(ROOT, OpenMode::write, shape_);
         ASSERT_NE(table, nullptr);
         ASSERT_EQ(writeSimpleMessages(table.get(), 21, 21, shape_), NO_ERROR);
         disk_.stopNow();
@@ -146,4 +146,4 @@ TEST_F(PowerOrder, WhatRecoveryHasCutDoesNotComeBackAroundANewMessage) {
 
 }  // namespace
 
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

@@ -8,7 +8,7 @@
 #include "tests/support/log_capture.h"
 #include "tests/support/test_run.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 
 namespace {
 
@@ -77,4 +77,4 @@ void runPowerScenarios(std::int64_t count, const PowerScenario& scenario) {
     reportFigure(FAMILY, "losses of synced messages and other broken promises", failures);
 }
 
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

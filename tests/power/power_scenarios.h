@@ -11,7 +11,7 @@
 #include "core/error_codes.h"
 #include "tests/power/file_loss.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 
 // The process-wide sync policy, as tableFileSetSyncPolicy takes it.
 struct Policy {
@@ -42,4 +42,4 @@ using PowerScenario = std::function<void(Random& random, Tally& tally, std::stri
 // BrokenPromise, up to three, and reports the tally as figures. The sync policy is off afterwards.
 void runPowerScenarios(std::int64_t count, const PowerScenario& scenario);
 
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

@@ -13,7 +13,7 @@
 #include "tests/sessioninfo/session_info_fixture.h"
 #include "tests/support/test_run.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 
 namespace {
 
@@ -42,7 +42,7 @@ class SessionPowerRun {
   private:
     void note(const std::string& step) { trace_ += (trace_.empty() ? "" : ", ") + step; }
     void choosePolicy() { note(setRandomPolicy(policies_, random_)); }
-    ErrorCode tryOpen(std::int32_t mode) {
+    ErrorCode tryOpen(OpenMode mode) {
         table_ = createSessionTable(ROOT, tags_);
         return si_init(table_.get(), mode);
     }
@@ -87,7 +87,7 @@ void SessionPowerRun::countCommits() {
 }
 
 void SessionPowerRun::open() {
-    const ErrorCode code = tryOpen(TABLE_FILE_WRITE);
+    const ErrorCode code = tryOpen(OpenMode::write);
     if (disk_.stopped()) {
         return;
     }
@@ -170,7 +170,7 @@ bool SessionPowerRun::goOnAfterKill() {
     disk_.restart();
     syncs_ = disk_.syncs(PATH);  // a commit inside which the process stopped was none
     choosePolicy();
-    const ErrorCode code = tryOpen(TABLE_FILE_WRITE);
+    const ErrorCode code = tryOpen(OpenMode::write);
     if (code != NO_ERROR) {
         throw BrokenPromise("after a kill the session table cannot be opened: " + textOf(code));
     }
@@ -237,7 +237,7 @@ void SessionPowerRun::check(const Values& values, Tearing tearing, bool reader) 
 
 void SessionPowerRun::checkReader(Tearing tearing) {
     const auto before = disk_.files();
-    const ErrorCode code = tryOpen(TABLE_FILE_READ);
+    const ErrorCode code = tryOpen(OpenMode::read);
     if (code == NO_ERROR) {
         Values values(tags_.size());
         const ErrorCode read =
@@ -279,7 +279,7 @@ bool SessionPowerRun::goOnAfterLoss() {
     } else {
         checkReader(tearing);
     }
-    const ErrorCode code = tryOpen(TABLE_FILE_WRITE);
+    const ErrorCode code = tryOpen(OpenMode::write);
     if (code != NO_ERROR) {
         if (committed_) {
             throw BrokenPromise("the table with committed values cannot be opened: " + textOf(code));
@@ -336,4 +336,4 @@ TEST(SessionPower, ProcessesOfDifferentPoliciesLoseNoCommittedValue) {
 
 }  // namespace
 
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

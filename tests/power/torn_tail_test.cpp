@@ -13,7 +13,7 @@
 #include "tests/support/log_capture.h"
 #include "tests/support/test_run.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 
 namespace {
 
@@ -43,7 +43,7 @@ void TornHeaderTail::check(const Bytes& file, const std::vector<Message>& messag
     const std::string path = ROOT + shape_.name;
     disk.put(path, file);
     const std::int32_t lastId = messages.empty() ? 0 : messages.back().metadata.uniformId;
-    for (const std::int32_t mode : {TABLE_FILE_READ, TABLE_FILE_WRITE}) {
+    for (const OpenMode mode : {OpenMode::read, OpenMode::write}) {
         MessageTablePtr table = openTable(ROOT, mode, shape_);
         ASSERT_NE(table, nullptr);
         const ReadMessages read = readAll(table.get());
@@ -52,7 +52,7 @@ void TornHeaderTail::check(const Bytes& file, const std::vector<Message>& messag
         std::int32_t last = 0;
         ASSERT_EQ(mt_getLastUniformMessageId(table.get(), &last), NO_ERROR);
         ASSERT_EQ(last, lastId);
-        if (mode == TABLE_FILE_WRITE) {
+        if (mode == OpenMode::write) {
             const auto stored = static_cast<std::size_t>(table->dataInfo.messageCount);
             found->recovered += disk.content(path) != file ? 1 : 0;
             found->wrongCounts += stored != messages.size() ? 1 : 0;
@@ -99,4 +99,4 @@ TEST_F(TornHeaderTail, NoTearBetweenTwoSavesLosesOrMakesUpAMessage) {
 
 }  // namespace
 
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

@@ -5,7 +5,7 @@
 #include <cstring>
 #include <utility>
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 
 namespace {
 
@@ -277,4 +277,4 @@ std::map<std::string, Bytes> VolatileDisk::files() const {
     return found;
 }
 
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

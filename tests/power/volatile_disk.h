@@ -18,7 +18,7 @@
 #include "tests/power/file_loss.h"
 #include "tests/support/bytes.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 
 class VolatileDisk {
   public:
@@ -88,4 +88,4 @@ class VolatileDisk {
     bool stopped_ = false;
 };
 
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

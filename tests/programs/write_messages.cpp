@@ -14,7 +14,7 @@
 
 namespace {
 
-using namespace tabulo;
+using namespace tabulo::internal;
 
 ErrorCode store(MessageTable* table, std::int32_t count) {
     const std::array<StringField, 4> strings{};
@@ -42,7 +42,7 @@ int main(int argc, char** argv) {
     tableConfig_setPath(config, 0, argv[1]);
     tableConfig_setParams(config, &layout, nullptr);
     MessageTable* table = mt_create(config);
-    ErrorCode code = mt_open(table, TABLE_FILE_CREATE);
+    ErrorCode code = mt_open(table, OpenMode::create);
     if (code == NO_ERROR) {
         code = store(table, std::atoi(argv[4]));
     }

@@ -7,7 +7,7 @@
 #include "tests/query/block_of_messages.h"
 #include "tests/support/debug_log.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 namespace {
 
 // The block holds plain messages 10 to 20 unless a test says otherwise.
@@ -332,4 +332,4 @@ TEST_F(BlockCheck, AnIgnoredFilterIsNotNotedForABlockThatIsExcludedBefore) {
 }
 
 }  // namespace
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

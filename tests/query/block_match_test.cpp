@@ -9,7 +9,7 @@
 #include "tests/query/block_of_messages.h"
 #include "tests/support/debug_log.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 namespace {
 
 constexpr std::int64_t LEAST = std::numeric_limits<std::int64_t>::min();
@@ -236,4 +236,4 @@ TEST_F(BlockHelpers, AStringIndexOutOfRangeIsNotedAndExcludesNothing) {
 }
 
 }  // namespace
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

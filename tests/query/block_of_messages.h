@@ -9,7 +9,7 @@
 #include "query/block_match.h"
 #include "tests/query/query_fixture.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 
 // One configured string field and two numeric ones, unless a test changes the layout and calls reset().
 class BlockOfMessages : public ::testing::Test {
@@ -68,4 +68,4 @@ class BlockOfMessages : public ::testing::Test {
     BlockSummary summary;
 };
 
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

@@ -8,7 +8,7 @@
 #include "tests/support/child_process.h"
 #include "tests/support/fault_platform.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 namespace {
 
 class DroppedTable : public QueryTest {
@@ -67,7 +67,7 @@ TEST_F(DroppedTable, ByAnotherProcessEndsAnIteratorOnceTheFileIsSeenToBeShorter)
         }
         table.reset();
         const int result = runInChild([&] {
-            const MessageTablePtr other = openTable(directory.root(), layout, TABLE_FILE_WRITE);
+            const MessageTablePtr other = openTable(directory.root(), layout, OpenMode::write);
             return other == nullptr ? 1 : mt_drop(other.get());
         });
         ASSERT_EQ(result, 0);
@@ -75,7 +75,7 @@ TEST_F(DroppedTable, ByAnotherProcessEndsAnIteratorOnceTheFileIsSeenToBeShorter)
         // What the iterator has read ahead may still come, each message once; then it is over.
         const std::vector<std::int32_t> rest = remainingIds(inside.get());
         EXPECT_LE(rest.size(), 2U) << "no block that is gone is read";
-        table = openTable(directory.root(), layout, TABLE_FILE_WRITE);
+        table = openTable(directory.root(), layout, OpenMode::write);
         ASSERT_NE(table, nullptr);
         writePlain(11, 40);
         expectEnded(waiting.get());
@@ -264,4 +264,4 @@ TEST_F(DamagedTable, AReadThatTheSystemRefusesIsAnErrorAndTheIteratorGoesOnAfter
 }
 
 }  // namespace
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

@@ -7,7 +7,7 @@
 #include "tests/query/query_fixture.h"
 #include "tests/support/fault_platform.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 namespace {
 
 // `table` is the writer; iterators run over `reader`, a table object of its own that is opened read-only.
@@ -171,7 +171,7 @@ TEST_F(GrowingTable, AHalfWrittenMessageThatARecoveryReplacesIsReadAnew) {
     const MessageTableIteratorPtr iterator = iterate();
     EXPECT_EQ(remainingIds(iterator.get()), idsFromTo(1, 4));
     table.reset();  // the writer is gone; the next one recovers
-    table = openTable(directory.root(), layout, TABLE_FILE_WRITE);
+    table = openTable(directory.root(), layout, OpenMode::write);
     ASSERT_NE(table, nullptr);
     writePlain(50, 53);
     EXPECT_EQ(remainingIds(iterator.get()), idsFromTo(50, 53));
@@ -275,4 +275,4 @@ TEST_F(GrowingTable, AWritersOwnIteratorsFollowItsWritesToo) {
 }
 
 }  // namespace
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

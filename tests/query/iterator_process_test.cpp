@@ -11,7 +11,7 @@
 #include "tests/query/query_fixture.h"
 #include "tests/support/child_process.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 namespace {
 
 using namespace std::chrono_literals;
@@ -22,7 +22,7 @@ class BesideAWriter : public QueryTest, public ::testing::WithParamInterface<std
   protected:
     // The writing process: messages 1 to MESSAGES, some at once and some after a moment.
     int writeAll() const {
-        const MessageTablePtr writer = openTable(directory.root(), layout, TABLE_FILE_WRITE);
+        const MessageTablePtr writer = openTable(directory.root(), layout, OpenMode::write);
         if (writer == nullptr) {
             return 1;
         }
@@ -160,4 +160,4 @@ TEST_F(IdSet, OfAHundredThousandIdsIsMatchedWithAHundredThousandMessagesInSecond
 }
 
 }  // namespace
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

@@ -8,7 +8,7 @@
 
 #include "tests/query/query_fixture.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 namespace {
 
 constexpr std::int64_t LEAST = std::numeric_limits<std::int64_t>::min();
@@ -358,4 +358,4 @@ TEST_F(MessageTest, TheDirectionAndTheInvertedFlagAreNotLookedAt) {
 }
 
 }  // namespace
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

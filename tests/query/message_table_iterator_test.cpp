@@ -8,7 +8,7 @@
 #include "tests/query/query_fixture.h"
 #include "tests/support/allocation_failure.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 namespace {
 
 class Iterator : public QueryTest {
@@ -345,4 +345,4 @@ TEST_F(Iterator, GoesOnAfterACallThatRanOutOfMemory) {
 }
 
 }  // namespace
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

@@ -7,7 +7,7 @@
 #include <sstream>
 #include <utility>
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 namespace {
 
 using Long = std::int64_t;
@@ -197,4 +197,4 @@ TEST(NumericFilter, EveryPointOfALongFilterIsFoundAndNothingBetweenThem) {
 }
 
 }  // namespace
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

@@ -5,7 +5,7 @@
 #include <limits>
 #include <sstream>
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 
 namespace {
 
@@ -359,4 +359,4 @@ std::string plainQuery_text(const PlainQuery& query) {
     return text.str();
 }
 
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

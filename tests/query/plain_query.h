@@ -11,7 +11,7 @@
 #include "query/query_conditions.h"
 #include "tests/query/query_fixture.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 
 struct PlainStringFilter {
     using Bound = std::optional<std::string>;
@@ -56,4 +56,4 @@ QueryConditionsPtr plainQuery_conditions(const PlainQuery& query, bool backward)
 // The query in words, for a failure.
 std::string plainQuery_text(const PlainQuery& query);
 
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

@@ -7,7 +7,7 @@
 
 #include "tests/support/allocation_failure.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 namespace {
 
 constexpr std::int32_t MOST = std::numeric_limits<std::int32_t>::max();
@@ -287,4 +287,4 @@ TEST_F(Conditions, WithoutMemoryWhatWasStoredStays) {
 }
 
 }  // namespace
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

@@ -12,7 +12,7 @@
 #include "tests/support/allocation_failure.h"
 #include "tests/support/fault_platform.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 namespace {
 
 // A condition that no plain message meets, told by the summaries of the blocks alone.
@@ -248,4 +248,4 @@ TEST_F(WalkAllocations, AreSeenWhereABufferIsStillToGrow) {
 }
 
 }  // namespace
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 
 MessageTableLayout layoutOf(std::int32_t messagesPerBlock, std::int32_t configuredStrings, std::int32_t numericFields) {
     MessageTableLayout layout;
@@ -28,7 +28,7 @@ MessageTablePtr createTable(const std::string& root, const MessageTableLayout& l
     return table;
 }
 
-MessageTablePtr openTable(const std::string& root, const MessageTableLayout& layout, std::int32_t mode) {
+MessageTablePtr openTable(const std::string& root, const MessageTableLayout& layout, OpenMode mode) {
     MessageTablePtr table = createTable(root, layout);
     const ErrorCode code = mt_open(table.get(), mode);
     EXPECT_EQ(code, NO_ERROR) << "the table cannot be opened in mode " << mode << ": " << getErrorMessage(code);
@@ -141,4 +141,4 @@ std::vector<std::int32_t> QueryTest::select(const std::function<void(QueryCondit
     return remainingIds(openIterator(table.get(), std::move(conditions)).get());
 }
 
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

@@ -12,6 +12,7 @@
 #include <string_view>
 #include <vector>
 
+#include "core/handle.h"
 #include "messagetable/message_table.h"
 #include "query/message_table_iterator.h"
 #include "query/query_conditions.h"
@@ -20,12 +21,9 @@
 #include "tests/support/message_fields.h"
 #include "tests/support/temporary_directory.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 
-struct MessageTableDeleter {
-    void operator()(MessageTable* table) const noexcept { mt_destroy(table); }
-};
-using MessageTablePtr = std::unique_ptr<MessageTable, MessageTableDeleter>;
+using MessageTablePtr = Handle<MessageTable, mt_destroy>;
 
 // A message that owns its texts; nullopt is an absent field, any other text is stored byte for byte.
 struct StoredMessage {
@@ -40,7 +38,7 @@ MessageTableLayout layoutOf(std::int32_t messagesPerBlock, std::int32_t configur
 // The table "messages" under `root`, not open yet.
 MessageTablePtr createTable(const std::string& root, const MessageTableLayout& layout);
 // The same, opened; null with a failed expectation when that is refused.
-MessageTablePtr openTable(const std::string& root, const MessageTableLayout& layout, std::int32_t mode);
+MessageTablePtr openTable(const std::string& root, const MessageTableLayout& layout, OpenMode mode);
 ErrorCode writeMessage(MessageTable* table, const StoredMessage& message);
 
 // The n-th plain message: uniformId, seqNum and connMsgId n, timestamp 1000 n, msgType "D"; string field i is
@@ -84,9 +82,9 @@ class QueryTest : public ::testing::Test {
   protected:
     void create() {
         table.reset();
-        table = openTable(directory.root(), layout, TABLE_FILE_CREATE);
+        table = openTable(directory.root(), layout, OpenMode::create);
     }
-    MessageTablePtr openReader() { return openTable(directory.root(), layout, TABLE_FILE_READ); }
+    MessageTablePtr openReader() { return openTable(directory.root(), layout, OpenMode::read); }
     std::string path() const { return directory.file("messages"); }
     StoredMessage plain(std::int32_t n) const { return plainMessage(n, layout); }
     void write(const StoredMessage& message) { ASSERT_EQ(writeMessage(table.get(), message), NO_ERROR); }
@@ -100,4 +98,4 @@ class QueryTest : public ::testing::Test {
     MessageTablePtr table;
 };
 
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

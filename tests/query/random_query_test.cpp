@@ -10,7 +10,7 @@
 #include "tests/query/random_table.h"
 #include "tests/support/test_run.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 namespace {
 
 constexpr int QUERIES_PER_RUN = 6000;
@@ -61,12 +61,12 @@ class RandomQueries : public ::testing::TestWithParam<std::uint32_t> {
         const bool large = seed % TABLES_PER_LARGE_ONE == 0;
         all = randomMessages(&random, large);
         writer.reset();
-        writer = openTable(directory.root(), all.layout, TABLE_FILE_CREATE);
+        writer = openTable(directory.root(), all.layout, OpenMode::create);
         ASSERT_NE(writer, nullptr);
         for (const StoredMessage& message : all.messages) {
             ASSERT_EQ(writeMessage(writer.get(), message), NO_ERROR);
         }
-        const MessageTablePtr reader = openTable(directory.root(), all.layout, TABLE_FILE_READ);
+        const MessageTablePtr reader = openTable(directory.root(), all.layout, OpenMode::read);
         ASSERT_NE(reader, nullptr);
         tally.tables += 1;
         tally.largeTables += large ? 1 : 0;
@@ -178,4 +178,4 @@ TEST_P(RandomQueries, SelectWhatAPlainEvaluationSelects) {
 INSTANTIATE_TEST_SUITE_P(Part, RandomQueries, ::testing::Values(1U, 2U, 3U, 4U));
 
 }  // namespace
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

@@ -5,7 +5,7 @@
 #include <limits>
 #include <type_traits>
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 
 namespace {
 
@@ -399,4 +399,4 @@ PlainQuery randomQuery(Random* random, const RandomMessages& all) {
     return Asker(random, all).query();
 }
 
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

@@ -9,7 +9,7 @@
 #include "tests/query/plain_query.h"
 #include "tests/query/query_fixture.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 
 class Random {
   public:
@@ -40,4 +40,4 @@ RandomMessages randomMessages(Random* random, bool blocksOfAThousand);
 // A query whose values mostly come from the messages, or lie close to theirs.
 PlainQuery randomQuery(Random* random, const RandomMessages& all);
 
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

@@ -6,7 +6,7 @@
 
 #include "query/query_conditions.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 namespace {
 
 using Bound = const char*;
@@ -137,4 +137,4 @@ TEST(StringFilter, AFilterWithNeitherValuesNorRangesAcceptsNothing) {
 }
 
 }  // namespace
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

@@ -6,7 +6,7 @@
 
 #include "tests/support/debug_log.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 
 namespace {
 
@@ -56,7 +56,7 @@ SessionInfoTablePtr createSessionTable(const std::string& root, const std::optio
     return table;
 }
 
-SessionInfoTablePtr openSessionTable(const std::string& root, std::int32_t mode, const std::optional<Tags>& tags) {
+SessionInfoTablePtr openSessionTable(const std::string& root, OpenMode mode, const std::optional<Tags>& tags) {
     SessionInfoTablePtr table = createSessionTable(root, tags);
     const ErrorCode code = si_init(table.get(), mode);
     EXPECT_EQ(code, NO_ERROR) << "opening in mode " << mode << ": " << getErrorMessage(code);
@@ -136,4 +136,4 @@ std::string SessionInfoTest::recoveredWarning(std::size_t oldSize, std::size_t n
                                               ", new size: " + std::to_string(newSize));
 }
 
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

@@ -10,12 +10,13 @@
 #include <string>
 #include <vector>
 
+#include "core/handle.h"
 #include "sessioninfo/session_info_table.h"
 #include "tests/support/bytes.h"
 #include "tests/support/log_capture.h"
 #include "tests/support/temporary_directory.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 
 using Tags = std::vector<std::int32_t>;
 using Values = std::vector<std::int64_t>;
@@ -25,10 +26,7 @@ extern const Tags defaultTags;
 // 1 to `count`.
 Tags tagsUpTo(std::int32_t count);
 
-struct SessionInfoTableDeleter {
-    void operator()(SessionInfoTable* table) const noexcept { si_destroy(table); }
-};
-using SessionInfoTablePtr = std::unique_ptr<SessionInfoTable, SessionInfoTableDeleter>;
+using SessionInfoTablePtr = Handle<SessionInfoTable, si_destroy>;
 
 // The configuration of the table "session" under a root, with the default tags unless others are given. Its second and
 // third path are those of replicas in directories beside the master. The caller hands it to si_create.
@@ -36,7 +34,7 @@ KSVTboTableConfig* makeSessionConfig(const std::string& root, const std::optiona
 // A table that is not open yet.
 SessionInfoTablePtr createSessionTable(const std::string& root, const std::optional<Tags>& tags = std::nullopt);
 // An open table, or null with a failed expectation.
-SessionInfoTablePtr openSessionTable(const std::string& root, std::int32_t mode,
+SessionInfoTablePtr openSessionTable(const std::string& root, OpenMode mode,
                                      const std::optional<Tags>& tags = std::nullopt);
 
 // The file of a table, little-endian, put together here and not by the library. Values may be fewer than tags.
@@ -61,13 +59,13 @@ std::string closedWarning(int position, ErrorCode code);
 class SessionInfoTest : public ::testing::Test {
   protected:
     // Opens `table` anew; fails the test when that is refused.
-    void open(std::int32_t mode, const std::optional<Tags>& tags = std::nullopt) {
+    void open(OpenMode mode, const std::optional<Tags>& tags = std::nullopt) {
         table.reset();
         table = openSessionTable(directory.root(), mode, tags);
         ASSERT_NE(table, nullptr);
     }
     // Makes `table` anew and gives the code of opening it.
-    ErrorCode init(std::int32_t mode, const std::optional<Tags>& tags = std::nullopt) {
+    ErrorCode init(OpenMode mode, const std::optional<Tags>& tags = std::nullopt) {
         table.reset();
         table = createSessionTable(directory.root(), tags);
         return si_init(table.get(), mode);
@@ -85,4 +83,4 @@ class SessionInfoTest : public ::testing::Test {
     SessionInfoTablePtr table;
 };
 
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

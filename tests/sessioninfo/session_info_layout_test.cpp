@@ -8,7 +8,7 @@
 #include "tests/sessioninfo/session_info_fixture.h"
 #include "tests/support/bytes.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 namespace {
 
 constexpr std::int64_t smallest = std::numeric_limits<std::int64_t>::min();
@@ -44,7 +44,7 @@ const Values golden = {1, -1, smallest, largest, 0x1122334455667788, 0};
 class SessionInfoLayout : public SessionInfoTest {};
 
 TEST_F(SessionInfoLayout, ATableWithTheDefaultTagsIsTheGoldenFile) {
-    open(TABLE_FILE_WRITE);
+    open(OpenMode::write);
     EXPECT_EQ(difference(fileBytes(), fromHex(goldenHeader)), "") << "before the first write";
     EXPECT_EQ(fileBytes().size(), 68U);
     ASSERT_EQ(writeValues(table.get(), defaultTags, golden), NO_ERROR);
@@ -56,7 +56,7 @@ TEST_F(SessionInfoLayout, ATableWithTheDefaultTagsIsTheGoldenFile) {
 
 TEST_F(SessionInfoLayout, TheGoldenFileReadsBackInBothModesAndStaysAsItIs) {
     const Bytes file = fromHex(std::string(goldenHeader) + goldenValues);
-    for (const std::int32_t mode : {TABLE_FILE_READ, TABLE_FILE_WRITE}) {
+    for (const OpenMode mode : {OpenMode::read, OpenMode::write}) {
         place(file);
         open(mode);
         EXPECT_EQ(readValues(table.get(), defaultTags), golden) << "mode " << mode;
@@ -68,22 +68,22 @@ TEST_F(SessionInfoLayout, TheGoldenFileReadsBackInBothModesAndStaysAsItIs) {
 }
 
 TEST_F(SessionInfoLayout, AFreshFileThatHoldsOnlyItsHeaderReadsBackAllValuesAsZero) {
-    open(TABLE_FILE_WRITE);
+    open(OpenMode::write);
     EXPECT_EQ(readValues(table.get(), defaultTags), Values(6, 0));
     table.reset();
     EXPECT_EQ(fileBytes().size(), 68U) << "reading writes no values";
-    open(TABLE_FILE_READ);
+    open(OpenMode::read);
     EXPECT_EQ(readValues(table.get(), defaultTags), Values(6, 0));
     table.reset();
     EXPECT_EQ(fileBytes().size(), 68U) << "a reader leaves the file alone";
 }
 
 TEST_F(SessionInfoLayout, ATableOfOneTagIsFiftySixBytesLong) {
-    open(TABLE_FILE_WRITE, Tags{7});
+    open(OpenMode::write, Tags{7});
     ASSERT_EQ(writeValues(table.get(), {7}, {-2}), NO_ERROR);
     EXPECT_EQ(fileBytes().size(), 56U);
     EXPECT_EQ(difference(fileBytes(), sessionFile({7}, {-2})), "");
-    open(TABLE_FILE_READ, Tags{7});
+    open(OpenMode::read, Tags{7});
     EXPECT_EQ(readValues(table.get(), {7}), Values{-2});
 }
 
@@ -94,11 +94,11 @@ TEST_F(SessionInfoLayout, ATableOfThirtyTwoTagsHoldsAllOfThem) {
         tags.push_back(1000 - i);
         values.push_back(smallest + i);
     }
-    open(TABLE_FILE_WRITE, tags);
+    open(OpenMode::write, tags);
     ASSERT_EQ(writeValues(table.get(), tags, values), NO_ERROR);
     EXPECT_EQ(fileBytes().size(), 44U + 32 * 4 + 32 * 8);
     EXPECT_EQ(difference(fileBytes(), sessionFile(tags, values)), "");
-    for (const std::int32_t mode : {TABLE_FILE_READ, TABLE_FILE_WRITE}) {
+    for (const OpenMode mode : {OpenMode::read, OpenMode::write}) {
         open(mode, tags);
         EXPECT_EQ(readValues(table.get(), tags), values) << "mode " << mode;
     }
@@ -106,16 +106,16 @@ TEST_F(SessionInfoLayout, ATableOfThirtyTwoTagsHoldsAllOfThem) {
 
 TEST_F(SessionInfoLayout, TagsKeepAllThirtyTwoBits) {
     const Tags tags = {std::numeric_limits<std::int32_t>::min(), -1, 0, std::numeric_limits<std::int32_t>::max()};
-    open(TABLE_FILE_WRITE, tags);
+    open(OpenMode::write, tags);
     ASSERT_EQ(writeValues(table.get(), tags, {1, 2, 3, 4}), NO_ERROR);
     EXPECT_EQ(difference(fileBytes(), sessionFile(tags, {1, 2, 3, 4})), "");
-    open(TABLE_FILE_READ, tags);
+    open(OpenMode::read, tags);
     EXPECT_EQ(readValues(table.get(), {0, -1}), (Values{3, 2}));
 }
 
 TEST_F(SessionInfoLayout, StoredTagsBeyondTheConfiguredOnesAreAdoptedInTheFilesOrderReadAndWritten) {
     const Tags stored = {9, 6, 8, 5, 7};
-    for (const std::int32_t mode : {TABLE_FILE_READ, TABLE_FILE_WRITE}) {
+    for (const OpenMode mode : {OpenMode::read, OpenMode::write}) {
         place(sessionFile(stored, {90, 60, 80, 50, 70}));
         open(mode, Tags{5, 6});
         EXPECT_EQ(tagsOf(table.get()), stored) << "mode " << mode;
@@ -127,7 +127,7 @@ TEST_F(SessionInfoLayout, StoredTagsBeyondTheConfiguredOnesAreAdoptedInTheFilesO
 }
 
 TEST_F(SessionInfoLayout, OfConfiguredReplicasNoneIsOpenedNorCreated) {
-    open(TABLE_FILE_WRITE);
+    open(OpenMode::write);
     ASSERT_EQ(writeValues(table.get(), {1}, {1}), NO_ERROR);
     EXPECT_EQ(table->storage->activeCount, 1);
     EXPECT_FALSE(std::filesystem::exists(directory.file("replica1")));
@@ -136,7 +136,7 @@ TEST_F(SessionInfoLayout, OfConfiguredReplicasNoneIsOpenedNorCreated) {
 
 TEST_F(SessionInfoLayout, OpeningInTheCreateModeEmptiesAnExistingTable) {
     place(sessionFile({9, 8, 2, 1, 3, 4, 5, 6}, Values(8, 77)));
-    open(TABLE_FILE_CREATE);
+    open(OpenMode::create);
     EXPECT_EQ(tagsOf(table.get()), defaultTags);
     EXPECT_EQ(readValues(table.get(), defaultTags), Values(6, 0));
     EXPECT_EQ(difference(fileBytes(), fromHex(goldenHeader)), "");
@@ -146,10 +146,10 @@ TEST_F(SessionInfoLayout, OpeningInTheCreateModeEmptiesAnExistingTable) {
 
 TEST_F(SessionInfoLayout, AnEmptyFileOpenedForWritingBecomesATable) {
     place({});
-    open(TABLE_FILE_WRITE);
+    open(OpenMode::write);
     EXPECT_EQ(difference(fileBytes(), fromHex(goldenHeader)), "");
     EXPECT_EQ(log.warnings(), std::vector<std::string>{});
 }
 
 }  // namespace
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

@@ -9,7 +9,7 @@
 #include "tests/support/allocation_failure.h"
 #include "tests/support/fault_platform.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 namespace {
 
 const Values someValues = {20, 10, 30, 40, 50, 60};
@@ -29,7 +29,7 @@ TEST_F(SessionInfoLifecycle, WithoutATableOrItsStorageTheOperationsAreANullPoint
     std::int64_t value = 5;
     SessionInfoTable bare;
     for (SessionInfoTable* none : {static_cast<SessionInfoTable*>(nullptr), &bare}) {
-        EXPECT_EQ(si_init(none, TABLE_FILE_READ), NULL_POINTER_ERROR);
+        EXPECT_EQ(si_init(none, OpenMode::read), NULL_POINTER_ERROR);
         EXPECT_EQ(si_read(none, 1, &tag, &value), NULL_POINTER_ERROR);
         EXPECT_EQ(si_write(none, 1, &tag, &value), NULL_POINTER_ERROR);
         EXPECT_EQ(si_drop(none), NULL_POINTER_ERROR);
@@ -51,44 +51,44 @@ TEST_F(SessionInfoLifecycle, ATableThatWasNeverOpenedCannotBeReadOrWritten) {
 }
 
 TEST_F(SessionInfoLifecycle, AModeOutsideItsRangeIsAWrongParameter) {
-    for (const std::int32_t mode : {-1, 3}) {
+    for (const OpenMode mode : {-1, 3}) {
         EXPECT_EQ(init(mode), WRONG_PARAMETER_ERROR) << mode;
         EXPECT_FALSE(std::filesystem::exists(path)) << mode;
     }
 }
 
 TEST_F(SessionInfoLifecycle, UninitialisingClosesTheFileAndTheTableOpensAgainInAnyMode) {
-    open(TABLE_FILE_WRITE);
+    open(OpenMode::write);
     ASSERT_EQ(writeValues(table.get(), defaultTags, someValues), NO_ERROR);
     ASSERT_EQ(si_uninit(table.get()), NO_ERROR);
-    EXPECT_NE(openSessionTable(directory.root(), TABLE_FILE_WRITE), nullptr) << "the lock is released";
-    ASSERT_EQ(si_init(table.get(), TABLE_FILE_READ), NO_ERROR);
+    EXPECT_NE(openSessionTable(directory.root(), OpenMode::write), nullptr) << "the lock is released";
+    ASSERT_EQ(si_init(table.get(), OpenMode::read), NO_ERROR);
     EXPECT_EQ(readValues(table.get(), defaultTags), someValues);
-    ASSERT_EQ(si_init(table.get(), TABLE_FILE_WRITE), NO_ERROR) << "an open table is closed first";
+    ASSERT_EQ(si_init(table.get(), OpenMode::write), NO_ERROR) << "an open table is closed first";
     ASSERT_EQ(writeValues(table.get(), {1}, {11}), NO_ERROR);
     EXPECT_EQ(fileValues(), (Values{20, 11, 30, 40, 50, 60}));
 }
 
 TEST_F(SessionInfoLifecycle, InitialisingSetsEveryValueToZeroBeforeTheFileIsLoaded) {
-    open(TABLE_FILE_WRITE);
+    open(OpenMode::write);
     ASSERT_EQ(writeValues(table.get(), defaultTags, someValues), NO_ERROR);
     std::filesystem::remove(path);
-    ASSERT_EQ(si_init(table.get(), TABLE_FILE_WRITE), NO_ERROR);
+    ASSERT_EQ(si_init(table.get(), OpenMode::write), NO_ERROR);
     EXPECT_EQ(readValues(table.get(), defaultTags), Values(6, 0)) << "a new file has no values";
 }
 
 TEST_F(SessionInfoLifecycle, DestroyingAnOpenTableReleasesItsFile) {
-    open(TABLE_FILE_WRITE);
+    open(OpenMode::write);
     FaultPlatform platform;
     table.reset();
     EXPECT_EQ(platform.count(FileCall::close), 1);
-    EXPECT_NE(openSessionTable(directory.root(), TABLE_FILE_WRITE), nullptr);
+    EXPECT_NE(openSessionTable(directory.root(), OpenMode::write), nullptr);
 }
 
 TEST_F(SessionInfoLifecycle, AFailedOpenLeavesNoFileOpen) {
     place(cutTo(sessionFile(defaultTags, someValues), 90));
     FaultPlatform platform;
-    ASSERT_EQ(init(TABLE_FILE_READ), FILE_READ_ERROR);
+    ASSERT_EQ(init(OpenMode::read), FILE_READ_ERROR);
     EXPECT_EQ(platform.count(FileCall::open), 1);
     EXPECT_EQ(platform.count(FileCall::close), 1);
 }
@@ -123,7 +123,7 @@ TEST_F(SessionInfoMemory, WithoutAConfigurationNoTableIsCreated) {
 TEST_F(SessionInfoMemory, AnOpenWithoutMemoryFailsAndLeavesTheFileAndTheConfiguredTags) {
     const Bytes whole = sessionFile(defaultTags, someValues);
     writeFile(path, whole);
-    for (const std::int32_t mode : {TABLE_FILE_READ, TABLE_FILE_WRITE}) {
+    for (const OpenMode mode : {OpenMode::read, OpenMode::write}) {
         const SessionInfoTablePtr table = createSessionTable(directory.root(), Tags{3});
         ErrorCode code = OUT_OF_MEMORY_ERROR;
         int n = 0;
@@ -143,7 +143,7 @@ TEST_F(SessionInfoMemory, AnOpenWithoutMemoryFailsAndLeavesTheFileAndTheConfigur
 
 TEST_F(SessionInfoMemory, AReadWithoutMemoryFailsAndTheNextOneSucceeds) {
     writeFile(path, sessionFile(defaultTags, someValues));
-    const SessionInfoTablePtr table = openSessionTable(directory.root(), TABLE_FILE_READ);
+    const SessionInfoTablePtr table = openSessionTable(directory.root(), OpenMode::read);
     const std::int32_t tag = 4;
     std::int64_t value = 5;
     ErrorCode code = NO_ERROR;
@@ -157,4 +157,4 @@ TEST_F(SessionInfoMemory, AReadWithoutMemoryFailsAndTheNextOneSucceeds) {
 }
 
 }  // namespace
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

@@ -18,7 +18,7 @@
 #include "tests/sessioninfo/session_info_fixture.h"
 #include "tests/support/child_process.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 namespace {
 
 constexpr int alternations = 100000;
@@ -77,7 +77,7 @@ TEST_F(SessionInfoProcesses, AReaderSeesEveryValueAsSoonAsTheWriteInAnotherProce
     ChildProcess writer([&] {
         toWriter.closeWriting();
         const SessionInfoTablePtr own(si_create(makeSessionConfig(directory.root())));
-        if (si_init(own.get(), TABLE_FILE_WRITE) != NO_ERROR) {
+        if (si_init(own.get(), OpenMode::write) != NO_ERROR) {
             return 1;
         }
         Values values(defaultTags.size());
@@ -93,7 +93,7 @@ TEST_F(SessionInfoProcesses, AReaderSeesEveryValueAsSoonAsTheWriteInAnotherProce
         return 0;
     });
     toReader.closeWriting();
-    open(TABLE_FILE_READ);
+    open(OpenMode::read);
     Values values(defaultTags.size());
     int stale = 0;
     for (int n = 1; n <= alternations; ++n) {
@@ -141,7 +141,7 @@ bool isWrittenBy(std::int64_t n, std::int32_t tag) {
 // Writes until it is killed.
 int writeForEver(const std::string& root, std::int64_t first, const SharedProgress& progress) {
     const SessionInfoTablePtr own(si_create(makeSessionConfig(root)));
-    if (si_init(own.get(), TABLE_FILE_WRITE) != NO_ERROR) {
+    if (si_init(own.get(), OpenMode::write) != NO_ERROR) {
         return 1;
     }
     Tags tags;
@@ -179,10 +179,10 @@ class KilledWriter : public SessionInfoProcesses {
     // is there now.
     void expectNothingLost(std::int64_t first, const SharedProgress& progress, Values* values) {
         if (std::filesystem::file_size(path) >= 68) {
-            open(TABLE_FILE_READ);
+            open(OpenMode::read);
             ASSERT_NO_FATAL_FAILURE(compare(first, progress, *values));
         }
-        open(TABLE_FILE_WRITE);
+        open(OpenMode::write);
         ASSERT_NO_FATAL_FAILURE(compare(first, progress, *values));
         *values = readValues(table.get(), defaultTags);
         table.reset();
@@ -241,4 +241,4 @@ TEST_F(KilledWriter, LeavesEachTagWithTheLastAcknowledgedValueOrTheOneBeingWritt
 }
 
 }  // namespace
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

@@ -11,7 +11,7 @@
 #include "tests/support/debug_log.h"
 #include "tests/support/fault_platform.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 namespace {
 
 const Values someValues = {20, 10, 30, 40, 50, 60};
@@ -21,7 +21,7 @@ class SessionInfoReader : public SessionInfoTest {
   protected:
     void SetUp() override {
         place(whole);
-        open(TABLE_FILE_READ);
+        open(OpenMode::read);
     }
     // Puts one value into the file as a writer would: in place.
     void change(std::size_t slot, std::uint8_t value) const {
@@ -40,9 +40,9 @@ TEST_F(SessionInfoReader, EveryReadSeesTheFileAsItIsAtThatMoment) {
 
 TEST_F(SessionInfoReader, AReaderThatOpenedBeforeTheFirstWriteSeesIt) {
     place(sessionFile(defaultTags, {}));
-    open(TABLE_FILE_READ);
+    open(OpenMode::read);
     EXPECT_EQ(readValues(table.get(), defaultTags), Values(6, 0));
-    const SessionInfoTablePtr writer = openSessionTable(directory.root(), TABLE_FILE_WRITE);
+    const SessionInfoTablePtr writer = openSessionTable(directory.root(), OpenMode::write);
     ASSERT_EQ(writeValues(writer.get(), {5}, {55}), NO_ERROR);
     EXPECT_EQ(readValues(table.get(), defaultTags), (Values{0, 0, 0, 0, 55, 0}));
     ASSERT_EQ(writeValues(writer.get(), {5, 2}, {56, 22}), NO_ERROR);
@@ -95,9 +95,9 @@ TEST_F(SessionInfoReader, AFileCutWithinItsHeaderIsTheSeeksOwnError) {
 }
 
 TEST_F(SessionInfoReader, ReadingLocksNobodyOutAndWritesNothing) {
-    const SessionInfoTablePtr writer = openSessionTable(directory.root(), TABLE_FILE_WRITE);
+    const SessionInfoTablePtr writer = openSessionTable(directory.root(), OpenMode::write);
     ASSERT_NE(writer, nullptr);
-    const SessionInfoTablePtr second = openSessionTable(directory.root(), TABLE_FILE_READ);
+    const SessionInfoTablePtr second = openSessionTable(directory.root(), OpenMode::read);
     FaultPlatform platform;
     EXPECT_EQ(readValues(table.get(), defaultTags), someValues);
     EXPECT_EQ(readValues(second.get(), defaultTags), someValues);
@@ -109,7 +109,7 @@ TEST_F(SessionInfoReader, AMissingFileIsAFileOpenErrorAndIsNotCreated) {
     table.reset();
     std::filesystem::remove(path);
     log.clear();
-    EXPECT_EQ(init(TABLE_FILE_READ), FILE_OPEN_ERROR);
+    EXPECT_EQ(init(OpenMode::read), FILE_OPEN_ERROR);
     EXPECT_FALSE(std::filesystem::exists(path));
     ASSERT_EQ(log.warnings().size(), 2U);
     EXPECT_EQ(log.warnings()[1], warningLine("tsX_openReplica", "Unable to open a file " + path + " in mode 0."));
@@ -125,7 +125,7 @@ TEST_F(SessionInfoReader, TheFirstActiveFileIsTheOneThatIsRead) {
     const std::string other = directory.file("other");
     writeFile(other, sessionFile(defaultTags, {1, 2, 3, 4, 5, 6}));
     TableFile* file = nullptr;
-    ASSERT_EQ(tableFileOpen(&file, other.c_str(), TABLE_FILE_READ, nullptr), NO_ERROR);
+    ASSERT_EQ(tableFileOpen(&file, other.c_str(), OpenMode::read, nullptr), NO_ERROR);
     TableStorage* storage = table->storage.get();
     storage->files.push_back(file);
     storage->activeIndexes = {1, 0};
@@ -136,4 +136,4 @@ TEST_F(SessionInfoReader, TheFirstActiveFileIsTheOneThatIsRead) {
 }
 
 }  // namespace
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

@@ -11,7 +11,7 @@
 #include "tests/support/debug_log.h"
 #include "tests/support/fault_platform.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 namespace {
 
 // No byte of a value is zero, so that a kept one and a lost one differ in every byte.
@@ -35,26 +35,26 @@ TEST_F(SessionInfoRecovery, AValueAreaCutAtAnyByteKeepsItsWholeValuesAndGetsZero
     for (std::size_t length = 68; length < 116; ++length) {
         place(cutTo(whole, length));
         log.clear();
-        open(TABLE_FILE_WRITE);
+        open(OpenMode::write);
         const Values expected = keptFirst((length - 68) / 8);
         EXPECT_EQ(readValues(table.get(), defaultTags), expected) << "cut to " << length;
         EXPECT_EQ(difference(fileBytes(), sessionFile(defaultTags, expected)), "") << "cut to " << length;
         EXPECT_EQ(log.warnings(), std::vector<std::string>{recoveredWarning(length, 116)}) << "cut to " << length;
-        open(TABLE_FILE_READ);
+        open(OpenMode::read);
         EXPECT_EQ(readValues(table.get(), defaultTags), expected) << "cut to " << length;
     }
 }
 
 TEST_F(SessionInfoRecovery, ACutInTheMiddleOfTheThirdValueKeepsValuesOneAndTwo) {
     place(cutTo(whole, 68 + 2 * 8 + 4));
-    open(TABLE_FILE_WRITE);
+    open(OpenMode::write);
     EXPECT_EQ(readValues(table.get(), {2, 1, 3}), (Values{someValues[0], someValues[1], 0}));
     EXPECT_EQ(fileBytes().size(), 116U);
 }
 
 TEST_F(SessionInfoRecovery, AWholeFileIsNotRecovered) {
     place(whole);
-    open(TABLE_FILE_WRITE);
+    open(OpenMode::write);
     EXPECT_EQ(log.warnings(), std::vector<std::string>{});
     EXPECT_EQ(difference(fileBytes(), whole), "");
 }
@@ -63,7 +63,7 @@ TEST_F(SessionInfoRecovery, AFileThatGoesOnBehindItsValuesIsCutAndKeepsThemAll) 
     for (const std::size_t surplus : {1U, 8U, 48U, 9000U}) {
         place(cutTo(whole, 116 + surplus));
         log.clear();
-        open(TABLE_FILE_WRITE);
+        open(OpenMode::write);
         EXPECT_EQ(readValues(table.get(), defaultTags), someValues) << surplus;
         EXPECT_EQ(difference(fileBytes(), whole), "") << surplus;
         EXPECT_EQ(log.warnings(), std::vector<std::string>{recoveredWarning(116 + surplus, 116)}) << surplus;
@@ -74,7 +74,7 @@ TEST_F(SessionInfoRecovery, SizesAndValuesAreCountedWithTheStoredTagsAndNotWithT
     const Tags stored = {7, 8, 9, 1, 2, 3, 4, 5};
     const Values values = {70, 80, 90, 10, 20, 30, 40, 50};
     place(cutTo(sessionFile(stored, values), headerSizeFor(8) + 7 * 8 + 1));
-    open(TABLE_FILE_WRITE, Tags{5, 1});
+    open(OpenMode::write, Tags{5, 1});
     EXPECT_EQ(tagsOf(table.get()), stored);
     EXPECT_EQ(difference(fileBytes(), sessionFile(stored, {70, 80, 90, 10, 20, 30, 40, 0})), "");
     EXPECT_EQ(readValues(table.get(), {5, 4, 7}), (Values{0, 40, 70}));
@@ -82,7 +82,7 @@ TEST_F(SessionInfoRecovery, SizesAndValuesAreCountedWithTheStoredTagsAndNotWithT
 
 TEST_F(SessionInfoRecovery, ARecoveredTableCanBeWrittenAtOnce) {
     place(cutTo(whole, 75));
-    open(TABLE_FILE_WRITE);
+    open(OpenMode::write);
     ASSERT_EQ(writeValues(table.get(), {6}, {66}), NO_ERROR);
     EXPECT_EQ(fileValues(), (Values{0, 0, 0, 0, 0, 66}));
 }
@@ -90,14 +90,14 @@ TEST_F(SessionInfoRecovery, ARecoveredTableCanBeWrittenAtOnce) {
 TEST_F(SessionInfoRecovery, OpenedForReadingOnlyACutValueAreaIsAReadErrorAndIsLeftAlone) {
     for (std::size_t length = 69; length < 116; ++length) {
         place(cutTo(whole, length));
-        EXPECT_EQ(init(TABLE_FILE_READ), FILE_READ_ERROR) << "cut to " << length;
+        EXPECT_EQ(init(OpenMode::read), FILE_READ_ERROR) << "cut to " << length;
         EXPECT_EQ(difference(fileBytes(), cutTo(whole, length)), "") << "cut to " << length;
     }
 }
 
 TEST_F(SessionInfoRecovery, OpenedForReadingOnlyAFileThatGoesOnBehindItsValuesReadsThem) {
     place(cutTo(whole, 130));
-    open(TABLE_FILE_READ);
+    open(OpenMode::read);
     EXPECT_EQ(readValues(table.get(), defaultTags), someValues);
     EXPECT_EQ(fileBytes().size(), 130U);
     EXPECT_EQ(log.warnings(), std::vector<std::string>{});
@@ -113,13 +113,13 @@ TEST_F(SessionInfoRecovery, AReadThatFailsWhileATableIsOpenedNeverCostsAValue) {
             {
                 FaultPlatform platform;
                 platform.failNth(FileCall::readAt, n, EIO);
-                code = init(TABLE_FILE_WRITE);
+                code = init(OpenMode::write);
             }
             opened += code == NO_ERROR ? 1 : 0;
             if (code == NO_ERROR) {
                 EXPECT_EQ(readValues(table.get(), defaultTags), expected) << "read " << n << " failed";
             }
-            open(TABLE_FILE_WRITE);
+            open(OpenMode::write);
             EXPECT_EQ(readValues(table.get(), defaultTags), expected) << "read " << n << " failed";
         }
     }
@@ -132,7 +132,7 @@ TEST_F(SessionInfoRecovery, WhenNothingCanBeReadTheFileIsLeftAlone) {
         {
             FaultPlatform platform;
             platform.failAll(FileCall::readAt, EIO);
-            EXPECT_EQ(init(TABLE_FILE_WRITE), FILE_READ_ERROR);
+            EXPECT_EQ(init(OpenMode::write), FILE_READ_ERROR);
             EXPECT_EQ(platform.count(FileCall::writeAt), 0);
             EXPECT_EQ(platform.count(FileCall::truncate), 0);
         }
@@ -145,12 +145,12 @@ TEST_F(SessionInfoRecovery, AValueAreaThatCannotBeRewrittenFailsTheOpenWithAWarn
     {
         FaultPlatform platform;
         platform.failAll(FileCall::writeAt, ENOSPC);
-        EXPECT_EQ(init(TABLE_FILE_WRITE, Tags{4}), FILE_FLUSH_ERROR);
+        EXPECT_EQ(init(OpenMode::write, Tags{4}), FILE_FLUSH_ERROR);
     }
     EXPECT_EQ(log.warnings(), std::vector<std::string>{failedWarning()});
     EXPECT_EQ(tagsOf(table.get()), Tags{4}) << "the stored tags go with the failed open";
     EXPECT_EQ(difference(fileBytes(), cutTo(whole, 100)), "");
-    open(TABLE_FILE_WRITE);
+    open(OpenMode::write);
     EXPECT_EQ(readValues(table.get(), defaultTags), keptFirst(4));
 }
 
@@ -159,29 +159,29 @@ TEST_F(SessionInfoRecovery, ASurplusThatCannotBeCutFailsTheOpenWithAWarningAndTh
     {
         FaultPlatform platform;
         platform.failAll(FileCall::truncate, EPERM);
-        EXPECT_EQ(init(TABLE_FILE_WRITE), FILE_TRUNCATE_ERROR);
+        EXPECT_EQ(init(OpenMode::write), FILE_TRUNCATE_ERROR);
     }
     EXPECT_EQ(log.warnings(), std::vector<std::string>{failedWarning()});
     EXPECT_EQ(difference(fileBytes(), cutTo(whole, 130)), "");
-    open(TABLE_FILE_WRITE);
+    open(OpenMode::write);
     EXPECT_EQ(difference(fileBytes(), whole), "");
 }
 
 TEST_F(SessionInfoRecovery, AHeaderThatCannotBeWrittenFailsTheOpenOfANewTable) {
     FaultPlatform platform;
     platform.failAll(FileCall::writeAt, ENOSPC);
-    EXPECT_EQ(init(TABLE_FILE_WRITE), FILE_FLUSH_ERROR);
+    EXPECT_EQ(init(OpenMode::write), FILE_FLUSH_ERROR);
     platform.clear();
-    EXPECT_EQ(si_init(table.get(), TABLE_FILE_WRITE), NO_ERROR) << "the same table opens when there is room again";
+    EXPECT_EQ(si_init(table.get(), OpenMode::write), NO_ERROR) << "the same table opens when there is room again";
     EXPECT_EQ(difference(fileBytes(), sessionFile(defaultTags, {})), "");
 }
 
 TEST_F(SessionInfoRecovery, TheHeaderOfANewTableIsOneWrite) {
     FaultPlatform platform;
-    open(TABLE_FILE_WRITE);
+    open(OpenMode::write);
     ASSERT_EQ(platform.count(FileCall::writeAt), 1);
     EXPECT_EQ(platform.calls(FileCall::writeAt)[0].length, 68);
 }
 
 }  // namespace
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

@@ -8,7 +8,7 @@
 #include "tests/support/debug_log.h"
 #include "tests/support/fault_platform.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 namespace {
 
 const Values someValues = {20, 10, 30, 40, 50, 60};
@@ -18,12 +18,12 @@ class SessionInfoReopen : public SessionInfoTest {
   protected:
     void SetUp() override {
         place(whole);
-        open(TABLE_FILE_READ);
+        open(OpenMode::read);
     }
     // Whether a second writer can have the file.
     bool isFree() {
         const SessionInfoTablePtr other = createSessionTable(directory.root());
-        return si_init(other.get(), TABLE_FILE_WRITE) == NO_ERROR;
+        return si_init(other.get(), OpenMode::write) == NO_ERROR;
     }
     const Bytes whole = sessionFile(defaultTags, someValues);
 };
@@ -54,7 +54,7 @@ TEST_F(SessionInfoReopen, EveryWriteReopensTheFileAgain) {
 }
 
 TEST_F(SessionInfoReopen, ATableOpenedForWritingIsNeverReopened) {
-    open(TABLE_FILE_WRITE);
+    open(OpenMode::write);
     FaultPlatform platform;
     ASSERT_EQ(writeValues(table.get(), {3}, {33}), NO_ERROR);
     EXPECT_EQ(platform.count(FileCall::open), 0);
@@ -62,7 +62,7 @@ TEST_F(SessionInfoReopen, ATableOpenedForWritingIsNeverReopened) {
 
 TEST_F(SessionInfoReopen, AWriteKeepsWhatAnotherWriterHasWrittenSinceTheOpen) {
     {
-        const SessionInfoTablePtr other = openSessionTable(directory.root(), TABLE_FILE_WRITE);
+        const SessionInfoTablePtr other = openSessionTable(directory.root(), OpenMode::write);
         ASSERT_EQ(writeValues(other.get(), {1, 3}, {11, 31}), NO_ERROR);
     }
     ASSERT_EQ(writeValues(table.get(), {3}, {33}), NO_ERROR);
@@ -70,7 +70,7 @@ TEST_F(SessionInfoReopen, AWriteKeepsWhatAnotherWriterHasWrittenSinceTheOpen) {
 }
 
 TEST_F(SessionInfoReopen, ARefusedReopenLeavesTheTableReadableAndItsValuesFresh) {
-    SessionInfoTablePtr writer = openSessionTable(directory.root(), TABLE_FILE_WRITE);
+    SessionInfoTablePtr writer = openSessionTable(directory.root(), OpenMode::write);
     ASSERT_NE(writer, nullptr);
     EXPECT_EQ(writeValues(table.get(), {3}, {33}), FILE_OPEN_ERROR);
     EXPECT_EQ(readValues(table.get(), defaultTags), someValues) << "the refused value is nowhere";
@@ -91,7 +91,7 @@ TEST_F(SessionInfoReopen, AnUnknownTagInAWriteChangesNothing) {
 
 TEST_F(SessionInfoReopen, AFileThatEndsAtItsHeaderGetsItsValuesWithTheFirstWrite) {
     place(cutTo(whole, 68));
-    open(TABLE_FILE_READ);
+    open(OpenMode::read);
     log.clear();
     ASSERT_EQ(writeValues(table.get(), {4}, {44}), NO_ERROR);
     EXPECT_EQ(fileValues(), (Values{0, 0, 0, 44, 0, 0}));
@@ -139,19 +139,19 @@ TEST_F(SessionInfoReopen, DroppingReopensTheTableToo) {
 
 TEST_F(SessionInfoReopen, DroppingATableWhoseReaderSawNoneOfItsExtraTagsClearsThemAll) {
     place(sessionFile({9, 8, 7}, {90, 80, 70}));
-    open(TABLE_FILE_READ, Tags{7});
+    open(OpenMode::read, Tags{7});
     ASSERT_EQ(si_drop(table.get()), NO_ERROR);
     EXPECT_EQ(difference(fileBytes(), sessionFile({9, 8, 7}, {0, 0, 0})), "");
 }
 
 TEST_F(SessionInfoReopen, ASecondWriterIsRefusedAndTouchesNothing) {
-    open(TABLE_FILE_WRITE);
+    open(OpenMode::write);
     const SessionInfoTablePtr other = createSessionTable(directory.root());
-    EXPECT_EQ(si_init(other.get(), TABLE_FILE_WRITE), FILE_OPEN_ERROR);
-    EXPECT_EQ(si_init(other.get(), TABLE_FILE_CREATE), FILE_OPEN_ERROR);
+    EXPECT_EQ(si_init(other.get(), OpenMode::write), FILE_OPEN_ERROR);
+    EXPECT_EQ(si_init(other.get(), OpenMode::create), FILE_OPEN_ERROR);
     EXPECT_EQ(difference(fileBytes(), whole), "");
     ASSERT_EQ(writeValues(table.get(), {3}, {33}), NO_ERROR);
 }
 
 }  // namespace
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

@@ -10,7 +10,7 @@
 #include "tests/support/debug_log.h"
 #include "tests/support/fault_platform.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 namespace {
 
 const Values someValues = {20, 10, 30, 40, 50, 60};
@@ -23,7 +23,7 @@ class SessionInfoReplica : public SessionInfoTest {
             std::filesystem::create_directory(directory.file(name));
         }
         place(whole);
-        open(TABLE_FILE_WRITE);
+        open(OpenMode::write);
     }
     // Path of the file with this index, 0 = master.
     std::string pathOf(int index) const {
@@ -35,7 +35,7 @@ class SessionInfoReplica : public SessionInfoTest {
         const auto index = static_cast<std::int32_t>(storage->files.size());
         writeFile(pathOf(index), fileBytes());
         TableFile* file = nullptr;
-        ASSERT_EQ(tableFileOpen(&file, pathOf(index).c_str(), TABLE_FILE_WRITE, nullptr), NO_ERROR);
+        ASSERT_EQ(tableFileOpen(&file, pathOf(index).c_str(), OpenMode::write, nullptr), NO_ERROR);
         storage->files.push_back(file);
         storage->activeIndexes.push_back(index);
         storage->activeCount += 1;
@@ -52,7 +52,7 @@ class SessionInfoReplica : public SessionInfoTest {
         writeFile(pathOf(1), bytes);
         TableFile* file = nullptr;
         const ErrorCode code =
-            tsX_openReplica(table->storage.get(), &file, pathOf(1).c_str(), TABLE_FILE_WRITE, &masterSize);
+            tsX_openReplica(table->storage.get(), &file, pathOf(1).c_str(), OpenMode::write, &masterSize);
         *isOpen = file != nullptr;
         if (file != nullptr) {
             EXPECT_EQ(tableFileClose(file), NO_ERROR);
@@ -154,7 +154,7 @@ TEST_F(SessionInfoReplica, WithEveryFileFailingTheLastFailuresCodeStands) {
     }
     EXPECT_EQ(log.warnings(), (Lines{closedWarning(0, VSEEK_ERROR), closedWarning(0, FILE_FLUSH_ERROR)}));
 
-    open(TABLE_FILE_WRITE);
+    open(OpenMode::write);
     addReplica();
     tableFileSetRangeStart(table->storage->files[1], 100);
     log.clear();
@@ -245,4 +245,4 @@ TEST_F(SessionInfoReplica, AnEmptyReplicaBesideAMasterWithValuesIsUnrecoverable)
 }
 
 }  // namespace
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

@@ -9,13 +9,13 @@
 #include "tests/sessioninfo/session_info_fixture.h"
 #include "tests/support/fault_platform.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 namespace {
 
 class SessionInfoValues : public SessionInfoTest {
   protected:
     void SetUp() override {
-        open(TABLE_FILE_WRITE);
+        open(OpenMode::write);
         ASSERT_EQ(writeValues(table.get(), defaultTags, start), NO_ERROR);
     }
     const Values start = {20, 10, 30, 40, 50, 60};
@@ -26,7 +26,7 @@ TEST_F(SessionInfoValues, AWriteSetsTheGivenTagsAndKeepsTheOthers) {
     const Values expected = {-2, 10, 30, -4, 50, 60};
     EXPECT_EQ(readValues(table.get(), defaultTags), expected);
     EXPECT_EQ(fileValues(), expected) << "the file holds it when the write returns";
-    open(TABLE_FILE_READ);
+    open(OpenMode::read);
     EXPECT_EQ(readValues(table.get(), defaultTags), expected);
 }
 
@@ -49,7 +49,7 @@ TEST_F(SessionInfoValues, AWriteWithAnUnknownTagLeavesTheOldValueOfTheKnownOne) 
 TEST_F(SessionInfoValues, AnUnknownTagInAReadIsNoDataAndTheCallersArrayStays) {
     EXPECT_EQ(readCode(table.get(), {1, 99}), NO_DATA_ERROR);
     EXPECT_EQ(readCode(table.get(), {99}), NO_DATA_ERROR);
-    open(TABLE_FILE_READ);
+    open(OpenMode::read);
     EXPECT_EQ(readCode(table.get(), {1, 99}), NO_DATA_ERROR);
     EXPECT_EQ(readCode(table.get(), {0}), NO_DATA_ERROR) << "slots behind the last tag are 0 but no tag";
 }
@@ -125,7 +125,7 @@ TEST_F(SessionInfoValues, TheFirstWriteOfTheWidestTableIsOneCallToo) {
     const Tags tags = tagsUpTo(MAX_SESSION_INFO_TAGS);
     table.reset();
     std::filesystem::remove(path);
-    open(TABLE_FILE_WRITE, tags);
+    open(OpenMode::write, tags);
     FaultPlatform platform;
     ASSERT_EQ(writeValues(table.get(), {32}, {1}), NO_ERROR);
     ASSERT_EQ(platform.count(FileCall::writeAt), 1);
@@ -185,7 +185,7 @@ TEST_F(SessionInfoValues, DroppingSetsEveryValueToZeroAndKeepsTheFile) {
 
 TEST_F(SessionInfoValues, DroppingClearsStoredTagsThatAreNotConfiguredToo) {
     table.reset();
-    open(TABLE_FILE_WRITE, Tags{4});
+    open(OpenMode::write, Tags{4});
     ASSERT_EQ(si_drop(table.get()), NO_ERROR);
     EXPECT_EQ(fileValues(), Values(6, 0));
 }
@@ -199,4 +199,4 @@ TEST_F(SessionInfoValues, DroppingIsOneWriteCallAndReturnsWhatTheWriteReturns) {
 }
 
 }  // namespace
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

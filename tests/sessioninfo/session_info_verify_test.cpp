@@ -12,7 +12,7 @@
 #include "tests/sessioninfo/session_info_fixture.h"
 #include "tests/support/debug_log.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 namespace {
 
 constexpr std::size_t headerSizeOffset = 15;
@@ -27,7 +27,7 @@ class SessionInfoVerify : public SessionInfoTest {
     // Both ways of opening refuse the file with the code and leave it alone.
     void expectRefused(const Bytes& file, ErrorCode code, const std::string& what,
                        const std::optional<Tags>& tags = std::nullopt) {
-        for (const std::int32_t mode : {TABLE_FILE_READ, TABLE_FILE_WRITE}) {
+        for (const OpenMode mode : {OpenMode::read, OpenMode::write}) {
             place(file);
             EXPECT_EQ(init(mode, tags), code) << what << ", mode " << mode;
             EXPECT_EQ(difference(fileBytes(), file), "") << what << ", mode " << mode;
@@ -105,7 +105,7 @@ TEST_F(SessionInfoVerify, AFileThatEndsWithinTheGenericHeaderIsAFileSizeError) {
         expectRefused(cutTo(whole, length), FILE_SIZE_ERROR, "cut to " + std::to_string(length));
     }
     place({});
-    EXPECT_EQ(init(TABLE_FILE_READ), FILE_SIZE_ERROR) << "an empty file";
+    EXPECT_EQ(init(OpenMode::read), FILE_SIZE_ERROR) << "an empty file";
     EXPECT_TRUE(fileBytes().empty());
 }
 
@@ -117,7 +117,7 @@ TEST_F(SessionInfoVerify, AWrongGenericHeaderIsRefused) {
 
 TEST_F(SessionInfoVerify, AConfiguredTagThatTheFileLacksIsNamedAndRefused) {
     const Tags tags = {1, 99, 2, 98};
-    for (const std::int32_t mode : {TABLE_FILE_READ, TABLE_FILE_WRITE}) {
+    for (const OpenMode mode : {OpenMode::read, OpenMode::write}) {
         place(whole);
         log.clear();
         EXPECT_EQ(init(mode, tags), CONFIG_MISMATCH_ERROR);
@@ -139,20 +139,20 @@ TEST_F(SessionInfoVerify, ATagBehindTheStoredCountIsMissing) {
 
 TEST_F(SessionInfoVerify, ASupersetWhoseOpenFailsInTheEndLeavesTheConfiguredTags) {
     place(cutTo(whole, 90));
-    EXPECT_EQ(init(TABLE_FILE_READ, Tags{3, 1}), FILE_READ_ERROR);
+    EXPECT_EQ(init(OpenMode::read, Tags{3, 1}), FILE_READ_ERROR);
     EXPECT_EQ(tagsOf(table.get()), (Tags{3, 1}));
     place(whole);
-    EXPECT_EQ(si_init(table.get(), TABLE_FILE_READ), NO_ERROR) << "the same table opens when the file is whole";
+    EXPECT_EQ(si_init(table.get(), OpenMode::read), NO_ERROR) << "the same table opens when the file is whole";
     EXPECT_EQ(tagsOf(table.get()), defaultTags);
     EXPECT_EQ(readValues(table.get(), {2, 6}), (Values{20, 60}));
 }
 
 TEST_F(SessionInfoVerify, OpenedAgainOnAnotherFileTheConfiguredTagsCountAndNotTheAdoptedOnes) {
     place(whole);
-    ASSERT_EQ(init(TABLE_FILE_WRITE, Tags{3, 1}), NO_ERROR);
+    ASSERT_EQ(init(OpenMode::write, Tags{3, 1}), NO_ERROR);
     ASSERT_EQ(si_uninit(table.get()), NO_ERROR);
     std::filesystem::remove(path);
-    ASSERT_EQ(si_init(table.get(), TABLE_FILE_WRITE), NO_ERROR);
+    ASSERT_EQ(si_init(table.get(), OpenMode::write), NO_ERROR);
     EXPECT_EQ(difference(fileBytes(), sessionFile({3, 1}, {})), "");
     EXPECT_EQ(readValues(table.get(), {3, 1}), (Values{0, 0}));
 }
@@ -160,7 +160,7 @@ TEST_F(SessionInfoVerify, OpenedAgainOnAnotherFileTheConfiguredTagsCountAndNotTh
 TEST_F(SessionInfoVerify, VerifyingGivesFileSizeErrorForEveryOtherLengthAlsoForThatOfTheHeader) {
     for (const std::size_t length : {68U, 69U, 115U, 117U, 200U}) {
         place(whole);
-        open(TABLE_FILE_READ, Tags{1});
+        open(OpenMode::read, Tags{1});
         place(cutTo(whole, length));
         const ByteStreamPtr stream(byteStream_create(256));
         const Bytes bytes = fileBytes();
@@ -174,7 +174,7 @@ TEST_F(SessionInfoVerify, VerifyingGivesFileSizeErrorForEveryOtherLengthAlsoForT
 
 TEST_F(SessionInfoVerify, LoadingAFileWithoutATypeRecordIsAFileSizeError) {
     place(whole);
-    open(TABLE_FILE_READ);
+    open(OpenMode::read);
     const ByteStreamPtr stream(byteStream_create(256));
     byteStream_putBytes(stream.get(), whole.data(), static_cast<std::int32_t>(whole.size()));
     EXPECT_EQ(siX_load(table.get(), table->storage->files[0], stream.get(), 116), FILE_SIZE_ERROR);
@@ -186,10 +186,10 @@ TEST_F(SessionInfoVerify, LoadingAFileWithoutATypeRecordIsAFileSizeError) {
 
 TEST_F(SessionInfoVerify, TheFifthOperationDoesNothing) {
     place(whole);
-    open(TABLE_FILE_READ);
+    open(OpenMode::read);
     EXPECT_EQ(siX_noop(table.get()), NO_ERROR);
     EXPECT_EQ(table->storage->ops.opened(table.get(), nullptr, -1, -1, -1), NO_ERROR);
 }
 
 }  // namespace
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

@@ -11,7 +11,7 @@
 #include "tests/support/allocation_failure.h"
 #include "tests/support/bytes.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 namespace {
 
 const char* const twoTags =
@@ -94,4 +94,4 @@ TEST(TypeRecord, ThatFindsNoRoomIsAStreamExtensionError) {
 }
 
 }  // namespace
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

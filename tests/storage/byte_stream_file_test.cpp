@@ -13,14 +13,14 @@
 #include "tests/support/log_capture.h"
 #include "tests/support/temporary_directory.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 namespace {
 
 class ByteStreamFile : public ::testing::Test {
   protected:
     void SetUp() override {
         writeFile(path, content);
-        file = openTableFile(path, TABLE_FILE_WRITE);
+        file = openTableFile(path, OpenMode::write);
     }
     std::string unreadHex() const {
         return toHex({byteStream_readPointer(stream.get()), static_cast<std::size_t>(byteStream_unread(stream.get()))});
@@ -53,7 +53,7 @@ TEST_F(ByteStreamFile, AStreamThatHoldsAnErrorWritesNothingAndReturnsIt) {
 
 TEST_F(ByteStreamFile, WritingHandsOutTheFilesCode) {
     byteStream_putBytes(stream.get(), "abc", 3);
-    const TableFilePtr reader = openTableFile(path, TABLE_FILE_READ);
+    const TableFilePtr reader = openTableFile(path, OpenMode::read);
     EXPECT_EQ(byteStream_writeToFile(stream.get(), reader.get()), READ_ONLY_ERROR);
     EXPECT_EQ(byteStream_writeToFile(stream.get(), nullptr), NULL_POINTER_ERROR);
     EXPECT_EQ(byteStream_writeToFile(nullptr, file.get()), NULL_POINTER_ERROR);
@@ -167,4 +167,4 @@ TEST_F(ByteStreamFile, ReadingAtAnOffsetReportsWhatFails) {
 }
 
 }  // namespace
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

@@ -8,7 +8,7 @@
 #include "storage/table_storage.h"
 #include "tests/support/bytes.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 
 struct FakeOwner {
     // The table-specific header that a new file gets: with the 19 generic bytes it makes a header of 40.
@@ -90,4 +90,4 @@ inline Bytes fakeTable(std::int32_t headerSize, std::size_t records) {
     return bytes;
 }
 
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

@@ -8,7 +8,7 @@
 #include "tests/support/debug_log.h"
 #include "tests/support/log_capture.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 namespace {
 
 // "KestrovaDb", little-endian, 5.800, header size 140.
@@ -125,4 +125,4 @@ TEST_F(GenericHeader, ChecksGoSignatureByteOrderVersionSize) {
 }
 
 }  // namespace
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

@@ -9,7 +9,7 @@
 #include "storage/table_file.h"
 #include "tests/support/bytes.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 
 struct TableFileCloser {
     void operator()(TableFile* file) const noexcept {
@@ -21,7 +21,7 @@ struct TableFileCloser {
 using TableFilePtr = std::unique_ptr<TableFile, TableFileCloser>;
 
 // The open file, or null with a failed expectation.
-inline TableFilePtr openTableFile(const std::string& path, std::int32_t mode) {
+inline TableFilePtr openTableFile(const std::string& path, OpenMode mode) {
     TableFile* file = nullptr;
     EXPECT_EQ(tableFileOpen(&file, path.c_str(), mode, nullptr), NO_ERROR) << path << " in mode " << mode;
     return TableFilePtr(file);
@@ -54,4 +54,4 @@ inline std::string hexOf(const Bytes& bytes, std::size_t start, std::size_t leng
     return toHex(std::span(bytes).subspan(start, length));
 }
 
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

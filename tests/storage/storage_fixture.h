@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "core/handle.h"
 #include "storage/table_storage.h"
 #include "tests/storage/fake_owner.h"
 #include "tests/support/bytes.h"
@@ -15,12 +16,9 @@
 #include "tests/support/log_capture.h"
 #include "tests/support/temporary_directory.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 
-struct StorageDeleter {
-    void operator()(TableStorage* storage) const noexcept { tableStorage_destroy(storage); }
-};
-using StoragePtr = std::unique_ptr<TableStorage, StorageDeleter>;
+using StoragePtr = Handle<TableStorage, tableStorage_destroy>;
 
 // A pointer as %p prints it.
 inline std::string pointerText(const void* pointer) {
@@ -42,11 +40,11 @@ class StorageFixture : public ::testing::Test {
         }
         return StoragePtr(tableStorage_create(fakeOwnerOps(), &owner, config));
     }
-    ErrorCode init(std::int32_t mode) { return tableStorage_init(storage.get(), mode); }
+    ErrorCode init(OpenMode mode) { return tableStorage_init(storage.get(), mode); }
     // Whether a writer can have the file: nobody else holds it.
     bool isFree() const {
         TableFile* file = nullptr;
-        if (tableFileOpen(&file, path.c_str(), TABLE_FILE_WRITE, nullptr) != NO_ERROR) {
+        if (tableFileOpen(&file, path.c_str(), OpenMode::write, nullptr) != NO_ERROR) {
             return false;
         }
         tableFileClose(file);
@@ -60,4 +58,4 @@ class StorageFixture : public ::testing::Test {
     StoragePtr storage;
 };
 
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

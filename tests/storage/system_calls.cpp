@@ -6,31 +6,31 @@
 
 #include <cerrno>
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 
 SystemCalls systemCalls;
 
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test
 
 // The C library's functions of these names are replaced for this test program.
 extern "C" {
 
 int flock(int descriptor, int operation) noexcept {
-    if ((operation & LOCK_UN) == 0 && tabulo::test::systemCalls.lockError != 0) {
-        errno = tabulo::test::systemCalls.lockError;
+    if ((operation & LOCK_UN) == 0 && tabulo::internal::test::systemCalls.lockError != 0) {
+        errno = tabulo::internal::test::systemCalls.lockError;
         return -1;
     }
     return static_cast<int>(::syscall(SYS_flock, descriptor, operation));
 }
 
 int fdatasync(int descriptor) {
-    tabulo::test::systemCalls.dataSyncs += 1;
-    tabulo::test::systemCalls.lastSynced = descriptor;
+    tabulo::internal::test::systemCalls.dataSyncs += 1;
+    tabulo::internal::test::systemCalls.lastSynced = descriptor;
     return static_cast<int>(::syscall(SYS_fdatasync, descriptor));
 }
 
 int fsync(int descriptor) {
-    tabulo::test::systemCalls.fullSyncs += 1;
+    tabulo::internal::test::systemCalls.fullSyncs += 1;
     return static_cast<int>(::syscall(SYS_fsync, descriptor));
 }
 }

@@ -1,7 +1,7 @@
 // Stands between the library and three system calls that a test cannot make fail, or see, by ordinary means.
 #pragma once
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 
 struct SystemCalls {
     int lockError = 0;    // flock fails with this error number when it asks for a lock
@@ -20,4 +20,4 @@ struct SystemCallsGuard {
     SystemCallsGuard& operator=(const SystemCallsGuard&) = delete;
 };
 
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

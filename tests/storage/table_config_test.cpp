@@ -1,3 +1,4 @@
+#include "core/handle.h"
 #include "storage/table_config.h"
 
 #include <gtest/gtest.h>
@@ -10,13 +11,10 @@
 #include "tests/support/debug_log.h"
 #include "tests/support/log_capture.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 namespace {
 
-struct ConfigDeleter {
-    void operator()(KSVTboTableConfig* config) const noexcept { tableConfig_destroy(config); }
-};
-using ConfigPtr = std::unique_ptr<KSVTboTableConfig, ConfigDeleter>;
+using ConfigPtr = Handle<KSVTboTableConfig, tableConfig_destroy>;
 
 ConfigPtr makeConfig(const char* name = "orders", std::int32_t pathCount = 1) {
     return ConfigPtr(tableConfig_create(name, pathCount));
@@ -306,4 +304,4 @@ TEST(TableConfig, PrintsNoneAndTextsWithPercentSigns) {
 }
 
 }  // namespace
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

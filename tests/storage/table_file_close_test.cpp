@@ -10,14 +10,14 @@
 #include "tests/support/log_capture.h"
 #include "tests/support/temporary_directory.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 namespace {
 
 class TableFileClosing : public ::testing::Test {
   protected:
     void SetUp() override {
         writeFile(path, pattern(100));
-        ASSERT_EQ(tableFileOpen(&file, path.c_str(), TABLE_FILE_WRITE, nullptr), NO_ERROR);
+        ASSERT_EQ(tableFileOpen(&file, path.c_str(), OpenMode::write, nullptr), NO_ERROR);
         closingLine = debugLine("tableFileClose", "closing file (fd=" + std::to_string(file->stream.descriptor) + ")");
         log.clear();
     }
@@ -65,7 +65,7 @@ TEST_F(TableFileClosing, AFailedCloseReleasesTheLock) {
     platform.failAll(FileCall::close, EIO);
     ASSERT_EQ(tableFileClose(file), SYSTEM_FILE_ERROR);
     platform.clear();
-    openTableFile(path, TABLE_FILE_WRITE).reset();
+    openTableFile(path, OpenMode::write).reset();
     EXPECT_EQ(tableFileClose(file), NO_ERROR);
 }
 
@@ -98,4 +98,4 @@ TEST_F(TableFileClosing, AfterAFailedCloseEveryOtherOperationIsRefused) {
 }
 
 }  // namespace
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

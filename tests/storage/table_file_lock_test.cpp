@@ -17,11 +17,11 @@
 #include "tests/support/log_capture.h"
 #include "tests/support/temporary_directory.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 namespace {
 
 // The code of opening in this process; a file that opens is closed again.
-ErrorCode tryOpen(const std::string& path, std::int32_t mode) {
+ErrorCode tryOpen(const std::string& path, OpenMode mode) {
     TableFile* file = nullptr;
     const ErrorCode code = tableFileOpen(&file, path.c_str(), mode, nullptr);
     if (code == NO_ERROR) {
@@ -31,7 +31,7 @@ ErrorCode tryOpen(const std::string& path, std::int32_t mode) {
 }
 
 // The code of opening in another process.
-ErrorCode tryOpenElsewhere(const std::string& path, std::int32_t mode) {
+ErrorCode tryOpenElsewhere(const std::string& path, OpenMode mode) {
     return runInChild([&] { return tryOpen(path, mode); });
 }
 
@@ -45,11 +45,11 @@ class TableFileLock : public ::testing::Test {
 };
 
 TEST_F(TableFileLock, ASecondWriterInAnotherProcessIsRefusedAndTheFileUntouched) {
-    const TableFilePtr writer = openTableFile(path, TABLE_FILE_WRITE);
+    const TableFilePtr writer = openTableFile(path, OpenMode::write);
     struct stat before {};
     ASSERT_EQ(::stat(path.c_str(), &before), 0);
-    EXPECT_EQ(tryOpenElsewhere(path, TABLE_FILE_WRITE), FILE_OPEN_ERROR);
-    EXPECT_EQ(tryOpenElsewhere(path, TABLE_FILE_CREATE), FILE_OPEN_ERROR);
+    EXPECT_EQ(tryOpenElsewhere(path, OpenMode::write), FILE_OPEN_ERROR);
+    EXPECT_EQ(tryOpenElsewhere(path, OpenMode::create), FILE_OPEN_ERROR);
     struct stat after {};
     ASSERT_EQ(::stat(path.c_str(), &after), 0);
     EXPECT_EQ(after.st_mtim.tv_sec, before.st_mtim.tv_sec);
@@ -73,7 +73,7 @@ TEST_F(TableFileLock, ANewFileThatAnotherWriterWasFasterToLockStaysThatWriters) 
     FilePlatform platform = filePlatform_system();
     platform.lock = lockBehindAnotherWriter;
     const FilePlatform* previous = filePlatform_install(&platform);
-    const ErrorCode code = tryOpen(contested, TABLE_FILE_WRITE);
+    const ErrorCode code = tryOpen(contested, OpenMode::write);
     filePlatform_install(previous);
     EXPECT_EQ(code, FILE_OPEN_ERROR);
     EXPECT_EQ(::write(anotherWriter, "kept", 4), 4);
@@ -83,58 +83,58 @@ TEST_F(TableFileLock, ANewFileThatAnotherWriterWasFasterToLockStaysThatWriters) 
 }
 
 TEST_F(TableFileLock, ASecondWriterInTheSameProcessIsRefusedWithOneWarning) {
-    const TableFilePtr writer = openTableFile(path, TABLE_FILE_CREATE);
+    const TableFilePtr writer = openTableFile(path, OpenMode::create);
     ASSERT_EQ(writeBytes(writer, pattern(50)), NO_ERROR);
     ASSERT_EQ(tableFileFlush(writer.get()), NO_ERROR);
     const std::vector<std::string> expected = {
         warningLine("tableFileOpen", "fopen() failed: Resource temporarily unavailable")};
-    EXPECT_EQ(tryOpen(path, TABLE_FILE_WRITE), FILE_OPEN_ERROR);
+    EXPECT_EQ(tryOpen(path, OpenMode::write), FILE_OPEN_ERROR);
     EXPECT_EQ(log.all(), expected);
-    EXPECT_EQ(tryOpen(path, TABLE_FILE_CREATE), FILE_OPEN_ERROR);
+    EXPECT_EQ(tryOpen(path, OpenMode::create), FILE_OPEN_ERROR);
     EXPECT_EQ(toHex(readFile(path)), toHex(pattern(50)));
 }
 
 TEST_F(TableFileLock, ReadersComeInBesideAWriterAndAWriterBesideReaders) {
-    const TableFilePtr before = openTableFile(path, TABLE_FILE_READ);
-    const TableFilePtr writer = openTableFile(path, TABLE_FILE_WRITE);
-    EXPECT_EQ(tryOpenElsewhere(path, TABLE_FILE_READ), NO_ERROR);
-    const TableFilePtr after = openTableFile(path, TABLE_FILE_READ);
+    const TableFilePtr before = openTableFile(path, OpenMode::read);
+    const TableFilePtr writer = openTableFile(path, OpenMode::write);
+    EXPECT_EQ(tryOpenElsewhere(path, OpenMode::read), NO_ERROR);
+    const TableFilePtr after = openTableFile(path, OpenMode::read);
     EXPECT_EQ(readHex(after, 3), hexOf(pattern(100), 0, 3));
 }
 
 TEST_F(TableFileLock, AReaderTakesNoLock) {
     FaultPlatform platform;
-    const TableFilePtr reader = openTableFile(path, TABLE_FILE_READ);
+    const TableFilePtr reader = openTableFile(path, OpenMode::read);
     EXPECT_EQ(platform.count(FileCall::lock), 0);
-    EXPECT_EQ(tryOpenElsewhere(path, TABLE_FILE_WRITE), NO_ERROR);
+    EXPECT_EQ(tryOpenElsewhere(path, OpenMode::write), NO_ERROR);
 }
 
 TEST_F(TableFileLock, AReaderThatClosesInTheWritersProcessDoesNotReleaseTheWritersLock) {
-    const TableFilePtr writer = openTableFile(path, TABLE_FILE_WRITE);
-    openTableFile(path, TABLE_FILE_READ).reset();
+    const TableFilePtr writer = openTableFile(path, OpenMode::write);
+    openTableFile(path, OpenMode::read).reset();
     ::close(::open(path.c_str(), O_RDONLY));
-    EXPECT_EQ(tryOpenElsewhere(path, TABLE_FILE_WRITE), FILE_OPEN_ERROR);
+    EXPECT_EQ(tryOpenElsewhere(path, OpenMode::write), FILE_OPEN_ERROR);
 }
 
 TEST_F(TableFileLock, AClosedFileIsFreeForTheNextWriter) {
-    openTableFile(path, TABLE_FILE_WRITE).reset();
-    EXPECT_EQ(tryOpenElsewhere(path, TABLE_FILE_WRITE), NO_ERROR);
+    openTableFile(path, OpenMode::write).reset();
+    EXPECT_EQ(tryOpenElsewhere(path, OpenMode::write), NO_ERROR);
 }
 
 TEST_F(TableFileLock, AClosedFileIsFreeThoughAForkedChildStillHoldsTheDescriptor) {
-    TableFilePtr writer = openTableFile(path, TABLE_FILE_WRITE);
+    TableFilePtr writer = openTableFile(path, OpenMode::write);
     const ProcessSignal go;
     ChildProcess child([&] { return go.await() ? 0 : 1; });
-    EXPECT_EQ(tryOpenElsewhere(path, TABLE_FILE_WRITE), FILE_OPEN_ERROR);
+    EXPECT_EQ(tryOpenElsewhere(path, OpenMode::write), FILE_OPEN_ERROR);
     writer.reset();
-    EXPECT_EQ(tryOpenElsewhere(path, TABLE_FILE_WRITE), NO_ERROR) << "the child keeps the lock";
+    EXPECT_EQ(tryOpenElsewhere(path, OpenMode::write), NO_ERROR) << "the child keeps the lock";
     go.raise();
     EXPECT_EQ(child.wait(), 0);
 }
 
 TEST_F(TableFileLock, TheLockIsReleasedBeforeTheDescriptorIsClosed) {
     FaultPlatform platform;
-    TableFilePtr writer = openTableFile(path, TABLE_FILE_WRITE);
+    TableFilePtr writer = openTableFile(path, OpenMode::write);
     platform.clear();
     writer.reset();
     EXPECT_EQ(platform.sequence(), "unlock close");
@@ -146,7 +146,7 @@ TEST_F(TableFileLock, AProgramThatTheWriterStartedDoesNotHoldTheLockOfAKilledWri
     ASSERT_EQ(::pipe2(ids, O_CLOEXEC), 0);
     ChildProcess writer([&] {
         TableFile* file = nullptr;
-        if (tableFileOpen(&file, path.c_str(), TABLE_FILE_WRITE, nullptr) != NO_ERROR) {
+        if (tableFileOpen(&file, path.c_str(), OpenMode::write, nullptr) != NO_ERROR) {
             return 1;
         }
         int execed[2] = {-1, -1};
@@ -173,10 +173,10 @@ TEST_F(TableFileLock, AProgramThatTheWriterStartedDoesNotHoldTheLockOfAKilledWri
     ASSERT_TRUE(started.await());
     pid_t program = -1;
     ASSERT_EQ(::read(ids[0], &program, sizeof program), static_cast<ssize_t>(sizeof program));
-    EXPECT_EQ(tryOpen(path, TABLE_FILE_WRITE), FILE_OPEN_ERROR);
+    EXPECT_EQ(tryOpen(path, OpenMode::write), FILE_OPEN_ERROR);
     writer.kill();
     EXPECT_EQ(::kill(program, 0), 0) << "the program must still run for this test to mean something";
-    EXPECT_EQ(tryOpen(path, TABLE_FILE_WRITE), NO_ERROR) << "the started program inherited the lock";
+    EXPECT_EQ(tryOpen(path, OpenMode::write), NO_ERROR) << "the started program inherited the lock";
     ::kill(program, SIGKILL);
     ::close(ids[0]);
     ::close(ids[1]);
@@ -186,7 +186,7 @@ TEST_F(TableFileLock, AKilledWriterLeavesTheFileFree) {
     const ProcessSignal opened;
     ChildProcess writer([&] {
         TableFile* file = nullptr;
-        if (tableFileOpen(&file, path.c_str(), TABLE_FILE_WRITE, nullptr) != NO_ERROR) {
+        if (tableFileOpen(&file, path.c_str(), OpenMode::write, nullptr) != NO_ERROR) {
             return 1;
         }
         opened.raise();
@@ -194,18 +194,18 @@ TEST_F(TableFileLock, AKilledWriterLeavesTheFileFree) {
         return 0;
     });
     ASSERT_TRUE(opened.await());
-    EXPECT_EQ(tryOpen(path, TABLE_FILE_WRITE), FILE_OPEN_ERROR);
+    EXPECT_EQ(tryOpen(path, OpenMode::write), FILE_OPEN_ERROR);
     EXPECT_EQ(writer.kill(), 256 + SIGKILL);
-    EXPECT_EQ(tryOpen(path, TABLE_FILE_WRITE), NO_ERROR);
+    EXPECT_EQ(tryOpen(path, OpenMode::write), NO_ERROR);
 }
 
 TEST_F(TableFileLock, AFileSystemWithoutLocksGoesOnUnlocked) {
     const SystemCallsGuard guard;
     for (const int error : {ENOLCK, EOPNOTSUPP, ENOSYS}) {
         systemCalls.lockError = error;
-        EXPECT_EQ(tryOpen(path, TABLE_FILE_WRITE), NO_ERROR) << "flock fails with " << error;
+        EXPECT_EQ(tryOpen(path, OpenMode::write), NO_ERROR) << "flock fails with " << error;
     }
-    EXPECT_EQ(tryOpen(path, TABLE_FILE_CREATE), NO_ERROR);
+    EXPECT_EQ(tryOpen(path, OpenMode::create), NO_ERROR);
     EXPECT_EQ(readFile(path).size(), 0U);
 }
 
@@ -213,20 +213,20 @@ TEST_F(TableFileLock, AnyOtherLockErrorIsAFailedOpenThatTouchesNothing) {
     const SystemCallsGuard guard;
     for (const int error : {EWOULDBLOCK, EIO, EINVAL, EBADF, ENOMEM}) {
         systemCalls.lockError = error;
-        EXPECT_EQ(tryOpen(path, TABLE_FILE_WRITE), FILE_OPEN_ERROR) << "flock fails with " << error;
-        EXPECT_EQ(tryOpen(path, TABLE_FILE_CREATE), FILE_OPEN_ERROR) << "flock fails with " << error;
+        EXPECT_EQ(tryOpen(path, OpenMode::write), FILE_OPEN_ERROR) << "flock fails with " << error;
+        EXPECT_EQ(tryOpen(path, OpenMode::create), FILE_OPEN_ERROR) << "flock fails with " << error;
     }
     EXPECT_EQ(toHex(readFile(path)), toHex(pattern(100)));
-    EXPECT_EQ(tryOpen(path, TABLE_FILE_READ), NO_ERROR) << "a reader does not ask for a lock";
+    EXPECT_EQ(tryOpen(path, OpenMode::read), NO_ERROR) << "a reader does not ask for a lock";
 }
 
 TEST_F(TableFileLock, ARefusedWriterLeaksNoDescriptor) {
     FaultPlatform platform;
     platform.failAll(FileCall::lock, EWOULDBLOCK);
-    EXPECT_EQ(tryOpen(path, TABLE_FILE_WRITE), FILE_OPEN_ERROR);
+    EXPECT_EQ(tryOpen(path, OpenMode::write), FILE_OPEN_ERROR);
     EXPECT_EQ(platform.count(FileCall::close), platform.count(FileCall::lock));
     EXPECT_EQ(platform.count(FileCall::truncate), 0);
 }
 
 }  // namespace
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

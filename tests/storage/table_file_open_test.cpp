@@ -14,12 +14,12 @@
 #include "tests/support/log_capture.h"
 #include "tests/support/temporary_directory.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 namespace {
 
 class TableFileOpening : public ::testing::Test {
   protected:
-    ErrorCode open(std::int32_t mode) { return tableFileOpen(&file, path.c_str(), mode, &created); }
+    ErrorCode open(OpenMode mode) { return tableFileOpen(&file, path.c_str(), mode, &created); }
     void TearDown() override {
         if (file != nullptr) {
             EXPECT_EQ(tableFileClose(file), NO_ERROR);
@@ -35,7 +35,7 @@ class TableFileOpening : public ::testing::Test {
 TEST_F(TableFileOpening, ForReadingAMissingFileFailsWithAWarningAndCreatesNothing) {
     const LogCapture log;
     created = true;
-    EXPECT_EQ(open(TABLE_FILE_READ), FILE_OPEN_ERROR);
+    EXPECT_EQ(open(OpenMode::read), FILE_OPEN_ERROR);
     EXPECT_EQ(file, nullptr);
     EXPECT_FALSE(created);
     EXPECT_FALSE(std::filesystem::exists(path));
@@ -46,9 +46,9 @@ TEST_F(TableFileOpening, ForReadingAMissingFileFailsWithAWarningAndCreatesNothin
 TEST_F(TableFileOpening, ForWritingAMissingFileIsCreatedAndReported) {
     const LogCapture log;
     const DebugLog debug;
-    ASSERT_EQ(open(TABLE_FILE_WRITE), NO_ERROR);
+    ASSERT_EQ(open(OpenMode::write), NO_ERROR);
     EXPECT_TRUE(created);
-    EXPECT_EQ(tableFileGetMode(file), TABLE_FILE_CREATE) << "a created file has mode 2";
+    EXPECT_EQ(tableFileGetMode(file), OpenMode::create) << "a created file has mode 2";
     EXPECT_TRUE(std::filesystem::exists(path));
     EXPECT_TRUE(log.all().empty());
     const std::string descriptor = std::to_string(file->stream.descriptor);
@@ -64,9 +64,9 @@ TEST_F(TableFileOpening, ForWritingAnExistingFileKeepsItsContent) {
     writeFile(path, pattern(100));
     created = true;
     const DebugLog debug;
-    ASSERT_EQ(open(TABLE_FILE_WRITE), NO_ERROR);
+    ASSERT_EQ(open(OpenMode::write), NO_ERROR);
     EXPECT_FALSE(created);
-    EXPECT_EQ(tableFileGetMode(file), TABLE_FILE_WRITE);
+    EXPECT_EQ(tableFileGetMode(file), OpenMode::write);
     EXPECT_EQ(tableFileCachedSize(file), 100);
     EXPECT_EQ(toHex(readFile(path)), toHex(pattern(100)));
     EXPECT_EQ(debug.lines().size(), 2U);
@@ -74,9 +74,9 @@ TEST_F(TableFileOpening, ForWritingAnExistingFileKeepsItsContent) {
 
 TEST_F(TableFileOpening, CreatingEmptiesAnExistingFile) {
     writeFile(path, pattern(100));
-    ASSERT_EQ(open(TABLE_FILE_CREATE), NO_ERROR);
+    ASSERT_EQ(open(OpenMode::create), NO_ERROR);
     EXPECT_TRUE(created);
-    EXPECT_EQ(tableFileGetMode(file), TABLE_FILE_CREATE);
+    EXPECT_EQ(tableFileGetMode(file), OpenMode::create);
     EXPECT_EQ(tableFileCachedSize(file), 0);
     EXPECT_EQ(readFile(path).size(), 0U);
 }
@@ -84,8 +84,8 @@ TEST_F(TableFileOpening, CreatingEmptiesAnExistingFile) {
 TEST_F(TableFileOpening, ForReadingTakesTheSizeAndStartsAtZero) {
     writeFile(path, pattern(100));
     const DebugLog debug;
-    ASSERT_EQ(open(TABLE_FILE_READ), NO_ERROR);
-    EXPECT_EQ(tableFileGetMode(file), TABLE_FILE_READ);
+    ASSERT_EQ(open(OpenMode::read), NO_ERROR);
+    EXPECT_EQ(tableFileGetMode(file), OpenMode::read);
     EXPECT_EQ(file->rangeStart, 0);
     EXPECT_EQ(file->size, 100);
     EXPECT_EQ(file->physicalPos, 0);
@@ -102,20 +102,20 @@ TEST_F(TableFileOpening, ForReadingTakesTheSizeAndStartsAtZero) {
 
 TEST_F(TableFileOpening, TheFileIsClosedOnExecInEveryMode) {
     writeFile(path, pattern(10));
-    for (const std::int32_t mode : {TABLE_FILE_READ, TABLE_FILE_WRITE, TABLE_FILE_CREATE}) {
+    for (const OpenMode mode : {OpenMode::read, OpenMode::write, OpenMode::create}) {
         ASSERT_EQ(open(mode), NO_ERROR);
         EXPECT_NE(::fcntl(file->stream.descriptor, F_GETFD) & FD_CLOEXEC, 0) << "mode " << mode;
         ASSERT_EQ(tableFileClose(file), NO_ERROR);
         file = nullptr;
     }
     std::filesystem::remove(path);
-    ASSERT_EQ(open(TABLE_FILE_WRITE), NO_ERROR);
+    ASSERT_EQ(open(OpenMode::write), NO_ERROR);
     EXPECT_NE(::fcntl(file->stream.descriptor, F_GETFD) & FD_CLOEXEC, 0) << "a created file";
 }
 
 TEST_F(TableFileOpening, ADirectoryIsRefusedInEveryMode) {
     std::filesystem::create_directory(path);
-    for (const std::int32_t mode : {TABLE_FILE_READ, TABLE_FILE_WRITE, TABLE_FILE_CREATE}) {
+    for (const OpenMode mode : {OpenMode::read, OpenMode::write, OpenMode::create}) {
         const LogCapture log;
         EXPECT_EQ(open(mode), FILE_OPEN_ERROR) << "mode " << mode;
         EXPECT_EQ(file, nullptr) << "mode " << mode;
@@ -130,26 +130,26 @@ TEST_F(TableFileOpening, AnUnknownModeOrNoPathIsAWrongParameter) {
     EXPECT_EQ(open(-1), WRONG_PARAMETER_ERROR);
     EXPECT_EQ(file, nullptr) << "what stood there before must not be taken for a file";
     EXPECT_EQ(open(3), WRONG_PARAMETER_ERROR);
-    EXPECT_EQ(tableFileOpen(&file, nullptr, TABLE_FILE_CREATE, &created), WRONG_PARAMETER_ERROR);
+    EXPECT_EQ(tableFileOpen(&file, nullptr, OpenMode::create, &created), WRONG_PARAMETER_ERROR);
     EXPECT_TRUE(created) << "created tells of mode 2 even then";
-    EXPECT_EQ(tableFileOpen(&file, nullptr, TABLE_FILE_WRITE, &created), WRONG_PARAMETER_ERROR);
+    EXPECT_EQ(tableFileOpen(&file, nullptr, OpenMode::write, &created), WRONG_PARAMETER_ERROR);
     EXPECT_FALSE(created);
     EXPECT_FALSE(std::filesystem::exists(path));
     EXPECT_TRUE(log.all().empty());
 }
 
 TEST_F(TableFileOpening, WithoutAPlaceForTheFileIsANullPointer) {
-    EXPECT_EQ(tableFileOpen(nullptr, path.c_str(), TABLE_FILE_CREATE, &created), NULL_POINTER_ERROR);
+    EXPECT_EQ(tableFileOpen(nullptr, path.c_str(), OpenMode::create, &created), NULL_POINTER_ERROR);
     EXPECT_FALSE(std::filesystem::exists(path));
 }
 
 TEST_F(TableFileOpening, CreatedMayBeLeftOut) {
-    EXPECT_EQ(tableFileOpen(&file, path.c_str(), TABLE_FILE_WRITE, nullptr), NO_ERROR);
+    EXPECT_EQ(tableFileOpen(&file, path.c_str(), OpenMode::write, nullptr), NO_ERROR);
 }
 
 TEST_F(TableFileOpening, InAMissingDirectoryFailsInEveryMode) {
     const std::string inside = directory.file("missing/orders");
-    for (const std::int32_t mode : {TABLE_FILE_READ, TABLE_FILE_WRITE, TABLE_FILE_CREATE}) {
+    for (const OpenMode mode : {OpenMode::read, OpenMode::write, OpenMode::create}) {
         const LogCapture log;
         EXPECT_EQ(tableFileOpen(&file, inside.c_str(), mode, nullptr), FILE_OPEN_ERROR) << "mode " << mode;
         EXPECT_EQ(log.warnings(),
@@ -162,7 +162,7 @@ TEST_F(TableFileOpening, APathWithPercentSignsIsNoFormat) {
     const std::string odd = directory.file("100%s%n");
     const LogCapture log;
     const DebugLog debug;
-    ASSERT_EQ(tableFileOpen(&file, odd.c_str(), TABLE_FILE_CREATE, nullptr), NO_ERROR);
+    ASSERT_EQ(tableFileOpen(&file, odd.c_str(), OpenMode::create, nullptr), NO_ERROR);
     EXPECT_EQ(debug.lines()[0], debugLine("FileOpen", "opening file '" + odd + "' in mode 2 (w+b)"));
 }
 
@@ -171,7 +171,7 @@ TEST_F(TableFileOpening, ForWritingWithoutPermissionCreatesNothingAndLeavesTheFi
     FaultPlatform platform;
     platform.failAll(FileCall::open, EACCES);
     const LogCapture log;
-    EXPECT_EQ(open(TABLE_FILE_WRITE), FILE_OPEN_ERROR);
+    EXPECT_EQ(open(OpenMode::write), FILE_OPEN_ERROR);
     EXPECT_EQ(file, nullptr);
     EXPECT_EQ(platform.count(FileCall::truncate), 0);
     for (const RecordedCall& call : platform.calls(FileCall::open)) {
@@ -186,7 +186,7 @@ TEST_F(TableFileOpening, AFileThatAppearsBetweenTheTwoAttemptsIsNotEmptied) {
     FaultPlatform platform;
     platform.failNth(FileCall::open, 1, ENOENT);  // as if it had not been there a moment ago
     const LogCapture log;
-    EXPECT_EQ(open(TABLE_FILE_WRITE), FILE_OPEN_ERROR);
+    EXPECT_EQ(open(OpenMode::write), FILE_OPEN_ERROR);
     EXPECT_EQ(toHex(readFile(path)), toHex(pattern(100)));
     EXPECT_EQ(log.all(), std::vector<std::string>{warningLine("tableFileOpen", "fopen() failed: File exists")});
 }
@@ -194,7 +194,7 @@ TEST_F(TableFileOpening, AFileThatAppearsBetweenTheTwoAttemptsIsNotEmptied) {
 TEST_F(TableFileOpening, AFileIsEmptiedOnlyUnderItsLock) {
     writeFile(path, pattern(100));
     FaultPlatform platform;
-    ASSERT_EQ(open(TABLE_FILE_CREATE), NO_ERROR);
+    ASSERT_EQ(open(OpenMode::create), NO_ERROR);
     ASSERT_GE(platform.calls().size(), 3U);
     EXPECT_EQ(platform.sequence().substr(0, 18), "open lock truncate");
     EXPECT_EQ(platform.calls()[0].access, FileAccess::createOrOpen);
@@ -206,7 +206,7 @@ TEST_F(TableFileOpening, AFileThatCannotBeEmptiedIsClosedAgain) {
     FaultPlatform platform;
     platform.failNth(FileCall::truncate, 1, EIO);
     const LogCapture log;
-    EXPECT_EQ(open(TABLE_FILE_CREATE), FILE_OPEN_ERROR);
+    EXPECT_EQ(open(OpenMode::create), FILE_OPEN_ERROR);
     EXPECT_EQ(platform.count(FileCall::close), 1) << "the descriptor leaks";
     EXPECT_EQ(log.warnings(),
               std::vector<std::string>{warningLine("tableFileOpen", "fopen() failed: Input/output error")});
@@ -217,7 +217,7 @@ TEST_F(TableFileOpening, AFileWithoutAReadableSizeIsClosedAgain) {
     FaultPlatform platform;
     platform.failNth(FileCall::size, 1, EIO);
     const LogCapture log;
-    EXPECT_EQ(open(TABLE_FILE_READ), FILE_OPEN_ERROR);
+    EXPECT_EQ(open(OpenMode::read), FILE_OPEN_ERROR);
     EXPECT_EQ(platform.count(FileCall::close), 1) << "the descriptor leaks";
     EXPECT_EQ(file, nullptr);
 }
@@ -228,7 +228,7 @@ TEST_F(TableFileOpening, AnInterruptedOpenIsRepeated) {
     platform.failNth(FileCall::open, 1, EINTR);
     platform.failNth(FileCall::lock, 1, EINTR);
     platform.failNth(FileCall::size, 1, EINTR);
-    EXPECT_EQ(open(TABLE_FILE_WRITE), NO_ERROR);
+    EXPECT_EQ(open(OpenMode::write), NO_ERROR);
     EXPECT_FALSE(created);
 }
 
@@ -236,7 +236,7 @@ TEST_F(TableFileOpening, WithoutMemoryGivesOutOfMemory) {
     ErrorCode code = NO_ERROR;
     {
         const AllocationFailure failure(1);
-        code = open(TABLE_FILE_CREATE);
+        code = open(OpenMode::create);
     }
     EXPECT_EQ(code, OUT_OF_MEMORY_ERROR);
     EXPECT_EQ(file, nullptr);
@@ -267,4 +267,4 @@ TEST(TableFile, EveryOperationRefusesANullFile) {
 }
 
 }  // namespace
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

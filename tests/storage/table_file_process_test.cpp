@@ -9,7 +9,7 @@
 #include "tests/support/child_process.h"
 #include "tests/support/temporary_directory.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 namespace {
 
 constexpr int ROUNDS = 200;
@@ -24,12 +24,12 @@ class TableFileProcesses : public ::testing::Test {
     // Runs a round of the writer each time the reader waits; the reader's result is the number of the first wrong
     // round.
     void run(const std::function<bool(int)>& write, const std::function<bool(TableFile*, int)>& check) {
-        writer = openTableFile(path, TABLE_FILE_CREATE);
+        writer = openTableFile(path, OpenMode::create);
         ASSERT_EQ(writeBytes(writer, Bytes(8, 0)), NO_ERROR);
         ASSERT_EQ(tableFileFlush(writer.get()), NO_ERROR);
         ChildProcess reader([&] {
             TableFile* file = nullptr;
-            if (tableFileOpen(&file, path.c_str(), TABLE_FILE_READ, nullptr) != NO_ERROR) {
+            if (tableFileOpen(&file, path.c_str(), OpenMode::read, nullptr) != NO_ERROR) {
                 return 254;
             }
             for (int round = 1; round <= ROUNDS; ++round) {
@@ -88,4 +88,4 @@ TEST_F(TableFileProcesses, AReaderThatFollowsTheEndSeesEveryValueRewrittenInPlac
 }
 
 }  // namespace
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

@@ -10,7 +10,7 @@
 #include "tests/support/log_capture.h"
 #include "tests/support/temporary_directory.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 namespace {
 
 const std::string seekRefused = debugLine("FileRead", "fread in seek failed with code 5. Returning FILE_SEEK_ERROR");
@@ -26,7 +26,7 @@ class TableFileReading : public ::testing::Test {
   protected:
     void SetUp() override {
         writeFile(path, content);
-        file = openTableFile(path, TABLE_FILE_READ);
+        file = openTableFile(path, OpenMode::read);
     }
 
     ErrorCode read(std::int64_t length) { return tableFileRead(file.get(), buffer.data(), length, &count); }
@@ -156,7 +156,7 @@ TEST_F(TableFileReading, AForwardMoveOf4095BytesReadsAndOf4096BytesSeeks) {
     ASSERT_EQ(platform.count(FileCall::readAt), 2);
     EXPECT_EQ(platform.calls(FileCall::readAt)[1].offset, 4096) << "the gap is read, from where the buffer ended";
 
-    const TableFilePtr other = openTableFile(path, TABLE_FILE_READ);
+    const TableFilePtr other = openTableFile(path, OpenMode::read);
     platform.clear();
     ASSERT_EQ(readHex(other, 10), hexOf(content, 0, 10));
     ASSERT_EQ(tableFileSeekCur(other.get(), 4096), NO_ERROR);
@@ -173,7 +173,7 @@ TEST_F(TableFileReading, ABackwardMoveReadsFreshBytes) {
 }
 
 TEST_F(TableFileReading, OnAWritableFileEveryMoveIsASeek) {
-    const TableFilePtr writable = openTableFile(path, TABLE_FILE_WRITE);
+    const TableFilePtr writable = openTableFile(path, OpenMode::write);
     const FaultPlatform platform;
     EXPECT_EQ(readHex(writable, 10), hexOf(content, 0, 10));
     ASSERT_EQ(tableFileSeekCur(writable.get(), 40), NO_ERROR);
@@ -200,7 +200,7 @@ TEST_F(TableFileReading, ARefusedReadIsAReadErrorFromEveryReadOperation) {
 
 TEST_F(TableFileReading, AReadThatIsRefusedHalfWayIsAnErrorAndCountsWhatCame) {
     for (const std::int64_t length : {100, 10000}) {
-        const TableFilePtr other = openTableFile(path, TABLE_FILE_READ);
+        const TableFilePtr other = openTableFile(path, OpenMode::read);
         FaultPlatform platform;
         platform.limitTransfer(60);
         platform.failNth(FileCall::readAt, 2, EIO);
@@ -257,9 +257,9 @@ TEST_F(TableFileReading, AnExactReadReportsAReadErrorAlsoWhenThePositionCouldNot
 class TableFileReadingBesideAWriter : public ::testing::Test {
   protected:
     void SetUp() override {
-        writer = openTableFile(path, TABLE_FILE_CREATE);
+        writer = openTableFile(path, OpenMode::create);
         append(pattern(100));
-        reader = openTableFile(path, TABLE_FILE_READ);
+        reader = openTableFile(path, OpenMode::read);
     }
 
     void append(const Bytes& bytes) {
@@ -342,4 +342,4 @@ TEST_F(TableFileReadingBesideAWriter, ReadingAtAnOffsetAlwaysSeesThisMomentsByte
 }
 
 }  // namespace
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

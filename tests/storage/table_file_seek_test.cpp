@@ -12,7 +12,7 @@
 #include "tests/support/log_capture.h"
 #include "tests/support/temporary_directory.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 namespace {
 
 constexpr std::int64_t LARGEST = std::numeric_limits<std::int64_t>::max();
@@ -34,7 +34,7 @@ class TableFileSeek : public ::testing::Test {
 };
 
 TEST_F(TableFileSeek, SeekingToExactlyTheEndSucceeds) {
-    for (const std::int32_t mode : {TABLE_FILE_READ, TABLE_FILE_WRITE}) {
+    for (const OpenMode mode : {OpenMode::read, OpenMode::write}) {
         const TableFilePtr file = openTableFile(path, mode);
         EXPECT_EQ(tableFileSeekSet(file.get(), 100), NO_ERROR) << "mode " << mode;
         EXPECT_EQ(positionOf(file), 100);
@@ -44,7 +44,7 @@ TEST_F(TableFileSeek, SeekingToExactlyTheEndSucceeds) {
 }
 
 TEST_F(TableFileSeek, SeekingOneByteBeyondTheEndOfAWritableFileIsRefused) {
-    const TableFilePtr file = openTableFile(path, TABLE_FILE_WRITE);
+    const TableFilePtr file = openTableFile(path, OpenMode::write);
     ASSERT_EQ(tableFileSeekSet(file.get(), 40), NO_ERROR);
     DebugLog log;
     EXPECT_EQ(tableFileSeekSet(file.get(), 101), VSEEK_ERROR);
@@ -59,14 +59,14 @@ TEST_F(TableFileSeek, SeekingOneByteBeyondTheEndOfAWritableFileIsRefused) {
 }
 
 TEST_F(TableFileSeek, AWritableFileDoesNotAskForItsSizeAgain) {
-    const TableFilePtr file = openTableFile(path, TABLE_FILE_WRITE);
+    const TableFilePtr file = openTableFile(path, OpenMode::write);
     appendFile(path, pattern(50));
     EXPECT_EQ(tableFileSeekSet(file.get(), 101), VSEEK_ERROR);
     EXPECT_EQ(tableFileCachedSize(file.get()), 100);
 }
 
 TEST_F(TableFileSeek, BeyondTheKnownEndOfAReadOnlyFileThatHasGrownSucceeds) {
-    const TableFilePtr file = openTableFile(path, TABLE_FILE_READ);
+    const TableFilePtr file = openTableFile(path, OpenMode::read);
     appendFile(path, pattern(50));
     const DebugLog log;
     EXPECT_EQ(tableFileSeekSet(file.get(), 101), NO_ERROR);
@@ -77,7 +77,7 @@ TEST_F(TableFileSeek, BeyondTheKnownEndOfAReadOnlyFileThatHasGrownSucceeds) {
 }
 
 TEST_F(TableFileSeek, EachSeekNamesItselfWhenItSeesTheFileGrow) {
-    const TableFilePtr file = openTableFile(path, TABLE_FILE_READ);
+    const TableFilePtr file = openTableFile(path, OpenMode::read);
     DebugLog log;
     appendFile(path, pattern(50));
     EXPECT_EQ(tableFileSeekCur(file.get(), 101), NO_ERROR);
@@ -92,7 +92,7 @@ TEST_F(TableFileSeek, EachSeekNamesItselfWhenItSeesTheFileGrow) {
 }
 
 TEST_F(TableFileSeek, BeyondTheNewEndOfAReadOnlyFileIsRefusedWithTheNewSize) {
-    const TableFilePtr file = openTableFile(path, TABLE_FILE_READ);
+    const TableFilePtr file = openTableFile(path, OpenMode::read);
     appendFile(path, pattern(50));
     const DebugLog log;
     EXPECT_EQ(tableFileSeekSet(file.get(), 151), VSEEK_ERROR);
@@ -105,14 +105,14 @@ TEST_F(TableFileSeek, BeyondTheNewEndOfAReadOnlyFileIsRefusedWithTheNewSize) {
 }
 
 TEST_F(TableFileSeek, AReadOnlyFileThatHasNotGrownLogsTheRefusalOnly) {
-    const TableFilePtr file = openTableFile(path, TABLE_FILE_READ);
+    const TableFilePtr file = openTableFile(path, OpenMode::read);
     const DebugLog log;
     EXPECT_EQ(tableFileSeekSet(file.get(), 101), VSEEK_ERROR);
     EXPECT_EQ(log.lines(), std::vector<std::string>{refusal("tableFileSeekSet", 101, 101, 0, 100)});
 }
 
 TEST_F(TableFileSeek, SuccessfulSeeksWithinTheKnownSizeLogNothingAndCallNoSystem) {
-    for (const std::int32_t mode : {TABLE_FILE_READ, TABLE_FILE_WRITE}) {
+    for (const OpenMode mode : {OpenMode::read, OpenMode::write}) {
         const TableFilePtr file = openTableFile(path, mode);
         const DebugLog log;
         const FaultPlatform platform;
@@ -129,13 +129,13 @@ TEST_F(TableFileSeek, SuccessfulSeeksWithinTheKnownSizeLogNothingAndCallNoSystem
 }
 
 TEST_F(TableFileSeek, AnUnknownWhenceIsAWrongParameter) {
-    const TableFilePtr file = openTableFile(path, TABLE_FILE_READ);
+    const TableFilePtr file = openTableFile(path, OpenMode::read);
     EXPECT_EQ(tableFileSeek(file.get(), 0, -1), WRONG_PARAMETER_ERROR);
     EXPECT_EQ(tableFileSeek(file.get(), 0, 3), WRONG_PARAMETER_ERROR);
 }
 
 TEST_F(TableFileSeek, PositionsBelowTheRangeStartAreRefused) {
-    const TableFilePtr file = openTableFile(path, TABLE_FILE_WRITE);
+    const TableFilePtr file = openTableFile(path, OpenMode::write);
     EXPECT_EQ(tableFileSetRangeStart(file.get(), 40), 0);
     EXPECT_EQ(tableFileSeekSet(file.get(), 40), NO_ERROR) << "the start itself is allowed";
     DebugLog log;
@@ -147,14 +147,14 @@ TEST_F(TableFileSeek, PositionsBelowTheRangeStartAreRefused) {
 }
 
 TEST_F(TableFileSeek, NegativePositionsAreRefused) {
-    const TableFilePtr file = openTableFile(path, TABLE_FILE_READ);
+    const TableFilePtr file = openTableFile(path, OpenMode::read);
     const DebugLog log;
     EXPECT_EQ(tableFileSeekSet(file.get(), -1), VSEEK_ERROR);
     EXPECT_EQ(log.lines(), std::vector<std::string>{refusal("tableFileSeekSet", -1, -1, 0, 100)});
 }
 
 TEST_F(TableFileSeek, OffsetsThatOverflowAreRefused) {
-    for (const std::int32_t mode : {TABLE_FILE_READ, TABLE_FILE_WRITE}) {
+    for (const OpenMode mode : {OpenMode::read, OpenMode::write}) {
         const TableFilePtr file = openTableFile(path, mode);
         ASSERT_EQ(tableFileSeekSet(file.get(), 50), NO_ERROR);
         for (const std::int64_t offset : {LARGEST, LARGEST - 49, SMALLEST, SMALLEST + 1}) {
@@ -167,7 +167,7 @@ TEST_F(TableFileSeek, OffsetsThatOverflowAreRefused) {
 }
 
 TEST_F(TableFileSeek, SkippingStopsAtTheCachedSize) {
-    const TableFilePtr file = openTableFile(path, TABLE_FILE_READ);
+    const TableFilePtr file = openTableFile(path, OpenMode::read);
     ASSERT_EQ(tableFileSeekSet(file.get(), 90), NO_ERROR);
     appendFile(path, pattern(50));
     EXPECT_EQ(tableFileSkip(file.get(), 11), FILE_SIZE_ERROR) << "the cached size decides";
@@ -181,11 +181,11 @@ TEST_F(TableFileSeek, SkippingStopsAtTheCachedSize) {
 
 TEST_F(TableFileSeek, PositionsBeyondFourGigabytesAreReachedAndPrintedWhole) {
     const std::int64_t size = 5'000'000'000;
-    const TableFilePtr writer = openTableFile(path, TABLE_FILE_WRITE);
+    const TableFilePtr writer = openTableFile(path, OpenMode::write);
     ASSERT_EQ(tableFileTruncate(writer.get(), size), NO_ERROR);
     ASSERT_EQ(tableFileSeekEnd(writer.get(), 0), NO_ERROR);
     ASSERT_EQ(writeBytes(writer, fromHex("aa bb cc")), NO_ERROR);
-    const TableFilePtr reader = openTableFile(path, TABLE_FILE_READ);
+    const TableFilePtr reader = openTableFile(path, OpenMode::read);
     ASSERT_EQ(tableFileFlush(writer.get()), NO_ERROR);
     DebugLog log;
     ASSERT_EQ(tableFileSeekSet(reader.get(), size + 1), NO_ERROR);
@@ -201,7 +201,7 @@ TEST_F(TableFileSeek, PositionsBeyondFourGigabytesAreReachedAndPrintedWhole) {
 }
 
 TEST_F(TableFileSeek, ASizeThatCannotBeAskedIsReported) {
-    const TableFilePtr file = openTableFile(path, TABLE_FILE_READ);
+    const TableFilePtr file = openTableFile(path, OpenMode::read);
     FaultPlatform platform;
     platform.failAll(FileCall::size, EIO);
     std::int64_t size = -1;
@@ -213,8 +213,8 @@ TEST_F(TableFileSeek, ASizeThatCannotBeAskedIsReported) {
 }
 
 TEST_F(TableFileSeek, TheSizeOfAWritableFileIsTheCachedOneAndOfAReadOnlyFileTheSystems) {
-    const TableFilePtr writer = openTableFile(path, TABLE_FILE_WRITE);
-    const TableFilePtr reader = openTableFile(path, TABLE_FILE_READ);
+    const TableFilePtr writer = openTableFile(path, OpenMode::write);
+    const TableFilePtr reader = openTableFile(path, OpenMode::read);
     appendFile(path, pattern(7));
     const FaultPlatform platform;
     std::int64_t size = 0;
@@ -231,7 +231,7 @@ TEST_F(TableFileSeek, TheSizeOfAWritableFileIsTheCachedOneAndOfAReadOnlyFileTheS
 }
 
 TEST_F(TableFileSeek, TheStreamGoesNowhereForNoTableAnUnknownBeginningOrAPlaceThatCannotBe) {
-    const TableFilePtr file = openTableFile(path, TABLE_FILE_READ);
+    const TableFilePtr file = openTableFile(path, OpenMode::read);
     ASSERT_EQ(tableFileRealSeek(file.get(), 30, SEEK_FROM_START), NO_ERROR);
     EXPECT_EQ(tableFileRealSeek(nullptr, 0, SEEK_FROM_START), NULL_POINTER_ERROR);
     EXPECT_EQ(tableFileRealSeek(file.get(), 0, 3), WRONG_PARAMETER_ERROR);
@@ -244,4 +244,4 @@ TEST_F(TableFileSeek, TheStreamGoesNowhereForNoTableAnUnknownBeginningOrAPlaceTh
 }
 
 }  // namespace
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

@@ -15,7 +15,7 @@
 #include "tests/support/log_capture.h"
 #include "tests/support/temporary_directory.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 namespace {
 
 std::string syncLine(std::int64_t elapsed, int flushes) {
@@ -28,7 +28,7 @@ class TableFileSync : public ::testing::Test {
     void SetUp() override {
         writeFile(path, pattern(100));
         platform.setNow(1000);
-        file = openTableFile(path, TABLE_FILE_WRITE);
+        file = openTableFile(path, OpenMode::write);
         platform.clear();
         log.clear();
     }
@@ -131,7 +131,7 @@ TEST_F(TableFileSync, WithoutAnIntervalAClockThatWasSetBackIsNothing) {
 TEST_F(TableFileSync, EachFileCountsItsOwnFlushes) {
     tableFileSetSyncPolicy(true, 0, 2);
     writeFile(directory.file("trades"), pattern(10));
-    const TableFilePtr other = openTableFile(directory.file("trades"), TABLE_FILE_WRITE);
+    const TableFilePtr other = openTableFile(directory.file("trades"), OpenMode::write);
     for (int i = 0; i < 3; ++i) {
         flush();
         ASSERT_EQ(tableFileFlush(other.get()), NO_ERROR);
@@ -186,7 +186,7 @@ TEST_F(TableFileSync, TheDirectoryOfACreatedFileIsSyncedOnceWithoutALine) {
     tableFileSetSyncPolicy(true, 0, 0);
     const SystemCallsGuard guard;
     const std::string createdPath = directory.file("created");
-    const TableFilePtr created = openTableFile(createdPath, TABLE_FILE_WRITE);
+    const TableFilePtr created = openTableFile(createdPath, OpenMode::write);
     log.clear();
     ASSERT_EQ(tableFileFlush(created.get()), NO_ERROR);
     ASSERT_EQ(tableFileFlush(created.get()), NO_ERROR);
@@ -211,7 +211,7 @@ TEST_F(TableFileSync, AnInterruptedSyncOfTheDirectoryIsRepeated) {
 }
 
 TEST_F(TableFileSync, WithThePolicyOffNoDirectoryIsSynced) {
-    TableFilePtr created = openTableFile(directory.file("created"), TABLE_FILE_CREATE);
+    TableFilePtr created = openTableFile(directory.file("created"), OpenMode::create);
     ASSERT_EQ(tableFileFlush(created.get()), NO_ERROR);
     created.reset();
     EXPECT_EQ(platform.count(FileCall::syncDirectory), 0);
@@ -221,7 +221,7 @@ TEST_F(TableFileSync, AFileCreatedByARelativePathSyncsTheCurrentDirectory) {
     tableFileSetSyncPolicy(true, 0, 0);
     const std::string name = "tabulo-sync-test-" + directory.path().substr(directory.path().size() - 6);
     const SystemCallsGuard guard;
-    const TableFilePtr created = openTableFile(name, TABLE_FILE_CREATE);
+    const TableFilePtr created = openTableFile(name, OpenMode::create);
     ASSERT_EQ(tableFileFlush(created.get()), NO_ERROR);
     EXPECT_EQ(systemCalls.fullSyncs, 1);
     std::filesystem::remove(name);
@@ -233,7 +233,7 @@ TEST_F(TableFileSync, WithoutMemoryForTheDirectorysNameTheProcessGoesOn) {
         const std::string createdPath = directory.file("created");
         tableFileSetSyncPolicy(true, 0, 0);
         filePlatform_install(nullptr);
-        if (tableFileOpen(&created, createdPath.c_str(), TABLE_FILE_CREATE, nullptr) != NO_ERROR) {
+        if (tableFileOpen(&created, createdPath.c_str(), OpenMode::create, nullptr) != NO_ERROR) {
             return 1;
         }
         const AllocationFailure failure(1);
@@ -273,7 +273,7 @@ TEST_F(TableFileSync, ClosingWithThePolicyOffCommitsNothing) {
 
 TEST_F(TableFileSync, ClosingAReadOnlyFileCommitsNothing) {
     tableFileSetSyncPolicy(true, 0, 5);
-    TableFilePtr reader = openTableFile(path, TABLE_FILE_READ);
+    TableFilePtr reader = openTableFile(path, OpenMode::read);
     ASSERT_EQ(tableFileFlush(reader.get()), NO_ERROR);
     platform.clear();
     reader.reset();
@@ -282,7 +282,7 @@ TEST_F(TableFileSync, ClosingAReadOnlyFileCommitsNothing) {
 
 TEST_F(TableFileSync, ClosingACreatedFileBeforeItsFirstSyncCommitsItsNameToo) {
     tableFileSetSyncPolicy(true, 0, 5);
-    TableFilePtr created = openTableFile(directory.file("created"), TABLE_FILE_WRITE);
+    TableFilePtr created = openTableFile(directory.file("created"), OpenMode::write);
     ASSERT_EQ(tableFileFlush(created.get()), NO_ERROR);
     created.reset();
     EXPECT_EQ(platform.count(FileCall::sync), 1);
@@ -290,4 +290,4 @@ TEST_F(TableFileSync, ClosingACreatedFileBeforeItsFirstSyncCommitsItsNameToo) {
 }
 
 }  // namespace
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

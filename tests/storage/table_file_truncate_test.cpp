@@ -12,7 +12,7 @@
 #include "tests/support/log_capture.h"
 #include "tests/support/temporary_directory.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 namespace {
 
 std::string sizeLine(int requested, int actual) {
@@ -24,7 +24,7 @@ class TableFileTruncate : public ::testing::Test {
   protected:
     void SetUp() override {
         writeFile(path, pattern(100));
-        file = openTableFile(path, TABLE_FILE_WRITE);
+        file = openTableFile(path, OpenMode::write);
         log.clear();
     }
 
@@ -36,7 +36,7 @@ class TableFileTruncate : public ::testing::Test {
 };
 
 TEST_F(TableFileTruncate, OfAReadOnlyFileIsRefused) {
-    const TableFilePtr reader = openTableFile(path, TABLE_FILE_READ);
+    const TableFilePtr reader = openTableFile(path, OpenMode::read);
     EXPECT_EQ(tableFileTruncate(reader.get(), 10), READ_ONLY_ERROR);
     EXPECT_EQ(readFile(path).size(), 100U);
 }
@@ -181,4 +181,4 @@ TEST_F(TableFileTruncate, AStreamWhoseGatheredBytesCannotBeWrittenIsNotCut) {
 }
 
 }  // namespace
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

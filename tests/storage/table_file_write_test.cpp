@@ -16,14 +16,14 @@
 #include "tests/support/log_capture.h"
 #include "tests/support/temporary_directory.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 namespace {
 
 class TableFileWriting : public ::testing::Test {
   protected:
     void SetUp() override {
         writeFile(path, pattern(100));
-        file = openTableFile(path, TABLE_FILE_WRITE);
+        file = openTableFile(path, OpenMode::write);
     }
     // Destroys the file before the platform that a test installed: members go in reverse.
     FaultPlatform platform;
@@ -33,7 +33,7 @@ class TableFileWriting : public ::testing::Test {
 };
 
 TEST_F(TableFileWriting, ToAReadOnlyFileIsRefused) {
-    const TableFilePtr reader = openTableFile(path, TABLE_FILE_READ);
+    const TableFilePtr reader = openTableFile(path, OpenMode::read);
     EXPECT_EQ(writeBytes(reader, pattern(10)), READ_ONLY_ERROR);
     EXPECT_EQ(tableFileWrite(reader.get(), nullptr, 0), READ_ONLY_ERROR);
     EXPECT_EQ(toHex(readFile(path)), toHex(pattern(100)));
@@ -252,7 +252,7 @@ TEST(TableFileSizeLimit, AWriteBeyondTheProcesssLimitIsAnErrorAndNotTheEndOfTheP
                   platform_ignoreFileSizeSignal();
                   log_setFacility(nullptr);
                   TableFile* file = nullptr;
-                  if (tableFileOpen(&file, path.c_str(), TABLE_FILE_CREATE, nullptr) != NO_ERROR) {
+                  if (tableFileOpen(&file, path.c_str(), OpenMode::create, nullptr) != NO_ERROR) {
                       return 1;
                   }
                   const rlimit limit{10000, 10000};
@@ -273,4 +273,4 @@ TEST(TableFileSizeLimit, AWriteBeyondTheProcesssLimitIsAnErrorAndNotTheEndOfTheP
 }
 
 }  // namespace
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

@@ -6,7 +6,7 @@
 #include "tests/support/allocation_failure.h"
 #include "tests/support/fault_platform.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 namespace {
 
 using Calls = std::vector<std::string>;
@@ -25,12 +25,12 @@ class TableStorageOpening : public StorageFixture {
 // New files.
 
 TEST_F(TableStorageOpening, AMissingFileIsCreatedWithItsHeader) {
-    ASSERT_EQ(init(TABLE_FILE_WRITE), NO_ERROR);
+    ASSERT_EQ(init(OpenMode::write), NO_ERROR);
     EXPECT_EQ(toHex(readFile(path)),
               "4b 65 73 74 72 6f 76 61 44 62 01 05 00 20 03 28 00 00 00 " + toHex(pattern(21, 100)));
     EXPECT_EQ(owner.calls, (Calls{"writeHeader", "opened 40 40 19"}));
     EXPECT_EQ(owner.openedFile, tableStorage_master(storage.get()));
-    EXPECT_EQ(storage->mode, TABLE_FILE_WRITE);
+    EXPECT_EQ(storage->mode, OpenMode::write);
     EXPECT_EQ(storage->headerSize, 40);
     EXPECT_EQ(storage->specificHeaderOffset, 19);
     EXPECT_EQ(storage->footerSize, 0);
@@ -43,7 +43,7 @@ TEST_F(TableStorageOpening, TheHeaderOfANewFileIsOneWrite) {
     for (const std::size_t specific : {21UL, 8000UL}) {
         const FaultPlatform platform;
         owner.specificHeader = pattern(specific, 100);
-        ASSERT_EQ(init(TABLE_FILE_CREATE), NO_ERROR);
+        ASSERT_EQ(init(OpenMode::create), NO_ERROR);
         ASSERT_EQ(platform.count(FileCall::writeAt), 1);
         EXPECT_EQ(platform.calls(FileCall::writeAt)[0].length, static_cast<std::int64_t>(specific) + 19);
         ASSERT_EQ(tableStorage_uninit(storage.get()), NO_ERROR);
@@ -53,7 +53,7 @@ TEST_F(TableStorageOpening, TheHeaderOfANewFileIsOneWrite) {
 TEST_F(TableStorageOpening, TheSyncPolicyAppliesToTheHeaderOfANewFile) {
     FaultPlatform platform;
     tableFileSetSyncPolicy(true, 0, 0);
-    EXPECT_EQ(init(TABLE_FILE_WRITE), NO_ERROR);
+    EXPECT_EQ(init(OpenMode::write), NO_ERROR);
     tableFileSetSyncPolicy(false, 0, 0);
     EXPECT_EQ(platform.count(FileCall::sync), 1);
     EXPECT_EQ(platform.count(FileCall::syncDirectory), 1);
@@ -62,39 +62,39 @@ TEST_F(TableStorageOpening, TheSyncPolicyAppliesToTheHeaderOfANewFile) {
 
 TEST_F(TableStorageOpening, InModeTwoAnExistingFileIsEmptiedAndTheStorageIsInModeOne) {
     writeFile(path, fakeTable(50, 100));
-    ASSERT_EQ(init(TABLE_FILE_CREATE), NO_ERROR);
-    EXPECT_EQ(storage->mode, TABLE_FILE_WRITE);
+    ASSERT_EQ(init(OpenMode::create), NO_ERROR);
+    EXPECT_EQ(storage->mode, OpenMode::write);
     EXPECT_EQ(toHex(readFile(path)), toHex(fakeTable(40, 0)));
     EXPECT_EQ(owner.calls, (Calls{"writeHeader", "opened 40 40 19"}));
 }
 
 TEST_F(TableStorageOpening, AnEmptyFileOpenedForWritingCountsAsNew) {
     writeFile(path, {});
-    ASSERT_EQ(init(TABLE_FILE_WRITE), NO_ERROR);
+    ASSERT_EQ(init(OpenMode::write), NO_ERROR);
     EXPECT_EQ(toHex(readFile(path)), toHex(fakeTable(40, 0)));
     EXPECT_EQ(owner.calls, (Calls{"writeHeader", "opened 40 40 19"}));
 }
 
 TEST_F(TableStorageOpening, AnEmptyFileOpenedForReadingIsTooShort) {
     writeFile(path, {});
-    EXPECT_EQ(init(TABLE_FILE_READ), FILE_SIZE_ERROR);
+    EXPECT_EQ(init(OpenMode::read), FILE_SIZE_ERROR);
     EXPECT_EQ(owner.calls, Calls{});
     expectNothingOpen();
 }
 
 TEST_F(TableStorageOpening, AHeaderOf8096BytesIsWrittenAndOf8097Refused) {
     owner.specificHeader = pattern(8096 - 19, 100);
-    EXPECT_EQ(init(TABLE_FILE_CREATE), NO_ERROR);
+    EXPECT_EQ(init(OpenMode::create), NO_ERROR);
     EXPECT_EQ(toHex(readFile(path)), toHex(fakeTable(8096, 0)));
     owner.specificHeader = pattern(8097 - 19, 100);
-    EXPECT_EQ(init(TABLE_FILE_CREATE), WRONG_PARAMETER_ERROR);
+    EXPECT_EQ(init(OpenMode::create), WRONG_PARAMETER_ERROR);
     EXPECT_EQ(readFile(path).size(), 0U) << "nothing is written";
     expectNothingOpen();
 }
 
 TEST_F(TableStorageOpening, ATableThatCannotWriteItsHeaderFailsTheOpen) {
     owner.writeCode = NULL_POINTER_ERROR;
-    EXPECT_EQ(init(TABLE_FILE_WRITE), NULL_POINTER_ERROR);
+    EXPECT_EQ(init(OpenMode::write), NULL_POINTER_ERROR);
     EXPECT_EQ(readFile(path).size(), 0U);
     expectNothingOpen();
 }
@@ -102,9 +102,9 @@ TEST_F(TableStorageOpening, ATableThatCannotWriteItsHeaderFailsTheOpen) {
 TEST_F(TableStorageOpening, AHeaderThatCannotBeWrittenFailsTheOpen) {
     FaultPlatform platform;
     platform.failAll(FileCall::writeAt, ENOSPC);
-    EXPECT_EQ(init(TABLE_FILE_WRITE), FILE_FLUSH_ERROR) << "a small header fails at the flush";
+    EXPECT_EQ(init(OpenMode::write), FILE_FLUSH_ERROR) << "a small header fails at the flush";
     owner.specificHeader = pattern(5000, 100);
-    EXPECT_EQ(init(TABLE_FILE_WRITE), FILE_WRITE_ERROR) << "a large one at the write";
+    EXPECT_EQ(init(OpenMode::write), FILE_WRITE_ERROR) << "a large one at the write";
     expectNothingOpen();
 }
 
@@ -112,7 +112,7 @@ TEST_F(TableStorageOpening, AHeaderThatCannotBeWrittenFailsTheOpen) {
 
 TEST_F(TableStorageOpening, AnExistingFileIsVerifiedLoadedAndReportedOnce) {
     writeFile(path, fakeTable(50, 100));
-    for (const std::int32_t mode : {TABLE_FILE_READ, TABLE_FILE_WRITE}) {
+    for (const OpenMode mode : {OpenMode::read, OpenMode::write}) {
         owner.calls.clear();
         ASSERT_EQ(init(mode), NO_ERROR) << "mode " << mode;
         EXPECT_EQ(owner.calls, (Calls{"verifyHeader 19", "loadHeader 19", "opened 150 50 19"})) << "mode " << mode;
@@ -128,7 +128,7 @@ TEST_F(TableStorageOpening, AnExistingFileIsVerifiedLoadedAndReportedOnce) {
 
 TEST_F(TableStorageOpening, TheTableSeesAtMostTheLargestHeader) {
     writeFile(path, fakeTable(50, 9000));
-    ASSERT_EQ(init(TABLE_FILE_READ), NO_ERROR);
+    ASSERT_EQ(init(OpenMode::read), NO_ERROR);
     EXPECT_EQ(owner.streamLength, 8096);
     EXPECT_EQ(owner.calls.back(), "opened 9050 50 19");
 }
@@ -137,7 +137,7 @@ TEST_F(TableStorageOpening, AFileWithoutAWholeGenericHeaderIsTooShort) {
     Bytes bytes = fakeTable(50, 0);
     bytes.resize(18);
     writeFile(path, bytes);
-    for (const std::int32_t mode : {TABLE_FILE_READ, TABLE_FILE_WRITE}) {
+    for (const OpenMode mode : {OpenMode::read, OpenMode::write}) {
         EXPECT_EQ(init(mode), FILE_SIZE_ERROR) << "mode " << mode;
         EXPECT_EQ(owner.calls, Calls{}) << "it is not recovered either";
     }
@@ -157,7 +157,7 @@ TEST_F(TableStorageOpening, AGenericHeaderThatIsRefusedEndsTheOpenBeforeTheTable
         writeFile(path, fakeTable(50, 9000));
         patchFile(path, damage.offset, fromHex(damage.bytes));
         const Bytes before = readFile(path);
-        for (const std::int32_t mode : {TABLE_FILE_READ, TABLE_FILE_WRITE}) {
+        for (const OpenMode mode : {OpenMode::read, OpenMode::write}) {
             EXPECT_EQ(init(mode), damage.code) << "mode " << mode;
             EXPECT_EQ(owner.calls, Calls{}) << "code " << damage.code;
             expectNothingOpen();
@@ -169,11 +169,11 @@ TEST_F(TableStorageOpening, AGenericHeaderThatIsRefusedEndsTheOpenBeforeTheTable
 TEST_F(TableStorageOpening, MinorVersion850OpensAnd900NamesTheExpectedVersion) {
     writeFile(path, fakeTable(50, 100));
     patchFile(path, 13, fromHex("52 03"));
-    EXPECT_EQ(init(TABLE_FILE_WRITE), NO_ERROR);
+    EXPECT_EQ(init(OpenMode::write), NO_ERROR);
     EXPECT_TRUE(log.warnings().empty());
     ASSERT_EQ(tableStorage_uninit(storage.get()), NO_ERROR);
     patchFile(path, 13, fromHex("84 03"));
-    EXPECT_EQ(init(TABLE_FILE_WRITE), VERSION_ERROR);
+    EXPECT_EQ(init(OpenMode::write), VERSION_ERROR);
     EXPECT_EQ(log.warnings(),
               Calls{warningLine("tsgh_verify", "Expected table version: 5.800, actual table version: 5.900")});
 }
@@ -184,7 +184,7 @@ TEST_F(TableStorageOpening, FinalCodesOfTheTablesCheckAreNeverRecovered) {
                                  STRING_FIELDS_COUNT_MISMATCH_ERROR, NUMERIC_FIELDS_COUNT_MISMATCH_ERROR,
                                  STRING_FIELDS_NAMES_MISMATCH_ERROR, NUMERIC_FIELDS_NAMES_MISMATCH_ERROR}) {
         owner.verifyCode = code;
-        for (const std::int32_t mode : {TABLE_FILE_READ, TABLE_FILE_WRITE}) {
+        for (const OpenMode mode : {OpenMode::read, OpenMode::write}) {
             owner.calls.clear();
             EXPECT_EQ(init(mode), code) << "mode " << mode;
             EXPECT_EQ(owner.calls, Calls{"verifyHeader 19"}) << "code " << code;
@@ -199,7 +199,7 @@ TEST_F(TableStorageOpening, AFileShorterThanItsHeaderOpensForReadingAsItStands) 
     bytes.resize(30);
     writeFile(path, bytes);
     owner.verifyCode = FILE_SIZE_ERROR;
-    EXPECT_EQ(init(TABLE_FILE_READ), NO_ERROR);
+    EXPECT_EQ(init(OpenMode::read), NO_ERROR);
     EXPECT_EQ(owner.calls, (Calls{"verifyHeader 19", "loadHeader 19", "opened 30 50 19"}));
     EXPECT_TRUE(tableStorage_isActive(storage.get()));
     EXPECT_TRUE(log.warnings().empty());
@@ -208,12 +208,12 @@ TEST_F(TableStorageOpening, AFileShorterThanItsHeaderOpensForReadingAsItStands) 
 TEST_F(TableStorageOpening, OtherCodesOpenNothingForReading) {
     writeFile(path, fakeTable(50, 100));
     owner.verifyCode = NO_DATA_ERROR;
-    EXPECT_EQ(init(TABLE_FILE_READ), NO_DATA_ERROR);
+    EXPECT_EQ(init(OpenMode::read), NO_DATA_ERROR);
     EXPECT_EQ(owner.calls, Calls{"verifyHeader 19"}) << "a reader never recovers, and never loads what is not verified";
     owner.calls.clear();
     owner.verifyCode = NO_ERROR;
     owner.loadCode = FILE_SIZE_ERROR;
-    EXPECT_EQ(init(TABLE_FILE_READ), FILE_SIZE_ERROR) << "only the check's code is cleared";
+    EXPECT_EQ(init(OpenMode::read), FILE_SIZE_ERROR) << "only the check's code is cleared";
     EXPECT_EQ(owner.calls, (Calls{"verifyHeader 19", "loadHeader 19"}));
     expectNothingOpen();
 }
@@ -222,7 +222,7 @@ TEST_F(TableStorageOpening, AShortFileIsRecoveredForWriting) {
     writeFile(path, fakeTable(50, 100));
     owner.verifyCode = FILE_SIZE_ERROR;
     owner.onRecover = [](TableFile* file) { tableFileTruncate(file, 120); };
-    EXPECT_EQ(init(TABLE_FILE_WRITE), NO_ERROR);
+    EXPECT_EQ(init(OpenMode::write), NO_ERROR);
     EXPECT_EQ(owner.calls, (Calls{"verifyHeader 19", "recover", "opened 120 50 19"}));
     EXPECT_EQ(log.warnings(),
               Calls{warningLine("tsX_openReplica", "Table " + path + " was recovered, old size: 150, new size: 120")});
@@ -233,7 +233,7 @@ TEST_F(TableStorageOpening, WhatCannotBeLoadedIsRecoveredForWriting) {
     for (const ErrorCode code : {NO_DATA_ERROR, CONSISTENCY_ERROR, HEADER_CORRUPTED_ERROR, VERSION_ERROR}) {
         owner.calls.clear();
         owner.loadCode = code;
-        EXPECT_EQ(init(TABLE_FILE_WRITE), NO_ERROR) << "only the check's codes are final, not code " << code;
+        EXPECT_EQ(init(OpenMode::write), NO_ERROR) << "only the check's codes are final, not code " << code;
         EXPECT_EQ(owner.calls, (Calls{"verifyHeader 19", "loadHeader 19", "recover", "opened 150 50 19"}));
     }
 }
@@ -242,7 +242,7 @@ TEST_F(TableStorageOpening, AFailedRecoveryFailsTheOpenWithItsCode) {
     writeFile(path, fakeTable(50, 100));
     owner.verifyCode = FILE_SIZE_ERROR;
     owner.recoverCode = UNRECOVERABLE_ERROR;
-    EXPECT_EQ(init(TABLE_FILE_WRITE), UNRECOVERABLE_ERROR);
+    EXPECT_EQ(init(OpenMode::write), UNRECOVERABLE_ERROR);
     EXPECT_EQ(owner.calls, (Calls{"verifyHeader 19", "recover"}));
     EXPECT_EQ(log.warnings(), Calls{warningLine("tsX_openReplica", "Table " + path + " recovery failed!")});
     expectNothingOpen();
@@ -250,12 +250,12 @@ TEST_F(TableStorageOpening, AFailedRecoveryFailsTheOpenWithItsCode) {
 
 TEST_F(TableStorageOpening, ATableThatRefusesTheOpenedFilesFailsTheOpen) {
     owner.openedCode = NO_DATA_ERROR;
-    EXPECT_EQ(init(TABLE_FILE_WRITE), NO_DATA_ERROR);
+    EXPECT_EQ(init(OpenMode::write), NO_DATA_ERROR);
     expectNothingOpen();
 }
 
 TEST_F(TableStorageOpening, AMissingFileForReadingGivesTwoWarnings) {
-    EXPECT_EQ(init(TABLE_FILE_READ), FILE_OPEN_ERROR);
+    EXPECT_EQ(init(OpenMode::read), FILE_OPEN_ERROR);
     EXPECT_EQ(log.warnings(), (Calls{warningLine("tableFileOpen", "fopen() failed: No such file or directory"),
                                      warningLine("tsX_openReplica", "Unable to open a file " + path + " in mode 0.")}));
     EXPECT_FALSE(std::filesystem::exists(path));
@@ -264,9 +264,9 @@ TEST_F(TableStorageOpening, AMissingFileForReadingGivesTwoWarnings) {
 TEST_F(TableStorageOpening, AFileHeldByAnotherWriterIsRefusedUntouched) {
     writeFile(path, {});
     TableFile* other = nullptr;
-    ASSERT_EQ(tableFileOpen(&other, path.c_str(), TABLE_FILE_WRITE, nullptr), NO_ERROR);
-    EXPECT_EQ(init(TABLE_FILE_WRITE), FILE_OPEN_ERROR);
-    EXPECT_EQ(init(TABLE_FILE_CREATE), FILE_OPEN_ERROR);
+    ASSERT_EQ(tableFileOpen(&other, path.c_str(), OpenMode::write, nullptr), NO_ERROR);
+    EXPECT_EQ(init(OpenMode::write), FILE_OPEN_ERROR);
+    EXPECT_EQ(init(OpenMode::create), FILE_OPEN_ERROR);
     EXPECT_EQ(readFile(path).size(), 0U) << "a header was written into another writer's file";
     EXPECT_EQ(log.warnings().back(), warningLine("tsX_openReplica", "Unable to open a file " + path + " in mode 2."));
     EXPECT_EQ(tableFileClose(other), NO_ERROR);
@@ -280,14 +280,14 @@ TEST_F(TableStorageOpening, AnUnknownModeIsAWrongParameter) {
 
 TEST_F(TableStorageOpening, AConfigurationWithoutAMasterPathIsAWrongParameter) {
     tableConfig_setPath(tableStorage_getConfig(storage.get()), 0, nullptr);
-    EXPECT_EQ(init(TABLE_FILE_WRITE), WRONG_PARAMETER_ERROR);
+    EXPECT_EQ(init(OpenMode::write), WRONG_PARAMETER_ERROR);
 }
 
 TEST_F(TableStorageOpening, AFileThatCannotBeReadFailsTheOpen) {
     writeFile(path, fakeTable(50, 100));
     FaultPlatform platform;
     platform.failAll(FileCall::readAt, EIO);
-    EXPECT_EQ(init(TABLE_FILE_WRITE), FILE_READ_ERROR);
+    EXPECT_EQ(init(OpenMode::write), FILE_READ_ERROR);
     EXPECT_EQ(owner.calls, Calls{});
     expectNothingOpen();
     EXPECT_EQ(toHex(readFile(path)), toHex(fakeTable(50, 100)));
@@ -303,7 +303,7 @@ TEST_F(TableStorageOpening, WithoutMemoryTheOpenFailsAndNothingStaysOpen) {
         storage = makeStorage(1);
         {
             const AllocationFailure failure(failures + 1);
-            code = init(TABLE_FILE_WRITE);
+            code = init(OpenMode::write);
         }
         if (code == OUT_OF_MEMORY_ERROR) {
             expectNothingOpen();
@@ -318,7 +318,7 @@ TEST_F(TableStorageOpening, WithReplicaRootsOnlyTheMasterIsOpened) {
     std::filesystem::create_directory(directory.file("replica1"));
     std::filesystem::create_directory(directory.file("replica2"));
     storage = makeStorage(3);
-    ASSERT_EQ(init(TABLE_FILE_WRITE), NO_ERROR);
+    ASSERT_EQ(init(OpenMode::write), NO_ERROR);
     EXPECT_EQ(storage->files.size(), 1U);
     EXPECT_EQ(storage->activeIndexes, std::vector<std::int32_t>{0});
     EXPECT_EQ(storage->activeCount, 1);
@@ -328,4 +328,4 @@ TEST_F(TableStorageOpening, WithReplicaRootsOnlyTheMasterIsOpened) {
 }
 
 }  // namespace
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

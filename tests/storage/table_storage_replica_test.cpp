@@ -6,7 +6,7 @@
 #include "tests/storage/storage_fixture.h"
 #include "tests/support/fault_platform.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 namespace {
 
 using Lines = std::vector<std::string>;
@@ -19,12 +19,12 @@ class TableStorageFiles : public StorageFixture {
             std::filesystem::create_directory(directory.file("replica" + std::to_string(i)));
         }
         storage = makeStorage(3);
-        ASSERT_EQ(init(TABLE_FILE_WRITE), NO_ERROR);
+        ASSERT_EQ(init(OpenMode::write), NO_ERROR);
         storage->files.resize(3);
         storage->activeIndexes = {0, 1, 2};
         storage->activeCount = 3;
         for (std::size_t i = 1; i <= 2; ++i) {
-            ASSERT_EQ(tableFileOpen(&storage->files[i], replicaPath(i).c_str(), TABLE_FILE_WRITE, nullptr), NO_ERROR);
+            ASSERT_EQ(tableFileOpen(&storage->files[i], replicaPath(i).c_str(), OpenMode::write, nullptr), NO_ERROR);
         }
         log.clear();
         owner.calls.clear();
@@ -172,7 +172,7 @@ TEST_F(TableStorageFiles, TruncatingHandsOutTheCodeOfAFailedCut) {
 
 TEST_F(TableStorageFiles, TruncatingAFileThatIsOpenForReadingIsRefused) {
     ASSERT_EQ(tableStorage_uninit(storage.get()), NO_ERROR);
-    ASSERT_EQ(init(TABLE_FILE_READ), NO_ERROR);
+    ASSERT_EQ(init(OpenMode::read), NO_ERROR);
     EXPECT_EQ(tableStorage_truncate(storage.get()), READ_ONLY_ERROR);
 }
 
@@ -183,7 +183,7 @@ class TableStorageReplica : public StorageFixture {
         writeFile(path, fakeTable(50, 100));
         std::filesystem::create_directory(directory.file("replica1"));
         storage = makeStorage(2);
-        ASSERT_EQ(init(TABLE_FILE_WRITE), NO_ERROR);
+        ASSERT_EQ(init(OpenMode::write), NO_ERROR);
         log.clear();
         owner.calls.clear();
     }
@@ -192,7 +192,7 @@ class TableStorageReplica : public StorageFixture {
             EXPECT_EQ(tableFileClose(file), NO_ERROR);
         }
     }
-    ErrorCode open(std::int64_t size, std::int32_t mode = TABLE_FILE_WRITE) {
+    ErrorCode open(std::int64_t size, OpenMode mode = OpenMode::write) {
         masterSize = size;
         return tsX_openReplica(storage.get(), &file, replica.c_str(), mode, &masterSize);
     }
@@ -248,11 +248,11 @@ TEST_F(TableStorageReplica, ShorterThanTheMasterIsUnrecoverable) {
 
 TEST_F(TableStorageReplica, OfAReadOnlyStorageIsTakenWhateverItsSize) {
     ASSERT_EQ(tableStorage_uninit(storage.get()), NO_ERROR);
-    ASSERT_EQ(init(TABLE_FILE_READ), NO_ERROR);
+    ASSERT_EQ(init(OpenMode::read), NO_ERROR);
     owner.calls.clear();
     for (const std::size_t records : {99UL, 200UL}) {
         writeFile(replica, fakeTable(50, records));
-        EXPECT_EQ(open(150, TABLE_FILE_READ), NO_ERROR) << records << " bytes of records";
+        EXPECT_EQ(open(150, OpenMode::read), NO_ERROR) << records << " bytes of records";
         EXPECT_EQ(readFile(replica).size(), 50 + records);
         EXPECT_EQ(tableFileClose(file), NO_ERROR);
         file = nullptr;
@@ -302,4 +302,4 @@ TEST_F(TableStorageReplica, ThatIsRefusedIsClosedAndCleared) {
 }
 
 }  // namespace
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

@@ -8,7 +8,7 @@
 #include "tests/support/allocation_failure.h"
 #include "tests/support/fault_platform.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 namespace {
 
 using Lines = std::vector<std::string>;
@@ -61,7 +61,7 @@ TEST_F(TableStorageLife, CreatingWithoutMemoryGivesNoneAndLeavesTheConfiguration
 }
 
 TEST_F(TableStorageLife, InitAndUninitLogTwoNotesEach) {
-    ASSERT_EQ(init(TABLE_FILE_WRITE), NO_ERROR);
+    ASSERT_EQ(init(OpenMode::write), NO_ERROR);
     EXPECT_EQ(log.all(), (Lines{noteLine("+ tableStorage_init", selfAndConfig(storage)),
                                 noteLine("- tableStorage_init", "self=" + pointerText(storage.get()) + ", result=0")}));
     log.clear();
@@ -73,7 +73,7 @@ TEST_F(TableStorageLife, InitAndUninitLogTwoNotesEach) {
 }
 
 TEST_F(TableStorageLife, AFailedInitUndoesItselfBetweenItsLines) {
-    EXPECT_EQ(init(TABLE_FILE_READ), FILE_OPEN_ERROR);
+    EXPECT_EQ(init(OpenMode::read), FILE_OPEN_ERROR);
     Lines expected = {noteLine("+ tableStorage_init", selfAndConfig(storage))};
     for (const std::string& line : uninitLines()) {
         expected.push_back(line);
@@ -83,7 +83,7 @@ TEST_F(TableStorageLife, AFailedInitUndoesItselfBetweenItsLines) {
 }
 
 TEST_F(TableStorageLife, DestroyingLogsAroundItsUninit) {
-    ASSERT_EQ(init(TABLE_FILE_WRITE), NO_ERROR);
+    ASSERT_EQ(init(OpenMode::write), NO_ERROR);
     log.clear();
     Lines expected = {noteLine("+ tableStorage_destroy", selfAndConfig(storage))};
     for (const std::string& line : uninitLines()) {
@@ -97,7 +97,7 @@ TEST_F(TableStorageLife, DestroyingLogsAroundItsUninit) {
 
 TEST_F(TableStorageLife, NotesOfTheStorageDoNotGoToTheLogFile) {
     const DebugLog debug;
-    ASSERT_EQ(init(TABLE_FILE_WRITE), NO_ERROR);
+    ASSERT_EQ(init(OpenMode::write), NO_ERROR);
     ASSERT_EQ(tableStorage_uninit(storage.get()), NO_ERROR);
     for (const std::string& line : debug.lines()) {
         EXPECT_EQ(line.find("tableStorage"), std::string::npos) << line;
@@ -105,9 +105,9 @@ TEST_F(TableStorageLife, NotesOfTheStorageDoNotGoToTheLogFile) {
 }
 
 TEST_F(TableStorageLife, InitOnAnInitialisedStorageUninitialisesItFirst) {
-    ASSERT_EQ(init(TABLE_FILE_WRITE), NO_ERROR);
+    ASSERT_EQ(init(OpenMode::write), NO_ERROR);
     log.clear();
-    EXPECT_EQ(init(TABLE_FILE_WRITE), NO_ERROR) << "the storage's own lock stands in its way";
+    EXPECT_EQ(init(OpenMode::write), NO_ERROR) << "the storage's own lock stands in its way";
     EXPECT_EQ(storage->activeCount, 1);
     Lines uninits;
     for (const std::string& line : log.all()) {
@@ -123,9 +123,9 @@ TEST_F(TableStorageLife, InitOnAnInitialisedStorageUninitialisesItFirst) {
 TEST_F(TableStorageLife, NullStoragesAreRefusedOrEmpty) {
     TableStorageFileIterator iterator;
     tableStorage_fileIteratorInit(&iterator);
-    EXPECT_EQ(tableStorage_init(nullptr, TABLE_FILE_WRITE), NULL_POINTER_ERROR);
+    EXPECT_EQ(tableStorage_init(nullptr, OpenMode::write), NULL_POINTER_ERROR);
     EXPECT_EQ(tableStorage_uninit(nullptr), NULL_POINTER_ERROR);
-    EXPECT_EQ(tableStorage_ensureMode(nullptr, TABLE_FILE_WRITE), NULL_POINTER_ERROR);
+    EXPECT_EQ(tableStorage_ensureMode(nullptr, OpenMode::write), NULL_POINTER_ERROR);
     EXPECT_EQ(tableStorage_truncate(nullptr), NULL_POINTER_ERROR);
     EXPECT_EQ(tableStorage_closeFile(nullptr, &iterator), NULL_POINTER_ERROR);
     EXPECT_EQ(tableStorage_closeFile(storage.get(), nullptr), NULL_POINTER_ERROR);
@@ -139,7 +139,7 @@ TEST_F(TableStorageLife, NullStoragesAreRefusedOrEmpty) {
 // Closing that fails.
 
 TEST_F(TableStorageLife, AFailedCloseIsWarnedAndReturnedAndAFurtherOneGoesOn) {
-    ASSERT_EQ(init(TABLE_FILE_WRITE), NO_ERROR);
+    ASSERT_EQ(init(OpenMode::write), NO_ERROR);
     FaultPlatform platform;
     platform.failNth(FileCall::close, 1, EIO);
     log.clear();
@@ -155,7 +155,7 @@ TEST_F(TableStorageLife, AFailedCloseIsWarnedAndReturnedAndAFurtherOneGoesOn) {
 }
 
 TEST_F(TableStorageLife, DestroyingGoesOnBehindAFailedCloseAndPrintsThePath) {
-    ASSERT_EQ(init(TABLE_FILE_WRITE), NO_ERROR);
+    ASSERT_EQ(init(OpenMode::write), NO_ERROR);
     FaultPlatform platform;
     platform.failAll(FileCall::close, EIO);
     log.clear();
@@ -171,7 +171,7 @@ TEST_F(TableStorageLife, AnInitThatFailsWithAFailingCloseLeavesNothingBehind) {
     FaultPlatform platform;
     platform.failAll(FileCall::close, EIO);
     owner.openedCode = NO_DATA_ERROR;
-    EXPECT_EQ(init(TABLE_FILE_WRITE), NO_DATA_ERROR) << "the first failure is the result";
+    EXPECT_EQ(init(OpenMode::write), NO_DATA_ERROR) << "the first failure is the result";
     EXPECT_EQ(storage->activeCount, 0);
     platform.clear();
     EXPECT_TRUE(isFree());
@@ -180,7 +180,7 @@ TEST_F(TableStorageLife, AnInitThatFailsWithAFailingCloseLeavesNothingBehind) {
 // Reopening.
 
 TEST_F(TableStorageLife, EnsuringTheStoragesOwnModeDoesAndLogsNothing) {
-    for (const std::int32_t mode : {TABLE_FILE_WRITE, TABLE_FILE_READ}) {
+    for (const OpenMode mode : {OpenMode::write, OpenMode::read}) {
         ASSERT_EQ(init(mode), NO_ERROR);
         const TableFile* before = tableStorage_master(storage.get());
         log.clear();
@@ -195,64 +195,64 @@ TEST_F(TableStorageLife, EnsuringTheStoragesOwnModeDoesAndLogsNothing) {
 }
 
 TEST_F(TableStorageLife, AStorageOpenedInModeTwoIsInModeOneForReopeningToo) {
-    ASSERT_EQ(init(TABLE_FILE_CREATE), NO_ERROR);
+    ASSERT_EQ(init(OpenMode::create), NO_ERROR);
     const DebugLog debug;
-    EXPECT_EQ(tableStorage_ensureMode(storage.get(), TABLE_FILE_WRITE), NO_ERROR);
+    EXPECT_EQ(tableStorage_ensureMode(storage.get(), OpenMode::write), NO_ERROR);
     EXPECT_EQ(debug.text(), "") << "the files were reopened";
 }
 
 TEST_F(TableStorageLife, EnsuringAnotherModeReopensEachTimeAndKeepsTheStoragesMode) {
     writeFile(path, fakeTable(50, 100));
-    ASSERT_EQ(init(TABLE_FILE_WRITE), NO_ERROR);
+    ASSERT_EQ(init(OpenMode::write), NO_ERROR);
     for (int i = 0; i < 2; ++i) {
         owner.calls.clear();
         log.clear();
         const DebugLog debug;
-        EXPECT_EQ(tableStorage_ensureMode(storage.get(), TABLE_FILE_READ), NO_ERROR);
+        EXPECT_EQ(tableStorage_ensureMode(storage.get(), OpenMode::read), NO_ERROR);
         const Lines lines = debug.lines();
         ASSERT_GE(lines.size(), 2U);
         EXPECT_EQ(lines.front(), debugLine("tableStorage_ensureMode", "reopening table: old mode=1, new mode=0."));
         EXPECT_EQ(lines.back(), debugLine("tableReopen", "(mode=0) returned 0."));
         EXPECT_TRUE(log.writes().empty()) << "reopening is no init";
         EXPECT_EQ(owner.calls, (Lines{"verifyHeader 19", "loadHeader 19", "opened 150 50 19"}));
-        EXPECT_EQ(storage->mode, TABLE_FILE_WRITE);
-        EXPECT_EQ(tableFileGetMode(tableStorage_master(storage.get())), TABLE_FILE_READ);
+        EXPECT_EQ(storage->mode, OpenMode::write);
+        EXPECT_EQ(tableFileGetMode(tableStorage_master(storage.get())), OpenMode::read);
         EXPECT_TRUE(isFree()) << "the writer's lock is gone";
     }
 }
 
 TEST_F(TableStorageLife, RecoveryFollowsTheModeOfInitAndNotOfTheReopening) {
     writeFile(path, fakeTable(50, 100));
-    ASSERT_EQ(init(TABLE_FILE_READ), NO_ERROR);
+    ASSERT_EQ(init(OpenMode::read), NO_ERROR);
     owner.calls.clear();
     owner.verifyCode = FILE_SIZE_ERROR;
-    EXPECT_EQ(tableStorage_ensureMode(storage.get(), TABLE_FILE_WRITE), NO_ERROR);
+    EXPECT_EQ(tableStorage_ensureMode(storage.get(), OpenMode::write), NO_ERROR);
     EXPECT_EQ(owner.calls, (Lines{"verifyHeader 19", "loadHeader 19", "opened 150 50 19"})) << "still a reader";
     owner.verifyCode = NO_ERROR;
-    ASSERT_EQ(init(TABLE_FILE_WRITE), NO_ERROR);
+    ASSERT_EQ(init(OpenMode::write), NO_ERROR);
     owner.calls.clear();
     owner.verifyCode = FILE_SIZE_ERROR;
-    EXPECT_EQ(tableStorage_ensureMode(storage.get(), TABLE_FILE_READ), NO_ERROR);
+    EXPECT_EQ(tableStorage_ensureMode(storage.get(), OpenMode::read), NO_ERROR);
     EXPECT_EQ(owner.calls, (Lines{"verifyHeader 19", "recover", "opened 150 50 19"})) << "still a writer";
 }
 
 TEST_F(TableStorageLife, AnUninitialisedStorageCannotBeReopened) {
     const DebugLog debug;
-    EXPECT_EQ(tableStorage_ensureMode(storage.get(), TABLE_FILE_READ), NULL_POINTER_ERROR);
-    EXPECT_EQ(tableStorage_ensureMode(storage.get(), TABLE_FILE_WRITE), NULL_POINTER_ERROR);
+    EXPECT_EQ(tableStorage_ensureMode(storage.get(), OpenMode::read), NULL_POINTER_ERROR);
+    EXPECT_EQ(tableStorage_ensureMode(storage.get(), OpenMode::write), NULL_POINTER_ERROR);
     EXPECT_EQ(debug.text(), "");
 }
 
 TEST_F(TableStorageLife, AFailedReopenGoesBackToTheStoragesModeAndReturnsItsCode) {
     writeFile(path, fakeTable(50, 100));
-    ASSERT_EQ(init(TABLE_FILE_READ), NO_ERROR);
+    ASSERT_EQ(init(OpenMode::read), NO_ERROR);
     TableFile* other = nullptr;
-    ASSERT_EQ(tableFileOpen(&other, path.c_str(), TABLE_FILE_WRITE, nullptr), NO_ERROR);
+    ASSERT_EQ(tableFileOpen(&other, path.c_str(), OpenMode::write, nullptr), NO_ERROR);
     owner.calls.clear();
     const DebugLog debug;
-    EXPECT_EQ(tableStorage_ensureMode(storage.get(), TABLE_FILE_WRITE), FILE_OPEN_ERROR);
+    EXPECT_EQ(tableStorage_ensureMode(storage.get(), OpenMode::write), FILE_OPEN_ERROR);
     EXPECT_TRUE(tableStorage_isActive(storage.get()));
-    EXPECT_EQ(tableFileGetMode(tableStorage_master(storage.get())), TABLE_FILE_READ);
+    EXPECT_EQ(tableFileGetMode(tableStorage_master(storage.get())), OpenMode::read);
     EXPECT_EQ(owner.calls, (Lines{"verifyHeader 19", "loadHeader 19", "opened 150 50 19"}));
     EXPECT_NE(debug.text().find(debugLine("tableReopen", "(mode=1) returned 10.")), std::string::npos);
     EXPECT_EQ(tableFileClose(other), NO_ERROR);
@@ -260,38 +260,38 @@ TEST_F(TableStorageLife, AFailedReopenGoesBackToTheStoragesModeAndReturnsItsCode
 
 TEST_F(TableStorageLife, AReopenWhoseCloseFailsGoesBackToTheStoragesMode) {
     writeFile(path, fakeTable(50, 100));
-    ASSERT_EQ(init(TABLE_FILE_WRITE), NO_ERROR);
+    ASSERT_EQ(init(OpenMode::write), NO_ERROR);
     FaultPlatform platform;
     platform.failNth(FileCall::close, 1, EIO);
     const DebugLog debug;
-    EXPECT_EQ(tableStorage_ensureMode(storage.get(), TABLE_FILE_READ), SYSTEM_FILE_ERROR);
+    EXPECT_EQ(tableStorage_ensureMode(storage.get(), OpenMode::read), SYSTEM_FILE_ERROR);
     EXPECT_NE(debug.text().find(debugLine("tableReopen", "(mode=0) returned 4.")), std::string::npos);
     ASSERT_TRUE(tableStorage_isActive(storage.get()));
-    EXPECT_EQ(tableFileGetMode(tableStorage_master(storage.get())), TABLE_FILE_WRITE);
+    EXPECT_EQ(tableFileGetMode(tableStorage_master(storage.get())), OpenMode::write);
     EXPECT_EQ(tableStorage_uninit(storage.get()), NO_ERROR);
 }
 
 TEST_F(TableStorageLife, AReopenThatTheTableRefusesIsTriedInTheStoragesModeOnce) {
     writeFile(path, fakeTable(50, 100));
-    ASSERT_EQ(init(TABLE_FILE_READ), NO_ERROR);
+    ASSERT_EQ(init(OpenMode::read), NO_ERROR);
     owner.calls.clear();
     owner.verifyCode = CONFIG_MISMATCH_ERROR;
-    EXPECT_EQ(tableStorage_ensureMode(storage.get(), TABLE_FILE_WRITE), CONFIG_MISMATCH_ERROR);
+    EXPECT_EQ(tableStorage_ensureMode(storage.get(), OpenMode::write), CONFIG_MISMATCH_ERROR);
     EXPECT_EQ(owner.calls, (Lines{"verifyHeader 19", "verifyHeader 19"}));
     EXPECT_FALSE(tableStorage_isActive(storage.get()));
     EXPECT_TRUE(isFree());
 }
 
 TEST_F(TableStorageLife, AFileThatWasDroppedComesBackByAReopen) {
-    ASSERT_EQ(init(TABLE_FILE_WRITE), NO_ERROR);
+    ASSERT_EQ(init(OpenMode::write), NO_ERROR);
     TableStorageFileIterator iterator;
     ASSERT_NE(tableStorage_nextFile(storage.get(), &iterator), nullptr);
     ASSERT_EQ(tableStorage_closeFile(storage.get(), &iterator), NO_ERROR);
     EXPECT_FALSE(tableStorage_isActive(storage.get()));
     EXPECT_EQ(tableStorage_master(storage.get()), nullptr);
-    EXPECT_EQ(tableStorage_ensureMode(storage.get(), TABLE_FILE_READ), NO_ERROR);
+    EXPECT_EQ(tableStorage_ensureMode(storage.get(), OpenMode::read), NO_ERROR);
     EXPECT_TRUE(tableStorage_isActive(storage.get()));
 }
 
 }  // namespace
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

@@ -69,7 +69,7 @@ void operator delete[](void* memory, const std::nothrow_t&) noexcept {
     release(memory);
 }
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 
 AllocationFailure::AllocationFailure(std::int64_t n) : AllocationFailure(n, false) {
 }
@@ -94,4 +94,4 @@ std::int64_t liveAllocations() {
     return liveCount;
 }
 
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

@@ -3,7 +3,7 @@
 
 #include <cstdint>
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 
 // While the object lives, the n-th allocation with `new` from its construction on fails (1 is the next one). Keep
 // nothing but the operation under test in its scope: a test's own allocations count too.
@@ -26,4 +26,4 @@ class AllocationFailure {
 // What this thread has allocated with `new` and not deleted yet, in pieces.
 std::int64_t liveAllocations();
 
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

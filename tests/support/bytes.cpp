@@ -6,7 +6,7 @@
 #include <iterator>
 #include <stdexcept>
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 
 namespace {
 
@@ -115,4 +115,4 @@ std::string difference(const Bytes& actual, const Bytes& expected) {
            "] instead of [" + around(expected) + "]";
 }
 
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

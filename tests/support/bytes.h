@@ -8,7 +8,7 @@
 #include <string_view>
 #include <vector>
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 
 using Bytes = std::vector<std::uint8_t>;
 
@@ -34,4 +34,4 @@ std::string readText(const std::string& path);
 // Empty for equal contents of files; else where they differ first, and what stands there.
 std::string difference(const Bytes& actual, const Bytes& expected);
 
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

@@ -5,7 +5,7 @@
 
 #include "tests/support/bytes.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 
 CapturedOutput::CapturedOutput(std::FILE* stream) : stream_(stream), descriptor_(::fileno(stream)) {
     std::fflush(stream_);
@@ -26,4 +26,4 @@ std::string CapturedOutput::text() const {
     return readText(directory_.file("output"));
 }
 
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

@@ -6,7 +6,7 @@
 
 #include "tests/support/temporary_directory.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 
 class CapturedOutput {
   public:
@@ -25,4 +25,4 @@ class CapturedOutput {
     int original_;
 };
 
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

@@ -14,7 +14,7 @@
 #include "tests/support/bytes.h"
 #include "tests/support/temporary_directory.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 
 namespace {
 
@@ -127,4 +127,4 @@ ProgramResult FreshProcess::run(const std::string& directory) const {
     return result;
 }
 
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

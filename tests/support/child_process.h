@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 
 // A forked copy of this process that runs a function and ends with its result (0 to 255). It runs no destructors and no
 // exit handlers, and must not use the assertions of the test framework; an exception ends it with 122. Killed and
@@ -70,4 +70,4 @@ class FreshProcess {
     const char* name_;
 };
 
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

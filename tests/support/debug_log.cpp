@@ -7,7 +7,7 @@
 #include "tests/support/bytes.h"
 #include "tests/support/text_lines.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 
 std::string debugLine(const std::string& function, const std::string& message) {
     return "Tabulo/C DEBUG: " + function + "(): " + message;
@@ -39,4 +39,4 @@ void DebugLog::clear() {
     mark_ = readText(path_).size();
 }
 
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 
 // The prefix of the library's DEBUG lines and a message: what debugLine("f", "x") compares with is "... f(): x".
 std::string debugLine(const std::string& function, const std::string& message);
@@ -29,4 +29,4 @@ class DebugLog {
     std::size_t mark_ = 0;
 };
 
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

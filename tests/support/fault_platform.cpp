@@ -6,7 +6,7 @@
 
 #include "tests/support/platform_hooks.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 
 namespace {
 
@@ -192,4 +192,4 @@ void FaultPlatform::clear() {
     shortened_.clear();
 }
 
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

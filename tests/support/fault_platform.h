@@ -9,7 +9,7 @@
 
 #include "storage/file_platform.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 
 enum class FileCall { open, lock, unlock, readAt, writeAt, sync, syncDirectory, truncate, size, close, remove };
 
@@ -93,4 +93,4 @@ class FaultPlatform {
     std::int64_t now_ = -1;
 };
 
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

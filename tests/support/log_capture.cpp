@@ -4,7 +4,7 @@
 
 #include "tests/support/text_lines.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 
 LogCapture::LogCapture() {
     const char* names[] = {"debug", "info", "warning", "error"};
@@ -54,4 +54,4 @@ std::vector<std::string> LogCapture::lines(const std::string& channel) const {
     return textLines(text);
 }
 
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

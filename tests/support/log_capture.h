@@ -6,7 +6,7 @@
 
 #include "core/log.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 
 // One write call of a channel: its text, already formatted.
 struct LogWrite {
@@ -55,4 +55,4 @@ class LogCapture {
     int releases_ = 0;
 };
 
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

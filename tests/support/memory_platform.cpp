@@ -6,7 +6,7 @@
 
 #include "tests/support/platform_hooks.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 
 namespace {
 
@@ -171,4 +171,4 @@ int MemoryPlatform::resize(File* file, std::int64_t size) {
     return 0;
 }
 
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

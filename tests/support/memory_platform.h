@@ -11,7 +11,7 @@
 #include "storage/file_platform.h"
 #include "tests/support/bytes.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 
 // Installs itself for its life; one at a time. A path is any text; there are no directories. Files behave as the
 // system's: a removed one lives on behind its descriptors, the lock belongs to one descriptor, a write behind the end
@@ -66,4 +66,4 @@ class MemoryPlatform {
     int refusedSizes_ = 0;
 };
 
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

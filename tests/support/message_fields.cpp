@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 
 namespace {
 
@@ -59,4 +59,4 @@ Bytes frameBytes(const MessageMetadata& metadata, const std::vector<NumericValue
     return frame;
 }
 
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

@@ -10,7 +10,7 @@
 #include "messagetable/numeric_value.h"
 #include "tests/support/bytes.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 
 // "text" and its NUL: a text as the binding stores it.
 std::string withNul(std::string_view text);
@@ -21,4 +21,4 @@ void setMsgType(MessageMetadata* metadata, std::string_view msgType);
 Bytes frameBytes(const MessageMetadata& metadata, const std::vector<NumericValue>& numbers,
                  const std::vector<std::optional<std::string>>& strings);
 
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

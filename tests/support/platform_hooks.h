@@ -3,7 +3,7 @@
 
 #include "storage/file_platform.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 
 template <typename Hooks>
 void setFileOperations(FilePlatform* platform) {
@@ -21,4 +21,4 @@ void setFileOperations(FilePlatform* platform) {
     platform->now = Hooks::now;
 }
 
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

@@ -4,7 +4,7 @@
 
 #include <system_error>
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 
 TemporaryDirectory::TemporaryDirectory()
     : path_((std::filesystem::temp_directory_path() / "tabulo-test-XXXXXX").string()) {
@@ -18,4 +18,4 @@ TemporaryDirectory::~TemporaryDirectory() {
     std::filesystem::remove_all(path_, ignored);
 }
 
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

@@ -5,7 +5,7 @@
 #include <string>
 #include <string_view>
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 
 class TemporaryDirectory {
   public:
@@ -25,4 +25,4 @@ class TemporaryDirectory {
     std::string path_;
 };
 
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

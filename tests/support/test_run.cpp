@@ -7,7 +7,7 @@
 #include <stdexcept>
 #include <string>
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 namespace {
 
 // The number that an environment variable holds, or `otherwise` without it. Throws when it holds something else.
@@ -46,4 +46,4 @@ void reportFigure(std::string_view family, std::string_view what, std::int64_t c
     std::cout << "figure: " << family << ": " << what << ": " << count << std::endl;
 }
 
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

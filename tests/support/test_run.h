@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <string_view>
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 
 // The name of the environment variable that testSeed reads, for the sentence of a failure.
 inline constexpr const char* TEST_SEED_VARIABLE = "TABULO_TEST_SEED";
@@ -20,4 +20,4 @@ std::uint32_t testSeed();
 // docs/reliability.md. Figures of the same family and name, of several tests, are added up there.
 void reportFigure(std::string_view family, std::string_view what, std::int64_t count);
 
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 
 // The lines of a text without their line ends; an unfinished last line counts too.
 inline std::vector<std::string> textLines(const std::string& text) {
@@ -22,4 +22,4 @@ inline std::vector<std::string> textLines(const std::string& text) {
     return lines;
 }
 
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

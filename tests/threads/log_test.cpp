@@ -5,7 +5,7 @@
 #include "tests/support/test_run.h"
 #include "tests/threads/thread_fixture.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 namespace {
 
 constexpr int THREADS = 4;
@@ -81,7 +81,7 @@ TEST_F(SharedLog, HoldsTheLinesOfTablesThatAreOpenedAndClosedAtOnce) {
             TableShape shape;
             shape.name = "table" + std::to_string(thread);
             for (int i = 0; i < OPENINGS; ++i) {
-                const MessageTablePtr table = openOwn(directory.root(), TABLE_FILE_CREATE, shape);
+                const MessageTablePtr table = openOwn(directory.root(), OpenMode::create, shape);
                 requireCode(writeMessage(table.get(), simpleMessage(1, shape)), NO_ERROR, "a write");
             }
         });
@@ -97,4 +97,4 @@ TEST_F(SharedLog, HoldsTheLinesOfTablesThatAreOpenedAndClosedAtOnce) {
 }
 
 }  // namespace
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

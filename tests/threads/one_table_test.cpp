@@ -10,7 +10,7 @@
 #include "tests/threads/thread_fixture.h"
 #include "watcher/message_watcher.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 namespace {
 
 constexpr std::int32_t MESSAGES = 2500;
@@ -26,7 +26,7 @@ void repeat(Step step) {
 }
 
 void followLookups(const std::string& root, const TableShape& shape, std::int32_t count) {
-    const MessageTablePtr table = openOwn(root, TABLE_FILE_READ, shape);
+    const MessageTablePtr table = openOwn(root, OpenMode::read, shape);
     std::int32_t last = 0;
     repeat([&] {
         std::int32_t uniformId = 0;
@@ -43,7 +43,7 @@ void followLookups(const std::string& root, const TableShape& shape, std::int32_
 }
 
 void followIterator(const std::string& root, const TableShape& shape, std::int32_t count) {
-    const MessageTablePtr table = openOwn(root, TABLE_FILE_READ, shape);
+    const MessageTablePtr table = openOwn(root, OpenMode::read, shape);
     const MessageTableIteratorPtr iterator(mtIterator_open(table.get(), conditions_create()));
     std::int32_t next = 1;
     repeat([&] {
@@ -61,7 +61,7 @@ void followIterator(const std::string& root, const TableShape& shape, std::int32
 }
 
 void walkAgainAndAgain(const std::string& root, const TableShape& shape, std::int32_t count) {
-    const MessageTablePtr table = openOwn(root, TABLE_FILE_READ, shape);
+    const MessageTablePtr table = openOwn(root, OpenMode::read, shape);
     std::size_t seen = 0;
     repeat([&] {
         const ReadMessages read = readAll(table.get());
@@ -91,7 +91,7 @@ ErrorCode watchOn(std::int32_t* stop, void* context, const MessageMetadata* meta
 }
 
 void followWatch(const std::string& root, const TableShape& shape, std::int32_t count) {
-    const MessageTablePtr table = openOwn(root, TABLE_FILE_READ, shape);
+    const MessageTablePtr table = openOwn(root, OpenMode::read, shape);
     MessageTable* watched = table.get();
     MessageWatcher* watcher = messageWatcher_create(&watched, 1);
     watcher->pause = [](std::int64_t) { std::this_thread::yield(); };
@@ -111,7 +111,7 @@ TEST_F(OneTable, IsFollowedByReadersIteratorsAndWatchersOfOtherThreads) {
     TableShape shape;
     shape.messagesPerBlock = 50;
     const std::string root = directory.root();
-    const MessageTablePtr writer = openOwn(root, TABLE_FILE_CREATE, shape);
+    const MessageTablePtr writer = openOwn(root, OpenMode::create, shape);
     requireCode(writeMessage(writer.get(), simpleMessage(1, shape)), NO_ERROR, "the first message");
     runTogether({
         [&] {
@@ -132,13 +132,13 @@ TEST_F(OneTable, OfSessionInfoIsReadByOtherThreadsWhileOneWrites) {
     const std::int64_t count = std::int64_t{2000} * testEffort();
     const std::string root = directory.root();
     const SessionInfoTablePtr writer(si_create(makeSessionConfig(root)));
-    requireCode(si_init(writer.get(), TABLE_FILE_CREATE), NO_ERROR, "opening a session table");
+    requireCode(si_init(writer.get(), OpenMode::create), NO_ERROR, "opening a session table");
     const Tags tag = {1};
     const Values first = {0};
     requireCode(si_write(writer.get(), 1, tag.data(), first.data()), NO_ERROR, "the first value");
     const auto follow = [&] {
         const SessionInfoTablePtr reader(si_create(makeSessionConfig(root)));
-        requireCode(si_init(reader.get(), TABLE_FILE_READ), NO_ERROR, "opening a session table for reading");
+        requireCode(si_init(reader.get(), OpenMode::read), NO_ERROR, "opening a session table for reading");
         std::int64_t last = 0;
         repeat([&] {
             std::int64_t value = 0;
@@ -158,4 +158,4 @@ TEST_F(OneTable, OfSessionInfoIsReadByOtherThreadsWhileOneWrites) {
 }
 
 }  // namespace
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

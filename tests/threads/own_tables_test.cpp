@@ -9,7 +9,7 @@
 #include "tests/threads/thread_fixture.h"
 #include "watcher/message_watcher.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 namespace {
 
 constexpr int THREADS = 4;
@@ -112,16 +112,16 @@ void watch(MessageTable* table) {
 // The life of one message table, with a crash and a drop.
 void useMessageTable(const std::string& root, int thread) {
     const TableShape shape = shapeOf(thread);
-    MessageTablePtr writer = openOwn(root, TABLE_FILE_CREATE, shape);
-    const MessageTablePtr reader = openOwn(root, TABLE_FILE_READ, shape);
+    MessageTablePtr writer = openOwn(root, OpenMode::create, shape);
+    const MessageTablePtr reader = openOwn(root, OpenMode::read, shape);
     for (std::int32_t n = 1; n <= MESSAGES / 2; ++n) {
         requireCode(writeMessage(writer.get(), messageOf(thread, n)), NO_ERROR, "a write");
         requireLast(reader.get(), n);
     }
-    requireCode(mt_open(MessageTablePtr(mt_create(makeConfig(root, shape))).get(), TABLE_FILE_WRITE), FILE_OPEN_ERROR,
+    requireCode(mt_open(MessageTablePtr(mt_create(makeConfig(root, shape))).get(), OpenMode::write), FILE_OPEN_ERROR,
                 "opening a second writer");
     writer.reset();  // as a crash does; the next open recovers
-    writer = openOwn(root, TABLE_FILE_WRITE, shape);
+    writer = openOwn(root, OpenMode::write, shape);
     for (std::int32_t n = MESSAGES / 2 + 1; n <= MESSAGES; ++n) {
         const Bytes frame = frameOf(messageOf(thread, n));
         requireCode(mt_writeRawMessage(writer.get(), frame.data(), static_cast<std::int32_t>(frame.size())), NO_ERROR,
@@ -143,9 +143,9 @@ void useMessageTable(const std::string& root, int thread) {
 
 void useSessionTable(const std::string& root) {
     SessionInfoTablePtr writer(si_create(makeSessionConfig(root)));
-    requireCode(si_init(writer.get(), TABLE_FILE_CREATE), NO_ERROR, "opening a session table");
+    requireCode(si_init(writer.get(), OpenMode::create), NO_ERROR, "opening a session table");
     const SessionInfoTablePtr reader(si_create(makeSessionConfig(root)));
-    requireCode(si_init(reader.get(), TABLE_FILE_READ), NO_ERROR, "opening a session table for reading");
+    requireCode(si_init(reader.get(), OpenMode::read), NO_ERROR, "opening a session table for reading");
     const Tags tags = {1, 2, 3};
     for (std::int64_t i = 0; i < 50; ++i) {
         const Values values = {i, -i, i * i};
@@ -156,7 +156,7 @@ void useSessionTable(const std::string& root) {
     }
     writer.reset();
     writer.reset(si_create(makeSessionConfig(root)));
-    requireCode(si_init(writer.get(), TABLE_FILE_WRITE), NO_ERROR, "opening a session table again");
+    requireCode(si_init(writer.get(), OpenMode::write), NO_ERROR, "opening a session table again");
     requireCode(si_drop(writer.get()), NO_ERROR, "a drop of values");
 }
 
@@ -198,12 +198,12 @@ TEST_F(OwnTables, ThatAreRefusedTellEveryThreadItsOwnReason) {
             for (int i = 0; i < 50; ++i) {
                 TableShape shape = shapeOf(thread);
                 requireCode(
-                    mt_open(MessageTablePtr(mt_create(makeConfig(directory.root(), shape))).get(), TABLE_FILE_READ),
+                    mt_open(MessageTablePtr(mt_create(makeConfig(directory.root(), shape))).get(), OpenMode::read),
                     FILE_OPEN_ERROR, "opening a missing table");
-                const MessageTablePtr table = openOwn(directory.root(), TABLE_FILE_CREATE, shape);
+                const MessageTablePtr table = openOwn(directory.root(), OpenMode::create, shape);
                 shape.stringNames.back() = "Other";
                 requireCode(
-                    mt_open(MessageTablePtr(mt_create(makeConfig(directory.root(), shape))).get(), TABLE_FILE_READ),
+                    mt_open(MessageTablePtr(mt_create(makeConfig(directory.root(), shape))).get(), OpenMode::read),
                     STRING_FIELDS_NAMES_MISMATCH_ERROR, "opening a table with other names");
                 std::filesystem::remove(directory.file(shape.name));
             }
@@ -214,4 +214,4 @@ TEST_F(OwnTables, ThatAreRefusedTellEveryThreadItsOwnReason) {
 }
 
 }  // namespace
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

@@ -8,7 +8,7 @@
 
 #include "storage/table_file.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 
 namespace {
 
@@ -28,7 +28,7 @@ void requireCode(ErrorCode actual, ErrorCode expected, const std::string& operat
                                     ") instead of " + std::to_string(expected));
 }
 
-MessageTablePtr openOwn(const std::string& root, std::int32_t mode, const TableShape& shape) {
+MessageTablePtr openOwn(const std::string& root, OpenMode mode, const TableShape& shape) {
     MessageTablePtr table(mt_create(makeConfig(root, shape)));
     require(table != nullptr, "a table cannot be created");
     requireCode(mt_open(table.get(), mode), NO_ERROR, "opening " + shape.name + " in mode " + std::to_string(mode));
@@ -84,4 +84,4 @@ void ThreadsTest::runTogether(const std::vector<std::function<void()>>& bodies) 
     }
 }
 
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

@@ -16,7 +16,7 @@
 #include "tests/messagetable/message_table_fixture.h"
 #include "tests/support/temporary_directory.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 
 // Thrown by a thread's body, with a sentence; nothing is compared by the framework's macros there.
 class ThreadFailure : public std::runtime_error {
@@ -28,7 +28,7 @@ void require(bool condition, const std::string& sentence);
 void requireCode(ErrorCode actual, ErrorCode expected, const std::string& operation);
 
 // An open table; throws where that is refused.
-MessageTablePtr openOwn(const std::string& root, std::int32_t mode, const TableShape& shape);
+MessageTablePtr openOwn(const std::string& root, OpenMode mode, const TableShape& shape);
 
 class ThreadsTest : public ::testing::Test {
   protected:
@@ -56,4 +56,4 @@ class ThreadsTest : public ::testing::Test {
     LogFacility facility_{};
 };
 
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

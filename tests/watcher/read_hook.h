@@ -6,7 +6,7 @@
 
 #include "storage/file_platform.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 
 // While it lives, calls a function behind every read with the number of bytes that it brought. One at a time.
 class ReadHook {
@@ -35,4 +35,4 @@ class ReadHook {
     static inline std::function<void(std::size_t)> then;
 };
 
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

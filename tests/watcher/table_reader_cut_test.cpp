@@ -4,7 +4,7 @@
 #include "tests/watcher/read_hook.h"
 #include "tests/watcher/table_reader_fixture.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 namespace {
 
 // What recovery leaves behind a writer that was killed: the half frame is cut away, another one stands in its place.
@@ -98,7 +98,7 @@ TEST_F(TableReaderTest, AHalfFrameThatIsCutAwayIsForgotten) {
 }
 
 TEST_F(TableReaderTest, ATableThatIsDroppedIsFollowedFromItsBeginning) {
-    const WatchedTablePtr writer = open("orders", TABLE_FILE_CREATE);
+    const WatchedTablePtr writer = open("orders", OpenMode::create);
     for (std::int32_t id = 1; id <= 8; ++id) {
         ASSERT_EQ(storeMessage(writer.get(), id), NO_ERROR);
     }
@@ -126,7 +126,7 @@ TEST_F(TableReaderTest, ATableThatIsDroppedIsFollowedFromItsBeginning) {
 }
 
 TEST_F(TableReaderTest, ATableThatIsDroppedAndShorterAgainByTheNextPassIsFollowedFromItsBeginning) {
-    const WatchedTablePtr writer = open("orders", TABLE_FILE_CREATE);
+    const WatchedTablePtr writer = open("orders", OpenMode::create);
     for (std::int32_t id = 1; id <= 5; ++id) {
         ASSERT_EQ(storeMessage(writer.get(), id), NO_ERROR);
     }
@@ -165,4 +165,4 @@ TEST_F(TableReaderTest, AHalfFrameInTheBufferIsForgottenWhenTheTableIsDropped) {
 }
 
 }  // namespace
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

@@ -7,7 +7,7 @@
 
 #include "tests/watcher/watched_tables.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 
 inline constexpr std::size_t FRAME = 55;  // of a message without fields
 inline constexpr std::size_t LENGTH_WORD = 8;
@@ -30,12 +30,12 @@ class TableReaderTest : public WatcherTest {
     }
     std::size_t bufferSize() const { return watcher->readers[0]->buffer.size(); }
     void openReader() {
-        reader = open("orders", TABLE_FILE_READ);
+        reader = open("orders", OpenMode::read);
         ASSERT_NE(reader, nullptr);
     }
     // The bytes of a table with messages 1 to `count`, as its writer leaves them without closing it.
     Bytes written(std::int32_t count, const std::vector<std::string>& wires = {}) {
-        const WatchedTablePtr writer = open("orders", TABLE_FILE_CREATE);
+        const WatchedTablePtr writer = open("orders", OpenMode::create);
         for (std::int32_t id = 1; id <= count; ++id) {
             const auto number = static_cast<std::size_t>(id) - 1;
             EXPECT_EQ(storeMessage(writer.get(), id, number < wires.size() ? wires[number] : ""), NO_ERROR);
@@ -55,4 +55,4 @@ class TableReaderTest : public WatcherTest {
     std::size_t footerSize = 0;
 };
 
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

@@ -8,7 +8,7 @@
 #include "tests/support/fault_platform.h"
 #include "tests/watcher/table_reader_fixture.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 namespace {
 
 TEST_F(TableReaderTest, HalfAFrameDoesNotSpinAndIsDeliveredOnceItIsComplete) {
@@ -59,7 +59,7 @@ TEST_F(TableReaderTest, FramesMuchLargerThanTheBufferAreDelivered) {
     for (const std::size_t size : {0U, 16329U, 16330U, 40000U, 0U, 1000000U, 1U, 16384U, 32768U, 100U}) {
         wires.push_back(std::string(size, static_cast<char>('a' + wires.size())));
     }
-    const WatchedTablePtr writer = open("orders", TABLE_FILE_CREATE);
+    const WatchedTablePtr writer = open("orders", OpenMode::create);
     openReader();
     std::size_t next = 0;
     // Half of the messages are there at the start, the others come one by one.
@@ -84,7 +84,7 @@ TEST_F(TableReaderTest, FramesMuchLargerThanTheBufferAreDelivered) {
 TEST_F(TableReaderTest, AFooterOf18012BytesIsSteppedOver) {
     shape.configuredStrings = 12;
     shape.configuredNumbers = 16;
-    const WatchedTablePtr writer = open("orders", TABLE_FILE_CREATE);
+    const WatchedTablePtr writer = open("orders", OpenMode::create);
     ASSERT_EQ(writer->frames->footerSize, 18012) << "the widest table's footer is larger than a reader's first buffer";
     for (std::int32_t id = 1; id <= 7; ++id) {
         ASSERT_EQ(storeMessage(writer.get(), id), NO_ERROR);
@@ -210,7 +210,7 @@ ErrorCode skipMessages(std::int32_t*, void*, const BlockSummary*, const MessageM
 }
 
 TEST_F(TableReaderTest, LookupsReadsAndOtherWatchesOfTheSameHandleDisturbNothing) {
-    const WatchedTablePtr writer = open("orders", TABLE_FILE_CREATE);
+    const WatchedTablePtr writer = open("orders", OpenMode::create);
     openReader();
     for (std::int32_t id = 1; id <= 5; ++id) {
         ASSERT_EQ(storeMessage(writer.get(), id, std::string(400, 'x')), NO_ERROR);
@@ -250,4 +250,4 @@ TEST_F(TableReaderTest, LookupsReadsAndOtherWatchesOfTheSameHandleDisturbNothing
 }
 
 }  // namespace
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

@@ -1,6 +1,6 @@
 #include "tests/watcher/watched_tables.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 
 namespace {
 
@@ -112,7 +112,7 @@ void WatchRecord::clear() {
     idleCalls = 0;
 }
 
-WatchedTablePtr WatcherTest::open(const std::string& name, std::int32_t mode) const {
+WatchedTablePtr WatcherTest::open(const std::string& name, OpenMode mode) const {
     WatchedTablePtr table = makeWatched(directory.root(), name, shape);
     const ErrorCode code = mt_open(table.get(), mode);
     EXPECT_EQ(code, NO_ERROR) << "opening " << name << " in mode " << mode << ": " << getErrorMessage(code);
@@ -120,7 +120,7 @@ WatchedTablePtr WatcherTest::open(const std::string& name, std::int32_t mode) co
 }
 
 void WatcherTest::fill(const std::string& name, const std::vector<std::int32_t>& ids) const {
-    const WatchedTablePtr writer = open(name, TABLE_FILE_CREATE);
+    const WatchedTablePtr writer = open(name, OpenMode::create);
     for (const std::int32_t id : ids) {
         ASSERT_EQ(storeMessage(writer.get(), id), NO_ERROR) << "storing " << id << " in " << name;
     }
@@ -129,7 +129,7 @@ void WatcherTest::fill(const std::string& name, const std::vector<std::int32_t>&
 
 WatchedTablePtr WatcherTest::filled(const std::string& name, const std::vector<std::int32_t>& ids) const {
     fill(name, ids);
-    return open(name, TABLE_FILE_READ);
+    return open(name, OpenMode::read);
 }
 
 WatcherPtr WatcherTest::watch(const std::vector<MessageTable*>& tables) {
@@ -138,4 +138,4 @@ WatcherPtr WatcherTest::watch(const std::vector<MessageTable*>& tables) {
     return watcher;
 }
 
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

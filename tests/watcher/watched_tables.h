@@ -11,12 +11,13 @@
 #include <string_view>
 #include <vector>
 
+#include "core/handle.h"
 #include "messagetable/message_table.h"
 #include "tests/support/bytes.h"
 #include "tests/support/temporary_directory.h"
 #include "watcher/message_watcher.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 
 struct WatchedShape {
     std::int32_t messagesPerBlock = 3;
@@ -24,15 +25,9 @@ struct WatchedShape {
     std::int32_t configuredNumbers = 0;
 };
 
-struct WatchedTableDeleter {
-    void operator()(MessageTable* table) const noexcept { mt_destroy(table); }
-};
-using WatchedTablePtr = std::unique_ptr<MessageTable, WatchedTableDeleter>;
+using WatchedTablePtr = Handle<MessageTable, mt_destroy>;
 
-struct WatcherDeleter {
-    void operator()(MessageWatcher* watcher) const noexcept { messageWatcher_destroy(watcher); }
-};
-using WatcherPtr = std::unique_ptr<MessageWatcher, WatcherDeleter>;
+using WatcherPtr = Handle<MessageWatcher, messageWatcher_destroy>;
 
 // A table that is not open; null when it cannot be made. No expectations: processes without a test use it too.
 WatchedTablePtr makeWatched(const std::string& root, const std::string& name, const WatchedShape& shape = {});
@@ -84,7 +79,7 @@ class WatchRecord {
 class WatcherTest : public ::testing::Test {
   protected:
     // An open table, or null with a failed expectation.
-    WatchedTablePtr open(const std::string& name, std::int32_t mode) const;
+    WatchedTablePtr open(const std::string& name, OpenMode mode) const;
     // Creates a table with messages of these ids and closes it.
     void fill(const std::string& name, const std::vector<std::int32_t>& ids) const;
     // fill() and then a read-only table.
@@ -99,4 +94,4 @@ class WatcherTest : public ::testing::Test {
 // Lists of events.
 using Events = std::vector<std::string>;
 
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

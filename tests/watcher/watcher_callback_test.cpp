@@ -2,7 +2,7 @@
 #include "tests/support/log_capture.h"
 #include "tests/watcher/watched_tables.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 namespace {
 
 class WatcherCallback : public WatcherTest {
@@ -105,7 +105,7 @@ TEST_F(WatcherCallback, AReceiverMayDestroyTheWatcherAndItsTablesAtOnce) {
 }
 
 TEST_F(WatcherCallback, AReceiverMayDropTheTableOfTheMessageThatItReceives) {
-    const WatchedTablePtr writer = open("orders", TABLE_FILE_CREATE);
+    const WatchedTablePtr writer = open("orders", OpenMode::create);
     for (std::int32_t id = 1; id <= 5; ++id) {
         ASSERT_EQ(storeMessage(writer.get(), id, std::string(9000, 'x')), NO_ERROR);
     }
@@ -128,4 +128,4 @@ TEST_F(WatcherCallback, AReceiverMayDropTheTableOfTheMessageThatItReceives) {
 }
 
 }  // namespace
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

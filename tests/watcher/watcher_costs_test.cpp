@@ -8,7 +8,7 @@
 #include "tests/watcher/read_hook.h"
 #include "tests/watcher/watched_tables.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 namespace {
 
 // Messages that are stored between two looks of the watcher.
@@ -22,8 +22,8 @@ class WatcherCosts : public WatcherTest {
   protected:
     void SetUp() override {
         shape = {1000, 1, 1};
-        writer = open("orders", TABLE_FILE_CREATE);
-        reader = open("orders", TABLE_FILE_READ);
+        writer = open("orders", OpenMode::create);
+        reader = open("orders", OpenMode::read);
         watcher = watch({reader.get()});
     }
     std::size_t footer() const { return static_cast<std::size_t>(writer->frames->footerSize); }
@@ -97,4 +97,4 @@ TEST_F(WatcherCosts, ABacklogIsReadWithAFrameMoreForEachBufferAtMost) {
 }
 
 }  // namespace
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

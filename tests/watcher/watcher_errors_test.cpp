@@ -7,7 +7,7 @@
 #include "tests/support/log_capture.h"
 #include "tests/watcher/watched_tables.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 namespace {
 
 class WatcherErrors : public WatcherTest {
@@ -148,9 +148,9 @@ TEST_F(WatcherErrors, AnErrorOfACallWithoutAMessageEndsTheWatch) {
 class WatcherReadErrors : public WatcherErrors {
   protected:
     void SetUp() override {
-        writer = open("orders", TABLE_FILE_CREATE);
+        writer = open("orders", OpenMode::create);
         ASSERT_EQ(storeMessage(writer.get(), 1), NO_ERROR);
-        table = open("orders", TABLE_FILE_READ);
+        table = open("orders", OpenMode::read);
         watcher = watch({table.get()});
     }
     // Stores message 2 with a trailing length that differs from the leading one.
@@ -193,7 +193,7 @@ TEST_F(WatcherReadErrors, WhatTheCallBehindAnErrorAnswersChangesNothing) {
 }
 
 TEST_F(WatcherReadErrors, AnErrorOfALaterTableKeepsTheMessageThatAnEarlierOneHas) {
-    const WatchedTablePtr first = open("first", TABLE_FILE_CREATE);
+    const WatchedTablePtr first = open("first", OpenMode::create);
     watcher = watch({first.get(), table.get()});
     record.onIdle = [&](int call) {
         if (call == 1) {
@@ -268,4 +268,4 @@ TEST_F(WatcherReadErrors, TextsThatCannotBeCopiedEndTheWatchBehindOneMoreCall) {
 }
 
 }  // namespace
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

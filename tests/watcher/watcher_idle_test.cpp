@@ -7,7 +7,7 @@
 
 #include "tests/watcher/watched_tables.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 namespace {
 
 using namespace std::chrono_literals;
@@ -67,8 +67,8 @@ TEST_F(WatcherIdle, TheCounterOfIdlePassesDoesNotOverflow) {
 }
 
 TEST_F(WatcherIdle, ADeliveryStartsTheCountOfIdlePassesAnew) {
-    const WatchedTablePtr writer = open("orders", TABLE_FILE_CREATE);
-    const WatchedTablePtr table = open("orders", TABLE_FILE_READ);
+    const WatchedTablePtr writer = open("orders", OpenMode::create);
+    const WatchedTablePtr table = open("orders", OpenMode::read);
     const WatcherPtr watcher = watch({table.get()});
     record.onIdle = [&](int call) {
         if (call == 23) {
@@ -81,8 +81,8 @@ TEST_F(WatcherIdle, ADeliveryStartsTheCountOfIdlePassesAnew) {
 }
 
 TEST_F(WatcherIdle, AMessageThatIsConsumedSilentlyAlsoStartsTheCountAnew) {
-    const WatchedTablePtr writer = open("orders", TABLE_FILE_CREATE);
-    const WatchedTablePtr table = open("orders", TABLE_FILE_READ);
+    const WatchedTablePtr writer = open("orders", OpenMode::create);
+    const WatchedTablePtr table = open("orders", OpenMode::read);
     const WatcherPtr watcher = watch({table.get()});
     record.onIdle = [&](int call) {
         if (call == 17) {
@@ -207,4 +207,4 @@ TEST_F(WatcherIdle, AWatchersOwnPauseTakesItsTimeAlsoWhenSignalsCome) {
 }
 
 }  // namespace
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

@@ -3,7 +3,7 @@
 
 #include "tests/watcher/watched_tables.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 namespace {
 
 constexpr std::int32_t LOWEST = std::numeric_limits<std::int32_t>::min();
@@ -113,7 +113,7 @@ TEST_F(WatcherOrder, TheSameHandleTwiceDeliversEveryMessageForEachPlace) {
 TEST_F(WatcherOrder, EveryFieldOfAMessageIsDelivered) {
     shape.configuredStrings = 12;
     shape.configuredNumbers = 16;
-    const WatchedTablePtr writer = open("wide", TABLE_FILE_CREATE);
+    const WatchedTablePtr writer = open("wide", OpenMode::create);
     MessageMetadata metadata;
     metadata.uniformId = 11;
     metadata.seqNum = 12;
@@ -135,7 +135,7 @@ TEST_F(WatcherOrder, EveryFieldOfAMessageIsDelivered) {
     }
     numbers[3] = {};
     ASSERT_EQ(mt_writeMessage(writer.get(), &metadata, strings.data(), 16, numbers.data(), 16), NO_ERROR);
-    const WatchedTablePtr reader = open("wide", TABLE_FILE_READ);
+    const WatchedTablePtr reader = open("wide", OpenMode::read);
     const WatcherPtr watcher = watch({reader.get()});
     ASSERT_EQ(record.run(watcher.get(), {1}), NO_ERROR);
     ASSERT_EQ(record.received.size(), 1U);
@@ -158,7 +158,7 @@ TEST_F(WatcherOrder, EveryFieldOfAMessageIsDelivered) {
 }
 
 TEST_F(WatcherOrder, TextsAreCopiesThatDoNotStandInAReadersBuffer) {
-    const WatchedTablePtr writer = open("orders", TABLE_FILE_CREATE);
+    const WatchedTablePtr writer = open("orders", OpenMode::create);
     ASSERT_EQ(storeMessage(writer.get(), 1, "some text"), NO_ERROR);
     struct Seen {
         const TableReader* reader;
@@ -237,7 +237,7 @@ TEST_F(WatcherOrder, AMessageThatWasLookedAtBeforeAStopIsForgottenByTheNextStart
 }
 
 TEST_F(WatcherOrder, AWritersOwnHandleCanBeWatched) {
-    const WatchedTablePtr writer = open("orders", TABLE_FILE_CREATE);
+    const WatchedTablePtr writer = open("orders", OpenMode::create);
     const WatcherPtr watcher = watch({writer.get()});
     record.onIdle = [&](int call) {
         if (call > 7) {
@@ -251,4 +251,4 @@ TEST_F(WatcherOrder, AWritersOwnHandleCanBeWatched) {
 }
 
 }  // namespace
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

@@ -21,7 +21,7 @@
 #include "tests/support/child_process.h"
 #include "tests/watcher/watched_tables.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 namespace {
 
 #if defined(__SANITIZE_ADDRESS__)
@@ -82,7 +82,7 @@ int writeBursts(const WriteLimit& limit, std::uint64_t seed) {
     for (std::size_t i = 0; i < TABLES; ++i) {
         std::int32_t id = 0;
         tables[i] = makeWatched("./", NAMES[i], SHAPE);
-        if (mt_open(tables[i].get(), TABLE_FILE_WRITE) != NO_ERROR ||
+        if (mt_open(tables[i].get(), OpenMode::write) != NO_ERROR ||
             mt_getLastUniformMessageId(tables[i].get(), &id) != NO_ERROR) {
             return 1;
         }
@@ -112,7 +112,7 @@ int writeBursts(const WriteLimit& limit, std::uint64_t seed) {
 // not that of a frame or a block.
 void leaveHalfAFrame(const char* name, std::uint64_t random) {
     const WatchedTablePtr table = makeWatched("./", name, SHAPE);
-    if (mt_open(table.get(), TABLE_FILE_READ) != NO_ERROR) {
+    if (mt_open(table.get(), OpenMode::read) != NO_ERROR) {
         return;
     }
     const auto size = static_cast<std::int64_t>(std::filesystem::file_size(name));
@@ -217,7 +217,7 @@ void shortPause(std::int64_t) {
 bool makeTables() {
     for (std::size_t i = 0; i < TABLES; ++i) {
         const WatchedTablePtr table = makeWatched("./", NAMES[i], SHAPE);
-        if (mt_open(table.get(), TABLE_FILE_CREATE) != NO_ERROR ||
+        if (mt_open(table.get(), OpenMode::create) != NO_ERROR ||
             (i == 1 && storeMessage(table.get(), 1, wireOf(1)) != NO_ERROR) || mt_close(table.get()) != NO_ERROR) {
             return false;
         }
@@ -239,7 +239,7 @@ int follow(int kills) {
     std::array<MessageTable*, TABLES> handles{};
     for (std::size_t i = 0; i < TABLES; ++i) {
         tables[i] = makeWatched("./", NAMES[i], SHAPE);
-        if (mt_open(tables[i].get(), TABLE_FILE_READ) != NO_ERROR) {
+        if (mt_open(tables[i].get(), OpenMode::read) != NO_ERROR) {
             std::cerr << "PROBLEM: a table cannot be opened\n";
             return 1;
         }
@@ -288,4 +288,4 @@ TEST(WatcherProcesses, TheSameWithTheWriterKilledAndStartedAgainTenTimes) {
 }
 
 }  // namespace
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

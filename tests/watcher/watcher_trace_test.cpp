@@ -6,7 +6,7 @@
 #include "tests/watcher/read_hook.h"
 #include "tests/watcher/watched_tables.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 namespace {
 
 constexpr const char* START = "messageWatcher_startWatching";
@@ -96,8 +96,8 @@ TEST_F(WatcherTrace, OneTableWithTheIds1And2And4) {
 }
 
 TEST_F(WatcherTrace, AMessageThatArrivesDuringTheGapPassGoesBeforeTheOneBehindTheGap) {
-    const WatchedTablePtr writer = open("one", TABLE_FILE_CREATE);
-    const WatchedTablePtr one = open("one", TABLE_FILE_READ);
+    const WatchedTablePtr writer = open("one", OpenMode::create);
+    const WatchedTablePtr one = open("one", OpenMode::read);
     const WatchedTablePtr two = filled("two", {1, 2, 4});
     bool armed = false;
     // The pass behind message 2 finds nothing new in the first table; it grows before the second one is looked at.
@@ -178,7 +178,7 @@ TEST_F(WatcherTrace, TheEndNamesTheLastIdThatWentThroughEvenIfItWasNotDelivered)
 }
 
 TEST_F(WatcherTrace, AGapPassDoesNotForgetTheIdOfTheEndLine) {
-    const WatchedTablePtr writer = open("orders", TABLE_FILE_CREATE);
+    const WatchedTablePtr writer = open("orders", OpenMode::create);
     ASSERT_EQ(storeMessage(writer.get(), 2), NO_ERROR);
     ASSERT_EQ(storeMessage(writer.get(), 9), NO_ERROR);
     record.onMessage = [&](const Received& received) {
@@ -218,4 +218,4 @@ TEST_F(WatcherTrace, TheStartLineIsOneLinePieceByPiece) {
 }
 
 }  // namespace
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

@@ -19,7 +19,7 @@ extern "C" int __lsan_is_turned_off() {
     return virtualMachineRuns ? 1 : 0;
 }
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 
 namespace {
 
@@ -185,4 +185,4 @@ std::string WithJvm::takeException() {
     return copy;
 }
 
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

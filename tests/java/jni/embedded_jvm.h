@@ -8,7 +8,7 @@
 #include <string>
 #include <string_view>
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 
 // Tests that call Java. The virtual machine starts with the first test of a process and lives until its end; a test is
 // skipped only where libjvm cannot be loaded. Whatever a test creates lives in a local frame of its own. A test fails
@@ -35,4 +35,4 @@ class WithJvm : public ::testing::Test {
     JavaVM* vm = nullptr;
 };
 
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

@@ -6,7 +6,7 @@
 
 #include "tests/java/jni/embedded_jvm.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 namespace {
 
 class JniArrays : public WithJvm {
@@ -132,4 +132,4 @@ TEST_F(JniArrays, ARangeMustLieInItsArray) {
 }
 
 }  // namespace
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

@@ -6,7 +6,7 @@
 #include "tests/java/jni/embedded_jvm.h"
 #include "tests/support/captured_output.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 namespace {
 
 const std::string exceptionClass = "com.corvane.kestrova.engine.tabulo.jni.JNITboException: ";
@@ -117,4 +117,4 @@ TEST_F(JniException, NoExceptionOfTheLibrarysOwnLanguageLeavesAnEntryPoint) {
 }
 
 }  // namespace
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

@@ -4,7 +4,7 @@
 
 #include "tests/java/jni/embedded_jvm.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 namespace {
 
 constexpr const char* throwing = "java.lang.UnsupportedOperationException: thrown by a getter on purpose";
@@ -148,4 +148,4 @@ TEST_F(JniGetters, ThousandsOfCallsKeepNoLocalReferences) {
 }
 
 }  // namespace
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

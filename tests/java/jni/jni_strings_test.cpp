@@ -5,7 +5,7 @@
 
 #include "tests/java/jni/embedded_jvm.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 namespace {
 
 constexpr std::int32_t many = 5000;  // more than the virtual machine has local references to spare
@@ -136,4 +136,4 @@ TEST_F(JniStrings, ANullArrayIsAnEmptyListAndANullElementANullPointer) {
 }
 
 }  // namespace
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

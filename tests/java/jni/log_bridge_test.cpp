@@ -7,7 +7,7 @@
 #include "tests/java/jni/embedded_jvm.h"
 #include "tests/support/captured_output.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 namespace {
 
 class LogBridges : public WithJvm {
@@ -118,4 +118,4 @@ TEST_F(LogBridges, WhatIsNoFacilityIsRefusedAndNothingIsPending) {
 }
 
 }  // namespace
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

@@ -6,7 +6,7 @@
 
 #include "tests/java/jni/embedded_jvm.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 namespace {
 
 constexpr std::int32_t lowest = std::numeric_limits<std::int32_t>::min();
@@ -91,4 +91,4 @@ TEST_F(MessageArguments, ManyMessagesKeepNoLocalReferences) {
 }
 
 }  // namespace
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

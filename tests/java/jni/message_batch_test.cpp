@@ -6,7 +6,7 @@
 
 #include "tests/java/jni/embedded_jvm.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 namespace {
 
 constexpr std::int32_t otherKind = 3;
@@ -174,4 +174,4 @@ TEST_F(MessageBatches, ThousandsOfBatchesKeepNoLocalReferences) {
 }
 
 }  // namespace
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

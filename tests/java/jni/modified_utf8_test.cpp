@@ -7,7 +7,7 @@
 #include <string>
 #include <string_view>
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 namespace {
 
 using namespace std::string_view_literals;
@@ -157,4 +157,4 @@ TEST(ModifiedUtf8, AnyCutOfATextKeepsAllCharactersThatAreWhole) {
 }
 
 }  // namespace
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

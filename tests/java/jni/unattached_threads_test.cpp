@@ -14,7 +14,7 @@
 #include "tests/support/captured_output.h"
 #include "tests/support/temporary_directory.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 namespace {
 
 class UnattachedThreads : public WithJvm {
@@ -61,7 +61,7 @@ class UnattachedThreads : public WithJvm {
     // Writes three messages, cuts the last one, and opens the table again, which recovers it with a warning.
     void useTable(bool cut, std::int32_t* lastId) {
         MessageTable* table = mt_create(configuration());
-        ASSERT_EQ(NO_ERROR, mt_open(table, TABLE_FILE_WRITE));
+        ASSERT_EQ(NO_ERROR, mt_open(table, OpenMode::write));
         std::vector<StringField> strings(4);
         strings[2] = {"wire", 5};
         for (std::int32_t id = 1; cut && id <= 3; ++id) {
@@ -147,4 +147,4 @@ TEST_F(UnattachedThreads, AThreadThatWasAttachedAndDetachedIsUnknownAgain) {
 }
 
 }  // namespace
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test
