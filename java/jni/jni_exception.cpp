@@ -30,20 +30,20 @@ jobject createException(JNIEnv* env, jclass exceptionClass, ErrorCode code) {
 }  // namespace
 
 void throwTboException(JNIEnv* env, ErrorCode code) noexcept {
-    checkJavaException(env);
+    (void)checkJavaException(env);  // gives way to the new one
     jclass found = env->FindClass(EXCEPTION_CLASS);
     if (found == nullptr) {
-        checkJavaException(env);
+        (void)checkJavaException(env);  // why there is nothing to raise
         return;
     }
     auto* exceptionClass = static_cast<jclass>(env->NewGlobalRef(found));
     env->DeleteLocalRef(found);
     if (exceptionClass == nullptr) {
-        checkJavaException(env);
+        (void)checkJavaException(env);  // why there is nothing to raise
         return;
     }
     jobject created = createException(env, exceptionClass, code);
-    checkJavaException(env);
+    (void)checkJavaException(env);  // why `created` is null
     env->DeleteGlobalRef(exceptionClass);
     if (created != nullptr) {
         env->Throw(static_cast<jthrowable>(created));

@@ -11,9 +11,7 @@
 #include <vector>
 
 #include "core/error_codes.h"
-#include "messagetable/message_metadata.h"
-#include "messagetable/numeric_value.h"
-#include "messagetable/string_field.h"
+#include "messagetable/message.h"
 #include "storage/table_config.h"
 
 namespace tabulo::internal {

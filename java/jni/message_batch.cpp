@@ -24,11 +24,11 @@ struct Record {
     std::array<HeldText, 2> texts;
 };
 
-const char* signatureOf(std::int32_t kind) {
+const char* signatureOf(BatchKind kind) {
     switch (kind) {
-        case BATCH_PLAIN:
+        case BatchKind::plain:
             return "(I[J[[B[[B)I";
-        case BATCH_COMPACT:
+        case BatchKind::compact:
             return "(I[I[[B)I";
         default:
             return "(I[J[Ljava/lang/String;[Ljava/lang/String;)I";
@@ -42,7 +42,7 @@ struct MessageBatch {
     jobject listener = nullptr;  // global references; the class keeps the method id valid
     jclass listenerClass = nullptr;
     jmethodID onGetMessages = nullptr;
-    std::int32_t kind = BATCH_PLAIN;
+    BatchKind kind = BatchKind::plain;
     std::vector<Record> records;
     std::string bytes;
 };
@@ -64,7 +64,7 @@ jobject toJava(const MessageBatch& batch, const HeldText& held) {
         return nullptr;
     }
     const std::string_view text = std::string_view(batch.bytes).substr(held.offset, held.length);
-    if (batch.kind != BATCH_PLAIN && batch.kind != BATCH_COMPACT) {
+    if (batch.kind == BatchKind::text) {
         return nativeToJavaString(batch.env, text);
     }
     const auto length = static_cast<jsize>(text.size());
@@ -78,7 +78,7 @@ jobject toJava(const MessageBatch& batch, const HeldText& held) {
 // One column of the records as an array of byte[] or String; null with an exception pending.
 jobjectArray textColumn(const MessageBatch& batch, std::size_t column) {
     JNIEnv* env = batch.env;
-    const bool asBytes = batch.kind == BATCH_PLAIN || batch.kind == BATCH_COMPACT;
+    const bool asBytes = batch.kind != BatchKind::text;
     jclass elementClass = env->FindClass(asBytes ? "[B" : "java/lang/String");
     if (elementClass == nullptr) {
         return nullptr;
@@ -101,7 +101,7 @@ jobjectArray textColumn(const MessageBatch& batch, std::size_t column) {
 jobject valueColumn(const MessageBatch& batch) {
     JNIEnv* env = batch.env;
     const auto count = static_cast<jsize>(batch.records.size());
-    if (batch.kind == BATCH_COMPACT) {
+    if (batch.kind == BatchKind::compact) {
         std::vector<jint> values;
         for (const Record& record : batch.records) {
             values.push_back(static_cast<jint>(record.value));
@@ -132,7 +132,7 @@ ErrorCode callListener(const MessageBatch& batch, jint* answer) {
     if (first == nullptr) {
         return JNI_ERROR;
     }
-    if (batch.kind == BATCH_COMPACT) {
+    if (batch.kind == BatchKind::compact) {
         *answer = env->CallIntMethod(batch.listener, batch.onGetMessages, count, values, first);
         return NO_ERROR;
     }
@@ -163,7 +163,7 @@ bool bind(MessageBatch* batch, jobject listener, const char* className) {
 
 }  // namespace
 
-MessageBatch* messageBatch_create(JNIEnv* env, jobject listener, const char* className, std::int32_t kind) noexcept {
+MessageBatch* messageBatch_create(JNIEnv* env, jobject listener, const char* className, BatchKind kind) noexcept {
     if (listener == nullptr) {
         return nullptr;
     }
@@ -194,8 +194,7 @@ void messageBatch_destroy(MessageBatch* batch) noexcept {
     delete batch;
 }
 
-ErrorCode messageBatch_add(MessageBatch* batch, const MessageMetadata& metadata, const StringField* stringFields,
-                           std::int32_t stringFieldCount, bool* stop) noexcept {
+ErrorCode messageBatch_add(MessageBatch* batch, const MessageView& message, bool* stop) noexcept {
     if (batch->records.size() >= BATCH_CAPACITY) {
         const ErrorCode code = messageBatch_handOver(batch, stop);
         if (code != NO_ERROR || *stop) {
@@ -204,13 +203,10 @@ ErrorCode messageBatch_add(MessageBatch* batch, const MessageMetadata& metadata,
     }
     try {
         Record record;
-        record.value = batch->kind == BATCH_COMPACT ? metadata.uniformId : metadata.timestamp;
-        // The wire message and the non-metadata fields are the last two.
-        if (stringFieldCount >= 2) {
-            record.texts[0] = hold(&batch->bytes, stringFields[stringFieldCount - 2]);
-            if (batch->kind != BATCH_COMPACT) {
-                record.texts[1] = hold(&batch->bytes, stringFields[stringFieldCount - 1]);
-            }
+        record.value = batch->kind == BatchKind::compact ? message.metadata.uniformId : message.metadata.timestamp;
+        record.texts[0] = hold(&batch->bytes, message_wire(message));
+        if (batch->kind != BatchKind::compact) {
+            record.texts[1] = hold(&batch->bytes, message_nonMetadata(message));
         }
         batch->records.push_back(record);
     } catch (const std::bad_alloc&) {
@@ -235,7 +231,7 @@ ErrorCode messageBatch_handOver(MessageBatch* batch, bool* stop) noexcept {
         code = thrown != NO_ERROR ? thrown : code;
         env->PopLocalFrame(nullptr);
     } else {
-        checkJavaException(env);
+        (void)checkJavaException(env);  // the code is JNI_ERROR already
     }
     batch->records.clear();
     batch->bytes.clear();
@@ -243,14 +239,8 @@ ErrorCode messageBatch_handOver(MessageBatch* batch, bool* stop) noexcept {
     return code;
 }
 
-ErrorCode messageBatch_take(MessageBatch* batch, std::int32_t* answer, const MessageMetadata* metadata,
-                            const StringField* stringFields, std::int32_t stringFieldCount) noexcept {
-    bool stop = false;
-    const ErrorCode code = metadata == nullptr
-                               ? messageBatch_handOver(batch, &stop)
-                               : messageBatch_add(batch, *metadata, stringFields, stringFieldCount, &stop);
-    *answer = stop ? 1 : 0;
-    return code;
+bool messageBatch_isHolding(const MessageBatch* batch) noexcept {
+    return !batch->records.empty();
 }
 
 }  // namespace tabulo::internal

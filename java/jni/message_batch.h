@@ -16,22 +16,19 @@
 
 #include "core/error_codes.h"
 #include "core/handle.h"
-#include "messagetable/message_metadata.h"
-#include "messagetable/string_field.h"
+#include "messagetable/message.h"
 
 namespace tabulo::internal {
 
-inline constexpr std::int32_t BATCH_PLAIN = 1;
-inline constexpr std::int32_t BATCH_COMPACT = 2;
+enum class BatchKind { plain, compact, text };
 inline constexpr std::size_t BATCH_CAPACITY = 1000;
 
 struct MessageBatch;
 
 // A batch for a listener of the named class, which it keeps by global references. Null for a null listener, one of
-// another class or without the method (a pending exception is printed and cleared), or when memory is short. Kinds
-// other than BATCH_PLAIN and BATCH_COMPACT are the text kind. Freed with messageBatch_destroy, on the thread that made
-// it.
-MessageBatch* messageBatch_create(JNIEnv* env, jobject listener, const char* className, std::int32_t kind) noexcept;
+// another class or without the method (a pending exception is printed and cleared), or when memory is short. Freed
+// with messageBatch_destroy, on the thread that made it.
+MessageBatch* messageBatch_create(JNIEnv* env, jobject listener, const char* className, BatchKind kind) noexcept;
 // Deletes the global references; null is accepted.
 void messageBatch_destroy(MessageBatch* batch) noexcept;
 
@@ -39,13 +36,10 @@ using MessageBatchPtr = Handle<MessageBatch, messageBatch_destroy>;
 
 // Adds a message; a full batch is handed over first. When Java then answers non-zero, *stop is set and the message is
 // not added. JNI_ERROR when Java threw (printed and cleared) or its arrays cannot be made; OUT_OF_MEMORY_ERROR.
-ErrorCode messageBatch_add(MessageBatch* batch, const MessageMetadata& metadata, const StringField* stringFields,
-                           std::int32_t stringFieldCount, bool* stop) noexcept;
+ErrorCode messageBatch_add(MessageBatch* batch, const MessageView& message, bool* stop) noexcept;
 // Hands over what is held, also when it is nothing, and empties the batch. Codes as above.
 ErrorCode messageBatch_handOver(MessageBatch* batch, bool* stop) noexcept;
-// What a walk or a watch does with each message, and without one (metadata null): adds it, or hands over. *answer
-// becomes 1 when Java said stop, else 0.
-ErrorCode messageBatch_take(MessageBatch* batch, std::int32_t* answer, const MessageMetadata* metadata,
-                            const StringField* stringFields, std::int32_t stringFieldCount) noexcept;
+// True when messages are held.
+bool messageBatch_isHolding(const MessageBatch* batch) noexcept;
 
 }  // namespace tabulo::internal

@@ -17,25 +17,41 @@ namespace {
 
 constexpr const char* LISTENER_CLASS = "com/corvane/kestrova/engine/tabulo/IKSVTboMessageListener";
 
-ErrorCode takeMessage(std::int32_t* answer, void* context, const BlockSummary*, const MessageMetadata* metadata,
-                      const StringField* stringFields, std::int32_t stringFieldCount, const NumericValue*,
-                      std::int32_t) {
-    static_assert(MATCH_YES == 1);  // both say stop
-    return messageBatch_take(static_cast<MessageBatch*>(context), answer, metadata, stringFields, stringFieldCount);
+MessageBatch* batchOf(void* owner) {
+    return static_cast<MessageBatch*>(owner);
+}
+
+// Hands over the last messages. In front of damage there may be none; what comes of this call changes nothing then.
+ErrorCode handOverLast(void* owner, ErrorCode code) {
+    bool stop = false;
+    if (code == NO_ERROR) {
+        return messageBatch_handOver(batchOf(owner), &stop);
+    }
+    if (messageBatch_isHolding(batchOf(owner))) {
+        (void)messageBatch_handOver(batchOf(owner), &stop);  // the walk's code is what Java gets
+    }
+    return code;
+}
+
+ErrorCode addMessage(void* owner, const MessageView& message, Visit* answer) {
+    bool stop = false;
+    const ErrorCode code = messageBatch_add(batchOf(owner), message, &stop);
+    *answer = stop ? Visit::stop : Visit::goOn;
+    return code;
 }
 
 ErrorCode readMessages(JNIEnv* env, MessageTable* table, jintArray connMsgIds, jint count, jobject listener) {
-    const MessageBatchPtr batch(messageBatch_create(env, listener, LISTENER_CLASS, BATCH_PLAIN));
+    const MessageBatchPtr batch(messageBatch_create(env, listener, LISTENER_CLASS, BatchKind::plain));
     if (batch == nullptr) {
         return NULL_POINTER_ERROR;
     }
     std::int32_t idCount = count;
     const auto ids = intArrayToNative(env, connMsgIds, &idCount);
     if (ids == nullptr) {
-        checkJavaException(env);
+        (void)checkJavaException(env);  // JNI_ERROR without one too
         return JNI_ERROR;
     }
-    const MessageListener messageListener{takeMessage, batch.get()};
+    const MessageListener messageListener{batch.get(), addMessage, handOverLast};
     return mt_readMessages(table, ids.get(), idCount, &messageListener, false);
 }
 
@@ -83,22 +99,21 @@ TABULO_JNI(void, JNITboMessageTable, dropNative)(JNIEnv* env, jclass, jlong hand
 
 TABULO_JNI(void, JNITboMessageTable, readMessages)
 (JNIEnv* env, jclass, jlong handle, jintArray connMsgIds, jint count, jobject listener) {
-    onTable<MessageTable>(env, handle, [&](MessageTable* table) {
-        return readMessages(env, table, connMsgIds, count, listener);
-    });
+    onTable<MessageTable>(env, handle,
+                          [&](MessageTable* table) { return readMessages(env, table, connMsgIds, count, listener); });
 }
 
 TABULO_JNI(jlong, JNITboMessageTable, getMessages)(JNIEnv* env, jclass, jlong handle, jobject conditions) {
     MessageTableIterator* iterator = nullptr;
-    onTable<MessageTable>(
-        env, handle, [&](MessageTable* table) { return openIterator(env, table, conditions, &iterator); });
+    onTable<MessageTable>(env, handle,
+                          [&](MessageTable* table) { return openIterator(env, table, conditions, &iterator); });
     return toHandle(iterator);
 }
 
 TABULO_JNI(jint, JNITboMessageTable, getLastMessageId)(JNIEnv* env, jclass, jlong handle, jint classBaseId) {
     std::int32_t id = 0;
-    onTable<MessageTable>(
-        env, handle, [&](MessageTable* table) { return mt_getLastMessageId(table, classBaseId, &id); });
+    onTable<MessageTable>(env, handle,
+                          [&](MessageTable* table) { return mt_getLastMessageId(table, classBaseId, &id); });
     return id;
 }
 
@@ -129,8 +144,8 @@ TABULO_JNI(jint, JNITboMessageTable, getPendingMsgSeqNum)
 
 TABULO_JNI(jint, JNITboMessageTable, getLastUniformMessageId)(JNIEnv* env, jclass, jlong handle) {
     std::int32_t uniformId = 0;
-    onTable<MessageTable>(
-        env, handle, [&](MessageTable* table) { return mt_getLastUniformMessageId(table, &uniformId); });
+    onTable<MessageTable>(env, handle,
+                          [&](MessageTable* table) { return mt_getLastUniformMessageId(table, &uniformId); });
     return uniformId;
 }
 

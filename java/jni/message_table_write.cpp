@@ -1,5 +1,6 @@
 // The three writeMessage overloads of JNITboMessageTable. Nothing is written when a check fails.
 #include <algorithm>
+#include <span>
 
 #include "jni/jni_arrays.h"
 #include "jni/jni_exception.h"
@@ -18,6 +19,10 @@ struct BuiltInStrings {
     jstring text2;
     jstring text3;
 };
+
+std::span<const StringField> textsOf(const StringSlots& slots) {
+    return {slots.fields.data(), static_cast<std::size_t>(slots.count)};
+}
 
 ErrorCode writeWithStrings(JNIEnv* env, MessageTable* table, const MessageMetadata& metadata,
                            const BuiltInStrings& builtIn, jobjectArray indexedStrings, jdoubleArray numericValues) {
@@ -50,14 +55,14 @@ ErrorCode writeWithStrings(JNIEnv* env, MessageTable* table, const MessageMetada
     }
     stringSlots_finish(&slots);
     // Fewer values than the table has fields leave the rest absent; more are a mismatch.
-    const std::int32_t count = std::max(numericCount, table->header.layout.numericFieldCount);
-    return mt_writeMessage(table, &metadata, slots.fields.data(), slots.count, numerics.data(), count);
+    const std::int32_t count = std::max(numericCount, mt_layout(table).numericFieldCount);
+    return mt_writeMessage(table, {metadata, textsOf(slots), {numerics.data(), static_cast<std::size_t>(count)}});
 }
 
 ErrorCode writeWithBytes(JNIEnv* env, MessageTable* table, const MessageMetadata& metadata, jstring text0,
                          jstring text1, const std::array<ByteRange, 3>& parts, jobjectArray indexedStrings,
                          const NumericSlots& numerics) {
-    const MessageTableLayout& layout = table->header.layout;
+    const MessageTableLayout& layout = mt_layout(table);
     const std::int32_t configured = mtLayout_configuredStringCount(&layout);
     if (indexedStrings != nullptr && env->GetArrayLength(indexedStrings) < configured) {
         return STRING_FIELDS_COUNT_MISMATCH_ERROR;
@@ -80,8 +85,8 @@ ErrorCode writeWithBytes(JNIEnv* env, MessageTable* table, const MessageMetadata
         return code;
     }
     stringSlots_finish(&slots);
-    return mt_writeMessage(table, &metadata, slots.fields.data(), slots.count, numerics.data(),
-                           layout.numericFieldCount);
+    return mt_writeMessage(
+        table, {metadata, textsOf(slots), {numerics.data(), static_cast<std::size_t>(layout.numericFieldCount)}});
 }
 
 ErrorCode writeRaw(JNIEnv* env, MessageTable* table, const ByteRange& frame) {
@@ -107,10 +112,9 @@ TABULO_JNI(
  jstring text2, jstring text3, jobjectArray indexedStrings, jdoubleArray numericValues) {
     onTable<MessageTable>(env, handle, [&](MessageTable* table) {
         const MessageMetadata metadata =
-            messageMetadata_fromJava(env, uniformId, seqNum, prevSeqNum, connMsgId, timestamp, msgTypeChar,
-                                             msgType, isPossDupFlag, isOutOfSequence);
-        return writeWithStrings(env, table, metadata, {text0, text1, text2, text3}, indexedStrings,
-                                        numericValues);
+            messageMetadata_fromJava(env, uniformId, seqNum, prevSeqNum, connMsgId, timestamp, msgTypeChar, msgType,
+                                     isPossDupFlag, isOutOfSequence);
+        return writeWithStrings(env, table, metadata, {text0, text1, text2, text3}, indexedStrings, numericValues);
     });
 }
 
@@ -123,11 +127,11 @@ TABULO_JNI(
  jint offset3, jint length3, jobjectArray indexedStrings, jintArray typeMap, jlongArray longs, jdoubleArray doubles) {
     onTable<MessageTable>(env, handle, [&](MessageTable* table) {
         const MessageMetadata metadata =
-            messageMetadata_fromJava(env, uniformId, seqNum, prevSeqNum, connMsgId, timestamp, msgTypeChar,
-                                             msgType, isPossDupFlag, isOutOfSequence);
+            messageMetadata_fromJava(env, uniformId, seqNum, prevSeqNum, connMsgId, timestamp, msgTypeChar, msgType,
+                                     isPossDupFlag, isOutOfSequence);
         NumericSlots numerics{};
-        const ErrorCode code = numericSlots_fromTypeMap(
-            env, typeMap, longs, doubles, table->header.layout.numericFieldCount, &numerics);
+        const ErrorCode code =
+            numericSlots_fromTypeMap(env, typeMap, longs, doubles, mt_layout(table).numericFieldCount, &numerics);
         if (code != NO_ERROR) {
             return code;
         }

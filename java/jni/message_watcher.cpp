@@ -20,7 +20,7 @@ ErrorCode createWatcher(JNIEnv* env, jlongArray tableHandles, MessageWatcher** c
     std::int32_t count = -1;
     const auto handles = longArrayToNative(env, tableHandles, &count);
     if (handles == nullptr) {
-        checkJavaException(env);
+        (void)checkJavaException(env);  // JNI_ERROR without one too
         return JNI_ERROR;
     }
     std::vector<MessageTable*> tables;
@@ -59,15 +59,27 @@ ErrorCode copyStartingIds(JNIEnv* env, jint count, jintArray ids, std::unique_pt
     return checkJavaException(env);
 }
 
-ErrorCode takeMessage(std::int32_t* stop, void* context, const MessageMetadata* metadata,
-                      const StringField* stringFields, std::int32_t stringFieldCount, const NumericValue*, std::int32_t,
-                      std::int32_t) {
-    return messageBatch_take(static_cast<MessageBatch*>(context), stop, metadata, stringFields, stringFieldCount);
+MessageBatch* batchOf(void* owner) {
+    return static_cast<MessageBatch*>(owner);
+}
+
+ErrorCode addMessage(void* owner, const MessageView& message, std::int32_t, std::int32_t* stop) {
+    bool asked = false;
+    const ErrorCode code = messageBatch_add(batchOf(owner), message, &asked);
+    *stop = asked ? 1 : 0;
+    return code;
+}
+
+ErrorCode handOver(void* owner, std::int32_t* stop) {
+    bool asked = false;
+    const ErrorCode code = messageBatch_handOver(batchOf(owner), &asked);
+    *stop = asked ? 1 : 0;
+    return code;
 }
 
 ErrorCode watch(JNIEnv* env, jobject self, jlong handle, jint count, jintArray ids, jboolean compact) {
     const MessageBatchPtr batch(
-        messageBatch_create(env, self, WATCHER_CLASS, compact != JNI_FALSE ? BATCH_COMPACT : BATCH_PLAIN));
+        messageBatch_create(env, self, WATCHER_CLASS, compact != JNI_FALSE ? BatchKind::compact : BatchKind::plain));
     if (batch == nullptr) {
         return OUT_OF_MEMORY_ERROR;
     }
@@ -76,8 +88,8 @@ ErrorCode watch(JNIEnv* env, jobject self, jlong handle, jint count, jintArray i
     if (code != NO_ERROR) {
         return code;
     }
-    return messageWatcher_startWatching(handleTo<MessageWatcher>(handle), count, startingIds.get(), batch.get(),
-                                        takeMessage);
+    return messageWatcher_startWatching(handleTo<MessageWatcher>(handle), count, startingIds.get(),
+                                        {batch.get(), addMessage, handOver});
 }
 
 }  // namespace
@@ -91,7 +103,7 @@ TABULO_JNI(jlong, JNITboMessageWatcher, initialize)(JNIEnv* env, jclass, jlongAr
 // The second argument is the Java watcher: the batches go to its onGetMessages. A 0 handle is NULL_POINTER_ERROR.
 TABULO_JNI(jint, JNITboMessageWatcher, startWatching)
 (JNIEnv* env, jobject self, jlong handle, jint count, jintArray uniformMessageIds, jboolean compact) {
-    jint result = NO_ERROR;
+    ErrorCode result = NO_ERROR;
     entryPoint(env, [&] {
         result = watch(env, self, handle, count, uniformMessageIds, compact);
         return result;

@@ -18,7 +18,7 @@ ErrorCode writeFields(JNIEnv* env, SessionInfoTable* table, jint count, jintArra
     std::int32_t valueCount = tagCount;
     const auto nativeValues = nativeTags == nullptr ? nullptr : longArrayToNative(env, values, &valueCount);
     if (nativeValues == nullptr) {
-        checkJavaException(env);
+        (void)checkJavaException(env);  // JNI_ERROR without one too
         return JNI_ERROR;
     }
     return si_write(table, tagCount, nativeTags.get(), nativeValues.get());
@@ -28,7 +28,7 @@ ErrorCode readFields(JNIEnv* env, SessionInfoTable* table, jint count, jintArray
     std::int32_t tagCount = count;
     const auto nativeTags = intArrayToNative(env, tags, &tagCount);
     if (nativeTags == nullptr) {
-        checkJavaException(env);
+        (void)checkJavaException(env);  // JNI_ERROR without one too
         return JNI_ERROR;
     }
     if (tagCount > MAX_SESSION_INFO_TAGS) {
@@ -56,14 +56,14 @@ TABULO_JNI(void, JNITboSessionInfoTable, dropNative)(JNIEnv* env, jclass, jlong 
 
 TABULO_JNI(void, JNITboSessionInfoTable, writeFieldsNative)
 (JNIEnv* env, jclass, jlong handle, jint count, jintArray tags, jlongArray values) {
-    onTable<SessionInfoTable>(
-        env, handle, [&](SessionInfoTable* table) { return writeFields(env, table, count, tags, values); });
+    onTable<SessionInfoTable>(env, handle,
+                              [&](SessionInfoTable* table) { return writeFields(env, table, count, tags, values); });
 }
 
 TABULO_JNI(void, JNITboSessionInfoTable, readFieldsNative)
 (JNIEnv* env, jclass, jlong handle, jint count, jintArray tags, jlongArray values) {
-    onTable<SessionInfoTable>(
-        env, handle, [&](SessionInfoTable* table) { return readFields(env, table, count, tags, values); });
+    onTable<SessionInfoTable>(env, handle,
+                              [&](SessionInfoTable* table) { return readFields(env, table, count, tags, values); });
 }
 
 }  // namespace tabulo::internal

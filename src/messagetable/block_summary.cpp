@@ -129,9 +129,9 @@ void blockSummary_copy(BlockSummary* target, const BlockSummary& source) noexcep
     }
 }
 
-void blockSummary_add(BlockSummary* summary, const MessageTableLayout& layout, const MessageMetadata& metadata,
-                      const StringField* stringFields, const NumericValue* numericFields,
+void blockSummary_add(BlockSummary* summary, const MessageTableLayout& layout, const MessageView& message,
                       std::int32_t frameLength) noexcept {
+    const MessageMetadata& metadata = message.metadata;
     RangeRecord& minimum = summary->minimum;
     RangeRecord& maximum = summary->maximum;
     widen(&minimum.seqNum, &maximum.seqNum, metadata.seqNum);
@@ -147,14 +147,14 @@ void blockSummary_add(BlockSummary* summary, const MessageTableLayout& layout, c
     const std::int32_t filtered = std::min(layout.summarisedStringFieldCount, layout.stringFieldCount);
     for (std::int32_t i = 0; i < filtered; ++i) {
         const auto slot = static_cast<std::size_t>(i);
-        const std::string_view key = stringField_bytes(stringFields[i]);
+        const std::string_view key = stringField_bytes(message.texts[slot]);
         if (!key.empty() && !summary->recentKeys[slot].seen(key)) {
             bloomFilter_add(&summary->filters[slot], key);
         }
     }
     for (std::int32_t i = 0; i < layout.numericFieldCount; ++i) {
         const auto slot = static_cast<std::size_t>(i);
-        widenNumeric(&minimum.numericValues[slot], &maximum.numericValues[slot], numericFields[i]);
+        widenNumeric(&minimum.numericValues[slot], &maximum.numericValues[slot], message.numbers[slot]);
     }
     mthStaticIndexes_update(&summary->staticIndexes, &metadata);
 }

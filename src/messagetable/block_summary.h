@@ -26,8 +26,8 @@
 #include "core/bloom_filter.h"
 #include "core/byte_stream.h"
 #include "core/error_codes.h"
-#include "core/recent_keys.h"
-#include "messagetable/frame.h"
+#include "messagetable/message.h"
+#include "messagetable/recent_keys.h"
 #include "messagetable/static_indexes.h"
 #include "storage/table_config.h"
 
@@ -64,13 +64,17 @@ void blockSummary_reset(BlockSummary* summary, bool keepStaticIndexes) noexcept;
 // Copies without allocating; both were made for the same layout.
 void blockSummary_copy(BlockSummary* target, const BlockSummary& source) noexcept;
 // Adds one message whose frame takes frameLength bytes.
-void blockSummary_add(BlockSummary* summary, const MessageTableLayout& layout, const MessageMetadata& metadata,
-                      const StringField* stringFields, const NumericValue* numericFields,
+void blockSummary_add(BlockSummary* summary, const MessageTableLayout& layout, const MessageView& message,
                       std::int32_t frameLength) noexcept;
 
 // False when no message of the block has this text in the summarised string field `field`. That is certain, true is
 // not.
 bool blockSummary_mayContain(const BlockSummary& summary, std::int32_t field, std::string_view text) noexcept;
+
+// The length of this block when it is closed: length word, frames and footer.
+inline std::uint64_t blockSummary_closedLength(const BlockSummary& summary, std::int32_t footerSize) noexcept {
+    return BLOCK_LENGTH_SIZE + summary.frameBytes + static_cast<std::uint64_t>(footerSize);
+}
 
 // Appends the footer without its last field, the block length, of a summary to which messages were added (one that was
 // read has its filters elsewhere). The result is the stream's error.

@@ -90,13 +90,16 @@ ErrorCode decodeString(FrameBytes* bytes, StringField* field) {
 }
 
 // As mfr_decodeFrame. The bytes are taken by value, so that the place in them stays in a register.
-ErrorCode decode(FrameBytes bytes, MessageMetadata* metadata, StringField* stringFields, std::int32_t stringFieldCount,
-                 NumericValue* numericFields, std::int32_t numericFieldCount, std::int32_t* length) {
+ErrorCode decode(FrameBytes bytes, const MessageTableLayout& layout, DecodedMessage* message) {
+    StringField* const stringFields = message->stringFields.data();
+    NumericValue* const numericFields = message->numericFields.data();
+    const std::int32_t stringFieldCount = layout.stringFieldCount;
+    const std::int32_t numericFieldCount = layout.numericFieldCount;
     if (!bytes.has(FRAME_FIXED_SIZE)) {
         return NO_DATA_ERROR;
     }
     const std::uint8_t* const start = bytes.at;
-    const std::uint32_t msgLen = decodeFixedPart(&bytes, metadata);
+    const std::uint32_t msgLen = decodeFixedPart(&bytes, &message->metadata);
     for (std::int32_t i = 0; i < numericFieldCount; ++i) {
         const ErrorCode code = decodeNumeric(&bytes, &numericFields[i]);
         if (code != NO_ERROR) {
@@ -117,7 +120,7 @@ ErrorCode decode(FrameBytes bytes, MessageMetadata* metadata, StringField* strin
     if (bytes.take<std::uint32_t>() != msgLen) {
         return CONSISTENCY_ERROR;
     }
-    *length = static_cast<std::int32_t>(bytes.at - start);
+    message->frameLength = static_cast<std::int32_t>(bytes.at - start);
     return bytes.at - start == std::int64_t{msgLen} ? NO_ERROR : NO_DATA_ERROR;
 }
 
@@ -127,15 +130,13 @@ std::int32_t mfr_minimumFrameSize(std::int32_t stringFieldCount, std::int32_t nu
     return FRAME_FIXED_SIZE + numericFieldCount + stringFieldCount * STRING_LENGTH_SIZE + FRAME_LENGTH_SIZE;
 }
 
-ErrorCode mfr_encodeMessage(const MessageMetadata* metadata, const StringField* stringFields,
-                            std::int32_t stringFieldCount, const NumericValue* numericFields,
-                            std::int32_t numericFieldCount, KSVByteStream* stream) noexcept {
+ErrorCode mfr_encodeMessage(const MessageView& message, KSVByteStream* stream) noexcept {
     std::int64_t length = FRAME_FIXED_SIZE + FRAME_LENGTH_SIZE;
-    for (std::int32_t i = 0; i < numericFieldCount; ++i) {
-        length += numericValue_frameSize(numericFields[i]);
+    for (const NumericValue& number : message.numbers) {
+        length += numericValue_frameSize(number);
     }
-    for (std::int32_t i = 0; i < stringFieldCount; ++i) {
-        length += std::int64_t{STRING_LENGTH_SIZE} + stringFields[i].length;
+    for (const StringField& text : message.texts) {
+        length += std::int64_t{STRING_LENGTH_SIZE} + text.length;
     }
     if (length > std::numeric_limits<std::int32_t>::max()) {
         stream->error = STREAM_EXTENSION_ERROR;
@@ -147,22 +148,23 @@ ErrorCode mfr_encodeMessage(const MessageMetadata* metadata, const StringField* 
         return byteStream_error(stream);
     }
     at = put(at, static_cast<std::uint32_t>(length));
-    at = put(at, metadata->uniformId);
-    at = put(at, metadata->seqNum);
-    at = put(at, metadata->prevSeqNum);
-    at = put(at, metadata->connMsgId);
-    at = put(at, metadata->timestamp);
-    at = putMsgType(at, metadata->msgType);
-    at = put(at, metadata->isPossDupFlag);
-    at = put(at, metadata->isOutOfSequence);
-    for (std::int32_t i = 0; i < numericFieldCount; ++i) {
-        at = numericValue_putFrame(numericFields[i], at);
+    const MessageMetadata& metadata = message.metadata;
+    at = put(at, metadata.uniformId);
+    at = put(at, metadata.seqNum);
+    at = put(at, metadata.prevSeqNum);
+    at = put(at, metadata.connMsgId);
+    at = put(at, metadata.timestamp);
+    at = putMsgType(at, metadata.msgType);
+    at = put(at, metadata.isPossDupFlag);
+    at = put(at, metadata.isOutOfSequence);
+    for (const NumericValue& number : message.numbers) {
+        at = numericValue_putFrame(number, at);
     }
-    for (std::int32_t i = 0; i < stringFieldCount; ++i) {
-        at = put(at, static_cast<std::uint32_t>(stringFields[i].length));
-        if (stringFields[i].length > 0) {
-            std::memcpy(at, stringFields[i].text, static_cast<std::size_t>(stringFields[i].length));
-            at += stringFields[i].length;
+    for (const StringField& text : message.texts) {
+        at = put(at, static_cast<std::uint32_t>(text.length));
+        if (text.length > 0) {
+            std::memcpy(at, text.text, static_cast<std::size_t>(text.length));
+            at += text.length;
         }
     }
     put(at, static_cast<std::uint32_t>(length));
@@ -171,47 +173,39 @@ ErrorCode mfr_encodeMessage(const MessageMetadata* metadata, const StringField* 
 
 ErrorCode mfr_decodeFrame(const std::uint8_t* bytes, std::int64_t available, const MessageTableLayout& layout,
                           DecodedMessage* message) noexcept {
-    return decode({bytes, bytes + available}, &message->metadata, message->stringFields.data(), layout.stringFieldCount,
-                  message->numericFields.data(), layout.numericFieldCount, &message->frameLength);
+    return decode({bytes, bytes + available}, layout, message);
 }
 
-ErrorCode mfr_decodeMessage(MessageMetadata* metadata, StringField* stringFields, std::int32_t stringFieldCount,
-                            NumericValue* numericFields, std::int32_t numericFieldCount,
-                            KSVByteStream* stream) noexcept {
-    std::int32_t length = 0;
+ErrorCode mfr_decodeMessage(const MessageTableLayout& layout, KSVByteStream* stream, DecodedMessage* message) noexcept {
     const std::uint8_t* bytes = byteStream_readPointer(stream);
-    const ErrorCode code = decode({bytes, bytes + byteStream_unread(stream)}, metadata, stringFields, stringFieldCount,
-                                  numericFields, numericFieldCount, &length);
+    const ErrorCode code = decode({bytes, bytes + byteStream_unread(stream)}, layout, message);
     if (code == NO_ERROR) {
-        byteStream_skip(stream, length);
+        byteStream_skip(stream, message->frameLength);
     }
     return code;
 }
 
-ErrorCode mfr_decodeMessageBackward(MessageMetadata* metadata, StringField* stringFields, std::int32_t stringFieldCount,
-                                    NumericValue* numericFields, std::int32_t numericFieldCount,
-                                    KSVByteStream* stream) noexcept {
+ErrorCode mfr_decodeMessageBackward(const MessageTableLayout& layout, KSVByteStream* stream,
+                                    DecodedMessage* message) noexcept {
     const std::int32_t end = byteStream_readMark(stream);
     if (end < FRAME_LENGTH_SIZE) {
         return NO_DATA_ERROR;
     }
     std::uint32_t msgLen2 = 0;
     std::memcpy(&msgLen2, byteStream_buffer(stream) + end - FRAME_LENGTH_SIZE, sizeof(msgLen2));
-    if (msgLen2 < static_cast<std::uint32_t>(mfr_minimumFrameSize(stringFieldCount, numericFieldCount))) {
+    if (msgLen2 < static_cast<std::uint32_t>(mfr_minimumFrameSize(layout.stringFieldCount, layout.numericFieldCount))) {
         return CONSISTENCY_ERROR;
     }
     if (msgLen2 > static_cast<std::uint32_t>(end)) {
         return NO_DATA_ERROR;
     }
     const std::int32_t start = end - static_cast<std::int32_t>(msgLen2);
-    std::int32_t length = 0;
     const std::uint8_t* bytes = byteStream_buffer(stream);
-    const ErrorCode code = decode({bytes + start, bytes + byteStream_writeMark(stream)}, metadata, stringFields,
-                                  stringFieldCount, numericFields, numericFieldCount, &length);
+    const ErrorCode code = decode({bytes + start, bytes + byteStream_writeMark(stream)}, layout, message);
     if (code != NO_ERROR) {
         return code;
     }
-    if (length != end - start) {
+    if (message->frameLength != end - start) {
         return CONSISTENCY_ERROR;
     }
     byteStream_resetRead(stream, BYTE_STREAM_FORWARD, start);

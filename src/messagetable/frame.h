@@ -20,14 +20,11 @@
 // length lets a block be walked backward.
 #pragma once
 
-#include <array>
 #include <cstdint>
 
 #include "core/byte_stream.h"
 #include "core/error_codes.h"
-#include "messagetable/message_metadata.h"
-#include "messagetable/numeric_value.h"
-#include "messagetable/string_field.h"
+#include "messagetable/message.h"
 #include "storage/table_config.h"
 
 namespace tabulo::internal {
@@ -36,22 +33,12 @@ inline constexpr std::int32_t FRAME_FIXED_SIZE = 35;
 inline constexpr std::int32_t FRAME_LENGTH_SIZE = 4;
 inline constexpr std::int32_t STRING_LENGTH_SIZE = 4;
 
-// A message with all its fields, as a reader hands it on. Texts point into the buffer it was decoded from.
-struct DecodedMessage {
-    MessageMetadata metadata;
-    std::array<StringField, MAX_STRING_FIELDS> stringFields{};
-    std::array<NumericValue, MAX_NUMERIC_FIELDS> numericFields{};
-    std::int32_t frameLength = 0;
-};
-
 // The smallest frame of a layout: all fields absent. 55 bytes for four string fields and no numeric one.
 std::int32_t mfr_minimumFrameSize(std::int32_t stringFieldCount, std::int32_t numericFieldCount) noexcept;
 
 // Appends one frame. The result is the stream's error: STREAM_EXTENSION_ERROR when it cannot hold the frame, which is
 // also the answer to a frame beyond 2^31 - 1 bytes. Fields are taken as they are (mt_writeMessage checks them).
-ErrorCode mfr_encodeMessage(const MessageMetadata* metadata, const StringField* stringFields,
-                            std::int32_t stringFieldCount, const NumericValue* numericFields,
-                            std::int32_t numericFieldCount, KSVByteStream* stream) noexcept;
+ErrorCode mfr_encodeMessage(const MessageView& message, KSVByteStream* stream) noexcept;
 
 // Decodes the frame at the beginning of `available` bytes; texts point into them. NO_DATA_ERROR; CONSISTENCY_ERROR also
 // for an unknown numeric type. On a failure behind the fixed part, texts that were not reached are absent.
@@ -59,16 +46,13 @@ ErrorCode mfr_decodeFrame(const std::uint8_t* bytes, std::int64_t available, con
                           DecodedMessage* message) noexcept;
 // Decodes the frame at the read mark of a forward stream and leaves the mark behind it; texts point into the stream's
 // buffer. The errors of mfr_decodeFrame. On failure the mark stays.
-ErrorCode mfr_decodeMessage(MessageMetadata* metadata, StringField* stringFields, std::int32_t stringFieldCount,
-                            NumericValue* numericFields, std::int32_t numericFieldCount,
-                            KSVByteStream* stream) noexcept;
+ErrorCode mfr_decodeMessage(const MessageTableLayout& layout, KSVByteStream* stream, DecodedMessage* message) noexcept;
 
 // Decodes the frame that ends at the read mark of a forward stream and leaves the mark at its start, so that repeated
 // calls walk backward. NO_DATA_ERROR also for a trailing length that reaches before the stream's beginning;
 // CONSISTENCY_ERROR also for one below the smallest frame, and for a frame that does not end at the mark. On failure
 // the mark stays.
-ErrorCode mfr_decodeMessageBackward(MessageMetadata* metadata, StringField* stringFields, std::int32_t stringFieldCount,
-                                    NumericValue* numericFields, std::int32_t numericFieldCount,
-                                    KSVByteStream* stream) noexcept;
+ErrorCode mfr_decodeMessageBackward(const MessageTableLayout& layout, KSVByteStream* stream,
+                                    DecodedMessage* message) noexcept;
 
 }  // namespace tabulo::internal

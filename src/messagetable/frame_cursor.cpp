@@ -10,7 +10,7 @@ namespace tabulo::internal {
 namespace {
 
 ErrorCode loadPiece(FrameCursor* cursor, std::int64_t start, std::int64_t length) {
-    KSVByteStream* stream = cursor->mfr->stream.get();
+    KSVByteStream* stream = cursor->reader->frames.get();
     cursor->pieceStart = start;
     cursor->pieceEnd = start;
     const ErrorCode code = byteStream_readFromFileAt(stream, cursor->file, start, static_cast<std::int32_t>(length));
@@ -28,20 +28,21 @@ std::int64_t nextPieceLength(std::int64_t wanted, std::int64_t available, std::i
 
 std::uint32_t lengthWordAt(const FrameCursor* cursor, std::int64_t offset) {
     std::uint32_t length = 0;
-    std::memcpy(&length, byteStream_buffer(cursor->mfr->stream.get()) + (offset - cursor->pieceStart), sizeof(length));
+    std::memcpy(&length, byteStream_buffer(cursor->reader->frames.get()) + (offset - cursor->pieceStart),
+                sizeof(length));
     return length;
 }
 
 ErrorCode decodeHere(const FrameCursor* cursor, DecodedMessage* message) {
-    const std::uint8_t* piece = byteStream_buffer(cursor->mfr->stream.get());
+    const std::uint8_t* piece = byteStream_buffer(cursor->reader->frames.get());
     return mfr_decodeFrame(piece + (cursor->position - cursor->pieceStart), cursor->pieceEnd - cursor->position,
-                           cursor->mfr->layout, message);
+                           cursor->reader->layout, message);
 }
 
-FrameCursor makeCursor(MessageFrames* mfr, TableFile* file, std::int64_t begin, std::int64_t end, std::int64_t position,
-                       std::int32_t pieceSize) {
+FrameCursor makeCursor(BlockReader* reader, TableFile* file, std::int64_t begin, std::int64_t end,
+                       std::int64_t position, std::int32_t pieceSize) {
     FrameCursor cursor;
-    cursor.mfr = mfr;
+    cursor.reader = reader;
     cursor.file = file;
     cursor.begin = begin;
     cursor.end = end;
@@ -54,14 +55,14 @@ FrameCursor makeCursor(MessageFrames* mfr, TableFile* file, std::int64_t begin, 
 
 }  // namespace
 
-FrameCursor frameCursor_forward(MessageFrames* mfr, TableFile* file, std::int64_t begin, std::int64_t end,
+FrameCursor frameCursor_forward(BlockReader* reader, TableFile* file, std::int64_t begin, std::int64_t end,
                                 std::int32_t pieceSize) noexcept {
-    return makeCursor(mfr, file, begin, end, begin, pieceSize);
+    return makeCursor(reader, file, begin, end, begin, pieceSize);
 }
 
-FrameCursor frameCursor_backward(MessageFrames* mfr, TableFile* file, std::int64_t begin, std::int64_t end,
+FrameCursor frameCursor_backward(BlockReader* reader, TableFile* file, std::int64_t begin, std::int64_t end,
                                  std::int32_t pieceSize) noexcept {
-    return makeCursor(mfr, file, begin, end, end, pieceSize);
+    return makeCursor(reader, file, begin, end, end, pieceSize);
 }
 
 ErrorCode frameCursor_next(FrameCursor* cursor, DecodedMessage* message) noexcept {
@@ -100,7 +101,6 @@ ErrorCode frameCursor_next(FrameCursor* cursor, DecodedMessage* message) noexcep
 }
 
 ErrorCode frameCursor_previous(FrameCursor* cursor, DecodedMessage* message) noexcept {
-    const MessageTableLayout& layout = cursor->mfr->layout;
     const std::int64_t frameEnd = cursor->position;
     const std::int64_t available = frameEnd - cursor->begin;
     if (available < FRAME_LENGTH_SIZE) {
@@ -130,11 +130,9 @@ ErrorCode frameCursor_previous(FrameCursor* cursor, DecodedMessage* message) noe
             return NO_DATA_ERROR;
         }
     }
-    KSVByteStream* stream = cursor->mfr->stream.get();
+    KSVByteStream* stream = cursor->reader->frames.get();
     byteStream_resetRead(stream, BYTE_STREAM_FORWARD, static_cast<std::int32_t>(frameEnd - cursor->pieceStart));
-    const ErrorCode code =
-        mfr_decodeMessageBackward(&message->metadata, message->stringFields.data(), layout.stringFieldCount,
-                                  message->numericFields.data(), layout.numericFieldCount, stream);
+    const ErrorCode code = mfr_decodeMessageBackward(cursor->reader->layout, stream, message);
     if (code == NO_ERROR) {
         message->frameLength = static_cast<std::int32_t>(frameLength);
         cursor->position = frameEnd - frameLength;

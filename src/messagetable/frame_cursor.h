@@ -1,14 +1,15 @@
 // Steps through the frames of one stretch of a file, forward or backward, reading it in pieces.
 //
-// A piece is loaded into the stream of the frame reader and decoded in place, so a decoded message's texts are valid
-// until the next step. A frame larger than a piece makes the next piece as large as the frame, never larger than the
-// stretch.
+// A piece is loaded into the frame stream of a block reader and decoded in place, so a decoded message's texts are
+// valid until the next step. A frame larger than a piece makes the next piece as large as the frame, never larger than
+// the stretch.
 #pragma once
 
 #include <cstdint>
 
 #include "core/error_codes.h"
-#include "messagetable/message_frames.h"
+#include "messagetable/block_reader.h"
+#include "messagetable/frame.h"
 #include "storage/table_file.h"
 
 namespace tabulo::internal {
@@ -19,7 +20,7 @@ inline constexpr std::int32_t BLOCK_PIECE_SIZE = 64 * 1024 * 1024;
 inline constexpr std::int32_t SCAN_PIECE_SIZE = 256 * 1024;
 
 struct FrameCursor {
-    MessageFrames* mfr = nullptr;
+    BlockReader* reader = nullptr;
     TableFile* file = nullptr;
     std::int64_t begin = 0;  // the stretch
     std::int64_t end = 0;
@@ -30,9 +31,9 @@ struct FrameCursor {
 };
 
 // A cursor over [begin, end) that will step forward from its begin, or backward from its end.
-FrameCursor frameCursor_forward(MessageFrames* mfr, TableFile* file, std::int64_t begin, std::int64_t end,
+FrameCursor frameCursor_forward(BlockReader* reader, TableFile* file, std::int64_t begin, std::int64_t end,
                                 std::int32_t pieceSize) noexcept;
-FrameCursor frameCursor_backward(MessageFrames* mfr, TableFile* file, std::int64_t begin, std::int64_t end,
+FrameCursor frameCursor_backward(BlockReader* reader, TableFile* file, std::int64_t begin, std::int64_t end,
                                  std::int32_t pieceSize) noexcept;
 
 // Decodes the next frame and moves behind it. NO_DATA_ERROR: no complete frame stands there, be it the stretch's end or

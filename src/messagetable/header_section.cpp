@@ -1,47 +1,19 @@
 #include "messagetable/header_section.h"
 
 #include <array>
-#include <cstring>
+#include <utility>
 
 #include "core/log.h"
-#include "messagetable/block_reader.h"
+#include "messagetable/block_cursor.h"
 #include "messagetable/header_mismatch.h"
-#include "messagetable/message_table.h"
+#include "storage/type_name.h"
 
 namespace tabulo::internal {
 
 namespace {
 
-// The type name's length and bytes. Running out of data is told apart from a wrong name.
-ErrorCode readTypeName(KSVByteStream* stream) {
-    std::uint32_t length = 0;
-    if (byteStream_get(stream, &length).failed()) {
-        return byteStream_error(stream);
-    }
-    if (length != static_cast<std::uint32_t>(TYPE_NAME_LENGTH)) {
-        return TABLE_TYPE_ERROR;
-    }
-    std::array<char, TYPE_NAME_LENGTH> name{};
-    if (byteStream_getBytes(stream, name.data(), TYPE_NAME_LENGTH).failed()) {
-        return byteStream_error(stream);
-    }
-    return std::memcmp(name.data(), TYPE_NAME, TYPE_NAME_LENGTH) == 0 ? NO_ERROR : TABLE_TYPE_ERROR;
-}
-
-// The type name, the layout and the names. An impossible layout is told before names that it makes up run out of data.
-ErrorCode readLayout(KSVByteStream* stream, MessageTableHeader* stored) {
-    const ErrorCode code = readTypeName(stream);
-    if (code != NO_ERROR) {
-        return code;
-    }
-    const bool hasLayout = byteStream_unread(stream) >= LAYOUT_SIZE;
-    const ErrorCode read = mtLayout_read(stored, stream, true);
-    const ErrorCode checked = hasLayout ? mtLayout_check(&stored->layout) : NO_ERROR;
-    return checked != NO_ERROR ? checked : read;
-}
-
-void writeDetail(const MessageTable* table, FieldKind kind, const MessageTableHeader& stored) {
-    headerMismatch_writeDetail(tableConfig_getMasterPath(table->storage->config), kind, table->header, stored);
+void writeDetail(const SectionOwner& owner, FieldKind kind, const MessageTableHeader& stored) {
+    headerMismatch_writeDetail(tableConfig_getMasterPath(owner.storage->config), kind, owner.header, stored);
 }
 
 template <std::size_t Slots>
@@ -55,137 +27,147 @@ std::int32_t firstDifference(const std::array<FieldName, Slots>& configured, con
     return -1;
 }
 
-ErrorCode compareNames(const MessageTable* table, const MessageTableHeader& stored) {
-    const MessageTableHeader& configured = table->header;
+ErrorCode compareNames(const SectionOwner& owner, const MessageTableHeader& stored) {
+    const MessageTableHeader& configured = owner.header;
     std::int32_t i =
         firstDifference(configured.numericFieldNames, stored.numericFieldNames, configured.layout.numericFieldCount);
     if (i >= 0) {
         log_warning("mtX_verify", "Configured numeric field %d name mismatch in ", i);
-        writeDetail(table, FieldKind::numeric, stored);
+        writeDetail(owner, FieldKind::numeric, stored);
         return NUMERIC_FIELDS_NAMES_MISMATCH_ERROR;
     }
     i = firstDifference(configured.stringFieldNames, stored.stringFieldNames,
                         mtLayout_configuredStringCount(&configured.layout));
     if (i >= 0) {
         log_warning("mtX_verify", "Configured string field %d name mismatch in ", i);
-        writeDetail(table, FieldKind::string, stored);
+        writeDetail(owner, FieldKind::string, stored);
         return STRING_FIELDS_NAMES_MISMATCH_ERROR;
     }
     return NO_ERROR;
 }
 
-ErrorCode compareWithConfiguration(const MessageTable* table, const MessageTableHeader& stored) {
-    const MessageTableLayout& configured = table->header.layout;
+ErrorCode compareWithConfiguration(const SectionOwner& owner, const MessageTableHeader& stored) {
+    const MessageTableLayout& configured = owner.header.layout;
     if (stored.layout.stringFieldCount != configured.stringFieldCount) {
         log_warning("mtX_verify", "Configured string fields count mismatch in ");
-        writeDetail(table, FieldKind::string, stored);
+        writeDetail(owner, FieldKind::string, stored);
         return STRING_FIELDS_COUNT_MISMATCH_ERROR;
     }
     if (stored.layout.numericFieldCount != configured.numericFieldCount) {
         log_warning("mtX_verify", "Configured numeric fields count mismatch in ");
-        writeDetail(table, FieldKind::numeric, stored);
+        writeDetail(owner, FieldKind::numeric, stored);
         return NUMERIC_FIELDS_COUNT_MISMATCH_ERROR;
     }
     if (stored.layout.summarisedStringFieldCount != configured.summarisedStringFieldCount ||
         stored.layout.messagesPerBlock != configured.messagesPerBlock) {
         return CONFIG_MISMATCH_ERROR;
     }
-    return compareNames(table, stored);
+    return compareNames(owner, stored);
 }
 
 // The three records, each checked as soon as it is read.
-ErrorCode readRecords(TableFile* file, KSVByteStream* stream, BlockInfo* blockInfo, DataInfo* dataInfo,
-                      mthStaticIndexes* indexes) {
-    ErrorCode code = blockInfo_read(blockInfo, stream);
+ErrorCode readRecords(TableFile* file, KSVByteStream* stream, TailRecords* records) {
+    ErrorCode code = blockInfo_read(&records->blockInfo, stream);
     if (code == NO_ERROR) {
-        code = blockInfo_check(blockInfo, file);
+        code = blockInfo_check(&records->blockInfo, file);
     }
     if (code == NO_ERROR) {
-        code = dataInfo_read(dataInfo, stream);
+        code = dataInfo_read(&records->dataInfo, stream);
     }
     if (code == NO_ERROR) {
-        code = dataInfo_check(dataInfo, file);
+        code = dataInfo_check(&records->dataInfo, file);
     }
     if (code == NO_ERROR) {
-        code = mthStaticIndexes_read(indexes, stream);
+        code = mthStaticIndexes_read(&records->staticIndexes, stream);
     }
-    return code == NO_ERROR ? mthStaticIndexes_check(indexes) : code;
+    return code == NO_ERROR ? mthStaticIndexes_check(&records->staticIndexes) : code;
 }
 
 // Steps over the closed blocks up to lastBlockEnd by their length words and footers.
-ErrorCode checkClosedBlocks(MessageFrames* frames, TableFile* file, std::int64_t lastBlockEnd) {
-    std::int64_t position = frames->storage->headerSize;
-    while (position < lastBlockEnd) {
-        BlockView block;
-        const ErrorCode code = mfr_readBlockFooter(frames, file, position, false, &block);
-        if (code == NO_DATA_ERROR || block.tornWord) {
-            return HEADER_CORRUPTED_ERROR;
-        }
+ErrorCode checkClosedBlocks(BlockReader* reader, TableFile* file, std::int64_t lastBlockEnd) {
+    BlockCursor cursor = blockCursor_at(reader, reader->storage->headerSize, BlockCursor::OpenBlocks::unread,
+                                        BlockCursor::ZeroWords::open);
+    while (cursor.position < lastBlockEnd) {
+        const ErrorCode code = blockCursor_next(&cursor, file);
         if (code != NO_ERROR) {
             return code;
         }
-        position = blockView_next(block, frames);
+        if (cursor.block.state != BlockState::closed) {
+            const bool isDamaged = cursor.block.state == BlockState::damaged;
+            return isDamaged ? cursor.block.damage : HEADER_CORRUPTED_ERROR;
+        }
     }
-    return position == lastBlockEnd ? NO_ERROR : HEADER_CORRUPTED_ERROR;
+    return cursor.position == lastBlockEnd ? NO_ERROR : HEADER_CORRUPTED_ERROR;
 }
 
-// Brings the frame writer to the state of the open block of a file that ends where its data ends.
-ErrorCode loadWriter(MessageFrames* frames, TableFile* file, std::int64_t lastBlockEnd) {
+// Reads the open block of a file that ends where its data ends.
+ErrorCode loadOpenBlock(BlockReader* reader, TableFile* file, std::int64_t lastBlockEnd) {
     ErrorCode code = NO_ERROR;
     if (tableFileWrittenBeforeStart(file)) {
         // The power may have been lost when the tail and later blocks were on the disk, and an earlier block was not.
-        code = checkClosedBlocks(frames, file, lastBlockEnd);
+        code = checkClosedBlocks(reader, file, lastBlockEnd);
     }
     if (code == NO_ERROR) {
-        code = mfr_loadPreviousFooter(frames, file, lastBlockEnd);
+        code = mfr_loadPreviousFooter(reader, file, lastBlockEnd);
     }
     if (code != NO_ERROR) {
         return code;
     }
-    mfr_reset(frames, true);
+    blockSummary_reset(&reader->summary, true);
     const std::int64_t size = tableFileCachedSize(file);
     if (size == lastBlockEnd) {
         return NO_ERROR;
     }
-    BlockView block;
-    code = mfr_readBlockFooter(frames, file, lastBlockEnd, true, &block);
-    if (code != NO_ERROR) {
-        return code;
+    BlockCursor cursor =
+        blockCursor_at(reader, lastBlockEnd, BlockCursor::OpenBlocks::scanned, BlockCursor::ZeroWords::open);
+    code = blockCursor_next(&cursor, file);
+    const Block& block = cursor.block;
+    if (code != NO_ERROR || block.state == BlockState::damaged || block.state == BlockState::none) {
+        return code != NO_ERROR ? code : (block.state == BlockState::none ? NO_DATA_ERROR : block.damage);
     }
-    const bool usable = !block.closed && block.messageCount > 0 &&
-                        block.messageCount < frames->layout.messagesPerBlock && blockView_framesEnd(block) == size;
+    const bool usable = block.state == BlockState::open && block.messageCount > 0 &&
+                        block.messageCount < reader->layout.messagesPerBlock && block.framesEnd == size;
     return usable ? NO_ERROR : FILE_SIZE_ERROR;
 }
 
 }  // namespace
 
-void mtX_resetState(MessageTable* table) noexcept {
-    blockInfo_init(&table->blockInfo);
-    dataInfo_init(&table->dataInfo);
-    mthStaticIndexes_init(&table->staticIndexes);
-    mfr_resetAll(table->frames.get());
-    table->viewLoaded = false;
+ErrorCode headerSection_readLayout(KSVByteStream* stream, MessageTableHeader* stored) noexcept {
+    const ErrorCode code = typeName_read(stream, TYPE_NAME);
+    if (code != NO_ERROR) {
+        return code;
+    }
+    // An impossible layout is told before names that it makes up run out of data.
+    const bool hasLayout = byteStream_unread(stream) >= LAYOUT_SIZE;
+    const ErrorCode read = mtLayout_read(stored, stream, true);
+    const ErrorCode checked = hasLayout ? mtLayout_check(&stored->layout) : NO_ERROR;
+    return checked != NO_ERROR ? checked : read;
 }
 
-ErrorCode mtX_writeHeader(MessageTable* table, KSVByteStream* stream) noexcept {
-    if (mtLayout_check(&table->header.layout) != NO_ERROR) {
-        return WRONG_PARAMETER_ERROR;
-    }
-    mtX_resetState(table);
-    byteStream_put(stream, static_cast<std::uint32_t>(TYPE_NAME_LENGTH));
-    byteStream_putBytes(stream, TYPE_NAME, TYPE_NAME_LENGTH);
-    (void)mtLayout_write(&table->header, stream);  // the stream keeps its first error
-    (void)blockInfo_write(&table->blockInfo, stream);  // the stream keeps its first error
-    if (byteStream_error(stream) != NO_ERROR) {
+ErrorCode headerSection_skim(KSVByteStream* stream, std::int32_t offset, MessageTableLayout* layout,
+                             TailRecords* records) noexcept {
+    if (byteStream_resetRead(stream, BYTE_STREAM_FORWARD, offset + TYPE_RECORD_SIZE).failed()) {
         return byteStream_error(stream);
     }
-    table->dataInfo.dataEnd =
-        static_cast<std::uint64_t>(byteStream_writeMark(stream) + DATA_INFO_SIZE + STATIC_INDEXES_SIZE);
-    (void)dataInfo_write(&table->dataInfo, stream);  // the stream keeps its first error
-    return mthStaticIndexes_write(&table->staticIndexes, stream);
+    MessageTableHeader stored;
+    const ErrorCode code = mtLayout_read(&stored, stream, false);
+    *layout = stored.layout;
+    return code == NO_ERROR ? headerTail_parse(stream, records) : code;
 }
 
-ErrorCode mtX_verify(MessageTable* table, TableFile* file, KSVByteStream* stream, std::int32_t offset) noexcept {
+ErrorCode mtX_writeHeader(const MessageTableHeader& header, KSVByteStream* stream, TailRecords* records) noexcept {
+    if (mtLayout_check(&header.layout) != NO_ERROR) {
+        return WRONG_PARAMETER_ERROR;
+    }
+    *records = {};
+    typeName_write(TYPE_NAME, stream);
+    (void)mtLayout_write(&header, stream);  // the stream keeps its first error
+    records->dataInfo.dataEnd = static_cast<std::uint64_t>(byteStream_writeMark(stream)) + HEADER_TAIL_SIZE;
+    return headerTail_write(*records, stream);
+}
+
+ErrorCode mtX_verify(const SectionOwner& owner, TableFile* file, KSVByteStream* stream, std::int32_t offset,
+                     TailRecords* records) noexcept {
     std::int64_t size = 0;
     ErrorCode code = tableFileGetSize(file, &size);
     if (code != NO_ERROR) {
@@ -198,67 +180,46 @@ ErrorCode mtX_verify(MessageTable* table, TableFile* file, KSVByteStream* stream
         return byteStream_error(stream);
     }
     MessageTableHeader stored;
-    code = readLayout(stream, &stored);
+    code = headerSection_readLayout(stream, &stored);
     if (code != NO_ERROR) {
         return code;
     }
     if (byteStream_readMark(stream) + HEADER_TAIL_SIZE != tsgh_storedHeaderSize(stream)) {
         return HEADER_CORRUPTED_ERROR;
     }
-    code = compareWithConfiguration(table, stored);
+    code = compareWithConfiguration(owner, stored);
     if (code != NO_ERROR) {
         return code;
     }
-    BlockInfo blockInfo;
-    DataInfo dataInfo;
-    mthStaticIndexes indexes;
-    code = readRecords(file, stream, &blockInfo, &dataInfo, &indexes);
+    TailRecords read;
+    code = readRecords(file, stream, &read);
     if (code == NO_ERROR) {
-        table->blockInfo = blockInfo;
-        table->dataInfo = dataInfo;
-        table->staticIndexes = indexes;
+        *records = read;
     }
     return code;
 }
 
-ErrorCode mtX_load(MessageTable* table, TableFile* file, KSVByteStream* stream, std::int32_t offset) noexcept {
-    if (byteStream_resetRead(stream, BYTE_STREAM_FORWARD, offset + TYPE_RECORD_SIZE).failed()) {
-        return byteStream_error(stream);
-    }
-    MessageTableHeader stored;
-    BlockInfo blockInfo;
-    DataInfo dataInfo;
-    mthStaticIndexes indexes;
-    ErrorCode code = mtLayout_read(&stored, stream, false);
-    if (code == NO_ERROR) {
-        code = headerTail_parse(stream, &blockInfo, &dataInfo, &indexes);
-    }
+ErrorCode mtX_load(const SectionOwner& owner, TableFile* file, KSVByteStream* stream, std::int32_t offset,
+                   LoadedTable* loaded) noexcept {
+    MessageTableLayout layout;
+    LoadedTable read;
+    ErrorCode code = headerSection_skim(stream, offset, &layout, &read.records);
     if (code != NO_ERROR) {
         return code;
     }
-    blockInfo.lastBlockEnd = mt_effectiveBlockEnd(table, blockInfo.lastBlockEnd);
+    read.records.blockInfo.lastBlockEnd = headerTail_openBlock(read.records, owner.storage->headerSize);
     if (tableFileGetMode(file) != OpenMode::read) {
-        code = loadWriter(table->frames.get(), file, static_cast<std::int64_t>(blockInfo.lastBlockEnd));
+        read.openBlock.reset(blockReader_create(owner.storage, owner.header.layout));
+        code = read.openBlock == nullptr
+                   ? OUT_OF_MEMORY_ERROR
+                   : loadOpenBlock(read.openBlock.get(), file,
+                                   static_cast<std::int64_t>(read.records.blockInfo.lastBlockEnd));
         if (code != NO_ERROR) {
-            mfr_resetAll(table->frames.get());
             return code;
         }
-        indexes = table->frames->summary.staticIndexes;
+        read.records.staticIndexes = read.openBlock->summary.staticIndexes;
     }
-    table->blockInfo = blockInfo;
-    table->dataInfo = dataInfo;
-    table->staticIndexes = indexes;
-    table->viewLoaded = false;
-    return NO_ERROR;
-}
-
-ErrorCode mtX_prepareTail(MessageTable* table, std::int32_t headerEnd) noexcept {
-    // Counted back from the header's end: the stored names may take a byte more than ours ("" with or without its NUL).
-    table->tail = headerTail_create(table->storage.get(), headerEnd - HEADER_TAIL_SIZE, HEADER_TAIL_SIZE);
-    if (table->tail == nullptr) {
-        return OUT_OF_MEMORY_ERROR;
-    }
-    table->blockInfo.lastBlockEnd = mt_effectiveBlockEnd(table, table->blockInfo.lastBlockEnd);
+    *loaded = std::move(read);
     return NO_ERROR;
 }
 

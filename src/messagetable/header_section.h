@@ -6,34 +6,48 @@
 
 #include "core/byte_stream.h"
 #include "core/error_codes.h"
-#include "storage/table_file.h"
+#include "messagetable/block_reader.h"
+#include "messagetable/header_tail.h"
+#include "storage/table_storage.h"
 
 namespace tabulo::internal {
 
-struct MessageTable;
+// Whose section it is; both are borrowed.
+struct SectionOwner {
+    const MessageTableHeader& header;  // layout and names of the configuration
+    TableStorage* storage;
+};
 
-// Appends a new section behind the generic header that the stream already holds; resets the table's bookkeeping, static
-// indexes and frame writer. The result is the stream's error; WRONG_PARAMETER_ERROR for an impossible layout.
-ErrorCode mtX_writeHeader(MessageTable* table, KSVByteStream* stream) noexcept;
+// What a file has been found to hold.
+struct LoadedTable {
+    TailRecords records;
+    BlockReaderPtr openBlock;  // its summary is that of the open block; null for a file that is open read-only
+};
 
-// Checks the section at `offset` of the stream that holds the file's beginning, field by field against the table's
-// configuration; on success the table's bookkeeping and static indexes hold the stored values. The first failure is
-// returned: FILE_SIZE_ERROR (nothing behind the generic header; lastBlockEnd or dataEnd do not fit the file),
-// STREAM_NOT_ENOUGH_DATA_ERROR (cut section), TABLE_TYPE_ERROR, HEADER_CORRUPTED_ERROR (impossible layout; the section
-// does not end where the header does; negative messageCount), CONFIG_MISMATCH_ERROR, and with a WARNING
-// STRING_FIELDS_COUNT_MISMATCH_ERROR, NUMERIC_FIELDS_COUNT_MISMATCH_ERROR, NUMERIC_FIELDS_NAMES_MISMATCH_ERROR,
-// STRING_FIELDS_NAMES_MISMATCH_ERROR.
-ErrorCode mtX_verify(MessageTable* table, TableFile* file, KSVByteStream* stream, std::int32_t offset) noexcept;
+// Appends a new section behind the generic header that the stream already holds, and sets *records to those of a table
+// without messages. The result is the stream's error; WRONG_PARAMETER_ERROR for an impossible layout, records
+// unchanged.
+ErrorCode mtX_writeHeader(const MessageTableHeader& header, KSVByteStream* stream, TailRecords* records) noexcept;
 
-// Takes over the stored records; for a file that is open for writing also brings the frame writer to the state of the
-// open block, which must reach exactly to the file's end: anything else is FILE_SIZE_ERROR, and recovery's to mend. The
-// table changes only when all of it succeeds.
-ErrorCode mtX_load(MessageTable* table, TableFile* file, KSVByteStream* stream, std::int32_t offset) noexcept;
+// Checks the section at `offset` of the stream that holds the file's beginning, field by field against the owner's
+// configuration; on success *records are the stored ones. The first failure is returned: FILE_SIZE_ERROR (nothing
+// behind the generic header; lastBlockEnd or dataEnd do not fit the file), STREAM_NOT_ENOUGH_DATA_ERROR (cut section),
+// TABLE_TYPE_ERROR, HEADER_CORRUPTED_ERROR (impossible layout; the section does not end where the header does; negative
+// messageCount), CONFIG_MISMATCH_ERROR, and with a WARNING STRING_FIELDS_COUNT_MISMATCH_ERROR,
+// NUMERIC_FIELDS_COUNT_MISMATCH_ERROR, NUMERIC_FIELDS_NAMES_MISMATCH_ERROR, STRING_FIELDS_NAMES_MISMATCH_ERROR.
+ErrorCode mtX_verify(const SectionOwner& owner, TableFile* file, KSVByteStream* stream, std::int32_t offset,
+                     TailRecords* records) noexcept;
 
-// Makes the tail writer.
-ErrorCode mtX_prepareTail(MessageTable* table, std::int32_t headerEnd) noexcept;
+// Takes the stored records; of a file that is open for writing also the open block, which must reach exactly to the
+// file's end: anything else is FILE_SIZE_ERROR, and recovery's to mend. *loaded changes only when all of it succeeds.
+ErrorCode mtX_load(const SectionOwner& owner, TableFile* file, KSVByteStream* stream, std::int32_t offset,
+                   LoadedTable* loaded) noexcept;
 
-// Resets bookkeeping, static indexes, frame writer and view to those of a table without messages.
-void mtX_resetState(MessageTable* table) noexcept;
+// Reads a section up to its end, without looking at what it says: the layout and the records. The codes of the stream.
+ErrorCode headerSection_skim(KSVByteStream* stream, std::int32_t offset, MessageTableLayout* layout,
+                             TailRecords* records) noexcept;
+// Reads the type name, the layout and the names, which point into the stream. STREAM_NOT_ENOUGH_DATA_ERROR;
+// TABLE_TYPE_ERROR; HEADER_CORRUPTED_ERROR for an impossible layout.
+ErrorCode headerSection_readLayout(KSVByteStream* stream, MessageTableHeader* stored) noexcept;
 
 }  // namespace tabulo::internal

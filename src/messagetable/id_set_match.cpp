@@ -46,21 +46,19 @@ ErrorCode idSetMatch_init(IdSetMatch* match, std::span<const std::int32_t> ids) 
     return NO_ERROR;
 }
 
-ErrorCode query_matchIdSet(std::int32_t* answer, void* context, const BlockSummary* summary,
-                           const MessageMetadata* metadata, const StringField* stringFields,
-                           std::int32_t stringFieldCount, const NumericValue* numericFields,
-                           std::int32_t numericFieldCount) noexcept {
-    const auto& match = *static_cast<const IdSetMatch*>(context);
-    *answer = MATCH_NO;
-    if (summary != nullptr) {
-        *answer = mayMatch(match, *summary) ? MATCH_NO : MATCH_STOP;
-        return NO_ERROR;
-    }
-    if (!std::binary_search(match.ids.begin(), match.ids.end(), metadata->connMsgId)) {
-        return NO_ERROR;
-    }
-    return match.consumer(answer, match.consumerContext, nullptr, metadata, stringFields, stringFieldCount,
-                          numericFields, numericFieldCount);
+MessageVisitor query_matchIdSet(IdSetMatch* match) noexcept {
+    return {match,
+            [](void* owner, const BlockSummary& summary, Visit* answer) {
+                *answer = mayMatch(*static_cast<IdSetMatch*>(owner), summary) ? Visit::goOn : Visit::skipBlock;
+                return NO_ERROR;
+            },
+            [](void* owner, const MessageView& message, Visit* answer) {
+                const auto& selected = *static_cast<IdSetMatch*>(owner);
+                if (!std::binary_search(selected.ids.begin(), selected.ids.end(), message.metadata.connMsgId)) {
+                    return NO_ERROR;
+                }
+                return selected.consumer.onMessage(selected.consumer.owner, message, answer);
+            }};
 }
 
 }  // namespace tabulo::internal

@@ -1,6 +1,4 @@
-// The view of a table opened read-only, and the lookups that answer from the static indexes.
-//
-// Every lookup begins with mt_refresh and returns its errors.
+// The lookups that answer from the static indexes. Every one begins with mt_refresh and returns its errors.
 #pragma once
 
 #include <cstdint>
@@ -10,14 +8,6 @@
 namespace tabulo::internal {
 
 struct MessageTable;
-
-// Brings a read-only table's view to what its file holds now: the open block's place and the static indexes, also those
-// of messages behind the writer's last tail save. The file is read again only when its size or its stored lastBlockEnd
-// has changed. A stored tail that does not fit the file is read once more, and then replaced by walking the blocks.
-// Does nothing for a table opened for writing, whose memory is current. NULL_POINTER_ERROR; MASTER_INACTIVE_ERROR
-// without an active file; CONSISTENCY_ERROR when a frame of the open block does not decode (the view then ends before
-// it); FILE_READ_ERROR, FILE_SEEK_ERROR, SYSTEM_FILE_ERROR, OUT_OF_MEMORY_ERROR.
-ErrorCode mt_refresh(MessageTable* table) noexcept;
 
 // The highest connection message id written in the class of classBaseId, or classBaseId itself when there is none.
 // INDEX_OUT_OF_BOUNDS_ERROR, with a WARNING, for a negative classBaseId.

@@ -15,14 +15,10 @@ struct StoppableListener {
     bool stopped = false;
 };
 
-ErrorCode callListener(std::int32_t* answer, void* context, const BlockSummary* summary,
-                       const MessageMetadata* metadata, const StringField* stringFields, std::int32_t stringFieldCount,
-                       const NumericValue* numericFields, std::int32_t numericFieldCount) {
-    auto* stoppable = static_cast<StoppableListener*>(context);
-    const ErrorCode code =
-        stoppable->listener->onMessage(answer, stoppable->listener->context, summary, metadata, stringFields,
-                                       stringFieldCount, numericFields, numericFieldCount);
-    stoppable->stopped = *answer == MATCH_YES;
+ErrorCode callListener(void* owner, const MessageView& message, Visit* answer) {
+    auto* stoppable = static_cast<StoppableListener*>(owner);
+    const ErrorCode code = stoppable->listener->onMessage(stoppable->listener->owner, message, answer);
+    stoppable->stopped = code != NO_ERROR || *answer == Visit::stop;
     return code;
 }
 
@@ -30,8 +26,8 @@ ErrorCode callListener(std::int32_t* answer, void* context, const BlockSummary* 
 
 ErrorCode mt_readMessages(MessageTable* table, const std::int32_t* connMsgIds, std::int32_t count,
                           const MessageListener* listener, bool backward) noexcept {
-    if (table == nullptr || table->storage == nullptr || listener == nullptr || listener->onMessage == nullptr ||
-        (connMsgIds == nullptr && count > 0)) {
+    if (table == nullptr || mt_storage(table) == nullptr || listener == nullptr || listener->onMessage == nullptr ||
+        listener->onEnd == nullptr || (connMsgIds == nullptr && count > 0)) {
         return NULL_POINTER_ERROR;
     }
     if (count < 0) {
@@ -40,29 +36,28 @@ ErrorCode mt_readMessages(MessageTable* table, const std::int32_t* connMsgIds, s
     const MessageTableUse use(table);
     StoppableListener stoppable{listener};
     IdSetMatch match;
-    match.consumer = callListener;
-    match.consumerContext = &stoppable;
+    match.consumer = {&stoppable, nullptr, callListener};
     ErrorCode code = idSetMatch_init(&match, {connMsgIds, static_cast<std::size_t>(count)});
     if (code != NO_ERROR) {
         return code;
     }
     code = mt_refresh(table);
-    // A frame of the open block that does not decode: the walk delivers what stands before it, then tells.
-    if (code != NO_ERROR && code != CONSISTENCY_ERROR) {
+    // Damage: a walk forward delivers what stands before it, then tells; one backward can begin where the view ends.
+    if (code != NO_ERROR && code != CONSISTENCY_ERROR && (code != HEADER_CORRUPTED_ERROR || backward)) {
         return code;
     }
-    const MessageFramesPtr reader(mfr_create(table->storage.get(), &table->header.layout));
+    const TableStorage* storage = mt_storage(table);
+    const BlockReaderPtr reader(mfr_createReader(mt_storage(table), mt_layout(table)));
     if (reader == nullptr) {
         return OUT_OF_MEMORY_ERROR;
     }
-    mfr_resetAll(reader.get());
-    code = backward ? mfr_readBackward(reader.get(), mt_openBlockStart(table), query_matchIdSet, &match)
-                    : mfr_readForward(reader.get(), table->storage->headerSize, query_matchIdSet, &match);
-    if (code != NO_ERROR || stoppable.stopped || table->destroyRequested) {
+    const MessageVisitor visitor = query_matchIdSet(&match);
+    code = backward ? mfr_readBackward(reader.get(), mt_openBlockStart(table), visitor)
+                    : mfr_readForward(reader.get(), storage->headerSize, visitor);
+    if (stoppable.stopped || mt_isDestroyed(table)) {
         return code;
     }
-    std::int32_t answer = MATCH_NO;
-    return callListener(&answer, &stoppable, nullptr, nullptr, nullptr, 0, nullptr, 0);
+    return listener->onEnd(listener->owner, code);
 }
 
 }  // namespace tabulo::internal

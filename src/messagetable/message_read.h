@@ -4,24 +4,27 @@
 #include <cstdint>
 
 #include "core/error_codes.h"
-#include "messagetable/match_result.h"
+#include "messagetable/message_visitor.h"
 
 namespace tabulo::internal {
 
 struct MessageTable;
 
-// Who takes the messages. `onMessage` gets each message as a match operation does (never a summary) and answers
-// MATCH_YES to stop; metadata null is the end of the data.
+// Who takes the messages. Both operations get their owner.
 struct MessageListener {
-    MatchOperation onMessage = nullptr;
-    void* context = nullptr;
+    void* owner = nullptr;
+    // A message; *answer is Visit::goOn before the call, and Visit::stop ends the reading.
+    ErrorCode (*onMessage)(void* owner, const MessageView& message, Visit* answer) = nullptr;
+    // The walk has ended with `code`, behind all messages that could be read. The result is that of the reading.
+    ErrorCode (*onEnd)(void* owner, ErrorCode code) = nullptr;
 };
 
 // Hands the messages with the given ids to the listener, in file order, or in reverse with `backward`; an id given
-// twice delivers its messages once, ids without a class deliver nothing. When the walk ended without error and the
-// listener did not stop it, the listener is called once more with no message. NULL_POINTER_ERROR: table, listener, or
-// ids with a count above 0; WRONG_PARAMETER_ERROR for a negative count; the codes of mt_refresh, of the walk
-// (table_walk.h) and of the listener. Messages in front of damage are delivered before its code is returned.
+// twice delivers its messages once, ids without a class deliver nothing. When the listener neither stopped it nor
+// failed, its onEnd is called last, with what the walk came to, and gives the result. NULL_POINTER_ERROR: table,
+// listener, one of its operations, or ids with a count above 0; WRONG_PARAMETER_ERROR for a negative count; the codes
+// of mt_refresh, of the walk (table_walk.h) and of the listener. Messages in front of damage are delivered before its
+// code is returned.
 ErrorCode mt_readMessages(MessageTable* table, const std::int32_t* connMsgIds, std::int32_t count,
                           const MessageListener* listener, bool backward) noexcept;
 

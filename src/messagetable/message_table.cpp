@@ -5,6 +5,7 @@
 #include <new>
 
 #include "core/log.h"
+#include "messagetable/frame.h"
 #include "messagetable/header_section.h"
 #include "messagetable/recovery.h"
 
@@ -16,17 +17,70 @@ MessageTable* tableOf(void* owner) {
     return static_cast<MessageTable*>(owner);
 }
 
+SectionOwner sectionOf(MessageTable* table) {
+    return {table->header, table->storage.get()};
+}
+
+// Brings records, writer and view to those of a table without messages.
+void resetState(MessageTable* table) {
+    table->records = {};
+    mfr_resetAll(table->writer.get());
+    table->view.loaded = false;
+}
+
+ErrorCode writeHeader(void* owner, KSVByteStream* stream) {
+    MessageTable* table = tableOf(owner);
+    const ErrorCode code = mtX_writeHeader(table->header, stream, &table->records);
+    mfr_resetAll(table->writer.get());
+    table->view.loaded = false;
+    return code;
+}
+
+// Takes over what a file was found to hold.
+ErrorCode assign(MessageTable* table, ErrorCode code, const LoadedTable& loaded) {
+    if (code != NO_ERROR) {
+        return code;
+    }
+    table->records = loaded.records;
+    table->view.loaded = false;
+    if (loaded.openBlock != nullptr) {
+        blockSummary_copy(&table->writer->summary, loaded.openBlock->summary);
+    }
+    return NO_ERROR;
+}
+
+ErrorCode loadHeader(void* owner, TableFile* file, KSVByteStream* stream, std::int32_t offset) {
+    LoadedTable loaded;
+    const ErrorCode code = mtX_load(sectionOf(tableOf(owner)), file, stream, offset, &loaded);
+    return assign(tableOf(owner), code, loaded);
+}
+
+ErrorCode recover(void* owner, TableFile* file) {
+    LoadedTable loaded;
+    const ErrorCode code = mtX_recover(sectionOf(tableOf(owner)), file, &loaded);
+    return assign(tableOf(owner), code, loaded);
+}
+
+ErrorCode prepareTail(void* owner, std::int32_t headerEnd) {
+    MessageTable* table = tableOf(owner);
+    // Counted back from the header's end: the stored names may take a byte more than ours ("" with or without its NUL).
+    table->tail = headerTail_create(table->storage.get(), headerEnd - HEADER_TAIL_SIZE);
+    if (table->tail == nullptr) {
+        return OUT_OF_MEMORY_ERROR;
+    }
+    table->records.blockInfo.lastBlockEnd = headerTail_openBlock(table->records, headerEnd);
+    return NO_ERROR;
+}
+
 constexpr TableStorageOps messageTableOps{
-    [](void* owner, KSVByteStream* stream) { return mtX_writeHeader(tableOf(owner), stream); },
+    writeHeader,
     [](void* owner, TableFile* file, KSVByteStream* stream, std::int32_t offset) {
-        return mtX_verify(tableOf(owner), file, stream, offset);
+        return mtX_verify(sectionOf(tableOf(owner)), file, stream, offset, &tableOf(owner)->records);
     },
-    [](void* owner, TableFile* file, KSVByteStream* stream, std::int32_t offset) {
-        return mtX_load(tableOf(owner), file, stream, offset);
-    },
-    [](void* owner, TableFile* file) { return mtX_recover(tableOf(owner), file); },
+    loadHeader,
+    recover,
     [](void* owner, TableFile*, std::int64_t, std::int32_t headerSize, std::int32_t) {
-        return mtX_prepareTail(tableOf(owner), headerSize);
+        return prepareTail(owner, headerSize);
     },
 };
 
@@ -44,11 +98,11 @@ std::unique_ptr<MessageTable> create(TableConfigPtr config) {
         return nullptr;
     }
     static_cast<void>(config.release());  // the storage's from here on
-    table->frames.reset(mfr_create(table->storage.get(), &table->header.layout));
-    if (table->frames == nullptr) {
+    table->writer.reset(mfr_create(table->storage.get(), &table->header.layout));
+    if (table->writer == nullptr) {
         return nullptr;
     }
-    mfr_resetAll(table->frames.get());
+    mfr_resetAll(table->writer.get());
     return table;
 }
 
@@ -57,22 +111,17 @@ bool isWritable(const MessageTable* table) {
 }
 
 // A message's fields come from the caller: checked once, here.
-ErrorCode checkFields(const MessageMetadata* metadata, const StringField* stringFields, std::int32_t stringFieldCount,
-                      const NumericValue* numericFields, std::int32_t numericFieldCount) {
-    if (metadata == nullptr || (stringFields == nullptr && stringFieldCount > 0) ||
-        (numericFields == nullptr && numericFieldCount > 0)) {
-        return NULL_POINTER_ERROR;
-    }
-    for (std::int32_t i = 0; i < stringFieldCount; ++i) {
-        if (stringFields[i].length < 0) {
+ErrorCode checkFields(const MessageView& message) {
+    for (const StringField& text : message.texts) {
+        if (text.length < 0) {
             return WRONG_PARAMETER_ERROR;
         }
-        if (stringFields[i].length > 0 && stringFields[i].text == nullptr) {
+        if (text.length > 0 && text.text == nullptr) {
             return NULL_POINTER_ERROR;
         }
     }
-    for (std::int32_t i = 0; i < numericFieldCount; ++i) {
-        if (!numericValue_isType(static_cast<std::uint8_t>(numericFields[i].type))) {
+    for (const NumericValue& number : message.numbers) {
+        if (!numericValue_isType(static_cast<std::uint8_t>(number.type))) {
             return WRONG_PARAMETER_ERROR;
         }
     }
@@ -80,7 +129,7 @@ ErrorCode checkFields(const MessageMetadata* metadata, const StringField* string
 }
 
 ErrorCode saveTail(MessageTable* table) {
-    const ErrorCode code = headerTail_fill(table->tail.get(), table->blockInfo, table->dataInfo, table->staticIndexes);
+    const ErrorCode code = headerTail_fill(table->tail.get(), table->records);
     return code == NO_ERROR ? tv_saveData(table->tail.get()) : code;
 }
 
@@ -89,25 +138,23 @@ bool isOpenedReadOnly(const MessageTable* table) {
 }
 
 // Appends a checked message and takes it into the bookkeeping.
-ErrorCode storeMessage(MessageTable* table, const MessageMetadata* metadata, const StringField* stringFields,
-                       const NumericValue* numericFields) {
-    std::int64_t blockEnd = 0;
-    std::int64_t bytesWritten = 0;
-    const ErrorCode code =
-        mfr_writeMessage(table->frames.get(), metadata, stringFields, numericFields, &blockEnd, &bytesWritten);
+ErrorCode storeMessage(MessageTable* table, const MessageView& message) {
+    Appended appended;
+    const ErrorCode code = mfr_writeMessage(table->writer.get(), message, &appended);
     if (code != NO_ERROR) {
         return code;
     }
-    if (blockEnd != 0) {
-        table->blockInfo.lastBlockEnd = static_cast<std::uint64_t>(blockEnd);
+    TailRecords& records = table->records;
+    if (appended.blockEnd != 0) {
+        records.blockInfo.lastBlockEnd = static_cast<std::uint64_t>(appended.blockEnd);
     }
     // A negative count would never open again.
-    if (table->dataInfo.messageCount < std::numeric_limits<std::int32_t>::max()) {
-        table->dataInfo.messageCount += 1;
+    if (records.dataInfo.messageCount < std::numeric_limits<std::int32_t>::max()) {
+        records.dataInfo.messageCount += 1;
     }
-    table->dataInfo.dataEnd += static_cast<std::uint64_t>(bytesWritten);
-    table->staticIndexes = table->frames->summary.staticIndexes;
-    return blockEnd != 0 ? saveTail(table) : NO_ERROR;
+    records.dataInfo.dataEnd += static_cast<std::uint64_t>(appended.bytes);
+    records.staticIndexes = table->writer->summary.staticIndexes;
+    return appended.blockEnd != 0 ? saveTail(table) : NO_ERROR;
 }
 
 }  // namespace
@@ -145,7 +192,7 @@ ErrorCode mt_open(MessageTable* table, OpenMode mode) noexcept {
         return NULL_POINTER_ERROR;
     }
     table->opened = false;
-    mtX_resetState(table);
+    resetState(table);
     const ErrorCode code = tableStorage_init(table->storage.get(), mode);
     table->opened = code == NO_ERROR;
     return code;
@@ -182,28 +229,26 @@ ErrorCode mt_drop(MessageTable* table) noexcept {
         return code;
     }
     table->opened = false;
-    mtX_resetState(table);
+    resetState(table);
     code = tableStorage_uninit(table->storage.get());
     return code == NO_ERROR ? mt_open(table, OpenMode::create) : code;
 }
 
-ErrorCode mt_writeMessage(MessageTable* table, const MessageMetadata* metadata, const StringField* stringFields,
-                          std::int32_t stringFieldCount, const NumericValue* numericFields,
-                          std::int32_t numericFieldCount) noexcept {
+ErrorCode mt_writeMessage(MessageTable* table, const MessageView& message) noexcept {
     if (table == nullptr || table->storage == nullptr) {
         return NULL_POINTER_ERROR;
     }
-    if (stringFieldCount != table->header.layout.stringFieldCount) {
+    if (message.texts.size() != static_cast<std::size_t>(table->header.layout.stringFieldCount)) {
         return STRING_FIELDS_COUNT_MISMATCH_ERROR;
     }
-    if (numericFieldCount != table->header.layout.numericFieldCount) {
+    if (message.numbers.size() != static_cast<std::size_t>(table->header.layout.numericFieldCount)) {
         return NUMERIC_FIELDS_COUNT_MISMATCH_ERROR;
     }
     if (isOpenedReadOnly(table)) {
         return READ_ONLY_ERROR;
     }
-    const ErrorCode code = checkFields(metadata, stringFields, stringFieldCount, numericFields, numericFieldCount);
-    return code == NO_ERROR ? storeMessage(table, metadata, stringFields, numericFields) : code;
+    const ErrorCode code = checkFields(message);
+    return code == NO_ERROR ? storeMessage(table, message) : code;
 }
 
 ErrorCode mt_writeRawMessage(MessageTable* table, const void* buffer, std::int32_t length) noexcept {
@@ -218,23 +263,49 @@ ErrorCode mt_writeRawMessage(MessageTable* table, const void* buffer, std::int32
     }
     const MessageTableLayout& layout = table->header.layout;
     DecodedMessage message;
-    const ErrorCode code = mfr_decodeMessage(&message.metadata, message.stringFields.data(), layout.stringFieldCount,
-                                             message.numericFields.data(), layout.numericFieldCount, &stream);
+    const ErrorCode code = mfr_decodeMessage(layout, &stream, &message);
     if (code != NO_ERROR) {
         return code;
     }
-    if (isOpenedReadOnly(table)) {
-        return READ_ONLY_ERROR;
-    }
-    return storeMessage(table, &message.metadata, message.stringFields.data(), message.numericFields.data());
+    return isOpenedReadOnly(table) ? READ_ONLY_ERROR : storeMessage(table, message_view(message, layout));
 }
 
-std::uint64_t mt_effectiveBlockEnd(const MessageTable* table, std::uint64_t stored) noexcept {
-    return std::max(stored, static_cast<std::uint64_t>(table->storage->headerSize));
+ErrorCode mt_refresh(MessageTable* table) noexcept {
+    if (table == nullptr || table->storage == nullptr) {
+        return NULL_POINTER_ERROR;
+    }
+    TableFile* file = tableStorage_master(table->storage.get());
+    if (file == nullptr || table->tail == nullptr) {
+        return MASTER_INACTIVE_ERROR;
+    }
+    if (table->storage->mode != OpenMode::read) {
+        return NO_ERROR;
+    }
+    return tableView_refresh(&table->view, table->storage.get(), table->header.layout, file, &table->records);
+}
+
+TableStorage* mt_storage(const MessageTable* table) noexcept {
+    return table->storage.get();
+}
+
+const MessageTableLayout& mt_layout(const MessageTable* table) noexcept {
+    return table->header.layout;
+}
+
+const MessageTableHeader& mt_header(const MessageTable* table) noexcept {
+    return table->header;
+}
+
+const mthStaticIndexes& mt_staticIndexes(const MessageTable* table) noexcept {
+    return table->records.staticIndexes;
 }
 
 std::int64_t mt_openBlockStart(const MessageTable* table) noexcept {
-    return static_cast<std::int64_t>(mt_effectiveBlockEnd(table, table->blockInfo.lastBlockEnd));
+    return static_cast<std::int64_t>(headerTail_openBlock(table->records, table->storage->headerSize));
+}
+
+bool mt_isDestroyed(const MessageTable* table) noexcept {
+    return table->destroyRequested;
 }
 
 }  // namespace tabulo::internal

@@ -4,35 +4,34 @@
 // which releases the file and its lock. One thread at a time uses a table; a writer and any number of readers in other
 // processes may have the same file open. A table opened read-only follows the file: every lookup refreshes its view.
 //
-// mt_readMessages and the lookups are in message_lookup.h and message_read.h.
+// mt_readMessages and the lookups are in message_read.h and message_lookup.h.
 #pragma once
 
 #include <cstdint>
 #include <memory>
 
 #include "core/error_codes.h"
+#include "core/handle.h"
+#include "messagetable/block_writer.h"
 #include "messagetable/header_tail.h"
-#include "messagetable/message_frames.h"
+#include "messagetable/message.h"
 #include "messagetable/table_header.h"
+#include "messagetable/table_view.h"
 #include "storage/table_storage.h"
 
 namespace tabulo::internal {
 
+// Its members are for message_table.cpp alone.
 struct MessageTable {
     TableStoragePtr storage;
-    HeaderTailPtr tail;         // made when a file is opened
-    MessageFramesPtr frames;    // the frame writer; a read-only table keeps its view of the open block in it
-    MessageTableHeader header;  // layout and names of the configuration
-    BlockInfo blockInfo;
-    DataInfo dataInfo;
-    mthStaticIndexes staticIndexes;  // what is saved and what lookups answer
-    bool opened = false;             // the last open succeeded
-    std::int32_t uses = 0;           // operations under way that call back (MessageTableUse)
-    bool destroyRequested = false;   // mt_destroy was called by such a callback
-    // What a read-only table has seen of its file, so that an unchanged one is not read again.
-    bool viewLoaded = false;
-    std::int64_t viewSize = 0;  // up to the end of its last message
-    std::uint64_t viewLastBlockEnd = 0;
+    HeaderTailPtr tail;  // made when a file is opened
+    BlockWriterPtr writer;
+    TableView view;                 // of a table that is open read-only
+    MessageTableHeader header;      // layout and names of the configuration
+    TailRecords records;            // what is saved and what lookups answer
+    bool opened = false;            // the last open succeeded
+    std::int32_t uses = 0;          // operations under way that call back (MessageTableUse)
+    bool destroyRequested = false;  // mt_destroy was called by such a callback
 };
 
 // A table without files, owned by the caller. The configuration is the table's in every case. Null for a null
@@ -41,6 +40,7 @@ MessageTable* mt_create(KSVTboTableConfig* config) noexcept;
 // Closes what is open, without saving the tail, and frees everything; null is accepted. Called from inside a callback
 // of the table, it closes the files at once, and the memory goes when the operation that called back ends.
 void mt_destroy(MessageTable* table) noexcept;
+using MessageTablePtr = Handle<MessageTable, mt_destroy>;
 
 // Held by an operation that calls back while it uses a table: the callback may drop, close or destroy the table.
 class MessageTableUse {
@@ -70,23 +70,32 @@ ErrorCode mt_drop(MessageTable* table) noexcept;
 // Cuts the files back to their headers. NULL_POINTER_ERROR, the codes of tableFileTruncate.
 ErrorCode mt_truncateStorage(MessageTable* table) noexcept;
 
-// Appends one message. Field counts must be the layout's; a field of length 0 is absent, its text may be null.
-// NULL_POINTER_ERROR: table, metadata, a needed field array, or a text with a length;
-// STRING_FIELDS_COUNT_MISMATCH_ERROR, NUMERIC_FIELDS_COUNT_MISMATCH_ERROR; READ_ONLY_ERROR; WRONG_PARAMETER_ERROR: a
-// negative length, an unknown numeric type; the codes of mfr_writeMessage. After these nothing has changed. When the
-// message fills a block and saving the header's tail fails, that code is returned although the message is stored: it
-// must not be sent to the table again.
-ErrorCode mt_writeMessage(MessageTable* table, const MessageMetadata* metadata, const StringField* stringFields,
-                          std::int32_t stringFieldCount, const NumericValue* numericFields,
-                          std::int32_t numericFieldCount) noexcept;
+// Appends one message. Its field counts must be the layout's; a field of length 0 is absent, its text may be null.
+// NULL_POINTER_ERROR: table, or a text with a length; STRING_FIELDS_COUNT_MISMATCH_ERROR,
+// NUMERIC_FIELDS_COUNT_MISMATCH_ERROR; READ_ONLY_ERROR; WRONG_PARAMETER_ERROR: a negative length, an unknown numeric
+// type; the codes of mfr_writeMessage. After these nothing has changed. When the message fills a block and saving the
+// header's tail fails, that code is returned although the message is stored: it must not be sent to the table again.
+ErrorCode mt_writeMessage(MessageTable* table, const MessageView& message) noexcept;
 // Appends a message given as one encoded frame; bytes behind the frame are ignored. NULL_POINTER_ERROR;
 // STREAM_WRITE_RESET_ERROR for a negative length; NO_DATA_ERROR for a cut frame; CONSISTENCY_ERROR for lengths that
 // disagree or an unknown numeric type; then as mt_writeMessage.
 ErrorCode mt_writeRawMessage(MessageTable* table, const void* buffer, std::int32_t length) noexcept;
 
+// Brings a read-only table's view to what its file holds now: the open block's place and the static indexes, also those
+// of messages behind the writer's last tail save. Does nothing for a table opened for writing, whose memory is current.
+// NULL_POINTER_ERROR; MASTER_INACTIVE_ERROR without an active file; the codes of tableView_refresh.
+ErrorCode mt_refresh(MessageTable* table) noexcept;
+
+// What others may know of a table, which must not be null.
+TableStorage* mt_storage(const MessageTable* table) noexcept;
+const MessageTableLayout& mt_layout(const MessageTable* table) noexcept;
+// Layout and names of the configuration; the texts live as long as the table.
+const MessageTableHeader& mt_header(const MessageTable* table) noexcept;
+// What lookups answer; mt_refresh brings it up to date.
+const mthStaticIndexes& mt_staticIndexes(const MessageTable* table) noexcept;
 // The offset at which the open block begins: lastBlockEnd, or the header's end for a table without closed blocks.
 std::int64_t mt_openBlockStart(const MessageTable* table) noexcept;
-// lastBlockEnd as stored, with 0 and impossible values below the header's end read as the header's end.
-std::uint64_t mt_effectiveBlockEnd(const MessageTable* table, std::uint64_t stored) noexcept;
+// True when a callback has asked to destroy the table that is still in use (MessageTableUse).
+bool mt_isDestroyed(const MessageTable* table) noexcept;
 
 }  // namespace tabulo::internal

@@ -3,9 +3,7 @@
 #include <algorithm>
 #include <limits>
 
-#include "messagetable/block_reader.h"
-#include "messagetable/header_section.h"
-#include "messagetable/message_table.h"
+#include "messagetable/block_cursor.h"
 #include "messagetable/recovery_write.h"
 #include "messagetable/torn_tail.h"
 #include "storage/byte_stream_file.h"
@@ -15,17 +13,20 @@ namespace tabulo::internal {
 namespace {
 
 struct Recovery {
-    MessageTable* table = nullptr;
+    explicit Recovery(const SectionOwner& section) : owner(section) {}
+
+    const SectionOwner& owner;
     TableFile* file = nullptr;
-    MessageFramesPtr frames;  // scratch
-    ByteStreamPtr header;     // the file's beginning, or the header rebuilt from the configuration
+    BlockReaderPtr reader;  // scratch
+    ByteStreamPtr header;   // the file's beginning, or the header rebuilt from the configuration
+    TailRecords records;    // rebuilt from the blocks
     bool headerRebuilt = false;
     bool writtenBeforeStart = false;  // as the file was found
     std::int64_t headerEnd = 0;
     std::int64_t position = 0;  // start of the block at hand
 
     std::int64_t fileSize() const { return tableFileCachedSize(file); }
-    const MessageTableLayout& layout() const { return table->header.layout; }
+    const MessageTableLayout& layout() const { return owner.header.layout; }
 };
 
 void addMessages(DataInfo* info, std::int32_t count) {
@@ -36,7 +37,7 @@ void addMessages(DataInfo* info, std::int32_t count) {
 
 // The section is cut: builds a new one from the configuration behind the generic header, which gets its size.
 ErrorCode rebuildHeader(Recovery* recovery) {
-    TableStorage* storage = recovery->table->storage.get();
+    TableStorage* storage = recovery->owner.storage;
     KSVByteStream* stream = recovery->header.get();
     const std::int32_t start = storage->specificHeaderOffset;
     TableGenericHeader generic;
@@ -45,7 +46,7 @@ ErrorCode rebuildHeader(Recovery* recovery) {
     ErrorCode code = tsgh_read(&generic, stream);
     if (code == NO_ERROR) {
         byteStream_resetWrite(stream, start);
-        code = mtX_writeHeader(recovery->table, stream);
+        code = mtX_writeHeader(recovery->owner.header, stream, &recovery->records);
     }
     const std::int32_t end = byteStream_writeMark(stream);
     if (code == NO_ERROR && end > MAX_HEADER_SIZE) {
@@ -66,58 +67,50 @@ ErrorCode rebuildHeader(Recovery* recovery) {
 
 // Reads the header, or builds a new one when the section is cut.
 ErrorCode loadHeader(Recovery* recovery) {
-    MessageTable* table = recovery->table;
+    const TableStorage* storage = recovery->owner.storage;
     KSVByteStream* stream = recovery->header.get();
-    const std::int32_t start = table->storage->specificHeaderOffset;
     const auto length = static_cast<std::int32_t>(std::min<std::int64_t>(recovery->fileSize(), MAX_HEADER_SIZE));
     const ErrorCode code = byteStream_readFromFileAt(stream, recovery->file, 0, length);
     if (code != NO_ERROR) {
         return code;
     }
-    MessageTableHeader stored;
-    BlockInfo blockInfo;
-    DataInfo dataInfo;
-    mthStaticIndexes indexes;
-    if (!byteStream_resetRead(stream, BYTE_STREAM_FORWARD, start + TYPE_RECORD_SIZE).failed() &&
-        mtLayout_read(&stored, stream, false) == NO_ERROR &&
-        headerTail_parse(stream, &blockInfo, &dataInfo, &indexes) == NO_ERROR) {
-        recovery->headerEnd = byteStream_readMark(stream);
-        // Frames of another layout cannot be told from damage.
-        const bool same = stored.layout == recovery->layout() && recovery->headerEnd == table->storage->headerSize;
-        return same ? NO_ERROR : HEADER_CORRUPTED_ERROR;
+    MessageTableLayout stored;
+    TailRecords records;
+    if (headerSection_skim(stream, storage->specificHeaderOffset, &stored, &records) != NO_ERROR) {
+        return rebuildHeader(recovery);
     }
-    return rebuildHeader(recovery);
+    recovery->headerEnd = byteStream_readMark(stream);
+    // Frames of another layout cannot be told from damage.
+    const bool same = stored == recovery->layout() && recovery->headerEnd == storage->headerSize;
+    return same ? NO_ERROR : HEADER_CORRUPTED_ERROR;
 }
 
 // The frames of a full block are all there: writes the footer that was never written, and the block's length.
 ErrorCode closeBlock(Recovery* recovery) {
-    MessageFrames* frames = recovery->frames.get();
-    MessageTable* table = recovery->table;
-    KSVByteStream* footer = frames->stream.get();
-    const std::uint64_t length = mfr_closedBlockLength(frames);
+    const BlockReader& reader = *recovery->reader;
+    KSVByteStream* footer = reader.footer.get();
+    const std::uint64_t length = blockSummary_closedLength(reader.summary, reader.footerSize);
     const std::int64_t next = recovery->position + static_cast<std::int64_t>(length);
+    const std::int64_t start = next - reader.footerSize;
     byteStream_clear(footer);
-    (void)blockSummary_writeFooter(&frames->summary, frames->layout, footer);  // the stream keeps its first error
+    (void)blockSummary_writeFooter(&reader.summary, reader.layout, footer);  // the stream keeps its first error
     byteStream_put(footer, length);
     ErrorCode code = byteStream_error(footer);
     if (code == NO_ERROR) {
-        code = recoveryWrite_saveOverwritten(recovery->file, next - frames->footerSize, byteStream_buffer(footer),
-                                             frames->footerSize);
+        code = recoveryWrite_saveOverwritten(recovery->file, start, byteStream_buffer(footer), reader.footerSize);
     }
     if (code == NO_ERROR) {
-        code =
-            recoveryWrite_at(recovery->file, next - frames->footerSize, byteStream_buffer(footer), frames->footerSize);
+        code = recoveryWrite_at(recovery->file, start, byteStream_buffer(footer), reader.footerSize);
     }
     if (code == NO_ERROR) {
         code = recoveryWrite_lengthWord(recovery->file, recovery->position, length);
     }
-    if (code != NO_ERROR) {
-        return code;
+    if (code == NO_ERROR) {
+        addMessages(&recovery->records.dataInfo, reader.layout.messagesPerBlock);
+        recovery->records.staticIndexes = reader.summary.staticIndexes;
+        recovery->position = next;
     }
-    addMessages(&table->dataInfo, frames->layout.messagesPerBlock);
-    table->staticIndexes = frames->summary.staticIndexes;
-    recovery->position = next;
-    return NO_ERROR;
+    return code;
 }
 
 // Saves what stands behind the last complete frame, unless a crash can have left it there.
@@ -141,51 +134,58 @@ ErrorCode saveTail(const Recovery& recovery, std::int64_t dataEnd, bool hasMessa
 
 // The block at hand is the open one: the walk ends here.
 ErrorCode endAtOpenBlock(Recovery* recovery) {
-    MessageTable* table = recovery->table;
-    const BlockSummary& summary = recovery->frames->summary;
+    TailRecords& records = recovery->records;
+    const BlockSummary& summary = recovery->reader->summary;
     const bool hasMessages = summary.messageCount > 0;
     std::int64_t dataEnd = recovery->position;
     if (hasMessages) {
         dataEnd += BLOCK_LENGTH_SIZE + static_cast<std::int64_t>(summary.frameBytes);
-        addMessages(&table->dataInfo, summary.messageCount);
-        table->staticIndexes = summary.staticIndexes;
+        addMessages(&records.dataInfo, summary.messageCount);
+        records.staticIndexes = summary.staticIndexes;
     }
-    table->blockInfo.lastBlockEnd = static_cast<std::uint64_t>(recovery->position);
-    table->dataInfo.dataEnd = static_cast<std::uint64_t>(dataEnd);
+    records.blockInfo.lastBlockEnd = static_cast<std::uint64_t>(recovery->position);
+    records.dataInfo.dataEnd = static_cast<std::uint64_t>(dataEnd);
     ErrorCode code = dataEnd < recovery->fileSize() ? saveTail(*recovery, dataEnd, hasMessages) : NO_ERROR;
     return code == NO_ERROR && hasMessages ? recoveryWrite_lengthWord(recovery->file, recovery->position, 0) : code;
 }
 
+// A block that its length word or its footer tells: takes its footer's word, and mends a torn length word.
+ErrorCode passClosedBlock(Recovery* recovery, const BlockCursor& cursor) {
+    const BlockReader& reader = *recovery->reader;
+    addMessages(&recovery->records.dataInfo, cursor.block.messageCount);
+    recovery->records.staticIndexes = reader.summary.staticIndexes;
+    const std::uint64_t length = blockSummary_closedLength(reader.summary, reader.footerSize);
+    const ErrorCode code = cursor.block.state == BlockState::torn
+                               ? recoveryWrite_lengthWord(recovery->file, recovery->position, length)
+                               : NO_ERROR;
+    recovery->position = cursor.position;
+    return code;
+}
+
 ErrorCode walkBlocks(Recovery* recovery) {
-    MessageTable* table = recovery->table;
-    MessageFrames* frames = recovery->frames.get();
+    BlockReader* reader = recovery->reader.get();
     for (;;) {
-        mfr_reset(frames, true);
-        BlockView block;
-        ErrorCode code = mfr_readBlockFooter(frames, recovery->file, recovery->position, false, &block);
-        if (code == NO_ERROR) {
-            addMessages(&table->dataInfo, block.messageCount);
-            table->staticIndexes = frames->summary.staticIndexes;
-            if (block.tornWord) {
-                code = recoveryWrite_lengthWord(recovery->file, recovery->position, mfr_closedBlockLength(frames));
-                if (code != NO_ERROR) {
-                    return code;
-                }
+        blockSummary_reset(&reader->summary, true);
+        BlockCursor cursor =
+            blockCursor_at(reader, recovery->position, BlockCursor::OpenBlocks::unread, BlockCursor::ZeroWords::open);
+        ErrorCode code = blockCursor_next(&cursor, recovery->file);
+        if (code == NO_ERROR && block_isClosed(cursor.block)) {
+            code = passClosedBlock(recovery, cursor);
+            if (code != NO_ERROR) {
+                return code;
             }
-            recovery->position = blockView_next(block, frames);
             continue;
         }
-        if (code != NO_DATA_ERROR && code != HEADER_CORRUPTED_ERROR && code != CONSISTENCY_ERROR) {
-            return code;
-        }
-        frames->summary.staticIndexes = table->staticIndexes;
+        reader->summary.staticIndexes = recovery->records.staticIndexes;
         ErrorCode scanEnd = NO_ERROR;
-        code = mfr_scanFrames(frames, recovery->file, recovery->position + BLOCK_LENGTH_SIZE, recovery->fileSize(),
-                              &scanEnd);
+        if (code == NO_ERROR) {
+            code = blockReader_scan(reader, recovery->file, block_framesStart(cursor.block), recovery->fileSize(),
+                                    &scanEnd);
+        }
         if (code != NO_ERROR) {
             return code;
         }
-        if (frames->summary.messageCount < frames->layout.messagesPerBlock) {
+        if (reader->summary.messageCount < reader->layout.messagesPerBlock) {
             return endAtOpenBlock(recovery);
         }
         code = closeBlock(recovery);
@@ -197,21 +197,18 @@ ErrorCode walkBlocks(Recovery* recovery) {
 
 // Writes the rebuilt records (and what stands before them, when that was rebuilt too), then cuts the file.
 ErrorCode writeHeaderAndCut(Recovery* recovery) {
-    MessageTable* table = recovery->table;
     KSVByteStream* stream = recovery->header.get();
     const auto end = static_cast<std::int32_t>(recovery->headerEnd);
     byteStream_resetWrite(stream, end - HEADER_TAIL_SIZE);
-    (void)blockInfo_write(&table->blockInfo, stream);  // the stream keeps its first error
-    (void)dataInfo_write(&table->dataInfo, stream);  // the stream keeps its first error
-    const std::int32_t start = recovery->headerRebuilt ? 0 : table->storage->specificHeaderOffset;
-    ErrorCode code = mthStaticIndexes_write(&table->staticIndexes, stream);
+    const std::int32_t start = recovery->headerRebuilt ? 0 : recovery->owner.storage->specificHeaderOffset;
+    ErrorCode code = headerTail_write(recovery->records, stream);
     if (code == NO_ERROR) {
         code = recoveryWrite_at(recovery->file, start, byteStream_buffer(stream) + start, end - start);
     }
     if (code != NO_ERROR) {
         return code;
     }
-    code = tableFileTruncate(recovery->file, static_cast<std::int64_t>(table->dataInfo.dataEnd));
+    code = tableFileTruncate(recovery->file, static_cast<std::int64_t>(recovery->records.dataInfo.dataEnd));
     if (code == NO_ERROR && recovery->writtenBeforeStart) {
         // Else what was cut could come back around what is written next, when the power is lost again. Without a loss
         // of power only torn frames are cut, and there may be much that the system has not written yet.
@@ -220,47 +217,45 @@ ErrorCode writeHeaderAndCut(Recovery* recovery) {
     return code;
 }
 
-ErrorCode loadRecovered(Recovery* recovery) {
+ErrorCode loadRecovered(Recovery* recovery, LoadedTable* loaded) {
     KSVByteStream* stream = recovery->header.get();
     const auto length = static_cast<std::int32_t>(std::min<std::int64_t>(recovery->fileSize(), MAX_HEADER_SIZE));
     const ErrorCode code = byteStream_readFromFileAt(stream, recovery->file, 0, length);
-    return code == NO_ERROR
-               ? mtX_load(recovery->table, recovery->file, stream, recovery->table->storage->specificHeaderOffset)
-               : code;
+    return code == NO_ERROR ? mtX_load(recovery->owner, recovery->file, stream,
+                                       recovery->owner.storage->specificHeaderOffset, loaded)
+                            : code;
 }
 
 }  // namespace
 
-ErrorCode mtX_recover(MessageTable* table, TableFile* file) noexcept {
+ErrorCode mtX_recover(const SectionOwner& owner, TableFile* file, LoadedTable* loaded) noexcept {
     std::int64_t size = 0;
     ErrorCode code = tableFileRefreshSize(file, &size);
     if (code != NO_ERROR) {
         return code;
     }
-    if (size - table->storage->specificHeaderOffset <= 0) {
+    if (size - owner.storage->specificHeaderOffset <= 0) {
         return FILE_SIZE_ERROR;
     }
-    Recovery recovery;
-    recovery.table = table;
+    Recovery recovery(owner);
     recovery.file = file;
     recovery.writtenBeforeStart = tableFileWrittenBeforeStart(file);
     recovery.header.reset(byteStream_create(MAX_HEADER_SIZE));
-    recovery.frames.reset(mfr_create(table->storage.get(), &table->header.layout));
-    if (recovery.header == nullptr || recovery.frames == nullptr) {
+    recovery.reader.reset(mfr_createReader(owner.storage, owner.header.layout));
+    if (recovery.header == nullptr || recovery.reader == nullptr) {
         return OUT_OF_MEMORY_ERROR;
     }
-    mfr_resetAll(recovery.frames.get());
     code = loadHeader(&recovery);
     if (code != NO_ERROR) {
         return code;
     }
-    mtX_resetState(table);
+    recovery.records = {};
     recovery.position = recovery.headerEnd;
     code = walkBlocks(&recovery);
     if (code == NO_ERROR) {
         code = writeHeaderAndCut(&recovery);
     }
-    return code == NO_ERROR ? loadRecovered(&recovery) : code;
+    return code == NO_ERROR ? loadRecovered(&recovery, loaded) : code;
 }
 
 }  // namespace tabulo::internal

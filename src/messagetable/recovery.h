@@ -16,17 +16,17 @@
 #pragma once
 
 #include "core/error_codes.h"
+#include "messagetable/header_section.h"
 #include "storage/table_file.h"
 
 namespace tabulo::internal {
 
-struct MessageTable;
-
-// Recovers `file`, which is open for writing, and loads it into the table. FILE_SIZE_ERROR when nothing stands behind
+// Recovers `file`, which is open for writing, and loads it as mtX_load does; the storage's headerSize follows a header
+// that had to be rebuilt. FILE_SIZE_ERROR when nothing stands behind
 // the generic header; HEADER_CORRUPTED_ERROR when the stored section is whole and of another layout (nothing is
 // touched); WRONG_PARAMETER_ERROR when it is cut and the configuration's would be larger than a header may be;
 // OUT_OF_MEMORY_ERROR, the codes of reading, of saving (salvage.h), of tableFileWrite, tableFileFlush,
 // tableFileTruncate and mtX_load. After any error nothing further is written or cut.
-ErrorCode mtX_recover(MessageTable* table, TableFile* file) noexcept;
+ErrorCode mtX_recover(const SectionOwner& owner, TableFile* file, LoadedTable* loaded) noexcept;
 
 }  // namespace tabulo::internal

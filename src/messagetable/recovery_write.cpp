@@ -53,7 +53,7 @@ ErrorCode recoveryWrite_lengthWord(TableFile* file, std::int64_t block, std::uin
     std::uint64_t present = 0;
     std::int64_t count = 0;
     ErrorCode code = tableFileReadAt(file, block, &present, BLOCK_LENGTH_SIZE, &count);
-    if (code == NO_ERROR && present != 0 && present != length && !mfr_isTornLengthWord(block, present, length)) {
+    if (code == NO_ERROR && present != 0 && present != length && !lengthWord_isTorn(block, present, length)) {
         code = recoveryWrite_save(file, block, count);
     }
     return code == NO_ERROR ? recoveryWrite_at(file, block, &length, BLOCK_LENGTH_SIZE) : code;

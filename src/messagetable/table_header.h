@@ -22,6 +22,7 @@
 
 #include <array>
 #include <cstdint>
+#include <string_view>
 
 #include "core/byte_stream.h"
 #include "core/error_codes.h"
@@ -31,11 +32,10 @@
 
 namespace tabulo::internal {
 
-inline constexpr std::int32_t TYPE_NAME_LENGTH = 13;
-inline constexpr char TYPE_NAME[] = "MessageTable";
-static_assert(sizeof(TYPE_NAME) == TYPE_NAME_LENGTH);
-inline constexpr std::int32_t TYPE_RECORD_SIZE = 4 + TYPE_NAME_LENGTH;  // the layout begins here
-inline constexpr std::int32_t LAYOUT_SIZE = 16;                         // without the names
+inline constexpr std::string_view TYPE_NAME = "MessageTable";
+inline constexpr std::int32_t TYPE_RECORD_SIZE = 4 + 12 + 1;  // the layout begins here
+static_assert(TYPE_NAME.size() == 12);
+inline constexpr std::int32_t LAYOUT_SIZE = 16;  // without the names
 inline constexpr std::int32_t BLOCK_INFO_SIZE = 16;
 inline constexpr std::int32_t DATA_INFO_SIZE = 12;
 inline constexpr std::int32_t HEADER_TAIL_SIZE = BLOCK_INFO_SIZE + DATA_INFO_SIZE + STATIC_INDEXES_SIZE;

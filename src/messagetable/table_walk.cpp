@@ -1,26 +1,27 @@
 #include "messagetable/table_walk.h"
 
-#include "messagetable/block_reader.h"
+#include "messagetable/block_cursor.h"
+#include "messagetable/frame_cursor.h"
 
 namespace tabulo::internal {
 
 namespace {
 
-using FrameStep = ErrorCode (*)(FrameCursor* cursor, DecodedMessage* message);
+enum class Direction { forward, backward };
 
-// One walk. The operation may write to, drop or destroy the table: the file is fetched anew behind every call of it.
+// One walk. The visitor may write to, drop or destroy the table: the file is fetched anew behind every call of it.
 struct Walk {
-    MessageFrames* mfr;
-    MatchOperation operation;
-    void* context;
+    BlockReader* reader;
+    const MessageVisitor* visitor;
+    Direction direction;
     std::int64_t openings;  // of the storage, when the walk began
     TableFile* file = nullptr;
-    bool ended = false;  // the operation asked to stop, an error occurred, or the table was dropped
+    bool ended = false;  // the visitor asked to stop, an error occurred, or the table was dropped
 };
 
 // Ends the walk when the file it walks is gone: silently when the table was dropped and its file opened anew.
 ErrorCode fetchFile(Walk* walk) {
-    const TableStorage* storage = walk->mfr->storage;
+    const TableStorage* storage = walk->reader->storage;
     walk->file = tableStorage_master(storage);
     if (walk->file == nullptr) {
         walk->ended = true;
@@ -30,114 +31,124 @@ ErrorCode fetchFile(Walk* walk) {
     return NO_ERROR;
 }
 
-// Asks the operation about a block (summary) or a message.
-ErrorCode ask(Walk* walk, const BlockSummary* summary, const DecodedMessage* message, std::int32_t* answer) {
-    const MessageTableLayout& layout = walk->mfr->layout;
-    *answer = MATCH_NO;
-    const ErrorCode code =
-        message == nullptr
-            ? walk->operation(answer, walk->context, summary, nullptr, nullptr, 0, nullptr, 0)
-            : walk->operation(answer, walk->context, nullptr, &message->metadata, message->stringFields.data(),
-                              layout.stringFieldCount, message->numericFields.data(), layout.numericFieldCount);
-    if (code != NO_ERROR || *answer == MATCH_YES) {
+// What the visitor's answer, or its failure, means for the walk.
+ErrorCode follow(Walk* walk, ErrorCode code, Visit answer) {
+    if (code != NO_ERROR || answer == Visit::stop) {
         walk->ended = true;
         return code;
     }
     return fetchFile(walk);
 }
 
-ErrorCode walkMessages(Walk* walk, FrameCursor cursor, FrameStep step, const BlockView& block) {
+FrameCursor framesOf(const Walk& walk, const Block& block) {
+    const auto start = walk.direction == Direction::forward ? frameCursor_forward : frameCursor_backward;
+    return start(walk.reader, walk.file, block_framesStart(block), block.framesEnd, BLOCK_PIECE_SIZE);
+}
+
+// What ends the messages of a block before all of them were shown: another process has cut the open block since it was
+// scanned, or the damage of a damaged block was reached, which is told behind this.
+bool endsBlock(const Block& block, ErrorCode code) {
+    const bool isBroken = code == NO_DATA_ERROR || code == CONSISTENCY_ERROR;
+    return (block.state == BlockState::open && code == NO_DATA_ERROR) ||
+           (block.state == BlockState::damaged && isBroken);
+}
+
+ErrorCode walkMessages(Walk* walk, const Block& block) {
+    const auto step = walk->direction == Direction::forward ? frameCursor_next : frameCursor_previous;
+    const MessageTableLayout& layout = walk->reader->layout;
+    const bool isDamaged = block.state == BlockState::damaged;
+    FrameCursor cursor = framesOf(*walk, block);
     DecodedMessage message;
-    for (std::int32_t i = 0; i < block.messageCount; ++i) {
+    for (std::int32_t i = 0; i < (isDamaged ? layout.messagesPerBlock : block.messageCount); ++i) {
         cursor.file = walk->file;
         ErrorCode code = step(&cursor, &message);
-        if (code == NO_DATA_ERROR && !block.closed) {
-            return NO_ERROR;  // another process has cut the open block since it was scanned
+        if (endsBlock(block, code)) {
+            return NO_ERROR;
         }
-        std::int32_t answer = MATCH_NO;
         if (code == NO_ERROR) {
-            code = ask(walk, nullptr, &message, &answer);
+            Visit answer = Visit::goOn;
+            code = walk->visitor->onMessage(walk->visitor->owner, message_view(message, layout), &answer);
+            code = follow(walk, code, answer);
         }
         if (code != NO_ERROR || walk->ended) {
             walk->ended = true;
             return code;
         }
     }
-    const bool wholeStretch = cursor.position == cursor.begin || cursor.position == cursor.end;
+    const bool wholeStretch = isDamaged || cursor.position == cursor.begin || cursor.position == cursor.end;
     walk->ended = !wholeStretch;
     return wholeStretch ? NO_ERROR : CONSISTENCY_ERROR;
 }
 
-ErrorCode walkBlock(Walk* walk, const BlockView& block, bool backward) {
-    std::int32_t answer = MATCH_NO;
-    const ErrorCode code = ask(walk, &walk->mfr->summary, nullptr, &answer);
-    if (code != NO_ERROR || walk->ended || answer == MATCH_STOP) {
-        return code;
+ErrorCode walkBlock(Walk* walk, const Block& block) {
+    if (block.state != BlockState::damaged) {
+        Visit answer = Visit::goOn;
+        ErrorCode code = NO_ERROR;
+        if (walk->visitor->onBlock != nullptr) {
+            code = walk->visitor->onBlock(walk->visitor->owner, walk->reader->summary, &answer);
+        }
+        code = follow(walk, code, answer);
+        if (code != NO_ERROR || walk->ended || answer == Visit::skipBlock) {
+            return code;
+        }
     }
-    const std::int64_t begin = blockView_framesStart(block);
-    const std::int64_t end = blockView_framesEnd(block);
-    return backward ? walkMessages(walk, frameCursor_backward(walk->mfr, walk->file, begin, end, BLOCK_PIECE_SIZE),
-                                   frameCursor_previous, block)
-                    : walkMessages(walk, frameCursor_forward(walk->mfr, walk->file, begin, end, BLOCK_PIECE_SIZE),
-                                   frameCursor_next, block);
-}
-
-// A damaged frame in the open block: what stands before it has been walked, the damage is told.
-ErrorCode endOfScan(const BlockView& block) {
-    return block.scanEnd == CONSISTENCY_ERROR ? CONSISTENCY_ERROR : NO_ERROR;
-}
-
-}  // namespace
-
-ErrorCode mfr_readForward(MessageFrames* mfr, std::int64_t startBlock, MatchOperation operation,
-                          void* context) noexcept {
-    Walk walk{mfr, operation, context, mfr->storage->openings};
-    ErrorCode code = fetchFile(&walk);
-    std::int64_t position = startBlock;
-    while (code == NO_ERROR && !walk.ended) {
-        BlockView block;
-        code = mfr_readBlockFooter(mfr, walk.file, position, true, &block);
-        if (code != NO_ERROR) {
-            return code == NO_DATA_ERROR ? NO_ERROR : code;
-        }
-        if (block.messageCount > 0) {
-            code = walkBlock(&walk, block, false);
-        }
-        if (code == NO_ERROR && !walk.ended && block.messageCount < mfr->layout.messagesPerBlock) {
-            return endOfScan(block);
-        }
-        // Also behind a full block whose length word is not patched yet.
-        position = blockView_next(block, mfr);
+    const ErrorCode code = walkMessages(walk, block);
+    if (block.state == BlockState::damaged && code == NO_ERROR && !walk->ended) {
+        walk->ended = true;
+        return block.damage;
     }
     return code;
 }
 
-ErrorCode mfr_readBackward(MessageFrames* mfr, std::int64_t startBlock, MatchOperation operation,
-                           void* context) noexcept {
-    Walk walk{mfr, operation, context, mfr->storage->openings};
+bool holdsMessages(const Block& block) {
+    return block.messageCount > 0 || block.state == BlockState::damaged;
+}
+
+}  // namespace
+
+ErrorCode mfr_readForward(BlockReader* reader, std::int64_t startBlock, const MessageVisitor& visitor) noexcept {
+    Walk walk{reader, &visitor, Direction::forward, reader->storage->openings};
+    BlockCursor cursor =
+        blockCursor_at(reader, startBlock, BlockCursor::OpenBlocks::scanned, BlockCursor::ZeroWords::judged);
     ErrorCode code = fetchFile(&walk);
-    if (code != NO_ERROR || walk.ended || startBlock < mfr->storage->headerSize) {
+    while (code == NO_ERROR && !walk.ended) {
+        code = blockCursor_next(&cursor, walk.file);
+        const Block block = cursor.block;
+        if (code == NO_ERROR && holdsMessages(block)) {
+            code = walkBlock(&walk, block);
+        }
+        if (code == NO_ERROR && !walk.ended && cursor.position == block.start) {
+            return block.damage;  // the open block, nothing, or a table that was dropped: the data ends here
+        }
+    }
+    return code;
+}
+
+ErrorCode mfr_readBackward(BlockReader* reader, std::int64_t startBlock, const MessageVisitor& visitor) noexcept {
+    Walk walk{reader, &visitor, Direction::backward, reader->storage->openings};
+    BlockCursor cursor =
+        blockCursor_at(reader, startBlock, BlockCursor::OpenBlocks::scanned, BlockCursor::ZeroWords::judged);
+    ErrorCode code = fetchFile(&walk);
+    if (code != NO_ERROR || walk.ended || startBlock < reader->storage->headerSize) {
         return code;
     }
-    ErrorCode scanEnd = NO_ERROR;
-    BlockView block;
-    code = mfr_readBlockFooter(mfr, walk.file, startBlock, true, &block);
-    if (code == NO_DATA_ERROR) {
-        code = NO_ERROR;  // no open block stands here yet
-    }
-    while (code == NO_ERROR) {
-        scanEnd = scanEnd == NO_ERROR ? endOfScan(block) : scanEnd;
-        if (block.messageCount > 0) {
-            code = walkBlock(&walk, block, true);
+    ErrorCode damage = NO_ERROR;  // behind the open block, told when all before it has been shown
+    code = blockCursor_next(&cursor, walk.file);
+    while (code == NO_ERROR && cursor.block.state != BlockState::gone) {
+        const Block block = cursor.block;
+        if (block.state == BlockState::open && damage == NO_ERROR) {
+            damage = block.damage;
+        }
+        if (holdsMessages(block)) {
+            code = walkBlock(&walk, block);
         }
         if (code != NO_ERROR || walk.ended) {
             return code;
         }
-        if (block.start <= mfr->storage->headerSize) {
-            return scanEnd;
+        if (block.start <= reader->storage->headerSize) {
+            return damage;
         }
-        mfr_reset(mfr, false);
-        code = mfr_readPreviousBlock(mfr, walk.file, block.start, true, &block);
+        code = blockCursor_previous(&cursor, walk.file);
     }
     return code;
 }

@@ -8,7 +8,7 @@
 #include <cstdint>
 
 #include "core/error_codes.h"
-#include "messagetable/message_frames.h"
+#include "messagetable/frame.h"
 #include "storage/table_file.h"
 
 namespace tabulo::internal {

@@ -1,88 +1,154 @@
 #include "messagetable/uniform_lookup.h"
 
-#include "messagetable/block_reader.h"
-#include "messagetable/message_lookup.h"
+#include "messagetable/block_cursor.h"
+#include "messagetable/frame_cursor.h"
 #include "messagetable/message_table.h"
 
 namespace tabulo::internal {
 
 namespace {
 
-// The first message of a block with a uniform id at or above `id`: its file offset, and the number of messages before
-// it. Without one, both are those of the block's end.
-ErrorCode findInBlock(FrameCursor cursor, std::int32_t id, std::int64_t* offset, std::int32_t* index) {
-    DecodedMessage message;
-    const std::int32_t messagesPerBlock = cursor.mfr->layout.messagesPerBlock;
-    for (*index = 0; *index < messagesPerBlock; ++*index) {
-        *offset = cursor.position;
-        const ErrorCode code = frameCursor_next(&cursor, &message);
-        if (code == NO_DATA_ERROR) {
-            return NO_ERROR;
-        }
-        if (code != NO_ERROR || message.metadata.uniformId >= id) {
-            return code;
-        }
-    }
-    *offset = cursor.position;
-    return NO_ERROR;
+// The search, block by block.
+struct Search {
+    BlockCursor cursor;
+    TableFile* file = nullptr;
+    std::int32_t id = 0;
+    std::int64_t blockOrdinal = 0;  // number of the first message of the block at hand
+    UniformPlace* place = nullptr;
+    bool found = false;  // the place is settled
+};
+
+const BlockReader& readerOf(const Search& search) {
+    return *search.cursor.reader;
 }
 
-ErrorCode findFromStart(MessageFrames* reader, TableFile* file, std::int32_t id, std::int64_t* offset,
-                        std::int64_t* ordinal, std::int32_t* skip) {
-    const std::int32_t messagesPerBlock = reader->layout.messagesPerBlock;
-    std::int64_t blockStart = reader->storage->headerSize;
-    *ordinal = 0;
-    BlockView block;
-    ErrorCode code = mfr_readBlockFooter(reader, file, blockStart, false, &block);
-    while (code == NO_ERROR && reader->summary.maximum.uniformId < id) {
-        *ordinal += messagesPerBlock;
-        blockStart = blockView_next(block, reader);
-        code = mfr_readBlockFooter(reader, file, blockStart, false, &block);
+// The place of the frame at `frame`, the index-th of the block at hand, or of what will come there.
+void settle(Search* search, std::int64_t frame, std::int32_t index) {
+    const BlockReader& reader = readerOf(*search);
+    search->found = true;
+    search->place->ordinal = search->blockOrdinal + index;
+    search->place->offset = index == 0 ? search->cursor.block.start : frame;
+    search->place->skip = index == 0 ? BLOCK_LENGTH_SIZE : 0;
+    if (index == reader.layout.messagesPerBlock) {
+        search->place->skip = reader.footerSize + BLOCK_LENGTH_SIZE;
     }
-    if (code != NO_ERROR && code != NO_DATA_ERROR) {
-        return code;
-    }
-    std::int64_t end = blockView_framesEnd(block);
-    if (!block.closed) {
-        code = tableFileGetSize(file, &end);
+}
+
+// Looks at the frames of [its beginning, end) of the block at hand; the end of those that are whole is in *frame, and
+// their number in *index. *code tells what stands there: NO_ERROR when the block is full or the message was found.
+ErrorCode findInFrames(Search* search, std::int64_t end, std::int64_t* frame, std::int32_t* index) {
+    FrameCursor frames = frameCursor_forward(search->cursor.reader, search->file,
+                                             block_framesStart(search->cursor.block), end, SCAN_PIECE_SIZE);
+    DecodedMessage message;
+    for (*index = 0; *index < readerOf(*search).layout.messagesPerBlock; ++*index) {
+        *frame = frames.position;
+        const ErrorCode code = frameCursor_next(&frames, &message);
         if (code != NO_ERROR) {
             return code;
         }
+        if (message.metadata.uniformId >= search->id) {
+            settle(search, *frame, *index);
+            return NO_ERROR;
+        }
     }
-    const std::int64_t framesStart = blockView_framesStart(block);
+    *frame = frames.position;
+    return NO_ERROR;
+}
+
+bool isMissing(ErrorCode code) {
+    return code == NO_DATA_ERROR || code == CONSISTENCY_ERROR;
+}
+
+// A closed block that may hold the message. Its footer may promise one that is not there: the search then goes on.
+ErrorCode findInClosedBlock(Search* search) {
+    std::int64_t frame = 0;
     std::int32_t index = 0;
-    std::int64_t frame = framesStart;
-    code = findInBlock(frameCursor_forward(reader, file, framesStart, end, SCAN_PIECE_SIZE), id, &frame, &index);
-    if (code != NO_ERROR) {
+    const ErrorCode code = findInFrames(search, search->cursor.block.framesEnd, &frame, &index);
+    return isMissing(code) ? CONSISTENCY_ERROR : code;
+}
+
+// The open block. Where its frames do not reach the file's end, it may have been closed meanwhile, or be damaged.
+ErrorCode findInOpenBlock(Search* search) {
+    Block& block = search->cursor.block;
+    std::int64_t size = 0;
+    std::int64_t frame = 0;
+    std::int32_t index = 0;
+    ErrorCode code = tableFileGetSize(search->file, &size);
+    if (code == NO_ERROR) {
+        code = findInFrames(search, size, &frame, &index);
+    }
+    if (search->found || (code != NO_ERROR && !isMissing(code))) {
         return code;
     }
-    *ordinal += index;
-    *offset = index == 0 ? blockStart : frame;
-    if (index == 0) {
-        *skip = BLOCK_LENGTH_SIZE;
-    } else {
-        *skip = index == messagesPerBlock ? reader->footerSize + BLOCK_LENGTH_SIZE : 0;
+    if (frame == size) {
+        settle(search, frame, index);
+        return NO_ERROR;
     }
-    return NO_ERROR;
+    code = blockCursor_refresh(&search->cursor, search->file);
+    if (code != NO_ERROR || block.damage != NO_ERROR) {
+        return code != NO_ERROR ? code : block.damage;
+    }
+    if (block_isClosed(block)) {
+        return findInClosedBlock(search);
+    }
+    if (block.state != BlockState::open) {
+        settle(search, block.start, 0);
+        return NO_ERROR;
+    }
+    code = findInFrames(search, block.framesEnd, &frame, &index);
+    const bool isLast = search->cursor.position == block.start;
+    if (!search->found && isLast && (code == NO_ERROR || isMissing(code))) {
+        settle(search, frame, index);
+        code = NO_ERROR;
+    }
+    return code;
+}
+
+ErrorCode searchBlock(Search* search) {
+    const Block& block = search->cursor.block;
+    switch (block.state) {
+        case BlockState::closed:
+        case BlockState::torn:
+            return readerOf(*search).summary.maximum.uniformId < search->id ? NO_ERROR : findInClosedBlock(search);
+        case BlockState::open:
+            return findInOpenBlock(search);
+        case BlockState::damaged:
+            return block.damage;
+        default:
+            settle(search, block.start, 0);
+            return NO_ERROR;
+    }
 }
 
 }  // namespace
 
-ErrorCode mt_findUniformId(MessageTable* table, std::int32_t id, std::int64_t* offset, std::int64_t* ordinal,
-                           std::int32_t* skip) noexcept {
-    if (table == nullptr || offset == nullptr || ordinal == nullptr || skip == nullptr) {
+ErrorCode mt_findUniformId(MessageTable* table, std::int32_t id, UniformPlace* place) noexcept {
+    if (table == nullptr || place == nullptr) {
         return NULL_POINTER_ERROR;
     }
-    const ErrorCode code = mt_refresh(table);
+    ErrorCode code = mt_refresh(table);
     if (code != NO_ERROR) {
         return code;
     }
-    const MessageFramesPtr reader(mfr_create(table->storage.get(), &table->header.layout));
+    TableStorage* storage = mt_storage(table);
+    const BlockReaderPtr reader(mfr_createReader(storage, mt_layout(table)));
     if (reader == nullptr) {
         return OUT_OF_MEMORY_ERROR;
     }
-    mfr_resetAll(reader.get());
-    return findFromStart(reader.get(), tableStorage_master(table->storage.get()), id, offset, ordinal, skip);
+    Search search;
+    search.cursor = blockCursor_at(reader.get(), storage->headerSize, BlockCursor::OpenBlocks::unread,
+                                   BlockCursor::ZeroWords::judged);
+    search.file = tableStorage_master(storage);
+    search.id = id;
+    search.place = place;
+    while (code == NO_ERROR && !search.found) {
+        code = blockCursor_next(&search.cursor, search.file);
+        if (code == NO_ERROR) {
+            code = searchBlock(&search);
+        }
+        search.blockOrdinal += reader->layout.messagesPerBlock;
+    }
+    return code;
 }
 
 }  // namespace tabulo::internal

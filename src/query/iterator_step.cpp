@@ -1,269 +1,319 @@
 #include "query/iterator_step.h"
 
-#include <algorithm>
-
 namespace tabulo::internal {
 
 namespace {
 
-// What loading the block at hand came to.
-enum class Loaded { frames, skipped, nothing };
-
 std::int64_t headerEnd(const MessageTableIterator* iterator) {
-    return iterator->table->storage->headerSize;
+    return iterator->reader->storage->headerSize;
 }
 
-std::int32_t messagesPerBlock(const MessageTableIterator* iterator) {
-    return iterator->reader->layout.messagesPerBlock;
+bool isFull(const MessageTableIterator* iterator) {
+    return iterator->indexInBlock == iterator->reader->layout.messagesPerBlock;
+}
+
+bool isDone(const MessageTableIterator* iterator) {
+    return iterator->place == IteratorPlace::done;
 }
 
 // The file's size of this moment. A file that is shorter than the iterator's place was dropped: the iterator is done.
 ErrorCode checkPlace(MessageTableIterator* iterator, TableFile* file, std::int64_t place, std::int64_t* size) {
     const ErrorCode code = tableFileGetSize(file, size);
     if (code == NO_ERROR && *size < place) {
-        iterator->done = true;
+        iterator->place = IteratorPlace::done;
     }
     return code;
 }
 
+// What a failure at the block at hand comes to: nothing, when the file was dropped.
+ErrorCode unlessDropped(MessageTableIterator* iterator, TableFile* file, ErrorCode code) {
+    std::int64_t size = 0;
+    const ErrorCode sized = checkPlace(iterator, file, iterator->cursor.block.start, &size);
+    if (sized != NO_ERROR) {
+        return sized;
+    }
+    return isDone(iterator) ? NO_ERROR : code;
+}
+
 // Asks about a closed block.
-ErrorCode isSkipped(MessageTableIterator* iterator, bool* skipped) {
-    std::int32_t answer = MATCH_NO;
-    const ErrorCode code =
-        iterator->match(&answer, iterator, &iterator->reader->summary, nullptr, nullptr, 0, nullptr, 0);
-    *skipped = answer == MATCH_STOP;
+ErrorCode isSkipped(const MessageTableIterator* iterator, bool* skipped) {
+    Visit answer = Visit::goOn;
+    ErrorCode code = NO_ERROR;
+    if (iterator->match.onBlock != nullptr) {
+        code = iterator->match.onBlock(iterator->match.owner, iterator->reader->summary, &answer);
+    }
+    *skipped = answer == Visit::skipBlock;
     return code;
 }
 
 // Asks about the message that was decoded last.
 ErrorCode matchMessage(MessageTableIterator* iterator, bool* end) {
-    const MessageTableLayout& layout = iterator->reader->layout;
-    const DecodedMessage& message = iterator->current;
-    std::int32_t answer = MATCH_NO;
-    const ErrorCode code =
-        iterator->match(&answer, iterator, nullptr, &message.metadata, message.stringFields.data(),
-                        layout.stringFieldCount, message.numericFields.data(), layout.numericFieldCount);
-    *end = answer != MATCH_YES;
+    iterator->indexInBlock += 1;
+    Visit answer = Visit::goOn;
+    const ErrorCode code = iterator->match.onMessage(
+        iterator->match.owner, message_view(iterator->current, iterator->reader->layout), &answer);
+    *end = answer != Visit::stop;
     return code;
 }
 
-void startBlock(MessageTableIterator* iterator, const FrameCursor& cursor) {
-    iterator->cursor = cursor;
+void enterBlock(MessageTableIterator* iterator, const FrameCursor& frames) {
+    iterator->frames = frames;
     iterator->indexInBlock = 0;
-    iterator->blockLoaded = true;
+    iterator->place = IteratorPlace::inBlock;
 }
 
-void leaveBlock(MessageTableIterator* iterator, std::int64_t position) {
-    iterator->position = position;
-    iterator->indexInBlock = 0;
-    iterator->blockLoaded = false;
-}
-
-// What a failed read at the iterator's place comes to: nothing, when the file was dropped.
-ErrorCode unlessDropped(MessageTableIterator* iterator, TableFile* file, ErrorCode code) {
-    std::int64_t size = 0;
-    const ErrorCode sized = checkPlace(iterator, file, iterator->position, &size);
-    if (sized != NO_ERROR) {
-        return sized;
+// To the next block; to the same one when it is not complete.
+ErrorCode loadForward(MessageTableIterator* iterator, TableFile* file) {
+    BlockReader* reader = iterator->reader.get();
+    const Block& block = iterator->cursor.block;
+    ErrorCode code = blockCursor_next(&iterator->cursor, file);
+    const std::int64_t framesStart = block_framesStart(block);
+    if (code != NO_ERROR || block.state == BlockState::damaged) {
+        return unlessDropped(iterator, file, code != NO_ERROR ? code : block.damage);
     }
-    return iterator->done ? NO_ERROR : code;
-}
-
-ErrorCode loadForward(MessageTableIterator* iterator, TableFile* file, Loaded* loaded) {
-    MessageFrames* reader = iterator->reader.get();
-    iterator->position = std::max(iterator->position, headerEnd(iterator));
-    *loaded = Loaded::nothing;
-    ErrorCode code = mfr_readBlockFooter(reader, file, iterator->position, false, &iterator->block);
-    if (code == NO_DATA_ERROR) {
+    if (!block_isClosed(block)) {
         // The open block, or nothing yet. It is not asked about: it may grow.
-        const std::int64_t framesStart = blockView_framesStart(iterator->block);
         std::int64_t size = 0;
-        code = checkPlace(iterator, file, iterator->position, &size);
+        code = checkPlace(iterator, file, block.start, &size);
         if (code == NO_ERROR && size > framesStart) {
-            startBlock(iterator, frameCursor_forward(reader, file, framesStart, size, SCAN_PIECE_SIZE));
-            *loaded = Loaded::frames;
+            enterBlock(iterator, frameCursor_forward(reader, file, framesStart, size, SCAN_PIECE_SIZE));
         }
         return code;
     }
-    if (code != NO_ERROR) {
-        return unlessDropped(iterator, file, code);
-    }
     bool skipped = false;
     code = isSkipped(iterator, &skipped);
-    *loaded = skipped ? Loaded::skipped : Loaded::frames;
-    if (!skipped) {
-        startBlock(iterator, frameCursor_forward(reader, file, blockView_framesStart(iterator->block),
-                                                 blockView_framesEnd(iterator->block), BLOCK_PIECE_SIZE));
+    if (code == NO_ERROR && !skipped) {
+        enterBlock(iterator, frameCursor_forward(reader, file, framesStart, block.framesEnd, BLOCK_PIECE_SIZE));
     }
     return code;
 }
 
-// No complete frame stands at the cursor. In the open block that is the end for now; *retry is set when the file has
-// grown since. A closed block must hold what its footer says, unless its file was dropped.
-ErrorCode frameMissing(MessageTableIterator* iterator, TableFile* file, bool* retry) {
-    FrameCursor& cursor = iterator->cursor;
-    *retry = false;
-    std::int64_t size = 0;
-    const ErrorCode code = checkPlace(iterator, file, cursor.position, &size);
-    if (code != NO_ERROR || iterator->done) {
+// Reads on from the frames' place up to `end`, without what was read ahead: a recovery may have put other frames there.
+void readOnTo(FrameCursor* frames, std::int64_t end) {
+    frames->end = end;
+    frames->pieceStart = frames->position;
+    frames->pieceEnd = frames->position;
+}
+
+// The frames of the open block do not reach the file's end: it may have been closed meanwhile, or dropped, or be
+// damaged. *retry is set when there is more to read.
+ErrorCode lookAgain(MessageTableIterator* iterator, TableFile* file, bool* retry) {
+    const Block& block = iterator->cursor.block;
+    const ErrorCode code = blockCursor_refresh(&iterator->cursor, file);
+    if (code != NO_ERROR) {
         return code;
     }
-    if (iterator->block.closed) {
-        iterator->done = size < cursor.end;
-        return iterator->done ? NO_ERROR : NO_DATA_ERROR;
+    if (block.state == BlockState::gone) {
+        iterator->place = IteratorPlace::done;
+        return NO_ERROR;
     }
-    *retry = size > cursor.end;
-    // What was read ahead of a half frame is read again: a recovery may have put another frame there.
-    cursor.end = size;
-    cursor.pieceStart = cursor.position;
-    cursor.pieceEnd = cursor.position;
+    readOnTo(&iterator->frames, block.framesEnd);
+    *retry = block.framesEnd > iterator->frames.position;
+    return *retry ? NO_ERROR : block.damage;
+}
+
+// No whole frame stands at the cursor. In the open block that may be the end for now; *retry is set when there is more
+// to read. A closed block must hold what its footer says, unless its file was dropped.
+ErrorCode frameMissing(MessageTableIterator* iterator, TableFile* file, ErrorCode missing, bool* retry) {
+    const Block& block = iterator->cursor.block;
+    FrameCursor& frames = iterator->frames;
+    std::int64_t size = 0;
+    *retry = false;
+    ErrorCode code = checkPlace(iterator, file, frames.position, &size);
+    if (code != NO_ERROR || isDone(iterator)) {
+        return code;
+    }
+    if (block.state == BlockState::damaged) {
+        return block.damage;
+    }
+    if (block_isClosed(block)) {
+        if (size < frames.end) {
+            iterator->place = IteratorPlace::done;
+        }
+        return isDone(iterator) ? NO_ERROR : missing;
+    }
+    *retry = size > frames.end;
+    if (*retry) {
+        readOnTo(&frames, size);
+    } else if (frames.position < size) {
+        code = lookAgain(iterator, file, retry);
+    }
     // A block without a message yet is opened again by the next call: it may be closed, and skipped, by then.
-    iterator->blockLoaded = *retry || iterator->indexInBlock > 0;
+    if (!*retry && iterator->indexInBlock == 0 && !isDone(iterator) && block.state == BlockState::open) {
+        iterator->place = IteratorPlace::betweenBlocks;
+    }
+    return code;
+}
+
+// All messages of the block at hand have been looked at: goes on behind it, when it is complete.
+ErrorCode finishForward(MessageTableIterator* iterator, TableFile* file) {
+    const Block& block = iterator->cursor.block;
+    const std::int64_t place = iterator->frames.position;
+    if (block.state == BlockState::open) {
+        std::int64_t size = 0;
+        ErrorCode code = checkPlace(iterator, file, place, &size);
+        bool more = false;
+        if (code == NO_ERROR && !isDone(iterator) && place < size) {
+            code = lookAgain(iterator, file, &more);
+        }
+        if (code != NO_ERROR || isDone(iterator)) {
+            return code;
+        }
+    }
+    if (block.state == BlockState::damaged) {
+        return block.damage;
+    }
+    if (block_isClosed(block) && place != block.framesEnd) {
+        return CONSISTENCY_ERROR;
+    }
+    // The footer follows, also when the block's length word is not written yet; but it may itself be half written.
+    if (iterator->cursor.position != block.start) {
+        iterator->place = IteratorPlace::betweenBlocks;
+    }
     return NO_ERROR;
 }
 
-// Looks at the messages of the block at hand; *finished when all of them have been.
-ErrorCode walkForward(MessageTableIterator* iterator, TableFile* file, bool* end, bool* finished) {
-    iterator->cursor.file = file;
-    *finished = false;
-    while (iterator->indexInBlock < messagesPerBlock(iterator)) {
-        ErrorCode code = frameCursor_next(&iterator->cursor, &iterator->current);
-        if (code == NO_DATA_ERROR) {
+// Looks at the messages of the block at hand, until one matches, the block is done with or nothing more is there.
+ErrorCode walkForward(MessageTableIterator* iterator, TableFile* file, bool* end) {
+    iterator->frames.file = file;
+    while (!isFull(iterator)) {
+        ErrorCode code = frameCursor_next(&iterator->frames, &iterator->current);
+        const bool isOpen = !block_isClosed(iterator->cursor.block);
+        if (code == NO_DATA_ERROR || (code == CONSISTENCY_ERROR && isOpen)) {
             bool retry = false;
-            code = frameMissing(iterator, file, &retry);
+            code = frameMissing(iterator, file, code, &retry);
             if (code != NO_ERROR || !retry) {
                 return code;
             }
             continue;
         }
         if (code == NO_ERROR) {
-            iterator->indexInBlock += 1;
             code = matchMessage(iterator, end);
         }
         if (code != NO_ERROR || !*end) {
             return code;
         }
     }
-    *finished = true;
-    const bool whole = !iterator->block.closed || iterator->cursor.position == iterator->cursor.end;
-    return whole ? NO_ERROR : CONSISTENCY_ERROR;
+    return finishForward(iterator, file);
 }
 
 // The block that a backward walk begins with. Blocks may have been closed since the iterator was opened: it is the one
 // that is open now, or a place where none stands yet.
 ErrorCode readOpenBlock(MessageTableIterator* iterator, TableFile* file) {
-    MessageFrames* reader = iterator->reader.get();
+    BlockCursor& cursor = iterator->cursor;
     for (;;) {
-        mfr_resetAll(reader);
-        const ErrorCode code = mfr_readBlockFooter(reader, file, iterator->position, true, &iterator->block);
-        const std::int64_t next = blockView_next(iterator->block, reader);
-        const bool full = iterator->block.messageCount == messagesPerBlock(iterator);
-        if (code != NO_ERROR || !full || next > tableFileCachedSize(file)) {
-            return code == NO_DATA_ERROR ? NO_ERROR : code;
+        const ErrorCode code = blockCursor_next(&cursor, file);
+        if (code != NO_ERROR || cursor.position == cursor.block.start) {
+            return code;
         }
-        iterator->position = next;
     }
 }
 
 // The block at hand has just been read: asks about it, when it is closed.
 ErrorCode startBackward(MessageTableIterator* iterator, TableFile* file) {
-    const BlockView& block = iterator->block;
-    leaveBlock(iterator, block.start);
-    if (block.scanEnd == CONSISTENCY_ERROR) {
-        iterator->endCode = CONSISTENCY_ERROR;
+    const Block& block = iterator->cursor.block;
+    iterator->place = IteratorPlace::betweenBlocks;
+    if (block.state == BlockState::gone) {
+        iterator->place = IteratorPlace::done;
+        return NO_ERROR;
     }
-    bool skipped = block.messageCount == 0;
-    if (block.closed) {
+    if (block.state == BlockState::open && block.damage != NO_ERROR) {
+        iterator->endCode = block.damage;
+    }
+    bool skipped = block.messageCount == 0 && block.state != BlockState::damaged;
+    if (block_isClosed(block)) {
         const ErrorCode code = isSkipped(iterator, &skipped);
         if (code != NO_ERROR) {
             return code;
         }
     }
     if (!skipped) {
-        startBlock(iterator, frameCursor_backward(iterator->reader.get(), file, blockView_framesStart(block),
-                                                  blockView_framesEnd(block), BLOCK_PIECE_SIZE));
+        enterBlock(iterator, frameCursor_backward(iterator->reader.get(), file, block_framesStart(block),
+                                                  block.framesEnd, BLOCK_PIECE_SIZE));
     }
     return NO_ERROR;
 }
 
 // To the block that the walk begins with, or to the one before the block at hand; the iterator is done at the header.
 ErrorCode stepBack(MessageTableIterator* iterator, TableFile* file) {
+    const BlockCursor before = iterator->cursor;
     ErrorCode code = NO_ERROR;
-    if (!iterator->started) {
+    if (iterator->place == IteratorPlace::beforeStart) {
         code = readOpenBlock(iterator, file);
-        iterator->started = code == NO_ERROR;
-    } else if (iterator->position <= headerEnd(iterator)) {
-        iterator->done = true;
+    } else if (before.block.start <= headerEnd(iterator)) {
+        iterator->place = IteratorPlace::done;
         return iterator->endCode;
     } else {
-        leaveBlock(iterator, iterator->position);
-        code = mfr_readPreviousBlock(iterator->reader.get(), file, iterator->position, true, &iterator->block);
+        iterator->place = IteratorPlace::betweenBlocks;
+        code = blockCursor_previous(&iterator->cursor, file);
     }
-    return code == NO_ERROR ? startBackward(iterator, file) : unlessDropped(iterator, file, code);
+    if (code == NO_ERROR) {
+        return startBackward(iterator, file);
+    }
+    iterator->cursor = before;  // a further call tries again
+    return unlessDropped(iterator, file, code);
+}
+
+// A frame of the block at hand cannot be read from behind.
+ErrorCode failBackward(MessageTableIterator* iterator, TableFile* file, ErrorCode failure) {
+    const Block& block = iterator->cursor.block;
+    const bool isMissing = failure == NO_DATA_ERROR;
+    if (block.state == BlockState::damaged && (isMissing || failure == CONSISTENCY_ERROR)) {
+        return unlessDropped(iterator, file, block.damage);
+    }
+    if (!isMissing) {
+        return failure;
+    }
+    std::int64_t size = 0;
+    const ErrorCode sized = checkPlace(iterator, file, iterator->frames.position, &size);
+    return sized != NO_ERROR ? sized : (isDone(iterator) ? NO_ERROR : failure);
 }
 
 ErrorCode walkBackward(MessageTableIterator* iterator, TableFile* file, bool* end) {
-    iterator->cursor.file = file;
-    while (iterator->indexInBlock < iterator->block.messageCount) {
-        ErrorCode code = frameCursor_previous(&iterator->cursor, &iterator->current);
-        if (code == NO_ERROR) {
-            iterator->indexInBlock += 1;
-            code = matchMessage(iterator, end);
-        } else if (code == NO_DATA_ERROR) {
-            std::int64_t size = 0;
-            const ErrorCode sized = checkPlace(iterator, file, iterator->cursor.position, &size);
-            code = sized != NO_ERROR ? sized : (iterator->done ? NO_ERROR : code);
-        }
-        if (code != NO_ERROR || !*end || iterator->done) {
+    const Block& block = iterator->cursor.block;
+    iterator->frames.file = file;
+    while (block.state == BlockState::damaged || iterator->indexInBlock < block.messageCount) {
+        ErrorCode code = frameCursor_previous(&iterator->frames, &iterator->current);
+        code = code == NO_ERROR ? matchMessage(iterator, end) : failBackward(iterator, file, code);
+        if (code != NO_ERROR || !*end || isDone(iterator)) {
             return code;
         }
     }
-    return iterator->cursor.position == iterator->cursor.begin ? NO_ERROR : CONSISTENCY_ERROR;
+    return iterator->frames.position == iterator->frames.begin ? NO_ERROR : CONSISTENCY_ERROR;
 }
 
 }  // namespace
 
 ErrorCode iteratorStep_forward(MessageTableIterator* iterator, TableFile* file, bool* end) noexcept {
     for (;;) {
-        if (!iterator->blockLoaded) {
-            Loaded loaded = Loaded::nothing;
-            const ErrorCode code = loadForward(iterator, file, &loaded);
-            if (code != NO_ERROR || loaded == Loaded::nothing) {
+        if (iterator->place != IteratorPlace::inBlock) {
+            const ErrorCode code = loadForward(iterator, file);
+            const bool isAhead = iterator->cursor.position != iterator->cursor.block.start;
+            if (code != NO_ERROR || isDone(iterator) || (iterator->place != IteratorPlace::inBlock && !isAhead)) {
                 return code;
             }
-            if (loaded == Loaded::skipped) {
-                leaveBlock(iterator, blockView_next(iterator->block, iterator->reader.get()));
-                continue;
+            if (iterator->place != IteratorPlace::inBlock) {
+                continue;  // a block that was skipped
             }
         }
-        bool finished = false;
-        const ErrorCode code = walkForward(iterator, file, end, &finished);
-        if (code != NO_ERROR || !finished) {
+        const ErrorCode code = walkForward(iterator, file, end);
+        if (code != NO_ERROR || !*end || iterator->place != IteratorPlace::betweenBlocks ||
+            iterator->cursor.position == iterator->cursor.block.start) {
             return code;
         }
-        // The footer follows, also when the block's length word is not written yet; but it may itself be half written.
-        const std::int64_t next = iterator->cursor.position + iterator->reader->footerSize;
-        if (!iterator->block.closed) {
-            std::int64_t size = 0;
-            const ErrorCode sized = checkPlace(iterator, file, iterator->cursor.position, &size);
-            if (sized != NO_ERROR || size < next) {
-                return sized;
-            }
-        }
-        leaveBlock(iterator, next);
     }
 }
 
 ErrorCode iteratorStep_backward(MessageTableIterator* iterator, TableFile* file, bool* end) noexcept {
     for (;;) {
-        if (iterator->blockLoaded) {
+        if (iterator->place == IteratorPlace::inBlock) {
             const ErrorCode code = walkBackward(iterator, file, end);
-            if (code != NO_ERROR || !*end || iterator->done) {
+            if (code != NO_ERROR || !*end || isDone(iterator)) {
                 return code;
             }
         }
         const ErrorCode code = stepBack(iterator, file);
-        if (code != NO_ERROR || iterator->done) {
+        if (code != NO_ERROR || isDone(iterator)) {
             return code;
         }
     }

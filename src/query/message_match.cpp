@@ -51,14 +51,14 @@ bool isAbsent(const NumericValue& value, std::int64_t) {
 }
 
 template <typename Number>
-bool numericMatches(const NumericFilter<Number>& filter, const MessageMetadata& metadata,
-                    const NumericValue* numericFields, std::int32_t numericFieldCount) {
-    const std::int64_t pseudo = std::int64_t{filter.fieldIndex} - numericFieldCount;
+bool numericMatches(const NumericFilter<Number>& filter, const MessageView& message) {
+    const std::int64_t pseudo = filter.fieldIndex - static_cast<std::int64_t>(message.numbers.size());
     if (filter.fieldIndex < 0 || pseudo >= PSEUDO_FIELD_COUNT) {
         return true;
     }
-    const NumericValue value = pseudo >= 0 ? numericValue_ofLong(pseudoField_value(metadata, static_cast<int>(pseudo)))
-                                           : numericFields[filter.fieldIndex];
+    const NumericValue value = pseudo >= 0
+                                   ? numericValue_ofLong(pseudoField_value(message.metadata, static_cast<int>(pseudo)))
+                                   : message.numbers[static_cast<std::size_t>(filter.fieldIndex)];
     if (isAbsent(value, Number{})) {
         return filter.includeNull;
     }
@@ -72,16 +72,16 @@ bool isExcluded(const std::vector<ExcludedMsgType>& excluded, const MessageMetad
                               });
 }
 
-bool stringMatches(const StringFilter& filter, const MessageMetadata& metadata, const StringField* stringFields,
-                   std::int32_t stringFieldCount) {
+bool stringMatches(const StringFilter& filter, const MessageView& message) {
     const std::int32_t index = filter.fieldIndex;
+    const auto stringFieldCount = static_cast<std::int32_t>(message.texts.size());
     if (index < 0 || index > stringFieldCount) {
         return true;
     }
     if (index == stringFieldCount) {
-        return stringFilter_acceptsMsgType(filter, metadata.msgType.data());
+        return stringFilter_acceptsMsgType(filter, message.metadata.msgType.data());
     }
-    const StringField& field = stringFields[index];
+    const StringField& field = message.texts[static_cast<std::size_t>(index)];
     // The empty text counts as absent where absent fields pass; elsewhere it is a text like any other.
     if (field.length <= 0 || (filter.includeNull && stringField_withoutNul(field).empty())) {
         return filter.includeNull;
@@ -91,27 +91,25 @@ bool stringMatches(const StringFilter& filter, const MessageMetadata& metadata, 
 
 }  // namespace
 
-bool query_messageMatches(const QueryConditions& conditions, const MessageMetadata& metadata,
-                          const StringField* stringFields, std::int32_t stringFieldCount,
-                          const NumericValue* numericFields, std::int32_t numericFieldCount) noexcept {
-    if (!metadataMatches(conditions, metadata)) {
+bool query_messageMatches(const QueryConditions& conditions, const MessageView& message) noexcept {
+    if (!metadataMatches(conditions, message.metadata)) {
         return false;
     }
     for (const DoubleFilter& filter : conditions.doubleFilters) {
-        if (!numericMatches(filter, metadata, numericFields, numericFieldCount)) {
+        if (!numericMatches(filter, message)) {
             return false;
         }
     }
     for (const LongFilter& filter : conditions.longFilters) {
-        if (!numericMatches(filter, metadata, numericFields, numericFieldCount)) {
+        if (!numericMatches(filter, message)) {
             return false;
         }
     }
-    if (isExcluded(conditions.excludedMsgTypes, metadata)) {
+    if (isExcluded(conditions.excludedMsgTypes, message.metadata)) {
         return false;
     }
     for (const StringFilter& filter : conditions.stringFilters) {
-        if (!stringMatches(filter, metadata, stringFields, stringFieldCount)) {
+        if (!stringMatches(filter, message)) {
             return false;
         }
     }

@@ -20,23 +20,23 @@ void clearCurrent(MessageTableIterator* iterator) {
     iterator->numericValueCount = 0;
 }
 
-ErrorCode answerMessage(std::int32_t* answer, MessageTableIterator* iterator, bool inverted,
-                        const MessageMetadata& metadata, const StringField* stringFields, std::int32_t stringFieldCount,
-                        const NumericValue* numericFields, std::int32_t numericFieldCount) {
-    const bool matches = query_messageMatches(*iterator->conditions, metadata, stringFields, stringFieldCount,
-                                              numericFields, numericFieldCount);
-    *answer = MATCH_NO;
-    if (matches != inverted) {
-        *answer = MATCH_YES;
-        DecodedMessage& current = iterator->current;
-        if (&metadata != &current.metadata) {
-            current.metadata = metadata;
-            std::copy_n(stringFields, stringFieldCount, current.stringFields.begin());
-            std::copy_n(numericFields, numericFieldCount, current.numericFields.begin());
-        }
-        iterator->stringValueCount = stringFieldCount;
-        iterator->numericValueCount = numericFieldCount;
+MessageTableIterator* iteratorOf(void* owner) {
+    return static_cast<MessageTableIterator*>(owner);
+}
+
+ErrorCode answerMessage(MessageTableIterator* iterator, bool inverted, const MessageView& message, Visit* answer) {
+    if (query_messageMatches(*iterator->conditions, message) == inverted) {
+        return NO_ERROR;
     }
+    *answer = Visit::stop;
+    DecodedMessage& current = iterator->current;
+    if (&message.metadata != &current.metadata) {
+        current.metadata = message.metadata;
+        std::copy(message.texts.begin(), message.texts.end(), current.stringFields.begin());
+        std::copy(message.numbers.begin(), message.numbers.end(), current.numericFields.begin());
+    }
+    iterator->stringValueCount = static_cast<std::int32_t>(message.texts.size());
+    iterator->numericValueCount = static_cast<std::int32_t>(message.numbers.size());
     return NO_ERROR;
 }
 
@@ -63,17 +63,18 @@ ErrorCode numericField(const MessageTableIterator* iterator, std::int32_t index,
     return NO_ERROR;
 }
 
-StringField stringValueFromEnd(const MessageTableIterator* iterator, std::int32_t back) {
-    const std::int32_t index = iterator->stringValueCount - back;
-    return index < 0 ? StringField{} : iterator->current.stringFields[static_cast<std::size_t>(index)];
+MessageView currentOf(const MessageTableIterator* iterator) {
+    return {iterator->current.metadata,
+            {iterator->current.stringFields.data(), static_cast<std::size_t>(iterator->stringValueCount)},
+            {iterator->current.numericFields.data(), static_cast<std::size_t>(iterator->numericValueCount)}};
 }
 
 ErrorCode step(MessageTableIterator* iterator, bool* end) {
-    TableStorage* storage = iterator->table->storage.get();
+    TableStorage* storage = mt_storage(iterator->table);
     if (iterator->openings != storage->openings) {
-        iterator->done = true;  // the table was dropped, or opened anew
+        iterator->place = IteratorPlace::done;  // the table was dropped, or opened anew
     }
-    if (iterator->done) {
+    if (iterator->place == IteratorPlace::done) {
         return NO_ERROR;
     }
     TableFile* file = tableStorage_master(storage);
@@ -88,28 +89,33 @@ ErrorCode step(MessageTableIterator* iterator, bool* end) {
 
 MessageTableIterator* mtIterator_open(MessageTable* table, QueryConditions* conditions) noexcept {
     QueryConditionsPtr owned(conditions);
-    if (table == nullptr || table->storage == nullptr || owned == nullptr) {
+    if (table == nullptr || mt_storage(table) == nullptr || owned == nullptr) {
         return nullptr;
     }
-    std::unique_ptr<MessageTableIterator> iterator(new (std::nothrow) MessageTableIterator);
+    MessageTableIteratorPtr iterator(new (std::nothrow) MessageTableIterator);
     if (iterator == nullptr) {
         return nullptr;
     }
+    TableStorage* storage = mt_storage(table);
     iterator->table = table;
     iterator->conditions = std::move(owned);
-    iterator->match = conditions->inverted ? query_matchInverted : query_match;
-    iterator->openings = table->storage->openings;
-    iterator->reader.reset(mfr_create(table->storage.get(), &table->header.layout));
+    iterator->match = conditions->inverted ? query_matchInverted(iterator.get()) : query_match(iterator.get());
+    iterator->openings = storage->openings;
+    iterator->reader.reset(mfr_createReader(storage, mt_layout(table)));
     if (iterator->reader == nullptr) {
         return nullptr;
     }
-    mfr_resetAll(iterator->reader.get());
+    std::int64_t start = storage->headerSize;
     if (conditions->iterateBackward) {
         if (mt_refresh(table) != NO_ERROR) {
             return nullptr;
         }
-        iterator->position = mt_openBlockStart(table);
+        iterator->place = IteratorPlace::beforeStart;
+        start = mt_openBlockStart(table);
     }
+    const auto openBlocks =
+        conditions->iterateBackward ? BlockCursor::OpenBlocks::scanned : BlockCursor::OpenBlocks::unread;
+    iterator->cursor = blockCursor_at(iterator->reader.get(), start, openBlocks, BlockCursor::ZeroWords::judged);
     return iterator.release();
 }
 
@@ -134,11 +140,11 @@ const MessageMetadata& mtIterator_getMetadata(const MessageTableIterator* iterat
 }
 
 StringField mtIterator_getWireMessage(const MessageTableIterator* iterator) noexcept {
-    return stringValueFromEnd(iterator, 2);
+    return message_wire(currentOf(iterator));
 }
 
 StringField mtIterator_getNonMetadataFields(const MessageTableIterator* iterator) noexcept {
-    return stringValueFromEnd(iterator, 1);
+    return message_nonMetadata(currentOf(iterator));
 }
 
 const StringField* mtIterator_getStringValues(const MessageTableIterator* iterator) noexcept {
@@ -173,29 +179,23 @@ ErrorCode mtIterator_getNumericFieldAsLong(const MessageTableIterator* iterator,
     return numericField(iterator, index, value);
 }
 
-ErrorCode query_match(std::int32_t* answer, void* context, const BlockSummary* summary, const MessageMetadata* metadata,
-                      const StringField* stringFields, std::int32_t stringFieldCount, const NumericValue* numericFields,
-                      std::int32_t numericFieldCount) noexcept {
-    auto* iterator = static_cast<MessageTableIterator*>(context);
-    if (summary != nullptr) {
-        const bool mayMatch = query_blockMayMatch(*iterator->conditions, *summary, iterator->table->header.layout);
-        *answer = mayMatch ? MATCH_NO : MATCH_STOP;
-        return NO_ERROR;
-    }
-    return answerMessage(answer, iterator, false, *metadata, stringFields, stringFieldCount, numericFields,
-                         numericFieldCount);
+MessageVisitor query_match(MessageTableIterator* iterator) noexcept {
+    return {iterator,
+            [](void* owner, const BlockSummary& summary, Visit* answer) {
+                const MessageTableIterator* asked = iteratorOf(owner);
+                const bool mayMatch = query_blockMayMatch(*asked->conditions, summary, asked->reader->layout);
+                *answer = mayMatch ? Visit::goOn : Visit::skipBlock;
+                return NO_ERROR;
+            },
+            [](void* owner, const MessageView& message, Visit* answer) {
+                return answerMessage(iteratorOf(owner), false, message, answer);
+            }};
 }
 
-ErrorCode query_matchInverted(std::int32_t* answer, void* context, const BlockSummary* summary,
-                              const MessageMetadata* metadata, const StringField* stringFields,
-                              std::int32_t stringFieldCount, const NumericValue* numericFields,
-                              std::int32_t numericFieldCount) noexcept {
-    if (summary != nullptr) {
-        *answer = MATCH_NO;
-        return NO_ERROR;
-    }
-    return answerMessage(answer, static_cast<MessageTableIterator*>(context), true, *metadata, stringFields,
-                         stringFieldCount, numericFields, numericFieldCount);
+MessageVisitor query_matchInverted(MessageTableIterator* iterator) noexcept {
+    return {iterator, nullptr, [](void* owner, const MessageView& message, Visit* answer) {
+                return answerMessage(iteratorOf(owner), true, message, answer);
+            }};
 }
 
 }  // namespace tabulo::internal

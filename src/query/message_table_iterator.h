@@ -11,37 +11,40 @@
 // The table must outlive the iterator; both are used by one thread at a time.
 #pragma once
 
-#include <array>
 #include <cstdint>
-#include <memory>
 
 #include "core/error_codes.h"
 #include "core/handle.h"
-#include "messagetable/block_reader.h"
-#include "messagetable/match_result.h"
+#include "messagetable/block_cursor.h"
+#include "messagetable/frame_cursor.h"
 #include "messagetable/message_table.h"
+#include "messagetable/message_visitor.h"
 #include "query/query_conditions.h"
 
 namespace tabulo::internal {
 
+// Where an iterator stands.
+enum class IteratorPlace {
+    beforeStart,    // a walk backward has not found the block that it begins at
+    betweenBlocks,  // the cursor's next step gives the next block
+    inBlock,        // at the frames of the block at hand
+    done,           // nothing will come any more
+};
+
 struct MessageTableIterator {
     MessageTable* table = nullptr;  // borrowed
-    MessageFramesPtr reader;
-    std::int64_t position = 0;      // start of the block at hand; 0 before the first one
-    std::int32_t indexInBlock = 0;  // messages of it that have been looked at
-    MatchOperation match = nullptr;
+    BlockReaderPtr reader;
     QueryConditionsPtr conditions;
+    MessageVisitor match;  // query_match or query_matchInverted
+    IteratorPlace place = IteratorPlace::betweenBlocks;
+    BlockCursor cursor;
+    FrameCursor frames;             // of the block at hand
+    std::int32_t indexInBlock = 0;  // messages of it that have been looked at
     // The current message; counts are 0 when there is none. Texts point into the reader's buffer. A walk decodes each
     // message into it, so that a match is not copied.
     DecodedMessage current;
     std::int32_t stringValueCount = 0;
     std::int32_t numericValueCount = 0;
-    // The place inside the block at hand.
-    bool started = false;  // a backward walk has found the block it begins at
-    bool blockLoaded = false;
-    BlockView block;
-    FrameCursor cursor;
-    bool done = false;             // nothing will come any more
     ErrorCode endCode = NO_ERROR;  // what a backward walk returns when it has delivered all it could
     std::int64_t openings = 0;     // of the table's storage, when the iterator was opened
 };
@@ -78,15 +81,9 @@ ErrorCode mtIterator_getNumericFieldAsDouble(const MessageTableIterator* iterato
 ErrorCode mtIterator_getNumericFieldAsLong(const MessageTableIterator* iterator, std::int32_t index,
                                            std::int64_t* value) noexcept;
 
-// The match operations of an iterator, which is their context. For a block: MATCH_STOP when it cannot match (never when
-// inverted). For a message: MATCH_YES, and the message becomes the current one, when it matches (does not, when
-// inverted).
-ErrorCode query_match(std::int32_t* answer, void* context, const BlockSummary* summary, const MessageMetadata* metadata,
-                      const StringField* stringFields, std::int32_t stringFieldCount, const NumericValue* numericFields,
-                      std::int32_t numericFieldCount) noexcept;
-ErrorCode query_matchInverted(std::int32_t* answer, void* context, const BlockSummary* summary,
-                              const MessageMetadata* metadata, const StringField* stringFields,
-                              std::int32_t stringFieldCount, const NumericValue* numericFields,
-                              std::int32_t numericFieldCount) noexcept;
+// The visitors of an iterator, which must outlive them. A block is skipped when it cannot match (never when inverted).
+// At a message that matches (does not, when inverted) the visit stops, and the message becomes the current one.
+MessageVisitor query_match(MessageTableIterator* iterator) noexcept;
+MessageVisitor query_matchInverted(MessageTableIterator* iterator) noexcept;
 
 }  // namespace tabulo::internal

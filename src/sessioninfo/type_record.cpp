@@ -1,21 +1,19 @@
 #include "sessioninfo/type_record.h"
 
-#include <array>
-#include <cstring>
+#include <string_view>
+
+#include "storage/type_name.h"
 
 namespace tabulo::internal {
 
 namespace {
 
-constexpr char TYPE_NAME[] = "SessionInfoTable";
-constexpr std::int32_t TYPE_NAME_LENGTH = sizeof(TYPE_NAME);
-static_assert(TYPE_NAME_LENGTH == 17);
+constexpr std::string_view TYPE_NAME = "SessionInfoTable";
 
 }  // namespace
 
 ErrorCode siX_writeTypeRecord(std::int32_t fieldCount, const std::int32_t* tags, KSVByteStream* stream) noexcept {
-    byteStream_put(stream, TYPE_NAME_LENGTH);
-    byteStream_putBytes(stream, TYPE_NAME, TYPE_NAME_LENGTH);
+    typeName_write(TYPE_NAME, stream);
     byteStream_put(stream, fieldCount);
     for (std::int32_t i = 0; i < fieldCount; ++i) {
         byteStream_put(stream, tags[i]);
@@ -24,19 +22,9 @@ ErrorCode siX_writeTypeRecord(std::int32_t fieldCount, const std::int32_t* tags,
 }
 
 ErrorCode siX_readTypeRecord(SessionInfoTags* stored, KSVByteStream* stream) noexcept {
-    std::int32_t nameLength = 0;
-    if (byteStream_get(stream, &nameLength).failed()) {
-        return byteStream_error(stream);
-    }
-    if (nameLength != TYPE_NAME_LENGTH) {
-        return TABLE_TYPE_ERROR;
-    }
-    std::array<char, TYPE_NAME_LENGTH> name{};
-    if (byteStream_getBytes(stream, name.data(), TYPE_NAME_LENGTH).failed()) {
-        return byteStream_error(stream);
-    }
-    if (std::memcmp(name.data(), TYPE_NAME, TYPE_NAME_LENGTH) != 0) {
-        return TABLE_TYPE_ERROR;
+    const ErrorCode code = typeName_read(stream, TYPE_NAME);
+    if (code != NO_ERROR) {
+        return code;
     }
     SessionInfoTags read;
     read.tags.fill(0);

@@ -21,8 +21,7 @@ constexpr std::int32_t PASSES_WITHOUT_PAUSE = 10;
 struct Watch {
     MessageWatcher* watcher = nullptr;
     const std::int32_t* startingIds = nullptr;
-    void* context = nullptr;
-    WatchCallback callback = nullptr;
+    const WatchListener* listener = nullptr;
     std::int32_t stop = 0;
     std::optional<std::int32_t> lastDelivered;  // forgotten at a gap
     std::int32_t lastThrough = NO_ID;           // for the line at the end
@@ -44,7 +43,7 @@ void logStart(std::int32_t count, const std::int32_t* ids) {
 }
 
 void logEnd(const Watch& watch, ErrorCode code) {
-    if (watch.stop != 0) {
+    if (code == NO_ERROR) {
         log_warningWrite("Tabulo/C: Watcher asked to stop. Last sent uniformId = %d\n", watch.lastThrough);
     } else {
         log_warningWrite("Tabulo/C: Watcher stopped due to error %d. Last sent uniformId = %d\n", code,
@@ -101,14 +100,10 @@ ErrorCode copyTexts(MessageWatcher* watcher, DecodedMessage* message, std::int32
     return NO_ERROR;
 }
 
-ErrorCode callWithoutMessage(Watch* watch, std::int32_t* stop) {
-    return watch->callback(stop, watch->context, nullptr, nullptr, 0, nullptr, 0, 0);
-}
-
 // Before a failure ends the watch: what comes of this call changes nothing.
-void handOnGathered(Watch* watch) {
+void handOnGathered(const Watch& watch) {
     std::int32_t ignored = 0;
-    (void)callWithoutMessage(watch, &ignored);  // the failure before it is what ends the watch
+    (void)watch.listener->onIdle(watch.listener->owner, &ignored);  // the failure before it is what ends the watch
 }
 
 // Delivers the reader's message, unless its id opens a gap: then that is logged, and the next pass delivers it.
@@ -123,25 +118,24 @@ ErrorCode deliver(Watch* watch, TableReader* reader) {
     watch->lastThrough = id;
     watch->watcher->idlePasses = 0;
     log_debug(START, "uniformId = %d, reader src = %d.\n", id, reader->index);
-    const MessageTableLayout& layout = reader->table->header.layout;
+    const MessageTableLayout& layout = mt_layout(reader->table);
     DecodedMessage message = reader->message;
     ErrorCode code = copyTexts(watch->watcher, &message, layout.stringFieldCount);
     if (code != NO_ERROR) {
-        handOnGathered(watch);
+        handOnGathered(*watch);
         return code;
     }
     tableReader_consume(reader);
     if (id >= effectiveId(watch->startingIds[reader->index])) {
-        code = watch->callback(&watch->stop, watch->context, &message.metadata, message.stringFields.data(),
-                               layout.stringFieldCount, message.numericFields.data(), layout.numericFieldCount,
-                               reader->index);
+        code = watch->listener->onMessage(watch->listener->owner, message_view(message, layout), reader->index,
+                                          &watch->stop);
     }
     return code;
 }
 
 // A pass that found nothing.
 ErrorCode idle(Watch* watch) {
-    ErrorCode code = callWithoutMessage(watch, &watch->stop);
+    ErrorCode code = watch->listener->onIdle(watch->listener->owner, &watch->stop);
     code = code == NO_DATA_ERROR ? NO_ERROR : code;
     if (code != NO_ERROR || watch->stop != 0 || watch->watcher->destroyRequested) {
         return code;
@@ -173,7 +167,7 @@ ErrorCode run(Watch* watch) {
         TableReader* reader = nullptr;
         code = findNextUniformId(watch->watcher, &reader);
         if (code != NO_ERROR) {
-            handOnGathered(watch);
+            handOnGathered(*watch);
             return code;
         }
         code = reader != nullptr ? deliver(watch, reader) : idle(watch);
@@ -184,7 +178,7 @@ ErrorCode run(Watch* watch) {
     return code;
 }
 
-// The watch with its beginning and its end. The callback may destroy tables and the watcher: their memory stays until
+// The watch with its beginning and its end. The listener may destroy tables and the watcher: their memory stays until
 // then.
 ErrorCode runAndLog(Watch* watch, std::int32_t count) {
     MessageWatcher* watcher = watch->watcher;
@@ -205,7 +199,7 @@ ErrorCode runAndLog(Watch* watch, std::int32_t count) {
             code = OUT_OF_MEMORY_ERROR;
         }
     }
-    if (watch->stop != 0) {
+    if (watch->stop != 0 && code == NO_DATA_ERROR) {
         code = NO_ERROR;
     }
     logEnd(*watch, code);
@@ -244,8 +238,9 @@ void messageWatcher_destroy(MessageWatcher* watcher) noexcept {
 }
 
 ErrorCode messageWatcher_startWatching(MessageWatcher* watcher, std::int32_t count, const std::int32_t* startingIds,
-                                       void* context, WatchCallback callback) noexcept {
-    if (watcher == nullptr || callback == nullptr || (startingIds == nullptr && count > 0)) {
+                                       const WatchListener& listener) noexcept {
+    if (watcher == nullptr || listener.onMessage == nullptr || listener.onIdle == nullptr ||
+        (startingIds == nullptr && count > 0)) {
         return NULL_POINTER_ERROR;
     }
     if (watcher->running) {
@@ -255,8 +250,7 @@ ErrorCode messageWatcher_startWatching(MessageWatcher* watcher, std::int32_t cou
     Watch watch;
     watch.watcher = watcher;
     watch.startingIds = startingIds;
-    watch.context = context;
-    watch.callback = callback;
+    watch.listener = &listener;
     const ErrorCode code = runAndLog(&watch, count);
     watcher->running = false;
     if (watcher->destroyRequested) {

@@ -1,13 +1,13 @@
-// Follows several message tables at once and hands every new message to a callback, in the order of the uniform ids,
+// Follows several message tables at once and hands every new message to a listener, in the order of the uniform ids,
 // which number the messages of all tables of an engine in one sequence.
 //
-// The watcher runs on the thread that starts it until the callback asks it to stop or an error occurs. Per pass it
+// The watcher runs on the thread that starts it until the listener asks it to stop or an error occurs. Per pass it
 // looks at the next message of each table; the smallest uniform id wins, the first table on ties. An id that does not
 // follow the one delivered before is logged once as a gap, and delivered in the next pass. A pass that finds nothing
-// calls the callback with no message and then waits: not at all for the first ten such passes in a row, from the
+// calls the listener's onIdle and then waits: not at all for the first ten such passes in a row, from the
 // eleventh on passes x 20 + 50 milliseconds, growing without a limit until a message comes.
 //
-// The tables are borrowed and must outlive the watcher's use of them; other processes may write them. The callback may
+// The tables are borrowed and must outlive the watcher's use of them; other processes may write them. The listener may
 // write to, drop or destroy a table: a destroyed one ends the watch with MASTER_INACTIVE_ERROR.
 #pragma once
 
@@ -16,6 +16,7 @@
 #include <vector>
 
 #include "core/error_codes.h"
+#include "core/handle.h"
 #include "watcher/table_reader.h"
 
 namespace tabulo::internal {
@@ -26,32 +27,37 @@ struct MessageWatcher {
     void (*pause)(std::int64_t milliseconds) = nullptr;
     std::vector<char> texts;  // of the message being delivered
     bool running = false;
-    bool destroyRequested = false;  // messageWatcher_destroy was called by the callback
+    bool destroyRequested = false;  // messageWatcher_destroy was called by the listener
 };
 
-// Receives a message, its fields and the index of its table, or, when a pass finds nothing, the context and nothing
-// else. Sets *stop to 1 to end the watch. A result other than NO_ERROR ends it with that code. Texts are copies, valid
-// during the call.
-using WatchCallback = ErrorCode (*)(std::int32_t* stop, void* context, const MessageMetadata* metadata,
-                                    const StringField* stringFields, std::int32_t stringFieldCount,
-                                    const NumericValue* numericFields, std::int32_t numericFieldCount,
-                                    std::int32_t readerIndex);
+// Who takes the messages of a watch. Both operations get their owner and set *stop to 1 to end the watch; a result
+// other than NO_ERROR ends it with that code.
+struct WatchListener {
+    void* owner = nullptr;
+    // A message, and the index of its table. Texts are copies, valid during the call.
+    ErrorCode (*onMessage)(void* owner, const MessageView& message, std::int32_t tableIndex,
+                           std::int32_t* stop) = nullptr;
+    // A pass that found nothing; NO_DATA_ERROR means NO_ERROR here.
+    ErrorCode (*onIdle)(void* owner, std::int32_t* stop) = nullptr;
+};
 
 // A watcher over `count` tables, owned by the caller; none at all makes one that only idles. Null for a null table, a
 // null array with a count above 0, a negative count, or when memory is short.
 MessageWatcher* messageWatcher_create(MessageTable* const* tables, std::int32_t count) noexcept;
-// Frees the watcher, not the tables; null is accepted. Called from inside its callback, it stops the watch, and the
+// Frees the watcher, not the tables; null is accepted. Called from inside its listener, it stops the watch, and the
 // memory goes when the watch ends.
 void messageWatcher_destroy(MessageWatcher* watcher) noexcept;
+using MessageWatcherPtr = Handle<MessageWatcher, messageWatcher_destroy>;
 
-// Watches until the callback stops it (NO_ERROR) or an error occurs, from one starting uniform id per table on: older
-// messages are consumed silently, -1 stands for 1. More ids than tables are ignored. NULL_POINTER_ERROR: watcher,
-// callback, or ids with a count above 0; WRONG_PARAMETER_ERROR: it is running already; INDEX_OUT_OF_BOUNDS_ERROR: fewer
-// ids than tables, nothing is positioned; the codes of tableReader_position, of tableReader_peek (the callback is then
-// called once more without a message, so that it can hand on what it has gathered) and of the callback. The start and
-// the end are written to the warning channel. A watcher can be started again after it has returned.
+// Watches until the listener stops it (NO_ERROR) or an error occurs, from one starting uniform id per table on: older
+// messages are consumed silently, -1 stands for 1. More ids than tables are ignored. NULL_POINTER_ERROR: watcher, one
+// of the listener's operations, or ids with a count above 0; WRONG_PARAMETER_ERROR: it is running already;
+// INDEX_OUT_OF_BOUNDS_ERROR: fewer ids than tables, nothing is positioned; the codes of tableReader_position, of
+// tableReader_peek (onIdle is then called once more, so that the listener can hand on what it has gathered) and of the
+// listener, also when it stopped the watch with the same call. The start and the end are written to the warning
+// channel. A watcher can be started again after it has returned.
 ErrorCode messageWatcher_startWatching(MessageWatcher* watcher, std::int32_t count, const std::int32_t* startingIds,
-                                       void* context, WatchCallback callback) noexcept;
+                                       const WatchListener& listener) noexcept;
 
 // The pause after the given number of idle passes, in milliseconds; 0 for none.
 std::int64_t messageWatcher_pauseAfter(std::int32_t idlePasses) noexcept;

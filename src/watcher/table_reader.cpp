@@ -18,7 +18,7 @@ void emptyBuffer(TableReader* reader) {
 
 void restart(TableReader* reader) {
     emptyBuffer(reader);
-    reader->fileOffset = reader->table->storage->headerSize;
+    reader->fileOffset = mt_storage(reader->table)->headerSize;
     reader->ordinal = 0;
     reader->skip = BLOCK_LENGTH_SIZE;
 }
@@ -39,7 +39,7 @@ ErrorCode growBuffer(TableReader* reader) {
 // Reads the unconsumed bytes again, from their place in the file, and what follows them. NO_DATA_ERROR when no byte is
 // there.
 ErrorCode refill(TableReader* reader) {
-    TableFile* file = tableStorage_master(reader->table->storage.get());
+    TableFile* file = tableStorage_master(mt_storage(reader->table));
     if (file == nullptr) {
         return MASTER_INACTIVE_ERROR;
     }
@@ -79,15 +79,11 @@ ErrorCode parse(TableReader* reader) {
     if (reader->pending <= reader->skip) {
         return NO_DATA_ERROR;
     }
-    const MessageTableLayout& layout = reader->table->header.layout;
     const std::int32_t length = reader->pending - reader->skip;
     KSVByteStream stream;
     byteStream_init(&stream, reader->buffer.data() + reader->readPointer + reader->skip, length);
     byteStream_resetWrite(&stream, length);
-    DecodedMessage& message = reader->message;
-    const ErrorCode code = mfr_decodeMessage(&message.metadata, message.stringFields.data(), layout.stringFieldCount,
-                                             message.numericFields.data(), layout.numericFieldCount, &stream);
-    message.frameLength = byteStream_readMark(&stream);
+    const ErrorCode code = mfr_decodeMessage(mt_layout(reader->table), &stream, &reader->message);
     reader->decoded = code == NO_ERROR;
     return code;
 }
@@ -107,7 +103,14 @@ ErrorCode tableReader_init(TableReader* reader, MessageTable* table, std::int32_
 
 ErrorCode tableReader_position(TableReader* reader, std::int32_t uniformId) noexcept {
     emptyBuffer(reader);
-    return mt_findUniformId(reader->table, uniformId, &reader->fileOffset, &reader->ordinal, &reader->skip);
+    UniformPlace place;
+    const ErrorCode code = mt_findUniformId(reader->table, uniformId, &place);
+    if (code == NO_ERROR) {
+        reader->fileOffset = place.offset;
+        reader->ordinal = place.ordinal;
+        reader->skip = place.skip;
+    }
+    return code;
 }
 
 ErrorCode tableReader_peek(TableReader* reader) noexcept {
@@ -135,8 +138,8 @@ void tableReader_consume(TableReader* reader) noexcept {
     reader->pending -= consumed;
     reader->decoded = false;
     reader->ordinal += 1;
-    const bool blockFull = reader->ordinal % reader->table->header.layout.messagesPerBlock == 0;
-    reader->skip = blockFull ? reader->table->frames->footerSize + BLOCK_LENGTH_SIZE : 0;
+    const bool blockFull = reader->ordinal % mt_layout(reader->table).messagesPerBlock == 0;
+    reader->skip = blockFull ? mt_storage(reader->table)->footerSize + BLOCK_LENGTH_SIZE : 0;
 }
 
 }  // namespace tabulo::internal

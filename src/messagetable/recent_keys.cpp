@@ -1,4 +1,4 @@
-#include "core/recent_keys.h"
+#include "messagetable/recent_keys.h"
 
 #include <cstring>
 

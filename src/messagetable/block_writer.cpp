@@ -1,0 +1,168 @@
+#include "messagetable/block_writer.h"
+
+#include <new>
+
+#include "core/log.h"
+#include "messagetable/frame.h"
+#include "messagetable/table_header.h"
+#include "storage/byte_stream_file.h"
+#include "storage/replica_write.h"
+
+namespace tabulo::internal {
+
+namespace {
+
+constexpr std::int32_t STREAM_BYTES_PER_FILTER = 1250;
+constexpr std::int32_t STREAM_BYTES_BESIDE_FILTERS = 2048;
+
+BlockWriterPtr create(TableStorage* storage, const MessageTableLayout* layout) {
+    if (layout == nullptr || mtLayout_check(layout) != NO_ERROR) {
+        return nullptr;
+    }
+    BlockWriterPtr writer(new (std::nothrow) BlockWriter);
+    if (writer == nullptr) {
+        return nullptr;
+    }
+    writer->storage = storage;
+    writer->layout = *layout;
+    writer->stream.reset(
+        byteStream_create(layout->summarisedStringFieldCount * STREAM_BYTES_PER_FILTER + STREAM_BYTES_BESIDE_FILTERS));
+    if (writer->stream == nullptr || blockSummary_init(&writer->summary, *layout) != NO_ERROR ||
+        blockSummary_init(&writer->fallback, *layout) != NO_ERROR) {
+        return nullptr;
+    }
+    if (storage != nullptr) {
+        writer->footerSize = blockWriter_footerSize(storage, *layout);
+        if (writer->footerSize == 0) {
+            return nullptr;
+        }
+    }
+    return writer;
+}
+
+// One file's share of an append: the assembled bytes, and for a closed block its length word.
+ErrorCode appendToFile(KSVByteStream* stream, TableFile* file, std::uint64_t blockLength, std::int64_t* end) {
+    ErrorCode code = tableFileSeekEnd(file, 0);
+    if (code == NO_ERROR) {
+        code = byteStream_writeToFile(stream, file);
+    }
+    if (code == NO_ERROR) {
+        code = tableFileFlush(file);
+    }
+    if (code != NO_ERROR || blockLength == 0) {
+        return code;
+    }
+    code = tableFileTell(file, end);
+    if (code == NO_ERROR) {
+        code = tableFileSeekCur(file, -static_cast<std::int64_t>(blockLength));
+    }
+    if (code == NO_ERROR) {
+        code = tableFileWrite(file, &blockLength, BLOCK_LENGTH_SIZE);
+    }
+    return code == NO_ERROR ? tableFileFlush(file) : code;
+}
+
+// Appends what the stream holds to every active file; *end becomes the offset behind the footer when a block is closed.
+ErrorCode appendToFiles(BlockWriter* writer, std::uint64_t blockLength, std::int64_t* blockEnd) {
+    return replicas_write(writer->storage, "mfr_writeMessage", ReplicaNumber::fileIndex, [&](TableFile* file) {
+        const std::int64_t endBefore = tableFileCachedSize(file);
+        std::int64_t end = 0;
+        const ErrorCode written = appendToFile(writer->stream.get(), file, blockLength, &end);
+        if (written == NO_ERROR) {
+            *blockEnd = end;
+        } else {
+            // The message is not acknowledged: leave no trace of it where that is still possible.
+            (void)tableFileTruncate(file, endBefore);
+        }
+        return written;
+    });
+}
+
+}  // namespace
+
+BlockWriter* mfr_create(TableStorage* storage, const MessageTableLayout* layout) noexcept {
+    log_debug("+ mfr_create", "storage=%p, config=%p.\n", static_cast<void*>(storage),
+              static_cast<const void*>(layout));
+    BlockWriter* writer = create(storage, layout).release();
+    log_debug("- mfr_create", "self=%p, inited=%d.\n", static_cast<void*>(writer), writer != nullptr ? 1 : 0);
+    return writer;
+}
+
+void mfr_destroy(BlockWriter* writer) noexcept {
+    delete writer;
+}
+
+std::int32_t mfrX_footerSize(const MessageTableLayout* layout) noexcept {
+    log_debug("+ mfrX_footerSize", "config=%p\n", static_cast<const void*>(layout));
+    std::int32_t size = 0;
+    const BlockWriterPtr writer(mfr_create(nullptr, layout));
+    if (writer != nullptr) {
+        mfr_resetAll(writer.get());
+        const ByteStreamPtr scratch(byteStream_create(byteStream_capacity(writer->stream.get())));
+        if (scratch != nullptr && blockSummary_writeFooter(&writer->summary, *layout, scratch.get()) == NO_ERROR) {
+            size = byteStream_writeMark(scratch.get()) + BLOCK_LENGTH_SIZE;
+        }
+    }
+    log_debug("- mfrX_footerSize", "size = %d\n", size);
+    return size;
+}
+
+std::int32_t blockWriter_footerSize(TableStorage* storage, const MessageTableLayout& layout) noexcept {
+    if (storage->footerSize == 0) {
+        storage->footerSize = mfrX_footerSize(&layout);
+    }
+    return storage->footerSize;
+}
+
+void mfr_reset(BlockWriter* writer, bool keepStaticIndexes) noexcept {
+    blockSummary_reset(&writer->summary, keepStaticIndexes);
+}
+
+void mfr_resetAll(BlockWriter* writer) noexcept {
+    mfr_reset(writer, false);
+}
+
+ErrorCode mfr_writeMessage(BlockWriter* writer, const MessageView& message, Appended* appended) noexcept {
+    const MessageTableLayout& layout = writer->layout;
+    KSVByteStream* stream = writer->stream.get();
+    BlockSummary* summary = &writer->summary;
+    *appended = {};
+    byteStream_clear(stream);
+    if (summary->messageCount == 0) {
+        byteStream_put(stream, std::uint64_t{0});
+    }
+    const std::int32_t frameStart = byteStream_writeMark(stream);
+    ErrorCode code = mfr_encodeMessage(message, stream);
+    if (code != NO_ERROR) {
+        return code;
+    }
+    const std::int32_t frameLength = byteStream_writeMark(stream) - frameStart;
+    std::uint64_t blockLength = 0;
+    const bool closing = summary->messageCount + 1 >= layout.messagesPerBlock;
+    if (closing) {
+        blockSummary_copy(&writer->fallback, *summary);
+        blockSummary_add(summary, layout, message, frameLength);
+        blockLength = blockSummary_closedLength(*summary, writer->footerSize);
+        (void)blockSummary_writeFooter(summary, layout, stream);  // the stream keeps its first error
+        byteStream_put(stream, blockLength);
+        code = byteStream_error(stream);
+    }
+    if (code == NO_ERROR) {
+        code = appendToFiles(writer, blockLength, &appended->blockEnd);
+    }
+    if (code != NO_ERROR) {
+        if (closing) {
+            blockSummary_copy(summary, writer->fallback);
+        }
+        return code;
+    }
+    appended->bytes = byteStream_writeMark(stream);
+    if (closing) {
+        mfr_reset(writer, true);
+    } else {
+        blockSummary_add(summary, layout, message, frameLength);
+    }
+    return NO_ERROR;
+}
+
+}  // namespace tabulo::internal

@@ -1,0 +1,58 @@
+// Appends a message table's blocks to the storage's files.
+//
+// A table owns one. It holds the summary of the open block and one byte stream, in which each append is assembled, so
+// that a stored message costs one write call for each file.
+#pragma once
+
+#include <cstdint>
+
+#include "core/byte_stream.h"
+#include "core/error_codes.h"
+#include "core/handle.h"
+#include "messagetable/block_summary.h"
+#include "storage/table_storage.h"
+
+namespace tabulo::internal {
+
+struct BlockWriter {
+    TableStorage* storage = nullptr;  // borrowed; null for the throw-away writer that measures a footer
+    MessageTableLayout layout;
+    ByteStreamPtr stream;
+    BlockSummary summary;  // of the open block
+    BlockSummary
+        fallback;  // the summary as it was before an append that closes a block, to go back to when no file takes it
+    std::int32_t footerSize = 0;
+};
+
+// A writer over a storage, owned by the caller. The footer size is taken from the storage or, when that has none,
+// computed and recorded there; without a storage it is 0. Null for an impossible layout or when memory is short.
+BlockWriter* mfr_create(TableStorage* storage, const MessageTableLayout* layout) noexcept;
+// Frees it; null is accepted.
+void mfr_destroy(BlockWriter* writer) noexcept;
+using BlockWriterPtr = Handle<BlockWriter, mfr_destroy>;
+
+// Bytes of a footer of this layout, its block length included; 0 when memory is short or the layout is impossible.
+std::int32_t mfrX_footerSize(const MessageTableLayout* layout) noexcept;
+// The same, taken from the storage or recorded there.
+std::int32_t blockWriter_footerSize(TableStorage* storage, const MessageTableLayout& layout) noexcept;
+
+// Empties the block summary and the filters; the static indexes only without keepStaticIndexes.
+void mfr_reset(BlockWriter* writer, bool keepStaticIndexes) noexcept;
+// mfr_reset with the static indexes.
+void mfr_resetAll(BlockWriter* writer) noexcept;
+
+// What an append has done.
+struct Appended {
+    std::int64_t blockEnd = 0;  // file offset behind the footer, 0 when no block was closed
+    std::int64_t bytes = 0;     // written to each file
+};
+
+// Appends one message to every active file, master first, with one write and one flush each, and adds it to the
+// summary. The message that fills a block takes the footer along in the same write; then the block's length word is
+// patched. A file that fails a step is cut back to where it ended before, closed and dropped with a WARNING; the
+// result is NO_ERROR when any file took the message, else the last file's code, or FILE_WRITE_ERROR without an active
+// file. STREAM_EXTENSION_ERROR when the frame cannot be encoded. After a failure the writer is as it was before the
+// call.
+ErrorCode mfr_writeMessage(BlockWriter* writer, const MessageView& message, Appended* appended) noexcept;
+
+}  // namespace tabulo::internal
