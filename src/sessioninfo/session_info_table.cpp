@@ -44,6 +44,27 @@ ErrorCode setValues(SessionInfoTable* table, std::int32_t count, const std::int3
     return NO_ERROR;
 }
 
+// Makes a table that was opened for reading a writer.
+ErrorCode ensureWritable(SessionInfoTable* table) {
+    const ErrorCode code = tableStorage_ensureMode(table->storage.get(), OpenMode::write);
+    if (code != NO_ERROR && !tableStorage_isActive(table->storage.get())) {
+        siX_useConfiguredTags(table);
+    }
+    return code;
+}
+
+// Writes all values to every active file.
+ErrorCode storeValues(SessionInfoTable* table) {
+    KSVByteStream stream;
+    std::array<std::uint8_t, VALUES_STREAM_SIZE> buffer;
+    byteStream_init(&stream, buffer.data(), VALUES_STREAM_SIZE);
+    if (siX_serialise(table, &stream) != NO_ERROR) {
+        return WRONG_PARAMETER_ERROR;  // deliberately not the stream's own code
+    }
+    return replicas_write(table->storage.get(), "si_write", ReplicaNumber::activePosition,
+                          [&](TableFile* file) { return siX_writeValues(table, file, &stream); });
+}
+
 }  // namespace
 
 SessionInfoTable* si_create(KSVTboTableConfig* config) noexcept {
@@ -115,35 +136,23 @@ ErrorCode si_write(SessionInfoTable* table, std::int32_t count, const std::int32
     if (code != NO_ERROR) {
         return code;
     }
-    code = tableStorage_ensureMode(table->storage.get(), OpenMode::write);
-    if (code != NO_ERROR) {
-        if (!tableStorage_isActive(table->storage.get())) {
-            siX_useConfiguredTags(table);
-        }
-        return code;
+    code = ensureWritable(table);
+    if (code == NO_ERROR) {
+        code = setValues(table, count, tags, values);
     }
-    code = setValues(table, count, tags, values);
-    if (code != NO_ERROR) {
-        return code;
-    }
-    KSVByteStream stream;
-    std::array<std::uint8_t, VALUES_STREAM_SIZE> buffer;
-    byteStream_init(&stream, buffer.data(), VALUES_STREAM_SIZE);
-    if (siX_serialise(table, &stream) != NO_ERROR) {
-        return WRONG_PARAMETER_ERROR;  // deliberately not the stream's own code
-    }
-    return replicas_write(table->storage.get(), "si_write", ReplicaNumber::activePosition,
-                          [&](TableFile* file) { return siX_writeValues(table, file, &stream); });
+    return code == NO_ERROR ? storeValues(table) : code;
 }
 
 ErrorCode si_drop(SessionInfoTable* table) noexcept {
     if (table == nullptr || table->storage == nullptr) {
         return NULL_POINTER_ERROR;
     }
-    // Copies: a reopen inside the write may replace the table's own.
-    const auto tags = table->tags;
-    const std::array<std::int64_t, MAX_SESSION_INFO_TAGS> zeros{};
-    return si_write(table, table->fieldCount, tags.data(), zeros.data());
+    const ErrorCode code = ensureWritable(table);
+    if (code != NO_ERROR) {
+        return code;
+    }
+    table->values.fill(0);  // by slot, not by tag: a tag may stand twice
+    return storeValues(table);
 }
 
 }  // namespace tabulo::internal

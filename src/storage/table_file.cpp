@@ -111,6 +111,9 @@ ErrorCode tableFileOpen(TableFile** file, const char* path, OpenMode mode, bool*
     SystemError error = stream_open(&opened->stream, path, mode, false);
     if (mode == OpenMode::write && filePlatform_isMissing(error)) {
         opened->mode = OpenMode::create;
+        if (created != nullptr) {
+            *created = true;  // also when this fails
+        }
         logOpening(path, opened->mode);
         error = stream_open(&opened->stream, path, opened->mode, true);
     }

@@ -35,10 +35,12 @@ struct TableFile {
     std::int64_t lastSyncTime = 0;   // seconds since the epoch
     TableFileOperation lastOperation = TableFileOperation::none;
     bool directorySyncPending = false;  // the first physical sync of a writable file commits its name too
+    bool commitFailed = false;          // the last physical sync failed, and a WARNING has said so
     std::string path;
 };
 
-// Opens a file in one of the three modes and sets *created (may be null) to whether it was created or emptied. The
+// Opens a file in one of the three modes and sets *created (may be null) to whether it was created or emptied, or that
+// was tried. The
 // caller owns the record until a tableFileClose succeeds. WRONG_PARAMETER_ERROR: null path or unknown mode.
 // OUT_OF_MEMORY_ERROR. FILE_OPEN_ERROR, with a WARNING: the system refuses, the path is a directory, or another process
 // writes the file. A file is created only where none exists (mode 1) and cut only under the lock (mode 2).
@@ -81,11 +83,13 @@ ErrorCode tableFileSkip(TableFile* file, std::int64_t length) noexcept;
 // unchanged). FILE_SEEK_ERROR when the stream cannot be moved.
 ErrorCode tableFileWrite(TableFile* file, const void* buffer, std::int64_t length) noexcept;
 // Hands gathered bytes to the system and, when the sync policy says so, commits the file to the disk. FILE_FLUSH_ERROR:
-// gathered bytes are lost, position and size are taken from the system again. The commit's own result is ignored.
+// gathered bytes are lost, position and size are taken from the system again. A commit that fails does not
+// change the result; it is told as in tableFileCommit.
 ErrorCode tableFileFlush(TableFile* file) noexcept;
-// Commits the file, and its name if that has not been done, to the disk now, whatever the policy. The result of the
-// commit is ignored.
-void tableFileCommit(TableFile* file) noexcept;
+// Commits the file, and its name if that has not been done, to the disk now, whatever the policy. A commit that the system
+// reports as failed gives one WARNING under `function`, with the path and the system's words, and the next one only after
+// a commit of this file has succeeded.
+void tableFileCommit(TableFile* file, const char* function) noexcept;
 // Cuts (or extends) the file to newSize and moves a position beyond it there. READ_ONLY_ERROR; FILE_SEEK_ERROR
 // when gathered bytes cannot be written out first; FILE_TRUNCATE_ERROR. A cut that fails with the position at the
 // file's end is reported as success on purpose: callers go by the size.

@@ -60,18 +60,24 @@ void tableFileSetSyncPolicy(bool doSyncToDisk, std::int32_t syncIntervalSeconds,
     syncPolicy = {doSyncToDisk, syncIntervalSeconds, syncFlushCount};
 }
 
-void tableFileCommit(TableFile* file) noexcept {
-    (void)fileStream_sync(&file->stream);
+void tableFileCommit(TableFile* file, const char* function) noexcept {
+    SystemError error = fileStream_sync(&file->stream);
     if (file->directorySyncPending) {
-        (void)filePlatform_repeat([&] { return filePlatform().syncDirectory(file->path.c_str()); });
+        const SystemError named =
+            filePlatform_repeat([&] { return filePlatform().syncDirectory(file->path.c_str()); });
+        error = error.failed() ? error : named;
         file->directorySyncPending = false;
     }
     file->flushesCount = 0;
+    if (error.failed() && !file->commitFailed) {
+        log_warning(function, "commit of %s to the disk failed: %s\n", file->path.c_str(), filePlatform_errorText(error));
+    }
+    file->commitFailed = error.failed();
 }
 
 void tableFile_syncBeforeClose(TableFile* file) noexcept {
     if (syncPolicy.doSyncToDisk && file->mode != OpenMode::read && file->flushesCount > 0) {
-        tableFileCommit(file);
+        tableFileCommit(file, "tableFileClose");
     }
 }
 
@@ -99,7 +105,7 @@ ErrorCode tableFileFlush(TableFile* file) noexcept {
     const std::int64_t elapsed = now - file->lastSyncTime;
     if (isSyncDue(file, elapsed)) {
         const std::int32_t flushes = file->flushesCount;
-        tableFileCommit(file);
+        tableFileCommit(file, "tableFileFlush");
         log_debug("tableFileFlush", "physical sync performed: timeSinceFlush = %ld, flushesCount = %d\n",
                   static_cast<long>(elapsed), flushes);
         file->lastSyncTime = now;
