@@ -27,8 +27,8 @@ struct FailingWrites {
 
 FailingWrites failing;
 
-int failingWriteAt(int descriptor, const void* buffer, std::size_t length, std::int64_t offset,
-                   std::size_t* transferred) {
+SystemError failingWriteAt(int descriptor, const void* buffer, std::size_t length, std::int64_t offset,
+                           std::size_t* transferred) {
     if (failing.writesUntilFailure == 0 || --failing.writesUntilFailure > 0) {
         return failing.memory->writeAt(descriptor, buffer, length, offset, transferred);
     }

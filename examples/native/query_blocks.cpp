@@ -10,9 +10,10 @@
 #include <cstdio>
 #include <filesystem>
 #include <functional>
-#include <memory>
+#include <stdexcept>
 #include <string>
 
+#include "core/handle.h"
 #include "core/log.h"
 #include "messagetable/message_table.h"
 #include "query/message_table_iterator.h"
@@ -27,20 +28,24 @@ constexpr std::int32_t SYMBOL = 2;         // string slot of the first configure
 constexpr std::int32_t PRICE = 0;          // numeric index of the first configured field
 constexpr std::int64_t START_OF_DAY = 1'700'000'000'000;
 
-struct TableCloser {
-    void operator()(MessageTable* table) const { mt_destroy(table); }
-};
-using TablePtr = std::unique_ptr<MessageTable, TableCloser>;
+using TablePtr = Handle<MessageTable, mt_destroy>;
+
+// Ends the program when a setting is refused.
+void require(ErrorCode code) {
+    if (code != NO_ERROR) {
+        throw std::runtime_error(getErrorMessage(code));
+    }
+}
 
 TablePtr createTable(const std::string& root) {
     KSVTboTableConfig* config = tableConfig_create("orders", 1);
-    tableConfig_setPath(config, 0, root.c_str());
-    tableConfig_addStringFieldName(config, "Symbol");
-    tableConfig_addNumericFieldName(config, "Price");
+    require(tableConfig_setPath(config, 0, root.c_str()));
+    require(tableConfig_addStringFieldName(config, "Symbol"));
+    require(tableConfig_addNumericFieldName(config, "Price"));
     // The two leading fields are summarised in every footer; Symbol is to be the third.
     MessageTableLayout layout = config->layout;
     layout.summarisedStringFieldCount = SYMBOL + 1;
-    tableConfig_setParams(config, &layout, nullptr);
+    require(tableConfig_setParams(config, &layout, nullptr));
     TablePtr table(mt_create(config));
     return mt_open(table.get(), OpenMode::create) == NO_ERROR ? std::move(table) : nullptr;
 }
@@ -108,30 +113,31 @@ bool ask(MessageTable* table, const char* question, const std::function<void(Que
 bool askAll(MessageTable* table) {
     std::printf("%-44s %7s %8s %8s\n", "question", "found", "opened", "skipped");
     bool all = ask(table, "everything", [](QueryConditions*) {});
-    all = all && ask(table, "sequence numbers 20,100 to 20,199",
-                     [](QueryConditions* conditions) { conditions_setSeqNumRange(conditions, 20'100, 20'199); });
+    all = all && ask(table, "sequence numbers 20,100 to 20,199", [](QueryConditions* conditions) {
+              require(conditions_setSeqNumRange(conditions, 20'100, 20'199));
+          });
     all = all && ask(table, "SYM3 in one hour", [](QueryConditions* conditions) {
-              conditions_addStringFilter(conditions, SYMBOL, false, false);
-              conditions_setStringFilterValueCount(conditions, 1);
-              conditions_setStringFilterValue(conditions, "SYM3", 0);
-              conditions_setStartingTime(conditions, START_OF_DAY + 36'000'000);
-              conditions_setEndingTime(conditions, START_OF_DAY + 39'600'000);
+              require(conditions_addStringFilter(conditions, SYMBOL, false, false));
+              require(conditions_setStringFilterValueCount(conditions, 1));
+              require(conditions_setStringFilterValue(conditions, "SYM3", 0));
+              require(conditions_setStartingTime(conditions, START_OF_DAY + 36'000'000));
+              require(conditions_setEndingTime(conditions, START_OF_DAY + 39'600'000));
           });
     all = all && ask(table, "prices between 120 and 121, or 150", [](QueryConditions* conditions) {
               const double low = 120;
               const double high = 121;
               const double exactly = 150;
-              conditions_addDoubleFilter(conditions, PRICE, &low, &high, 1, &exactly, 1, false);
+              require(conditions_addDoubleFilter(conditions, PRICE, &low, &high, 1, &exactly, 1, false));
           });
     all = all && ask(table, "a symbol that was never traded", [](QueryConditions* conditions) {
-              conditions_addStringFilter(conditions, SYMBOL, false, false);
-              conditions_setStringFilterValueCount(conditions, 1);
-              conditions_setStringFilterValue(conditions, "SYM77", 0);
+              require(conditions_addStringFilter(conditions, SYMBOL, false, false));
+              require(conditions_setStringFilterValueCount(conditions, 1));
+              require(conditions_setStringFilterValue(conditions, "SYM77", 0));
           });
     // Footers do not tell MsgTypes: every block is read.
     return all && ask(table, "everything but heartbeats", [](QueryConditions* conditions) {
-               conditions_setExcludedMsgTypeCount(conditions, 1);
-               conditions_setExcludedMsgType(conditions, 0, "0");
+               require(conditions_setExcludedMsgTypeCount(conditions, 1));
+               require(conditions_setExcludedMsgType(conditions, 0, "0"));
            });
 }
 

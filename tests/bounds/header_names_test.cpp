@@ -89,7 +89,7 @@ TEST_P(LongestNames, WithOneByteMoreAreRefusedAndNothingIsWritten) {
     const TableShape shape = shapeWithNames(strings, numbers, characters + 1);
     const MessageTablePtr table = createTable(directory.root(), shape);
     for (const OpenMode mode : {OpenMode::write, OpenMode::create}) {
-        EXPECT_EQ(mt_open(table.get(), mode), WRONG_PARAMETER_ERROR) << "mode " << mode;
+        EXPECT_EQ(mt_open(table.get(), mode), WRONG_PARAMETER_ERROR) << "mode " << openMode_number(mode);
         EXPECT_TRUE(!std::filesystem::exists(directory.file(shape.name)) || fileSize(shape) == 0);
     }
     EXPECT_EQ(writeMessage(table.get(), bareMessage(1, shape)), FILE_WRITE_ERROR) << "nothing is open";

@@ -74,7 +74,7 @@ class NumberEnds : public MessageTableTest {
     void expectSelected(const std::function<void(QueryConditions*)>& set, const Places& expected) {
         for (const bool backward : {false, true}) {
             QueryConditionsPtr conditions(conditions_create());
-            conditions_setIterateBackward(conditions.get(), backward);
+            EXPECT_EQ(conditions_setIterateBackward(conditions.get(), backward), NO_ERROR);
             set(conditions.get());
             const MessageTableIteratorPtr iterator(mtIterator_open(table.get(), conditions.release()));
             std::vector<Message> found;
@@ -120,10 +120,11 @@ TEST_F(NumberEnds, OfSequenceNumbersAreSelectedAsAnyOthers) {
         SCOPED_TRACE("from " + std::to_string(low) + " to " + std::to_string(high));
         const std::int32_t first = low;
         const std::int32_t last = high;
-        expectSelected([&](QueryConditions* query) { conditions_setSeqNumRange(query, first, last); },
-                       places([&](const Message& message) {
-                           return message.metadata.seqNum >= first && message.metadata.seqNum <= last;
-                       }));
+        expectSelected(
+            [&](QueryConditions* query) { EXPECT_EQ(conditions_setSeqNumRange(query, first, last), NO_ERROR); },
+            places([&](const Message& message) {
+                return message.metadata.seqNum >= first && message.metadata.seqNum <= last;
+            }));
     }
 }
 
@@ -131,9 +132,9 @@ TEST_F(NumberEnds, OfTimesAreSelectedAsAnyOthers) {
     store();
     for (const std::int64_t time : {EARLIEST, LATEST, std::int64_t{1}, std::int64_t{-1}}) {
         SCOPED_TRACE("time " + std::to_string(time));
-        expectSelected([&](QueryConditions* query) { conditions_setStartingTime(query, time); },
+        expectSelected([&](QueryConditions* query) { EXPECT_EQ(conditions_setStartingTime(query, time), NO_ERROR); },
                        places([&](const Message& message) { return message.metadata.timestamp >= time; }));
-        expectSelected([&](QueryConditions* query) { conditions_setEndingTime(query, time); },
+        expectSelected([&](QueryConditions* query) { EXPECT_EQ(conditions_setEndingTime(query, time), NO_ERROR); },
                        places([&](const Message& message) { return message.metadata.timestamp <= time; }));
     }
 }
@@ -145,18 +146,22 @@ TEST_F(NumberEnds, OfNumericFieldsAndUniformIdsAreSelectedAsAnyOthers) {
     };
     for (const std::int64_t number : {EARLIEST, LATEST}) {
         expectSelected(
-            [&](QueryConditions* query) { conditions_addLongFilter(query, 0, nullptr, nullptr, 0, &number, 1, false); },
+            [&](QueryConditions* query) {
+                EXPECT_EQ(conditions_addLongFilter(query, 0, nullptr, nullptr, 0, &number, 1, false), NO_ERROR);
+            },
             places(isLong(number)));
     }
     constexpr double largest = std::numeric_limits<double>::max();
     expectSelected(
-        [&](QueryConditions* query) { conditions_addDoubleFilter(query, 1, nullptr, nullptr, 0, &largest, 1, false); },
+        [&](QueryConditions* query) {
+            EXPECT_EQ(conditions_addDoubleFilter(query, 1, nullptr, nullptr, 0, &largest, 1, false), NO_ERROR);
+        },
         places([](const Message& message) { return message.numbers[1].doubleValue == largest; }));
     for (const std::int32_t id : {LOWEST, HIGHEST}) {
         const std::int64_t uniformId = id;  // behind the two configured fields
         expectSelected(
             [&](QueryConditions* query) {
-                conditions_addLongFilter(query, 2, nullptr, nullptr, 0, &uniformId, 1, false);
+                EXPECT_EQ(conditions_addLongFilter(query, 2, nullptr, nullptr, 0, &uniformId, 1, false), NO_ERROR);
             },
             places([id](const Message& message) { return message.metadata.uniformId == id; }));
     }

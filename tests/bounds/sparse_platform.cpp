@@ -25,7 +25,8 @@ std::int64_t fileSize(int descriptor) {
 }
 
 // Behind the file's end, the zero bytes of a large write only make the file longer.
-int writeAt(int descriptor, const void* buffer, std::size_t length, std::int64_t offset, std::size_t* transferred) {
+SystemError writeAt(int descriptor, const void* buffer, std::size_t length, std::int64_t offset,
+                    std::size_t* transferred) {
     const FilePlatform& system = filePlatform_system();
     if (length < SMALLEST_HOLE || offset < fileSize(descriptor)) {
         return system.writeAt(descriptor, buffer, length, offset, transferred);
@@ -34,23 +35,23 @@ int writeAt(int descriptor, const void* buffer, std::size_t length, std::int64_t
     for (std::size_t done = 0; done < length;) {
         const std::size_t piece = std::min(SMALLEST_HOLE, length - done);
         std::size_t count = piece;
-        int error = 0;
+        SystemError error;
         if (!isZero(bytes + done, piece)) {
             error = system.writeAt(descriptor, bytes + done, piece, offset + static_cast<std::int64_t>(done), &count);
         }
-        if (error != 0) {
+        if (error.failed()) {
             *transferred = done;
-            return done == 0 ? error : 0;
+            return done == 0 ? error : SystemError{};
         }
         done += count;
     }
     *transferred = length;
     const std::int64_t end = offset + static_cast<std::int64_t>(length);
-    return fileSize(descriptor) < end ? system.truncate(descriptor, end) : 0;
+    return fileSize(descriptor) < end ? system.truncate(descriptor, end) : SystemError{};
 }
 
 // A hole at the beginning of what is asked for is answered without the system.
-int readAt(int descriptor, void* buffer, std::size_t length, std::int64_t offset, std::size_t* transferred) {
+SystemError readAt(int descriptor, void* buffer, std::size_t length, std::int64_t offset, std::size_t* transferred) {
     const FilePlatform& system = filePlatform_system();
     if (length < SMALLEST_HOLE) {
         return system.readAt(descriptor, buffer, length, offset, transferred);

@@ -200,12 +200,12 @@ TEST(ByteStream, CreatingWithoutMemoryGivesNone) {
 
 TEST(ByteStream, GrowingWithoutMemoryIsAnExtensionErrorAndKeepsTheBytes) {
     const ByteStreamPtr stream = streamOf(pattern(4));
-    std::int32_t result = 0;
+    StreamCount result;
     {
         const AllocationFailure failure(1);
         result = byteStream_putBytes(stream.get(), "abc", 3);
     }
-    EXPECT_EQ(result, -1);
+    EXPECT_EQ(result.bytes, -1);
     EXPECT_EQ(byteStream_error(stream.get()), STREAM_EXTENSION_ERROR);
     EXPECT_EQ(filledHex(*stream), toHex(pattern(4)));
 }
@@ -274,7 +274,8 @@ TEST(ByteStream, SkippingConsumesInTheReadDirection) {
 
 TEST(ByteStream, ResettingTheReadMarkBeyondTheWriteMarkFails) {
     const ByteStreamPtr stream = streamOf(pattern(4));
-    ASSERT_EQ(byteStream_resetRead(stream.get(), BYTE_STREAM_FORWARD, 4).bytes, 0) << "the write mark itself is allowed";
+    ASSERT_EQ(byteStream_resetRead(stream.get(), BYTE_STREAM_FORWARD, 4).bytes, 0)
+        << "the write mark itself is allowed";
     EXPECT_EQ(byteStream_resetRead(stream.get(), BYTE_STREAM_BACKWARD, 5).bytes, -1);
     EXPECT_EQ(byteStream_error(stream.get()), STREAM_READ_RESET_ERROR);
     EXPECT_EQ(byteStream_readMark(stream.get()), 4);

@@ -81,9 +81,9 @@ TEST(ErrorCodes, SuccessReadsUnknownError) {
 }
 
 TEST(ErrorCodes, NumbersOutsideTheTableReadUnknownError) {
-    for (const ErrorCode code :
-         {-1, 39, 40, 1000, std::numeric_limits<ErrorCode>::min(), std::numeric_limits<ErrorCode>::max()}) {
-        EXPECT_STREQ(getErrorMessage(code), "Unknown error") << "code " << code;
+    for (const std::int32_t number :
+         {-1, 39, 40, 1000, std::numeric_limits<std::int32_t>::min(), std::numeric_limits<std::int32_t>::max()}) {
+        EXPECT_STREQ(getErrorMessage(static_cast<ErrorCode>(number)), "Unknown error") << "code " << number;
     }
 }
 

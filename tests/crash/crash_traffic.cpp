@@ -208,7 +208,7 @@ std::string fileProblem(const Bytes& actual, const Bytes& expected) {
 
 SessionTablePtr createSession(const std::string& root) {
     KSVTboTableConfig* config = tableConfig_create("session", 1);
-    tableConfig_setPath(config, 0, root.c_str());
+    (void)tableConfig_setPath(config, 0, root.c_str());
     return SessionTablePtr(si_create(config));
 }
 

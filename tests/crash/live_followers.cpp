@@ -106,22 +106,22 @@ int checkWalks(const Follower& follower, MessageTable* reader, std::size_t table
 
 QueryConditionsPtr conditionsOf(const LiveTraffic& traffic, LiveFilter filter, bool backward) {
     QueryConditionsPtr conditions(conditions_create());
-    conditions_setIterateBackward(conditions.get(), backward);
+    (void)conditions_setIterateBackward(conditions.get(), backward);
     switch (filter) {
         case LiveFilter::none:
             break;
         case LiveFilter::symbol:
-            conditions_addStringFilter(conditions.get(), 2, false, false);
-            conditions_setStringFilterValueCount(conditions.get(), 1);
-            conditions_setStringFilterValue(conditions.get(), "S7", 0);
+            (void)conditions_addStringFilter(conditions.get(), 2, false, false);
+            (void)conditions_setStringFilterValueCount(conditions.get(), 1);
+            (void)conditions_setStringFilterValue(conditions.get(), "S7", 0);
             break;
         case LiveFilter::quantities: {
             const std::array<std::int64_t, 2> values{3, 77};
-            conditions_addLongFilter(conditions.get(), 0, nullptr, nullptr, 0, values.data(), 2, false);
+            (void)conditions_addLongFilter(conditions.get(), 0, nullptr, nullptr, 0, values.data(), 2, false);
             break;
         }
         case LiveFilter::sequence:
-            conditions_setSeqNumRange(conditions.get(), traffic.last() / 4, traffic.last());
+            (void)conditions_setSeqNumRange(conditions.get(), traffic.last() / 4, traffic.last());
             break;
     }
     return conditions;

@@ -33,10 +33,10 @@ bool isLast() {
 }
 
 template <typename Call>
-int around(Call call) {
+SystemError around(Call call) {
     if (isLast()) {
         if (numbers() % 2 == 0) {
-            call();
+            (void)call();  // nobody is left to hear of it
         }
         signalMyself(SIGKILL);
     }
@@ -45,43 +45,44 @@ int around(Call call) {
     if (stops && before) {
         signalMyself(SIGSTOP);
     }
-    const int result = call();
+    const SystemError result = call();
     if (stops && !before) {
         signalMyself(SIGSTOP);
     }
     return result;
 }
 
-int open(const char* path, FileAccess access, int* descriptor) {
+SystemError open(const char* path, FileAccess access, int* descriptor) {
     return around([&] { return filePlatform_system().open(path, access, descriptor); });
 }
 
-int lock(int descriptor) {
+SystemError lock(int descriptor) {
     return around([&] { return filePlatform_system().lock(descriptor); });
 }
 
-int unlock(int descriptor) {
+SystemError unlock(int descriptor) {
     return around([&] { return filePlatform_system().unlock(descriptor); });
 }
 
-int writeAt(int descriptor, const void* buffer, std::size_t length, std::int64_t offset, std::size_t* transferred) {
+SystemError writeAt(int descriptor, const void* buffer, std::size_t length, std::int64_t offset,
+                    std::size_t* transferred) {
     const std::int64_t firstPageEnd = (offset / PAGE + 1) * PAGE;
     const std::int64_t end = offset + static_cast<std::int64_t>(length);
     if (callsLeft == 1 && firstPageEnd < end && numbers() % 4 != 0) {
         const std::int64_t pageEnds = (end - 1 - firstPageEnd) / PAGE + 1;
         const auto chosen = static_cast<std::int64_t>(numbers() % static_cast<std::uint64_t>(pageEnds));
         const std::int64_t part = firstPageEnd + chosen * PAGE - offset;
-        filePlatform_system().writeAt(descriptor, buffer, static_cast<std::size_t>(part), offset, transferred);
+        (void)filePlatform_system().writeAt(descriptor, buffer, static_cast<std::size_t>(part), offset, transferred);
         signalMyself(SIGKILL);
     }
     return around([&] { return filePlatform_system().writeAt(descriptor, buffer, length, offset, transferred); });
 }
 
-int truncate(int descriptor, std::int64_t length) {
+SystemError truncate(int descriptor, std::int64_t length) {
     return around([&] { return filePlatform_system().truncate(descriptor, length); });
 }
 
-int close(int descriptor) {
+SystemError close(int descriptor) {
     return around([&] { return filePlatform_system().close(descriptor); });
 }
 

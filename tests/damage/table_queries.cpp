@@ -12,10 +12,12 @@ std::vector<TableQuery> metadataQueries() {
     return {
         {"a query for everything", [](QueryConditions*) {}, [](const Message&) { return true; }},
         {"a query for a range of sequence numbers",
-         [](QueryConditions* conditions) { conditions_setSeqNumRange(conditions, 3, 7); },
+         [](QueryConditions* conditions) { EXPECT_EQ(conditions_setSeqNumRange(conditions, 3, 7), NO_ERROR); },
          [](const Message& message) { return message.metadata.seqNum >= 3 && message.metadata.seqNum <= 7; }},
         {"a query for a range of ids",
-         [](QueryConditions* conditions) { conditions_setMessageIdRange(conditions, 536870911, 536870919); },
+         [](QueryConditions* conditions) {
+             EXPECT_EQ(conditions_setMessageIdRange(conditions, 536870911, 536870919), NO_ERROR);
+         },
          [](const Message& message) {
              return message.metadata.connMsgId >= 536870911 && message.metadata.connMsgId <= 536870919;
          }},
@@ -23,7 +25,7 @@ std::vector<TableQuery> metadataQueries() {
          [](QueryConditions* conditions) {
              const std::int32_t starts[] = {0, 1073741823};
              const std::int32_t ends[] = {5, 1342177278};
-             conditions_setMessageIdRanges(conditions, starts, 2, ends, 2);
+             EXPECT_EQ(conditions_setMessageIdRanges(conditions, starts, 2, ends, 2), NO_ERROR);
          },
          [](const Message& message) {
              const std::int32_t id = message.metadata.connMsgId;
@@ -31,16 +33,16 @@ std::vector<TableQuery> metadataQueries() {
          }},
         {"a query for a time",
          [](QueryConditions* conditions) {
-             conditions_setStartingTime(conditions, 4000);
-             conditions_setEndingTime(conditions, 10000);
+             EXPECT_EQ(conditions_setStartingTime(conditions, 4000), NO_ERROR);
+             EXPECT_EQ(conditions_setEndingTime(conditions, 10000), NO_ERROR);
          },
          [](const Message& message) {
              return message.metadata.timestamp >= 4000 && message.metadata.timestamp <= 10000;
          }},
         {"an inverted query for possible duplicates",
          [](QueryConditions* conditions) {
-             conditions_setPossDupFlag(conditions, true);
-             conditions_setInverted(conditions, true);
+             EXPECT_EQ(conditions_setPossDupFlag(conditions, true), NO_ERROR);
+             EXPECT_EQ(conditions_setInverted(conditions, true), NO_ERROR);
          },
          [](const Message& message) { return message.metadata.isPossDupFlag == 0; }},
     };
@@ -50,16 +52,16 @@ std::vector<TableQuery> fieldQueries() {
     return {
         {"a query for a text with a filter in the footer",
          [](QueryConditions* conditions) {
-             conditions_addStringFilter(conditions, 0, false, false);
-             conditions_setStringFilterValueCount(conditions, 1);
-             conditions_setStringFilterValue(conditions, "A1", 0);
+             EXPECT_EQ(conditions_addStringFilter(conditions, 0, false, false), NO_ERROR);
+             EXPECT_EQ(conditions_setStringFilterValueCount(conditions, 1), NO_ERROR);
+             EXPECT_EQ(conditions_setStringFilterValue(conditions, "A1", 0), NO_ERROR);
          },
          [](const Message& message) { return textOf(message.strings[0]) == "A1"; }},
         {"a query for a text without a filter in the footer",
          [](QueryConditions* conditions) {
-             conditions_addStringFilter(conditions, 2, false, false);
-             conditions_setStringFilterRangeCount(conditions, 2);
-             conditions_setStringFilterRange(conditions, "S3", "S8", 0);
+             EXPECT_EQ(conditions_addStringFilter(conditions, 2, false, false), NO_ERROR);
+             EXPECT_EQ(conditions_setStringFilterRangeCount(conditions, 2), NO_ERROR);
+             EXPECT_EQ(conditions_setStringFilterRange(conditions, "S3", "S8", 0), NO_ERROR);
          },
          [](const Message& message) {
              const std::string text = textOf(message.strings[2]);
@@ -69,7 +71,7 @@ std::vector<TableQuery> fieldQueries() {
          [](QueryConditions* conditions) {
              const double low = 12.0;
              const double high = 18.5;
-             conditions_addDoubleFilter(conditions, 0, &low, &high, 1, nullptr, 0, false);
+             EXPECT_EQ(conditions_addDoubleFilter(conditions, 0, &low, &high, 1, nullptr, 0, false), NO_ERROR);
          },
          [](const Message& message) {
              const NumericValue& price = message.numbers[0];
@@ -78,7 +80,7 @@ std::vector<TableQuery> fieldQueries() {
         {"a query for a long",
          [](QueryConditions* conditions) {
              const std::int64_t value = 700;
-             conditions_addLongFilter(conditions, 1, nullptr, nullptr, 0, &value, 1, true);
+             EXPECT_EQ(conditions_addLongFilter(conditions, 1, nullptr, nullptr, 0, &value, 1, true), NO_ERROR);
          },
          [](const Message& message) {
              return message.numbers[1].type == NumericType::absent || message.numbers[1].longValue == 700;

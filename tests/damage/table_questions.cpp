@@ -106,7 +106,7 @@ using SetConditions = std::function<void(QueryConditions*)>;
 Answer askQuery(MessageTable* table, const std::vector<Message>& known, const SetConditions& set, bool backward) {
     Collector collector{&known, {}};
     QueryConditionsPtr conditions(conditions_create());
-    conditions_setIterateBackward(conditions.get(), backward);
+    EXPECT_EQ(conditions_setIterateBackward(conditions.get(), backward), NO_ERROR);
     set(conditions.get());
     const MessageTableIteratorPtr iterator(mtIterator_open(table, conditions.release()));
     if (iterator == nullptr) {

@@ -119,8 +119,8 @@ ErrorCode findUniformId(MemoryStage& stage, Digests* answer) {
 
 QueryConditions* newConditions(bool backward) {
     QueryConditions* conditions = conditions_create();
-    conditions_setIterateBackward(conditions, backward);
-    conditions_setSeqNumRange(conditions, 3, 10);
+    EXPECT_EQ(conditions_setIterateBackward(conditions, backward), NO_ERROR);
+    EXPECT_EQ(conditions_setSeqNumRange(conditions, 3, 10), NO_ERROR);
     return conditions;
 }
 

@@ -5,6 +5,7 @@
 #include "query/message_table_iterator.h"
 #include "tests/faults/fault_scenario.h"
 #include "tests/messagetable/table_image.h"
+#include "tests/storage/open_table_file.h"
 
 namespace tabulo::internal::test {
 
@@ -37,8 +38,8 @@ Message current(const MessageTableIterator* iterator) {
 // Messages 3 to 9, which stand in all three blocks. A query that has failed is asked on: it may not skip or repeat.
 void query(ScenarioRun& run, MessageTable* table, bool backward) {
     QueryConditionsPtr conditions(conditions_create());
-    conditions_setIterateBackward(conditions.get(), backward);
-    conditions_setSeqNumRange(conditions.get(), 3, 9);
+    EXPECT_EQ(conditions_setIterateBackward(conditions.get(), backward), NO_ERROR);
+    EXPECT_EQ(conditions_setSeqNumRange(conditions.get(), 3, 9), NO_ERROR);
     const MessageTableIteratorPtr iterator(mtIterator_open(table, conditions.release()));
     run.did(OPEN_ITERATOR, iterator == nullptr ? NULL_POINTER_ERROR : NO_ERROR);
     Answer answer;
@@ -147,21 +148,13 @@ ScenarioStep follows(const TableImage& grown, Reading reading) {
     };
 }
 
-struct TableFileCloser {
-    void operator()(TableFile* file) const noexcept {
-        if (tableFileClose(file) != NO_ERROR) {
-            tableFileClose(file);
-        }
-    }
-};
-
 // Reads the file in every way that a table file knows, and beyond its end, which may never pass for a success.
 void readsTheFile(ScenarioRun& run) {
     TableFile* opened = nullptr;
     if (!run.did(OPEN_FILE, tableFileOpen(&opened, run.path().c_str(), OpenMode::read, nullptr))) {
         return;
     }
-    const std::unique_ptr<TableFile, TableFileCloser> file(opened);
+    const TableFilePtr file(opened);
     const std::int64_t size = tableFileCachedSize(opened);
     std::string bytes(static_cast<std::size_t>(size) + 1, ' ');
     const auto readTwice = [&](auto read) {

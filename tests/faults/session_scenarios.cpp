@@ -31,7 +31,8 @@ SessionInfoTablePtr createSessionTable(const std::string& root) {
 SessionInfoTablePtr openSessionTable(const std::string& root, OpenMode mode) {
     SessionInfoTablePtr table = createSessionTable(root);
     const ErrorCode code = si_init(table.get(), mode);
-    EXPECT_EQ(code, NO_ERROR) << "opening the session table in mode " << mode << ": " << getErrorMessage(code);
+    EXPECT_EQ(code, NO_ERROR) << "opening the session table in mode " << openMode_number(mode) << ": "
+                              << getErrorMessage(code);
     return code == NO_ERROR ? std::move(table) : nullptr;
 }
 

@@ -32,12 +32,13 @@ class HeaderMismatch : public MessageTableTest {
     // The code that both a reader and a writer get; the file must stay as it is.
     ErrorCode openAs(const TableShape& configured) {
         const Bytes before = fileBytes();
-        ErrorCode codes[2] = {};
+        std::vector<ErrorCode> codes;
         for (const OpenMode mode : {OpenMode::read, OpenMode::write}) {
             log.clear();
             const MessageTablePtr opened = createTable(directory.root(), configured);
-            codes[mode] = mt_open(opened.get(), mode);
-            EXPECT_EQ(toHex(fileBytes()), toHex(before)) << "mode " << mode << " changed a refused file";
+            codes.push_back(mt_open(opened.get(), mode));
+            EXPECT_EQ(toHex(fileBytes()), toHex(before))
+                << "mode " << openMode_number(mode) << " changed a refused file";
         }
         EXPECT_EQ(codes[0], codes[1]);
         return codes[1];

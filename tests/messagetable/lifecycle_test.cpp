@@ -38,10 +38,10 @@ std::vector<std::string> functionsOf(const std::vector<std::string>& lines) {
 
 // The code of opening the table for writing in another process.
 ErrorCode openElsewhere(const std::string& root, const TableShape& shape) {
-    return runInChild([&] {
+    return static_cast<ErrorCode>(runInChild([&] {
         const MessageTablePtr table = createTable(root, shape);
         return mt_open(table.get(), OpenMode::write);
-    });
+    }));
 }
 
 // A file that is no table any more.

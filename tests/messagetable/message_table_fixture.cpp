@@ -96,7 +96,7 @@ MessageTablePtr createTable(const std::string& root, const TableShape& shape) {
 MessageTablePtr openTable(const std::string& root, OpenMode mode, const TableShape& shape) {
     MessageTablePtr table = createTable(root, shape);
     const ErrorCode code = mt_open(table.get(), mode);
-    EXPECT_EQ(code, NO_ERROR) << "opening " << root << shape.name << " in mode " << mode << ": "
+    EXPECT_EQ(code, NO_ERROR) << "opening " << root << shape.name << " in mode " << openMode_number(mode) << ": "
                               << getErrorMessage(code);
     return code == NO_ERROR ? std::move(table) : nullptr;
 }

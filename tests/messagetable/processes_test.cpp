@@ -235,7 +235,7 @@ TEST_F(Processes, ASecondWriterIsRefusedWithoutTouchingTheFile) {
     ASSERT_EQ(::stat(path().c_str(), &before), 0);
     for (const OpenMode mode : {OpenMode::write, OpenMode::create}) {
         table = createTable(directory.root(), shape);
-        EXPECT_EQ(mt_open(table.get(), mode), FILE_OPEN_ERROR) << "mode " << mode;
+        EXPECT_EQ(mt_open(table.get(), mode), FILE_OPEN_ERROR) << "mode " << openMode_number(mode);
         EXPECT_EQ(mt_close(table.get()), NO_ERROR);
         table.reset();
     }

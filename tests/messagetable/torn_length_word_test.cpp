@@ -75,7 +75,7 @@ class TornLengthWord : public TableImageTest {
     // The messages that an iterator delivers before its end, or -1 when it ends with an error.
     static int iterated(MessageTable* from, bool backward) {
         QueryConditions* conditions = conditions_create();
-        conditions_setIterateBackward(conditions, backward);
+        EXPECT_EQ(conditions_setIterateBackward(conditions, backward), NO_ERROR);
         const MessageTableIteratorPtr iterator(mtIterator_open(from, conditions));
         int count = 0;
         bool end = false;

@@ -27,7 +27,7 @@ std::string dropped(int index, ErrorCode code) {
 std::string writerState(const MessageTable* table) {
     const ByteStreamPtr stream(byteStream_create(0));
     const BlockSummary& summary = table->frames->summary;
-    blockSummary_writeFooter(&summary, table->header.layout, stream.get());
+    EXPECT_EQ(blockSummary_writeFooter(&summary, table->header.layout, stream.get()), NO_ERROR);
     const std::uint8_t* begin = byteStream_buffer(stream.get());
     return std::to_string(summary.messageCount) + " messages, " + std::to_string(summary.frameBytes) + " bytes, " +
            toHex(std::span(begin, static_cast<std::size_t>(byteStream_writeMark(stream.get()))));

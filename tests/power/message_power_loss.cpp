@@ -10,7 +10,7 @@ namespace tabulo::internal::test {
 bool MessagePowerRun::recoverOnce(Tearing tearing) {
     disk_.stopAt(pick(random_, 1, 10), random_);
     table_ = createTable(ROOT, shape_);
-    mt_open(table_.get(), OpenMode::write);
+    (void)mt_open(table_.get(), OpenMode::write);  // the disk may stop in it
     const bool stopped = disk_.stopped();
     disk_.stopNow();
     table_.reset();

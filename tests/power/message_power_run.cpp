@@ -94,7 +94,7 @@ void MessagePowerRun::write(std::int64_t count) {
 void MessagePowerRun::reopen(bool closed) {
     note(closed ? "close, open" : "end without close, open");
     if (closed) {
-        mt_close(table_.get());
+        (void)mt_close(table_.get());  // the disk may stop in it
     }
     table_.reset();
     if (!disk_.stopped()) {

@@ -82,7 +82,7 @@ TEST_F(PowerOrder, ACommitAlsoCommitsTheNameOfAnEmptyFileThatAProcessBeforeHasMa
     {
         FileStream made;
         ASSERT_EQ(fileStream_open(&made, path_.c_str(), FileAccess::createNew, false), 0);
-        fileStream_close(&made);
+        ASSERT_EQ(fileStream_close(&made), 0);
     }
     tableFileSetSyncPolicy(true, 0, 0);
     MessageTablePtr table = openTable(ROOT, OpenMode::write, shape_);

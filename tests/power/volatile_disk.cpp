@@ -21,7 +21,7 @@ std::string directoryOf(const std::string& path) {
 struct VolatileDisk::Hooks {
     static File* fileOf(int descriptor) { return active->open_.at(descriptor).get(); }
 
-    static int open(const char* path, FileAccess access, int* descriptor) {
+    static SystemError open(const char* path, FileAccess access, int* descriptor) {
         VolatileDisk& disk = *active;
         auto found = disk.names_.find(path);
         if (disk.stopped_) {
@@ -47,7 +47,7 @@ struct VolatileDisk::Hooks {
         disk.open_[*descriptor] = found->second;
         return 0;
     }
-    static int lock(int descriptor) {
+    static SystemError lock(int descriptor) {
         File* file = fileOf(descriptor);
         if (active->stopped_) {
             return EIO;
@@ -58,12 +58,13 @@ struct VolatileDisk::Hooks {
         file->lockedBy = descriptor;
         return 0;
     }
-    static int unlock(int descriptor) {
+    static SystemError unlock(int descriptor) {
         File* file = fileOf(descriptor);
         file->lockedBy = file->lockedBy == descriptor ? -1 : file->lockedBy;
         return 0;
     }
-    static int readAt(int descriptor, void* buffer, std::size_t length, std::int64_t offset, std::size_t* transferred) {
+    static SystemError readAt(int descriptor, void* buffer, std::size_t length, std::int64_t offset,
+                              std::size_t* transferred) {
         *transferred = 0;
         if (active->stopped_) {
             return EIO;
@@ -76,8 +77,8 @@ struct VolatileDisk::Hooks {
         }
         return 0;
     }
-    static int writeAt(int descriptor, const void* buffer, std::size_t length, std::int64_t offset,
-                       std::size_t* transferred) {
+    static SystemError writeAt(int descriptor, const void* buffer, std::size_t length, std::int64_t offset,
+                               std::size_t* transferred) {
         *transferred = 0;
         const std::optional<double> done = active->change();
         if (!done) {
@@ -94,7 +95,7 @@ struct VolatileDisk::Hooks {
         *transferred = part;
         return active->stopped_ ? EIO : 0;
     }
-    static int truncate(int descriptor, std::int64_t length) {
+    static SystemError truncate(int descriptor, std::int64_t length) {
         const std::optional<double> done = active->change();
         if (!done || *done < 0.5) {
             return EIO;
@@ -105,7 +106,7 @@ struct VolatileDisk::Hooks {
         applyChange(&file->current, file->pending.back());
         return active->stopped_ ? EIO : 0;
     }
-    static int sync(int descriptor) {
+    static SystemError sync(int descriptor) {
         const std::optional<double> done = active->change();
         if (!done || *done < 0.5) {
             return EIO;
@@ -116,7 +117,7 @@ struct VolatileDisk::Hooks {
         file->syncs += 1;
         return active->stopped_ ? EIO : 0;
     }
-    static int syncDirectory(const char* path) {
+    static SystemError syncDirectory(const char* path) {
         VolatileDisk& disk = *active;
         const std::optional<double> done = disk.change();
         if (!done || *done < 0.5) {
@@ -134,16 +135,16 @@ struct VolatileDisk::Hooks {
         });
         return disk.stopped_ ? EIO : 0;
     }
-    static int size(int descriptor, std::int64_t* size) {
+    static SystemError size(int descriptor, std::int64_t* size) {
         *size = static_cast<std::int64_t>(fileOf(descriptor)->current.size());
         return active->stopped_ ? EIO : 0;
     }
-    static int close(int descriptor) {
-        unlock(descriptor);
+    static SystemError close(int descriptor) {
+        (void)unlock(descriptor);  // it cannot fail
         active->open_.erase(descriptor);
         return active->stopped_ ? EIO : 0;
     }
-    static int remove(const char* path) {
+    static SystemError remove(const char* path) {
         VolatileDisk& disk = *active;
         const std::optional<double> done = disk.change();
         if (!done || *done < 0.5) {

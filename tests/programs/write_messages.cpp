@@ -39,8 +39,8 @@ int main(int argc, char** argv) {
     KSVTboTableConfig* config = tableConfig_create(argv[2], 1);
     MessageTableLayout layout;
     layout.messagesPerBlock = std::atoi(argv[3]);
-    tableConfig_setPath(config, 0, argv[1]);
-    tableConfig_setParams(config, &layout, nullptr);
+    (void)tableConfig_setPath(config, 0, argv[1]);
+    (void)tableConfig_setParams(config, &layout, nullptr);
     MessageTable* table = mt_create(config);
     ErrorCode code = mt_open(table, OpenMode::create);
     if (code == NO_ERROR) {

@@ -27,8 +27,9 @@ class BlockCheck : public BlockOfMessages {
     }
     void addStrings(std::int32_t field, const std::vector<const char*>& values, bool includeNull = false,
                     bool ignoreCase = false) {
-        conditions_addStringFilter(conditions.get(), field, includeNull, ignoreCase);
-        conditions_setStringFilterValueCount(conditions.get(), static_cast<std::int32_t>(values.size()));
+        EXPECT_EQ(conditions_addStringFilter(conditions.get(), field, includeNull, ignoreCase), NO_ERROR);
+        EXPECT_EQ(conditions_setStringFilterValueCount(conditions.get(), static_cast<std::int32_t>(values.size())),
+                  NO_ERROR);
         for (std::size_t i = 0; i < values.size(); ++i) {
             ASSERT_EQ(conditions_setStringFilterValue(conditions.get(), values[i], static_cast<std::int32_t>(i)),
                       NO_ERROR);
@@ -45,28 +46,28 @@ TEST_F(BlockCheck, AFreshRecordExcludesNothing) {
 
 TEST_F(BlockCheck, ASequenceRangeExcludesWhatLiesOutsideIt) {
     addPlain(10, 20);
-    conditions_setSeqNumRange(conditions.get(), 21, 30);
+    EXPECT_EQ(conditions_setSeqNumRange(conditions.get(), 21, 30), NO_ERROR);
     EXPECT_FALSE(mayMatch());
-    conditions_setSeqNumRange(conditions.get(), 20, 30);
+    EXPECT_EQ(conditions_setSeqNumRange(conditions.get(), 20, 30), NO_ERROR);
     EXPECT_TRUE(mayMatch());
-    conditions_setSeqNumRange(conditions.get(), 0, 9);
+    EXPECT_EQ(conditions_setSeqNumRange(conditions.get(), 0, 9), NO_ERROR);
     EXPECT_FALSE(mayMatch());
-    conditions_setSeqNumRange(conditions.get(), 0, 0);
+    EXPECT_EQ(conditions_setSeqNumRange(conditions.get(), 0, 0), NO_ERROR);
     EXPECT_FALSE(mayMatch()) << "zero is a sequence number like any other";
-    conditions_setSeqNumRange(conditions.get(), 5, 0);
+    EXPECT_EQ(conditions_setSeqNumRange(conditions.get(), 5, 0), NO_ERROR);
     EXPECT_TRUE(mayMatch()) << "a range whose end is below its begin is off";
 }
 
 TEST_F(BlockCheck, TimesExcludeAndZeroIsNoBound) {
     addPlain(10, 20);
-    conditions_setStartingTime(conditions.get(), 20'001);
+    EXPECT_EQ(conditions_setStartingTime(conditions.get(), 20'001), NO_ERROR);
     EXPECT_FALSE(mayMatch());
-    conditions_setStartingTime(conditions.get(), 20'000);
+    EXPECT_EQ(conditions_setStartingTime(conditions.get(), 20'000), NO_ERROR);
     EXPECT_TRUE(mayMatch());
-    conditions_setStartingTime(conditions.get(), 0);
-    conditions_setEndingTime(conditions.get(), 9'999);
+    EXPECT_EQ(conditions_setStartingTime(conditions.get(), 0), NO_ERROR);
+    EXPECT_EQ(conditions_setEndingTime(conditions.get(), 9'999), NO_ERROR);
     EXPECT_FALSE(mayMatch());
-    conditions_setEndingTime(conditions.get(), 10'000);
+    EXPECT_EQ(conditions_setEndingTime(conditions.get(), 10'000), NO_ERROR);
     EXPECT_TRUE(mayMatch());
 }
 
@@ -74,31 +75,31 @@ TEST_F(BlockCheck, ANegativeEndingTimeIsABoundAlsoWithoutAStartingTime) {
     StoredMessage message = plain(1);
     message.metadata.timestamp = -500;
     add(message);
-    conditions_setEndingTime(conditions.get(), -501);
+    EXPECT_EQ(conditions_setEndingTime(conditions.get(), -501), NO_ERROR);
     EXPECT_FALSE(mayMatch());
-    conditions_setEndingTime(conditions.get(), -500);
+    EXPECT_EQ(conditions_setEndingTime(conditions.get(), -500), NO_ERROR);
     EXPECT_TRUE(mayMatch());
-    conditions_setStartingTime(conditions.get(), -499);
-    conditions_setEndingTime(conditions.get(), 0);
+    EXPECT_EQ(conditions_setStartingTime(conditions.get(), -499), NO_ERROR);
+    EXPECT_EQ(conditions_setEndingTime(conditions.get(), 0), NO_ERROR);
     EXPECT_FALSE(mayMatch());
 }
 
 TEST_F(BlockCheck, ASingleIdRangeExcludesByItsClass) {
     addPlain(10, 20);
-    conditions_setMessageIdRange(conditions.get(), 21, 30);
+    EXPECT_EQ(conditions_setMessageIdRange(conditions.get(), 21, 30), NO_ERROR);
     EXPECT_FALSE(mayMatch());
-    conditions_setMessageIdRange(conditions.get(), 20, 30);
+    EXPECT_EQ(conditions_setMessageIdRange(conditions.get(), 20, 30), NO_ERROR);
     EXPECT_TRUE(mayMatch());
     EXPECT_TRUE(log.all().empty());
 }
 
 TEST_F(BlockCheck, ASingleIdRangeOverTwoClassesOrNoneExcludesTheBlock) {
     addPlain(10, 20);
-    conditions_setMessageIdRange(conditions.get(), 0, std::numeric_limits<std::int32_t>::max());
+    EXPECT_EQ(conditions_setMessageIdRange(conditions.get(), 0, std::numeric_limits<std::int32_t>::max()), NO_ERROR);
     EXPECT_FALSE(mayMatch());
     EXPECT_EQ(log.notes().size(), 1U);
     log.clear();
-    conditions_setMessageIdRange(conditions.get(), -9, -2);
+    EXPECT_EQ(conditions_setMessageIdRange(conditions.get(), -9, -2), NO_ERROR);
     EXPECT_FALSE(mayMatch());
     EXPECT_TRUE(log.all().empty()) << "both ends have the same class: none";
 }
@@ -231,8 +232,8 @@ TEST_F(BlockCheck, AbsentFieldsIgnoredCaseAndRangesKeepABlock) {
     EXPECT_TRUE(mayMatch());
     anew();
     addStrings(1, {"x"});
-    conditions_setStringFilterRangeCount(conditions.get(), 2);
-    conditions_setStringFilterRange(conditions.get(), "y", "z", 0);
+    EXPECT_EQ(conditions_setStringFilterRangeCount(conditions.get(), 2), NO_ERROR);
+    EXPECT_EQ(conditions_setStringFilterRange(conditions.get(), "y", "z", 0), NO_ERROR);
     EXPECT_TRUE(mayMatch());
 }
 
@@ -272,9 +273,9 @@ TEST_F(BlockCheck, MoreSummarisedFieldsThanAMessageHasDoNotExcludeByTheMsgType) 
 
 TEST_F(BlockCheck, PossDupAndExcludedMsgTypesExcludeNothing) {
     addPlain(10, 20);
-    conditions_setPossDupFlag(conditions.get(), true);
-    conditions_setExcludedMsgTypeCount(conditions.get(), 1);
-    conditions_setExcludedMsgType(conditions.get(), 0, "D");
+    EXPECT_EQ(conditions_setPossDupFlag(conditions.get(), true), NO_ERROR);
+    EXPECT_EQ(conditions_setExcludedMsgTypeCount(conditions.get(), 1), NO_ERROR);
+    EXPECT_EQ(conditions_setExcludedMsgType(conditions.get(), 0, "D"), NO_ERROR);
     EXPECT_TRUE(mayMatch());
 }
 
@@ -318,7 +319,7 @@ TEST_F(BlockCheck, AnIgnoredFilterThatCannotExcludeAnywayIsNotNoted) {
     addStrings(6, {"a"}, true, false);
     addStrings(-1, {"a"}, false, true);
     addStrings(6, {"a"});
-    conditions_setStringFilterRangeCount(conditions.get(), 2);
+    EXPECT_EQ(conditions_setStringFilterRangeCount(conditions.get(), 2), NO_ERROR);
     EXPECT_TRUE(mayMatch());
     EXPECT_TRUE(log.all().empty()) << log.all()[0];
 }

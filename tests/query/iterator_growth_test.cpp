@@ -181,7 +181,7 @@ TEST_F(GrowingTable, AForwardIteratorSkipsABlockThatWasClosedBeforeItGotThere) {
     createBoth();
     writePlain(1, 3);
     QueryConditionsPtr conditions = newConditions();
-    conditions_setSeqNumRange(conditions.get(), 1, 3);
+    EXPECT_EQ(conditions_setSeqNumRange(conditions.get(), 1, 3), NO_ERROR);
     const MessageTableIteratorPtr iterator = openIterator(reader.get(), std::move(conditions));
     const WatchedIterator watched(iterator.get(), true);
     EXPECT_EQ(remainingIds(iterator.get()), idsFromTo(1, 3));

@@ -28,31 +28,33 @@ class MessageTest : public ::testing::Test {
     void anew() { conditions = newConditions(); }
     bool matchesDouble(std::int32_t field, const std::vector<double>& values, bool includeNull = false) {
         anew();
-        conditions_addDoubleFilter(conditions.get(), field, nullptr, nullptr, 0, values.data(),
-                                   static_cast<int>(values.size()), includeNull);
+        EXPECT_EQ(conditions_addDoubleFilter(conditions.get(), field, nullptr, nullptr, 0, values.data(),
+                                             static_cast<int>(values.size()), includeNull),
+                  NO_ERROR);
         return matches();
     }
     bool matchesLong(std::int32_t field, const std::vector<std::int64_t>& values, bool includeNull = false) {
         anew();
-        conditions_addLongFilter(conditions.get(), field, nullptr, nullptr, 0, values.data(),
-                                 static_cast<int>(values.size()), includeNull);
+        EXPECT_EQ(conditions_addLongFilter(conditions.get(), field, nullptr, nullptr, 0, values.data(),
+                                           static_cast<int>(values.size()), includeNull),
+                  NO_ERROR);
         return matches();
     }
     bool matchesString(std::int32_t field, const char* value, bool includeNull = false, bool ignoreCase = false) {
         anew();
-        conditions_addStringFilter(conditions.get(), field, includeNull, ignoreCase);
+        EXPECT_EQ(conditions_addStringFilter(conditions.get(), field, includeNull, ignoreCase), NO_ERROR);
         if (value != nullptr) {
-            conditions_setStringFilterValueCount(conditions.get(), 1);
-            conditions_setStringFilterValue(conditions.get(), value, 0);
+            EXPECT_EQ(conditions_setStringFilterValueCount(conditions.get(), 1), NO_ERROR);
+            EXPECT_EQ(conditions_setStringFilterValue(conditions.get(), value, 0), NO_ERROR);
         }
         return matches();
     }
     bool matchesRange(std::int32_t field, const char* minimum, const char* maximum, bool includeNull = false,
                       bool ignoreCase = false) {
         anew();
-        conditions_addStringFilter(conditions.get(), field, includeNull, ignoreCase);
-        conditions_setStringFilterRangeCount(conditions.get(), 2);
-        conditions_setStringFilterRange(conditions.get(), minimum, maximum, 0);
+        EXPECT_EQ(conditions_addStringFilter(conditions.get(), field, includeNull, ignoreCase), NO_ERROR);
+        EXPECT_EQ(conditions_setStringFilterRangeCount(conditions.get(), 2), NO_ERROR);
+        EXPECT_EQ(conditions_setStringFilterRange(conditions.get(), minimum, maximum, 0), NO_ERROR);
         return matches();
     }
 
@@ -74,70 +76,70 @@ TEST_F(MessageTest, AFreshRecordMatchesEveryMessage) {
 TEST_F(MessageTest, SequenceNumbersAreInclusiveAndSigned) {
     for (const auto& [begin, end, expected] : std::vector<std::tuple<std::int32_t, std::int32_t, bool>>{
              {10, 10, true}, {1, 10, true}, {10, 20, true}, {11, 20, false}, {1, 9, false}, {-5, -1, false}}) {
-        conditions_setSeqNumRange(conditions.get(), begin, end);
+        EXPECT_EQ(conditions_setSeqNumRange(conditions.get(), begin, end), NO_ERROR);
         EXPECT_EQ(matches(), expected) << begin << " to " << end;
     }
     message.metadata.seqNum = -3;
-    conditions_setSeqNumRange(conditions.get(), -5, -3);
+    EXPECT_EQ(conditions_setSeqNumRange(conditions.get(), -5, -3), NO_ERROR);
     EXPECT_TRUE(matches());
-    conditions_setSeqNumRange(conditions.get(), -5, -4);
+    EXPECT_EQ(conditions_setSeqNumRange(conditions.get(), -5, -4), NO_ERROR);
     EXPECT_FALSE(matches());
 }
 
 TEST_F(MessageTest, ASequenceRangeWhoseEndIsBelowItsBeginSelectsEverything) {
-    conditions_setSeqNumRange(conditions.get(), 5, 0);
+    EXPECT_EQ(conditions_setSeqNumRange(conditions.get(), 5, 0), NO_ERROR);
     EXPECT_TRUE(matches());
     message.metadata.seqNum = 1;
     EXPECT_TRUE(matches());
 }
 
 TEST_F(MessageTest, ZeroIsASequenceNumberLikeAnyOther) {
-    conditions_setSeqNumRange(conditions.get(), 0, 0);
+    EXPECT_EQ(conditions_setSeqNumRange(conditions.get(), 0, 0), NO_ERROR);
     EXPECT_FALSE(matches());
     message.metadata.seqNum = 0;
     EXPECT_TRUE(matches());
 }
 
 TEST_F(MessageTest, TimesAreInclusiveAndZeroIsNotSet) {
-    conditions_setStartingTime(conditions.get(), 10'000);
-    conditions_setEndingTime(conditions.get(), 10'000);
+    EXPECT_EQ(conditions_setStartingTime(conditions.get(), 10'000), NO_ERROR);
+    EXPECT_EQ(conditions_setEndingTime(conditions.get(), 10'000), NO_ERROR);
     EXPECT_TRUE(matches());
-    conditions_setStartingTime(conditions.get(), 10'001);
+    EXPECT_EQ(conditions_setStartingTime(conditions.get(), 10'001), NO_ERROR);
     EXPECT_FALSE(matches());
-    conditions_setStartingTime(conditions.get(), 0);
+    EXPECT_EQ(conditions_setStartingTime(conditions.get(), 0), NO_ERROR);
     EXPECT_TRUE(matches());
-    conditions_setEndingTime(conditions.get(), 9'999);
+    EXPECT_EQ(conditions_setEndingTime(conditions.get(), 9'999), NO_ERROR);
     EXPECT_FALSE(matches());
     message.metadata.timestamp = -5;
     EXPECT_TRUE(matches());
-    conditions_setStartingTime(conditions.get(), -4);
+    EXPECT_EQ(conditions_setStartingTime(conditions.get(), -4), NO_ERROR);
     EXPECT_FALSE(matches());
 }
 
 TEST_F(MessageTest, ThePossDupConditionRequiresOrForbidsTheFlag) {
-    conditions_setPossDupFlag(conditions.get(), true);
+    EXPECT_EQ(conditions_setPossDupFlag(conditions.get(), true), NO_ERROR);
     EXPECT_FALSE(matches());
     message.metadata.isPossDupFlag = 1;
     EXPECT_TRUE(matches());
-    conditions_setPossDupFlag(conditions.get(), false);
+    EXPECT_EQ(conditions_setPossDupFlag(conditions.get(), false), NO_ERROR);
     EXPECT_FALSE(matches());
     message.metadata.isPossDupFlag = 0;
     EXPECT_TRUE(matches());
 }
 
 TEST_F(MessageTest, ASingleIdRangeIsInclusiveWhateverTheClasses) {
-    conditions_setMessageIdRange(conditions.get(), 10, 10);
+    EXPECT_EQ(conditions_setMessageIdRange(conditions.get(), 10, 10), NO_ERROR);
     EXPECT_TRUE(matches());
-    conditions_setMessageIdRange(conditions.get(), 11, 99);
+    EXPECT_EQ(conditions_setMessageIdRange(conditions.get(), 11, 99), NO_ERROR);
     EXPECT_FALSE(matches());
-    conditions_setMessageIdRange(conditions.get(), 0, 0x7FFFFFFF);
+    EXPECT_EQ(conditions_setMessageIdRange(conditions.get(), 0, 0x7FFFFFFF), NO_ERROR);
     EXPECT_TRUE(matches());
-    conditions_setMessageIdRange(conditions.get(), -1, 5);
+    EXPECT_EQ(conditions_setMessageIdRange(conditions.get(), -1, 5), NO_ERROR);
     EXPECT_TRUE(matches()) << "a start of -1 is not set, and the end alone is not tested";
-    conditions_setMessageIdRange(conditions.get(), 5, -1);
+    EXPECT_EQ(conditions_setMessageIdRange(conditions.get(), 5, -1), NO_ERROR);
     EXPECT_FALSE(matches()) << "an end of -1 lies below every id from 5 up";
     message.metadata.connMsgId = -4;
-    conditions_setMessageIdRange(conditions.get(), -9, -2);
+    EXPECT_EQ(conditions_setMessageIdRange(conditions.get(), -9, -2), NO_ERROR);
     EXPECT_TRUE(matches()) << "ids below 0 compare with their sign";
 }
 
@@ -170,9 +172,9 @@ TEST_F(MessageTest, AClassWithOnlyAnUpperBoundIsTestedByItAlone) {
 
 TEST_F(MessageTest, ExcludedMsgTypesCompareFiveCharacters) {
     const auto exclude = [this](const std::vector<const char*>& types) {
-        conditions_setExcludedMsgTypeCount(conditions.get(), static_cast<int>(types.size()));
+        EXPECT_EQ(conditions_setExcludedMsgTypeCount(conditions.get(), static_cast<int>(types.size())), NO_ERROR);
         for (std::size_t i = 0; i < types.size(); ++i) {
-            conditions_setExcludedMsgType(conditions.get(), static_cast<int>(i), types[i]);
+            EXPECT_EQ(conditions_setExcludedMsgType(conditions.get(), static_cast<int>(i), types[i]), NO_ERROR);
         }
     };
     exclude({"E", "D", "0", "8"});
@@ -338,22 +340,22 @@ TEST_F(MessageTest, TheMsgTypeLiesInsideRangesByFiveCharacters) {
 }
 
 TEST_F(MessageTest, EveryConditionMustHold) {
-    conditions_setSeqNumRange(conditions.get(), 10, 10);
-    conditions_setStartingTime(conditions.get(), 1);
-    conditions_setPossDupFlag(conditions.get(), false);
+    EXPECT_EQ(conditions_setSeqNumRange(conditions.get(), 10, 10), NO_ERROR);
+    EXPECT_EQ(conditions_setStartingTime(conditions.get(), 1), NO_ERROR);
+    EXPECT_EQ(conditions_setPossDupFlag(conditions.get(), false), NO_ERROR);
     const std::int64_t number = 1000;
-    conditions_addLongFilter(conditions.get(), 0, nullptr, nullptr, 0, &number, 1, false);
-    conditions_addStringFilter(conditions.get(), 0, false, false);
-    conditions_setStringFilterValueCount(conditions.get(), 1);
-    conditions_setStringFilterValue(conditions.get(), "f0-10", 0);
+    EXPECT_EQ(conditions_addLongFilter(conditions.get(), 0, nullptr, nullptr, 0, &number, 1, false), NO_ERROR);
+    EXPECT_EQ(conditions_addStringFilter(conditions.get(), 0, false, false), NO_ERROR);
+    EXPECT_EQ(conditions_setStringFilterValueCount(conditions.get(), 1), NO_ERROR);
+    EXPECT_EQ(conditions_setStringFilterValue(conditions.get(), "f0-10", 0), NO_ERROR);
     EXPECT_TRUE(matches());
-    conditions_addStringFilter(conditions.get(), 1, false, false);
+    EXPECT_EQ(conditions_addStringFilter(conditions.get(), 1, false, false), NO_ERROR);
     EXPECT_FALSE(matches());
 }
 
 TEST_F(MessageTest, TheDirectionAndTheInvertedFlagAreNotLookedAt) {
-    conditions_setIterateBackward(conditions.get(), true);
-    conditions_setInverted(conditions.get(), true);
+    EXPECT_EQ(conditions_setIterateBackward(conditions.get(), true), NO_ERROR);
+    EXPECT_EQ(conditions_setInverted(conditions.get(), true), NO_ERROR);
     EXPECT_TRUE(matches());
 }
 

@@ -205,7 +205,7 @@ TEST_F(Iterator, SkipsAClosedBlockThatCannotMatchAndAsksAboutEachOnce) {
     writePlain(1, 11);  // three closed blocks and two messages
     for (const bool backward : {false, true}) {
         QueryConditionsPtr conditions = newConditions(backward);
-        conditions_setSeqNumRange(conditions.get(), 5, 6);
+        EXPECT_EQ(conditions_setSeqNumRange(conditions.get(), 5, 6), NO_ERROR);
         const MessageTableIteratorPtr iterator = openIterator(table.get(), std::move(conditions));
         const WatchedIterator watched(iterator.get(), true);
         std::vector<std::int32_t> ids = remainingIds(iterator.get());
@@ -222,8 +222,8 @@ TEST_F(Iterator, InvertedDeliversWhatThePlainOneLeavesOutAndSkipsNoBlock) {
     writePlain(1, 11);
     for (const bool backward : {false, true}) {
         QueryConditionsPtr conditions = newConditions(backward);
-        conditions_setSeqNumRange(conditions.get(), 5, 6);
-        conditions_setInverted(conditions.get(), true);
+        EXPECT_EQ(conditions_setSeqNumRange(conditions.get(), 5, 6), NO_ERROR);
+        EXPECT_EQ(conditions_setInverted(conditions.get(), true), NO_ERROR);
         const MessageTableIteratorPtr iterator = openIterator(table.get(), std::move(conditions));
         const WatchedIterator watched(iterator.get(), true);
         std::vector<std::int32_t> ids = remainingIds(iterator.get());
@@ -239,13 +239,15 @@ TEST_F(Iterator, ASingleIdRangeOverTwoClassesFindsTheOpenBlockOnlyAndNotesEachCl
     writePlain(1, 8);
     log.clear();
     const auto wholeRange = [](QueryConditions* conditions) {
-        conditions_setMessageIdRange(conditions, 0, 0x7FFFFFFF);
+        EXPECT_EQ(conditions_setMessageIdRange(conditions, 0, 0x7FFFFFFF), NO_ERROR);
     };
     EXPECT_EQ(select(wholeRange), idsFromTo(7, 8));
     EXPECT_EQ(log.notes().size(), 2U);
     EXPECT_EQ(select(wholeRange, true), idsFromTo(8, 7));
     log.clear();
-    const auto belowZero = [](QueryConditions* conditions) { conditions_setMessageIdRange(conditions, -5, -2); };
+    const auto belowZero = [](QueryConditions* conditions) {
+        EXPECT_EQ(conditions_setMessageIdRange(conditions, -5, -2), NO_ERROR);
+    };
     StoredMessage message = plain(9);
     message.metadata.connMsgId = -3;
     write(message);  // closes the third block
@@ -262,7 +264,7 @@ TEST_F(Iterator, AnIgnoredFilterIsNotedOncePerClosedBlock) {
     log.clear();
     const double value = 1;
     const auto ids = select([&](QueryConditions* conditions) {
-        conditions_addDoubleFilter(conditions, 7, nullptr, nullptr, 0, &value, 1, false);
+        EXPECT_EQ(conditions_addDoubleFilter(conditions, 7, nullptr, nullptr, 0, &value, 1, false), NO_ERROR);
     });
     EXPECT_EQ(ids, idsFromTo(1, 8));
     EXPECT_EQ(log.notes().size(), 2U);

@@ -286,9 +286,9 @@ bool plainQuery_leavesOutClosedBlocks(const PlainQuery& query) {
 QueryConditionsPtr plainQuery_conditions(const PlainQuery& query, bool backward) {
     QueryConditionsPtr owned = newConditions(backward);
     QueryConditions* conditions = owned.get();
-    conditions_setInverted(conditions, query.inverted);
+    EXPECT_EQ(conditions_setInverted(conditions, query.inverted), NO_ERROR);
     if (query.seqNums) {
-        conditions_setSeqNumRange(conditions, query.seqNums->first, query.seqNums->second);
+        EXPECT_EQ(conditions_setSeqNumRange(conditions, query.seqNums->first, query.seqNums->second), NO_ERROR);
     }
     if (query.perClass) {
         EXPECT_EQ(conditions_setMessageIdRanges(conditions, query.startIds.data(),
@@ -296,16 +296,19 @@ QueryConditionsPtr plainQuery_conditions(const PlainQuery& query, bool backward)
                                                 static_cast<std::int32_t>(query.endIds.size())),
                   NO_ERROR);
     } else if (query.ids) {
-        conditions_setMessageIdRange(conditions, query.ids->first, query.ids->second);
+        EXPECT_EQ(conditions_setMessageIdRange(conditions, query.ids->first, query.ids->second), NO_ERROR);
     }
-    conditions_setStartingTime(conditions, query.startingTime.value_or(0));
-    conditions_setEndingTime(conditions, query.endingTime.value_or(0));
+    EXPECT_EQ(conditions_setStartingTime(conditions, query.startingTime.value_or(0)), NO_ERROR);
+    EXPECT_EQ(conditions_setEndingTime(conditions, query.endingTime.value_or(0)), NO_ERROR);
     if (query.possDup) {
-        conditions_setPossDupFlag(conditions, *query.possDup);
+        EXPECT_EQ(conditions_setPossDupFlag(conditions, *query.possDup), NO_ERROR);
     }
-    conditions_setExcludedMsgTypeCount(conditions, static_cast<std::int32_t>(query.excludedMsgTypes.size()));
+    EXPECT_EQ(conditions_setExcludedMsgTypeCount(conditions, static_cast<std::int32_t>(query.excludedMsgTypes.size())),
+              NO_ERROR);
     for (std::size_t i = 0; i < query.excludedMsgTypes.size(); ++i) {
-        conditions_setExcludedMsgType(conditions, static_cast<std::int32_t>(i), query.excludedMsgTypes[i].c_str());
+        EXPECT_EQ(
+            conditions_setExcludedMsgType(conditions, static_cast<std::int32_t>(i), query.excludedMsgTypes[i].c_str()),
+            NO_ERROR);
     }
     for (const auto& filter : query.doubles) {
         addNumeric(conditions, filter, conditions_addDoubleFilter);

@@ -22,19 +22,20 @@ struct Unanswered {
 };
 
 void setText(QueryConditions* conditions, std::int32_t field) {
-    conditions_addStringFilter(conditions, field, false, false);
-    conditions_setStringFilterValueCount(conditions, 1);
-    conditions_setStringFilterValue(conditions, "nowhere", 0);
+    EXPECT_EQ(conditions_addStringFilter(conditions, field, false, false), NO_ERROR);
+    EXPECT_EQ(conditions_setStringFilterValueCount(conditions, 1), NO_ERROR);
+    EXPECT_EQ(conditions_setStringFilterValue(conditions, "nowhere", 0), NO_ERROR);
 }
 
 const Unanswered unanswered[] = {
-    {"sequence numbers", [](QueryConditions* c) { conditions_setSeqNumRange(c, 1000000, 2000000); }},
-    {"times", [](QueryConditions* c) { conditions_setStartingTime(c, 2000000000); }},
-    {"ids", [](QueryConditions* c) { conditions_setMessageIdRange(c, 1000000, 2000000); }},
+    {"sequence numbers",
+     [](QueryConditions* c) { EXPECT_EQ(conditions_setSeqNumRange(c, 1000000, 2000000), NO_ERROR); }},
+    {"times", [](QueryConditions* c) { EXPECT_EQ(conditions_setStartingTime(c, 2000000000), NO_ERROR); }},
+    {"ids", [](QueryConditions* c) { EXPECT_EQ(conditions_setMessageIdRange(c, 1000000, 2000000), NO_ERROR); }},
     {"a number",
      [](QueryConditions* c) {
          const std::int64_t value = -5;
-         conditions_addLongFilter(c, 0, nullptr, nullptr, 0, &value, 1, false);
+         EXPECT_EQ(conditions_addLongFilter(c, 0, nullptr, nullptr, 0, &value, 1, false), NO_ERROR);
      }},
     {"a built-in text", [](QueryConditions* c) { setText(c, 0); }},
     {"a configured text", [](QueryConditions* c) { setText(c, 2); }},
@@ -230,11 +231,11 @@ TEST_F(WalkAllocations, AreNoneWithFiltersAndSkippedBlocks) {
         QueryConditionsPtr conditions = newConditions(backward);
         const std::int64_t minimum = 0;
         const std::int64_t maximum = 1000000;
-        conditions_addLongFilter(conditions.get(), 0, &minimum, &maximum, 1, nullptr, 0, false);
-        conditions_addStringFilter(conditions.get(), 2, false, false);
-        conditions_setStringFilterValueCount(conditions.get(), 2);
-        conditions_setStringFilterValue(conditions.get(), "f2-102", 0);
-        conditions_setStringFilterValue(conditions.get(), "f2-138", 1);
+        EXPECT_EQ(conditions_addLongFilter(conditions.get(), 0, &minimum, &maximum, 1, nullptr, 0, false), NO_ERROR);
+        EXPECT_EQ(conditions_addStringFilter(conditions.get(), 2, false, false), NO_ERROR);
+        EXPECT_EQ(conditions_setStringFilterValueCount(conditions.get(), 2), NO_ERROR);
+        EXPECT_EQ(conditions_setStringFilterValue(conditions.get(), "f2-102", 0), NO_ERROR);
+        EXPECT_EQ(conditions_setStringFilterValue(conditions.get(), "f2-138", 1), NO_ERROR);
         EXPECT_EQ(walk(table.get(), std::move(conditions), 1), 2) << (backward ? "backward" : "forward");
     }
 }

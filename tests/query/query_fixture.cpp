@@ -31,7 +31,8 @@ MessageTablePtr createTable(const std::string& root, const MessageTableLayout& l
 MessageTablePtr openTable(const std::string& root, const MessageTableLayout& layout, OpenMode mode) {
     MessageTablePtr table = createTable(root, layout);
     const ErrorCode code = mt_open(table.get(), mode);
-    EXPECT_EQ(code, NO_ERROR) << "the table cannot be opened in mode " << mode << ": " << getErrorMessage(code);
+    EXPECT_EQ(code, NO_ERROR) << "the table cannot be opened in mode " << openMode_number(mode) << ": "
+                              << getErrorMessage(code);
     return code == NO_ERROR ? std::move(table) : nullptr;
 }
 

@@ -15,15 +15,19 @@ using Bound = const char*;
 StringFilter filterOf(const std::vector<std::string>& values, const std::vector<std::pair<Bound, Bound>>& ranges = {},
                       bool ignoreCase = false) {
     const QueryConditionsPtr conditions(conditions_create());
-    conditions_addStringFilter(conditions.get(), 0, false, ignoreCase);
-    conditions_setStringFilterValueCount(conditions.get(), static_cast<std::int32_t>(values.size()));
+    EXPECT_EQ(conditions_addStringFilter(conditions.get(), 0, false, ignoreCase), NO_ERROR);
+    EXPECT_EQ(conditions_setStringFilterValueCount(conditions.get(), static_cast<std::int32_t>(values.size())),
+              NO_ERROR);
     for (std::size_t i = 0; i < values.size(); ++i) {
-        conditions_setStringFilterValue(conditions.get(), values[i].c_str(), static_cast<std::int32_t>(i));
+        EXPECT_EQ(conditions_setStringFilterValue(conditions.get(), values[i].c_str(), static_cast<std::int32_t>(i)),
+                  NO_ERROR);
     }
-    conditions_setStringFilterRangeCount(conditions.get(), static_cast<std::int32_t>(2 * ranges.size()));
+    EXPECT_EQ(conditions_setStringFilterRangeCount(conditions.get(), static_cast<std::int32_t>(2 * ranges.size())),
+              NO_ERROR);
     for (std::size_t k = 0; k < ranges.size(); ++k) {
-        conditions_setStringFilterRange(conditions.get(), ranges[k].first, ranges[k].second,
-                                        static_cast<std::int32_t>(2 * k));
+        EXPECT_EQ(conditions_setStringFilterRange(conditions.get(), ranges[k].first, ranges[k].second,
+                                                  static_cast<std::int32_t>(2 * k)),
+                  NO_ERROR);
     }
     return conditions->stringFilters.back();
 }

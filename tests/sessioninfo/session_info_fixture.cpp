@@ -59,7 +59,7 @@ SessionInfoTablePtr createSessionTable(const std::string& root, const std::optio
 SessionInfoTablePtr openSessionTable(const std::string& root, OpenMode mode, const std::optional<Tags>& tags) {
     SessionInfoTablePtr table = createSessionTable(root, tags);
     const ErrorCode code = si_init(table.get(), mode);
-    EXPECT_EQ(code, NO_ERROR) << "opening in mode " << mode << ": " << getErrorMessage(code);
+    EXPECT_EQ(code, NO_ERROR) << "opening in mode " << openMode_number(mode) << ": " << getErrorMessage(code);
     return code == NO_ERROR ? std::move(table) : nullptr;
 }
 

@@ -59,10 +59,11 @@ TEST_F(SessionInfoLayout, TheGoldenFileReadsBackInBothModesAndStaysAsItIs) {
     for (const OpenMode mode : {OpenMode::read, OpenMode::write}) {
         place(file);
         open(mode);
-        EXPECT_EQ(readValues(table.get(), defaultTags), golden) << "mode " << mode;
-        EXPECT_EQ(readValues(table.get(), {6, 5, 1}), (Values{0, 0x1122334455667788, -1})) << "mode " << mode;
+        EXPECT_EQ(readValues(table.get(), defaultTags), golden) << "mode " << openMode_number(mode);
+        EXPECT_EQ(readValues(table.get(), {6, 5, 1}), (Values{0, 0x1122334455667788, -1}))
+            << "mode " << openMode_number(mode);
         table.reset();
-        EXPECT_EQ(difference(fileBytes(), file), "") << "mode " << mode;
+        EXPECT_EQ(difference(fileBytes(), file), "") << "mode " << openMode_number(mode);
     }
     EXPECT_EQ(log.warnings(), std::vector<std::string>{});
 }
@@ -100,7 +101,7 @@ TEST_F(SessionInfoLayout, ATableOfThirtyTwoTagsHoldsAllOfThem) {
     EXPECT_EQ(difference(fileBytes(), sessionFile(tags, values)), "");
     for (const OpenMode mode : {OpenMode::read, OpenMode::write}) {
         open(mode, tags);
-        EXPECT_EQ(readValues(table.get(), tags), values) << "mode " << mode;
+        EXPECT_EQ(readValues(table.get(), tags), values) << "mode " << openMode_number(mode);
     }
 }
 
@@ -118,10 +119,12 @@ TEST_F(SessionInfoLayout, StoredTagsBeyondTheConfiguredOnesAreAdoptedInTheFilesO
     for (const OpenMode mode : {OpenMode::read, OpenMode::write}) {
         place(sessionFile(stored, {90, 60, 80, 50, 70}));
         open(mode, Tags{5, 6});
-        EXPECT_EQ(tagsOf(table.get()), stored) << "mode " << mode;
-        EXPECT_EQ(readValues(table.get(), {5, 6, 7, 8, 9}), (Values{50, 60, 70, 80, 90})) << "mode " << mode;
-        ASSERT_EQ(writeValues(table.get(), {5, 8}, {55, 88}), NO_ERROR) << "mode " << mode;
-        EXPECT_EQ(difference(fileBytes(), sessionFile(stored, {90, 60, 88, 55, 70})), "") << "mode " << mode;
+        EXPECT_EQ(tagsOf(table.get()), stored) << "mode " << openMode_number(mode);
+        EXPECT_EQ(readValues(table.get(), {5, 6, 7, 8, 9}), (Values{50, 60, 70, 80, 90}))
+            << "mode " << openMode_number(mode);
+        ASSERT_EQ(writeValues(table.get(), {5, 8}, {55, 88}), NO_ERROR) << "mode " << openMode_number(mode);
+        EXPECT_EQ(difference(fileBytes(), sessionFile(stored, {90, 60, 88, 55, 70})), "")
+            << "mode " << openMode_number(mode);
     }
     EXPECT_EQ(log.warnings(), std::vector<std::string>{});
 }

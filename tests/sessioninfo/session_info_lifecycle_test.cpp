@@ -51,9 +51,9 @@ TEST_F(SessionInfoLifecycle, ATableThatWasNeverOpenedCannotBeReadOrWritten) {
 }
 
 TEST_F(SessionInfoLifecycle, AModeOutsideItsRangeIsAWrongParameter) {
-    for (const OpenMode mode : {-1, 3}) {
-        EXPECT_EQ(init(mode), WRONG_PARAMETER_ERROR) << mode;
-        EXPECT_FALSE(std::filesystem::exists(path)) << mode;
+    for (const OpenMode mode : {OpenMode{-1}, OpenMode{3}}) {
+        EXPECT_EQ(init(mode), WRONG_PARAMETER_ERROR) << openMode_number(mode);
+        EXPECT_FALSE(std::filesystem::exists(path)) << openMode_number(mode);
     }
 }
 
@@ -137,7 +137,7 @@ TEST_F(SessionInfoMemory, AnOpenWithoutMemoryFailsAndLeavesTheFileAndTheConfigur
             EXPECT_EQ(difference(readFile(path), whole), "") << "allocation " << n;
         }
         EXPECT_GT(n, 1) << "no allocation has failed";
-        EXPECT_EQ(readValues(table.get(), defaultTags), someValues) << "mode " << mode;
+        EXPECT_EQ(readValues(table.get(), defaultTags), someValues) << "mode " << openMode_number(mode);
     }
 }
 

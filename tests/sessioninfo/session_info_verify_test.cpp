@@ -29,8 +29,8 @@ class SessionInfoVerify : public SessionInfoTest {
                        const std::optional<Tags>& tags = std::nullopt) {
         for (const OpenMode mode : {OpenMode::read, OpenMode::write}) {
             place(file);
-            EXPECT_EQ(init(mode, tags), code) << what << ", mode " << mode;
-            EXPECT_EQ(difference(fileBytes(), file), "") << what << ", mode " << mode;
+            EXPECT_EQ(init(mode, tags), code) << what << ", mode " << openMode_number(mode);
+            EXPECT_EQ(difference(fileBytes(), file), "") << what << ", mode " << openMode_number(mode);
             EXPECT_EQ(tagsOf(table.get()), tags.value_or(defaultTags)) << what << ": the table has its configured tags";
         }
     }
@@ -123,7 +123,8 @@ TEST_F(SessionInfoVerify, AConfiguredTagThatTheFileLacksIsNamedAndRefused) {
         EXPECT_EQ(init(mode, tags), CONFIG_MISMATCH_ERROR);
         const std::vector<std::string> expected = {
             warningLine("siX_verify", "Field with tag 99 is missing in session info table")};
-        EXPECT_EQ(log.warnings(), expected) << "mode " << mode << ": the first one missing, in configured order";
+        EXPECT_EQ(log.warnings(), expected)
+            << "mode " << openMode_number(mode) << ": the first one missing, in configured order";
         EXPECT_EQ(tagsOf(table.get()), tags);
         EXPECT_EQ(difference(fileBytes(), whole), "");
     }

@@ -3,27 +3,26 @@
 
 #include <gtest/gtest.h>
 
-#include <memory>
 #include <string>
 
+#include "core/handle.h"
 #include "storage/table_file.h"
 #include "tests/support/bytes.h"
 
 namespace tabulo::internal::test {
 
-struct TableFileCloser {
-    void operator()(TableFile* file) const noexcept {
-        if (tableFileClose(file) != NO_ERROR) {
-            tableFileClose(file);
-        }
+inline void closeTableFile(TableFile* file) noexcept {
+    if (tableFileClose(file) != NO_ERROR) {
+        (void)tableFileClose(file);  // the second close frees the record whatever comes of it
     }
-};
-using TableFilePtr = std::unique_ptr<TableFile, TableFileCloser>;
+}
+using TableFilePtr = Handle<TableFile, closeTableFile>;
 
 // The open file, or null with a failed expectation.
 inline TableFilePtr openTableFile(const std::string& path, OpenMode mode) {
     TableFile* file = nullptr;
-    EXPECT_EQ(tableFileOpen(&file, path.c_str(), mode, nullptr), NO_ERROR) << path << " in mode " << mode;
+    EXPECT_EQ(tableFileOpen(&file, path.c_str(), mode, nullptr), NO_ERROR)
+        << path << " in mode " << openMode_number(mode);
     return TableFilePtr(file);
 }
 

@@ -36,7 +36,7 @@ class StorageFixture : public ::testing::Test {
         KSVTboTableConfig* config = tableConfig_create("orders", pathCount);
         for (std::int32_t i = 0; i < pathCount; ++i) {
             const std::string root = i == 0 ? directory.root() : directory.file("replica" + std::to_string(i)) + "/";
-            tableConfig_setPath(config, i, root.c_str());
+            EXPECT_EQ(tableConfig_setPath(config, i, root.c_str()), NO_ERROR);
         }
         return StoragePtr(tableStorage_create(fakeOwnerOps(), &owner, config));
     }
@@ -47,7 +47,7 @@ class StorageFixture : public ::testing::Test {
         if (tableFileOpen(&file, path.c_str(), OpenMode::write, nullptr) != NO_ERROR) {
             return false;
         }
-        tableFileClose(file);
+        EXPECT_EQ(tableFileClose(file), NO_ERROR);
         return true;
     }
 

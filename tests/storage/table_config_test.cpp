@@ -1,5 +1,5 @@
-#include "core/handle.h"
 #include "storage/table_config.h"
+#include "core/handle.h"
 
 #include <gtest/gtest.h>
 
@@ -58,7 +58,7 @@ TEST(TableConfig, ANewOneHasTheDefaultsAndEmptyPaths) {
 
 TEST(TableConfig, TheDefaultsAreCopiedAndNotShared) {
     const ConfigPtr first = makeConfig();
-    tableConfig_addStringFieldName(first.get(), "Symbol");
+    EXPECT_EQ(tableConfig_addStringFieldName(first.get(), "Symbol"), NO_ERROR);
     first->sessionInfoTags.tags[0] = 99;
     const ConfigPtr second = makeConfig();
     EXPECT_EQ(*tableConfig_getLayout(second.get()), layoutOf(4, 2, 0));

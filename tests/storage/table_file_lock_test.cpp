@@ -25,14 +25,14 @@ ErrorCode tryOpen(const std::string& path, OpenMode mode) {
     TableFile* file = nullptr;
     const ErrorCode code = tableFileOpen(&file, path.c_str(), mode, nullptr);
     if (code == NO_ERROR) {
-        tableFileClose(file);
+        EXPECT_EQ(tableFileClose(file), NO_ERROR);
     }
     return code;
 }
 
 // The code of opening in another process.
 ErrorCode tryOpenElsewhere(const std::string& path, OpenMode mode) {
-    return runInChild([&] { return tryOpen(path, mode); });
+    return static_cast<ErrorCode>(runInChild([&] { return tryOpen(path, mode); }));
 }
 
 class TableFileLock : public ::testing::Test {
@@ -62,10 +62,10 @@ TEST_F(TableFileLock, ASecondWriterInAnotherProcessIsRefusedAndTheFileUntouched)
 std::string contested;
 int anotherWriter = -1;
 
-int lockBehindAnotherWriter(int descriptor) {
+SystemError lockBehindAnotherWriter(int descriptor) {
     anotherWriter = ::open(contested.c_str(), O_RDWR | O_CLOEXEC);
-    const int error = filePlatform_system().lock(anotherWriter);
-    return error != 0 ? error : filePlatform_system().lock(descriptor);
+    const SystemError error = filePlatform_system().lock(anotherWriter);
+    return error.failed() ? error : filePlatform_system().lock(descriptor);
 }
 
 TEST_F(TableFileLock, ANewFileThatAnotherWriterWasFasterToLockStaysThatWriters) {

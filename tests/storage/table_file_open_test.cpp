@@ -104,7 +104,7 @@ TEST_F(TableFileOpening, TheFileIsClosedOnExecInEveryMode) {
     writeFile(path, pattern(10));
     for (const OpenMode mode : {OpenMode::read, OpenMode::write, OpenMode::create}) {
         ASSERT_EQ(open(mode), NO_ERROR);
-        EXPECT_NE(::fcntl(file->stream.descriptor, F_GETFD) & FD_CLOEXEC, 0) << "mode " << mode;
+        EXPECT_NE(::fcntl(file->stream.descriptor, F_GETFD) & FD_CLOEXEC, 0) << "mode " << openMode_number(mode);
         ASSERT_EQ(tableFileClose(file), NO_ERROR);
         file = nullptr;
     }
@@ -117,8 +117,8 @@ TEST_F(TableFileOpening, ADirectoryIsRefusedInEveryMode) {
     std::filesystem::create_directory(path);
     for (const OpenMode mode : {OpenMode::read, OpenMode::write, OpenMode::create}) {
         const LogCapture log;
-        EXPECT_EQ(open(mode), FILE_OPEN_ERROR) << "mode " << mode;
-        EXPECT_EQ(file, nullptr) << "mode " << mode;
+        EXPECT_EQ(open(mode), FILE_OPEN_ERROR) << "mode " << openMode_number(mode);
+        EXPECT_EQ(file, nullptr) << "mode " << openMode_number(mode);
         EXPECT_EQ(log.warnings(),
                   std::vector<std::string>{warningLine("tableFileOpen", "fopen() failed: Is a directory")});
     }
@@ -127,9 +127,9 @@ TEST_F(TableFileOpening, ADirectoryIsRefusedInEveryMode) {
 TEST_F(TableFileOpening, AnUnknownModeOrNoPathIsAWrongParameter) {
     const LogCapture log;
     file = reinterpret_cast<TableFile*>(this);
-    EXPECT_EQ(open(-1), WRONG_PARAMETER_ERROR);
+    EXPECT_EQ(open(OpenMode{-1}), WRONG_PARAMETER_ERROR);
     EXPECT_EQ(file, nullptr) << "what stood there before must not be taken for a file";
-    EXPECT_EQ(open(3), WRONG_PARAMETER_ERROR);
+    EXPECT_EQ(open(OpenMode{3}), WRONG_PARAMETER_ERROR);
     EXPECT_EQ(tableFileOpen(&file, nullptr, OpenMode::create, &created), WRONG_PARAMETER_ERROR);
     EXPECT_TRUE(created) << "created tells of mode 2 even then";
     EXPECT_EQ(tableFileOpen(&file, nullptr, OpenMode::write, &created), WRONG_PARAMETER_ERROR);
@@ -151,10 +151,11 @@ TEST_F(TableFileOpening, InAMissingDirectoryFailsInEveryMode) {
     const std::string inside = directory.file("missing/orders");
     for (const OpenMode mode : {OpenMode::read, OpenMode::write, OpenMode::create}) {
         const LogCapture log;
-        EXPECT_EQ(tableFileOpen(&file, inside.c_str(), mode, nullptr), FILE_OPEN_ERROR) << "mode " << mode;
+        EXPECT_EQ(tableFileOpen(&file, inside.c_str(), mode, nullptr), FILE_OPEN_ERROR)
+            << "mode " << openMode_number(mode);
         EXPECT_EQ(log.warnings(),
                   std::vector<std::string>{warningLine("tableFileOpen", "fopen() failed: No such file or directory")})
-            << "mode " << mode << ": one warning, also when two modes were tried";
+            << "mode " << openMode_number(mode) << ": one warning, also when two modes were tried";
     }
 }
 

@@ -36,7 +36,7 @@ class TableFileSeek : public ::testing::Test {
 TEST_F(TableFileSeek, SeekingToExactlyTheEndSucceeds) {
     for (const OpenMode mode : {OpenMode::read, OpenMode::write}) {
         const TableFilePtr file = openTableFile(path, mode);
-        EXPECT_EQ(tableFileSeekSet(file.get(), 100), NO_ERROR) << "mode " << mode;
+        EXPECT_EQ(tableFileSeekSet(file.get(), 100), NO_ERROR) << "mode " << openMode_number(mode);
         EXPECT_EQ(positionOf(file), 100);
         EXPECT_EQ(tableFileSeekEnd(file.get(), 0), NO_ERROR);
         EXPECT_EQ(positionOf(file), 100);
@@ -122,8 +122,8 @@ TEST_F(TableFileSeek, SuccessfulSeeksWithinTheKnownSizeLogNothingAndCallNoSystem
         EXPECT_EQ(tableFileSeek(file.get(), -1, SEEK_FROM_END), NO_ERROR);
         EXPECT_EQ(positionOf(file), 99);
         EXPECT_EQ(tableFileSkip(file.get(), 1), NO_ERROR);
-        EXPECT_EQ(platform.sequence(), "") << "mode " << mode;
-        EXPECT_EQ(log.text(), "") << "mode " << mode;
+        EXPECT_EQ(platform.sequence(), "") << "mode " << openMode_number(mode);
+        EXPECT_EQ(log.text(), "") << "mode " << openMode_number(mode);
         EXPECT_EQ(file->physicalPos, 0) << "the stream was moved";
     }
 }

@@ -114,8 +114,9 @@ TEST_F(TableStorageOpening, AnExistingFileIsVerifiedLoadedAndReportedOnce) {
     writeFile(path, fakeTable(50, 100));
     for (const OpenMode mode : {OpenMode::read, OpenMode::write}) {
         owner.calls.clear();
-        ASSERT_EQ(init(mode), NO_ERROR) << "mode " << mode;
-        EXPECT_EQ(owner.calls, (Calls{"verifyHeader 19", "loadHeader 19", "opened 150 50 19"})) << "mode " << mode;
+        ASSERT_EQ(init(mode), NO_ERROR) << "mode " << openMode_number(mode);
+        EXPECT_EQ(owner.calls, (Calls{"verifyHeader 19", "loadHeader 19", "opened 150 50 19"}))
+            << "mode " << openMode_number(mode);
         EXPECT_EQ(owner.readMark, 19);
         EXPECT_EQ(owner.streamLength, 150);
         EXPECT_EQ(storage->headerSize, 50);
@@ -138,7 +139,7 @@ TEST_F(TableStorageOpening, AFileWithoutAWholeGenericHeaderIsTooShort) {
     bytes.resize(18);
     writeFile(path, bytes);
     for (const OpenMode mode : {OpenMode::read, OpenMode::write}) {
-        EXPECT_EQ(init(mode), FILE_SIZE_ERROR) << "mode " << mode;
+        EXPECT_EQ(init(mode), FILE_SIZE_ERROR) << "mode " << openMode_number(mode);
         EXPECT_EQ(owner.calls, Calls{}) << "it is not recovered either";
     }
     EXPECT_EQ(toHex(readFile(path)), toHex(bytes));
@@ -158,7 +159,7 @@ TEST_F(TableStorageOpening, AGenericHeaderThatIsRefusedEndsTheOpenBeforeTheTable
         patchFile(path, damage.offset, fromHex(damage.bytes));
         const Bytes before = readFile(path);
         for (const OpenMode mode : {OpenMode::read, OpenMode::write}) {
-            EXPECT_EQ(init(mode), damage.code) << "mode " << mode;
+            EXPECT_EQ(init(mode), damage.code) << "mode " << openMode_number(mode);
             EXPECT_EQ(owner.calls, Calls{}) << "code " << damage.code;
             expectNothingOpen();
         }
@@ -186,7 +187,7 @@ TEST_F(TableStorageOpening, FinalCodesOfTheTablesCheckAreNeverRecovered) {
         owner.verifyCode = code;
         for (const OpenMode mode : {OpenMode::read, OpenMode::write}) {
             owner.calls.clear();
-            EXPECT_EQ(init(mode), code) << "mode " << mode;
+            EXPECT_EQ(init(mode), code) << "mode " << openMode_number(mode);
             EXPECT_EQ(owner.calls, Calls{"verifyHeader 19"}) << "code " << code;
             expectNothingOpen();
         }
@@ -221,7 +222,7 @@ TEST_F(TableStorageOpening, OtherCodesOpenNothingForReading) {
 TEST_F(TableStorageOpening, AShortFileIsRecoveredForWriting) {
     writeFile(path, fakeTable(50, 100));
     owner.verifyCode = FILE_SIZE_ERROR;
-    owner.onRecover = [](TableFile* file) { tableFileTruncate(file, 120); };
+    owner.onRecover = [](TableFile* file) { EXPECT_EQ(tableFileTruncate(file, 120), NO_ERROR); };
     EXPECT_EQ(init(OpenMode::write), NO_ERROR);
     EXPECT_EQ(owner.calls, (Calls{"verifyHeader 19", "recover", "opened 120 50 19"}));
     EXPECT_EQ(log.warnings(),
@@ -273,13 +274,13 @@ TEST_F(TableStorageOpening, AFileHeldByAnotherWriterIsRefusedUntouched) {
 }
 
 TEST_F(TableStorageOpening, AnUnknownModeIsAWrongParameter) {
-    EXPECT_EQ(init(3), WRONG_PARAMETER_ERROR);
-    EXPECT_EQ(init(-1), WRONG_PARAMETER_ERROR);
+    EXPECT_EQ(init(OpenMode{3}), WRONG_PARAMETER_ERROR);
+    EXPECT_EQ(init(OpenMode{-1}), WRONG_PARAMETER_ERROR);
     EXPECT_FALSE(std::filesystem::exists(path));
 }
 
 TEST_F(TableStorageOpening, AConfigurationWithoutAMasterPathIsAWrongParameter) {
-    tableConfig_setPath(tableStorage_getConfig(storage.get()), 0, nullptr);
+    EXPECT_EQ(tableConfig_setPath(tableStorage_getConfig(storage.get()), 0, nullptr), NO_ERROR);
     EXPECT_EQ(init(OpenMode::write), WRONG_PARAMETER_ERROR);
 }
 

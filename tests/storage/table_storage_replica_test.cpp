@@ -281,7 +281,7 @@ TEST_F(TableStorageReplica, TheMastersSizeIsSetByTheFirstFile) {
     EXPECT_EQ(tableFileClose(file), NO_ERROR);
     file = nullptr;
     owner.verifyCode = FILE_SIZE_ERROR;
-    owner.onRecover = [](TableFile* recovered) { tableFileTruncate(recovered, 60); };
+    owner.onRecover = [](TableFile* recovered) { EXPECT_EQ(tableFileTruncate(recovered, 60), NO_ERROR); };
     EXPECT_EQ(open(0), NO_ERROR);
     EXPECT_EQ(masterSize, 60) << "the size behind the recovery";
     EXPECT_EQ(tableFileClose(file), NO_ERROR);

@@ -16,59 +16,61 @@ FaultPlatform* active = nullptr;
 
 // The plain functions that the record needs; they find the object through `active`.
 struct FaultPlatform::Hooks {
-    static int open(const char* path, FileAccess access, int* descriptor) {
-        const int error = active->record({FileCall::open, -1, -1, -1, access, path});
-        return error != 0 ? error : filePlatform_system().open(path, access, descriptor);
+    static SystemError open(const char* path, FileAccess access, int* descriptor) {
+        const SystemError error = active->record({FileCall::open, -1, -1, -1, access, path});
+        return error.failed() ? error : filePlatform_system().open(path, access, descriptor);
     }
-    static int lock(int descriptor) {
-        const int error = active->record({FileCall::lock, descriptor, -1, -1, FileAccess::read, ""});
-        return error != 0 ? error : filePlatform_system().lock(descriptor);
+    static SystemError lock(int descriptor) {
+        const SystemError error = active->record({FileCall::lock, descriptor, -1, -1, FileAccess::read, ""});
+        return error.failed() ? error : filePlatform_system().lock(descriptor);
     }
-    static int unlock(int descriptor) {
-        const int error = active->record({FileCall::unlock, descriptor, -1, -1, FileAccess::read, ""});
-        return error != 0 ? error : filePlatform_system().unlock(descriptor);
+    static SystemError unlock(int descriptor) {
+        const SystemError error = active->record({FileCall::unlock, descriptor, -1, -1, FileAccess::read, ""});
+        return error.failed() ? error : filePlatform_system().unlock(descriptor);
     }
-    static int readAt(int descriptor, void* buffer, std::size_t length, std::int64_t offset, std::size_t* transferred) {
+    static SystemError readAt(int descriptor, void* buffer, std::size_t length, std::int64_t offset,
+                              std::size_t* transferred) {
         *transferred = 0;
-        const int error = active->record(
+        const SystemError error = active->record(
             {FileCall::readAt, descriptor, offset, static_cast<std::int64_t>(length), FileAccess::read, ""});
-        return error != 0 ? error
-                          : filePlatform_system().readAt(descriptor, buffer, active->allowed(FileCall::readAt, length),
-                                                         offset, transferred);
+        return error.failed() ? error
+                              : filePlatform_system().readAt(
+                                    descriptor, buffer, active->allowed(FileCall::readAt, length), offset, transferred);
     }
-    static int writeAt(int descriptor, const void* buffer, std::size_t length, std::int64_t offset,
-                       std::size_t* transferred) {
+    static SystemError writeAt(int descriptor, const void* buffer, std::size_t length, std::int64_t offset,
+                               std::size_t* transferred) {
         *transferred = 0;
-        const int error = active->record(
+        const SystemError error = active->record(
             {FileCall::writeAt, descriptor, offset, static_cast<std::int64_t>(length), FileAccess::read, ""});
-        return error != 0 ? error
-                          : filePlatform_system().writeAt(
-                                descriptor, buffer, active->allowed(FileCall::writeAt, length), offset, transferred);
+        return error.failed()
+                   ? error
+                   : filePlatform_system().writeAt(descriptor, buffer, active->allowed(FileCall::writeAt, length),
+                                                   offset, transferred);
     }
-    static int sync(int descriptor) {
-        const int error = active->record({FileCall::sync, descriptor, -1, -1, FileAccess::read, ""});
-        return error != 0 || active->skipSyncs_ ? error : filePlatform_system().sync(descriptor);
+    static SystemError sync(int descriptor) {
+        const SystemError error = active->record({FileCall::sync, descriptor, -1, -1, FileAccess::read, ""});
+        return error.failed() || active->skipSyncs_ ? error : filePlatform_system().sync(descriptor);
     }
-    static int syncDirectory(const char* path) {
-        const int error = active->record({FileCall::syncDirectory, -1, -1, -1, FileAccess::read, path});
-        return error != 0 || active->skipSyncs_ ? error : filePlatform_system().syncDirectory(path);
+    static SystemError syncDirectory(const char* path) {
+        const SystemError error = active->record({FileCall::syncDirectory, -1, -1, -1, FileAccess::read, path});
+        return error.failed() || active->skipSyncs_ ? error : filePlatform_system().syncDirectory(path);
     }
-    static int truncate(int descriptor, std::int64_t length) {
-        const int error = active->record({FileCall::truncate, descriptor, length, -1, FileAccess::read, ""});
-        return error != 0 ? error : filePlatform_system().truncate(descriptor, length);
+    static SystemError truncate(int descriptor, std::int64_t length) {
+        const SystemError error = active->record({FileCall::truncate, descriptor, length, -1, FileAccess::read, ""});
+        return error.failed() ? error : filePlatform_system().truncate(descriptor, length);
     }
-    static int size(int descriptor, std::int64_t* size) {
-        const int error = active->record({FileCall::size, descriptor, -1, -1, FileAccess::read, ""});
-        return error != 0 ? error : filePlatform_system().size(descriptor, size);
+    static SystemError size(int descriptor, std::int64_t* size) {
+        const SystemError error = active->record({FileCall::size, descriptor, -1, -1, FileAccess::read, ""});
+        return error.failed() ? error : filePlatform_system().size(descriptor, size);
     }
-    static int close(int descriptor) {
-        const int error = active->record({FileCall::close, descriptor, -1, -1, FileAccess::read, ""});
-        const int closed = filePlatform_system().close(descriptor);
-        return error != 0 ? error : closed;
+    static SystemError close(int descriptor) {
+        const SystemError error = active->record({FileCall::close, descriptor, -1, -1, FileAccess::read, ""});
+        const SystemError closed = filePlatform_system().close(descriptor);
+        return error.failed() ? error : closed;
     }
-    static int remove(const char* path) {
-        const int error = active->record({FileCall::remove, -1, -1, -1, FileAccess::read, path});
-        return error != 0 ? error : filePlatform_system().remove(path);
+    static SystemError remove(const char* path) {
+        const SystemError error = active->record({FileCall::remove, -1, -1, -1, FileAccess::read, path});
+        return error.failed() ? error : filePlatform_system().remove(path);
     }
     static std::int64_t now() { return active->now_ >= 0 ? active->now_ : filePlatform_system().now(); }
 };
@@ -113,7 +115,7 @@ FaultPlatform::~FaultPlatform() {
     active = nullptr;
 }
 
-int FaultPlatform::record(const RecordedCall& call) {
+SystemError FaultPlatform::record(const RecordedCall& call) {
     calls_.push_back(call);
     const int number = ++counts_[call.call];
     int error = failAll_[call.call];

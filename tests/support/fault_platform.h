@@ -75,7 +75,7 @@ class FaultPlatform {
         TransferPart part = TransferPart::half;
     };
 
-    int record(const RecordedCall& call);
+    SystemError record(const RecordedCall& call);
     // The bytes that the transfer recorded last may move.
     std::size_t allowed(FileCall call, std::size_t length) const;
 

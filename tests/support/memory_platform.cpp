@@ -13,7 +13,7 @@ namespace {
 MemoryPlatform* active = nullptr;
 
 // A system's call leaves its error number in errno too.
-int failed(int error) {
+SystemError failed(int error) {
     errno = error;
     return error;
 }
@@ -22,7 +22,7 @@ int failed(int error) {
 
 // The plain functions that the record needs; they find the object through `active`.
 struct MemoryPlatform::Hooks {
-    static int open(const char* path, FileAccess access, int* descriptor) {
+    static SystemError open(const char* path, FileAccess access, int* descriptor) {
         const auto found = active->files_.find(path);
         const bool exists = found != active->files_.end();
         if (!exists && (access == FileAccess::read || access == FileAccess::readWrite)) {
@@ -39,7 +39,7 @@ struct MemoryPlatform::Hooks {
         active->descriptors_.emplace(*descriptor, Descriptor{file, access != FileAccess::read});
         return 0;
     }
-    static int lock(int descriptor) {
+    static SystemError lock(int descriptor) {
         const Descriptor* found = active->find(descriptor);
         if (found == nullptr) {
             return failed(EBADF);
@@ -50,7 +50,7 @@ struct MemoryPlatform::Hooks {
         found->file->lockedBy = descriptor;
         return 0;
     }
-    static int unlock(int descriptor) {
+    static SystemError unlock(int descriptor) {
         const Descriptor* found = active->find(descriptor);
         if (found == nullptr) {
             return failed(EBADF);
@@ -60,7 +60,8 @@ struct MemoryPlatform::Hooks {
         }
         return 0;
     }
-    static int readAt(int descriptor, void* buffer, std::size_t length, std::int64_t offset, std::size_t* transferred) {
+    static SystemError readAt(int descriptor, void* buffer, std::size_t length, std::int64_t offset,
+                              std::size_t* transferred) {
         *transferred = 0;
         const Descriptor* found = active->find(descriptor);
         if (found == nullptr || offset < 0) {
@@ -74,8 +75,8 @@ struct MemoryPlatform::Hooks {
         }
         return 0;
     }
-    static int writeAt(int descriptor, const void* buffer, std::size_t length, std::int64_t offset,
-                       std::size_t* transferred) {
+    static SystemError writeAt(int descriptor, const void* buffer, std::size_t length, std::int64_t offset,
+                               std::size_t* transferred) {
         *transferred = 0;
         const Descriptor* found = active->find(descriptor);
         if (found == nullptr || !found->writable || offset < 0) {
@@ -88,8 +89,8 @@ struct MemoryPlatform::Hooks {
         }
         const std::size_t end = static_cast<std::size_t>(offset) + length;
         if (length > 0 && end > bytes.size()) {
-            const int error = active->resize(found->file.get(), static_cast<std::int64_t>(end));
-            if (error != 0) {
+            const SystemError error = active->resize(found->file.get(), static_cast<std::int64_t>(end));
+            if (error.failed()) {
                 return error;
             }
         }
@@ -99,16 +100,18 @@ struct MemoryPlatform::Hooks {
         *transferred = length;
         return 0;
     }
-    static int sync(int descriptor) { return active->find(descriptor) == nullptr ? failed(EBADF) : 0; }
-    static int syncDirectory(const char*) { return 0; }
-    static int truncate(int descriptor, std::int64_t length) {
+    static SystemError sync(int descriptor) {
+        return active->find(descriptor) == nullptr ? failed(EBADF) : SystemError{};
+    }
+    static SystemError syncDirectory(const char*) { return 0; }
+    static SystemError truncate(int descriptor, std::int64_t length) {
         const Descriptor* found = active->find(descriptor);
         if (found == nullptr || !found->writable || length < 0) {
             return failed(EINVAL);
         }
         return active->resize(found->file.get(), length);
     }
-    static int size(int descriptor, std::int64_t* size) {
+    static SystemError size(int descriptor, std::int64_t* size) {
         const Descriptor* found = active->find(descriptor);
         if (found == nullptr) {
             return failed(EBADF);
@@ -116,11 +119,13 @@ struct MemoryPlatform::Hooks {
         *size = static_cast<std::int64_t>(found->file->bytes.size());
         return 0;
     }
-    static int close(int descriptor) {
-        unlock(descriptor);
-        return active->descriptors_.erase(descriptor) == 1 ? 0 : failed(EBADF);
+    static SystemError close(int descriptor) {
+        (void)unlock(descriptor);  // closing tells of a descriptor that is none
+        return active->descriptors_.erase(descriptor) == 1 ? SystemError{} : failed(EBADF);
     }
-    static int remove(const char* path) { return active->files_.erase(path) == 1 ? 0 : failed(ENOENT); }
+    static SystemError remove(const char* path) {
+        return active->files_.erase(path) == 1 ? SystemError{} : failed(ENOENT);
+    }
     static std::int64_t now() { return filePlatform_system().now(); }
     static bool writtenBeforeStart(int) { return false; }
 };
@@ -162,7 +167,7 @@ MemoryPlatform::Descriptor* MemoryPlatform::find(int descriptor) {
     return found == descriptors_.end() ? nullptr : &found->second;
 }
 
-int MemoryPlatform::resize(File* file, std::int64_t size) {
+SystemError MemoryPlatform::resize(File* file, std::int64_t size) {
     if (size > LARGEST_FILE) {
         refusedSizes_ += 1;
         return failed(EFBIG);

@@ -56,7 +56,7 @@ class MemoryPlatform {
     struct Hooks;
 
     Descriptor* find(int descriptor);
-    int resize(File* file, std::int64_t size);
+    SystemError resize(File* file, std::int64_t size);
 
     FilePlatform record_{};
     const FilePlatform* previous_ = nullptr;

@@ -48,16 +48,18 @@ void requireMessages(MessageTable* table, int thread, std::int32_t last) {
 
 void query(MessageTable* table, std::int32_t first, std::int32_t last, bool backward) {
     QueryConditionsPtr conditions(conditions_create());
-    conditions_setIterateBackward(conditions.get(), backward);
-    conditions_setSeqNumRange(conditions.get(), first, last);
-    conditions_addStringFilter(conditions.get(), 2, false, true);
-    conditions_setStringFilterValueCount(conditions.get(), last - first + 1);
+    requireCode(conditions_setIterateBackward(conditions.get(), backward), NO_ERROR, "a condition");
+    requireCode(conditions_setSeqNumRange(conditions.get(), first, last), NO_ERROR, "a condition");
+    requireCode(conditions_addStringFilter(conditions.get(), 2, false, true), NO_ERROR, "a condition");
+    requireCode(conditions_setStringFilterValueCount(conditions.get(), last - first + 1), NO_ERROR, "a condition");
     for (std::int32_t n = first; n <= last; ++n) {
-        conditions_setStringFilterValue(conditions.get(), ("F2-" + std::to_string(n)).c_str(), n - first);
+        requireCode(conditions_setStringFilterValue(conditions.get(), ("F2-" + std::to_string(n)).c_str(), n - first),
+                    NO_ERROR, "a condition");
     }
     const double low = 100.0 * first - 1;
     const double high = 100.0 * last + 1;
-    conditions_addDoubleFilter(conditions.get(), 0, &low, &high, 1, nullptr, 0, false);
+    requireCode(conditions_addDoubleFilter(conditions.get(), 0, &low, &high, 1, nullptr, 0, false), NO_ERROR,
+                "a condition");
     const MessageTableIteratorPtr iterator(mtIterator_open(table, conditions.release()));
     require(iterator != nullptr, "an iterator cannot be opened");
     std::int32_t found = 0;

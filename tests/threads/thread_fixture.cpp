@@ -31,7 +31,8 @@ void requireCode(ErrorCode actual, ErrorCode expected, const std::string& operat
 MessageTablePtr openOwn(const std::string& root, OpenMode mode, const TableShape& shape) {
     MessageTablePtr table(mt_create(makeConfig(root, shape)));
     require(table != nullptr, "a table cannot be created");
-    requireCode(mt_open(table.get(), mode), NO_ERROR, "opening " + shape.name + " in mode " + std::to_string(mode));
+    requireCode(mt_open(table.get(), mode), NO_ERROR,
+                "opening " + shape.name + " in mode " + std::to_string(openMode_number(mode)));
     return table;
 }
 

@@ -25,8 +25,9 @@ class ReadHook {
     ReadHook& operator=(const ReadHook&) = delete;
 
   private:
-    static int readAt(int descriptor, void* buffer, std::size_t length, std::int64_t offset, std::size_t* transferred) {
-        const int result = filePlatform_system().readAt(descriptor, buffer, length, offset, transferred);
+    static SystemError readAt(int descriptor, void* buffer, std::size_t length, std::int64_t offset,
+                              std::size_t* transferred) {
+        const SystemError result = filePlatform_system().readAt(descriptor, buffer, length, offset, transferred);
         then(*transferred);
         return result;
     }

@@ -18,13 +18,13 @@ WatchedTablePtr makeWatched(const std::string& root, const std::string& name, co
     KSVTboTableConfig* config = tableConfig_create(name.c_str(), 1);
     MessageTableLayout layout;
     layout.messagesPerBlock = shape.messagesPerBlock;
-    tableConfig_setPath(config, 0, root.c_str());
-    tableConfig_setParams(config, &layout, nullptr);
+    EXPECT_EQ(tableConfig_setPath(config, 0, root.c_str()), NO_ERROR);
+    EXPECT_EQ(tableConfig_setParams(config, &layout, nullptr), NO_ERROR);
     for (std::int32_t i = 0; i < shape.configuredStrings; ++i) {
-        tableConfig_addStringFieldName(config, ("S" + std::to_string(i)).c_str());
+        EXPECT_EQ(tableConfig_addStringFieldName(config, ("S" + std::to_string(i)).c_str()), NO_ERROR);
     }
     for (std::int32_t i = 0; i < shape.configuredNumbers; ++i) {
-        tableConfig_addNumericFieldName(config, ("N" + std::to_string(i)).c_str());
+        EXPECT_EQ(tableConfig_addNumericFieldName(config, ("N" + std::to_string(i)).c_str()), NO_ERROR);
     }
     return WatchedTablePtr(mt_create(config));
 }
@@ -115,7 +115,8 @@ void WatchRecord::clear() {
 WatchedTablePtr WatcherTest::open(const std::string& name, OpenMode mode) const {
     WatchedTablePtr table = makeWatched(directory.root(), name, shape);
     const ErrorCode code = mt_open(table.get(), mode);
-    EXPECT_EQ(code, NO_ERROR) << "opening " << name << " in mode " << mode << ": " << getErrorMessage(code);
+    EXPECT_EQ(code, NO_ERROR) << "opening " << name << " in mode " << openMode_number(mode) << ": "
+                              << getErrorMessage(code);
     return code == NO_ERROR ? std::move(table) : nullptr;
 }
 

@@ -44,9 +44,9 @@ TEST_F(JniException, ACodeIsThrownWithItsText) {
 }
 
 TEST_F(JniException, ACodeThatThereIsNotIsAnUnknownError) {
-    for (const ErrorCode code : {39, -1, 2147483647, 0}) {
-        throwTboException(env, code);
-        EXPECT_EQ(std::to_string(code) + " Unknown error", takeThrown());
+    for (const std::int32_t number : {39, -1, 2147483647, 0}) {
+        throwTboException(env, static_cast<ErrorCode>(number));
+        EXPECT_EQ(std::to_string(number) + " Unknown error", takeThrown());
     }
 }
 

@@ -11,10 +11,6 @@ namespace {
 
 constexpr std::int32_t otherKind = 3;
 
-struct BatchDeleter {
-    void operator()(MessageBatch* batch) const { messageBatch_destroy(batch); }
-};
-
 class MessageBatches : public WithJvm {
   protected:
     void SetUp() override {
@@ -24,8 +20,8 @@ class MessageBatches : public WithJvm {
         }
     }
 
-    std::unique_ptr<MessageBatch, BatchDeleter> batchOf(std::int32_t kind) {
-        return std::unique_ptr<MessageBatch, BatchDeleter>(messageBatch_create(env, receiver, "Receiver", kind));
+    MessageBatchPtr batchOf(std::int32_t kind) {
+        return MessageBatchPtr(messageBatch_create(env, receiver, "Receiver", kind));
     }
 
     // Adds a message with these last two strings, behind two others; null is an absent one.
@@ -68,7 +64,7 @@ TEST_F(MessageBatches, EveryNumberButTheTwoKnownOnesIsTheOtherKind) {
 
 TEST_F(MessageBatches, TextsOfTheOtherKindAreDecoded) {
     const auto batch = batchOf(otherKind);
-    add(batch.get(), 1, "\xF0\x9F\x98\x80", "\xC3\xA9");
+    EXPECT_EQ(NO_ERROR, add(batch.get(), 1, "\xF0\x9F\x98\x80", "\xC3\xA9"));
     EXPECT_EQ(NO_ERROR, messageBatch_handOver(batch.get(), &stop));
     EXPECT_EQ("1 \xED\xA0\xBD\xED\xB8\x80 \xC3\xA9\ntext 1 1 1 1", take(receiver));
 }
@@ -76,8 +72,8 @@ TEST_F(MessageBatches, TextsOfTheOtherKindAreDecoded) {
 TEST_F(MessageBatches, TheCompactKindHandsOverUniformIdsAndWireMessages) {
     const auto batch = batchOf(BATCH_COMPACT);
     ASSERT_NE(nullptr, batch);
-    add(batch.get(), 1, "wire", "rest");
-    add(batch.get(), 2, nullptr, "rest");
+    EXPECT_EQ(NO_ERROR, add(batch.get(), 1, "wire", "rest"));
+    EXPECT_EQ(NO_ERROR, add(batch.get(), 2, nullptr, "rest"));
     EXPECT_EQ(NO_ERROR, messageBatch_handOver(batch.get(), &stop));
     EXPECT_EQ("1001 wire\n1002 null\ncompact 2 2 2", take(receiver));
 }
@@ -85,8 +81,8 @@ TEST_F(MessageBatches, TheCompactKindHandsOverUniformIdsAndWireMessages) {
 TEST_F(MessageBatches, ThePlainKindHandsOverTimeStampsAndBytes) {
     const auto batch = batchOf(BATCH_PLAIN);
     ASSERT_NE(nullptr, batch);
-    add(batch.get(), 1, "wire", "rest");
-    add(batch.get(), 2, "", nullptr);
+    EXPECT_EQ(NO_ERROR, add(batch.get(), 1, "wire", "rest"));
+    EXPECT_EQ(NO_ERROR, add(batch.get(), 2, "", nullptr));
     EXPECT_EQ(NO_ERROR, messageBatch_handOver(batch.get(), &stop));
     EXPECT_EQ("1 wire rest\n2  null\nbytes 2 2 2 2", take(receiver));
 }
@@ -102,7 +98,7 @@ TEST_F(MessageBatches, AValueIsHandedOverWithoutTheNulThatEndsIt) {
 
 TEST_F(MessageBatches, AnEmptyBatchIsHandedOverToo) {
     const auto batch = batchOf(otherKind);
-    add(batch.get(), 1, "wire", "rest");
+    EXPECT_EQ(NO_ERROR, add(batch.get(), 1, "wire", "rest"));
     EXPECT_EQ(NO_ERROR, messageBatch_handOver(batch.get(), &stop));
     take(receiver);
     EXPECT_EQ(NO_ERROR, messageBatch_handOver(batch.get(), &stop));
@@ -143,7 +139,7 @@ TEST_F(MessageBatches, AnyAnswerOtherThanZeroStopsAndTheMessageIsNotAdded) {
 
 TEST_F(MessageBatches, AReceiverThatThrowsIsAJniErrorAndItsExceptionIsCleared) {
     const auto batch = batchOf(otherKind);
-    add(batch.get(), 1, "wire", "rest");
+    EXPECT_EQ(NO_ERROR, add(batch.get(), 1, "wire", "rest"));
     setField(receiver, "throwing", true);
     EXPECT_EQ(JNI_ERROR, messageBatch_handOver(batch.get(), &stop));
     EXPECT_FALSE(stop);

@@ -54,7 +54,7 @@ class UnattachedThreads : public WithJvm {
 
     KSVTboTableConfig* configuration() const {
         KSVTboTableConfig* config = tableConfig_create("orders", 1);
-        tableConfig_setPath(config, 0, directory.root().c_str());
+        EXPECT_EQ(tableConfig_setPath(config, 0, directory.root().c_str()), NO_ERROR);
         return config;
     }
 
