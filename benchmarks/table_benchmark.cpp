@@ -185,7 +185,7 @@ ErrorCode countBlock(std::int32_t* answer, void* context, const BlockSummary* su
                      std::int32_t numberCount) {
     const ErrorCode code = calls.match(answer, context, summary, metadata, strings, stringCount, numbers, numberCount);
     if (summary != nullptr) {
-        if (*answer != MATCH_STOP) {
+        if (*answer != Visit::skipBlock) {
             fail("a block is not skipped that cannot match");
         }
         calls.perSkippedBlock.push_back(calls.sinceBlock);

@@ -4,7 +4,7 @@
 #include <cstring>
 
 #include "messagetable/block_summary.h"
-#include "messagetable/message_frames.h"
+#include "messagetable/block_writer.h"
 #include "messagetable/table_header.h"
 #include "storage/generic_header.h"
 

@@ -86,7 +86,7 @@ ErrorCode countBlocks(std::int32_t* answer, void* iterator, const BlockSummary* 
     const ErrorCode code =
         blocks.operation(answer, iterator, summary, metadata, strings, stringCount, numbers, numberCount);
     if (summary != nullptr) {
-        (*answer == MATCH_STOP ? blocks.skipped : blocks.opened) += 1;
+        (*answer == Visit::skipBlock ? blocks.skipped : blocks.opened) += 1;
     }
     return code;
 }

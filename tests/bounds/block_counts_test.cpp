@@ -165,12 +165,12 @@ TEST_P(BlockCounts, AreWrittenReadClosedRecoveredAndContinued) {
     open(OpenMode::write);
     EXPECT_TRUE(log.warnings().empty()) << "a table that was closed is not recovered";
     checkAll("the writer that has opened it again");
-    EXPECT_EQ(table->dataInfo.messageCount, count);
+    EXPECT_EQ(table->records.dataInfo.messageCount, count);
     // One more message and no close: the next open recovers.
     ASSERT_EQ(writeMessage(table.get(), simpleMessage(count + 1, shape)), NO_ERROR);
     ASSERT_EQ(writeMessage(table.get(), simpleMessage(count + 2, shape)), NO_ERROR);
     open(OpenMode::write);
-    EXPECT_EQ(table->dataInfo.messageCount, count + 2);
+    EXPECT_EQ(table->records.dataInfo.messageCount, count + 2);
     const std::vector<Message> messages = messagesIn(directory.root(), shape);
     EXPECT_TRUE(messages == simpleMessages(1, count + 2, shape)) << messages.size() << " messages after recovery";
     reportFigure("bounds", "tables of 0 to 2001 messages", 1);
@@ -189,7 +189,7 @@ TEST_P(BlockCounts, AreRecoveredFromAFileThatWasNeverClosed) {
     appendFile(directory.file(shape.name), torn);
     open(OpenMode::write);
     EXPECT_EQ(log.warnings().size(), 1U) << "one recovery";
-    EXPECT_EQ(table->dataInfo.messageCount, count);
+    EXPECT_EQ(table->records.dataInfo.messageCount, count);
     checkAll("the writer after recovery");
     ASSERT_EQ(mt_drop(table.get()), NO_ERROR);
     EXPECT_TRUE(readAll(table.get()).messages.empty());

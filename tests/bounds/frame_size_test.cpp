@@ -62,7 +62,7 @@ TEST_F(FrameSize, SixteenMebibytesAreStoredReadSelectedAndRecovered) {
     ASSERT_EQ(write(messages.back()), NO_ERROR);
     EXPECT_TRUE(sameMessages(messagesIn(directory.root(), shape), messages)) << "a reader beside the writer";
     open(OpenMode::write);  // the one before was abandoned
-    EXPECT_EQ(table->dataInfo.messageCount, 5);
+    EXPECT_EQ(table->records.dataInfo.messageCount, 5);
     EXPECT_TRUE(sameMessages(readAll(table.get()).messages, messages)) << "forward after recovery";
     std::vector<Message> backward = readAllBackward(table.get()).messages;
     std::reverse(backward.begin(), backward.end());
@@ -139,7 +139,7 @@ class LargestFrame : public FrameSize {
     void expectRefused(ErrorCode code) {
         EXPECT_EQ(code, STREAM_EXTENSION_ERROR);
         EXPECT_EQ(fileBytes(), before) << "a refused message must leave the file as it was";
-        EXPECT_EQ(table->dataInfo.messageCount, 1);
+        EXPECT_EQ(table->records.dataInfo.messageCount, 1);
         ASSERT_EQ(write(simpleMessage(2, shape)), NO_ERROR);
         ASSERT_EQ(write(simpleMessage(3, shape)), NO_ERROR);
         ASSERT_EQ(write(simpleMessage(4, shape)), NO_ERROR);
@@ -221,7 +221,7 @@ TEST_F(LargestFrameInALongRun, IsStoredRecoveredAndReadBothWays) {
     ASSERT_EQ(write(simpleMessage(3, shape)), NO_ERROR);
     ASSERT_EQ(write(simpleMessage(4, shape)), NO_ERROR);
     open(OpenMode::write);
-    EXPECT_EQ(table->dataInfo.messageCount, 4);
+    EXPECT_EQ(table->records.dataInfo.messageCount, 4);
     const MessageFramesPtr frames(mfr_create(table->storage.get(), &table->header.layout));
     const auto shortText = static_cast<std::int32_t>(simpleMessage(1, shape).strings[WIRE_MESSAGE]->size());
     const std::vector<std::int32_t> expected = {shortText, static_cast<std::int32_t>(LARGEST_ACCEPTED - BARE_FRAME),

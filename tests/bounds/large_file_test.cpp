@@ -191,8 +191,8 @@ TEST_F(LargeFile, IsRecoveredWalkedQueriedAndContinuedBeyondTwoAndFourGibibytes)
     // Recovery finds the frames, and closes both blocks behind 2 and 4 GiB.
     open(OpenMode::write);
     EXPECT_EQ(fileSize(), HEADER + 2 * FULL_BLOCK);
-    EXPECT_EQ(table->dataInfo.messageCount, LARGE_MESSAGES);
-    EXPECT_EQ(static_cast<std::int64_t>(table->dataInfo.dataEnd), HEADER + 2 * FULL_BLOCK);
+    EXPECT_EQ(table->records.dataInfo.messageCount, LARGE_MESSAGES);
+    EXPECT_EQ(static_cast<std::int64_t>(table->records.dataInfo.dataEnd), HEADER + 2 * FULL_BLOCK);
     const std::int32_t last = LARGE_MESSAGES + PER_BLOCK + 2;
     writeBare(LARGE_MESSAGES + 1, last);
     checkFarEnd("the writer", last);
@@ -211,7 +211,7 @@ TEST_F(LargeFile, IsRecoveredWalkedQueriedAndContinuedBeyondTwoAndFourGibibytes)
     table.reset();
     std::filesystem::resize_file(directory.file(shape.name), static_cast<std::uintmax_t>(fileSize() - 20));
     open(OpenMode::write);
-    EXPECT_EQ(table->dataInfo.messageCount, last - 1);
+    EXPECT_EQ(table->records.dataInfo.messageCount, last - 1);
     checkFarEnd("the writer after a second recovery", last - 1);
     writeBare(last, last);
     ASSERT_EQ(closeTable(table), NO_ERROR);
@@ -231,7 +231,7 @@ TEST_F(LargeFile, IsCutInAClosedBlockBeyondFourGibibytesAndKeepsWhatIsWhole) {
                                  static_cast<std::uintmax_t>(secondBlock + 8 + (PER_BLOCK - 1) * FRAME + 100));
     log.clear();
     open(OpenMode::write);
-    EXPECT_EQ(table->dataInfo.messageCount, LARGE_MESSAGES - 1);
+    EXPECT_EQ(table->records.dataInfo.messageCount, LARGE_MESSAGES - 1);
     EXPECT_EQ(fileSize(), secondBlock + 8 + (PER_BLOCK - 1) * FRAME);
     writeBare(LARGE_MESSAGES, LARGE_MESSAGES);
     EXPECT_EQ(mt_openBlockStart(table.get()), fileSize()) << "the block is full again";

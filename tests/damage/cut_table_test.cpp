@@ -102,7 +102,7 @@ class CutTable : public ::testing::TestWithParam<Kind> {
         const ReadMessages read = readAll(table.get());
         EXPECT_EQ(read.code, NO_ERROR);
         ASSERT_EQ(read.messages, first(count));
-        ASSERT_EQ(table->dataInfo.messageCount, count);
+        ASSERT_EQ(table->records.dataInfo.messageCount, count);
         ASSERT_EQ(difference(file(), recoveredFrom(damaged, count)), "") << "right behind the recovery";
         salvaged = others();
         expectSaved(damaged);
@@ -303,7 +303,7 @@ TEST_P(CrashedTable, InTheWriteOfTheHeadersRecords) {
         MessageTablePtr table = openTable(MEMORY_ROOT, OpenMode::write, shape);
         ASSERT_NE(table, nullptr);
         ASSERT_EQ(readAll(table.get()).messages, first(11));
-        ASSERT_EQ(table->staticIndexes.lastUniform, 11);
+        ASSERT_EQ(table->records.staticIndexes.lastUniform, 11);
         for (std::int32_t i = 11; i < 11 + APPENDED; ++i) {
             ASSERT_EQ(writeMessage(table.get(), messages[static_cast<std::size_t>(i)]), NO_ERROR);
         }

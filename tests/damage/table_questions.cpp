@@ -79,7 +79,7 @@ ErrorCode collect(std::int32_t* stop, void* context, const BlockSummary* summary
                   std::int32_t numberCount) {
     if (summary == nullptr && metadata != nullptr &&
         !static_cast<Collector*>(context)->take(*metadata, strings, stringCount, numbers, numberCount)) {
-        *stop = MATCH_YES;
+        *stop = Visit::stop;
     }
     return NO_ERROR;
 }

@@ -75,7 +75,7 @@ ErrorCode readById(MemoryStage& stage, Digests* answer) {
 ErrorCode refresh(MemoryStage& stage, Digests* answer) {
     const ErrorCode code = mt_refresh(stage.table.get());
     if (code == NO_ERROR) {
-        answer->add(stage.table->staticIndexes.lastUniform);
+        answer->add(stage.table->records.staticIndexes.lastUniform);
         answer->add(mt_openBlockStart(stage.table.get()));
     }
     return code;

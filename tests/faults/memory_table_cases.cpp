@@ -60,8 +60,8 @@ template <OpenMode mode>
 ErrorCode open(MemoryStage& stage, Digests* answer) {
     const ErrorCode code = mt_open(stage.table.get(), mode);
     if (code == NO_ERROR) {
-        answer->add(stage.table->dataInfo.messageCount);
-        answer->add(stage.table->staticIndexes.lastUniform);
+        answer->add(stage.table->records.dataInfo.messageCount);
+        answer->add(stage.table->records.staticIndexes.lastUniform);
         answer->add(mt_openBlockStart(stage.table.get()));
     }
     return code;
@@ -80,7 +80,7 @@ ErrorCode write(MemoryStage& stage, Digests* answer) {
         }
         stage.attempts += 1;
     }
-    answer->add(stage.table->dataInfo.messageCount);
+    answer->add(stage.table->records.dataInfo.messageCount);
     return NO_ERROR;
 }
 
@@ -95,7 +95,7 @@ ErrorCode writeRaw(MemoryStage& stage, Digests* answer) {
     const ErrorCode code =
         mt_writeRawMessage(stage.table.get(), stage.bytes.data(), static_cast<std::int32_t>(stage.bytes.size()));
     if (code == NO_ERROR) {
-        answer->add(stage.table->dataInfo.messageCount);
+        answer->add(stage.table->records.dataInfo.messageCount);
     }
     return code;
 }

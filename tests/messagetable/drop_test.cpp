@@ -29,10 +29,10 @@ TEST_F(Drop, LeavesTheFileOfANewTable) {
     ASSERT_EQ(writeSimple(1, 10), NO_ERROR);
     ASSERT_EQ(mt_drop(table.get()), NO_ERROR);
     EXPECT_EQ(difference(fileBytes(), created()), "");
-    EXPECT_EQ(table->dataInfo.messageCount, 0);
-    EXPECT_EQ(table->dataInfo.dataEnd, created().size());
-    EXPECT_EQ(table->blockInfo.lastBlockEnd, created().size());
-    EXPECT_EQ(table->staticIndexes, mthStaticIndexes{});
+    EXPECT_EQ(table->records.dataInfo.messageCount, 0);
+    EXPECT_EQ(table->records.dataInfo.dataEnd, created().size());
+    EXPECT_EQ(table->records.blockInfo.lastBlockEnd, created().size());
+    EXPECT_EQ(table->records.staticIndexes, mthStaticIndexes{});
     EXPECT_EQ(readAll(table.get()).messages.size(), 0U);
 }
 
@@ -108,7 +108,7 @@ TEST_F(Drop, ThatCannotCutTheFileLosesNoMessage) {
         platform.failAll(FileCall::truncate, EIO);
         EXPECT_EQ(mt_drop(table.get()), FILE_TRUNCATE_ERROR);
     }
-    EXPECT_EQ(table->dataInfo.messageCount, 6);
+    EXPECT_EQ(table->records.dataInfo.messageCount, 6);
     ASSERT_EQ(writeSimple(7, 9), NO_ERROR) << "the table is still open";
     ASSERT_EQ(closeTable(table), NO_ERROR);
     EXPECT_EQ(difference(fileBytes(), closed(9)), "");
@@ -125,7 +125,7 @@ TEST_F(Drop, ThatCannotOpenTheFileAnewLeavesATableThatRefusesWrites) {
     EXPECT_EQ(writeSimple(7, 7), FILE_WRITE_ERROR);
     EXPECT_EQ(mt_close(table.get()), NO_ERROR) << "nothing is open that could be saved";
     EXPECT_EQ(mt_open(table.get(), OpenMode::write), NO_ERROR);
-    EXPECT_EQ(table->dataInfo.messageCount, 0);
+    EXPECT_EQ(table->records.dataInfo.messageCount, 0);
 }
 
 TEST_F(Drop, TruncatingTheStorageAloneCutsToTheHeader) {

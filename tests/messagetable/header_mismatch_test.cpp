@@ -149,7 +149,7 @@ TEST_F(HeaderMismatch, AnEmptyNameStoredWithItsNulEqualsAnAbsentOneAndTheTableWo
     EXPECT_EQ(fileBytes()[static_cast<std::size_t>(size) - 89], 0) << "the stored name was overwritten by the tail";
     EXPECT_EQ(u64At(fileBytes(), static_cast<std::size_t>(size) - 88 + 16), fileBytes().size());
     open(OpenMode::write);
-    EXPECT_EQ(table->dataInfo.messageCount, 4);
+    EXPECT_EQ(table->records.dataInfo.messageCount, 4);
     EXPECT_TRUE(log.warnings().empty()) << "the tail stands at its place: " << log.warnings().front();
 }
 

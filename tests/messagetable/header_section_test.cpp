@@ -135,10 +135,10 @@ TEST_F(HeaderSection, WritingOneResetsBookkeepingIndexesAndWriter) {
     byteStream_putBytes(stream.get(), expectedGenericHeader(0).data(), 19);
     ASSERT_EQ(mtX_writeHeader(table.get(), stream.get()), NO_ERROR);
     EXPECT_EQ(byteStream_writeMark(stream.get()), 140);
-    EXPECT_EQ(table->blockInfo.lastBlockEnd, 0U);
-    EXPECT_EQ(table->dataInfo.dataEnd, 140U);
-    EXPECT_EQ(table->dataInfo.messageCount, 0);
-    EXPECT_TRUE(table->staticIndexes == mthStaticIndexes{});
+    EXPECT_EQ(table->records.blockInfo.lastBlockEnd, 0U);
+    EXPECT_EQ(table->records.dataInfo.dataEnd, 140U);
+    EXPECT_EQ(table->records.dataInfo.messageCount, 0);
+    EXPECT_TRUE(table->records.staticIndexes == mthStaticIndexes{});
     EXPECT_EQ(table->frames->summary.messageCount, 0);
     EXPECT_TRUE(table->frames->summary.staticIndexes == mthStaticIndexes{});
     const std::uint8_t* begin = byteStream_buffer(stream.get());
@@ -280,11 +280,11 @@ TEST_F(HeaderSection, ThatIsWholeGivesTheTableItsStoredValues) {
     patchFile(path(), MESSAGE_COUNT, int32Bytes(12));
     patchFile(path(), INDEXES, int32Bytes(0x20000000));
     ASSERT_EQ(verify(), NO_ERROR);
-    EXPECT_EQ(table->blockInfo.reserved, 0x0102030405060708U);
-    EXPECT_EQ(table->blockInfo.lastBlockEnd, 0U);
-    EXPECT_EQ(table->dataInfo.dataEnd, 140U);
-    EXPECT_EQ(table->dataInfo.messageCount, 12);
-    EXPECT_EQ(table->staticIndexes.connMsgIds[APP_FROM], 0x20000000);
+    EXPECT_EQ(table->records.blockInfo.reserved, 0x0102030405060708U);
+    EXPECT_EQ(table->records.blockInfo.lastBlockEnd, 0U);
+    EXPECT_EQ(table->records.dataInfo.dataEnd, 140U);
+    EXPECT_EQ(table->records.dataInfo.messageCount, 12);
+    EXPECT_EQ(table->records.staticIndexes.connMsgIds[APP_FROM], 0x20000000);
 }
 
 TEST_F(HeaderSection, ThatIsRefusedLeavesTheTablesRecordsAsTheyWere) {
@@ -293,9 +293,9 @@ TEST_F(HeaderSection, ThatIsRefusedLeavesTheTablesRecordsAsTheyWere) {
     patchFile(path(), 52, ExpectedBytes().u64(99).bytes());
     patchFile(path(), MESSAGE_COUNT, int32Bytes(-1));
     ASSERT_EQ(verify(), HEADER_CORRUPTED_ERROR);
-    EXPECT_EQ(table->blockInfo.reserved, 0U);
-    EXPECT_EQ(table->dataInfo.dataEnd, 0U);
-    EXPECT_EQ(table->dataInfo.messageCount, 0);
+    EXPECT_EQ(table->records.blockInfo.reserved, 0U);
+    EXPECT_EQ(table->records.dataInfo.dataEnd, 0U);
+    EXPECT_EQ(table->records.dataInfo.messageCount, 0);
 }
 
 }  // namespace

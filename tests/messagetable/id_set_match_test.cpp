@@ -19,7 +19,7 @@ constexpr std::int32_t RESENT_FIRST = 0x5FFFFFFF;
 // Takes what the match hands on, and answers what a test wants.
 struct Consumer {
     std::vector<std::int32_t> ids;
-    std::int32_t answer = MATCH_NO;
+    std::int32_t answer = Visit::goOn;
     ErrorCode code = NO_ERROR;
     std::int32_t answerBefore = -1;
     bool fieldsArrived = true;
@@ -50,7 +50,7 @@ class IdSet : public ::testing::Test {
     std::int32_t askMessage(std::int32_t connMsgId) {
         MessageMetadata metadata;
         metadata.connMsgId = connMsgId;
-        std::int32_t answer = MATCH_STOP;
+        std::int32_t answer = Visit::skipBlock;
         code = query_matchIdSet(&answer, &match, nullptr, &metadata, someStrings, 2, someNumbers, 1);
         return answer;
     }
@@ -77,9 +77,9 @@ class IdSet : public ::testing::Test {
 };
 
 TEST_F(IdSet, TheAnswersAreTheirNumbers) {
-    EXPECT_EQ(static_cast<std::int32_t>(MATCH_NO), 0);
-    EXPECT_EQ(static_cast<std::int32_t>(MATCH_YES), 1);
-    EXPECT_EQ(static_cast<std::int32_t>(MATCH_STOP), 2);
+    EXPECT_EQ(static_cast<std::int32_t>(Visit::goOn), 0);
+    EXPECT_EQ(static_cast<std::int32_t>(Visit::stop), 1);
+    EXPECT_EQ(static_cast<std::int32_t>(Visit::skipBlock), 2);
 }
 
 TEST_F(IdSet, TheBoundsAreTheSmallestAndLargestIdOfEachClass) {
@@ -102,24 +102,24 @@ TEST_F(IdSet, IdsWithoutAClassAreIgnored) {
         EXPECT_EQ(match.lower[c].connMsgId, -1);
         EXPECT_EQ(match.upper[c].connMsgId, -1);
     }
-    EXPECT_EQ(askMessage(-1), MATCH_NO);
-    EXPECT_EQ(askMessage(-5), MATCH_NO);
+    EXPECT_EQ(askMessage(-1), Visit::goOn);
+    EXPECT_EQ(askMessage(-5), Visit::goOn);
     EXPECT_TRUE(consumer.ids.empty()) << "a message without a class is not delivered";
-    EXPECT_EQ(askBlock({1, -1}), MATCH_STOP);
+    EXPECT_EQ(askBlock({1, -1}), Visit::skipBlock);
 }
 
 TEST_F(IdSet, TheIdZeroIsAnIdLikeAnyOther) {
     request({0});
     EXPECT_EQ(match.lower[APP_TO].connMsgId, 0);
-    EXPECT_EQ(askMessage(0), MATCH_NO);
+    EXPECT_EQ(askMessage(0), Visit::goOn);
     EXPECT_EQ(consumer.ids, std::vector<std::int32_t>{0});
-    EXPECT_EQ(askBlock({0}), MATCH_NO);
+    EXPECT_EQ(askBlock({0}), Visit::goOn);
 }
 
 TEST_F(IdSet, ExactlyTheRequestedIdsReachTheConsumerAndNotAllOfTheirRange) {
     request({3, 7, APP_FROM_FIRST});
     for (const std::int32_t id : {2, 3, 4, 5, 6, 7, 8, APP_FROM_FIRST, APP_FROM_FIRST + 1, RESENT_FIRST, -1}) {
-        EXPECT_EQ(askMessage(id), MATCH_NO);
+        EXPECT_EQ(askMessage(id), Visit::goOn);
     }
     EXPECT_EQ(consumer.ids, (std::vector<std::int32_t>{3, 7, APP_FROM_FIRST}));
     EXPECT_TRUE(consumer.fieldsArrived);
@@ -127,18 +127,18 @@ TEST_F(IdSet, ExactlyTheRequestedIdsReachTheConsumerAndNotAllOfTheirRange) {
 
 TEST_F(IdSet, AnIdGivenTwiceDeliversItsMessageOnce) {
     request({7, 3, 7, 3, 7});
-    EXPECT_EQ(askMessage(7), MATCH_NO);
+    EXPECT_EQ(askMessage(7), Visit::goOn);
     EXPECT_EQ(consumer.ids, std::vector<std::int32_t>{7});
 }
 
 TEST_F(IdSet, TheConsumerDecidesTheAnswerWhichIsMatchNoBefore) {
     request({7});
-    for (const std::int32_t answer : {MATCH_NO, MATCH_YES, MATCH_STOP}) {
+    for (const std::int32_t answer : {Visit::goOn, Visit::stop, Visit::skipBlock}) {
         consumer.answer = answer;
         EXPECT_EQ(askMessage(7), answer);
-        EXPECT_EQ(consumer.answerBefore, MATCH_NO);
+        EXPECT_EQ(consumer.answerBefore, Visit::goOn);
     }
-    EXPECT_EQ(askMessage(8), MATCH_NO) << "a message that was not asked for is skipped";
+    EXPECT_EQ(askMessage(8), Visit::goOn) << "a message that was not asked for is skipped";
 }
 
 TEST_F(IdSet, TheConsumersCodeIsReturned) {
@@ -152,23 +152,23 @@ TEST_F(IdSet, TheConsumersCodeIsReturned) {
 
 TEST_F(IdSet, ABlockIsSkippedUnlessARangeOfSomeClassTouchesItsOwn) {
     request({10, 20, ADMIN_TO_FIRST + 5});
-    EXPECT_EQ(askBlock({9}), MATCH_STOP);
-    EXPECT_EQ(askBlock({10}), MATCH_NO);
-    EXPECT_EQ(askBlock({15}), MATCH_NO) << "within the range, though not asked for: its messages decide";
-    EXPECT_EQ(askBlock({20, 30}), MATCH_NO);
-    EXPECT_EQ(askBlock({21, 30}), MATCH_STOP);
-    EXPECT_EQ(askBlock({5, 25}), MATCH_NO);
-    EXPECT_EQ(askBlock({9, ADMIN_TO_FIRST + 5}), MATCH_NO) << "one class is enough";
-    EXPECT_EQ(askBlock({9, ADMIN_TO_FIRST + 6}), MATCH_STOP);
-    EXPECT_EQ(askBlock({RESENT_FIRST}), MATCH_STOP) << "a class without ids in the block";
-    EXPECT_EQ(askBlock({-1}), MATCH_STOP) << "no id of any class";
+    EXPECT_EQ(askBlock({9}), Visit::skipBlock);
+    EXPECT_EQ(askBlock({10}), Visit::goOn);
+    EXPECT_EQ(askBlock({15}), Visit::goOn) << "within the range, though not asked for: its messages decide";
+    EXPECT_EQ(askBlock({20, 30}), Visit::goOn);
+    EXPECT_EQ(askBlock({21, 30}), Visit::skipBlock);
+    EXPECT_EQ(askBlock({5, 25}), Visit::goOn);
+    EXPECT_EQ(askBlock({9, ADMIN_TO_FIRST + 5}), Visit::goOn) << "one class is enough";
+    EXPECT_EQ(askBlock({9, ADMIN_TO_FIRST + 6}), Visit::skipBlock);
+    EXPECT_EQ(askBlock({RESENT_FIRST}), Visit::skipBlock) << "a class without ids in the block";
+    EXPECT_EQ(askBlock({-1}), Visit::skipBlock) << "no id of any class";
     EXPECT_TRUE(log.all().empty()) << log.all().front();
 }
 
 TEST_F(IdSet, WithoutIdsEveryBlockIsSkipped) {
     request({});
-    EXPECT_EQ(askBlock({0, APP_FROM_FIRST}), MATCH_STOP);
-    EXPECT_EQ(askMessage(0), MATCH_NO);
+    EXPECT_EQ(askBlock({0, APP_FROM_FIRST}), Visit::skipBlock);
+    EXPECT_EQ(askMessage(0), Visit::goOn);
     EXPECT_TRUE(consumer.ids.empty());
 }
 

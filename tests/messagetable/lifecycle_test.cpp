@@ -98,10 +98,10 @@ TEST_F(Lifecycle, ACreatedTableHasNoFilesAndNothingInItsBooks) {
     table = createTable(directory.root(), shape);
     EXPECT_FALSE(std::filesystem::exists(path()));
     EXPECT_FALSE(tableStorage_isActive(table->storage.get()));
-    EXPECT_EQ(table->blockInfo.lastBlockEnd, 0U);
-    EXPECT_EQ(table->dataInfo.dataEnd, 0U);
-    EXPECT_EQ(table->dataInfo.messageCount, 0);
-    EXPECT_EQ(table->staticIndexes, mthStaticIndexes{});
+    EXPECT_EQ(table->records.blockInfo.lastBlockEnd, 0U);
+    EXPECT_EQ(table->records.dataInfo.dataEnd, 0U);
+    EXPECT_EQ(table->records.dataInfo.messageCount, 0);
+    EXPECT_EQ(table->records.staticIndexes, mthStaticIndexes{});
 }
 
 // The capture of the log would allocate, so this one goes without.
@@ -137,8 +137,8 @@ TEST_F(Lifecycle, AMissingFileIsCreatedInModes1And2AndRefusedInMode0) {
     for (const OpenMode mode : {OpenMode::write, OpenMode::create}) {
         open(mode);
         ASSERT_NE(table, nullptr);
-        EXPECT_EQ(table->blockInfo.lastBlockEnd, 140U) << "the first block begins behind the header";
-        EXPECT_EQ(table->dataInfo.dataEnd, 140U);
+        EXPECT_EQ(table->records.blockInfo.lastBlockEnd, 140U) << "the first block begins behind the header";
+        EXPECT_EQ(table->records.dataInfo.dataEnd, 140U);
         EXPECT_EQ(fileBytes().size(), 140U);
         EXPECT_EQ(u64At(fileBytes(), 60), 0U) << "a new file stores 0";
         table.reset();
@@ -154,8 +154,8 @@ TEST_F(Lifecycle, CreateModeEmptiesAFileThatIsThere) {
     open(OpenMode::create);
     ASSERT_NE(table, nullptr);
     EXPECT_EQ(fileBytes().size(), 140U);
-    EXPECT_EQ(table->dataInfo.messageCount, 0);
-    EXPECT_EQ(table->staticIndexes, mthStaticIndexes{});
+    EXPECT_EQ(table->records.dataInfo.messageCount, 0);
+    EXPECT_EQ(table->records.staticIndexes, mthStaticIndexes{});
     ASSERT_EQ(writeSimple(1, 6), NO_ERROR) << "a table made by mode 2 can be written";
     ASSERT_EQ(closeTable(table), NO_ERROR);
     EXPECT_EQ(difference(fileBytes(), closed(6)), "");
@@ -272,7 +272,7 @@ TEST_F(Lifecycle, OpeningAnOpenTableClosesItFirst) {
         "Tabulo/C NOTE: + tableStorage_init", "Tabulo/C NOTE: + tableStorage_uninit",
         "Tabulo/C NOTE: - tableStorage_uninit", "Tabulo/C NOTE: - tableStorage_init"};
     EXPECT_EQ(notes, expected);
-    EXPECT_EQ(table->dataInfo.messageCount, 6);
+    EXPECT_EQ(table->records.dataInfo.messageCount, 6);
     ASSERT_EQ(writeSimple(7, 9), NO_ERROR);
     ASSERT_EQ(closeTable(table), NO_ERROR);
     EXPECT_EQ(difference(fileBytes(), closed(9)), "");
@@ -286,7 +286,7 @@ TEST_F(Lifecycle, OpeningAnOpenTableInAnotherModeChangesWhatItMayDo) {
     ASSERT_EQ(mt_open(table.get(), OpenMode::write), NO_ERROR);
     EXPECT_EQ(writeSimple(3, 3), NO_ERROR);
     ASSERT_EQ(mt_open(table.get(), OpenMode::create), NO_ERROR);
-    EXPECT_EQ(table->dataInfo.messageCount, 0);
+    EXPECT_EQ(table->records.dataInfo.messageCount, 0);
     EXPECT_EQ(table->frames->summary.messageCount, 0);
     ASSERT_EQ(writeSimple(1, 6), NO_ERROR);
     ASSERT_EQ(closeTable(table), NO_ERROR);
@@ -298,8 +298,8 @@ TEST_F(Lifecycle, ATableThatCannotBeOpenedAgainKeepsNothingOfItsFormerState) {
     ASSERT_EQ(writeSimple(1, 6), NO_ERROR);
     std::filesystem::remove(path());
     ASSERT_EQ(mt_open(table.get(), OpenMode::read), FILE_OPEN_ERROR);
-    EXPECT_EQ(table->dataInfo.messageCount, 0);
-    EXPECT_EQ(table->staticIndexes, mthStaticIndexes{});
+    EXPECT_EQ(table->records.dataInfo.messageCount, 0);
+    EXPECT_EQ(table->records.staticIndexes, mthStaticIndexes{});
     EXPECT_EQ(table->frames->summary.messageCount, 0);
     EXPECT_EQ(writeSimple(7, 7), FILE_WRITE_ERROR) << "no file is open";
     std::int32_t last = 0;
@@ -313,9 +313,9 @@ TEST_F(Lifecycle, AWriterGoesOnWithTheStaticIndexesOfTheLastFooterAndTheOpenBloc
     messages[2] = resent;
     place(closedImage(shape, messages));
     open(OpenMode::write);
-    EXPECT_EQ(table->staticIndexes.connMsgIds[RESENT], 2000000000) << "it is in the closed block";
-    EXPECT_EQ(table->staticIndexes.connMsgIds[APP_TO], 6) << "it is in the open block";
-    EXPECT_EQ(table->frames->summary.staticIndexes, table->staticIndexes);
+    EXPECT_EQ(table->records.staticIndexes.connMsgIds[RESENT], 2000000000) << "it is in the closed block";
+    EXPECT_EQ(table->records.staticIndexes.connMsgIds[APP_TO], 6) << "it is in the open block";
+    EXPECT_EQ(table->frames->summary.staticIndexes, table->records.staticIndexes);
     EXPECT_EQ(table->frames->summary.messageCount, 2);
     EXPECT_EQ(table->frames->summary.minimum.seqNum, 5);
     EXPECT_EQ(table->frames->summary.maximum.seqNum, 6);

@@ -1,4 +1,4 @@
-#include "messagetable/message_frames.h"
+#include "messagetable/block_writer.h"
 
 #include <gtest/gtest.h>
 

@@ -119,7 +119,7 @@ TEST_F(ReadById, InATableWithoutMessagesOnlyTheEndIsTold) {
 
 TEST_F(ReadById, AListenerThatStopsGetsNoFurtherCall) {
     read(closed(14));
-    record.answers["message 7"] = MATCH_YES;
+    record.answers["message 7"] = Visit::stop;
     EXPECT_EQ(readIds({2, 7, 13}), NO_ERROR);
     EXPECT_EQ(record.events, (Events{"message 2", "message 7"})) << "not even the end of the data";
     EXPECT_EQ(readIds({2, 7, 13}, true), NO_ERROR);
@@ -196,7 +196,7 @@ TEST_F(ReadById, OnAWritersHandleFindsItsMessagesAndDoesNotMoveItsPlace) {
 }
 
 TEST_F(ReadById, AListenerMayDestroyTheTable) {
-    for (const std::int32_t answer : {MATCH_NO, MATCH_YES}) {
+    for (const std::int32_t answer : {Visit::goOn, Visit::stop}) {
         read(closed(10));
         record.answers["message 6"] = answer;
         record.onMessage = [&] {
@@ -204,7 +204,7 @@ TEST_F(ReadById, AListenerMayDestroyTheTable) {
                 mt_destroy(table.release());
             }
         };
-        EXPECT_EQ(readIds({2, 6, 9}), answer == MATCH_YES ? NO_ERROR : MASTER_INACTIVE_ERROR);
+        EXPECT_EQ(readIds({2, 6, 9}), answer == Visit::stop ? NO_ERROR : MASTER_INACTIVE_ERROR);
         EXPECT_EQ(record.events, (Events{"message 2", "message 6"})) << "no call behind the destruction";
     }
 }

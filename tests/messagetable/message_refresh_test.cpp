@@ -30,7 +30,7 @@ TEST_F(Refresh, AReaderSeesWhatWasWrittenBehindTheLastSaveOfTheTail) {
         place(unclosed(last));
         const MessageTablePtr reader = openReader();
         EXPECT_EQ(lastUniform(reader), last);
-        EXPECT_EQ(reader->staticIndexes.seqNums[LAST_GOOD], (SeqNumIndex{last, std::int64_t{1000} * last}));
+        EXPECT_EQ(reader->records.staticIndexes.seqNums[LAST_GOOD], (SeqNumIndex{last, std::int64_t{1000} * last}));
     }
 }
 
@@ -40,7 +40,7 @@ TEST_F(Refresh, AReaderFollowsAWriterMessageByMessage) {
     for (std::int32_t n = 1; n <= 30; ++n) {
         ASSERT_EQ(writeSimple(n, n), NO_ERROR);
         ASSERT_EQ(lastUniform(reader), n) << "message " << n << " was acknowledged";
-        ASSERT_EQ(reader->staticIndexes, table->staticIndexes);
+        ASSERT_EQ(reader->records.staticIndexes, table->records.staticIndexes);
         ASSERT_EQ(mt_openBlockStart(reader.get()), mt_openBlockStart(table.get()));
     }
 }
@@ -102,7 +102,7 @@ TEST_F(Refresh, ATableThatWasDroppedAndFilledBeyondTheReadersPlaceIsReadAnew) {
     ASSERT_EQ(mt_drop(table.get()), NO_ERROR);
     ASSERT_EQ(writeSimple(4, 6), NO_ERROR);
     EXPECT_EQ(lastUniform(reader), 6);
-    EXPECT_EQ(reader->staticIndexes, table->staticIndexes) << "nothing of the dropped messages is left";
+    EXPECT_EQ(reader->records.staticIndexes, table->records.staticIndexes) << "nothing of the dropped messages is left";
 }
 
 TEST_F(Refresh, TheFirstRefreshReadsAlsoAFileWhoseTailIsUpToDate) {
@@ -143,7 +143,7 @@ TEST_F(Refresh, ALastBlockEndOfZeroIsTheHeadersEnd) {
         place(bytes);
         const MessageTablePtr reader = openReader();
         EXPECT_EQ(lastUniform(reader), 3) << "lastBlockEnd " << stored;
-        EXPECT_EQ(reader->blockInfo.lastBlockEnd, 140U) << "lastBlockEnd " << stored;
+        EXPECT_EQ(reader->records.blockInfo.lastBlockEnd, 140U) << "lastBlockEnd " << stored;
     }
 }
 
@@ -185,7 +185,7 @@ TEST_F(Refresh, ATailThatDoesNotFitTheFileIsReplacedByTheLengthWords) {
         const MessageTablePtr reader = openReader();
         EXPECT_EQ(lastUniform(reader), 10) << "lastBlockEnd " << wrong;
         EXPECT_EQ(mt_openBlockStart(reader.get()), static_cast<std::int64_t>(places.openBlockStart));
-        EXPECT_EQ(reader->staticIndexes.connMsgIds[APP_TO], 10);
+        EXPECT_EQ(reader->records.staticIndexes.connMsgIds[APP_TO], 10);
     }
 }
 

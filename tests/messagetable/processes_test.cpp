@@ -260,7 +260,7 @@ TEST_F(Processes, AKilledWriterLeavesItsLockToTheNextOne) {
     EXPECT_EQ(mt_open(table.get(), OpenMode::read), NO_ERROR);
     writer.kill();
     EXPECT_EQ(mt_open(table.get(), OpenMode::write), NO_ERROR);
-    EXPECT_GE(table->dataInfo.messageCount, page->acknowledged.load());
+    EXPECT_GE(table->records.dataInfo.messageCount, page->acknowledged.load());
 }
 
 // One table whose writers are killed again and again.
@@ -291,7 +291,7 @@ class KilledWriter : public Processes {
         }
         table = createTable(directory.root(), traffic.shape);
         ASSERT_EQ(mt_open(table.get(), OpenMode::write), NO_ERROR) << "the table must open";
-        const std::int32_t count = table->dataInfo.messageCount;
+        const std::int32_t count = table->records.dataInfo.messageCount;
         ASSERT_GE(count, acknowledged) << "an acknowledged message is lost";
         ASSERT_LE(count, acknowledged + 1) << "a message that nobody wrote";
         // What stands before the last open block was looked at after an earlier kill, and is again in the end.

@@ -27,7 +27,7 @@ class RawMessage : public MessageTableTest {
         const Bytes before = fileBytes();
         EXPECT_EQ(writeRaw(frame), expected) << what;
         EXPECT_EQ(toHex(fileBytes()), toHex(before)) << what;
-        EXPECT_EQ(table->dataInfo.messageCount, 0) << what;
+        EXPECT_EQ(table->records.dataInfo.messageCount, 0) << what;
         EXPECT_EQ(table->frames->summary.messageCount, 0) << what;
     }
 };
@@ -37,9 +37,9 @@ TEST_F(RawMessage, IsStoredAsTheFrameItIs) {
     ASSERT_EQ(writeRaw(frame), NO_ERROR);
     EXPECT_EQ(fileBytes().size(), FIRST_FRAME + frame.size());
     EXPECT_EQ(hexAt(fileBytes(), FIRST_FRAME, frame.size()), toHex(frame));
-    EXPECT_EQ(table->dataInfo.messageCount, 1);
-    EXPECT_EQ(table->dataInfo.dataEnd, fileBytes().size());
-    EXPECT_EQ(table->staticIndexes.lastUniform, 1);
+    EXPECT_EQ(table->records.dataInfo.messageCount, 1);
+    EXPECT_EQ(table->records.dataInfo.dataEnd, fileBytes().size());
+    EXPECT_EQ(table->records.staticIndexes.lastUniform, 1);
 }
 
 TEST_F(RawMessage, MakesTheSameTableAsMessagesGivenFieldByField) {
@@ -157,7 +157,7 @@ TEST_F(RawMessage, ToAReadOnlyTableIsRefusedAndDropsNothing) {
 TEST_F(RawMessage, WithoutAnActiveFileIsAWriteError) {
     table = createTable(directory.root());
     EXPECT_EQ(writeRaw(frameOf(simpleMessage(1))), FILE_WRITE_ERROR);
-    EXPECT_EQ(table->dataInfo.messageCount, 0);
+    EXPECT_EQ(table->records.dataInfo.messageCount, 0);
 }
 
 TEST_F(RawMessage, ThatClosesABlockSavesTheTailAndReportsItsFailure) {
@@ -165,8 +165,8 @@ TEST_F(RawMessage, ThatClosesABlockSavesTheTailAndReportsItsFailure) {
     FaultPlatform platform;
     platform.failNth(FileCall::writeAt, 3, EIO);
     EXPECT_EQ(writeRaw(frameOf(simpleMessage(3))), FILE_FLUSH_ERROR);
-    EXPECT_EQ(table->dataInfo.messageCount, 3);
-    EXPECT_EQ(table->blockInfo.lastBlockEnd, fileBytes().size());
+    EXPECT_EQ(table->records.dataInfo.messageCount, 3);
+    EXPECT_EQ(table->records.blockInfo.lastBlockEnd, fileBytes().size());
     table.reset();
 }
 
@@ -177,7 +177,7 @@ TEST_F(RawMessage, WhoseWriteFailsLeavesEverythingAsItWas) {
     platform.failNth(FileCall::writeAt, 1, ENOSPC);
     EXPECT_EQ(writeRaw(frameOf(simpleMessage(3))), FILE_FLUSH_ERROR);
     EXPECT_EQ(toHex(fileBytes()), toHex(before));
-    EXPECT_EQ(table->dataInfo.messageCount, 2);
+    EXPECT_EQ(table->records.dataInfo.messageCount, 2);
     EXPECT_EQ(table->frames->summary.messageCount, 2);
     table.reset();
 }

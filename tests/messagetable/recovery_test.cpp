@@ -68,9 +68,9 @@ TEST_F(Recovery, AFileCutInTheMiddleOfAFrameEndsBehindItsLastCompleteFrame) {
     place(cutAt(closed(7), places.frame(7).start + 20));
     open(OpenMode::write);
     EXPECT_EQ(fileBytes().size(), places.frame(6).end);
-    EXPECT_EQ(table->dataInfo.messageCount, 6) << "only complete frames count";
-    EXPECT_EQ(table->dataInfo.dataEnd, places.frame(6).end);
-    EXPECT_EQ(table->blockInfo.lastBlockEnd, places.openBlockStart);
+    EXPECT_EQ(table->records.dataInfo.messageCount, 6) << "only complete frames count";
+    EXPECT_EQ(table->records.dataInfo.dataEnd, places.frame(6).end);
+    EXPECT_EQ(table->records.blockInfo.lastBlockEnd, places.openBlockStart);
     EXPECT_EQ(messagesIn(directory.root(), shape), simpleMessages(1, 6, shape));
 }
 
@@ -95,9 +95,9 @@ TEST_F(Recovery, AClosedLastBlockWithNothingBehindItIsWhereTheFileAndItsDataEnd)
     putU64(&damaged, map(8).storedDataEnd(), 1);
     place(damaged);
     open(OpenMode::write);
-    EXPECT_EQ(table->blockInfo.lastBlockEnd, damaged.size());
-    EXPECT_EQ(table->dataInfo.dataEnd, damaged.size());
-    EXPECT_EQ(table->dataInfo.messageCount, 8);
+    EXPECT_EQ(table->records.blockInfo.lastBlockEnd, damaged.size());
+    EXPECT_EQ(table->records.dataInfo.dataEnd, damaged.size());
+    EXPECT_EQ(table->records.dataInfo.messageCount, 8);
     EXPECT_EQ(difference(fileBytes(), closed(8)), "");
 }
 
@@ -144,10 +144,10 @@ TEST_F(Recovery, StoredRecordsAreNotTrusted) {
     EXPECT_EQ(difference(slice(recovered, map(6).tail() + 8, recovered.size()),
                          slice(closed(6), map(6).tail() + 8, recovered.size())),
               "");
-    EXPECT_EQ(table->staticIndexes.lastUniform, 6);
-    EXPECT_EQ(table->staticIndexes.seqNums[LAST_GOOD].seqNum, 6);
-    EXPECT_EQ(table->staticIndexes.connMsgIds[APP_TO], 6);
-    EXPECT_EQ(table->staticIndexes.connMsgIds[RESENT], -1);
+    EXPECT_EQ(table->records.staticIndexes.lastUniform, 6);
+    EXPECT_EQ(table->records.staticIndexes.seqNums[LAST_GOOD].seqNum, 6);
+    EXPECT_EQ(table->records.staticIndexes.connMsgIds[APP_TO], 6);
+    EXPECT_EQ(table->records.staticIndexes.connMsgIds[RESENT], -1);
 }
 
 TEST_F(Recovery, ALastBlockEndThatIsNoBlocksEndIsFoundAnew) {
@@ -186,7 +186,7 @@ TEST_F(Recovery, ALastBlockEndOfZeroInATableWithoutClosedBlocksIsTheHeadersEnd) 
         open(OpenMode::write);
         ASSERT_NE(table, nullptr);
         EXPECT_EQ(log.warnings(), std::vector<std::string>{}) << "lastBlockEnd " << stored << " needs no recovery";
-        EXPECT_EQ(table->blockInfo.lastBlockEnd, places.headerSize);
+        EXPECT_EQ(table->records.blockInfo.lastBlockEnd, places.headerSize);
         EXPECT_EQ(table->frames->summary.messageCount, 3) << "the open block was not loaded";
         ASSERT_EQ(closeTable(table), NO_ERROR);
         EXPECT_EQ(difference(fileBytes(), closed(3)), "");

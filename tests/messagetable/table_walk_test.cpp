@@ -92,7 +92,7 @@ TEST_F(TableWalk, CanBeginAtAnyBlock) {
 
 TEST_F(TableWalk, TheAnswerOneToABlockEndsTheWalk) {
     read(closed(10));
-    record.answers["block 5..8"] = MATCH_YES;
+    record.answers["block 5..8"] = Visit::stop;
     EXPECT_EQ(walkForward(table.get(), &record), NO_ERROR);
     EXPECT_EQ(record.events, joined({{"block 1..4"}, messageEvents(1, 4), {"block 5..8"}}));
     record.events.clear();
@@ -102,7 +102,7 @@ TEST_F(TableWalk, TheAnswerOneToABlockEndsTheWalk) {
 
 TEST_F(TableWalk, TheAnswerOneToAMessageEndsTheWalk) {
     read(closed(10));
-    record.answers["message 6"] = MATCH_YES;
+    record.answers["message 6"] = Visit::stop;
     EXPECT_EQ(walkForward(table.get(), &record), NO_ERROR);
     EXPECT_EQ(record.events.back(), "message 6");
     record.events.clear();
@@ -114,13 +114,13 @@ TEST_F(TableWalk, TheAnswerTwoToABlockSkipsItsMessages) {
     read(closed(10));
     for (const char* block : {"block 1..4", "block 5..8", "block 9..10"}) {
         record = WalkRecord{};
-        record.answers[block] = MATCH_STOP;
+        record.answers[block] = Visit::skipBlock;
         EXPECT_EQ(walkForward(table.get(), &record), NO_ERROR);
         const auto others = static_cast<std::size_t>(std::string(block) == "block 9..10" ? 8 : 6);
         EXPECT_EQ(record.messages.size(), others) << block << " forward";
         EXPECT_EQ(record.events.size(), others + 3) << block << " forward";
         record = WalkRecord{};
-        record.answers[block] = MATCH_STOP;
+        record.answers[block] = Visit::skipBlock;
         EXPECT_EQ(walkBackward(table.get(), &record), NO_ERROR);
         EXPECT_EQ(record.messages.size(), others) << block << " backward";
         EXPECT_EQ(record.events.size(), others + 3) << block << " backward";
@@ -149,7 +149,7 @@ TEST_F(TableWalk, WithoutAMasterFileIsRefused) {
 TEST_F(TableWalk, FramesOfASkippedBlockAreNotReadAndThoseOfOthersInOneRead) {
     read(closed(8));
     const TableMap places = map(8);
-    record.answers["block 1..4"] = MATCH_STOP;
+    record.answers["block 1..4"] = Visit::skipBlock;
     for (const auto walk : {walkForward, walkBackward}) {
         FaultPlatform platform;
         EXPECT_EQ(walk(table.get(), &record, -1), NO_ERROR);

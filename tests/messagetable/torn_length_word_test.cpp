@@ -148,17 +148,17 @@ TEST_F(TornLengthWord, IsDamageWhereTheBlockOrItsFooterDoesNotAgree) {
 
 TEST(LengthWord, IsTornAtAPageBoundaryOnly) {
     constexpr std::uint64_t LENGTH = 0x0102030405060708;
-    EXPECT_TRUE(mfr_isTornLengthWord(4095, 0x08, LENGTH));
-    EXPECT_TRUE(mfr_isTornLengthWord(4095, 0x0102030405060700, LENGTH));
-    EXPECT_TRUE(mfr_isTornLengthWord(2 * 4096 - 7, 0x02030405060708, LENGTH));
-    EXPECT_TRUE(mfr_isTornLengthWord(2 * 4096 - 7, 0x0100000000000000, LENGTH));
-    EXPECT_FALSE(mfr_isTornLengthWord(4095, 0x0708, LENGTH)) << "torn elsewhere";
-    EXPECT_FALSE(mfr_isTornLengthWord(4094, 0x08, LENGTH)) << "torn elsewhere";
-    EXPECT_FALSE(mfr_isTornLengthWord(4096, 0x08, LENGTH)) << "within a page";
-    EXPECT_FALSE(mfr_isTornLengthWord(4088, 0x08, LENGTH)) << "within a page";
-    EXPECT_FALSE(mfr_isTornLengthWord(4088, 0, LENGTH)) << "within a page";
-    EXPECT_FALSE(mfr_isTornLengthWord(4095, 0x09, LENGTH)) << "another length";
-    EXPECT_FALSE(mfr_isTornLengthWord(4094, 0x0708, 0x0708)) << "the word is whole";
+    EXPECT_TRUE(lengthWord_isTorn(4095, 0x08, LENGTH));
+    EXPECT_TRUE(lengthWord_isTorn(4095, 0x0102030405060700, LENGTH));
+    EXPECT_TRUE(lengthWord_isTorn(2 * 4096 - 7, 0x02030405060708, LENGTH));
+    EXPECT_TRUE(lengthWord_isTorn(2 * 4096 - 7, 0x0100000000000000, LENGTH));
+    EXPECT_FALSE(lengthWord_isTorn(4095, 0x0708, LENGTH)) << "torn elsewhere";
+    EXPECT_FALSE(lengthWord_isTorn(4094, 0x08, LENGTH)) << "torn elsewhere";
+    EXPECT_FALSE(lengthWord_isTorn(4096, 0x08, LENGTH)) << "within a page";
+    EXPECT_FALSE(lengthWord_isTorn(4088, 0x08, LENGTH)) << "within a page";
+    EXPECT_FALSE(lengthWord_isTorn(4088, 0, LENGTH)) << "within a page";
+    EXPECT_FALSE(lengthWord_isTorn(4095, 0x09, LENGTH)) << "another length";
+    EXPECT_FALSE(lengthWord_isTorn(4094, 0x0708, 0x0708)) << "the word is whole";
 }
 
 }  // namespace

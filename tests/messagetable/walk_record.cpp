@@ -28,7 +28,7 @@ ErrorCode WalkRecord::operation(std::int32_t* answer, void* context, const Block
                                 std::int32_t stringFieldCount, const NumericValue* numericFields,
                                 std::int32_t numericFieldCount) {
     auto* record = static_cast<WalkRecord*>(context);
-    EXPECT_EQ(*answer, MATCH_NO) << "the answer is MATCH_NO before each call";
+    EXPECT_EQ(*answer, Visit::goOn) << "the answer is Visit::goOn before each call";
     EXPECT_FALSE(summary != nullptr && metadata != nullptr) << "a block and a message in one call";
     const std::string event = eventOf(summary, metadata);
     record->events.push_back(event);

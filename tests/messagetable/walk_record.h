@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "messagetable/match_result.h"
+#include "messagetable/message_visitor.h"
 #include "tests/messagetable/message_table_fixture.h"
 
 namespace tabulo::internal::test {
@@ -16,7 +16,7 @@ struct WalkRecord {
     // "block 5..8" for a block with the uniform ids 5 to 8, "message 5", and "end" for a call with neither.
     std::vector<std::string> events;
     std::vector<Message> messages;
-    std::map<std::string, std::int32_t> answers;  // to an event; MATCH_NO to all others
+    std::map<std::string, std::int32_t> answers;  // to an event; Visit::goOn to all others
     std::map<std::string, ErrorCode> failures;    // results of an event's call; NO_ERROR for all others
     std::function<void()> onMessage;              // called for each message
 

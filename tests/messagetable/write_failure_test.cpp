@@ -41,9 +41,9 @@ class WriteFailure : public MessageTableTest {
         ASSERT_EQ(writeSimple(1, count), NO_ERROR);
         file = fileBytes();
         writer = writerState(table.get());
-        dataInfo = table->dataInfo;
-        blockInfo = table->blockInfo;
-        indexes = table->staticIndexes;
+        dataInfo = table->records.dataInfo;
+        blockInfo = table->records.blockInfo;
+        indexes = table->records.staticIndexes;
         log.clear();
         platform.clear();
     }
@@ -53,10 +53,10 @@ class WriteFailure : public MessageTableTest {
     }
     void expectNothingCounted() {
         EXPECT_EQ(writerState(table.get()), writer);
-        EXPECT_EQ(table->dataInfo.messageCount, dataInfo.messageCount);
-        EXPECT_EQ(table->dataInfo.dataEnd, dataInfo.dataEnd);
-        EXPECT_EQ(table->blockInfo.lastBlockEnd, blockInfo.lastBlockEnd);
-        EXPECT_TRUE(table->staticIndexes == indexes);
+        EXPECT_EQ(table->records.dataInfo.messageCount, dataInfo.messageCount);
+        EXPECT_EQ(table->records.dataInfo.dataEnd, dataInfo.dataEnd);
+        EXPECT_EQ(table->records.blockInfo.lastBlockEnd, blockInfo.lastBlockEnd);
+        EXPECT_TRUE(table->records.staticIndexes == indexes);
     }
     // Opens the master again and puts it back into the storage, so that the writer can be seen going on.
     void putMasterBack() {
@@ -232,7 +232,7 @@ TEST_F(WriteFailure, ToEncodeTheFooterLeavesTheBlockOpen) {
     expectNothingStored();
     ASSERT_EQ(writeSimple(3, 3), NO_ERROR);
     EXPECT_EQ(readAll(table.get()).messages, simpleMessages(1, 3));
-    EXPECT_EQ(table->blockInfo.lastBlockEnd, fileBytes().size());
+    EXPECT_EQ(table->records.blockInfo.lastBlockEnd, fileBytes().size());
 }
 
 TEST_F(WriteFailure, OfAFrameBeyondTheLargestInt32IsAnExtensionErrorAndTouchesNothing) {
@@ -253,10 +253,10 @@ TEST_F(WriteFailure, OfTheTailIsReportedAlthoughTheMessageIsStored) {
                                                                            "error: ") +
                                                                    getErrorMessage(FILE_FLUSH_ERROR))});
     EXPECT_EQ(platform.count(FileCall::truncate), 0) << "a failed tail save cuts nothing";
-    EXPECT_EQ(table->dataInfo.messageCount, 3);
-    EXPECT_EQ(table->dataInfo.dataEnd, fileBytes().size());
-    EXPECT_EQ(table->blockInfo.lastBlockEnd, fileBytes().size());
-    EXPECT_EQ(table->staticIndexes.lastUniform, 3);
+    EXPECT_EQ(table->records.dataInfo.messageCount, 3);
+    EXPECT_EQ(table->records.dataInfo.dataEnd, fileBytes().size());
+    EXPECT_EQ(table->records.blockInfo.lastBlockEnd, fileBytes().size());
+    EXPECT_EQ(table->records.staticIndexes.lastUniform, 3);
     EXPECT_EQ(table->frames->summary.messageCount, 0);
     EXPECT_EQ(table->storage->activeCount, 0);
     platform.clear();

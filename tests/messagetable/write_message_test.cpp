@@ -33,9 +33,9 @@ class WriteMessage : public MessageTableTest {
     };
     State state() const {
         return {fileBytes(),
-                table->blockInfo.lastBlockEnd,
-                table->dataInfo.dataEnd,
-                table->dataInfo.messageCount,
+                table->records.blockInfo.lastBlockEnd,
+                table->records.dataInfo.dataEnd,
+                table->records.dataInfo.messageCount,
                 table->frames->summary.messageCount,
                 table->frames->summary.frameBytes,
                 table->frames->summary.staticIndexes,
@@ -80,7 +80,7 @@ TEST_F(WriteMessage, TheLastOneOfABlockIsFollowedByItsFooterAndBothLengthsAreThe
     ASSERT_EQ(bytes.size(), static_cast<std::size_t>(HEADER) + 8 + frames + FOOTER);
     EXPECT_EQ(u64At(bytes, HEADER), 8 + frames + FOOTER);
     EXPECT_EQ(u64At(bytes, bytes.size() - 8), u64At(bytes, HEADER));
-    EXPECT_EQ(table->blockInfo.lastBlockEnd, bytes.size());
+    EXPECT_EQ(table->records.blockInfo.lastBlockEnd, bytes.size());
     ASSERT_EQ(writeSimple(4, 4), NO_ERROR);
     EXPECT_EQ(u64At(fileBytes(), bytes.size()), 0U) << "the next block begins with a zero word";
 }
@@ -89,8 +89,8 @@ TEST_F(WriteMessage, OfABlockOfOneClosesItEveryTime) {
     shape.messagesPerBlock = 1;
     open(OpenMode::create);
     ASSERT_EQ(writeSimple(1, 4), NO_ERROR);
-    EXPECT_EQ(table->blockInfo.lastBlockEnd, fileBytes().size());
-    EXPECT_EQ(table->dataInfo.messageCount, 4);
+    EXPECT_EQ(table->records.blockInfo.lastBlockEnd, fileBytes().size());
+    EXPECT_EQ(table->records.dataInfo.messageCount, 4);
     const ReadMessages read = readAll(table.get());
     EXPECT_EQ(read.messages, simpleMessages(1, 4));
     EXPECT_EQ(read.blocks, 4);
@@ -99,11 +99,11 @@ TEST_F(WriteMessage, OfABlockOfOneClosesItEveryTime) {
 TEST_F(WriteMessage, IsCountedWithItsBytesAndIndexes) {
     for (std::int32_t n = 1; n <= 7; ++n) {
         ASSERT_EQ(writeSimple(n, n), NO_ERROR);
-        EXPECT_EQ(table->dataInfo.messageCount, n);
-        EXPECT_EQ(table->dataInfo.dataEnd, fileBytes().size());
-        EXPECT_EQ(table->staticIndexes.lastUniform, n);
-        EXPECT_EQ(table->staticIndexes.seqNums[LAST_GOOD].seqNum, n);
-        EXPECT_TRUE(table->staticIndexes == table->frames->summary.staticIndexes);
+        EXPECT_EQ(table->records.dataInfo.messageCount, n);
+        EXPECT_EQ(table->records.dataInfo.dataEnd, fileBytes().size());
+        EXPECT_EQ(table->records.staticIndexes.lastUniform, n);
+        EXPECT_EQ(table->records.staticIndexes.seqNums[LAST_GOOD].seqNum, n);
+        EXPECT_TRUE(table->records.staticIndexes == table->frames->summary.staticIndexes);
         EXPECT_EQ(table->frames->summary.messageCount, n % 3);
     }
 }
@@ -236,19 +236,19 @@ TEST_F(WriteMessage, ToAReadOnlyTableIsRefusedAndDropsNothing) {
 TEST_F(WriteMessage, WithoutAnActiveFileIsAWriteErrorAndCountsNothing) {
     table = createTable(directory.root());
     EXPECT_EQ(write(simpleMessage(1)), FILE_WRITE_ERROR);
-    EXPECT_EQ(table->dataInfo.messageCount, 0);
+    EXPECT_EQ(table->records.dataInfo.messageCount, 0);
     EXPECT_EQ(table->frames->summary.messageCount, 0);
-    EXPECT_TRUE(table->staticIndexes == mthStaticIndexes{});
+    EXPECT_TRUE(table->records.staticIndexes == mthStaticIndexes{});
 }
 
 TEST_F(WriteMessage, StopsCountingAtTheLargestNumberAndTheTableOpensAgain) {
-    table->dataInfo.messageCount = std::numeric_limits<std::int32_t>::max() - 1;
+    table->records.dataInfo.messageCount = std::numeric_limits<std::int32_t>::max() - 1;
     ASSERT_EQ(writeSimple(1, 2), NO_ERROR);
-    EXPECT_EQ(table->dataInfo.messageCount, std::numeric_limits<std::int32_t>::max());
+    EXPECT_EQ(table->records.dataInfo.messageCount, std::numeric_limits<std::int32_t>::max());
     ASSERT_EQ(closeTable(table), NO_ERROR);
     LogCapture log;
     open(OpenMode::write);
-    EXPECT_EQ(table->dataInfo.messageCount, std::numeric_limits<std::int32_t>::max());
+    EXPECT_EQ(table->records.dataInfo.messageCount, std::numeric_limits<std::int32_t>::max());
     EXPECT_TRUE(log.warnings().empty()) << log.warnings().front();
 }
 

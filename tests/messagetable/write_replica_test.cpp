@@ -86,7 +86,7 @@ TEST_F(WriteReplicas, AFailedReplicaIsDroppedAndNamedAndTheOthersGetTheMessage) 
     EXPECT_EQ(log.warnings(), Lines{dropped(1, FILE_FLUSH_ERROR)});
     EXPECT_EQ(table->storage->activeCount, 2);
     EXPECT_EQ(table->storage->files[1], nullptr);
-    EXPECT_EQ(table->dataInfo.messageCount, 2);
+    EXPECT_EQ(table->records.dataInfo.messageCount, 2);
     ASSERT_EQ(writeSimple(3, 4), NO_ERROR);
     expectSame(0, unharmed(4));
     expectSame(1, before);
@@ -110,7 +110,7 @@ TEST_F(WriteReplicas, AFailedMasterIsDroppedAndTheReplicasGoOn) {
     EXPECT_EQ(write(simpleMessage(2)), NO_ERROR);
     EXPECT_EQ(log.warnings(), Lines{dropped(0, FILE_FLUSH_ERROR)});
     ASSERT_EQ(writeSimple(3, 4), NO_ERROR);
-    EXPECT_EQ(table->dataInfo.messageCount, 4);
+    EXPECT_EQ(table->records.dataInfo.messageCount, 4);
     expectSame(0, before);
     expectSame(1, unharmed(4));
     expectSame(2, unharmed(4));
@@ -141,7 +141,7 @@ TEST_F(WriteReplicas, WhenAllFailTheLastOnesCodeIsTheResultAndNothingIsCounted) 
     EXPECT_EQ(log.warnings(),
               (Lines{dropped(0, FILE_FLUSH_ERROR), dropped(1, FILE_FLUSH_ERROR), dropped(2, READ_ONLY_ERROR)}));
     EXPECT_EQ(table->storage->activeCount, 0);
-    EXPECT_EQ(table->dataInfo.messageCount, 1);
+    EXPECT_EQ(table->records.dataInfo.messageCount, 1);
     EXPECT_EQ(table->frames->summary.messageCount, 1);
     for (const int index : {0, 1, 2}) {
         expectSame(index, before);
@@ -172,7 +172,7 @@ TEST_F(WriteReplicas, AReplicaWhoseLengthWordFailsLosesMessageAndFooterAndTheOth
     platform.failNth(FileCall::writeAt, 4, EIO);
     EXPECT_EQ(write(simpleMessage(3)), NO_ERROR);
     EXPECT_EQ(log.warnings(), Lines{dropped(1, FILE_FLUSH_ERROR)});
-    EXPECT_EQ(table->blockInfo.lastBlockEnd, fileBytes().size());
+    EXPECT_EQ(table->records.blockInfo.lastBlockEnd, fileBytes().size());
     expectSame(0, unharmed(3));
     expectSame(1, before);
     expectSame(2, unharmed(3));
@@ -184,8 +184,8 @@ TEST_F(WriteReplicas, ABlockIsClosedAlsoWhenOnlyALaterFileTookIt) {
     platform.failNth(FileCall::writeAt, 5, EIO);  // the first replica took message and length; the second's message
     EXPECT_EQ(write(simpleMessage(3)), NO_ERROR);
     EXPECT_EQ(log.warnings(), (Lines{dropped(0, FILE_FLUSH_ERROR), dropped(2, FILE_FLUSH_ERROR)}));
-    EXPECT_EQ(table->blockInfo.lastBlockEnd, bytes(1).size());
-    EXPECT_EQ(table->dataInfo.dataEnd, bytes(1).size());
+    EXPECT_EQ(table->records.blockInfo.lastBlockEnd, bytes(1).size());
+    EXPECT_EQ(table->records.dataInfo.dataEnd, bytes(1).size());
     expectSame(0, before);
     expectSame(1, unharmed(3));
     expectSame(2, before);

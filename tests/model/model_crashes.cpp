@@ -151,7 +151,7 @@ void ModelRun::openCopy() {
     std::filesystem::copy_file(path(), root + "messages");
     const std::unique_ptr<Handle> copy = makeHandle(OpenMode::write, root);
     SCOPED_TRACE("the copy");
-    EXPECT_EQ(copy->table->dataInfo.messageCount, static_cast<std::int32_t>(model_.size()));
+    EXPECT_EQ(copy->table->records.dataInfo.messageCount, static_cast<std::int32_t>(model_.size()));
     compareIndexes(copy->table.get());
     compareWalk(copy.get(), random_->percent(50));
     EXPECT_EQ(mt_close(copy->table.get()), NO_ERROR);

@@ -160,7 +160,7 @@ ErrorCode hear(std::int32_t* answer, void* context, const BlockSummary*, const M
     heard->uniformIds.push_back(metadata->uniformId);
     heard->connMsgIds.push_back(metadata->connMsgId);
     heard->timestamps.push_back(metadata->timestamp);
-    *answer = heard->uniformIds.size() == heard->stopAt ? MATCH_YES : MATCH_NO;
+    *answer = heard->uniformIds.size() == heard->stopAt ? Visit::stop : Visit::goOn;
     return NO_ERROR;
 }
 

@@ -53,7 +53,7 @@ void TornHeaderTail::check(const Bytes& file, const std::vector<Message>& messag
         ASSERT_EQ(mt_getLastUniformMessageId(table.get(), &last), NO_ERROR);
         ASSERT_EQ(last, lastId);
         if (mode == OpenMode::write) {
-            const auto stored = static_cast<std::size_t>(table->dataInfo.messageCount);
+            const auto stored = static_cast<std::size_t>(table->records.dataInfo.messageCount);
             found->recovered += disk.content(path) != file ? 1 : 0;
             found->wrongCounts += stored != messages.size() ? 1 : 0;
             found->contradicted += stored != messages.size() && stored % 4 != messages.size() % 4 ? 1 : 0;

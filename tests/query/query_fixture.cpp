@@ -123,9 +123,9 @@ ErrorCode WatchedIterator::ask(std::int32_t* answer, void* context, const BlockS
         return code;
     }
     current_->blocksAsked += 1;
-    current_->blocksSkipped += *answer == MATCH_STOP ? 1 : 0;
+    current_->blocksSkipped += *answer == Visit::skipBlock ? 1 : 0;
     if (!current_->skipsBlocks_) {
-        *answer = MATCH_NO;
+        *answer = Visit::goOn;
     }
     return code;
 }
