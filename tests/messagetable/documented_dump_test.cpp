@@ -13,7 +13,7 @@
 #include "tests/messagetable/message_table_fixture.h"
 #include "tests/support/text_lines.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 namespace {
 
 std::vector<std::string> documentedLines() {
@@ -105,7 +105,7 @@ class DocumentedDump : public MessageTableTest {
         shape.messagesPerBlock = 1000;
         shape.stringNames = {"Symbol"};
         shape.numericNames = {"Price"};
-        open(TABLE_FILE_CREATE);
+        open(OpenMode::create);
         Message order = documentedMessage(1, 7);
         setMsgType(&order.metadata, "D");
         order.numbers[0] = numericValue_ofDouble(10.5);
@@ -150,4 +150,4 @@ TEST_F(DocumentedDump, IsExplainedFromItsFirstByteToItsLast) {
 }
 
 }  // namespace
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test
