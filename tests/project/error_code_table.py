@@ -13,7 +13,7 @@ _ROW = re.compile(r"^\| (\d+) \| `(\w+)` \| (.+?) \| (.+?) \| (.+?) \|$", re.MUL
 def codes_of_the_library(root):
     """[(number, name, text)] in the order of the header."""
     with open(os.path.join(root, "src/core/error_codes.h"), encoding="utf-8") as file:
-        names = re.findall(r"ErrorCode (\w+) = (\d+);", file.read())
+        names = re.findall(r"^    ([A-Z_]+) = (\d+),$", file.read(), re.MULTILINE)
     with open(os.path.join(root, "src/core/error_codes.cpp"), encoding="utf-8") as file:
         table = re.search(r"errorMessages = \{(.*?)\n\};", file.read(), re.DOTALL).group(1)
     entries = [entry for entry in re.split(r",\n", table) if '"' in entry]

@@ -17,7 +17,7 @@ int testEffort();
 std::uint32_t testSeed();
 
 // Prints "figure: <family>: <what>: <count>" for the table of what was tested, which ./check long renews in
-// docs/reliability.md. Figures of the same family and name, of several tests, are added up there.
+// docs/test_figures.md. Figures of the same family and name, of several tests, are added up there.
 void reportFigure(std::string_view family, std::string_view what, std::int64_t count);
 
 }  // namespace tabulo::internal::test

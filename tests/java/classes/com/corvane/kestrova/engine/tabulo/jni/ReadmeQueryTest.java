@@ -9,14 +9,11 @@ import com.corvane.kestrova.engine.tabulo.TableConfiguration;
 import java.io.IOException;
 import java.net.URL;
 import java.net.URLClassLoader;
-import java.nio.file.Files;
 import java.nio.file.Path;
 import java.util.ArrayList;
 import java.util.List;
 import java.util.function.Consumer;
 import java.util.function.Predicate;
-import java.util.regex.Matcher;
-import java.util.regex.Pattern;
 import java.util.stream.IntStream;
 import javax.tools.JavaCompiler;
 import javax.tools.ToolProvider;
@@ -25,10 +22,10 @@ import org.junit.jupiter.api.BeforeAll;
 import org.junit.jupiter.api.Test;
 import org.junit.jupiter.api.io.TempDir;
 
-/** The questions in README.md: the text that stands there is compiled and run. */
+/** The questions of the examples, which README.md shows: their text is compiled and run. */
 class ReadmeQueryTest {
-    private static final Path ROOT = Path.of(System.getProperty("tabulo.sourceDirectory"));
-    private static final Pattern BLOCK = Pattern.compile("^```java\\n(.*?)^```$", Pattern.MULTILINE | Pattern.DOTALL);
+    private static final Path SOURCE = Path.of(System.getProperty("tabulo.sourceDirectory"))
+            .resolve("examples/java/com/corvane/kestrova/examples/Questions.java");
     private static final int LAST = 2345;
 
     @TempDir
@@ -39,26 +36,15 @@ class ReadmeQueryTest {
     private static Object questions;
     private static JNITboMessageTable table;
 
-    private static String text() throws IOException {
-        Matcher blocks = BLOCK.matcher(Files.readString(ROOT.resolve("README.md")));
-        while (blocks.find()) {
-            if (blocks.group(1).contains("record Questions(")) {
-                return blocks.group(1);
-            }
-        }
-        throw new AssertionError("README.md has no Java block with the questions");
-    }
-
     @BeforeAll
     static void compileAndStore() throws IOException, ReflectiveOperationException {
-        Path source = Files.writeString(directory.resolve("Questions.java"), text());
         JavaCompiler compiler = ToolProvider.getSystemJavaCompiler();
         int status = compiler.run(null, null, null, "--release", "17", "-proc:none", "-Xlint:all,-classfile,-path",
                 "-Werror", "-cp", System.getProperty("java.class.path"), "-d", directory.toString(),
-                source.toString());
-        assertEquals(0, status, "the Java block with the questions does not compile");
+                SOURCE.toString());
+        assertEquals(0, status, SOURCE + " does not compile on its own");
         compiled = new URLClassLoader(new URL[] {directory.toUri().toURL()});
-        questionsClass = compiled.loadClass("Questions");
+        questionsClass = compiled.loadClass("com.corvane.kestrova.examples.Questions");
 
         Natives.load();
         TableConfiguration configuration = TableConfiguration.builder("orders", directory)
@@ -115,7 +101,7 @@ class ReadmeQueryTest {
         }
     }
 
-    /** Reads as README.md does. */
+    /** Reads as the examples do. */
     private static List<Integer> answers(MessageQueryConditions question, int most) {
         List<Integer> ids = new ArrayList<>();
         Consumer<JNITboMessageTableIterator> taker = message -> {
@@ -138,12 +124,6 @@ class ReadmeQueryTest {
 
     private static List<Integer> where(Predicate<Integer> condition) {
         return IntStream.rangeClosed(1, LAST).boxed().filter(condition).toList();
-    }
-
-    @Test
-    void theExampleHasTheSameText() throws IOException {
-        Path example = ROOT.resolve("examples/java/com/corvane/kestrova/examples/Questions.java");
-        assertEquals("package com.corvane.kestrova.examples;\n\n" + text(), Files.readString(example));
     }
 
     @Test
