@@ -211,8 +211,8 @@ Messages readAll(MessageTable* table, bool backward, std::size_t most) {
 Messages readByWalk(MessageTable* table, bool backward, std::size_t most) {
     Messages messages;
     Collector collector{&messages, most};
-    const MessageFramesPtr reader(mfr_create(table->storage.get(), &table->header.layout));
-    mfr_resetAll(reader.get());
+    const BlockReaderPtr reader(mfr_createReader(table->storage.get(), table->header.layout));
+    blockSummary_reset(&reader->summary, false);
     messages.code = backward ? mfr_readBackward(reader.get(), mt_openBlockStart(table), collect, &collector)
                              : mfr_readForward(reader.get(), table->storage->headerSize, collect, &collector);
     return messages;

@@ -222,7 +222,7 @@ TEST_F(LargestFrameInALongRun, IsStoredRecoveredAndReadBothWays) {
     ASSERT_EQ(write(simpleMessage(4, shape)), NO_ERROR);
     open(OpenMode::write);
     EXPECT_EQ(table->records.dataInfo.messageCount, 4);
-    const MessageFramesPtr frames(mfr_create(table->storage.get(), &table->header.layout));
+    const BlockReaderPtr frames(mfr_createReader(table->storage.get(), table->header.layout));
     const auto shortText = static_cast<std::int32_t>(simpleMessage(1, shape).strings[WIRE_MESSAGE]->size());
     const std::vector<std::int32_t> expected = {shortText, static_cast<std::int32_t>(LARGEST_ACCEPTED - BARE_FRAME),
                                                 shortText, shortText};

@@ -116,7 +116,7 @@ class LargeFile : public ::testing::Test {
     }
 
     Ids walk(bool backward) {
-        const MessageFramesPtr frames(mfr_create(table->storage.get(), &table->header.layout));
+        const BlockReaderPtr frames(mfr_createReader(table->storage.get(), table->header.layout));
         Walked walked;
         EXPECT_EQ(mt_refresh(table.get()), NO_ERROR);
         EXPECT_EQ(backward ? mfr_readBackward(frames.get(), mt_openBlockStart(table.get()), walkOn, &walked)

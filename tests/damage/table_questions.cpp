@@ -89,7 +89,7 @@ Answer askWalk(MessageTable* table, const std::vector<Message>& known, bool back
     ErrorCode code = mt_refresh(table);
     // As the table's own reading does: a damaged frame of the open block is told by the walk, behind what is before it.
     if (code == NO_ERROR || code == CONSISTENCY_ERROR) {
-        const MessageFramesPtr frames(mfr_create(table->storage.get(), &table->header.layout));
+        const BlockReaderPtr frames(mfr_createReader(table->storage.get(), table->header.layout));
         if (frames == nullptr) {
             code = OUT_OF_MEMORY_ERROR;
         } else {

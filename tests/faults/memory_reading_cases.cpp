@@ -57,7 +57,7 @@ ErrorCode collect(std::int32_t*, void* context, const BlockSummary* summary, con
 template <bool backward>
 ErrorCode walk(MemoryStage& stage, Digests* answer) {
     MessageTable* table = stage.table.get();
-    const MessageFramesPtr frames(mfr_create(table->storage.get(), &table->header.layout));
+    const BlockReaderPtr frames(mfr_createReader(table->storage.get(), table->header.layout));
     if (frames == nullptr) {
         return OUT_OF_MEMORY_ERROR;
     }

@@ -19,8 +19,8 @@ class BlockReader : public TableImageTest {
         place(bytes);
         open(OpenMode::read);
         ASSERT_NE(table, nullptr);
-        reader.reset(mfr_create(table->storage.get(), &table->header.layout));
-        mfr_resetAll(reader.get());
+        reader.reset(mfr_createReader(table->storage.get(), table->header.layout));
+        blockSummary_reset(&reader->summary, false);
         file = tableStorage_master(table->storage.get());
     }
     ErrorCode footer(std::size_t start, bool scanOpen = false) {
@@ -37,7 +37,7 @@ class BlockReader : public TableImageTest {
         return 8 + 4 * smallestFrame + map(0).footerSize;
     }
 
-    MessageFramesPtr reader;
+    BlockReaderPtr reader;
     TableFile* file = nullptr;
     BlockView block;
 };

@@ -24,7 +24,7 @@ class FrameCursors : public TableImageTest {
         place(concatenated(closedImage(shape, {}), frames));
         open(OpenMode::read);
         ASSERT_NE(table, nullptr);
-        reader.reset(mfr_create(table->storage.get(), &table->header.layout));
+        reader.reset(mfr_createReader(table->storage.get(), table->header.layout));
         file = tableStorage_master(table->storage.get());
         end = headerSize + static_cast<std::int64_t>(frames.size());
     }
@@ -62,7 +62,7 @@ class FrameCursors : public TableImageTest {
         }
     }
 
-    MessageFramesPtr reader;
+    BlockReaderPtr reader;
     TableFile* file = nullptr;
     std::int64_t end = 0;
 };

@@ -139,8 +139,8 @@ TEST_F(HeaderSection, WritingOneResetsBookkeepingIndexesAndWriter) {
     EXPECT_EQ(table->records.dataInfo.dataEnd, 140U);
     EXPECT_EQ(table->records.dataInfo.messageCount, 0);
     EXPECT_TRUE(table->records.staticIndexes == mthStaticIndexes{});
-    EXPECT_EQ(table->frames->summary.messageCount, 0);
-    EXPECT_TRUE(table->frames->summary.staticIndexes == mthStaticIndexes{});
+    EXPECT_EQ(table->writer->summary.messageCount, 0);
+    EXPECT_TRUE(table->writer->summary.staticIndexes == mthStaticIndexes{});
     const std::uint8_t* begin = byteStream_buffer(stream.get());
     EXPECT_EQ(hexAt(Bytes(begin, begin + 140), 19, 121), hexAt(newHeader(3), 19, 121));
 }

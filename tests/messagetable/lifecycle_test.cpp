@@ -287,7 +287,7 @@ TEST_F(Lifecycle, OpeningAnOpenTableInAnotherModeChangesWhatItMayDo) {
     EXPECT_EQ(writeSimple(3, 3), NO_ERROR);
     ASSERT_EQ(mt_open(table.get(), OpenMode::create), NO_ERROR);
     EXPECT_EQ(table->records.dataInfo.messageCount, 0);
-    EXPECT_EQ(table->frames->summary.messageCount, 0);
+    EXPECT_EQ(table->writer->summary.messageCount, 0);
     ASSERT_EQ(writeSimple(1, 6), NO_ERROR);
     ASSERT_EQ(closeTable(table), NO_ERROR);
     EXPECT_EQ(difference(fileBytes(), closed(6)), "");
@@ -300,7 +300,7 @@ TEST_F(Lifecycle, ATableThatCannotBeOpenedAgainKeepsNothingOfItsFormerState) {
     ASSERT_EQ(mt_open(table.get(), OpenMode::read), FILE_OPEN_ERROR);
     EXPECT_EQ(table->records.dataInfo.messageCount, 0);
     EXPECT_EQ(table->records.staticIndexes, mthStaticIndexes{});
-    EXPECT_EQ(table->frames->summary.messageCount, 0);
+    EXPECT_EQ(table->writer->summary.messageCount, 0);
     EXPECT_EQ(writeSimple(7, 7), FILE_WRITE_ERROR) << "no file is open";
     std::int32_t last = 0;
     EXPECT_EQ(mt_getLastUniformMessageId(table.get(), &last), MASTER_INACTIVE_ERROR);
@@ -315,10 +315,10 @@ TEST_F(Lifecycle, AWriterGoesOnWithTheStaticIndexesOfTheLastFooterAndTheOpenBloc
     open(OpenMode::write);
     EXPECT_EQ(table->records.staticIndexes.connMsgIds[RESENT], 2000000000) << "it is in the closed block";
     EXPECT_EQ(table->records.staticIndexes.connMsgIds[APP_TO], 6) << "it is in the open block";
-    EXPECT_EQ(table->frames->summary.staticIndexes, table->records.staticIndexes);
-    EXPECT_EQ(table->frames->summary.messageCount, 2);
-    EXPECT_EQ(table->frames->summary.minimum.seqNum, 5);
-    EXPECT_EQ(table->frames->summary.maximum.seqNum, 6);
+    EXPECT_EQ(table->writer->summary.staticIndexes, table->records.staticIndexes);
+    EXPECT_EQ(table->writer->summary.messageCount, 2);
+    EXPECT_EQ(table->writer->summary.minimum.seqNum, 5);
+    EXPECT_EQ(table->writer->summary.maximum.seqNum, 6);
 }
 
 TEST_F(Lifecycle, ManyWritersOneAfterAnotherMakeTheFileOfASingleOne) {

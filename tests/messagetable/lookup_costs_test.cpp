@@ -141,7 +141,7 @@ TEST_F(LookupCosts, AReaderThatFollowsReadsNoMoreFromABlockThatIsNearlyFull) {
     const MessageTablePtr reader = openReader();
     for (std::int32_t n = 1; n <= 2100; ++n) {
         const bool atEdge = n > 1 && n % 1000 <= 1;  // the first or the last message of a block
-        const std::int64_t footer = atEdge ? table->frames->footerSize : 0;
+        const std::int64_t footer = atEdge ? mt_storage(table.get())->footerSize : 0;
         const std::int64_t bytes = sum(readsAfter(n, n, reader));
         ASSERT_GE(bytes, frameSize(n)) << "message " << n << " was not read";
         ASSERT_LE(bytes, 2 * frameSize(n) + footer + 4 * LENGTH_WORD) << "for message " << n;

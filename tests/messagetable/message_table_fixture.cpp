@@ -10,44 +10,25 @@ namespace tabulo::internal::test {
 
 namespace {
 
-std::vector<StringField> fieldsOf(const Message& message) {
-    std::vector<StringField> fields;
-    for (const std::optional<std::string>& text : message.strings) {
-        fields.push_back(text ? StringField{text->data(), static_cast<std::int32_t>(text->size())} : StringField{});
-    }
-    return fields;
+// The visitor of readAll.
+MessageVisitor collector(ReadMessages* read) {
+    return {read,
+            [](void* owner, const BlockSummary&, Visit*) {
+                static_cast<ReadMessages*>(owner)->blocks += 1;
+                return NO_ERROR;
+            },
+            [](void* owner, const MessageView& message, Visit*) {
+                static_cast<ReadMessages*>(owner)->messages.push_back(ownedMessage(message));
+                return NO_ERROR;
+            }};
 }
 
-bool sameNumber(const NumericValue& left, const NumericValue& right) {
-    return left.type == right.type && (left.type == NumericType::absent || left.longValue == right.longValue);
-}
-
-// The match operation of readAll.
-ErrorCode collect(std::int32_t*, void* context, const BlockSummary* summary, const MessageMetadata* metadata,
-                  const StringField* strings, std::int32_t stringCount, const NumericValue* numbers,
-                  std::int32_t numberCount) {
-    auto* read = static_cast<ReadMessages*>(context);
-    if (summary != nullptr) {
-        read->blocks += 1;
-        return NO_ERROR;
-    }
-    Message message;
-    message.metadata = *metadata;
-    for (std::int32_t i = 0; i < stringCount; ++i) {
-        message.strings.push_back(strings[i].length == 0 ? std::nullopt
-                                                         : std::optional(std::string(stringField_bytes(strings[i]))));
-    }
-    message.numbers.assign(numbers, numbers + numberCount);
-    read->messages.push_back(message);
-    return NO_ERROR;
-}
-
-using Walk = ErrorCode (*)(MessageFrames*, std::int64_t, MatchOperation, void*) noexcept;
+using Walk = decltype(&mfr_readForward);
 
 ReadMessages walk(MessageTable* table, Walk walkFrom, std::int64_t start) {
     ReadMessages read;
-    const MessageFramesPtr frames(mfr_create(table->storage.get(), &table->header.layout));
-    read.code = frames == nullptr ? OUT_OF_MEMORY_ERROR : walkFrom(frames.get(), start, collect, &read);
+    const BlockReaderPtr reader(mfr_createReader(table->storage.get(), table->header.layout));
+    read.code = reader == nullptr ? OUT_OF_MEMORY_ERROR : walkFrom(reader.get(), start, collector(&read));
     return read;
 }
 
@@ -107,42 +88,6 @@ ErrorCode closeTable(MessageTablePtr& table) {
     return code;
 }
 
-bool Message::operator==(const Message& other) const {
-    const MessageMetadata& left = metadata;
-    const MessageMetadata& right = other.metadata;
-    return left.uniformId == right.uniformId && left.seqNum == right.seqNum && left.prevSeqNum == right.prevSeqNum &&
-           left.connMsgId == right.connMsgId && left.timestamp == right.timestamp && left.msgType == right.msgType &&
-           left.isPossDupFlag == right.isPossDupFlag && left.isOutOfSequence == right.isOutOfSequence &&
-           strings == other.strings &&
-           std::equal(numbers.begin(), numbers.end(), other.numbers.begin(), other.numbers.end(), sameNumber);
-}
-
-void PrintTo(const Message& message, std::ostream* out) {
-    const MessageMetadata& metadata = message.metadata;
-    *out << "\n{uniformId " << metadata.uniformId << ", seqNum " << metadata.seqNum << ", prevSeqNum "
-         << metadata.prevSeqNum << ", connMsgId " << metadata.connMsgId << ", timestamp " << metadata.timestamp
-         << ", msgType " << ::testing::PrintToString(metadata.msgType) << ", possDup "
-         << static_cast<int>(metadata.isPossDupFlag) << ", outOfSequence "
-         << static_cast<int>(metadata.isOutOfSequence);
-    for (const std::optional<std::string>& text : message.strings) {
-        *out << ", " << (text ? ::testing::PrintToString(*text) : "absent");
-    }
-    for (const NumericValue& number : message.numbers) {
-        switch (number.type) {
-            case NumericType::absent:
-                *out << ", absent";
-                break;
-            case NumericType::doubleValue:
-                *out << ", double " << number.doubleValue;
-                break;
-            case NumericType::longValue:
-                *out << ", long " << number.longValue;
-                break;
-        }
-    }
-    *out << "}";
-}
-
 Message simpleMessage(std::int32_t n, const TableShape& shape) {
     Message message = bareMessage(n, shape);
     message.metadata.seqNum = n;
@@ -174,12 +119,6 @@ Message bareMessage(std::int32_t uniformId, const TableShape& shape) {
     return message;
 }
 
-ErrorCode writeMessage(MessageTable* table, const Message& message) {
-    const std::vector<StringField> fields = fieldsOf(message);
-    return mt_writeMessage(table, &message.metadata, fields.data(), static_cast<std::int32_t>(fields.size()),
-                           message.numbers.data(), static_cast<std::int32_t>(message.numbers.size()));
-}
-
 ErrorCode writeSimpleMessages(MessageTable* table, std::int32_t first, std::int32_t last, const TableShape& shape) {
     for (std::int32_t n = first; n <= last; ++n) {
         const ErrorCode code = writeMessage(table, simpleMessage(n, shape));
@@ -195,14 +134,10 @@ Bytes frameOf(const Message& message) {
 }
 
 Bytes encodedFrame(const Message& message) {
-    const std::vector<StringField> fields = fieldsOf(message);
-    const ByteStreamPtr stream(byteStream_create(64));
-    EXPECT_EQ(
-        mfr_encodeMessage(&message.metadata, fields.data(), static_cast<std::int32_t>(fields.size()),
-                          message.numbers.data(), static_cast<std::int32_t>(message.numbers.size()), stream.get()),
-        NO_ERROR);
-    const std::uint8_t* begin = byteStream_buffer(stream.get());
-    return Bytes(begin, begin + byteStream_writeMark(stream.get()));
+    const ByteStreamPtr stream(byteStream_create(0));
+    EXPECT_EQ(mfr_encodeMessage(MessageFields(message).view(), stream.get()), NO_ERROR);
+    const std::uint8_t* bytes = byteStream_buffer(stream.get());
+    return {bytes, bytes + byteStream_writeMark(stream.get())};
 }
 
 ReadMessages readAll(MessageTable* table) {

@@ -4,7 +4,6 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
-#include <iosfwd>
 #include <memory>
 #include <optional>
 #include <stdexcept>
@@ -15,6 +14,7 @@
 #include "core/handle.h"
 #include "messagetable/message_table.h"
 #include "tests/support/bytes.h"
+#include "tests/support/message.h"
 #include "tests/support/message_fields.h"
 #include "tests/support/temporary_directory.h"
 
@@ -38,8 +38,6 @@ TableShape defaultShape();
 // 12 configured string and 16 numeric fields, "S0" to "S11" and "N0" to "N15".
 TableShape widestShape(std::int32_t messagesPerBlock = 3);
 
-using MessageTablePtr = Handle<MessageTable, mt_destroy>;
-
 // A configuration under `root` (which ends with "/"); the caller hands it to mt_create.
 KSVTboTableConfig* makeConfig(const std::string& root, const TableShape& shape = {});
 // A table that is not open yet.
@@ -50,16 +48,6 @@ MessageTablePtr openTable(const std::string& root, OpenMode mode, const TableSha
 // Saves the tail and destroys the table; the code of mt_close.
 ErrorCode closeTable(MessageTablePtr& table);
 
-// A message that owns its texts, as written and as read back.
-struct Message {
-    MessageMetadata metadata;
-    std::vector<std::optional<std::string>> strings;  // stored bytes with their NUL, if any; nullopt is absent
-    std::vector<NumericValue> numbers;
-
-    bool operator==(const Message& other) const;
-};
-void PrintTo(const Message& message, std::ostream* out);
-
 // The n-th simple message of a table: uniformId and seqNum n, connMsgId n (APP_TO), timestamp 1000 n, msgType "D";
 // string field i is "f<i>-<n>" with its NUL, numeric field i the long 100 n + i.
 Message simpleMessage(std::int32_t n, const TableShape& shape = {});
@@ -68,7 +56,6 @@ std::vector<Message> simpleMessages(std::int32_t first, std::int32_t last, const
 // A message without any field: connMsgId 0 and the given uniformId.
 Message bareMessage(std::int32_t uniformId, const TableShape& shape = {});
 
-ErrorCode writeMessage(MessageTable* table, const Message& message);
 // Writes simple messages first to last and stops at the first failure, whose code it returns.
 ErrorCode writeSimpleMessages(MessageTable* table, std::int32_t first, std::int32_t last, const TableShape& shape = {});
 

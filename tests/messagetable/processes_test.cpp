@@ -300,7 +300,7 @@ class KilledWriter : public Processes {
         ASSERT_TRUE(record.messages == traffic.messages(beforeOpenBlock + 1, count))
             << "the messages are not those that were written";
         openBlock = mt_openBlockStart(table.get());
-        beforeOpenBlock = count - table->frames->summary.messageCount;
+        beforeOpenBlock = count - table->writer->summary.messageCount;
         ASSERT_TRUE(others().empty()) << "a killed writer is no damage: " << others().begin()->first;
         ASSERT_EQ(warningsOf("mtX_recover"), std::vector<std::string>{});
         page->acknowledged.store(count);

@@ -28,7 +28,7 @@ class RawMessage : public MessageTableTest {
         EXPECT_EQ(writeRaw(frame), expected) << what;
         EXPECT_EQ(toHex(fileBytes()), toHex(before)) << what;
         EXPECT_EQ(table->records.dataInfo.messageCount, 0) << what;
-        EXPECT_EQ(table->frames->summary.messageCount, 0) << what;
+        EXPECT_EQ(table->writer->summary.messageCount, 0) << what;
     }
 };
 
@@ -178,7 +178,7 @@ TEST_F(RawMessage, WhoseWriteFailsLeavesEverythingAsItWas) {
     EXPECT_EQ(writeRaw(frameOf(simpleMessage(3))), FILE_FLUSH_ERROR);
     EXPECT_EQ(toHex(fileBytes()), toHex(before));
     EXPECT_EQ(table->records.dataInfo.messageCount, 2);
-    EXPECT_EQ(table->frames->summary.messageCount, 2);
+    EXPECT_EQ(table->writer->summary.messageCount, 2);
     table.reset();
 }
 

@@ -187,7 +187,7 @@ TEST_F(Recovery, ALastBlockEndOfZeroInATableWithoutClosedBlocksIsTheHeadersEnd) 
         ASSERT_NE(table, nullptr);
         EXPECT_EQ(log.warnings(), std::vector<std::string>{}) << "lastBlockEnd " << stored << " needs no recovery";
         EXPECT_EQ(table->records.blockInfo.lastBlockEnd, places.headerSize);
-        EXPECT_EQ(table->frames->summary.messageCount, 3) << "the open block was not loaded";
+        EXPECT_EQ(table->writer->summary.messageCount, 3) << "the open block was not loaded";
         ASSERT_EQ(closeTable(table), NO_ERROR);
         EXPECT_EQ(difference(fileBytes(), closed(3)), "");
     }
@@ -272,7 +272,7 @@ TEST_F(Recovery, ATableOpenedReadOnlyIsNotRecovered) {
     open(OpenMode::read);
     ASSERT_NE(table, nullptr);
     EXPECT_EQ(log.warnings(), std::vector<std::string>{});
-    EXPECT_EQ(table->frames->summary.messageCount, 0) << "a reader's open block is read by the first lookup";
+    EXPECT_EQ(table->writer->summary.messageCount, 0) << "a reader's open block is read by the first lookup";
     std::int32_t last = 0;
     EXPECT_EQ(mt_getLastUniformMessageId(table.get(), &last), NO_ERROR);
     EXPECT_EQ(last, 6);

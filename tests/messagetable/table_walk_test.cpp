@@ -207,7 +207,7 @@ TEST_F(TableWalk, ABlockBeyondThePieceSizeIsWalkedInPiecesBothWays) {
         }
         return ErrorCode{NO_ERROR};
     };
-    const MessageFramesPtr reader(mfr_create(table->storage.get(), &table->header.layout));
+    const BlockReaderPtr reader(mfr_createReader(table->storage.get(), table->header.layout));
     for (const bool backward : {false, true}) {
         FaultPlatform platform;
         Seen seen;

@@ -47,7 +47,7 @@ class UniformLookup : public MessageTableTest {
         EXPECT_TRUE(first ? place.skip == 8 || place.skip == footerSize() + 8 : place.skip == 0)
             << "looking for " << id << ": " << place.skip << " bytes separate message " << n << " from the one before";
     }
-    std::int32_t footerSize() const { return table->frames->footerSize; }
+    std::int32_t footerSize() const { return mt_storage(table.get())->footerSize; }
 
     MessageTablePtr writer;
     std::vector<Message> messages;

@@ -1,4 +1,4 @@
-// A match operation of tests: it writes down what it is asked, and answers as it is told.
+// A visitor of tests: it writes down what it is asked, and answers as it is told.
 #pragma once
 
 #include <cstdint>
@@ -13,18 +13,18 @@
 namespace tabulo::internal::test {
 
 struct WalkRecord {
-    // "block 5..8" for a block with the uniform ids 5 to 8, "message 5", and "end" for a call with neither.
+    // "block 5..8" for a block with the uniform ids 5 to 8, and "message 5".
     std::vector<std::string> events;
     std::vector<Message> messages;
-    std::map<std::string, std::int32_t> answers;  // to an event; Visit::goOn to all others
+    std::map<std::string, Visit> answers;  // to an event; Visit::goOn to all others
     std::map<std::string, ErrorCode> failures;    // results of an event's call; NO_ERROR for all others
     std::function<void()> onMessage;              // called for each message
 
-    // The operation; its context is the record.
-    static ErrorCode operation(std::int32_t* answer, void* context, const BlockSummary* summary,
-                               const MessageMetadata* metadata, const StringField* stringFields,
-                               std::int32_t stringFieldCount, const NumericValue* numericFields,
-                               std::int32_t numericFieldCount);
+    // The visitor that fills the record.
+    MessageVisitor visitor();
+
+  private:
+    ErrorCode told(const std::string& event, Visit* answer);
 };
 
 // Walks of a table with a frame reader of their own: forward from the header's end or from a block, backward from the

@@ -26,7 +26,7 @@ std::string dropped(int index, ErrorCode code) {
 // The footer that the writer would write now, which tells its whole summary.
 std::string writerState(const MessageTable* table) {
     const ByteStreamPtr stream(byteStream_create(0));
-    const BlockSummary& summary = table->frames->summary;
+    const BlockSummary& summary = table->writer->summary;
     EXPECT_EQ(blockSummary_writeFooter(&summary, table->header.layout, stream.get()), NO_ERROR);
     const std::uint8_t* begin = byteStream_buffer(stream.get());
     return std::to_string(summary.messageCount) + " messages, " + std::to_string(summary.frameBytes) + " bytes, " +
@@ -257,7 +257,7 @@ TEST_F(WriteFailure, OfTheTailIsReportedAlthoughTheMessageIsStored) {
     EXPECT_EQ(table->records.dataInfo.dataEnd, fileBytes().size());
     EXPECT_EQ(table->records.blockInfo.lastBlockEnd, fileBytes().size());
     EXPECT_EQ(table->records.staticIndexes.lastUniform, 3);
-    EXPECT_EQ(table->frames->summary.messageCount, 0);
+    EXPECT_EQ(table->writer->summary.messageCount, 0);
     EXPECT_EQ(table->storage->activeCount, 0);
     platform.clear();
     open(OpenMode::write);

@@ -36,9 +36,9 @@ class WriteMessage : public MessageTableTest {
                 table->records.blockInfo.lastBlockEnd,
                 table->records.dataInfo.dataEnd,
                 table->records.dataInfo.messageCount,
-                table->frames->summary.messageCount,
-                table->frames->summary.frameBytes,
-                table->frames->summary.staticIndexes,
+                table->writer->summary.messageCount,
+                table->writer->summary.frameBytes,
+                table->writer->summary.staticIndexes,
                 table->storage->activeCount};
     }
     ErrorCode writeFields(const StringField* strings, std::int32_t stringCount, const NumericValue* numbers = nullptr,
@@ -103,8 +103,8 @@ TEST_F(WriteMessage, IsCountedWithItsBytesAndIndexes) {
         EXPECT_EQ(table->records.dataInfo.dataEnd, fileBytes().size());
         EXPECT_EQ(table->records.staticIndexes.lastUniform, n);
         EXPECT_EQ(table->records.staticIndexes.seqNums[LAST_GOOD].seqNum, n);
-        EXPECT_TRUE(table->records.staticIndexes == table->frames->summary.staticIndexes);
-        EXPECT_EQ(table->frames->summary.messageCount, n % 3);
+        EXPECT_TRUE(table->records.staticIndexes == table->writer->summary.staticIndexes);
+        EXPECT_EQ(table->writer->summary.messageCount, n % 3);
     }
 }
 
@@ -237,7 +237,7 @@ TEST_F(WriteMessage, WithoutAnActiveFileIsAWriteErrorAndCountsNothing) {
     table = createTable(directory.root());
     EXPECT_EQ(write(simpleMessage(1)), FILE_WRITE_ERROR);
     EXPECT_EQ(table->records.dataInfo.messageCount, 0);
-    EXPECT_EQ(table->frames->summary.messageCount, 0);
+    EXPECT_EQ(table->writer->summary.messageCount, 0);
     EXPECT_TRUE(table->records.staticIndexes == mthStaticIndexes{});
 }
 
@@ -260,7 +260,7 @@ TEST_F(WriteMessage, TellsTheTableItsBytesAndTheBlocksEndOnlyWhenItClosedOne) {
     for (std::size_t i = 0; i < 4; ++i) {
         std::int64_t blockEnd = -1;
         std::int64_t bytesWritten = -1;
-        ASSERT_EQ(mfr_writeMessage(table->frames.get(), &metadata, strings.data(), nullptr, &blockEnd, &bytesWritten),
+        ASSERT_EQ(mfr_writeMessage(table->writer.get(), &metadata, strings.data(), nullptr, &blockEnd, &bytesWritten),
                   NO_ERROR);
         EXPECT_EQ(blockEnd, ends[i]) << "message " << i + 1;
         EXPECT_EQ(bytesWritten, sizes[i]) << "message " << i + 1;

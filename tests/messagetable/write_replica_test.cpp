@@ -142,7 +142,7 @@ TEST_F(WriteReplicas, WhenAllFailTheLastOnesCodeIsTheResultAndNothingIsCounted) 
               (Lines{dropped(0, FILE_FLUSH_ERROR), dropped(1, FILE_FLUSH_ERROR), dropped(2, READ_ONLY_ERROR)}));
     EXPECT_EQ(table->storage->activeCount, 0);
     EXPECT_EQ(table->records.dataInfo.messageCount, 1);
-    EXPECT_EQ(table->frames->summary.messageCount, 1);
+    EXPECT_EQ(table->writer->summary.messageCount, 1);
     for (const int index : {0, 1, 2}) {
         expectSame(index, before);
     }

@@ -254,7 +254,7 @@ void ModelRun::compareWalk(Handle* handle, bool backward) {
     SCOPED_TRACE(std::string(backward ? "a walk backward" : "a walk forward") +
                  (handle->writes ? " on the writer" : " on a reader"));
     MessageTable* table = handle->table.get();
-    const MessageFramesPtr frames(mfr_create(table->storage.get(), &table->header.layout));
+    const BlockReaderPtr frames(mfr_createReader(table->storage.get(), table->header.layout));
     ASSERT_NE(frames, nullptr);
     Comparison comparison;
     comparison.messages = &model_.messages();

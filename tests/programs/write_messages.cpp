@@ -23,7 +23,7 @@ ErrorCode store(MessageTable* table, std::int32_t count) {
     static_cast<void>(::access("/first message", F_OK));
     for (std::int32_t n = 1; n <= count && code == NO_ERROR; ++n) {
         metadata.uniformId = n;
-        code = mt_writeMessage(table, &metadata, strings.data(), 4, nullptr, 0);
+        code = mt_writeMessage(table, {metadata, strings, {}});
     }
     static_cast<void>(::access("/last message", F_OK));
     return code;

@@ -72,7 +72,7 @@ TEST_F(BlockCheck, TimesExcludeAndZeroIsNoBound) {
 }
 
 TEST_F(BlockCheck, ANegativeEndingTimeIsABoundAlsoWithoutAStartingTime) {
-    StoredMessage message = plain(1);
+    Message message = plain(1);
     message.metadata.timestamp = -500;
     add(message);
     EXPECT_EQ(conditions_setEndingTime(conditions.get(), -501), NO_ERROR);

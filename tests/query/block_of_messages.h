@@ -20,14 +20,14 @@ class BlockOfMessages : public ::testing::Test {
         summary = BlockSummary{};
         ASSERT_EQ(blockSummary_init(&summary, layout), NO_ERROR);
     }
-    void add(const StoredMessage& message) {
+    void add(const Message& message) {
         std::vector<StringField> fields;
         for (const std::optional<std::string>& text : message.strings) {
             fields.push_back(text ? StringField{text->data(), static_cast<std::int32_t>(text->size())} : StringField{});
         }
         blockSummary_add(&summary, layout, message.metadata, fields.data(), message.numbers.data(), 100);
     }
-    StoredMessage plain(std::int32_t n) const { return plainMessage(n, layout); }
+    Message plain(std::int32_t n) const { return plainMessage(n, layout); }
     void addPlain(std::int32_t first, std::int32_t last) {
         for (std::int32_t n = first; n <= last; ++n) {
             add(plain(n));
@@ -35,14 +35,14 @@ class BlockOfMessages : public ::testing::Test {
     }
     void addIds(const std::vector<std::int32_t>& ids) {
         for (const std::int32_t id : ids) {
-            StoredMessage message = plain(1);
+            Message message = plain(1);
             message.metadata.connMsgId = id;
             add(message);
         }
     }
     // Messages with this in numeric field 0.
     void addNumber(const NumericValue& number) {
-        StoredMessage message = plain(1);
+        Message message = plain(1);
         message.numbers[0] = number;
         add(message);
     }
@@ -52,7 +52,7 @@ class BlockOfMessages : public ::testing::Test {
         }
     }
     void addText(std::int32_t field, const std::optional<std::string>& text) {
-        StoredMessage message = plain(1);
+        Message message = plain(1);
         message.strings[static_cast<std::size_t>(field)] = text;
         add(message);
     }

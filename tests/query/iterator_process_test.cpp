@@ -139,7 +139,7 @@ TEST_F(IdSet, OfAHundredThousandIdsIsMatchedWithAHundredThousandMessagesInSecond
     constexpr std::int32_t many = 100'000;
     layout = layoutOf(1000);
     create();
-    StoredMessage message = plain(1);
+    Message message = plain(1);
     message.strings = {std::nullopt, std::nullopt, withNul("8=FIX.4.4"), std::nullopt};
     std::vector<std::int32_t> ids;
     for (std::int32_t n = 0; n < many; ++n) {

@@ -59,7 +59,7 @@ class MessageTest : public ::testing::Test {
     }
 
     MessageTableLayout layout = layoutOf(1000, 1, 2);
-    StoredMessage message = plainMessage(10, layout);
+    Message message = plainMessage(10, layout);
     QueryConditionsPtr conditions = newConditions();
 };
 

@@ -78,7 +78,7 @@ INSTANTIATE_TEST_SUITE_P(InBlocksOfThree, IteratorOverSomeMessages, ::testing::V
 TEST_F(Iterator, CarriesTheCurrentMessageWhole) {
     layout = layoutOf(3, 1, 3);
     create();
-    StoredMessage message = plain(1);
+    Message message = plain(1);
     message.metadata = {11, -12, 13, 14, -15, {}, 1, 1};
     setMsgType(&message.metadata, "ABCDE");
     message.strings = {withNul("zero"), std::nullopt, withNul(""), withNul("8=FIX"), withNul("1=2")};
@@ -103,7 +103,7 @@ TEST_F(Iterator, CarriesTheCurrentMessageWhole) {
 TEST_F(Iterator, StringFieldsCountByTheirSlotsAndEndWithTheMsgType) {
     layout = layoutOf(3, 1, 0);
     create();
-    StoredMessage message = plain(1);
+    Message message = plain(1);
     message.strings = {withNul("zero"), std::nullopt, withNul(""), withNul("wire"), withNul("rest")};
     setMsgType(&message.metadata, "ABCDE");
     write(message);
@@ -127,7 +127,7 @@ TEST_F(Iterator, StringFieldsCountByTheirSlotsAndEndWithTheMsgType) {
 TEST_F(Iterator, NumericFieldsAreConvertedAndEndWithTheMetadata) {
     layout = layoutOf(3, 0, 3);
     create();
-    StoredMessage message = plain(1);
+    Message message = plain(1);
     message.metadata = {1, -12, 13, 14, -15, {}, 1, 0};
     message.numbers = {numericValue_ofDouble(-2.75), NumericValue{}, numericValue_ofLong(3)};
     write(message);
@@ -185,7 +185,7 @@ TEST_F(Iterator, KeepsTheTextsOfTheCurrentMessageUntilTheNextCall) {
     layout = layoutOf(4, 0, 0);
     create();
     for (std::int32_t n = 1; n <= 9; ++n) {
-        StoredMessage message = plain(n);
+        Message message = plain(n);
         message.strings[2] = withNul(std::string(static_cast<std::size_t>(n) * 20'000, static_cast<char>('a' + n)));
         write(message);
     }
@@ -248,7 +248,7 @@ TEST_F(Iterator, ASingleIdRangeOverTwoClassesFindsTheOpenBlockOnlyAndNotesEachCl
     const auto belowZero = [](QueryConditions* conditions) {
         EXPECT_EQ(conditions_setMessageIdRange(conditions, -5, -2), NO_ERROR);
     };
-    StoredMessage message = plain(9);
+    Message message = plain(9);
     message.metadata.connMsgId = -3;
     write(message);  // closes the third block
     EXPECT_EQ(select(belowZero), std::vector<std::int32_t>{});

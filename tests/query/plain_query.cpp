@@ -78,7 +78,7 @@ struct Number {
     std::int64_t wholeValue = 0;
 };
 
-Number numberOf(const StoredMessage& message, std::size_t field) {
+Number numberOf(const Message& message, std::size_t field) {
     const MessageMetadata& metadata = message.metadata;
     const std::size_t configured = message.numbers.size();
     if (field < configured) {
@@ -138,7 +138,7 @@ bool numberSelected(const PlainNumericFilter<std::int64_t>& filter, const Number
 }
 
 template <typename T>
-bool numericFilterSelects(const PlainNumericFilter<T>& filter, const StoredMessage& message) {
+bool numericFilterSelects(const PlainNumericFilter<T>& filter, const Message& message) {
     const auto fields = static_cast<std::int64_t>(message.numbers.size()) + 7;
     if (filter.field < 0 || filter.field >= fields) {
         return true;
@@ -175,7 +175,7 @@ bool textSelected(const PlainStringFilter& filter, const std::string& bytes, std
     return false;
 }
 
-bool stringFilterSelects(const PlainStringFilter& filter, const StoredMessage& message) {
+bool stringFilterSelects(const PlainStringFilter& filter, const Message& message) {
     const auto slots = static_cast<std::int32_t>(message.strings.size());
     if (filter.field < 0 || filter.field > slots) {
         return true;
@@ -193,7 +193,7 @@ bool stringFilterSelects(const PlainStringFilter& filter, const StoredMessage& m
     return textSelected(filter, *stored, std::string::npos, filter.ignoreCase);
 }
 
-bool meetsAll(const PlainQuery& query, const StoredMessage& message) {
+bool meetsAll(const PlainQuery& query, const Message& message) {
     const MessageMetadata& metadata = message.metadata;
     bool all = idSelected(query, metadata.connMsgId) && timesSelected(query, metadata.timestamp) &&
                seqNumSelected(query, metadata.seqNum);
@@ -271,7 +271,7 @@ std::string boundText(const PlainStringFilter::Bound& bound) {
 
 }  // namespace
 
-bool plainQuery_selects(const PlainQuery& query, const StoredMessage& message) {
+bool plainQuery_selects(const PlainQuery& query, const Message& message) {
     return meetsAll(query, message) != query.inverted;
 }
 

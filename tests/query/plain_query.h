@@ -48,7 +48,7 @@ struct PlainQuery {
 };
 
 // True when an inverted or plain query selects the message.
-bool plainQuery_selects(const PlainQuery& query, const StoredMessage& message);
+bool plainQuery_selects(const PlainQuery& query, const Message& message);
 // True for a single id range whose ends lie in two classes or in none: closed blocks are then left out by definition.
 bool plainQuery_leavesOutClosedBlocks(const PlainQuery& query);
 // The query in the library's form, filled by its setters.

@@ -180,7 +180,7 @@ class WalkAllocations : public QueryTest {
         layout = layoutOf(4, 1, 1);
         create();
         for (std::int32_t n = 1; n <= MESSAGES; ++n) {
-            StoredMessage message = plain(100 + n);
+            Message message = plain(100 + n);
             const bool large = n <= 4 || (n > MESSAGES - 6 && n <= MESSAGES - 2);
             message.strings[3] = std::string(large ? 5000 : 300, 'x');
             write(message);

@@ -36,17 +36,8 @@ MessageTablePtr openTable(const std::string& root, const MessageTableLayout& lay
     return code == NO_ERROR ? std::move(table) : nullptr;
 }
 
-ErrorCode writeMessage(MessageTable* table, const StoredMessage& message) {
-    std::vector<StringField> fields;
-    for (const std::optional<std::string>& text : message.strings) {
-        fields.push_back(text ? StringField{text->data(), static_cast<std::int32_t>(text->size())} : StringField{});
-    }
-    return mt_writeMessage(table, &message.metadata, fields.data(), static_cast<std::int32_t>(fields.size()),
-                           message.numbers.data(), static_cast<std::int32_t>(message.numbers.size()));
-}
-
-StoredMessage plainMessage(std::int32_t n, const MessageTableLayout& layout) {
-    StoredMessage message;
+Message plainMessage(std::int32_t n, const MessageTableLayout& layout) {
+    Message message;
     message.metadata.uniformId = n;
     message.metadata.seqNum = n;
     message.metadata.connMsgId = n;
@@ -100,34 +91,27 @@ std::vector<std::int32_t> idsFromTo(std::int32_t first, std::int32_t last) {
     return ids;
 }
 
-WatchedIterator* WatchedIterator::current_ = nullptr;
-
 WatchedIterator::WatchedIterator(MessageTableIterator* iterator, bool skipsBlocks)
-    : operation_(iterator->match), skipsBlocks_(skipsBlocks) {
-    iterator->match = &WatchedIterator::ask;
-    current_ = this;
+    : asked_(iterator->match), skipsBlocks_(skipsBlocks) {
+    iterator->match = {this, askBlock, askMessage};
 }
 
-WatchedIterator::~WatchedIterator() {
-    current_ = nullptr;
-}
-
-ErrorCode WatchedIterator::ask(std::int32_t* answer, void* context, const BlockSummary* summary,
-                               const MessageMetadata* metadata, const StringField* stringFields,
-                               std::int32_t stringFieldCount, const NumericValue* numericFields,
-                               std::int32_t numericFieldCount) {
-    const ErrorCode code = current_->operation_(answer, context, summary, metadata, stringFields, stringFieldCount,
-                                                numericFields, numericFieldCount);
-    if (summary == nullptr) {
-        current_->messagesAsked += 1;
-        return code;
-    }
-    current_->blocksAsked += 1;
-    current_->blocksSkipped += *answer == Visit::skipBlock ? 1 : 0;
-    if (!current_->skipsBlocks_) {
+ErrorCode WatchedIterator::askBlock(void* owner, const BlockSummary& summary, Visit* answer) {
+    auto* self = static_cast<WatchedIterator*>(owner);
+    const ErrorCode code =
+        self->asked_.onBlock == nullptr ? NO_ERROR : self->asked_.onBlock(self->asked_.owner, summary, answer);
+    self->blocksAsked += 1;
+    self->blocksSkipped += *answer == Visit::skipBlock ? 1 : 0;
+    if (!self->skipsBlocks_) {
         *answer = Visit::goOn;
     }
     return code;
+}
+
+ErrorCode WatchedIterator::askMessage(void* owner, const MessageView& message, Visit* answer) {
+    auto* self = static_cast<WatchedIterator*>(owner);
+    self->messagesAsked += 1;
+    return self->asked_.onMessage(self->asked_.owner, message, answer);
 }
 
 void QueryTest::writePlain(std::int32_t first, std::int32_t last) {

@@ -18,19 +18,11 @@
 #include "query/query_conditions.h"
 #include "tests/support/bytes.h"
 #include "tests/support/log_capture.h"
+#include "tests/support/message.h"
 #include "tests/support/message_fields.h"
 #include "tests/support/temporary_directory.h"
 
 namespace tabulo::internal::test {
-
-using MessageTablePtr = Handle<MessageTable, mt_destroy>;
-
-// A message that owns its texts; nullopt is an absent field, any other text is stored byte for byte.
-struct StoredMessage {
-    MessageMetadata metadata;
-    std::vector<std::optional<std::string>> strings;
-    std::vector<NumericValue> numbers;
-};
 
 // A layout with so many configured fields, all of which, with the two leading built-in ones, are summarised.
 MessageTableLayout layoutOf(std::int32_t messagesPerBlock, std::int32_t configuredStrings = 0,
@@ -39,11 +31,10 @@ MessageTableLayout layoutOf(std::int32_t messagesPerBlock, std::int32_t configur
 MessageTablePtr createTable(const std::string& root, const MessageTableLayout& layout);
 // The same, opened; null with a failed expectation when that is refused.
 MessageTablePtr openTable(const std::string& root, const MessageTableLayout& layout, OpenMode mode);
-ErrorCode writeMessage(MessageTable* table, const StoredMessage& message);
 
 // The n-th plain message: uniformId, seqNum and connMsgId n, timestamp 1000 n, msgType "D"; string field i is
 // "f<i>-<n>" with its NUL, numeric field i the long 100 n + i.
-StoredMessage plainMessage(std::int32_t n, const MessageTableLayout& layout);
+Message plainMessage(std::int32_t n, const MessageTableLayout& layout);
 
 QueryConditionsPtr newConditions(bool backward = false);
 MessageTableIteratorPtr openIterator(MessageTable* table, QueryConditionsPtr conditions);
@@ -54,11 +45,11 @@ std::vector<std::int32_t> remainingIds(MessageTableIterator* iterator);
 // first, first + 1, ... last, or downwards.
 std::vector<std::int32_t> idsFromTo(std::int32_t first, std::int32_t last);
 
-// Watches an iterator: what it asks about blocks, and, if wanted, with no block skipped. One at a time in a process.
+// Watches an iterator, which must not outlive it: what it asks about blocks, and, if wanted, with no block skipped.
 class WatchedIterator {
   public:
     WatchedIterator(MessageTableIterator* iterator, bool skipsBlocks);
-    ~WatchedIterator();
+    ~WatchedIterator() = default;
     WatchedIterator(const WatchedIterator&) = delete;
     WatchedIterator& operator=(const WatchedIterator&) = delete;
 
@@ -67,13 +58,10 @@ class WatchedIterator {
     int messagesAsked = 0;
 
   private:
-    static ErrorCode ask(std::int32_t* answer, void* context, const BlockSummary* summary,
-                         const MessageMetadata* metadata, const StringField* stringFields,
-                         std::int32_t stringFieldCount, const NumericValue* numericFields,
-                         std::int32_t numericFieldCount);
+    static ErrorCode askBlock(void* owner, const BlockSummary& summary, Visit* answer);
+    static ErrorCode askMessage(void* owner, const MessageView& message, Visit* answer);
 
-    static WatchedIterator* current_;
-    MatchOperation operation_;
+    MessageVisitor asked_;  // the iterator's own
     bool skipsBlocks_;
 };
 
@@ -86,8 +74,8 @@ class QueryTest : public ::testing::Test {
     }
     MessageTablePtr openReader() { return openTable(directory.root(), layout, OpenMode::read); }
     std::string path() const { return directory.file("messages"); }
-    StoredMessage plain(std::int32_t n) const { return plainMessage(n, layout); }
-    void write(const StoredMessage& message) { ASSERT_EQ(writeMessage(table.get(), message), NO_ERROR); }
+    Message plain(std::int32_t n) const { return plainMessage(n, layout); }
+    void write(const Message& message) { ASSERT_EQ(writeMessage(table.get(), message), NO_ERROR); }
     void writePlain(std::int32_t first, std::int32_t last);
     // The uniform ids that a query over `table` selects, with block skipping.
     std::vector<std::int32_t> select(const std::function<void(QueryConditions*)>& set, bool backward = false);

@@ -34,7 +34,7 @@ bool sameNumber(const NumericValue& left, const NumericValue& right) {
     return left.type == right.type && (left.type == NumericType::absent || left.longValue == right.longValue);
 }
 
-bool isCurrent(const MessageTableIterator* iterator, const StoredMessage& message) {
+bool isCurrent(const MessageTableIterator* iterator, const Message& message) {
     const MessageMetadata& left = mtIterator_getMetadata(iterator);
     const MessageMetadata& right = message.metadata;
     bool same = left.uniformId == right.uniformId && left.seqNum == right.seqNum &&
@@ -63,7 +63,7 @@ class RandomQueries : public ::testing::TestWithParam<std::uint32_t> {
         writer.reset();
         writer = openTable(directory.root(), all.layout, OpenMode::create);
         ASSERT_NE(writer, nullptr);
-        for (const StoredMessage& message : all.messages) {
+        for (const Message& message : all.messages) {
             ASSERT_EQ(writeMessage(writer.get(), message), NO_ERROR);
         }
         const MessageTablePtr reader = openTable(directory.root(), all.layout, OpenMode::read);

@@ -111,8 +111,8 @@ class Writer {
         oneClass_ = random_->percent(30) ? random_->below(5) : -1;
     }
 
-    StoredMessage message() {
-        StoredMessage message;
+    Message message() {
+        Message message;
         MessageMetadata& metadata = message.metadata;
         time_ += random_->between(-1, 3);
         metadata.uniformId = static_cast<std::int32_t>(time_) + random_->between(-2, 2);
@@ -159,7 +159,7 @@ class Asker {
     }
 
   private:
-    const StoredMessage& someMessage() { return random_->of(all_.messages); }
+    const Message& someMessage() { return random_->of(all_.messages); }
 
     void addCondition(PlainQuery* query) {
         switch (random_->below(12)) {
@@ -279,7 +279,7 @@ class Asker {
 
     // The field's value in some message.
     NumericValue stored(std::int32_t field) {
-        const StoredMessage& message = someMessage();
+        const Message& message = someMessage();
         const MessageMetadata& metadata = message.metadata;
         if (field >= 0 && static_cast<std::size_t>(field) < message.numbers.size()) {
             return message.numbers[static_cast<std::size_t>(field)];
@@ -334,7 +334,7 @@ class Asker {
     }
 
     std::string someText(std::int32_t field) {
-        const StoredMessage& message = someMessage();
+        const Message& message = someMessage();
         if (field == all_.layout.stringFieldCount && random_->percent(90)) {
             return message.metadata.msgType.data();
         }

@@ -32,7 +32,7 @@ class Random {
 // A layout and messages for a few closed blocks and, mostly, an open one. Neighbours are alike, so that blocks differ.
 struct RandomMessages {
     MessageTableLayout layout;
-    std::vector<StoredMessage> messages;
+    std::vector<Message> messages;
     std::size_t closed = 0;  // messages in closed blocks
 };
 

@@ -221,7 +221,7 @@ TEST_F(TableReaderTest, LookupsReadsAndOtherWatchesOfTheSameHandleDisturbNothing
         std::int32_t id = 0;
         EXPECT_EQ(mt_getLastUniformMessageId(reader.get(), &id), NO_ERROR);
         EXPECT_EQ(id, last);
-        const MessageFramesPtr frames(mfr_create(reader->storage.get(), &reader->header.layout));
+        const BlockReaderPtr frames(mfr_createReader(reader->storage.get(), reader->header.layout));
         EXPECT_EQ(mfr_readForward(frames.get(), reader->storage->headerSize, skipMessages, nullptr), NO_ERROR);
         const std::int32_t from[] = {id - 1};
         const auto stopAtOnce = [](std::int32_t* stop, void*, const MessageMetadata*, const StringField*, std::int32_t,

@@ -30,43 +30,19 @@ WatchedTablePtr makeWatched(const std::string& root, const std::string& name, co
 }
 
 ErrorCode storeMessage(MessageTable* table, std::int32_t uniformId, std::string_view wire) {
-    const MessageTableLayout& layout = table->header.layout;
-    MessageMetadata metadata;
-    metadata.uniformId = uniformId;
-    std::array<StringField, MAX_STRING_FIELDS> strings{};
-    const std::array<NumericValue, MAX_NUMERIC_FIELDS> numbers{};
-    strings[static_cast<std::size_t>(layout.stringFieldCount) - 2] = {wire.data(),
-                                                                      static_cast<std::int32_t>(wire.size())};
-    return mt_writeMessage(table, &metadata, strings.data(), layout.stringFieldCount, numbers.data(),
-                           layout.numericFieldCount);
+    const MessageTableLayout& layout = mt_layout(table);
+    Message message;
+    message.metadata.uniformId = uniformId;
+    message.strings.resize(static_cast<std::size_t>(layout.stringFieldCount));
+    message.strings[message.strings.size() - 2] = std::string(wire);
+    message.numbers.resize(static_cast<std::size_t>(layout.numericFieldCount));
+    return mt_writeMessage(table, MessageFields(message).view());
 }
 
-ErrorCode WatchRecord::take(std::int32_t* stop, void* context, const MessageMetadata* metadata,
-                            const StringField* stringFields, std::int32_t stringFieldCount,
-                            const NumericValue* numericFields, std::int32_t numericFieldCount,
-                            std::int32_t readerIndex) {
-    auto* self = static_cast<WatchRecord*>(context);
-    self->stopFlag_ = stop;
-    if (metadata == nullptr) {
-        EXPECT_EQ(stringFields, nullptr) << "a call without a message has no texts";
-        EXPECT_EQ(stringFieldCount, 0);
-        EXPECT_EQ(numericFields, nullptr) << "a call without a message has no numbers";
-        EXPECT_EQ(numericFieldCount, 0);
-        EXPECT_EQ(readerIndex, 0);
-        return self->takeIdle();
-    }
-    Received received;
-    received.metadata = *metadata;
-    for (std::int32_t i = 0; i < stringFieldCount; ++i) {
-        received.strings.push_back(stringFields[i].length == 0
-                                       ? std::nullopt
-                                       : std::optional(std::string(stringField_bytes(stringFields[i]))));
-    }
-    received.numbers.assign(numericFields, numericFields + numericFieldCount);
-    received.reader = readerIndex;
-    self->received.push_back(received);
-    self->events.push_back(std::to_string(metadata->uniformId) + "@" + std::to_string(readerIndex));
-    return self->onMessage ? self->onMessage(received) : NO_ERROR;
+ErrorCode WatchRecord::take(const MessageView& message, std::int32_t tableIndex) {
+    received.push_back({ownedMessage(message), tableIndex});
+    events.push_back(std::to_string(message.metadata.uniformId) + "@" + std::to_string(tableIndex));
+    return onMessage ? onMessage(received.back()) : NO_ERROR;
 }
 
 ErrorCode WatchRecord::takeIdle() {
@@ -92,8 +68,20 @@ ErrorCode WatchRecord::run(MessageWatcher* watcher, const std::vector<std::int32
 }
 
 ErrorCode WatchRecord::runInRealTime(MessageWatcher* watcher, const std::vector<std::int32_t>& startingIds) {
+    const WatchListener listener{
+        this,
+        [](void* owner, const MessageView& message, std::int32_t tableIndex, std::int32_t* stop) {
+            auto* self = static_cast<WatchRecord*>(owner);
+            self->stopFlag_ = stop;
+            return self->take(message, tableIndex);
+        },
+        [](void* owner, std::int32_t* stop) {
+            auto* self = static_cast<WatchRecord*>(owner);
+            self->stopFlag_ = stop;
+            return self->takeIdle();
+        }};
     return messageWatcher_startWatching(watcher, static_cast<std::int32_t>(startingIds.size()), startingIds.data(),
-                                        this, take);
+                                        listener);
 }
 
 std::vector<std::string> WatchRecord::deliveries() const {

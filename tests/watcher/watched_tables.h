@@ -13,6 +13,7 @@
 
 #include "core/handle.h"
 #include "messagetable/message_table.h"
+#include "tests/support/message.h"
 #include "tests/support/bytes.h"
 #include "tests/support/temporary_directory.h"
 #include "watcher/message_watcher.h"
@@ -35,10 +36,7 @@ WatchedTablePtr makeWatched(const std::string& root, const std::string& name, co
 ErrorCode storeMessage(MessageTable* table, std::int32_t uniformId, std::string_view wire = {});
 
 // A message as the callback received it.
-struct Received {
-    MessageMetadata metadata;
-    std::vector<std::optional<std::string>> strings;
-    std::vector<NumericValue> numbers;
+struct Received : Message {
     std::int32_t reader = -1;
 
     std::string wire() const { return strings.at(strings.size() - 2).value_or("absent"); }
@@ -67,9 +65,7 @@ class WatchRecord {
     void clear();
 
   private:
-    static ErrorCode take(std::int32_t* stop, void* context, const MessageMetadata* metadata,
-                          const StringField* stringFields, std::int32_t stringFieldCount,
-                          const NumericValue* numericFields, std::int32_t numericFieldCount, std::int32_t readerIndex);
+    ErrorCode take(const MessageView& message, std::int32_t tableIndex);
     ErrorCode takeIdle();
 
     std::int32_t* stopFlag_ = nullptr;

@@ -117,7 +117,7 @@ void leaveHalfAFrame(const char* name, std::uint64_t random) {
     }
     const auto size = static_cast<std::int64_t>(std::filesystem::file_size(name));
     const std::int64_t block = mt_openBlockStart(table.get());
-    const BlockSummary& open = table->frames->summary;
+    const BlockSummary& open = table->writer->summary;
     const bool atFrame = open.messageCount > 0 && open.messageCount < SHAPE.messagesPerBlock &&
                          block + 8 + static_cast<std::int64_t>(open.frameBytes) == size;
     if (!atFrame && block != size) {

@@ -24,8 +24,8 @@ std::string pointerText(const void* pointer) {
 class FrameWriter : public MessageTableTest {
   protected:
     void SetUp() override { table = createTable(directory.root(), shape); }
-    MessageFramesPtr create(TableStorage* storage) const {
-        return MessageFramesPtr(mfr_create(storage, &table->header.layout));
+    BlockWriterPtr create(TableStorage* storage) const {
+        return BlockWriterPtr(mfr_create(storage, &table->header.layout));
     }
     const MessageTableLayout* layout() const { return &table->header.layout; }
 };
@@ -33,7 +33,7 @@ class FrameWriter : public MessageTableTest {
 TEST_F(FrameWriter, RecordsTheFooterSizeInItsStorage) {
     EXPECT_EQ(table->storage->footerSize, 2652);
     table->storage->footerSize = 0;
-    const MessageFramesPtr frames = create(table->storage.get());
+    const BlockWriterPtr frames = create(table->storage.get());
     ASSERT_NE(frames, nullptr);
     EXPECT_EQ(frames->footerSize, 2652);
     EXPECT_EQ(table->storage->footerSize, 2652);
@@ -41,29 +41,29 @@ TEST_F(FrameWriter, RecordsTheFooterSizeInItsStorage) {
 
 TEST_F(FrameWriter, TakesTheFooterSizeThatItsStorageRecordsAlready) {
     table->storage->footerSize = 4711;
-    const MessageFramesPtr frames = create(table->storage.get());
+    const BlockWriterPtr frames = create(table->storage.get());
     ASSERT_NE(frames, nullptr);
     EXPECT_EQ(frames->footerSize, 4711);
 }
 
 TEST_F(FrameWriter, WithoutAStorageHasNoFooterSize) {
-    const MessageFramesPtr frames = create(nullptr);
+    const BlockWriterPtr frames = create(nullptr);
     ASSERT_NE(frames, nullptr);
     EXPECT_EQ(frames->footerSize, 0);
 }
 
 TEST_F(FrameWriter, BeginsWithAStreamThatHoldsAFrameAndAFooter) {
-    EXPECT_EQ(byteStream_capacity(table->frames->stream.get()), 2 * 1250 + 2048);
+    EXPECT_EQ(byteStream_capacity(table->writer->stream.get()), 2 * 1250 + 2048);
     shape = widestShape();
     table = createTable(directory.root(), shape);
-    EXPECT_EQ(byteStream_capacity(table->frames->stream.get()), 14 * 1250 + 2048);
-    EXPECT_EQ(table->frames->summary.filters.size(), 14U);
+    EXPECT_EQ(byteStream_capacity(table->writer->stream.get()), 14 * 1250 + 2048);
+    EXPECT_EQ(table->writer->summary.filters.size(), 14U);
 }
 
 TEST_F(FrameWriter, LogsItsCreationAndThatOfTheOneThatMeasuresTheFooter) {
     table->storage->footerSize = 0;
     DebugLog log;
-    const MessageFramesPtr frames = create(table->storage.get());
+    const BlockWriterPtr frames = create(table->storage.get());
     const Lines lines = log.lines();
     const std::string config = pointerText(layout());
     ASSERT_EQ(lines.size(), 6U) << log.text();
@@ -81,7 +81,7 @@ TEST_F(FrameWriter, WithoutMemoryIsNoneAndSaysSoWhicheverAllocationFails) {
     int failures = 0;
     for (int n = 1;; ++n) {
         DebugLog log;
-        MessageFrames* frames = nullptr;
+        BlockWriter* frames = nullptr;
         {
             const AllocationFailure failure(n);
             frames = mfr_create(table->storage.get(), layout());
@@ -104,24 +104,24 @@ TEST_F(FrameWriter, DestroyedWhenThereIsNoneIsFine) {
 TEST_F(FrameWriter, ResetsItsSummaryAndOnRequestItsStaticIndexes) {
     open(OpenMode::create);
     ASSERT_EQ(writeSimple(1, 2), NO_ERROR);
-    mfr_reset(table->frames.get(), true);
-    EXPECT_EQ(table->frames->summary.messageCount, 0);
-    EXPECT_EQ(table->frames->summary.frameBytes, 0U);
-    EXPECT_EQ(table->frames->summary.filters[0].words, std::vector<std::uint32_t>(313));
-    EXPECT_EQ(table->frames->summary.staticIndexes.lastUniform, 2);
-    mfr_reset(table->frames.get(), false);
-    EXPECT_TRUE(table->frames->summary.staticIndexes == mthStaticIndexes{});
-    table->frames->summary.staticIndexes.lastUniform = 3;
-    mfr_resetAll(table->frames.get());
-    EXPECT_TRUE(table->frames->summary.staticIndexes == mthStaticIndexes{});
+    mfr_reset(table->writer.get(), true);
+    EXPECT_EQ(table->writer->summary.messageCount, 0);
+    EXPECT_EQ(table->writer->summary.frameBytes, 0U);
+    EXPECT_EQ(table->writer->summary.filters[0].words, std::vector<std::uint32_t>(313));
+    EXPECT_EQ(table->writer->summary.staticIndexes.lastUniform, 2);
+    mfr_reset(table->writer.get(), false);
+    EXPECT_TRUE(table->writer->summary.staticIndexes == mthStaticIndexes{});
+    table->writer->summary.staticIndexes.lastUniform = 3;
+    mfr_resetAll(table->writer.get());
+    EXPECT_TRUE(table->writer->summary.staticIndexes == mthStaticIndexes{});
 }
 
 TEST_F(FrameWriter, KeepsItsStaticIndexesWhenABlockIsClosed) {
     open(OpenMode::create);
     ASSERT_EQ(writeSimple(1, 3), NO_ERROR);
-    EXPECT_EQ(table->frames->summary.messageCount, 0);
-    EXPECT_EQ(table->frames->summary.staticIndexes.lastUniform, 3);
-    EXPECT_EQ(table->frames->summary.filters[0].words, std::vector<std::uint32_t>(313));
+    EXPECT_EQ(table->writer->summary.messageCount, 0);
+    EXPECT_EQ(table->writer->summary.staticIndexes.lastUniform, 3);
+    EXPECT_EQ(table->writer->summary.filters[0].words, std::vector<std::uint32_t>(313));
 }
 
 TEST(FooterSize, OfADefaultTableIs2652AndOfTheWidestOne18012) {
