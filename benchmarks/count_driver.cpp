@@ -36,7 +36,7 @@ void appendOrders(MessageTable* table, std::int32_t messages) {
 
 void scan(MessageTable* table, bool backward, std::int32_t messages) {
     QueryConditions* conditions = conditions_create();
-    conditions_setIterateBackward(conditions, backward);
+    (void)conditions_setIterateBackward(conditions, backward);
     const MessageTableIteratorPtr iterator(mtIterator_open(table, conditions));
     if (iterator == nullptr) {
         fail("no iterator can be opened");

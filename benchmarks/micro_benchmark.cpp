@@ -61,7 +61,7 @@ BENCHMARK(frameEncoding);
 void frameDecoding(benchmark::State& state) {
     const ByteStreamPtr stream(byteStream_create(STREAM_SIZE));
     while (byteStream_writeMark(stream.get()) < STREAM_SIZE - 1024) {
-        encode(nextOrder(), stream.get());
+        (void)encode(nextOrder(), stream.get());
     }
     DecodedMessage message;
     for (auto _ : state) {
@@ -113,7 +113,7 @@ BENCHMARK(keyLookedFor)->Arg(8)->Arg(16)->Arg(32);
 
 BlockSummary fullSummary() {
     BlockSummary summary;
-    blockSummary_init(&summary, layout());
+    (void)blockSummary_init(&summary, layout());
     for (std::int32_t i = 0; i < MESSAGES_PER_BLOCK; ++i) {
         const Order& order = nextOrder();
         blockSummary_add(&summary, layout(), *order.metadata, order.strings, order.numbers, 700);
@@ -147,7 +147,7 @@ void footerChecking(benchmark::State& state) {
     BlockSummary summary = fullSummary();
     constexpr std::uint64_t BLOCK_LENGTH = 700'000;
     const ByteStreamPtr stream(byteStream_create(STREAM_SIZE));
-    blockSummary_writeFooter(&summary, made, stream.get());
+    (void)blockSummary_writeFooter(&summary, made, stream.get());
     byteStream_put(stream.get(), BLOCK_LENGTH);
     for (auto _ : state) {
         byteStream_rewind(stream.get(), BYTE_STREAM_FORWARD);
@@ -161,15 +161,15 @@ BENCHMARK(footerChecking);
 // A range of sequence numbers and times, one ClOrdID, a range of prices.
 QueryConditionsPtr someConditions() {
     QueryConditionsPtr conditions(conditions_create());
-    conditions_setSeqNumRange(conditions.get(), 1, 1'000'000);
-    conditions_setStartingTime(conditions.get(), order_time(1));
-    conditions_setEndingTime(conditions.get(), order_time(1'000'000));
-    conditions_addStringFilter(conditions.get(), CL_ORD_ID, false, false);
-    conditions_setStringFilterValueCount(conditions.get(), 1);
-    conditions_setStringFilterValue(conditions.get(), "YSRFLC6K7FCF", 0);
+    (void)conditions_setSeqNumRange(conditions.get(), 1, 1'000'000);
+    (void)conditions_setStartingTime(conditions.get(), order_time(1));
+    (void)conditions_setEndingTime(conditions.get(), order_time(1'000'000));
+    (void)conditions_addStringFilter(conditions.get(), CL_ORD_ID, false, false);
+    (void)conditions_setStringFilterValueCount(conditions.get(), 1);
+    (void)conditions_setStringFilterValue(conditions.get(), "YSRFLC6K7FCF", 0);
     const double low = 10;
     const double high = 600;
-    conditions_addDoubleFilter(conditions.get(), 1, &low, &high, 1, nullptr, 0, false);
+    (void)conditions_addDoubleFilter(conditions.get(), 1, &low, &high, 1, nullptr, 0, false);
     return conditions;
 }
 

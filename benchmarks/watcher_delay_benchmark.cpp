@@ -88,7 +88,7 @@ void waitUntil(std::int64_t due) {
 
 bench::TablePtr openTable(std::size_t number, OpenMode mode) {
     KSVTboTableConfig* config = tableConfig_create(("table" + std::to_string(number)).c_str(), 1);
-    tableConfig_setPath(config, 0, "./");
+    (void)tableConfig_setPath(config, 0, "./");
     bench::TablePtr table(mt_create(config));
     if (mt_open(table.get(), mode) != NO_ERROR) {
         bench::fail("a table cannot be opened");

@@ -75,8 +75,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     tabulo::internal::byteStream_resetWrite(&stream, length);
     tabulo::internal::BlockSummary summary;
     requireSuccess(tabulo::internal::blockSummary_init(&summary, layout), "a summary");
-    const tabulo::internal::ErrorCode code = tabulo::internal::blockSummary_readFooter(&summary, layout, &stream, blockLength);
-    require(code == tabulo::internal::NO_ERROR || code == tabulo::internal::HEADER_CORRUPTED_ERROR || code == tabulo::internal::CONSISTENCY_ERROR,
+    const tabulo::internal::ErrorCode code =
+        tabulo::internal::blockSummary_readFooter(&summary, layout, &stream, blockLength);
+    require(code == tabulo::internal::NO_ERROR || code == tabulo::internal::HEADER_CORRUPTED_ERROR ||
+                code == tabulo::internal::CONSISTENCY_ERROR,
             "a footer is refused with another code");
     if (code == tabulo::internal::NO_ERROR) {
         tabulo::internal::query_blockMayMatch(*conditionsFrom(&conditions, layout), summary, layout);

@@ -11,6 +11,8 @@ namespace tabulo::internal::fuzz {
 
 namespace {
 
+// What conditions refuse they leave out, which is an input as good as any: no code is looked at here.
+
 constexpr std::int32_t MOST_VALUES = 6;
 constexpr std::size_t LONGEST_TEXT = 12;
 
@@ -22,7 +24,7 @@ std::int32_t countFrom(Input* input) {
 
 void setTime(QueryConditions* conditions, Input* input) {
     const std::int64_t time = input->smallOrAny();
-    input->flag() ? conditions_setStartingTime(conditions, time) : conditions_setEndingTime(conditions, time);
+    (void)(input->flag() ? conditions_setStartingTime(conditions, time) : conditions_setEndingTime(conditions, time));
 }
 
 void setIds(QueryConditions* conditions, Input* input) {
@@ -35,41 +37,41 @@ void setIds(QueryConditions* conditions, Input* input) {
                                                          : connMsgClassLastId(messageClass) - input->byte();
     }
     if (input->flag()) {
-        conditions_setMessageIdRanges(conditions, ids.data(), starts, ids.data() + starts, ends);
+        (void)conditions_setMessageIdRanges(conditions, ids.data(), starts, ids.data() + starts, ends);
     } else {
-        conditions_setMessageIdRange(conditions, ids[0], ids[1]);
+        (void)conditions_setMessageIdRange(conditions, ids[0], ids[1]);
     }
 }
 
 void setExcluded(QueryConditions* conditions, Input* input) {
     const std::int32_t count = countFrom(input);
-    conditions_setExcludedMsgTypeCount(conditions, count);
+    (void)conditions_setExcludedMsgTypeCount(conditions, count);
     for (std::int32_t i = 0; i < count; ++i) {
         const std::int32_t slot = input->flag() ? i : input->smallOrAny();
-        conditions_setExcludedMsgType(conditions, slot, input->text(LONGEST_TEXT).c_str());
+        (void)conditions_setExcludedMsgType(conditions, slot, input->text(LONGEST_TEXT).c_str());
     }
 }
 
 void addStringFilter(QueryConditions* conditions, Input* input, std::int32_t fields) {
     const std::int32_t field = input->below(fields + 4) - 1;
     const bool includeNull = input->flag();
-    conditions_addStringFilter(conditions, field, includeNull, input->flag());
+    (void)conditions_addStringFilter(conditions, field, includeNull, input->flag());
     const std::int32_t values = countFrom(input);
-    conditions_setStringFilterValueCount(conditions, values);
+    (void)conditions_setStringFilterValueCount(conditions, values);
     for (std::int32_t i = 0; i < values; ++i) {
         const std::int32_t slot = input->byte() == 0xff ? input->smallOrAny() : i;
-        conditions_setStringFilterValue(conditions, input->text(LONGEST_TEXT).c_str(), slot);
+        (void)conditions_setStringFilterValue(conditions, input->text(LONGEST_TEXT).c_str(), slot);
     }
     const std::int32_t pairs = countFrom(input) / 2;
-    conditions_setStringFilterRangeCount(conditions, 2 * pairs);
+    (void)conditions_setStringFilterRangeCount(conditions, 2 * pairs);
     for (std::int32_t i = 0; i < pairs; ++i) {
         const std::int32_t slot = input->byte() == 0xff ? input->smallOrAny() : 2 * i;
         const bool openBelow = input->flag();
         const bool openAbove = input->flag();
         const std::string minimum = input->text(LONGEST_TEXT);
         const std::string maximum = input->text(LONGEST_TEXT);
-        conditions_setStringFilterRange(conditions, openBelow ? nullptr : minimum.c_str(),
-                                        openAbove ? nullptr : maximum.c_str(), slot);
+        (void)conditions_setStringFilterRange(conditions, openBelow ? nullptr : minimum.c_str(),
+                                              openAbove ? nullptr : maximum.c_str(), slot);
     }
 }
 
@@ -96,7 +98,7 @@ void addNumericFilter(QueryConditions* conditions, Input* input, std::int32_t fi
     for (std::int32_t i = 0; i < values; ++i) {
         points.push_back(numericBound<Number>(input));
     }
-    add(conditions, field, minimums.data(), maximums.data(), pairs, points.data(), values, includeNull);
+    (void)add(conditions, field, minimums.data(), maximums.data(), pairs, points.data(), values, includeNull);
 }
 
 }  // namespace
@@ -107,14 +109,14 @@ QueryConditionsPtr conditionsFrom(Input* input, const MessageTableLayout& layout
     for (int steps = 0; !input->empty() && steps < 32; ++steps) {
         switch (input->below(10)) {
             case 0:
-                conditions_setIterateBackward(filled, input->flag());
+                (void)conditions_setIterateBackward(filled, input->flag());
                 break;
             case 1:
-                conditions_setInverted(filled, input->flag());
+                (void)conditions_setInverted(filled, input->flag());
                 break;
             case 2: {
                 const std::int32_t begin = input->smallOrAny();
-                conditions_setSeqNumRange(filled, begin, input->smallOrAny());
+                (void)conditions_setSeqNumRange(filled, begin, input->smallOrAny());
                 break;
             }
             case 3:
@@ -124,7 +126,7 @@ QueryConditionsPtr conditionsFrom(Input* input, const MessageTableLayout& layout
                 setTime(filled, input);
                 break;
             case 5:
-                conditions_setPossDupFlag(filled, input->flag());
+                (void)conditions_setPossDupFlag(filled, input->flag());
                 break;
             case 6:
                 setExcluded(filled, input);

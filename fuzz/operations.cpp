@@ -59,7 +59,7 @@ class SessionModel {
     void open(OpenMode mode) {
         si_destroy(table_);
         KSVTboTableConfig* config = tableConfig_create("s", 1);
-        tableConfig_setPath(config, 0, ROOT);
+        requireSuccess(tableConfig_setPath(config, 0, ROOT), "a path");
         table_ = si_create(config);
         require(table_ != nullptr, "a session table is not created");
         const ErrorCode code = si_init(table_, mode);

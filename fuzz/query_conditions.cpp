@@ -32,7 +32,7 @@ void add(BlockSummary* summary, const Message& message, const MessageTableLayout
 void readBack(BlockSummary* summary, KSVByteStream* stream, const BlockSummary& kept,
               const MessageTableLayout& layout) {
     constexpr std::uint64_t blockLength = 100000;
-    blockSummary_writeFooter(&kept, layout, stream);
+    requireSuccess(blockSummary_writeFooter(&kept, layout, stream), "writing a footer");
     byteStream_put(stream, blockLength);
     requireSuccess(blockSummary_init(summary, layout), "a summary");
     requireSuccess(blockSummary_readFooter(summary, layout, stream, blockLength), "reading a footer back");

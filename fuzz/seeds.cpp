@@ -4,6 +4,7 @@
 #include <fstream>
 #include <iostream>
 
+#include "fuzz/harness.h"
 #include "fuzz/tables.h"
 #include "messagetable/block_summary.h"
 #include "sessioninfo/session_info_table.h"
@@ -57,12 +58,12 @@ class Corpus {
 Bytes tableFile(const MessageTableLayout& layout, std::int32_t messages, bool closed) {
     test::MemoryPlatform platform;
     const MessageTablePtr table = createTable(layout);
-    mt_open(table.get(), OpenMode::create);
+    requireSuccess(mt_open(table.get(), OpenMode::create), "creating a table");
     for (std::int32_t n = 1; n <= messages; ++n) {
-        writeMessage(table.get(), simpleMessage(n, layout));
+        requireSuccess(writeMessage(table.get(), simpleMessage(n, layout)), "a message");
     }
     if (closed) {
-        mt_close(table.get());
+        requireSuccess(mt_close(table.get()), "closing");
     }
     return platform.bytes(TABLE_PATH);
 }
@@ -112,12 +113,12 @@ void putSessions(Corpus* corpus) {
             values[i] = static_cast<std::int64_t>(i) * 1000;
         }
         KSVTboTableConfig* config = tableConfig_create(TABLE_NAME, 1);
-        tableConfig_setPath(config, 0, ROOT);
-        tableConfig_setParams(config, nullptr, &tags);
+        requireSuccess(tableConfig_setPath(config, 0, ROOT), "a path");
+        requireSuccess(tableConfig_setParams(config, nullptr, &tags), "tags");
         SessionInfoTable* table = si_create(config);
-        si_init(table, OpenMode::create);
+        requireSuccess(si_init(table, OpenMode::create), "creating a session table");
         const Bytes empty = platform.bytes(TABLE_PATH);
-        si_write(table, count, tags.tags.data(), values.data());
+        requireSuccess(si_write(table, count, tags.tags.data(), values.data()), "values");
         const Bytes file = platform.bytes(TABLE_PATH);
         si_destroy(table);
         const Bytes prefix = {static_cast<std::uint8_t>(count - 1), static_cast<std::uint8_t>(count)};

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstring>
 
+#include "fuzz/harness.h"
 #include "messagetable/block_summary.h"
 #include "messagetable/block_writer.h"
 #include "messagetable/table_header.h"
@@ -163,7 +164,7 @@ std::size_t footer_size(const MessageTableLayout& layout) {
 
 Bytes footer_of(const std::vector<Bytes>& frames, const MessageTableLayout& layout) {
     BlockSummary summary;
-    blockSummary_init(&summary, layout);
+    requireSuccess(blockSummary_init(&summary, layout), "a summary");
     for (Bytes frame : frames) {
         const auto size = static_cast<std::int32_t>(frame.size());
         KSVByteStream stream;
@@ -177,7 +178,7 @@ Bytes footer_of(const std::vector<Bytes>& frames, const MessageTableLayout& layo
         }
     }
     const ByteStreamPtr stream(byteStream_create(0));
-    blockSummary_writeFooter(&summary, layout, stream.get());
+    requireSuccess(blockSummary_writeFooter(&summary, layout, stream.get()), "a footer");
     byteStream_put(stream.get(), std::uint64_t{BLOCK_LENGTH_SIZE} + sizeOf(frames) + footer_size(layout));
     return {byteStream_buffer(stream.get()), byteStream_buffer(stream.get()) + byteStream_writeMark(stream.get())};
 }

@@ -100,10 +100,10 @@ MessageTablePtr createTable(const MessageTableLayout& layout, const std::string&
     KSVTboTableConfig* config = tableConfig_create(name.c_str(), 1);
     requireSuccess(tableConfig_setPath(config, 0, ROOT), "a path");
     for (std::int32_t i = BUILT_IN_STRING_FIELDS; i < layout.stringFieldCount; ++i) {
-        tableConfig_addStringFieldName(config, "S");
+        requireSuccess(tableConfig_addStringFieldName(config, "S"), "a name");
     }
     for (std::int32_t i = 0; i < layout.numericFieldCount; ++i) {
-        tableConfig_addNumericFieldName(config, i == 0 ? "Price" : "N");
+        requireSuccess(tableConfig_addNumericFieldName(config, i == 0 ? "Price" : "N"), "a name");
     }
     requireSuccess(tableConfig_setParams(config, &layout, nullptr), "a layout");
     MessageTablePtr table(mt_create(config));
@@ -204,7 +204,7 @@ Messages readByIterator(MessageTable* table, QueryConditionsPtr conditions, std:
 
 Messages readAll(MessageTable* table, bool backward, std::size_t most) {
     QueryConditionsPtr conditions(conditions_create());
-    conditions_setIterateBackward(conditions.get(), backward);
+    requireSuccess(conditions_setIterateBackward(conditions.get(), backward), "a direction");
     return readByIterator(table, std::move(conditions), most);
 }
 

@@ -48,7 +48,8 @@ int main(int argc, char** argv) {
     for (std::int32_t number = 1; number <= std::atoi(argv[2]); ++number) {
         order_make(&record, number);
         if (doubles) {
-            record.numbers[0] = tabulo::internal::numericValue_ofDouble(static_cast<double>(record.numbers[0].longValue));
+            record.numbers[0] =
+                tabulo::internal::numericValue_ofDouble(static_cast<double>(record.numbers[0].longValue));
         }
         store.append(table, order_of(record));
         sum += digest(record);

@@ -23,8 +23,8 @@ TablePtr table_create(KSVTboTableConfig* config, const std::string& directory, c
 void* tabulo_open(const std::string& directory, Access access) {
     TablePtr table = table_ofOrders(directory);
     const OpenMode mode = access == Access::create  ? OpenMode::create
-                              : access == Access::write ? OpenMode::write
-                                                        : OpenMode::read;
+                          : access == Access::write ? OpenMode::write
+                                                    : OpenMode::read;
     table_open(table.get(), mode);
     return table.release();
 }
@@ -44,22 +44,23 @@ void tabulo_close(void* object) {
     mt_destroy(table);
 }
 
+// A condition that were refused would show in the messages found, which each benchmark counts.
 MessageTableIteratorPtr iterator_open(MessageTable* table, const Query& query) {
     QueryConditions* conditions = conditions_create();
-    conditions_setIterateBackward(conditions, query.backward);
+    (void)conditions_setIterateBackward(conditions, query.backward);
     switch (query.kind) {
         case QueryKind::sequence:
-            conditions_setSeqNumRange(conditions, static_cast<std::int32_t>(query.first),
-                                      static_cast<std::int32_t>(query.last));
+            (void)conditions_setSeqNumRange(conditions, static_cast<std::int32_t>(query.first),
+                                            static_cast<std::int32_t>(query.last));
             break;
         case QueryKind::time:
-            conditions_setStartingTime(conditions, query.first);
-            conditions_setEndingTime(conditions, query.last);
+            (void)conditions_setStartingTime(conditions, query.first);
+            (void)conditions_setEndingTime(conditions, query.last);
             break;
         case QueryKind::clOrdId:
-            conditions_addStringFilter(conditions, CL_ORD_ID, false, false);
-            conditions_setStringFilterValueCount(conditions, 1);
-            conditions_setStringFilterValue(conditions, query.clOrdId.c_str(), 0);
+            (void)conditions_addStringFilter(conditions, CL_ORD_ID, false, false);
+            (void)conditions_setStringFilterValueCount(conditions, 1);
+            (void)conditions_setStringFilterValue(conditions, query.clOrdId.c_str(), 0);
             break;
         default:
             break;
@@ -90,10 +91,10 @@ void tabulo_read(void* object, const Query& query, Visit visit, void* context) {
 TablePtr table_ofOrders(const std::string& directory) {
     KSVTboTableConfig* config = tableConfig_create("orders", 1);
     for (const char* name : {"ClOrdID", "Symbol", "Account"}) {
-        tableConfig_addStringFieldName(config, name);
+        (void)tableConfig_addStringFieldName(config, name);
     }
     for (const char* name : {"OrderQty", "Price"}) {
-        tableConfig_addNumericFieldName(config, name);
+        (void)tableConfig_addNumericFieldName(config, name);
     }
     MessageTableLayout layout = config->layout;
     layout.messagesPerBlock = MESSAGES_PER_BLOCK;

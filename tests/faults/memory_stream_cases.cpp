@@ -197,7 +197,7 @@ std::vector<MemoryCase> streamAndFileCases() {
         {"MakeRoomInAByteStream", smallStream,
          [](MemoryStage& stage, Digests*) {
              return byteStream_makeRoom(stage.stream.get(), 9000).bytes == 0 ? NO_ERROR
-                                                                       : byteStream_error(stage.stream.get());
+                                                                             : byteStream_error(stage.stream.get());
          }},
         {"ReadAFileIntoAByteStream", openedFile, readIntoStream},
         {"ReadPartOfAFileIntoAByteStream", openedFile, readIntoStreamAt},

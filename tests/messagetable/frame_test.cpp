@@ -272,7 +272,8 @@ TEST(FrameDecoding, ThreeFramesAreWalkedForward) {
 TEST(FrameDecodingBackward, ThreeFramesAreWalkedFromTheLastToTheFirst) {
     const Bytes frames = joined({frameOf(simpleMessage(1)), frameOf(simpleMessage(2)), frameOf(simpleMessage(3))});
     Decoding decoding(joined({frames, fromHex("ee ee ee ee ee ee ee ee")}));
-    ASSERT_EQ(byteStream_resetRead(&decoding.stream, BYTE_STREAM_FORWARD, static_cast<std::int32_t>(frames.size())).bytes, 0);
+    ASSERT_EQ(
+        byteStream_resetRead(&decoding.stream, BYTE_STREAM_FORWARD, static_cast<std::int32_t>(frames.size())).bytes, 0);
     for (const std::int32_t n : {3, 2, 1}) {
         ASSERT_EQ(decoding.backward(), NO_ERROR) << n;
         EXPECT_EQ(decoding.message.metadata.uniformId, n);

@@ -1,4 +1,3 @@
-#include "core/handle.h"
 #include "messagetable/table_header.h"
 
 #include <gtest/gtest.h>
@@ -9,6 +8,7 @@
 #include <vector>
 
 #include "core/byte_stream.h"
+#include "core/handle.h"
 #include "tests/messagetable/expected_bytes.h"
 #include "tests/support/bytes.h"
 #include "tests/support/temporary_directory.h"

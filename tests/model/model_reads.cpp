@@ -61,7 +61,8 @@ void ModelRun::openIterator() {
     KeptIterator kept;
     kept.query = random_->percent(40) ? PlainQuery{} : someQuery();
     kept.backward = random_->percent(40);
-    kept.iterator = tabulo::internal::test::openIterator(handle.table.get(), plainQuery_conditions(kept.query, kept.backward));
+    kept.iterator =
+        tabulo::internal::test::openIterator(handle.table.get(), plainQuery_conditions(kept.query, kept.backward));
     ASSERT_NE(kept.iterator, nullptr);
     handle.iterators.push_back(std::move(kept));
 }
