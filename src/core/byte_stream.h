@@ -23,8 +23,8 @@ namespace tabulo::internal {
 inline constexpr std::int32_t BYTE_STREAM_FORWARD = 0;
 inline constexpr std::int32_t BYTE_STREAM_BACKWARD = 1;
 
-// What a step of a stream came to: the bytes it moved (0 for a step that moves none), or less than 0 when it failed; the
-// stream then holds the error. Not [[nodiscard]]: the sticky error is there so that it is asked once, at the end.
+// What a step of a stream came to: the bytes it moved (0 for a step that moves none), or less than 0 when it failed;
+// the stream then holds the error. Not [[nodiscard]]: the sticky error is there so that it is asked once, at the end.
 struct StreamCount {
     std::int32_t bytes = 0;
 

@@ -10,7 +10,7 @@
 namespace tabulo::internal {
 
 // A result that nobody looks at hides a failure: a deliberate discard says (void) and why.
-enum [[nodiscard]] ErrorCode : std::int32_t {
+enum [[nodiscard]] ErrorCode : std::int32_t{
     NO_ERROR = 0,
     OUT_OF_MEMORY_ERROR = 1,
     NULL_POINTER_ERROR = 2,

@@ -1,9 +1,8 @@
 // The platform seam for files: everything that the file layer asks of the operating system.
 //
-// One source per platform fills the record, with what POSIX gives to all of them (file_platform_posix.h). All operations
-// return 0 or the system's error number; interrupted calls
-// (EINTR) and short transfers are the caller's to repeat. Tests install a record of their own to make the n-th call
-// fail.
+// One source per platform fills the record, with what POSIX gives to all of them (file_platform_posix.h). All
+// operations return 0 or the system's error number; interrupted calls (EINTR) and short transfers are the caller's to
+// repeat. Tests install a record of their own to make the n-th call fail.
 #pragma once
 
 #include <cstddef>
@@ -27,9 +26,10 @@ struct FilePlatform {
     SystemError (*lock)(int descriptor);
     SystemError (*unlock)(int descriptor);
     // Transfers up to `length` bytes at an absolute offset; 0 bytes read is the end of the file.
-    SystemError (*readAt)(int descriptor, void* buffer, std::size_t length, std::int64_t offset, std::size_t* transferred);
+    SystemError (*readAt)(int descriptor, void* buffer, std::size_t length, std::int64_t offset,
+                          std::size_t* transferred);
     SystemError (*writeAt)(int descriptor, const void* buffer, std::size_t length, std::int64_t offset,
-                   std::size_t* transferred);
+                           std::size_t* transferred);
     // Commits the file's data, and what is needed to find it, to the disk.
     SystemError (*sync)(int descriptor);
     // Commits the directory entry of a path to the disk.

@@ -48,14 +48,15 @@ SystemError posix_open(const char* path, FileAccess access, int* descriptor) {
     return 0;
 }
 
-SystemError posix_readAt(int descriptor, void* buffer, std::size_t length, std::int64_t offset, std::size_t* transferred) {
+SystemError posix_readAt(int descriptor, void* buffer, std::size_t length, std::int64_t offset,
+                         std::size_t* transferred) {
     const ssize_t count = ::pread(descriptor, buffer, length, offset);
     *transferred = count < 0 ? 0 : static_cast<std::size_t>(count);
     return count < 0 ? errno : 0;
 }
 
 SystemError posix_writeAt(int descriptor, const void* buffer, std::size_t length, std::int64_t offset,
-                  std::size_t* transferred) {
+                          std::size_t* transferred) {
     const ssize_t count = ::pwrite(descriptor, buffer, length, offset);
     *transferred = count < 0 ? 0 : static_cast<std::size_t>(count);
     return count < 0 ? errno : 0;

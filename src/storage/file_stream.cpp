@@ -27,7 +27,8 @@ SystemError readFully(int descriptor, std::int64_t offset, void* destination, st
     return 0;
 }
 
-SystemError writeFully(int descriptor, std::int64_t offset, const void* source, std::size_t length, std::size_t* count) {
+SystemError writeFully(int descriptor, std::int64_t offset, const void* source, std::size_t length,
+                       std::size_t* count) {
     *count = 0;
     while (*count < length) {
         std::size_t transferred = 0;
@@ -145,7 +146,8 @@ SystemError fileStream_flush(FileStream* stream) noexcept {
     const std::size_t length = stream->bufferLength;
     stream->bufferLength = 0;
     std::size_t written = 0;
-    const SystemError error = writeFully(stream->descriptor, stream->bufferStart, stream->buffer.data(), length, &written);
+    const SystemError error =
+        writeFully(stream->descriptor, stream->bufferStart, stream->buffer.data(), length, &written);
     if (error.failed()) {
         stream->position = stream->bufferStart + static_cast<std::int64_t>(written);
     }
@@ -191,14 +193,14 @@ SystemError fileStream_seek(FileStream* stream, std::int64_t position) noexcept 
 }
 
 SystemError fileStream_readAt(FileStream* stream, std::int64_t offset, void* destination, std::size_t length,
-                      std::size_t* count) noexcept {
+                              std::size_t* count) noexcept {
     *count = 0;
     const SystemError error = fileStream_flush(stream);
     return error.failed() ? error : readFully(stream->descriptor, offset, destination, length, count);
 }
 
 SystemError fileStream_readOnceAt(FileStream* stream, std::int64_t offset, void* destination, std::size_t length,
-                          std::size_t* count) noexcept {
+                                  std::size_t* count) noexcept {
     *count = 0;
     const SystemError error = fileStream_flush(stream);
     return error.failed() ? error : filePlatform_repeat([&] {

@@ -46,11 +46,11 @@ SystemError fileStream_flush(FileStream* stream) noexcept;
 SystemError fileStream_seek(FileStream* stream, std::int64_t position) noexcept;
 // Reads at an absolute offset past the buffer and the position; gathered bytes are written out first.
 SystemError fileStream_readAt(FileStream* stream, std::int64_t offset, void* destination, std::size_t length,
-                      std::size_t* count) noexcept;
+                              std::size_t* count) noexcept;
 // The same with one call to the system, which may give fewer bytes although more are there: all of them are of one
 // moment.
 SystemError fileStream_readOnceAt(FileStream* stream, std::int64_t offset, void* destination, std::size_t length,
-                          std::size_t* count) noexcept;
+                                  std::size_t* count) noexcept;
 // The file's length as the system knows it; gathered bytes are written out first.
 SystemError fileStream_size(FileStream* stream, std::int64_t* size) noexcept;
 // Cuts or extends the file; the position stays.

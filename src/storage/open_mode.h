@@ -5,8 +5,8 @@
 
 namespace tabulo::internal {
 
-// The numbers are part of the interface: Java gives them, and log lines show them. A number from outside that is none of
-// them is refused by tableFileOpen, where every mode arrives.
+// The numbers are part of the interface: Java gives them, and log lines show them. A number from outside that is none
+// of them is refused by tableFileOpen, where every mode arrives.
 enum class OpenMode : std::int32_t {
     read = 0,    // existing file, read-only, no lock
     write = 1,   // existing file for reading and writing, created when missing

@@ -86,9 +86,9 @@ ErrorCode tableFileWrite(TableFile* file, const void* buffer, std::int64_t lengt
 // gathered bytes are lost, position and size are taken from the system again. A commit that fails does not
 // change the result; it is told as in tableFileCommit.
 ErrorCode tableFileFlush(TableFile* file) noexcept;
-// Commits the file, and its name if that has not been done, to the disk now, whatever the policy. A commit that the system
-// reports as failed gives one WARNING under `function`, with the path and the system's words, and the next one only after
-// a commit of this file has succeeded.
+// Commits the file, and its name if that has not been done, to the disk now, whatever the policy. A commit that the
+// system reports as failed gives one WARNING under `function`, with the path and the system's words, and the next one
+// only after a commit of this file has succeeded.
 void tableFileCommit(TableFile* file, const char* function) noexcept;
 // Cuts (or extends) the file to newSize and moves a position beyond it there. READ_ONLY_ERROR; FILE_SEEK_ERROR
 // when gathered bytes cannot be written out first; FILE_TRUNCATE_ERROR. A cut that fails with the position at the

@@ -63,14 +63,14 @@ void tableFileSetSyncPolicy(bool doSyncToDisk, std::int32_t syncIntervalSeconds,
 void tableFileCommit(TableFile* file, const char* function) noexcept {
     SystemError error = fileStream_sync(&file->stream);
     if (file->directorySyncPending) {
-        const SystemError named =
-            filePlatform_repeat([&] { return filePlatform().syncDirectory(file->path.c_str()); });
+        const SystemError named = filePlatform_repeat([&] { return filePlatform().syncDirectory(file->path.c_str()); });
         error = error.failed() ? error : named;
         file->directorySyncPending = false;
     }
     file->flushesCount = 0;
     if (error.failed() && !file->commitFailed) {
-        log_warning(function, "commit of %s to the disk failed: %s\n", file->path.c_str(), filePlatform_errorText(error));
+        log_warning(function, "commit of %s to the disk failed: %s\n", file->path.c_str(),
+                    filePlatform_errorText(error));
     }
     file->commitFailed = error.failed();
 }

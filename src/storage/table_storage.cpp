@@ -122,7 +122,8 @@ ErrorCode tableStorage_ensureMode(TableStorage* storage, OpenMode mode) noexcept
     if (code == NO_ERROR) {
         code = tsX_open(storage, mode);
     }
-    log_debug("tableReopen", "(mode=%ld) returned %ld.\n", static_cast<long>(openMode_number(mode)), static_cast<long>(code));
+    log_debug("tableReopen", "(mode=%ld) returned %ld.\n", static_cast<long>(openMode_number(mode)),
+              static_cast<long>(code));
     if (code != NO_ERROR) {
         while (storage->activeCount > 0) {
             (void)tsX_close(storage);  // as in tableStorage_closeAll

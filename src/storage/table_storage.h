@@ -42,7 +42,7 @@ struct TableStorage {
     TableStorageOps ops{};
     void* owner = nullptr;
     KSVTboTableConfig* config = nullptr;      // owned
-    OpenMode mode = OpenMode::read;      // of tableStorage_init; OpenMode::create is kept as OpenMode::write
+    OpenMode mode = OpenMode::read;           // of tableStorage_init; OpenMode::create is kept as OpenMode::write
     std::vector<std::int32_t> activeIndexes;  // file numbers of the active files, -1 in unused slots
     std::int32_t activeCount = 0;
     std::vector<TableFile*> files;  // owned, null when closed

@@ -171,7 +171,8 @@ ErrorCode tsX_openReplica(TableStorage* storage, TableFile** file, const char* p
     bool created = false;
     ErrorCode code = tableFileOpen(file, path, mode, &created);
     if (code != NO_ERROR) {
-        log_warning("tsX_openReplica", "Unable to open a file %s in mode %d.\n", printable(path), openMode_number(mode));
+        log_warning("tsX_openReplica", "Unable to open a file %s in mode %d.\n", printable(path),
+                    openMode_number(mode));
         return code;
     }
     const bool isNew = created || (storage->mode == OpenMode::write && tableFileCachedSize(*file) == 0);
