@@ -49,8 +49,7 @@ void scan(MessageTable* table, bool backward, std::int32_t messages) {
 }  // namespace
 
 bool count_append(MessageTable* table, const Order* order) {
-    return mt_writeMessage(table, order->metadata, order->strings, ORDER_STRINGS, order->numbers, ORDER_NUMBERS) ==
-           NO_ERROR;
+    return mt_writeMessage(table, *order) == NO_ERROR;
 }
 
 int count_scan(MessageTableIterator* iterator) {

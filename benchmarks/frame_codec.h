@@ -4,6 +4,7 @@
 // The key-value peers store the same bytes as their value.
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <cstring>
 
@@ -20,7 +21,7 @@ struct DecodedOrder {
 };
 
 inline Order order_of(const DecodedOrder& order) {
-    return {&order.metadata, order.strings.data(), order.numbers.data()};
+    return {order.metadata, order.strings, order.numbers};
 }
 
 template <typename T>
@@ -37,7 +38,7 @@ const std::uint8_t* frame_get(const std::uint8_t* at, T* value) {
 
 // Writes at most LARGEST_ORDER bytes; the result is their number.
 inline std::size_t frame_encode(const Order& order, std::uint8_t* frame) {
-    const MessageMetadata& metadata = *order.metadata;
+    const MessageMetadata& metadata = order.metadata;
     std::uint8_t* at = frame + 4;
     at = frame_put(at, metadata.uniformId);
     at = frame_put(at, metadata.seqNum);
@@ -53,7 +54,7 @@ inline std::size_t frame_encode(const Order& order, std::uint8_t* frame) {
         at = frame_put(at, order.numbers[i].longValue);
     }
     for (std::size_t i = 0; i < ORDER_STRINGS; ++i) {
-        const StringField& field = order.strings[i];
+        const StringField& field = order.texts[i];
         at = frame_put(at, field.length);
         std::memcpy(at, field.text, static_cast<std::size_t>(field.length));
         at += field.length;

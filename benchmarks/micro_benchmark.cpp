@@ -31,7 +31,7 @@ MessageTableLayout layout() {
 }
 
 // Orders one after another, made once.
-const Order& nextOrder() {
+Order nextOrder() {
     static std::array<OrderRecord, ORDERS>* const records = [] {
         auto* made = new std::array<OrderRecord, ORDERS>;
         for (std::int32_t i = 0; i < ORDERS; ++i) {
@@ -40,20 +40,14 @@ const Order& nextOrder() {
         return made;
     }();
     static std::size_t place = 0;
-    static Order order{};
-    order = order_of((*records)[place++ % ORDERS]);
-    return order;
-}
-
-ErrorCode encode(const Order& order, KSVByteStream* stream) {
-    return mfr_encodeMessage(order.metadata, order.strings, ORDER_STRINGS, order.numbers, ORDER_NUMBERS, stream);
+    return order_of((*records)[place++ % ORDERS]);
 }
 
 void frameEncoding(benchmark::State& state) {
     const ByteStreamPtr stream(byteStream_create(STREAM_SIZE));
     for (auto _ : state) {
         byteStream_clear(stream.get());
-        benchmark::DoNotOptimize(encode(nextOrder(), stream.get()));
+        benchmark::DoNotOptimize(mfr_encodeMessage(nextOrder(), stream.get()));
     }
 }
 BENCHMARK(frameEncoding);
@@ -61,15 +55,15 @@ BENCHMARK(frameEncoding);
 void frameDecoding(benchmark::State& state) {
     const ByteStreamPtr stream(byteStream_create(STREAM_SIZE));
     while (byteStream_writeMark(stream.get()) < STREAM_SIZE - 1024) {
-        (void)encode(nextOrder(), stream.get());
+        (void)mfr_encodeMessage(nextOrder(), stream.get());
     }
+    const MessageTableLayout made = layout();
     DecodedMessage message;
     for (auto _ : state) {
         if (byteStream_unread(stream.get()) == 0) {
             byteStream_rewind(stream.get(), BYTE_STREAM_FORWARD);
         }
-        benchmark::DoNotOptimize(mfr_decodeMessage(&message.metadata, message.stringFields.data(), ORDER_STRINGS,
-                                                   message.numericFields.data(), ORDER_NUMBERS, stream.get()));
+        benchmark::DoNotOptimize(mfr_decodeMessage(made, stream.get(), &message));
     }
 }
 BENCHMARK(frameDecoding);
@@ -115,8 +109,7 @@ BlockSummary fullSummary() {
     BlockSummary summary;
     (void)blockSummary_init(&summary, layout());
     for (std::int32_t i = 0; i < MESSAGES_PER_BLOCK; ++i) {
-        const Order& order = nextOrder();
-        blockSummary_add(&summary, layout(), *order.metadata, order.strings, order.numbers, 700);
+        blockSummary_add(&summary, layout(), nextOrder(), 700);
     }
     return summary;
 }
@@ -125,8 +118,7 @@ void summaryAdding(benchmark::State& state) {
     const MessageTableLayout made = layout();
     BlockSummary summary = fullSummary();
     for (auto _ : state) {
-        const Order& order = nextOrder();
-        blockSummary_add(&summary, made, *order.metadata, order.strings, order.numbers, 700);
+        blockSummary_add(&summary, made, nextOrder(), 700);
     }
 }
 BENCHMARK(summaryAdding);
@@ -176,9 +168,7 @@ QueryConditionsPtr someConditions() {
 void matcherOverMessages(benchmark::State& state) {
     const QueryConditionsPtr conditions = someConditions();
     for (auto _ : state) {
-        const Order& order = nextOrder();
-        benchmark::DoNotOptimize(query_messageMatches(*conditions, *order.metadata, order.strings, ORDER_STRINGS,
-                                                      order.numbers, ORDER_NUMBERS));
+        benchmark::DoNotOptimize(query_messageMatches(*conditions, nextOrder()));
     }
 }
 BENCHMARK(matcherOverMessages);

@@ -34,7 +34,7 @@ struct Seen {
 
 bool see(void* context, const Order& order) {
     auto* seen = static_cast<Seen*>(context);
-    const std::int32_t id = order.metadata->uniformId;
+    const std::int32_t id = order.metadata.uniformId;
     seen->inOrder = seen->inOrder && (seen->count == 0 || id - seen->lastId == (seen->backward ? -1 : 1));
     seen->lastId = id;
     seen->count += 1;

@@ -13,7 +13,7 @@
 namespace tabulo::internal::bench {
 
 // Takes one order of a query; false ends the query.
-using Visit = bool (*)(void* context, const Order& order);
+using VisitOrder = bool (*)(void* context, const Order& order);
 
 enum class QueryKind { everything, sequence, time, clOrdId };
 
@@ -37,7 +37,7 @@ struct Store {
     // A clean close.
     void (*close)(void* store);
     // Hands the matching orders to `visit`, in the order of writing or backward, every field decoded.
-    void (*read)(void* store, const Query& query, Visit visit, void* context);
+    void (*read)(void* store, const Query& query, VisitOrder visit, void* context);
     bool bySequenceOnly = false;  // other queries would mean to read everything into memory
 };
 

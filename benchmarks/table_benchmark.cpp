@@ -39,7 +39,7 @@ void small_write(MessageTable* table, std::int32_t number) {
     metadata.connMsgId = number;
     metadata.timestamp = number;
     metadata.msgType[0] = '0';
-    if (mt_writeMessage(table, &metadata, strings.data(), 4, nullptr, 0) != NO_ERROR) {
+    if (mt_writeMessage(table, {metadata, strings, {}}) != NO_ERROR) {
         fail("the table refuses a message");
     }
 }
@@ -133,7 +133,7 @@ std::int64_t frameBytesOf(std::int32_t messages) {
     for (std::int32_t number = 1; number <= messages; ++number) {
         order_make(&record, number);
         bytes += 4 + 31 + 18 + 4;  // frame.h: the fixed part, two numbers, the trailing length
-        for (const StringField& field : record.strings) {
+        for (const StringField& field : order_of(record).texts) {
             bytes += 4 + field.length;
         }
     }
@@ -171,26 +171,22 @@ void measureKills(std::int32_t messages) {
     }
 }
 
-// System calls of an iterator, through the platform seam; the match operation tells them apart by blocks.
+// System calls of an iterator, through the platform seam; its visitor tells them apart by blocks.
 struct Calls {
     FilePlatform platform;
-    MatchOperation match = nullptr;
+    MessageVisitor match;  // the iterator's own
     int sinceBlock = 0;
     std::vector<double> perSkippedBlock;
 };
 Calls calls;
 
-ErrorCode countBlock(std::int32_t* answer, void* context, const BlockSummary* summary, const MessageMetadata* metadata,
-                     const StringField* strings, std::int32_t stringCount, const NumericValue* numbers,
-                     std::int32_t numberCount) {
-    const ErrorCode code = calls.match(answer, context, summary, metadata, strings, stringCount, numbers, numberCount);
-    if (summary != nullptr) {
-        if (*answer != Visit::skipBlock) {
-            fail("a block is not skipped that cannot match");
-        }
-        calls.perSkippedBlock.push_back(calls.sinceBlock);
-        calls.sinceBlock = 0;
+ErrorCode countBlock(void* owner, const BlockSummary& summary, Visit* answer) {
+    const ErrorCode code = calls.match.onBlock(owner, summary, answer);
+    if (*answer != Visit::skipBlock) {
+        fail("a block is not skipped that cannot match");
     }
+    calls.perSkippedBlock.push_back(calls.sinceBlock);
+    calls.sinceBlock = 0;
     return code;
 }
 
@@ -201,7 +197,7 @@ void countSkipping(MessageTable* table, bool backward, const char* metric) {
     (void)conditions_setSeqNumRange(conditions, 2'000'000'000, 2'000'000'001);
     const MessageTableIteratorPtr iterator(mtIterator_open(table, conditions));
     calls.match = iterator->match;
-    iterator->match = countBlock;
+    iterator->match.onBlock = countBlock;
     calls.sinceBlock = 0;
     calls.perSkippedBlock.clear();
     bool end = false;
@@ -242,17 +238,18 @@ void measureSkipping() {
 struct Watched {
     std::int32_t count = 0;
     std::int32_t last = 0;
-};
 
-ErrorCode watched(std::int32_t* stop, void* context, const MessageMetadata* metadata, const StringField*, std::int32_t,
-                  const NumericValue*, std::int32_t, std::int32_t) {
-    auto* state = static_cast<Watched*>(context);
-    if (metadata != nullptr) {
-        state->count += 1;
-        *stop = metadata->uniformId == state->last ? 1 : 0;
+    WatchListener listener() {
+        return {this,
+                [](void* owner, const MessageView& message, std::int32_t, std::int32_t* stop) {
+                    auto* state = static_cast<Watched*>(owner);
+                    state->count += 1;
+                    *stop = message.metadata.uniformId == state->last ? 1 : 0;
+                    return NO_ERROR;
+                },
+                [](void*, std::int32_t*) { return NO_ERROR; }};
     }
-    return NO_ERROR;
-}
+};
 
 // A watcher that begins at the first of many messages; its DEBUG lines go to the log file, as always.
 void measureWatcher(std::int32_t messages) {
@@ -264,7 +261,7 @@ void measureWatcher(std::int32_t messages) {
     Watched state;
     state.last = messages;
     const std::int64_t start = now();
-    if (messageWatcher_startWatching(watcher, 1, &first, &state, watched) != NO_ERROR || state.count != messages) {
+    if (messageWatcher_startWatching(watcher, 1, &first, state.listener()) != NO_ERROR || state.count != messages) {
         fail("the watcher has not delivered every message");
     }
     result_add("watcher", "backlog", "rate", "messages/s", 1e9 * messages / static_cast<double>(now() - start));

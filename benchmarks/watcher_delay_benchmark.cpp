@@ -106,12 +106,10 @@ void recordPause(std::int64_t milliseconds) {
     }
 }
 
-ErrorCode recordDelivery(std::int32_t* stop, void* context, const MessageMetadata* metadata, const StringField*,
-                         std::int32_t, const NumericValue*, std::int32_t, std::int32_t) {
-    if (metadata != nullptr) {
-        times->delivered[static_cast<std::size_t>(metadata->uniformId)].store(now());
-        *stop = metadata->uniformId == *static_cast<const std::int32_t*>(context) ? 1 : 0;
-    }
+ErrorCode recordDelivery(void* last, const MessageView& message, std::int32_t, std::int32_t* stop) {
+    const std::int32_t id = message.metadata.uniformId;
+    times->delivered[static_cast<std::size_t>(id)].store(now());
+    *stop = id == *static_cast<const std::int32_t*>(last) ? 1 : 0;
     return NO_ERROR;
 }
 
@@ -126,7 +124,8 @@ int watch(std::int32_t last) {
     MessageWatcher* watcher = messageWatcher_create(handles.data(), TABLES);
     watcher->pause = recordPause;
     const std::array<std::int32_t, TABLES> from{1, 1};
-    const ErrorCode code = messageWatcher_startWatching(watcher, TABLES, from.data(), &last, recordDelivery);
+    const WatchListener listener{&last, recordDelivery, [](void*, std::int32_t*) { return NO_ERROR; }};
+    const ErrorCode code = messageWatcher_startWatching(watcher, TABLES, from.data(), listener);
     messageWatcher_destroy(watcher);
     return code;
 }
@@ -144,7 +143,7 @@ class Writer {
         MessageMetadata metadata;
         metadata.uniformId = id;
         MessageTable* table = tables_[static_cast<std::size_t>(id) % TABLES].get();
-        if (mt_writeMessage(table, &metadata, strings.data(), 4, nullptr, 0) != NO_ERROR) {
+        if (mt_writeMessage(table, {metadata, strings, {}}) != NO_ERROR) {
             bench::fail("a message cannot be written");
         }
         times->returned[static_cast<std::size_t>(id)] = now();

@@ -1,5 +1,6 @@
 #include "benchmarks/workload.h"
 
+#include <array>
 #include <charconv>
 #include <cstring>
 #include <string_view>
@@ -15,7 +16,8 @@ constexpr std::uint64_t IDS = 1;            // streams of random numbers
 constexpr std::uint64_t FIELDS = 2;
 constexpr std::uint64_t ABSENT_IDS = 3;
 constexpr std::size_t CL_ORD_ID_LENGTH = 12;
-constexpr std::size_t BODY_START = 16;  // "8=FIX.4.4|9=nnn|"
+constexpr std::size_t BODY_START = 16;       // "8=FIX.4.4|9=nnn|"
+constexpr std::size_t LARGEST_TEXTS = 1024;  // of one order, together
 constexpr char SOH = '\x01';
 
 std::uint64_t random(std::uint64_t stream, std::int32_t number) {
@@ -177,7 +179,8 @@ std::string order_absentClOrdId(std::int32_t number) {
 
 void order_make(OrderRecord* record, std::int32_t number) {
     const Draw drawn = draw(number);
-    MessageMetadata& metadata = record->metadata;
+    test::Message& message = record->message;
+    MessageMetadata& metadata = message.metadata;
     metadata = MessageMetadata{};
     metadata.uniformId = number;
     metadata.seqNum = number;
@@ -185,11 +188,16 @@ void order_make(OrderRecord* record, std::int32_t number) {
     metadata.timestamp = order_time(number);
     metadata.msgType[0] = 'D';
 
-    Writer writer{record->text.data()};
+    std::array<char, LARGEST_TEXTS> text;
+    Writer writer{text.data()};
+    message.strings.resize(ORDER_STRINGS);
+    // What was written since `start`, which becomes a field with its NUL.
     const auto field = [&](OrderSlot slot, const char* start) {
+        const std::string_view written(start, static_cast<std::size_t>(writer.at - start));
         writer << '\0';
-        record->strings[slot] = {start, static_cast<std::int32_t>(writer.at - start)};
-        return std::string_view(start, static_cast<std::size_t>(writer.at - start) - 1);
+        std::optional<std::string>& owned = message.strings[slot];
+        (owned ? *owned : owned.emplace()).assign(start, static_cast<std::size_t>(writer.at - start));
+        return written;
     };
     const char* start = writer.at;
     writer << "OMS-1";
@@ -211,13 +219,14 @@ void order_make(OrderRecord* record, std::int32_t number) {
     start = putOther(&writer, number, drawn).data();
     field(OTHER, start);
 
-    record->numbers[0] = numericValue_ofLong(drawn.quantity);
-    record->numbers[1] = numericValue_ofDouble(static_cast<double>(drawn.cents) / 100);
+    message.numbers = {numericValue_ofLong(drawn.quantity),
+                       numericValue_ofDouble(static_cast<double>(drawn.cents) / 100)};
+    record->fields.emplace(message);
 }
 
 bool order_equals(const Order& left, const Order& right) {
-    const MessageMetadata& l = *left.metadata;
-    const MessageMetadata& r = *right.metadata;
+    const MessageMetadata& l = left.metadata;
+    const MessageMetadata& r = right.metadata;
     bool equal = l.uniformId == r.uniformId && l.seqNum == r.seqNum && l.prevSeqNum == r.prevSeqNum &&
                  l.connMsgId == r.connMsgId && l.timestamp == r.timestamp && l.msgType == r.msgType &&
                  l.isPossDupFlag == r.isPossDupFlag && l.isOutOfSequence == r.isOutOfSequence;
@@ -226,7 +235,7 @@ bool order_equals(const Order& left, const Order& right) {
                 left.numbers[i].longValue == right.numbers[i].longValue;
     }
     for (std::size_t i = 0; i < ORDER_STRINGS; ++i) {
-        equal = equal && stringField_bytes(left.strings[i]) == stringField_bytes(right.strings[i]);
+        equal = equal && stringField_bytes(left.texts[i]) == stringField_bytes(right.texts[i]);
     }
     return equal;
 }

@@ -6,14 +6,13 @@
 // Java binding stores them. Numbers count from 1; an order's sequence number, uniform id and message id are its number.
 #pragma once
 
-#include <array>
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <string>
 
-#include "messagetable/message_metadata.h"
-#include "messagetable/numeric_value.h"
-#include "messagetable/string_field.h"
+#include "messagetable/message.h"
+#include "tests/support/message.h"
 
 namespace tabulo::internal::bench {
 
@@ -24,24 +23,19 @@ inline constexpr std::size_t ORDER_NUMBERS = 2;  // OrderQty, Price
 inline constexpr std::int32_t MESSAGES_PER_BLOCK = 1000;
 
 // One order as a store is given it, or hands it out: borrowed, whoever owns the parts.
-struct Order {
-    const MessageMetadata* metadata;
-    const StringField* strings;
-    const NumericValue* numbers;
-};
+using Order = MessageView;
 
 // One order with its texts. Not to be copied: the fields point into it.
 struct OrderRecord {
-    MessageMetadata metadata;
-    std::array<StringField, ORDER_STRINGS> strings;
-    std::array<NumericValue, ORDER_NUMBERS> numbers;
-    std::array<char, 1024> text;
+    test::Message message;
+    std::optional<test::MessageFields> fields;
 
     OrderRecord() = default;
     OrderRecord(const OrderRecord&) = delete;
     OrderRecord& operator=(const OrderRecord&) = delete;
 };
 
+// The order of that number, in the memory of the one before.
 void order_make(OrderRecord* record, std::int32_t number);
 std::int64_t order_time(std::int32_t number);
 std::string order_clOrdId(std::int32_t number);
@@ -49,13 +43,13 @@ std::string order_clOrdId(std::int32_t number);
 std::string order_absentClOrdId(std::int32_t number);
 
 inline Order order_of(const OrderRecord& record) {
-    return {&record.metadata, record.strings.data(), record.numbers.data()};
+    return record.fields->view();
 }
 
 // A number that changes with every field, cheap enough not to hide what the reading costs: each number, and the length
 // and the middle character of each text. Sums of digests tell whether a store has handed out the right orders.
 inline std::uint64_t order_digest(const Order& order) {
-    const MessageMetadata& metadata = *order.metadata;
+    const MessageMetadata& metadata = order.metadata;
     std::uint64_t digest =
         static_cast<std::uint64_t>(metadata.uniformId) * 3 + static_cast<std::uint64_t>(metadata.seqNum) * 5 +
         static_cast<std::uint64_t>(metadata.prevSeqNum) * 7 + static_cast<std::uint64_t>(metadata.connMsgId) * 11 +
@@ -66,7 +60,7 @@ inline std::uint64_t order_digest(const Order& order) {
             static_cast<std::uint64_t>(order.numbers[i].longValue) + static_cast<std::uint64_t>(order.numbers[i].type);
     }
     for (std::size_t i = 0; i < ORDER_STRINGS; ++i) {
-        const StringField& field = order.strings[i];
+        const StringField& field = order.texts[i];
         digest = digest * 17 + static_cast<std::uint64_t>(field.length);
         digest += field.length == 0 ? 0 : static_cast<std::uint8_t>(field.text[field.length / 2]);
     }

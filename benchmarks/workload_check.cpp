@@ -1,5 +1,6 @@
 #include "benchmarks/workload_check.h"
 
+#include <array>
 #include <cstdlib>
 #include <string_view>
 
@@ -34,8 +35,7 @@ bool isSameFrame(const Order& order, KSVByteStream* stream) {
     std::array<std::uint8_t, LARGEST_ORDER> frame;
     const std::size_t length = frame_encode(order, frame.data());
     byteStream_clear(stream);
-    return mfr_encodeMessage(order.metadata, order.strings, ORDER_STRINGS, order.numbers, ORDER_NUMBERS, stream) ==
-               NO_ERROR &&
+    return mfr_encodeMessage(order, stream) == NO_ERROR &&
            static_cast<std::size_t>(byteStream_writeMark(stream)) == length &&
            std::memcmp(byteStream_buffer(stream), frame.data(), length) == 0;
 }
@@ -48,7 +48,7 @@ void workload_check() {
     for (std::int32_t number = 1; number <= CHECKED; ++number) {
         order_make(&record, number);
         const Order order = order_of(record);
-        if (!isRightFix(stringField_withoutNul(order.strings[WIRE]))) {
+        if (!isRightFix(stringField_withoutNul(order.texts[WIRE]))) {
             fail("order " + std::to_string(number) + " is no correct FIX message");
         }
         if (!isSameFrame(order, stream.get())) {

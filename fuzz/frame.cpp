@@ -26,8 +26,7 @@ struct Frame {
     Message message;
 };
 
-using Decode = ErrorCode (*)(MessageMetadata*, StringField*, std::int32_t, NumericValue*, std::int32_t,
-                             KSVByteStream*) noexcept;
+using Decode = ErrorCode (*)(const MessageTableLayout&, KSVByteStream*, DecodedMessage*) noexcept;
 
 // Decodes from the stream's mark on, until something does not decode.
 std::vector<Frame> decodeAll(KSVByteStream* stream, const MessageTableLayout& layout, Decode decode) {
@@ -35,25 +34,22 @@ std::vector<Frame> decodeAll(KSVByteStream* stream, const MessageTableLayout& la
     for (;;) {
         const std::int32_t before = byteStream_readMark(stream);
         DecodedMessage message;
-        const ErrorCode code = decode(&message.metadata, message.stringFields.data(), layout.stringFieldCount,
-                                      message.numericFields.data(), layout.numericFieldCount, stream);
+        const ErrorCode code = decode(layout, stream, &message);
         const std::int32_t after = byteStream_readMark(stream);
         if (code != NO_ERROR) {
             require(code == NO_DATA_ERROR || code == CONSISTENCY_ERROR, "a frame is refused with another code");
             require(before == after, "a frame that does not decode moves the mark");
             return frames;
         }
-        frames.push_back({std::min(before, after), std::max(before, after), messageOf(message, layout)});
+        frames.push_back(
+            {std::min(before, after), std::max(before, after), ownedMessage(message_view(message, layout))});
     }
 }
 
 // The bytes of the message as it is encoded. A type's bytes behind its first NUL are not encoded.
-void checkEncoding(const Frame& frame, const std::uint8_t* bytes, const MessageTableLayout& layout) {
-    const std::vector<StringField> fields = fieldsOf(frame.message);
+void checkEncoding(const Frame& frame, const std::uint8_t* bytes) {
     const ByteStreamPtr stream(byteStream_create(0));
-    requireSuccess(mfr_encodeMessage(&frame.message.metadata, fields.data(), layout.stringFieldCount,
-                                     frame.message.numbers.data(), layout.numericFieldCount, stream.get()),
-                   "encoding a decoded message");
+    requireSuccess(mfr_encodeMessage(MessageFields(frame.message).view(), stream.get()), "encoding a decoded message");
     const std::int32_t length = frame.end - frame.begin;
     require(byteStream_writeMark(stream.get()) == length, "a decoded message encodes to another length");
     Bytes stored(bytes + frame.begin, bytes + frame.end);
@@ -94,12 +90,12 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     require(forward.size() == back.size(), "frames that decode forward do not decode backward");
     for (std::size_t i = 0; i < forward.size(); ++i) {
         require(forward[i].message == back[forward.size() - 1 - i].message, "the two directions disagree");
-        checkEncoding(forward[i], bytes.data(), layout);
+        checkEncoding(forward[i], bytes.data());
     }
     if (end != length) {
         tabulo::internal::byteStream_resetRead(&stream, tabulo::internal::BYTE_STREAM_FORWARD, length);
         for (const Frame& frame : decodeAll(&stream, layout, tabulo::internal::mfr_decodeMessageBackward)) {
-            checkEncoding(frame, bytes.data(), layout);
+            checkEncoding(frame, bytes.data());
         }
     }
     return 0;

@@ -20,6 +20,7 @@
 #include "messagetable/message_read.h"
 #include "messagetable/uniform_lookup.h"
 #include "tests/support/memory_platform.h"
+#include "tests/support/message_takers.h"
 #include "watcher/message_watcher.h"
 
 namespace tabulo::internal::fuzz {
@@ -38,49 +39,34 @@ struct Run {
     test::MemoryPlatform platform;
 };
 
-ErrorCode countMessage(std::int32_t*, void* context, const BlockSummary*, const MessageMetadata* metadata,
-                       const StringField*, std::int32_t, const NumericValue*, std::int32_t) {
-    *static_cast<std::size_t*>(context) += metadata == nullptr ? 0 : 1;
-    return NO_ERROR;
-}
-
-struct Watched {
-    std::size_t count = 0;
-    std::size_t most = 0;
-};
-
-// Stops when nothing more is there.
-ErrorCode watch(std::int32_t* stop, void* context, const MessageMetadata* metadata, const StringField*, std::int32_t,
-                const NumericValue*, std::int32_t, std::int32_t) {
-    auto* watched = static_cast<Watched*>(context);
-    *stop = metadata == nullptr ? 1 : 0;
-    watched->count += 1;
-    require(watched->count <= watched->most + 1, "a watcher delivers more messages than the file can hold");
-    return NO_ERROR;
-}
-
 void watchAll(MessageTable* table, std::size_t most) {
     MessageWatcher* watcher = messageWatcher_create(&table, 1);
     require(watcher != nullptr, "a watcher is not created");
     watcher->pause = [](std::int64_t) {};
     const std::int32_t startingId = -2147483647;
-    Watched watched{0, most};
-    (void)messageWatcher_startWatching(watcher, 1, &startingId, &watched, watch);  // any code is an answer
+    std::size_t count = 0;
+    const auto take = [&](const MessageView&, std::int32_t) {
+        count += 1;
+        require(count <= most, "a watcher delivers more messages than the file can hold");
+        return true;
+    };
+    // Any code is an answer.
+    (void)messageWatcher_startWatching(watcher, 1, &startingId, test::watchListenerOf(&take));
     messageWatcher_destroy(watcher);
 }
 
 // Any code is an answer to a damaged file.
 void lookUp(MessageTable* table) {
     std::int32_t number = 0;
-    std::int64_t offset = 0;
-    std::int64_t ordinal = 0;
+    std::int64_t timestamp = 0;
+    UniformPlace place;
     (void)mt_refresh(table);
     (void)mt_getLastMessageId(table, 5, &number);
-    (void)mt_getLastGoodMsgSeqNum(table, 0, &number, &offset);
+    (void)mt_getLastGoodMsgSeqNum(table, 0, &number, &timestamp);
     (void)mt_getFirstPendingMsgSeqNum(table, 0, &number);
     (void)mt_getLastPendingMsgSeqNum(table, 0, &number);
     (void)mt_getLastUniformMessageId(table, &number);
-    (void)mt_findUniformId(table, 2, &offset, &ordinal, &number);
+    (void)mt_findUniformId(table, 2, &place);
 }
 
 // Every way to read the table; the messages of a plain forward walk.
@@ -95,7 +81,11 @@ Messages useTable(MessageTable* table, const Run& run) {
     Input conditions(run.conditions);
     readByIterator(table, conditionsFrom(&conditions, run.layout), run.most);
     std::size_t count = 0;
-    const MessageListener listener{countMessage, &count};
+    const auto take = [&](const MessageView&) {
+        count += 1;
+        return Visit::goOn;
+    };
+    const MessageListener listener = test::listenerOf(&take);
     constexpr std::array<std::int32_t, 3> ids = {1, 3, 536870911};
     (void)mt_readMessages(table, ids.data(), 3, &listener, false);
     (void)mt_readMessages(table, ids.data(), 3, &listener, true);

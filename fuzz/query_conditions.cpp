@@ -18,14 +18,11 @@ namespace tabulo::internal::fuzz {
 namespace {
 
 bool matches(const QueryConditions& conditions, const Message& message) {
-    const std::vector<StringField> fields = fieldsOf(message);
-    return query_messageMatches(conditions, message.metadata, fields.data(), static_cast<std::int32_t>(fields.size()),
-                                message.numbers.data(), static_cast<std::int32_t>(message.numbers.size()));
+    return query_messageMatches(conditions, MessageFields(message).view());
 }
 
 void add(BlockSummary* summary, const Message& message, const MessageTableLayout& layout) {
-    const std::vector<StringField> fields = fieldsOf(message);
-    blockSummary_add(summary, layout, message.metadata, fields.data(), message.numbers.data(), 100);
+    blockSummary_add(summary, layout, MessageFields(message).view(), 100);
 }
 
 // The summary as a reader has it: from a footer, which stays in the stream.

@@ -6,6 +6,7 @@
 #include "fuzz/harness.h"
 #include "messagetable/block_summary.h"
 #include "messagetable/block_writer.h"
+#include "messagetable/frame.h"
 #include "messagetable/table_header.h"
 #include "storage/generic_header.h"
 
@@ -171,10 +172,8 @@ Bytes footer_of(const std::vector<Bytes>& frames, const MessageTableLayout& layo
         byteStream_init(&stream, frame.data(), size);
         byteStream_resetWrite(&stream, size);
         DecodedMessage message;
-        if (mfr_decodeMessage(&message.metadata, message.stringFields.data(), layout.stringFieldCount,
-                              message.numericFields.data(), layout.numericFieldCount, &stream) == NO_ERROR) {
-            blockSummary_add(&summary, layout, message.metadata, message.stringFields.data(),
-                             message.numericFields.data(), size);
+        if (mfr_decodeMessage(layout, &stream, &message) == NO_ERROR) {
+            blockSummary_add(&summary, layout, message_view(message, layout), size);
         }
     }
     const ByteStreamPtr stream(byteStream_create(0));

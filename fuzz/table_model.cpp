@@ -8,6 +8,7 @@
 #include "messagetable/message_lookup.h"
 #include "messagetable/message_read.h"
 #include "query/message_match.h"
+#include "tests/support/current_message.h"
 #include "watcher/message_watcher.h"
 
 namespace tabulo::internal::fuzz {
@@ -17,50 +18,46 @@ namespace {
 constexpr std::size_t MOST_MESSAGES = 1000;  // more than any input can write
 
 std::vector<std::uint8_t> frameOf(const Message& message) {
-    const std::vector<StringField> fields = fieldsOf(message);
     const ByteStreamPtr stream(byteStream_create(0));
-    requireSuccess(
-        mfr_encodeMessage(&message.metadata, fields.data(), static_cast<std::int32_t>(fields.size()),
-                          message.numbers.data(), static_cast<std::int32_t>(message.numbers.size()), stream.get()),
-        "encoding a message");
+    requireSuccess(mfr_encodeMessage(MessageFields(message).view(), stream.get()), "encoding a message");
     return {byteStream_buffer(stream.get()), byteStream_buffer(stream.get()) + byteStream_writeMark(stream.get())};
 }
 
 bool matches(const QueryConditions& conditions, const Message& message) {
-    const std::vector<StringField> fields = fieldsOf(message);
-    return query_messageMatches(conditions, message.metadata, fields.data(), static_cast<std::int32_t>(fields.size()),
-                                message.numbers.data(), static_cast<std::int32_t>(message.numbers.size()));
+    return query_messageMatches(conditions, MessageFields(message).view());
 }
 
 struct Delivered {
     std::vector<Message> list;
     bool ended = false;
     int idlePasses = 0;
+
+    MessageListener listener() {
+        return {this,
+                [](void* owner, const MessageView& message, Visit*) {
+                    static_cast<Delivered*>(owner)->list.push_back(ownedMessage(message));
+                    return NO_ERROR;
+                },
+                [](void* owner, ErrorCode code) {
+                    static_cast<Delivered*>(owner)->ended = true;
+                    return code;
+                }};
+    }
+    WatchListener watchListener() {
+        return {this,
+                [](void* owner, const MessageView& message, std::int32_t, std::int32_t*) {
+                    auto* delivered = static_cast<Delivered*>(owner);
+                    require(delivered->list.size() <= MOST_MESSAGES, "a watcher delivers without an end");
+                    delivered->list.push_back(ownedMessage(message));
+                    return NO_ERROR;
+                },
+                // Two passes without a message, so that what an idle pass leaves behind is seen too.
+                [](void* owner, std::int32_t* stop) {
+                    *stop = ++static_cast<Delivered*>(owner)->idlePasses == 2 ? 1 : 0;
+                    return NO_ERROR;
+                }};
+    }
 };
-
-ErrorCode listen(std::int32_t*, void* context, const BlockSummary*, const MessageMetadata* metadata,
-                 const StringField* strings, std::int32_t stringCount, const NumericValue* numbers,
-                 std::int32_t numberCount) {
-    auto* delivered = static_cast<Delivered*>(context);
-    if (metadata == nullptr) {
-        delivered->ended = true;
-    } else {
-        delivered->list.push_back(messageOf(*metadata, strings, stringCount, numbers, numberCount));
-    }
-    return NO_ERROR;
-}
-
-ErrorCode onWatched(std::int32_t* stop, void* context, const MessageMetadata* metadata, const StringField* strings,
-                    std::int32_t stringCount, const NumericValue* numbers, std::int32_t numberCount, std::int32_t) {
-    auto* delivered = static_cast<Delivered*>(context);
-    require(delivered->list.size() <= MOST_MESSAGES, "a watcher delivers without an end");
-    // Two passes without a message, so that what an idle pass leaves behind is seen too.
-    *stop = metadata == nullptr && ++delivered->idlePasses == 2 ? 1 : 0;
-    if (metadata != nullptr) {
-        delivered->list.push_back(messageOf(*metadata, strings, stringCount, numbers, numberCount));
-    }
-    return NO_ERROR;
-}
 
 }  // namespace
 
@@ -213,12 +210,10 @@ void TableModel::writeRaw(Input* input) {
     byteStream_init(&stream, bytes.data(), length);
     byteStream_resetWrite(&stream, length);
     DecodedMessage decoded;
-    const ErrorCode expected =
-        mfr_decodeMessage(&decoded.metadata, decoded.stringFields.data(), layout_.stringFieldCount,
-                          decoded.numericFields.data(), layout_.numericFieldCount, &stream);
+    const ErrorCode expected = mfr_decodeMessage(layout_, &stream, &decoded);
     require(mt_writeRawMessage(writer_.get(), bytes.data(), length) == expected, "a raw message gives another code");
     if (expected == NO_ERROR) {
-        acknowledge(messageOf(decoded, layout_));
+        acknowledge(ownedMessage(message_view(decoded, layout_)));
     }
 }
 
@@ -329,7 +324,7 @@ void TableModel::readMessages(Input* input) {
         std::reverse(expected.begin(), expected.end());
     }
     Delivered delivered;
-    const MessageListener listener{listen, &delivered};
+    const MessageListener listener = delivered.listener();
     requireSuccess(mt_readMessages(table, ids.data(), count, &listener, backward), "reading by ids");
     require(delivered.list == expected && delivered.ended, "reading by ids gives something else");
 }
@@ -352,7 +347,7 @@ void TableModel::watch(Input* input) {
     Delivered delivered;
     MessageWatcher* watcher = messageWatcher_create(&table, 1);
     require(watcher != nullptr, "a watcher is not created");
-    requireSuccess(messageWatcher_startWatching(watcher, 1, &start, &delivered, onWatched), "watching");
+    requireSuccess(messageWatcher_startWatching(watcher, 1, &start, delivered.watchListener()), "watching");
     messageWatcher_destroy(watcher);
     require(delivered.list == expected, "a watcher delivers something else");
 }
@@ -375,10 +370,8 @@ void TableModel::stepIterator() {
     requireSuccess(mtIterator_next(iterator_.get(), &end), "a step of an iterator");
     require(end == (delivered_ == stored_.size()), "an iterator ends too early or too late");
     if (!end) {
-        const Message message = messageOf(mtIterator_getMetadata(iterator_.get()),
-                                          mtIterator_getStringValues(iterator_.get()), layout_.stringFieldCount,
-                                          mtIterator_getNumericValues(iterator_.get()), layout_.numericFieldCount);
-        require(message == stored_[delivered_], "an iterator skips or repeats a message");
+        require(ownedMessage(test::currentMessage(iterator_.get())) == stored_[delivered_],
+                "an iterator skips or repeats a message");
         delivered_ += 1;
     }
 }

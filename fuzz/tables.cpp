@@ -8,6 +8,8 @@
 #include "messagetable/table_walk.h"
 #include "query/message_table_iterator.h"
 #include "query/pseudo_field.h"
+#include "tests/support/current_message.h"
+#include "tests/support/message_takers.h"
 
 namespace tabulo::internal::fuzz {
 
@@ -18,34 +20,9 @@ constexpr std::array<MessageTableLayout, 4> LAYOUTS = {
     {{2, 4, 0, 0}, {3, 4, 0, 2}, {2, 5, 1, 1}, {4, 2, 0, 0}},
 };
 
-struct Collector {
-    Messages* messages;
-    std::size_t most;
-};
-
 void add(Messages* messages, std::size_t most, Message message) {
     require(messages->list.size() < most, "more messages are delivered than the file can hold");
     messages->list.push_back(std::move(message));
-}
-
-ErrorCode collect(std::int32_t*, void* context, const BlockSummary* summary, const MessageMetadata* metadata,
-                  const StringField* strings, std::int32_t stringCount, const NumericValue* numbers,
-                  std::int32_t numberCount) {
-    const auto* collector = static_cast<Collector*>(context);
-    if (summary == nullptr) {
-        add(collector->messages, collector->most, messageOf(*metadata, strings, stringCount, numbers, numberCount));
-    }
-    return NO_ERROR;
-}
-
-bool sameMetadata(const MessageMetadata& left, const MessageMetadata& right) {
-    return left.uniformId == right.uniformId && left.seqNum == right.seqNum && left.prevSeqNum == right.prevSeqNum &&
-           left.connMsgId == right.connMsgId && left.timestamp == right.timestamp && left.msgType == right.msgType &&
-           left.isPossDupFlag == right.isPossDupFlag && left.isOutOfSequence == right.isOutOfSequence;
-}
-
-bool sameNumber(const NumericValue& left, const NumericValue& right) {
-    return left.type == right.type && (left.type == NumericType::absent || left.longValue == right.longValue);
 }
 
 NumericValue numberFrom(Input* input) {
@@ -111,35 +88,6 @@ MessageTablePtr createTable(const MessageTableLayout& layout, const std::string&
     return table;
 }
 
-bool Message::operator==(const Message& other) const {
-    return sameMetadata(metadata, other.metadata) && strings == other.strings &&
-           std::equal(numbers.begin(), numbers.end(), other.numbers.begin(), other.numbers.end(), sameNumber);
-}
-
-Message messageOf(const MessageMetadata& metadata, const StringField* strings, std::int32_t stringCount,
-                  const NumericValue* numbers, std::int32_t numberCount) {
-    Message message;
-    message.metadata = metadata;
-    for (std::int32_t i = 0; i < stringCount; ++i) {
-        message.strings.emplace_back(stringField_bytes(strings[i]));
-    }
-    message.numbers.assign(numbers, numbers + numberCount);
-    return message;
-}
-
-Message messageOf(const DecodedMessage& message, const MessageTableLayout& layout) {
-    return messageOf(message.metadata, message.stringFields.data(), layout.stringFieldCount,
-                     message.numericFields.data(), layout.numericFieldCount);
-}
-
-std::vector<StringField> fieldsOf(const Message& message) {
-    std::vector<StringField> fields;
-    for (const std::string& text : message.strings) {
-        fields.push_back({text.data(), static_cast<std::int32_t>(text.size())});
-    }
-    return fields;
-}
-
 Message messageFrom(Input* input, const MessageTableLayout& layout) {
     Message message;
     MessageMetadata& metadata = message.metadata;
@@ -156,7 +104,8 @@ Message messageFrom(Input* input, const MessageTableLayout& layout) {
         message.numbers.push_back(numberFrom(input));
     }
     for (std::int32_t i = 0; i < layout.stringFieldCount; ++i) {
-        message.strings.push_back(input->text(24));
+        const std::string text = input->text(24);
+        message.strings.push_back(text.empty() ? std::nullopt : std::optional(text));
     }
     return message;
 }
@@ -170,15 +119,9 @@ Message simpleMessage(std::int32_t n, const MessageTableLayout& layout) {
     message.metadata.msgType[0] = 'D';
     message.numbers.assign(static_cast<std::size_t>(layout.numericFieldCount), numericValue_ofLong(n));
     for (std::int32_t i = 0; i < layout.stringFieldCount; ++i) {
-        message.strings.push_back(i % 2 == 0 ? "f" + std::to_string(n) + '\0' : "");
+        message.strings.push_back(i % 2 == 0 ? std::optional("f" + std::to_string(n) + '\0') : std::nullopt);
     }
     return message;
-}
-
-ErrorCode writeMessage(MessageTable* table, const Message& message) {
-    const std::vector<StringField> fields = fieldsOf(message);
-    return mt_writeMessage(table, &message.metadata, fields.data(), static_cast<std::int32_t>(fields.size()),
-                           message.numbers.data(), static_cast<std::int32_t>(message.numbers.size()));
 }
 
 Messages readByIterator(MessageTable* table, QueryConditionsPtr conditions, std::size_t most) {
@@ -196,9 +139,7 @@ Messages readByIterator(MessageTable* table, QueryConditionsPtr conditions, std:
             return messages;
         }
         askForFields(iterator.get(), layout);
-        add(&messages, most,
-            messageOf(mtIterator_getMetadata(iterator.get()), mtIterator_getStringValues(iterator.get()),
-                      layout.stringFieldCount, mtIterator_getNumericValues(iterator.get()), layout.numericFieldCount));
+        add(&messages, most, ownedMessage(test::currentMessage(iterator.get())));
     }
 }
 
@@ -210,11 +151,14 @@ Messages readAll(MessageTable* table, bool backward, std::size_t most) {
 
 Messages readByWalk(MessageTable* table, bool backward, std::size_t most) {
     Messages messages;
-    Collector collector{&messages, most};
+    const auto take = [&](const MessageView& message) {
+        add(&messages, most, ownedMessage(message));
+        return Visit::goOn;
+    };
     const BlockReaderPtr reader(mfr_createReader(table->storage.get(), table->header.layout));
     blockSummary_reset(&reader->summary, false);
-    messages.code = backward ? mfr_readBackward(reader.get(), mt_openBlockStart(table), collect, &collector)
-                             : mfr_readForward(reader.get(), table->storage->headerSize, collect, &collector);
+    messages.code = backward ? mfr_readBackward(reader.get(), mt_openBlockStart(table), test::visitorOf(&take))
+                             : mfr_readForward(reader.get(), table->storage->headerSize, test::visitorOf(&take));
     return messages;
 }
 

@@ -12,6 +12,7 @@
 #include "messagetable/frame.h"
 #include "messagetable/message_table.h"
 #include "query/query_conditions.h"
+#include "tests/support/message.h"
 
 namespace tabulo::internal::fuzz {
 
@@ -27,25 +28,15 @@ using MessageTablePtr = Handle<MessageTable, mt_destroy>;
 // A table of that layout which is not open yet.
 MessageTablePtr createTable(const MessageTableLayout& layout, const std::string& name = TABLE_NAME);
 
-// A message that owns its texts. A text of length 0 is an absent field.
-struct Message {
-    MessageMetadata metadata;
-    std::vector<std::string> strings;
-    std::vector<NumericValue> numbers;
+using test::Message;
+using test::MessageFields;
+using test::ownedMessage;
+using test::writeMessage;
 
-    bool operator==(const Message& other) const;
-};
-
-Message messageOf(const MessageMetadata& metadata, const StringField* strings, std::int32_t stringCount,
-                  const NumericValue* numbers, std::int32_t numberCount);
-Message messageOf(const DecodedMessage& message, const MessageTableLayout& layout);
-// The string fields of a message, borrowed from it.
-std::vector<StringField> fieldsOf(const Message& message);
-// A message whose every field the input decides; numbers are mostly small.
+// A message whose every field the input decides; numbers are mostly small. An empty text is an absent field.
 Message messageFrom(Input* input, const MessageTableLayout& layout);
 // The n-th of some simple messages.
 Message simpleMessage(std::int32_t n, const MessageTableLayout& layout);
-ErrorCode writeMessage(MessageTable* table, const Message& message);
 
 // Messages in the order in which they came, and what ended them.
 struct Messages {

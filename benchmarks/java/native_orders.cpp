@@ -20,14 +20,14 @@ std::uint64_t middle(std::string_view text) {
     return static_cast<std::uint8_t>(text[text.size() / 2]);
 }
 
-std::uint64_t digest(const OrderRecord& record) {
-    const std::string_view wire = stringField_withoutNul(record.strings[WIRE]);
-    const std::string_view id = stringField_withoutNul(record.strings[CL_ORD_ID]);
+std::uint64_t digest(const Order& order) {
+    const std::string_view wire = stringField_withoutNul(order.texts[WIRE]);
+    const std::string_view id = stringField_withoutNul(order.texts[CL_ORD_ID]);
     return wire.size() * 3 + middle(wire) * 5 + id.size() * 7 + middle(id) * 11 +
-           static_cast<std::uint64_t>(record.metadata.seqNum) * 13 +
-           static_cast<std::uint64_t>(record.metadata.timestamp) * 17 +
-           static_cast<std::uint64_t>(record.numbers[0].longValue) * 19 +
-           static_cast<std::uint64_t>(record.numbers[1].longValue) * 23;
+           static_cast<std::uint64_t>(order.metadata.seqNum) * 13 +
+           static_cast<std::uint64_t>(order.metadata.timestamp) * 17 +
+           static_cast<std::uint64_t>(order.numbers[0].longValue) * 19 +
+           static_cast<std::uint64_t>(order.numbers[1].longValue) * 23;
 }
 
 }  // namespace
@@ -48,11 +48,11 @@ int main(int argc, char** argv) {
     for (std::int32_t number = 1; number <= std::atoi(argv[2]); ++number) {
         order_make(&record, number);
         if (doubles) {
-            record.numbers[0] =
-                tabulo::internal::numericValue_ofDouble(static_cast<double>(record.numbers[0].longValue));
+            tabulo::internal::NumericValue& quantity = record.message.numbers[0];
+            quantity = tabulo::internal::numericValue_ofDouble(static_cast<double>(quantity.longValue));
         }
         store.append(table, order_of(record));
-        sum += digest(record);
+        sum += digest(order_of(record));
     }
     store.close(table);
     std::printf("%llu\n", static_cast<unsigned long long>(sum));

@@ -66,7 +66,7 @@ void put(MDB_txn* transaction, MDB_dbi database, const OrderKey& key, MDB_val da
 
 void lmdb_append(void* object, const Order& order) {
     auto* store = static_cast<LmdbStore*>(object);
-    const MessageMetadata& metadata = *order.metadata;
+    const MessageMetadata& metadata = order.metadata;
     MDB_txn* transaction = nullptr;
     check(mdb_txn_begin(store->environment, nullptr, 0, &transaction));
     const std::size_t length = frame_encode(order, store->frame.data());
@@ -75,10 +75,10 @@ void lmdb_append(void* object, const Order& order) {
         const MDB_val none{};
         put(transaction, store->databases[BY_TIME],
             OrderKey() << static_cast<std::uint64_t>(metadata.timestamp) << metadata, none, true);
-        put(transaction, store->databases[BY_ID], OrderKey() << stringField_bytes(order.strings[CL_ORD_ID]) << metadata,
+        put(transaction, store->databases[BY_ID], OrderKey() << stringField_bytes(order.texts[CL_ORD_ID]) << metadata,
             none, false);
-        put(transaction, store->databases[BY_SYMBOL],
-            OrderKey() << stringField_bytes(order.strings[SYMBOL]) << metadata, none, false);
+        put(transaction, store->databases[BY_SYMBOL], OrderKey() << stringField_bytes(order.texts[SYMBOL]) << metadata,
+            none, false);
     }
     check(mdb_txn_commit(transaction));
 }
@@ -116,7 +116,7 @@ struct Reader {
     }
 };
 
-bool deliver(const MDB_val& data, const Query& query, Visit visit, void* context) {
+bool deliver(const MDB_val& data, const Query& query, VisitOrder visit, void* context) {
     DecodedOrder decoded;
     frame_decode(static_cast<const std::uint8_t*>(data.mv_data), &decoded);
     const Order order = order_of(decoded);
@@ -126,7 +126,7 @@ bool deliver(const MDB_val& data, const Query& query, Visit visit, void* context
     return !query_isBehind(query, order);
 }
 
-void walk(LmdbStore* store, const Query& query, Visit visit, void* context) {
+void walk(LmdbStore* store, const Query& query, VisitOrder visit, void* context) {
     Reader reader(store, store->databases[ORDERS]);
     bool there = false;
     if (query.kind == QueryKind::sequence) {
@@ -142,7 +142,7 @@ void walk(LmdbStore* store, const Query& query, Visit visit, void* context) {
 }
 
 void walkIndex(LmdbStore* store, Database index, const OrderKey& from, const OrderKey& last, const Query& query,
-               Visit visit, void* context) {
+               VisitOrder visit, void* context) {
     Reader reader(store, store->databases[index]);
     reader.key = value(from.view());
     for (bool there = reader.step(MDB_SET_RANGE); there && view(reader.key).substr(0, last.length) <= last.view();
@@ -157,7 +157,7 @@ void walkIndex(LmdbStore* store, Database index, const OrderKey& from, const Ord
     }
 }
 
-void lmdb_read(void* object, const Query& query, Visit visit, void* context) {
+void lmdb_read(void* object, const Query& query, VisitOrder visit, void* context) {
     auto* store = static_cast<LmdbStore*>(object);
     if (store->indexed && query.kind == QueryKind::time) {
         walkIndex(store, BY_TIME, OrderKey() << static_cast<std::uint64_t>(query.first),

@@ -53,7 +53,7 @@ struct LsmStore {
         auto* store = static_cast<LsmStore*>(object);
         const std::size_t length = frame_encode(order, store->frame.data());
         const Slice value(reinterpret_cast<const char*>(store->frame.data()), length);
-        const MessageMetadata& metadata = *order.metadata;
+        const MessageMetadata& metadata = order.metadata;
         const OrderKey key = OrderKey() << ORDER << metadata;
         bool good = false;
         if (store->indexed) {
@@ -61,8 +61,8 @@ struct LsmStore {
             store->batch.Put(slice(key), value);
             const auto index = [&](const OrderKey& entry) { store->batch.Put(slice(entry), Slice()); };
             index(OrderKey() << BY_TIME << static_cast<std::uint64_t>(metadata.timestamp) << metadata);
-            index(OrderKey() << BY_ID << stringField_bytes(order.strings[CL_ORD_ID]) << metadata);
-            index(OrderKey() << BY_SYMBOL << stringField_bytes(order.strings[SYMBOL]) << metadata);
+            index(OrderKey() << BY_ID << stringField_bytes(order.texts[CL_ORD_ID]) << metadata);
+            index(OrderKey() << BY_SYMBOL << stringField_bytes(order.texts[SYMBOL]) << metadata);
             good = store->handle->Write(typename Api::WriteOptions(), &store->batch).ok();
         } else {
             good = store->handle->Put(typename Api::WriteOptions(), slice(key), value).ok();
@@ -72,7 +72,7 @@ struct LsmStore {
 
     static void close(void* object) { delete static_cast<LsmStore*>(object); }
 
-    static bool deliver(const Slice& value, const Query& query, Visit visit, void* context) {
+    static bool deliver(const Slice& value, const Query& query, VisitOrder visit, void* context) {
         DecodedOrder decoded;
         frame_decode(reinterpret_cast<const std::uint8_t*>(value.data()), &decoded);
         const Order order = order_of(decoded);
@@ -82,7 +82,7 @@ struct LsmStore {
         return !query_isBehind(query, order);
     }
 
-    void walk(const Query& query, Visit visit, void* context) {
+    void walk(const Query& query, VisitOrder visit, void* context) {
         const IteratorPtr iterator(handle->NewIterator(typename Api::ReadOptions()));
         if (query.backward) {
             iterator->SeekToLast();
@@ -100,7 +100,7 @@ struct LsmStore {
     }
 
     // Through the index of times or ids: the entries from `from` up to those that begin with something above `last`.
-    void walkIndex(const OrderKey& from, const OrderKey& last, const Query& query, Visit visit, void* context) {
+    void walkIndex(const OrderKey& from, const OrderKey& last, const Query& query, VisitOrder visit, void* context) {
         const IteratorPtr iterator(handle->NewIterator(typename Api::ReadOptions()));
         std::string value;
         OrderKey key = OrderKey() << ORDER << std::string_view("\0\0\0\0\0\0\0\0", OWN_KEY);
@@ -117,7 +117,7 @@ struct LsmStore {
         }
     }
 
-    static void read(void* object, const Query& query, Visit visit, void* context) {
+    static void read(void* object, const Query& query, VisitOrder visit, void* context) {
         auto* store = static_cast<LsmStore*>(object);
         if (store->indexed && query.kind == QueryKind::time) {
             store->walkIndex(OrderKey() << BY_TIME << static_cast<std::uint64_t>(query.first),

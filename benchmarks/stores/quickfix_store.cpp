@@ -23,7 +23,7 @@ struct QuickfixStore {
 };
 
 struct Delivery {
-    Visit visit;
+    VisitOrder visit;
     void* context;
     int count;
     bool more;
@@ -37,7 +37,7 @@ char* putNumber(char* at, Number number) {
 }
 
 std::size_t encode(const Order& order, char* text) {
-    const MessageMetadata& metadata = *order.metadata;
+    const MessageMetadata& metadata = order.metadata;
     char* at = text;
     for (const std::int64_t number :
          {std::int64_t{metadata.uniformId}, std::int64_t{metadata.seqNum}, std::int64_t{metadata.prevSeqNum},
@@ -47,7 +47,7 @@ std::size_t encode(const Order& order, char* text) {
     }
     at = putNumber(at, order.numbers[1].doubleValue);
     for (std::size_t i = 0; i < ORDER_STRINGS; ++i) {
-        const std::string_view field = stringField_withoutNul(order.strings[i]);
+        const std::string_view field = stringField_withoutNul(order.texts[i]);
         std::memcpy(at, field.data(), field.size());
         at += field.size();
         *at++ = SEPARATOR;
@@ -102,7 +102,7 @@ void* quickfix_open(const std::string& directory, Access) {
 void quickfix_append(void* object, const Order& order) {
     auto* store = static_cast<QuickfixStore*>(object);
     const std::size_t length = encode(order, store->text.data());
-    if (!quickfixFiles_set(store->files, order.metadata->seqNum, store->text.data(), length)) {
+    if (!quickfixFiles_set(store->files, order.metadata.seqNum, store->text.data(), length)) {
         fail("QuickFIX: refuses an order");
     }
 }
@@ -140,7 +140,7 @@ int lastSeqNum(QuickfixStore* store) {
     return there;
 }
 
-void quickfix_read(void* object, const Query& query, Visit visit, void* context) {
+void quickfix_read(void* object, const Query& query, VisitOrder visit, void* context) {
     auto* store = static_cast<QuickfixStore*>(object);
     const bool all = query.kind == QueryKind::everything;
     const int first = all ? 1 : static_cast<int>(query.first);

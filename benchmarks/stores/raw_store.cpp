@@ -58,7 +58,7 @@ std::size_t readAt(RawStore* store, std::uint8_t* target, std::size_t length, of
 }
 
 // False when the visitor, or the query, wants no more.
-bool deliver(const Query& query, const DecodedOrder& decoded, Visit visit, void* context) {
+bool deliver(const Query& query, const DecodedOrder& decoded, VisitOrder visit, void* context) {
     const Order order = order_of(decoded);
     if (query.kind == QueryKind::everything || query_matches(query, order)) {
         return visit(context, order);
@@ -66,7 +66,7 @@ bool deliver(const Query& query, const DecodedOrder& decoded, Visit visit, void*
     return !query_isBehind(query, order);
 }
 
-void readForward(RawStore* store, const Query& query, Visit visit, void* context) {
+void readForward(RawStore* store, const Query& query, VisitOrder visit, void* context) {
     DecodedOrder decoded;
     std::uint8_t* piece = store->piece.data();
     std::size_t kept = 0;
@@ -91,7 +91,7 @@ void readForward(RawStore* store, const Query& query, Visit visit, void* context
     }
 }
 
-void readBackward(RawStore* store, const Query& query, Visit visit, void* context) {
+void readBackward(RawStore* store, const Query& query, VisitOrder visit, void* context) {
     DecodedOrder decoded;
     struct stat status {};
     ::fstat(store->descriptor, &status);
@@ -112,7 +112,7 @@ void readBackward(RawStore* store, const Query& query, Visit visit, void* contex
     }
 }
 
-void raw_read(void* object, const Query& query, Visit visit, void* context) {
+void raw_read(void* object, const Query& query, VisitOrder visit, void* context) {
     auto* store = static_cast<RawStore*>(object);
     (query.backward ? readBackward : readForward)(store, query, visit, context);
 }

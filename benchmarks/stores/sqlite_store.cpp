@@ -74,7 +74,7 @@ void* sqlite_open(const std::string& directory, Access access) {
 
 void sqlite_append(void* object, const Order& order) {
     auto* store = static_cast<SqliteStore*>(object);
-    const MessageMetadata& metadata = *order.metadata;
+    const MessageMetadata& metadata = order.metadata;
     int column = 1;
     const auto number = [&](std::int64_t value) { sqlite3_bind_int64(store->insert, column++, value); };
     number(ownKey(metadata.seqNum, metadata.uniformId));
@@ -89,7 +89,7 @@ void sqlite_append(void* object, const Order& order) {
     number(order.numbers[0].longValue);
     sqlite3_bind_double(store->insert, column++, order.numbers[1].doubleValue);
     for (std::size_t i = 0; i < ORDER_STRINGS; ++i) {
-        const StringField& field = order.strings[i];
+        const StringField& field = order.texts[i];
         // Without the NUL, which SQLite would count as a character.
         const int length = field.length - 1;
         if (i == WIRE) {
@@ -131,7 +131,7 @@ void decode(sqlite3_stmt* row, DecodedOrder* order) {
     }
 }
 
-void sqlite_read(void* object, const Query& query, Visit visit, void* context) {
+void sqlite_read(void* object, const Query& query, VisitOrder visit, void* context) {
     auto* store = static_cast<SqliteStore*>(object);
     std::string sql = "SELECT * FROM orders";
     switch (query.kind) {

@@ -77,19 +77,19 @@ const Store* store_find(std::string_view name) {
 bool query_matches(const Query& query, const Order& order) {
     switch (query.kind) {
         case QueryKind::sequence:
-            return order.metadata->seqNum >= query.first && order.metadata->seqNum <= query.last;
+            return order.metadata.seqNum >= query.first && order.metadata.seqNum <= query.last;
         case QueryKind::time:
-            return order.metadata->timestamp >= query.first && order.metadata->timestamp <= query.last;
+            return order.metadata.timestamp >= query.first && order.metadata.timestamp <= query.last;
         case QueryKind::clOrdId:
-            return stringField_withoutNul(order.strings[CL_ORD_ID]) == query.clOrdId;
+            return stringField_withoutNul(order.texts[CL_ORD_ID]) == query.clOrdId;
         default:
             return true;
     }
 }
 
 bool query_isBehind(const Query& query, const Order& order) {
-    return (query.kind == QueryKind::sequence && order.metadata->seqNum > query.last) ||
-           (query.kind == QueryKind::time && order.metadata->timestamp > query.last);
+    return (query.kind == QueryKind::sequence && order.metadata.seqNum > query.last) ||
+           (query.kind == QueryKind::time && order.metadata.timestamp > query.last);
 }
 
 }  // namespace tabulo::internal::bench

@@ -3,6 +3,7 @@
 #include "benchmarks/stores/all_stores.h"
 #include "query/message_table_iterator.h"
 #include "query/query_conditions.h"
+#include "tests/support/current_message.h"
 
 namespace tabulo::internal::bench {
 
@@ -30,8 +31,7 @@ void* tabulo_open(const std::string& directory, Access access) {
 }
 
 void tabulo_append(void* object, const Order& order) {
-    if (mt_writeMessage(static_cast<MessageTable*>(object), order.metadata, order.strings, ORDER_STRINGS, order.numbers,
-                        ORDER_NUMBERS) != NO_ERROR) {
+    if (mt_writeMessage(static_cast<MessageTable*>(object), order) != NO_ERROR) {
         fail("the table refuses a message");
     }
 }
@@ -72,15 +72,14 @@ MessageTableIteratorPtr iterator_open(MessageTable* table, const Query& query) {
     return iterator;
 }
 
-void tabulo_read(void* object, const Query& query, Visit visit, void* context) {
+void tabulo_read(void* object, const Query& query, VisitOrder visit, void* context) {
     const MessageTableIteratorPtr iterator = iterator_open(static_cast<MessageTable*>(object), query);
     for (;;) {
         bool end = false;
         if (mtIterator_next(iterator.get(), &end) != NO_ERROR) {
             fail("the table cannot be read");
         }
-        if (end || !visit(context, {&mtIterator_getMetadata(iterator.get()), mtIterator_getStringValues(iterator.get()),
-                                    mtIterator_getNumericValues(iterator.get())})) {
+        if (end || !visit(context, test::currentMessage(iterator.get()))) {
             return;
         }
     }

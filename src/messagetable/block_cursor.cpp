@@ -347,7 +347,9 @@ ErrorCode blockCursor_grow(BlockCursor* cursor, TableFile* file, bool* same) noe
         return code;
     }
     setScanned(cursor);
-    if (cursor->block.framesEnd != size) {
+    // A block that has become full has its footer behind its frames.
+    const bool isFull = cursor->block.messageCount == cursor->reader->layout.messagesPerBlock;
+    if (!isFull && cursor->block.framesEnd != size) {
         return blockCursor_refresh(cursor, file);
     }
     settlePosition(cursor, file);

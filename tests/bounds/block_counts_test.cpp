@@ -30,10 +30,17 @@ Ids idsFrom(std::int32_t first, std::int32_t last) {
     return ids;
 }
 
-ErrorCode hear(std::int32_t*, void* context, const BlockSummary*, const MessageMetadata* metadata, const StringField*,
-               std::int32_t, const NumericValue*, std::int32_t) {
-    static_cast<Ids*>(context)->push_back(metadata == nullptr ? -1 : metadata->uniformId);
-    return NO_ERROR;
+// Ids into a list, and -1 for the end.
+MessageListener hearing(Ids* ids) {
+    return {ids,
+            [](void* owner, const MessageView& message, Visit*) {
+                static_cast<Ids*>(owner)->push_back(message.metadata.uniformId);
+                return NO_ERROR;
+            },
+            [](void* owner, ErrorCode code) {
+                static_cast<Ids*>(owner)->push_back(-1);
+                return code;
+            }};
 }
 
 class BlockCounts : public ::testing::TestWithParam<std::int32_t> {
@@ -92,16 +99,14 @@ class BlockCounts : public ::testing::TestWithParam<std::int32_t> {
         EXPECT_EQ(mt_getLastGoodMsgSeqNum(table.get(), 0, &number, &timestamp), NO_ERROR);
         EXPECT_EQ(number, count);
         EXPECT_EQ(timestamp, std::int64_t{1000} * count);
-        std::int64_t offset = 0;
-        std::int64_t ordinal = 0;
-        std::int32_t skip = 0;
+        UniformPlace place;
         for (const std::int32_t id :
              {1, PER_BLOCK, PER_BLOCK + 1, 2 * PER_BLOCK, 2 * PER_BLOCK + 1, count, count + 1}) {
-            EXPECT_EQ(mt_findUniformId(table.get(), id, &offset, &ordinal, &skip), NO_ERROR);
-            EXPECT_EQ(ordinal, std::min(std::max(id, 1) - 1, count)) << "uniform id " << id;
-            EXPECT_EQ(skip, ordinal % PER_BLOCK == 0 ? 8 : 0) << "uniform id " << id;
+            EXPECT_EQ(mt_findUniformId(table.get(), id, &place), NO_ERROR);
+            EXPECT_EQ(place.ordinal, std::min(std::max(id, 1) - 1, count)) << "uniform id " << id;
+            EXPECT_EQ(place.skip, place.ordinal % PER_BLOCK == 0 ? 8 : 0) << "uniform id " << id;
         }
-        EXPECT_EQ(offset, expectedSize()) << "no message stands behind the last one";
+        EXPECT_EQ(place.offset, expectedSize()) << "no message stands behind the last one";
     }
 
     void checkReadMessages() {
@@ -115,7 +120,7 @@ class BlockCounts : public ::testing::TestWithParam<std::int32_t> {
             }
             expected.push_back(-1);  // the end
             Ids heard;
-            const MessageListener listener{hear, &heard};
+            const MessageListener listener = hearing(&heard);
             EXPECT_EQ(mt_readMessages(table.get(), wanted.data(), static_cast<std::int32_t>(wanted.size()), &listener,
                                       backward),
                       NO_ERROR);

@@ -13,6 +13,7 @@
 #include "tests/bounds/sparse_platform.h"
 #include "tests/messagetable/message_table_fixture.h"
 #include "tests/support/log_capture.h"
+#include "tests/support/message_takers.h"
 #include "tests/support/test_run.h"
 
 namespace tabulo::internal::test {
@@ -131,8 +132,7 @@ class LargestFrame : public FrameSize {
 
     ErrorCode writeFields(std::int32_t n, const std::vector<StringField>& fields) {
         const MessageMetadata metadata = bareMessage(n, shape).metadata;
-        return mt_writeMessage(table.get(), &metadata, fields.data(), static_cast<std::int32_t>(fields.size()), nullptr,
-                               0);
+        return mt_writeMessage(table.get(), {metadata, fields, {}});
     }
 
     // The write is refused with nothing changed, and the table goes on.
@@ -186,15 +186,12 @@ TEST_F(LargestFrame, AFieldOfTheLargestLengthIsRefusedInEveryPlace) {
 
 struct Lengths {
     std::vector<std::int32_t> texts;
-};
 
-ErrorCode noteLength(std::int32_t*, void* context, const BlockSummary* summary, const MessageMetadata*,
-                     const StringField* strings, std::int32_t, const NumericValue*, std::int32_t) {
-    if (summary == nullptr) {
-        static_cast<Lengths*>(context)->texts.push_back(strings[WIRE_MESSAGE].length);
+    Visit operator()(const MessageView& message) {
+        texts.push_back(message.texts[WIRE_MESSAGE].length);
+        return Visit::goOn;
     }
-    return NO_ERROR;
-}
+};
 
 // Larger ones are left to a long run: they take some GiB of memory for a moment, and seconds.
 class LargestFrameInALongRun : public LargestFrame {
@@ -227,10 +224,10 @@ TEST_F(LargestFrameInALongRun, IsStoredRecoveredAndReadBothWays) {
     const std::vector<std::int32_t> expected = {shortText, static_cast<std::int32_t>(LARGEST_ACCEPTED - BARE_FRAME),
                                                 shortText, shortText};
     Lengths forward;
-    EXPECT_EQ(mfr_readForward(frames.get(), table->storage->headerSize, noteLength, &forward), NO_ERROR);
+    EXPECT_EQ(mfr_readForward(frames.get(), table->storage->headerSize, visitorOf(&forward)), NO_ERROR);
     EXPECT_EQ(forward.texts, expected);
     Lengths backward;
-    EXPECT_EQ(mfr_readBackward(frames.get(), mt_openBlockStart(table.get()), noteLength, &backward), NO_ERROR);
+    EXPECT_EQ(mfr_readBackward(frames.get(), mt_openBlockStart(table.get()), visitorOf(&backward)), NO_ERROR);
     std::reverse(backward.texts.begin(), backward.texts.end());
     EXPECT_EQ(backward.texts, expected);
     reportFigure("bounds", "bytes of the largest frame", LARGEST_ACCEPTED);

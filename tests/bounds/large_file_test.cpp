@@ -16,6 +16,7 @@
 #include "tests/bounds/sparse_platform.h"
 #include "tests/messagetable/message_table_fixture.h"
 #include "tests/support/log_capture.h"
+#include "tests/support/message_takers.h"
 #include "tests/support/test_run.h"
 
 namespace tabulo::internal::test {
@@ -48,18 +49,14 @@ Message numbered(std::int32_t n, const TableShape& shape) {
 struct Walked {
     Ids ids;
     bool textsFit = true;
-};
 
-ErrorCode walkOn(std::int32_t*, void* context, const BlockSummary* summary, const MessageMetadata* metadata,
-                 const StringField* strings, std::int32_t, const NumericValue*, std::int32_t) {
-    auto* walked = static_cast<Walked*>(context);
-    if (summary == nullptr && metadata != nullptr) {
-        const bool large = metadata->uniformId <= LARGE_MESSAGES;
-        walked->ids.push_back(metadata->uniformId);
-        walked->textsFit = walked->textsFit && strings[2].length == (large ? FRAME - BARE_FRAME : 0);
+    Visit operator()(const MessageView& message) {
+        const bool large = message.metadata.uniformId <= LARGE_MESSAGES;
+        ids.push_back(message.metadata.uniformId);
+        textsFit = textsFit && message.texts[2].length == (large ? FRAME - BARE_FRAME : 0);
+        return Visit::goOn;
     }
-    return NO_ERROR;
-}
+};
 
 class LargeFile : public ::testing::Test {
   protected:
@@ -119,8 +116,8 @@ class LargeFile : public ::testing::Test {
         const BlockReaderPtr frames(mfr_createReader(table->storage.get(), table->header.layout));
         Walked walked;
         EXPECT_EQ(mt_refresh(table.get()), NO_ERROR);
-        EXPECT_EQ(backward ? mfr_readBackward(frames.get(), mt_openBlockStart(table.get()), walkOn, &walked)
-                           : mfr_readForward(frames.get(), table->storage->headerSize, walkOn, &walked),
+        EXPECT_EQ(backward ? mfr_readBackward(frames.get(), mt_openBlockStart(table.get()), visitorOf(&walked))
+                           : mfr_readForward(frames.get(), table->storage->headerSize, visitorOf(&walked)),
                   NO_ERROR);
         EXPECT_TRUE(walked.textsFit) << "a text has another length than was written";
         return walked.ids;
@@ -155,14 +152,12 @@ class LargeFile : public ::testing::Test {
         EXPECT_EQ(uniformId, last);
         EXPECT_EQ(select(LARGE_MESSAGES + 1, last, false).size(), static_cast<std::size_t>(last - LARGE_MESSAGES));
         EXPECT_EQ(select(last, last, true), Ids{last});
-        std::int64_t offset = 0;
-        std::int64_t ordinal = 0;
-        std::int32_t skip = 0;
-        EXPECT_EQ(mt_findUniformId(table.get(), LARGE_MESSAGES + 2, &offset, &ordinal, &skip), NO_ERROR);
-        EXPECT_EQ(offset, HEADER + 2 * FULL_BLOCK + 8 + BARE_FRAME);
-        EXPECT_EQ(ordinal, LARGE_MESSAGES + 1);
+        UniformPlace place;
+        EXPECT_EQ(mt_findUniformId(table.get(), LARGE_MESSAGES + 2, &place), NO_ERROR);
+        EXPECT_EQ(place.offset, HEADER + 2 * FULL_BLOCK + 8 + BARE_FRAME);
+        EXPECT_EQ(place.ordinal, LARGE_MESSAGES + 1);
         Walked heard;
-        const MessageListener listener{walkOn, &heard};
+        const MessageListener listener = listenerOf(&heard);
         for (const bool backward : {false, true}) {
             EXPECT_EQ(mt_readMessages(table.get(), &last, 1, &listener, backward), NO_ERROR);
         }

@@ -11,6 +11,7 @@
 #include "query/message_table_iterator.h"
 #include "tests/messagetable/message_table_fixture.h"
 #include "tests/support/log_capture.h"
+#include "tests/support/message_takers.h"
 #include "tests/support/test_run.h"
 #include "tests/watcher/watched_tables.h"
 
@@ -167,19 +168,15 @@ TEST_F(NumberEnds, OfNumericFieldsAndUniformIdsAreSelectedAsAnyOthers) {
     }
 }
 
-ErrorCode collectIds(std::int32_t*, void* context, const BlockSummary*, const MessageMetadata* metadata,
-                     const StringField*, std::int32_t, const NumericValue*, std::int32_t) {
-    if (metadata != nullptr) {
-        static_cast<std::vector<std::int32_t>*>(context)->push_back(metadata->connMsgId);
-    }
-    return NO_ERROR;
-}
-
 TEST_F(NumberEnds, OfConnectionMessageIdsAreFoundByIdAndClass) {
     store();
     for (const std::int32_t id : {0, 0x1FFFFFFE, 0x1FFFFFFF, HIGHEST}) {
         std::vector<std::int32_t> found;
-        const MessageListener listener{collectIds, &found};
+        const auto take = [&](const MessageView& message) {
+            found.push_back(message.metadata.connMsgId);
+            return Visit::goOn;
+        };
+        const MessageListener listener = listenerOf(&take);
         EXPECT_EQ(mt_readMessages(table.get(), &id, 1, &listener, false), NO_ERROR);
         EXPECT_EQ(found, std::vector<std::int32_t>(15, id));
     }
@@ -225,15 +222,13 @@ TEST_F(NumberEnds, OfUniformIdsAreFoundInOrder) {
     for (const std::int32_t id : ids) {
         ASSERT_EQ(write(bareMessage(id, shape)), NO_ERROR);
     }
-    std::int64_t offset = 0;
-    std::int64_t ordinal = 0;
-    std::int32_t skip = 0;
+    UniformPlace place;
     for (std::size_t i = 0; i < ids.size(); ++i) {
-        EXPECT_EQ(mt_findUniformId(table.get(), ids[i], &offset, &ordinal, &skip), NO_ERROR);
-        EXPECT_EQ(ordinal, static_cast<std::int64_t>(i)) << "uniform id " << ids[i];
+        EXPECT_EQ(mt_findUniformId(table.get(), ids[i], &place), NO_ERROR);
+        EXPECT_EQ(place.ordinal, static_cast<std::int64_t>(i)) << "uniform id " << ids[i];
     }
-    EXPECT_EQ(mt_findUniformId(table.get(), 2, &offset, &ordinal, &skip), NO_ERROR);
-    EXPECT_EQ(ordinal, 5);
+    EXPECT_EQ(mt_findUniformId(table.get(), 2, &place), NO_ERROR);
+    EXPECT_EQ(place.ordinal, 5);
 }
 
 using WatchEnds = WatcherTest;

@@ -87,8 +87,8 @@ class DiskLimit : public TableImageTest {
         const ErrorCode code = mt_open(writer.get(), OpenMode::write);
         ASSERT_EQ(code, NO_ERROR) << "it does not open again: " << getErrorMessage(code) << ", its file has "
                                   << fileBytes().size() << " bytes";
-        lost += std::max(0, stored - writer->dataInfo.messageCount);
-        ASSERT_EQ(writer->dataInfo.messageCount, stored);
+        lost += std::max(0, stored - writer->records.dataInfo.messageCount);
+        ASSERT_EQ(writer->records.dataInfo.messageCount, stored);
         ASSERT_EQ(writeSimpleMessages(writer.get(), stored + 1, MESSAGES, shape), NO_ERROR);
         ASSERT_EQ(closeTable(writer), NO_ERROR);
         ASSERT_EQ(fileProblem(fileBytes(), whole), "");

@@ -174,7 +174,7 @@ class KillLoop : public TableImageTest, public ::testing::WithParamInterface<Kin
         ASSERT_EQ(code, NO_ERROR) << "the table does not open: " << getErrorMessage(code);
         TableContent found;
         ASSERT_NO_FATAL_FAILURE(findContent(writer.get(), &found));
-        ASSERT_EQ(writer->dataInfo.messageCount, found.messages);
+        ASSERT_EQ(writer->records.dataInfo.messageCount, found.messages);
         ASSERT_TRUE(!seen || *seen == found)
             << "a reader saw " << seen->text() << ", the recovery left " << found.text();
         state->content.store(found.packed());

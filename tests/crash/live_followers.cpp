@@ -8,7 +8,8 @@
 #include "messagetable/message_read.h"
 #include "query/message_table_iterator.h"
 #include "tests/crash/live_tables.h"
-#include "tests/messagetable/walk_record.h"
+#include "tests/support/current_message.h"
+#include "tests/support/message_takers.h"
 #include "watcher/message_watcher.h"
 
 namespace tabulo::internal::test {
@@ -94,11 +95,15 @@ int checkWalks(const Follower& follower, MessageTable* reader, std::size_t table
             }
         }
     }
-    WalkRecord record;
-    const MessageListener listener{WalkRecord::operation, &record};
+    std::vector<Message> found;
+    const auto take = [&](const MessageView& message) {
+        found.push_back(ownedMessage(message));
+        return Visit::goOn;
+    };
+    const MessageListener listener = listenerOf(&take);
     const std::int32_t id = ids[known - 1];
     const ErrorCode code = mt_readMessages(reader, &id, 1, &listener, true);
-    if (code != NO_ERROR || record.messages.size() != 1 || !follower.isMessage(record.messages[0], id)) {
+    if (code != NO_ERROR || found.size() != 1 || !follower.isMessage(found[0], id)) {
         return follower.fail("message " + std::to_string(id) + " is not found by its id");
     }
     return 0;
@@ -127,19 +132,6 @@ QueryConditionsPtr conditionsOf(const LiveTraffic& traffic, LiveFilter filter, b
     return conditions;
 }
 
-Message currentMessage(const MessageTableIterator* iterator) {
-    Message message;
-    message.metadata = mtIterator_getMetadata(iterator);
-    for (std::int32_t i = 0; i < iterator->stringValueCount; ++i) {
-        const StringField& text = mtIterator_getStringValues(iterator)[i];
-        message.strings.push_back(text.length == 0 ? std::nullopt
-                                                   : std::optional(std::string(stringField_bytes(text))));
-    }
-    const NumericValue* numbers = mtIterator_getNumericValues(iterator);
-    message.numbers.assign(numbers, numbers + iterator->numericValueCount);
-    return message;
-}
-
 const char* const FILTER_NAMES[] = {"without a filter", "by symbol", "by quantity", "by sequence number"};
 
 std::string iteratorName(const char* direction, std::size_t table, LiveFilter filter) {
@@ -165,7 +157,7 @@ int checkBackward(const Follower& follower, MessageTable* reader, std::size_t ta
             break;
         }
         ids.push_back(mtIterator_getMetadata(iterator.get()).uniformId);
-        if (!follower.isMessage(currentMessage(iterator.get()), ids.back())) {
+        if (!follower.isMessage(ownedMessage(currentMessage(iterator.get())), ids.back())) {
             return follower.fail("message " + std::to_string(ids.back()) + " of table " + std::to_string(table) +
                                  " has another content");
         }
@@ -185,40 +177,45 @@ struct Watch {
     std::int32_t acknowledged = 0;
     int result = 0;
 
-    ErrorCode take(std::int32_t* stop, const MessageMetadata* metadata, const StringField* strings,
-                   std::int32_t stringCount, const NumericValue* numbers, std::int32_t numberCount,
-                   std::int32_t reader) {
-        follower.count();
-        if (metadata == nullptr) {
-            if (next <= acknowledged) {
-                result = follower.fail("a pass finds nothing when message " + std::to_string(next) +
-                                       " was acknowledged before it began");
-            }
-            acknowledged = follower.state->lastId.load();
-        } else {
-            Message message{*metadata, {}, {numbers, numbers + numberCount}};
-            for (std::int32_t i = 0; i < stringCount; ++i) {
-                message.strings.emplace_back(std::string(stringField_bytes(strings[i])));
-            }
-            if (metadata->uniformId != next) {
-                result = follower.fail("message " + std::to_string(metadata->uniformId) + " comes instead of " +
-                                       std::to_string(next));
-            } else if (!follower.isMessage(message, next) ||
-                       reader != static_cast<std::int32_t>(follower.traffic.tableOf(next))) {
-                result = follower.fail("message " + std::to_string(next) + " has another content or table");
-            }
-            next += 1;
+    void take(const MessageView& view, std::int32_t tableIndex) {
+        const Message message = ownedMessage(view);
+        if (message.metadata.uniformId != next) {
+            result = follower.fail("message " + std::to_string(message.metadata.uniformId) + " comes instead of " +
+                                   std::to_string(next));
+        } else if (!follower.isMessage(message, next) ||
+                   tableIndex != static_cast<std::int32_t>(follower.traffic.tableOf(next))) {
+            result = follower.fail("message " + std::to_string(next) + " has another content or table");
         }
+        next += 1;
+    }
+    void idle() {
+        if (next <= acknowledged) {
+            result = follower.fail("a pass finds nothing when message " + std::to_string(next) +
+                                   " was acknowledged before it began");
+        }
+        acknowledged = follower.state->lastId.load();
+    }
+    // What every call of the watch ends with.
+    ErrorCode goOn(std::int32_t* stop) {
+        follower.count();
         if (follower.isLate()) {
             result = follower.fail("message " + std::to_string(next) + " does not come");
         }
         *stop = result != 0 || next > follower.traffic.last() ? 1 : 0;
         return NO_ERROR;
     }
-    static ErrorCode call(std::int32_t* stop, void* context, const MessageMetadata* metadata,
-                          const StringField* strings, std::int32_t stringCount, const NumericValue* numbers,
-                          std::int32_t numberCount, std::int32_t reader) {
-        return static_cast<Watch*>(context)->take(stop, metadata, strings, stringCount, numbers, numberCount, reader);
+    WatchListener listener() {
+        return {this,
+                [](void* owner, const MessageView& message, std::int32_t tableIndex, std::int32_t* stop) {
+                    auto* watch = static_cast<Watch*>(owner);
+                    watch->take(message, tableIndex);
+                    return watch->goOn(stop);
+                },
+                [](void* owner, std::int32_t* stop) {
+                    auto* watch = static_cast<Watch*>(owner);
+                    watch->idle();
+                    return watch->goOn(stop);
+                }};
     }
 };
 
@@ -268,7 +265,7 @@ int iterateLive(const LiveTraffic& traffic, LiveState* state, std::size_t table,
             return follower.fail("next", code);
         }
         if (!end) {
-            const Message message = currentMessage(iterator.get());
+            const Message message = ownedMessage(currentMessage(iterator.get()));
             if (delivered == all.size() || !follower.isMessage(message, all[delivered])) {
                 return follower.fail("message " + std::to_string(message.metadata.uniformId) + " comes behind " +
                                      std::to_string(delivered == 0 ? 0 : all[delivered - 1]) + ", or is not whole");
@@ -328,7 +325,7 @@ int watchLive(const LiveTraffic& traffic, LiveState* state, std::int32_t from, s
     watcher->pause = [](std::int64_t) { ::usleep(REST); };
     state->ready += 1;
     const std::array<std::int32_t, LIVE_TABLES> ids{from, from};
-    const ErrorCode code = messageWatcher_startWatching(watcher, LIVE_TABLES, ids.data(), &watch, Watch::call);
+    const ErrorCode code = messageWatcher_startWatching(watcher, LIVE_TABLES, ids.data(), watch.listener());
     messageWatcher_destroy(watcher);
     return code == NO_ERROR ? watch.result : watch.follower.fail("the watch ends", code);
 }

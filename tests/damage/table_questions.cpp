@@ -9,6 +9,8 @@
 #include "messagetable/table_walk.h"
 #include "query/message_table_iterator.h"
 #include "tests/damage/table_queries.h"
+#include "tests/support/current_message.h"
+#include "tests/support/message_takers.h"
 #include "watcher/message_watcher.h"
 
 namespace tabulo::internal::test {
@@ -45,22 +47,19 @@ struct Collector {
     Answer answer;
 
     // False when no more should come.
-    bool take(const MessageMetadata& metadata, const StringField* strings, std::int32_t stringCount,
-              const NumericValue* numbers, std::int32_t numberCount) {
-        const auto number = static_cast<std::int64_t>(metadata.uniformId);
+    bool take(const MessageView& taken) {
+        const auto number = static_cast<std::int64_t>(taken.metadata.uniformId);
         bool same = number >= 1 && number <= static_cast<std::int64_t>(known->size());
         static const Message nothing;
         static const std::optional<std::string> absent;
         const Message& message = same ? (*known)[static_cast<std::size_t>(number - 1)] : nothing;
-        same = same && sameMetadata(message.metadata, metadata) &&
-               message.strings.size() == static_cast<std::size_t>(stringCount) &&
-               message.numbers.size() == static_cast<std::size_t>(numberCount);
-        for (std::int32_t i = 0; i < stringCount; ++i) {
-            const auto field = static_cast<std::size_t>(i);
-            same &= sameText(field < message.strings.size() ? message.strings[field] : absent, strings[i]);
+        same = same && sameMetadata(message.metadata, taken.metadata) && message.strings.size() == taken.texts.size() &&
+               message.numbers.size() == taken.numbers.size();
+        for (std::size_t i = 0; i < taken.texts.size(); ++i) {
+            same &= sameText(i < message.strings.size() ? message.strings[i] : absent, taken.texts[i]);
         }
-        for (std::int32_t i = 0; same && i < numberCount; ++i) {
-            same = sameNumber(message.numbers[static_cast<std::size_t>(i)], numbers[i]);
+        for (std::size_t i = 0; same && i < taken.numbers.size(); ++i) {
+            same = sameNumber(message.numbers[i], taken.numbers[i]);
         }
         answer.values.push_back(same ? number : FOREIGN_MESSAGE);
         return !isEndless();
@@ -74,27 +73,20 @@ struct Collector {
     }
 };
 
-ErrorCode collect(std::int32_t* stop, void* context, const BlockSummary* summary, const MessageMetadata* metadata,
-                  const StringField* strings, std::int32_t stringCount, const NumericValue* numbers,
-                  std::int32_t numberCount) {
-    if (summary == nullptr && metadata != nullptr &&
-        !static_cast<Collector*>(context)->take(*metadata, strings, stringCount, numbers, numberCount)) {
-        *stop = Visit::stop;
-    }
-    return NO_ERROR;
-}
-
 Answer askWalk(MessageTable* table, const std::vector<Message>& known, bool backward) {
     Collector collector{&known, {}};
     ErrorCode code = mt_refresh(table);
     // As the table's own reading does: a damaged frame of the open block is told by the walk, behind what is before it.
     if (code == NO_ERROR || code == CONSISTENCY_ERROR) {
         const BlockReaderPtr frames(mfr_createReader(table->storage.get(), table->header.layout));
+        const auto take = [&](const MessageView& message) {
+            return collector.take(message) ? Visit::goOn : Visit::stop;
+        };
         if (frames == nullptr) {
             code = OUT_OF_MEMORY_ERROR;
         } else {
-            code = backward ? mfr_readBackward(frames.get(), mt_openBlockStart(table), collect, &collector)
-                            : mfr_readForward(frames.get(), table->storage->headerSize, collect, &collector);
+            code = backward ? mfr_readBackward(frames.get(), mt_openBlockStart(table), visitorOf(&take))
+                            : mfr_readForward(frames.get(), table->storage->headerSize, visitorOf(&take));
         }
     }
     collector.answer.code = code;
@@ -119,9 +111,7 @@ Answer askQuery(MessageTable* table, const std::vector<Message>& known, const Se
         if (collector.answer.code != NO_ERROR || end) {
             return collector.answer;
         }
-        if (!collector.take(mtIterator_getMetadata(iterator.get()), mtIterator_getStringValues(iterator.get()),
-                            iterator->stringValueCount, mtIterator_getNumericValues(iterator.get()),
-                            iterator->numericValueCount)) {
+        if (!collector.take(currentMessage(iterator.get()))) {
             return collector.answer;
         }
     }
@@ -130,7 +120,8 @@ Answer askQuery(MessageTable* table, const std::vector<Message>& known, const Se
 Answer askByIds(MessageTable* table, const std::vector<Message>& known, const std::vector<std::int32_t>& ids,
                 bool backward) {
     Collector collector{&known, {}};
-    const MessageListener listener{collect, &collector};
+    const auto take = [&](const MessageView& message) { return collector.take(message) ? Visit::goOn : Visit::stop; };
+    const MessageListener listener = listenerOf(&take);
     collector.answer.code =
         mt_readMessages(table, ids.data(), static_cast<std::int32_t>(ids.size()), &listener, backward);
     return collector.answer;
@@ -142,15 +133,6 @@ void refusePause(std::int64_t) {
     watching->answer.values.push_back(NO_END);  // the first pass without a message has asked the watch to stop
 }
 
-ErrorCode takeWatched(std::int32_t* stop, void* context, const MessageMetadata* metadata, const StringField* strings,
-                      std::int32_t stringCount, const NumericValue* numbers, std::int32_t numberCount, std::int32_t) {
-    if (metadata == nullptr ||
-        !static_cast<Collector*>(context)->take(*metadata, strings, stringCount, numbers, numberCount)) {
-        *stop = 1;
-    }
-    return NO_ERROR;
-}
-
 Answer askWatch(MessageTable* table, const std::vector<Message>& known, std::int32_t startingId) {
     Collector collector{&known, {}};
     MessageWatcher* watcher = messageWatcher_create(&table, 1);
@@ -160,7 +142,8 @@ Answer askWatch(MessageTable* table, const std::vector<Message>& known, std::int
     }
     watcher->pause = refusePause;
     watching = &collector;
-    collector.answer.code = messageWatcher_startWatching(watcher, 1, &startingId, &collector, takeWatched);
+    const auto take = [&](const MessageView& message, std::int32_t) { return collector.take(message); };
+    collector.answer.code = messageWatcher_startWatching(watcher, 1, &startingId, watchListenerOf(&take));
     watching = nullptr;
     messageWatcher_destroy(watcher);
     return collector.answer;

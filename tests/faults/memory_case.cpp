@@ -95,8 +95,8 @@ void Digests::add(std::int64_t number) {
     items.at(count++) = digest(DIGEST_START, number);
 }
 
-void Digests::addMessage(const MessageMetadata& metadata, const StringField* strings, std::int32_t stringCount,
-                         const NumericValue* numbers, std::int32_t numberCount) {
+void Digests::addMessage(const MessageView& message) {
+    const MessageMetadata& metadata = message.metadata;
     std::uint64_t all = digest(DIGEST_START, metadata.msgType.data(), metadata.msgType.size());
     for (const std::int64_t number :
          {std::int64_t{metadata.uniformId}, std::int64_t{metadata.seqNum}, std::int64_t{metadata.prevSeqNum},
@@ -104,12 +104,12 @@ void Digests::addMessage(const MessageMetadata& metadata, const StringField* str
           std::int64_t{metadata.isOutOfSequence}}) {
         all = digest(all, number);
     }
-    for (std::int32_t i = 0; i < stringCount; ++i) {
-        const std::string_view bytes = stringField_bytes(strings[i]);
+    for (const StringField& field : message.texts) {
+        const std::string_view bytes = stringField_bytes(field);
         all = digest(digest(all, static_cast<std::int64_t>(bytes.size())), bytes.data(), bytes.size());
     }
-    for (std::int32_t i = 0; i < numberCount; ++i) {
-        all = digest(digest(all, static_cast<std::int64_t>(numbers[i].type)), numbers[i].longValue);
+    for (const NumericValue& number : message.numbers) {
+        all = digest(digest(all, static_cast<std::int64_t>(number.type)), number.longValue);
     }
     items.at(count++) = all;
 }

@@ -30,8 +30,7 @@ struct Digests {
 
     void add(std::string_view bytes);
     void add(std::int64_t number);
-    void addMessage(const MessageMetadata& metadata, const StringField* strings, std::int32_t stringCount,
-                    const NumericValue* numbers, std::int32_t numberCount);
+    void addMessage(const MessageView& message);
     bool operator==(const Digests& other) const;
     bool startsLike(const Digests& whole) const;
 };
@@ -59,7 +58,7 @@ struct MemoryStage {
     MessageTableIteratorPtr iterator;
     MessageWatcher* watcher = nullptr;
     std::vector<Message> messages;
-    std::vector<std::vector<StringField>> fields;  // of `messages`
+    std::vector<MessageFields> fields;  // of `messages`, in the form that a write takes
     Bytes bytes;
     std::int32_t lastId = 0;
     bool halfChanged = false;  // an operation that failed has changed what it should have left

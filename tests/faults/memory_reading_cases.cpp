@@ -5,6 +5,8 @@
 #include "messagetable/uniform_lookup.h"
 #include "tests/faults/memory_case.h"
 #include "tests/messagetable/table_image.h"
+#include "tests/support/current_message.h"
+#include "tests/support/message_takers.h"
 
 namespace tabulo::internal::test {
 
@@ -42,18 +44,6 @@ Prepare outgrown(const TableImage& first, const TableImage& grown) {
     };
 }
 
-ErrorCode collect(std::int32_t*, void* context, const BlockSummary* summary, const MessageMetadata* metadata,
-                  const StringField* strings, std::int32_t stringCount, const NumericValue* numbers,
-                  std::int32_t numberCount) {
-    auto* answer = static_cast<Digests*>(context);
-    if (summary == nullptr && metadata != nullptr) {
-        answer->addMessage(*metadata, strings, stringCount, numbers, numberCount);
-    } else if (summary == nullptr) {
-        answer->add("end");
-    }
-    return NO_ERROR;
-}
-
 template <bool backward>
 ErrorCode walk(MemoryStage& stage, Digests* answer) {
     MessageTable* table = stage.table.get();
@@ -61,14 +51,28 @@ ErrorCode walk(MemoryStage& stage, Digests* answer) {
     if (frames == nullptr) {
         return OUT_OF_MEMORY_ERROR;
     }
-    return backward ? mfr_readBackward(frames.get(), mt_openBlockStart(table), collect, answer)
-                    : mfr_readForward(frames.get(), table->storage->headerSize, collect, answer);
+    const auto take = [answer](const MessageView& message) {
+        answer->addMessage(message);
+        return Visit::goOn;
+    };
+    return backward ? mfr_readBackward(frames.get(), mt_openBlockStart(table), visitorOf(&take))
+                    : mfr_readForward(frames.get(), table->storage->headerSize, visitorOf(&take));
 }
 
 template <bool backward>
 ErrorCode readById(MemoryStage& stage, Digests* answer) {
     constexpr std::array<std::int32_t, 5> ids = {2, 6, 10, STORED, 500};
-    const MessageListener listener{collect, answer};
+    const MessageListener listener{answer,
+                                   [](void* owner, const MessageView& message, Visit*) {
+                                       static_cast<Digests*>(owner)->addMessage(message);
+                                       return NO_ERROR;
+                                   },
+                                   [](void* owner, ErrorCode code) {
+                                       if (code == NO_ERROR) {
+                                           static_cast<Digests*>(owner)->add("end");
+                                       }
+                                       return code;
+                                   }};
     return mt_readMessages(stage.table.get(), ids.data(), static_cast<std::int32_t>(ids.size()), &listener, backward);
 }
 
@@ -105,14 +109,12 @@ ErrorCode lookUp(MemoryStage& stage, Digests* answer) {
 }
 
 ErrorCode findUniformId(MemoryStage& stage, Digests* answer) {
-    std::int64_t offset = 0;
-    std::int64_t ordinal = 0;
-    std::int32_t skip = 0;
-    const ErrorCode code = mt_findUniformId(stage.table.get(), 7, &offset, &ordinal, &skip);
+    UniformPlace place;
+    const ErrorCode code = mt_findUniformId(stage.table.get(), 7, &place);
     if (code == NO_ERROR) {
-        answer->add(offset);
-        answer->add(ordinal);
-        answer->add(skip);
+        answer->add(place.offset);
+        answer->add(place.ordinal);
+        answer->add(place.skip);
     }
     return code;
 }
@@ -154,9 +156,7 @@ ErrorCode iterate(MemoryStage& stage, Digests* answer) {
     while (code == NO_ERROR && !end) {
         code = mtIterator_next(stage.iterator.get(), &end);
         if (code == NO_ERROR && !end) {
-            stage.delivered.addMessage(mtIterator_getMetadata(iterator), mtIterator_getStringValues(iterator),
-                                       iterator->stringValueCount, mtIterator_getNumericValues(iterator),
-                                       iterator->numericValueCount);
+            stage.delivered.addMessage(currentMessage(iterator));
         }
     }
     *answer = stage.delivered;
@@ -185,22 +185,15 @@ Prepare withWatcher(const Prepare& prepare) {
     };
 }
 
-ErrorCode take(std::int32_t* stop, void* context, const MessageMetadata* metadata, const StringField* strings,
-               std::int32_t stringCount, const NumericValue* numbers, std::int32_t numberCount, std::int32_t) {
-    auto* stage = static_cast<MemoryStage*>(context);
-    if (metadata == nullptr) {
-        *stop = 1;
-        return NO_ERROR;
-    }
-    stage->delivered.addMessage(*metadata, strings, stringCount, numbers, numberCount);
-    stage->lastId = metadata->uniformId;
-    return NO_ERROR;
-}
-
 // Until nothing is new; after a failure the next attempt goes on behind the last delivery.
 ErrorCode watch(MemoryStage& stage, Digests* answer) {
     const std::array<std::int32_t, 2> ids = {stage.lastId + 1, stage.lastId + 1};
-    const ErrorCode code = messageWatcher_startWatching(stage.watcher, 2, ids.data(), &stage, take);
+    const auto take = [&stage](const MessageView& message, std::int32_t) {
+        stage.delivered.addMessage(message);
+        stage.lastId = message.metadata.uniformId;
+        return true;
+    };
+    const ErrorCode code = messageWatcher_startWatching(stage.watcher, 2, ids.data(), watchListenerOf(&take));
     *answer = stage.delivered;
     return code;
 }

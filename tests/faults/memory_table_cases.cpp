@@ -48,10 +48,7 @@ Prepare opened(const TableImage& image, OpenMode mode, std::size_t textSize = 20
         stage.messages = simpleMessages(STORED + 1, STORED + 4, stage.run.shape);
         for (Message& message : stage.messages) {
             message.strings.back() = std::string(textSize, 'x');
-            std::vector<StringField>& fields = stage.fields.emplace_back();
-            for (const std::optional<std::string>& text : message.strings) {
-                fields.push_back({text->data(), static_cast<std::int32_t>(text->size())});
-            }
+            stage.fields.emplace_back(message);
         }
     };
 }
@@ -70,11 +67,7 @@ ErrorCode open(MemoryStage& stage, Digests* answer) {
 // Writes what has not been written yet; the seventh and eighth message fill a block.
 ErrorCode write(MemoryStage& stage, Digests* answer) {
     while (stage.attempts < stage.messages.size()) {
-        const Message& message = stage.messages[stage.attempts];
-        const std::vector<StringField>& fields = stage.fields[stage.attempts];
-        const ErrorCode code = mt_writeMessage(stage.table.get(), &message.metadata, fields.data(),
-                                               static_cast<std::int32_t>(fields.size()), message.numbers.data(),
-                                               static_cast<std::int32_t>(message.numbers.size()));
+        const ErrorCode code = mt_writeMessage(stage.table.get(), stage.fields[stage.attempts].view());
         if (code != NO_ERROR) {
             return code;
         }

@@ -6,6 +6,7 @@
 #include "tests/faults/fault_scenario.h"
 #include "tests/messagetable/table_image.h"
 #include "tests/storage/open_table_file.h"
+#include "tests/support/current_message.h"
 
 namespace tabulo::internal::test {
 
@@ -22,19 +23,6 @@ void walks(ScenarioRun& run, MessageTable* table) {
     }
 }
 
-Message current(const MessageTableIterator* iterator) {
-    Message message;
-    message.metadata = mtIterator_getMetadata(iterator);
-    for (std::int32_t i = 0; i < iterator->stringValueCount; ++i) {
-        const StringField& field = mtIterator_getStringValues(iterator)[i];
-        message.strings.push_back(field.length == 0 ? std::nullopt
-                                                    : std::optional(std::string(stringField_bytes(field))));
-    }
-    const NumericValue* numbers = mtIterator_getNumericValues(iterator);
-    message.numbers.assign(numbers, numbers + iterator->numericValueCount);
-    return message;
-}
-
 // Messages 3 to 9, which stand in all three blocks. A query that has failed is asked on: it may not skip or repeat.
 void query(ScenarioRun& run, MessageTable* table, bool backward) {
     QueryConditionsPtr conditions(conditions_create());
@@ -49,7 +37,7 @@ void query(ScenarioRun& run, MessageTable* table, bool backward) {
         while (code == NO_ERROR && !end) {
             code = mtIterator_next(iterator.get(), &end);
             if (code == NO_ERROR && !end) {
-                answer.push_back(lineOf(current(iterator.get())));
+                answer.push_back(lineOf(ownedMessage(currentMessage(iterator.get()))));
             }
         }
         run.did(NEXT, code, answer);
@@ -77,28 +65,34 @@ void lookups(ScenarioRun& run, MessageTable* table) {
     answer(mt_getFirstPendingMsgSeqNum(table, 0, &number));
     answer(mt_getLastPendingMsgSeqNum(table, 0, &number));
     for (const std::int32_t id : {1, 4, 6, 9, 99}) {
-        std::int64_t offset = 0;
-        std::int64_t ordinal = 0;
-        std::int32_t skip = 0;
-        const ErrorCode code = mt_findUniformId(table, id, &offset, &ordinal, &skip);
+        UniformPlace place;
+        const ErrorCode code = mt_findUniformId(table, id, &place);
         run.did(LOOKUP, code,
-                code == NO_ERROR ? Answer{std::to_string(offset), std::to_string(ordinal), std::to_string(skip)}
-                                 : Answer{});
+                code == NO_ERROR
+                    ? Answer{std::to_string(place.offset), std::to_string(place.ordinal), std::to_string(place.skip)}
+                    : Answer{});
     }
 }
 
-ErrorCode collectIds(std::int32_t*, void* context, const BlockSummary*, const MessageMetadata* metadata,
-                     const StringField*, std::int32_t, const NumericValue*, std::int32_t) {
-    auto* answer = static_cast<Answer*>(context);
-    answer->push_back(metadata == nullptr ? "end" : std::to_string(metadata->uniformId));
-    return NO_ERROR;
+MessageListener idsInto(Answer* answer) {
+    return {answer,
+            [](void* owner, const MessageView& message, Visit*) {
+                static_cast<Answer*>(owner)->push_back(std::to_string(message.metadata.uniformId));
+                return NO_ERROR;
+            },
+            [](void* owner, ErrorCode code) {
+                if (code == NO_ERROR) {
+                    static_cast<Answer*>(owner)->push_back("end");
+                }
+                return code;
+            }};
 }
 
 void readsById(ScenarioRun& run, MessageTable* table) {
     const std::vector<std::int32_t> ids = {2, 3, 5, 10, STORED, 500};
     for (const bool backward : {false, true, false, true}) {
         Answer answer;
-        const MessageListener listener{collectIds, &answer};
+        const MessageListener listener = idsInto(&answer);
         const ErrorCode code =
             mt_readMessages(table, ids.data(), static_cast<std::int32_t>(ids.size()), &listener, backward);
         run.did(READ_MESSAGES, code, answer);

@@ -1,6 +1,7 @@
 // Two message tables watched.
 #include "tests/faults/fault_scenario.h"
 #include "tests/messagetable/table_image.h"
+#include "tests/support/message_takers.h"
 #include "tests/watcher/watched_tables.h"
 
 namespace tabulo::internal::test {
@@ -30,30 +31,6 @@ void prepareTables(ScenarioRun& run) {
     writeFile(run.directory.file("even"), even);
 }
 
-struct Watch {
-    Answer answer;
-    std::int32_t last = 0;
-};
-
-ErrorCode take(std::int32_t* stop, void* context, const MessageMetadata* metadata, const StringField* strings,
-               std::int32_t stringCount, const NumericValue* numbers, std::int32_t numberCount, std::int32_t reader) {
-    auto* watch = static_cast<Watch*>(context);
-    if (metadata == nullptr) {
-        *stop = 1;
-        return NO_ERROR;
-    }
-    Message message;
-    message.metadata = *metadata;
-    for (std::int32_t i = 0; i < stringCount; ++i) {
-        message.strings.push_back(strings[i].length == 0 ? std::nullopt
-                                                         : std::optional(std::string(stringField_bytes(strings[i]))));
-    }
-    message.numbers.assign(numbers, numbers + numberCount);
-    watch->answer.push_back(std::to_string(reader) + ": " + lineOf(message));
-    watch->last = metadata->uniformId;
-    return NO_ERROR;
-}
-
 // A watch that has failed is started again behind the last message: it may not skip or repeat.
 void watchTables(ScenarioRun& run) {
     const MessageTablePtr odd = createTable(run.root(), shapeOf("odd"));
@@ -65,11 +42,17 @@ void watchTables(ScenarioRun& run) {
     MessageTable* const tables[] = {odd.get(), even.get()};
     const WatcherPtr watcher(messageWatcher_create(tables, 2));
     watcher->pause = [](std::int64_t) {};
-    Watch watch;
+    Answer answer;
+    std::int32_t last = 0;
+    const auto take = [&](const MessageView& message, std::int32_t tableIndex) {
+        answer.push_back(std::to_string(tableIndex) + ": " + lineOf(ownedMessage(message)));
+        last = message.metadata.uniformId;
+        return true;
+    };
     for (int times = 0; times < 2; ++times) {
-        const std::int32_t startingIds[] = {watch.last + 1, watch.last + 1};
-        const ErrorCode code = messageWatcher_startWatching(watcher.get(), 2, startingIds, &watch, take);
-        run.did(WATCH, code, watch.answer);
+        const std::int32_t startingIds[] = {last + 1, last + 1};
+        const ErrorCode code = messageWatcher_startWatching(watcher.get(), 2, startingIds, watchListenerOf(&take));
+        run.did(WATCH, code, answer);
     }
 }
 

@@ -19,7 +19,10 @@ struct Summary {
         EXPECT_EQ(blockSummary_init(&summary, layout), NO_ERROR);
     }
     void add(const MessageMetadata& metadata, std::int32_t frameLength = 55) {
-        blockSummary_add(&summary, layout, metadata, strings.data(), numbers.data(), frameLength);
+        const MessageView message{metadata,
+                                  {strings.data(), static_cast<std::size_t>(layout.stringFieldCount)},
+                                  {numbers.data(), static_cast<std::size_t>(layout.numericFieldCount)}};
+        blockSummary_add(&summary, layout, message, frameLength);
     }
     // A message that has only this number in its only numeric field.
     void addNumber(const NumericValue& value) {

@@ -205,7 +205,7 @@ TEST(BlockSummaryFilters, MoreOfThemThanStringFieldsReadNoFieldThatIsNotThere) {
     // A layout may say so; a field array then still has only its own count.
     Summary block({3, 4, 14, 0});
     const std::vector<StringField> four = {{"a", 2}, {"b", 2}, {"c", 2}, {"d", 2}};
-    blockSummary_add(&block.summary, block.layout, {}, four.data(), nullptr, 55);
+    blockSummary_add(&block.summary, block.layout, {MessageMetadata{}, four, {}}, 55);
     EXPECT_TRUE(block.mayContain(3, "d"));
     EXPECT_EQ(block.footer(0).size(), 2U * 36 + 14 * 1256 + 60 + 8);
 }

@@ -29,28 +29,23 @@ TableShape numericShape(int count) {
 // A stream over the bytes of a test, and what a decode of it gave.
 struct Decoding {
     explicit Decoding(Bytes frame, std::int32_t stringCount = 4, std::int32_t numericCount = 0)
-        : bytes(std::move(frame)), stringFieldCount(stringCount), numericFieldCount(numericCount) {
+        : bytes(std::move(frame)) {
+        layout.stringFieldCount = stringCount;
+        layout.numericFieldCount = numericCount;
         byteStream_init(&stream, bytes.data(), static_cast<std::int32_t>(bytes.size()));
         byteStream_resetWrite(&stream, static_cast<std::int32_t>(bytes.size()));
         message.stringFields.fill({"left from before", 5});
     }
-    ErrorCode forward() {
-        return mfr_decodeMessage(&message.metadata, message.stringFields.data(), stringFieldCount,
-                                 message.numericFields.data(), numericFieldCount, &stream);
-    }
+    ErrorCode forward() { return mfr_decodeMessage(layout, &stream, &message); }
     ErrorCode backwardFrom(std::size_t mark) {
         EXPECT_EQ(byteStream_resetRead(&stream, BYTE_STREAM_FORWARD, static_cast<std::int32_t>(mark)).bytes, 0);
         return backward();
     }
-    ErrorCode backward() {
-        return mfr_decodeMessageBackward(&message.metadata, message.stringFields.data(), stringFieldCount,
-                                         message.numericFields.data(), numericFieldCount, &stream);
-    }
+    ErrorCode backward() { return mfr_decodeMessageBackward(layout, &stream, &message); }
     std::int32_t mark() const { return byteStream_readMark(&stream); }
 
     Bytes bytes;
-    std::int32_t stringFieldCount;
-    std::int32_t numericFieldCount;
+    MessageTableLayout layout;
     KSVByteStream stream;
     DecodedMessage message;
 };
@@ -137,7 +132,7 @@ TEST(FrameEncoding, AppendsToWhatTheStreamHoldsAlready) {
     const Message message = simpleMessage(1);
     const MessageMetadata metadata = message.metadata;
     const std::array<StringField, 4> fields{};
-    ASSERT_EQ(mfr_encodeMessage(&metadata, fields.data(), 4, nullptr, 0, stream.get()), NO_ERROR);
+    ASSERT_EQ(mfr_encodeMessage({metadata, fields, {}}, stream.get()), NO_ERROR);
     const Bytes written(byteStream_buffer(stream.get()),
                         byteStream_buffer(stream.get()) + byteStream_writeMark(stream.get()));
     ASSERT_EQ(written.size(), 8 + BARE_FRAME);
@@ -154,7 +149,7 @@ TEST(FrameEncoding, AStreamThatCannotHoldTheFrameIsAnExtensionErrorWhereverItEnd
         KSVByteStream stream;
         byteStream_init(&stream, room.data(), capacity);
         const ErrorCode expected = capacity < static_cast<std::int32_t>(BARE_FRAME) ? STREAM_EXTENSION_ERROR : NO_ERROR;
-        EXPECT_EQ(mfr_encodeMessage(&metadata, fields.data(), 4, nullptr, 0, &stream), expected) << capacity;
+        EXPECT_EQ(mfr_encodeMessage({metadata, fields, {}}, &stream), expected) << capacity;
         EXPECT_EQ(byteStream_error(&stream), expected) << capacity;
     }
 }
@@ -165,7 +160,7 @@ TEST(FrameEncoding, AFrameBeyondTheLargestInt32IsAnExtensionError) {
     // The text is never looked at: the stream is refused the room first.
     std::array<StringField, 4> fields{};
     fields[0] = {"", std::numeric_limits<std::int32_t>::max()};
-    EXPECT_EQ(mfr_encodeMessage(&metadata, fields.data(), 4, nullptr, 0, stream.get()), STREAM_EXTENSION_ERROR);
+    EXPECT_EQ(mfr_encodeMessage({metadata, fields, {}}, stream.get()), STREAM_EXTENSION_ERROR);
 }
 
 TEST(FrameDecoding, GivesBackWhatWasEncodedAndLeavesTheMarkBehindTheFrame) {
@@ -181,14 +176,7 @@ TEST(FrameDecoding, GivesBackWhatWasEncodedAndLeavesTheMarkBehindTheFrame) {
     Decoding decoding(joined({frame, fromHex("ff ff ff ff")}), 16, 16);
     ASSERT_EQ(decoding.forward(), NO_ERROR);
     EXPECT_EQ(decoding.mark(), static_cast<std::int32_t>(frame.size()));
-    Message decoded;
-    decoded.metadata = decoding.message.metadata;
-    for (const StringField& field : decoding.message.stringFields) {
-        decoded.strings.push_back(field.length == 0 ? std::nullopt
-                                                    : std::optional(std::string(stringField_bytes(field))));
-    }
-    decoded.numbers.assign(decoding.message.numericFields.begin(), decoding.message.numericFields.end());
-    EXPECT_EQ(decoded, message);
+    EXPECT_EQ(ownedMessage(message_view(decoding.message, decoding.layout)), message);
     EXPECT_EQ(decoding.message.stringFields[3].text, nullptr) << "an absent field has no pointer";
     const auto* text = reinterpret_cast<const std::uint8_t*>(decoding.message.stringFields[0].text);
     EXPECT_TRUE(text > decoding.bytes.data() && text < decoding.bytes.data() + frame.size())

@@ -81,10 +81,12 @@ class HeaderSection : public MessageTableTest {
         byteStream_resetWrite(&stream, static_cast<std::int32_t>(bytes.size()));
         TableFile* file = nullptr;
         EXPECT_EQ(tableFileOpen(&file, path().c_str(), OpenMode::read, nullptr), NO_ERROR);
-        const ErrorCode code = mtX_verify(table.get(), file, &stream, 19);
+        const ErrorCode code = mtX_verify({table->header, table->storage.get()}, file, &stream, 19, &records);
         EXPECT_EQ(tableFileClose(file), NO_ERROR);
         return code;
     }
+
+    TailRecords records;  // of the last mtX_verify that succeeded
 };
 
 TEST_F(HeaderSection, OfADefaultTableIs121BytesInAHeaderOf140) {
@@ -128,21 +130,43 @@ TEST_F(HeaderSection, BeyondTheLargestHeaderIsAWrongParameterAndWritesNothing) {
     EXPECT_EQ(readText(path()), "");
 }
 
-TEST_F(HeaderSection, WritingOneResetsBookkeepingIndexesAndWriter) {
+TEST_F(HeaderSection, WritingOneGivesTheRecordsOfATableWithoutMessages) {
     open(OpenMode::create);
     ASSERT_EQ(writeSimple(1, 4), NO_ERROR);
     const ByteStreamPtr stream(byteStream_create(256));
     byteStream_putBytes(stream.get(), expectedGenericHeader(0).data(), 19);
-    ASSERT_EQ(mtX_writeHeader(table.get(), stream.get()), NO_ERROR);
+    records = table->records;
+    ASSERT_EQ(records.dataInfo.messageCount, 4);
+    ASSERT_EQ(mtX_writeHeader(table->header, stream.get(), &records), NO_ERROR);
     EXPECT_EQ(byteStream_writeMark(stream.get()), 140);
-    EXPECT_EQ(table->records.blockInfo.lastBlockEnd, 0U);
+    EXPECT_EQ(records.blockInfo.lastBlockEnd, 0U);
+    EXPECT_EQ(records.dataInfo.dataEnd, 140U);
+    EXPECT_EQ(records.dataInfo.messageCount, 0);
+    EXPECT_TRUE(records.staticIndexes == mthStaticIndexes{});
+    const std::uint8_t* begin = byteStream_buffer(stream.get());
+    EXPECT_EQ(hexAt(Bytes(begin, begin + 140), 19, 121), hexAt(newHeader(3), 19, 121));
+}
+
+TEST_F(HeaderSection, AnImpossibleLayoutIsAWrongParameterAndLeavesTheRecordsAsTheyWere) {
+    table = createTable(directory.root(), shape);
+    table->header.layout.messagesPerBlock = 0;
+    const ByteStreamPtr stream(byteStream_create(256));
+    records.dataInfo.dataEnd = 7;
+    EXPECT_EQ(mtX_writeHeader(table->header, stream.get(), &records), WRONG_PARAMETER_ERROR);
+    EXPECT_EQ(records.dataInfo.dataEnd, 7U);
+}
+
+TEST_F(HeaderSection, WritingANewOneResetsTheTablesBookkeepingIndexesAndWriter) {
+    open(OpenMode::create);
+    ASSERT_EQ(writeSimple(1, 4), NO_ERROR);
+    ASSERT_EQ(table->writer->summary.messageCount, 1);
+    ASSERT_EQ(mt_drop(table.get()), NO_ERROR);
+    EXPECT_EQ(table->records.blockInfo.lastBlockEnd, 140U) << "the first block begins behind the header";
     EXPECT_EQ(table->records.dataInfo.dataEnd, 140U);
     EXPECT_EQ(table->records.dataInfo.messageCount, 0);
     EXPECT_TRUE(table->records.staticIndexes == mthStaticIndexes{});
     EXPECT_EQ(table->writer->summary.messageCount, 0);
     EXPECT_TRUE(table->writer->summary.staticIndexes == mthStaticIndexes{});
-    const std::uint8_t* begin = byteStream_buffer(stream.get());
-    EXPECT_EQ(hexAt(Bytes(begin, begin + 140), 19, 121), hexAt(newHeader(3), 19, 121));
 }
 
 TEST_F(HeaderSection, AStreamThatCannotGrowIsAnExtensionErrorWhereverItEnds) {
@@ -151,7 +175,7 @@ TEST_F(HeaderSection, AStreamThatCannotGrowIsAnExtensionErrorWhereverItEnds) {
         Bytes room(121);
         KSVByteStream stream;
         byteStream_init(&stream, room.data(), capacity);
-        EXPECT_EQ(mtX_writeHeader(table.get(), &stream), STREAM_EXTENSION_ERROR) << capacity;
+        EXPECT_EQ(mtX_writeHeader(table->header, &stream, &records), STREAM_EXTENSION_ERROR) << capacity;
     }
 }
 
@@ -273,29 +297,30 @@ TEST_F(HeaderSection, WithANegativeMessageCountIsCorrupted) {
     EXPECT_EQ(openPatched(MESSAGE_COUNT, int32Bytes(-1)), HEADER_CORRUPTED_ERROR);
 }
 
-TEST_F(HeaderSection, ThatIsWholeGivesTheTableItsStoredValues) {
+TEST_F(HeaderSection, ThatIsWholeGivesItsStoredValues) {
     open(OpenMode::create);
     table.reset();
     patchFile(path(), 52, ExpectedBytes().u64(0x0102030405060708).bytes());
     patchFile(path(), MESSAGE_COUNT, int32Bytes(12));
     patchFile(path(), INDEXES, int32Bytes(0x20000000));
     ASSERT_EQ(verify(), NO_ERROR);
-    EXPECT_EQ(table->records.blockInfo.reserved, 0x0102030405060708U);
-    EXPECT_EQ(table->records.blockInfo.lastBlockEnd, 0U);
-    EXPECT_EQ(table->records.dataInfo.dataEnd, 140U);
-    EXPECT_EQ(table->records.dataInfo.messageCount, 12);
-    EXPECT_EQ(table->records.staticIndexes.connMsgIds[APP_FROM], 0x20000000);
+    EXPECT_EQ(records.blockInfo.reserved, 0x0102030405060708U);
+    EXPECT_EQ(records.blockInfo.lastBlockEnd, 0U);
+    EXPECT_EQ(records.dataInfo.dataEnd, 140U);
+    EXPECT_EQ(records.dataInfo.messageCount, 12);
+    EXPECT_EQ(records.staticIndexes.connMsgIds[APP_FROM], 0x20000000);
 }
 
-TEST_F(HeaderSection, ThatIsRefusedLeavesTheTablesRecordsAsTheyWere) {
+TEST_F(HeaderSection, ThatIsRefusedLeavesTheRecordsAsTheyWere) {
     open(OpenMode::create);
     table.reset();
     patchFile(path(), 52, ExpectedBytes().u64(99).bytes());
     patchFile(path(), MESSAGE_COUNT, int32Bytes(-1));
+    records.dataInfo.dataEnd = 7;
     ASSERT_EQ(verify(), HEADER_CORRUPTED_ERROR);
-    EXPECT_EQ(table->records.blockInfo.reserved, 0U);
-    EXPECT_EQ(table->records.dataInfo.dataEnd, 0U);
-    EXPECT_EQ(table->records.dataInfo.messageCount, 0);
+    EXPECT_EQ(records.blockInfo.reserved, 0U);
+    EXPECT_EQ(records.dataInfo.dataEnd, 7U);
+    EXPECT_EQ(records.dataInfo.messageCount, 0);
 }
 
 }  // namespace

@@ -31,6 +31,10 @@ mthStaticIndexes someIndexes() {
     return indexes;
 }
 
+TailRecords someRecords() {
+    return {BLOCK_INFO, DATA_INFO, someIndexes()};
+}
+
 Bytes someTail() {
     return ExpectedBytes()
         .hex("18 17 16 15 14 13 12 11 28 27 26 25 24 23 22 21")
@@ -58,7 +62,7 @@ class HeaderTail88 : public MessageTableTest {
         ASSERT_EQ(writeSimple(1, 2), NO_ERROR);
         addReplica(table.get(), replica());
         before = fileBytes();
-        ASSERT_EQ(headerTail_fill(table->tail.get(), BLOCK_INFO, DATA_INFO, someIndexes()), NO_ERROR);
+        ASSERT_EQ(headerTail_fill(table->tail.get(), someRecords()), NO_ERROR);
         log.clear();
         platform.clear();
     }
@@ -88,7 +92,7 @@ TEST_F(HeaderTail88, IsTheThreeRecordsInTheirOrder) {
 }
 
 TEST_F(HeaderTail88, FilledAgainStartsAnew) {
-    ASSERT_EQ(headerTail_fill(table->tail.get(), {}, {}, {}), NO_ERROR);
+    ASSERT_EQ(headerTail_fill(table->tail.get(), {}), NO_ERROR);
     EXPECT_EQ(byteStream_writeMark(table->tail->stream.get()), 88);
 }
 
@@ -144,15 +148,13 @@ TEST(HeaderTailParse, GivesBackTheThreeRecords) {
     KSVByteStream stream;
     byteStream_init(&stream, tail.data(), 88);
     byteStream_resetWrite(&stream, 88);
-    BlockInfo blockInfo;
-    DataInfo dataInfo;
-    mthStaticIndexes indexes;
-    ASSERT_EQ(headerTail_parse(&stream, &blockInfo, &dataInfo, &indexes), NO_ERROR);
-    EXPECT_EQ(blockInfo.reserved, BLOCK_INFO.reserved);
-    EXPECT_EQ(blockInfo.lastBlockEnd, BLOCK_INFO.lastBlockEnd);
-    EXPECT_EQ(dataInfo.dataEnd, DATA_INFO.dataEnd);
-    EXPECT_EQ(dataInfo.messageCount, DATA_INFO.messageCount);
-    EXPECT_TRUE(indexes == someIndexes());
+    TailRecords records;
+    ASSERT_EQ(headerTail_parse(&stream, &records), NO_ERROR);
+    EXPECT_EQ(records.blockInfo.reserved, BLOCK_INFO.reserved);
+    EXPECT_EQ(records.blockInfo.lastBlockEnd, BLOCK_INFO.lastBlockEnd);
+    EXPECT_EQ(records.dataInfo.dataEnd, DATA_INFO.dataEnd);
+    EXPECT_EQ(records.dataInfo.messageCount, DATA_INFO.messageCount);
+    EXPECT_TRUE(records.staticIndexes == someIndexes());
 }
 
 TEST(HeaderTailParse, OfFewerBytesIsNotEnoughDataAndChangesNothing) {
@@ -161,13 +163,11 @@ TEST(HeaderTailParse, OfFewerBytesIsNotEnoughDataAndChangesNothing) {
         KSVByteStream stream;
         byteStream_init(&stream, tail.data(), 88);
         byteStream_resetWrite(&stream, length);
-        BlockInfo blockInfo{1, 2};
-        DataInfo dataInfo{3, 4};
-        mthStaticIndexes indexes;
-        EXPECT_EQ(headerTail_parse(&stream, &blockInfo, &dataInfo, &indexes), STREAM_NOT_ENOUGH_DATA_ERROR) << length;
-        EXPECT_EQ(blockInfo.reserved + blockInfo.lastBlockEnd + dataInfo.dataEnd, 6U) << length;
-        EXPECT_EQ(dataInfo.messageCount, 4) << length;
-        EXPECT_TRUE(indexes == mthStaticIndexes{}) << length;
+        TailRecords records{{1, 2}, {3, 4}, {}};
+        EXPECT_EQ(headerTail_parse(&stream, &records), STREAM_NOT_ENOUGH_DATA_ERROR) << length;
+        EXPECT_EQ(records.blockInfo.reserved + records.blockInfo.lastBlockEnd + records.dataInfo.dataEnd, 6U) << length;
+        EXPECT_EQ(records.dataInfo.messageCount, 4) << length;
+        EXPECT_TRUE(records.staticIndexes == mthStaticIndexes{}) << length;
     }
 }
 
@@ -176,7 +176,7 @@ TEST(HeaderTailCreate, WithoutMemoryGivesNone) {
         HeaderTailPtr tail;
         {
             const AllocationFailure failure(n);
-            tail = headerTail_create(nullptr, 52, 88);
+            tail = headerTail_create(nullptr, 52);
         }
         if (tail != nullptr) {
             EXPECT_GT(n, 1) << "no allocation at all was seen";
@@ -194,7 +194,6 @@ TEST_F(TailOfATable, StandsBehindTheNamesWhetherCreatedOrOpened) {
     open(OpenMode::create);
     const auto expected = static_cast<std::int64_t>(fileBytes().size()) - 88;
     EXPECT_EQ(table->tail->offset, expected);
-    EXPECT_EQ(table->tail->size, 88);
     open(OpenMode::write);
     EXPECT_EQ(table->tail->offset, expected);
     open(OpenMode::read);

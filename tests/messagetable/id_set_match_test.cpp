@@ -19,23 +19,22 @@ constexpr std::int32_t RESENT_FIRST = 0x5FFFFFFF;
 // Takes what the match hands on, and answers what a test wants.
 struct Consumer {
     std::vector<std::int32_t> ids;
-    std::int32_t answer = Visit::goOn;
+    Visit answer = Visit::goOn;
     ErrorCode code = NO_ERROR;
-    std::int32_t answerBefore = -1;
+    Visit answerBefore = Visit::stop;
     bool fieldsArrived = true;
 };
 
 const StringField someStrings[2] = {{"a", 2}, {"b", 2}};
 const NumericValue someNumbers[1] = {};
 
-ErrorCode consume(std::int32_t* answer, void* context, const BlockSummary* summary, const MessageMetadata* metadata,
-                  const StringField* strings, std::int32_t stringCount, const NumericValue* numbers,
-                  std::int32_t numberCount) {
-    auto* consumer = static_cast<Consumer*>(context);
+ErrorCode consume(void* owner, const MessageView& message, Visit* answer) {
+    auto* consumer = static_cast<Consumer*>(owner);
     consumer->answerBefore = *answer;
-    consumer->ids.push_back(metadata->connMsgId);
-    consumer->fieldsArrived = consumer->fieldsArrived && summary == nullptr && strings == someStrings &&
-                              stringCount == 2 && numbers == someNumbers && numberCount == 1;
+    consumer->ids.push_back(message.metadata.connMsgId);
+    consumer->fieldsArrived = consumer->fieldsArrived && message.texts.data() == someStrings &&
+                              message.texts.size() == 2 && message.numbers.data() == someNumbers &&
+                              message.numbers.size() == 1;
     *answer = consumer->answer;
     return consumer->code;
 }
@@ -44,18 +43,18 @@ class IdSet : public ::testing::Test {
   protected:
     void request(const std::vector<std::int32_t>& ids) {
         ASSERT_EQ(idSetMatch_init(&match, ids), NO_ERROR);
-        match.consumer = consume;
-        match.consumerContext = &consumer;
+        match.consumer = {&consumer, nullptr, consume};
     }
-    std::int32_t askMessage(std::int32_t connMsgId) {
+    Visit askMessage(std::int32_t connMsgId) {
         MessageMetadata metadata;
         metadata.connMsgId = connMsgId;
-        std::int32_t answer = Visit::skipBlock;
-        code = query_matchIdSet(&answer, &match, nullptr, &metadata, someStrings, 2, someNumbers, 1);
+        Visit answer = Visit::goOn;
+        const MessageVisitor visitor = query_matchIdSet(&match);
+        code = visitor.onMessage(visitor.owner, {metadata, someStrings, someNumbers}, &answer);
         return answer;
     }
     // The answer for a block that holds messages with these ids.
-    std::int32_t askBlock(const std::vector<std::int32_t>& ids) {
+    Visit askBlock(const std::vector<std::int32_t>& ids) {
         const MessageTableLayout layout{1000, 4, 0, 0};
         BlockSummary block;
         EXPECT_EQ(blockSummary_init(&block, layout), NO_ERROR);
@@ -63,10 +62,11 @@ class IdSet : public ::testing::Test {
         for (const std::int32_t id : ids) {
             MessageMetadata metadata;
             metadata.connMsgId = id;
-            blockSummary_add(&block, layout, metadata, strings, nullptr, 55);
+            blockSummary_add(&block, layout, {metadata, strings, {}}, 55);
         }
-        std::int32_t answer = -1;
-        EXPECT_EQ(query_matchIdSet(&answer, &match, &block, nullptr, nullptr, 0, nullptr, 0), NO_ERROR);
+        Visit answer = Visit::goOn;
+        const MessageVisitor visitor = query_matchIdSet(&match);
+        EXPECT_EQ(visitor.onBlock(visitor.owner, block, &answer), NO_ERROR);
         return answer;
     }
 
@@ -75,12 +75,6 @@ class IdSet : public ::testing::Test {
     Consumer consumer;
     ErrorCode code = NO_ERROR;
 };
-
-TEST_F(IdSet, TheAnswersAreTheirNumbers) {
-    EXPECT_EQ(static_cast<std::int32_t>(Visit::goOn), 0);
-    EXPECT_EQ(static_cast<std::int32_t>(Visit::stop), 1);
-    EXPECT_EQ(static_cast<std::int32_t>(Visit::skipBlock), 2);
-}
 
 TEST_F(IdSet, TheBoundsAreTheSmallestAndLargestIdOfEachClass) {
     request({7, 3, APP_FROM_FIRST + 9, 5, RESENT_FIRST, APP_FROM_FIRST});
@@ -131,9 +125,9 @@ TEST_F(IdSet, AnIdGivenTwiceDeliversItsMessageOnce) {
     EXPECT_EQ(consumer.ids, std::vector<std::int32_t>{7});
 }
 
-TEST_F(IdSet, TheConsumerDecidesTheAnswerWhichIsMatchNoBefore) {
+TEST_F(IdSet, TheConsumerDecidesTheAnswerWhichIsGoOnBefore) {
     request({7});
-    for (const std::int32_t answer : {Visit::goOn, Visit::stop, Visit::skipBlock}) {
+    for (const Visit answer : {Visit::goOn, Visit::stop, Visit::skipBlock}) {
         consumer.answer = answer;
         EXPECT_EQ(askMessage(7), answer);
         EXPECT_EQ(consumer.answerBefore, Visit::goOn);

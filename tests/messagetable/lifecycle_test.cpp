@@ -129,7 +129,7 @@ TEST_F(Lifecycle, WithoutATableEveryOperationIsRefused) {
     EXPECT_EQ(mt_truncateStorage(nullptr), NULL_POINTER_ERROR);
     EXPECT_EQ(mt_refresh(nullptr), NULL_POINTER_ERROR);
     EXPECT_EQ(mt_getLastUniformMessageId(nullptr, &value), NULL_POINTER_ERROR);
-    EXPECT_EQ(mt_writeMessage(nullptr, &metadata, nullptr, 0, nullptr, 0), NULL_POINTER_ERROR);
+    EXPECT_EQ(mt_writeMessage(nullptr, {metadata, {}, {}}), NULL_POINTER_ERROR);
     mt_destroy(nullptr);
 }
 

@@ -16,6 +16,21 @@ namespace {
 using Ids = std::vector<std::int32_t>;
 using Events = std::vector<std::string>;
 
+std::string endEvent(ErrorCode code) {
+    return code == NO_ERROR ? "end" : std::string("end: ") + getErrorMessage(code);
+}
+
+// A listener that fills a record; the end of the walk is the event "end", with what the walk came to, if not NO_ERROR.
+// It gives the walk's own code unless the record has a failure for it.
+MessageListener listenerOf(WalkRecord* record) {
+    return {record, record->visitor().onMessage, [](void* owner, ErrorCode code) {
+                auto* ended = static_cast<WalkRecord*>(owner);
+                ended->events.push_back(endEvent(code));
+                const auto failure = ended->failures.find(ended->events.back());
+                return failure == ended->failures.end() ? code : failure->second;
+            }};
+}
+
 class ReadById : public TableImageTest {
   protected:
     void read(const Bytes& bytes) {
@@ -28,7 +43,7 @@ class ReadById : public TableImageTest {
     ErrorCode readIds(const Ids& ids, bool backward = false) {
         record.events.clear();
         record.messages.clear();
-        const MessageListener listener{WalkRecord::operation, &record};
+        const MessageListener listener = listenerOf(&record);
         return mt_readMessages(table.get(), ids.data(), static_cast<std::int32_t>(ids.size()), &listener, backward);
     }
     Bytes closed(std::int32_t last) const { return closedImage(shape, simpleMessages(1, last, shape)); }
@@ -105,7 +120,7 @@ TEST_F(ReadById, WithoutIdsOnlyTheEndIsTold) {
     read(closed(6));
     EXPECT_EQ(readIds({}), NO_ERROR);
     EXPECT_EQ(record.events, Events{"end"});
-    const MessageListener listener{WalkRecord::operation, &record};
+    const MessageListener listener = listenerOf(&record);
     EXPECT_EQ(mt_readMessages(table.get(), nullptr, 0, &listener, false), NO_ERROR);
 }
 
@@ -137,13 +152,17 @@ TEST_F(ReadById, AListenersErrorIsTheResultAndItsLastCall) {
 
 TEST_F(ReadById, WhatIsMissingIsNamed) {
     read(closed(6));
-    const MessageListener listener{WalkRecord::operation, &record};
+    const MessageListener listener = listenerOf(&record);
     const MessageListener none;
+    const MessageListener noMessage{&record, nullptr, listener.onEnd};
+    const MessageListener noEnd{&record, listener.onMessage, nullptr};
     const std::int32_t id = 1;
     EXPECT_EQ(mt_readMessages(nullptr, &id, 1, &listener, false), NULL_POINTER_ERROR);
     EXPECT_EQ(mt_readMessages(table.get(), nullptr, 1, &listener, false), NULL_POINTER_ERROR);
     EXPECT_EQ(mt_readMessages(table.get(), &id, 1, nullptr, false), NULL_POINTER_ERROR);
     EXPECT_EQ(mt_readMessages(table.get(), &id, 1, &none, false), NULL_POINTER_ERROR);
+    EXPECT_EQ(mt_readMessages(table.get(), &id, 1, &noMessage, false), NULL_POINTER_ERROR);
+    EXPECT_EQ(mt_readMessages(table.get(), &id, 1, &noEnd, false), NULL_POINTER_ERROR);
     EXPECT_EQ(mt_readMessages(table.get(), &id, -1, &listener, false), WRONG_PARAMETER_ERROR);
     EXPECT_EQ(record.events, Events{});
 }
@@ -196,7 +215,7 @@ TEST_F(ReadById, OnAWritersHandleFindsItsMessagesAndDoesNotMoveItsPlace) {
 }
 
 TEST_F(ReadById, AListenerMayDestroyTheTable) {
-    for (const std::int32_t answer : {Visit::goOn, Visit::stop}) {
+    for (const Visit answer : {Visit::goOn, Visit::stop}) {
         read(closed(10));
         record.answers["message 6"] = answer;
         record.onMessage = [&] {
@@ -233,7 +252,7 @@ TEST_F(ReadById, AListenerMayReadOnItsOwn) {
     WalkRecord inner;
     record.onMessage = [&] {
         const std::int32_t id = 9;
-        const MessageListener listener{WalkRecord::operation, &inner};
+        const MessageListener listener = listenerOf(&inner);
         EXPECT_EQ(mt_readMessages(table.get(), &id, 1, &listener, true), NO_ERROR);
     };
     EXPECT_EQ(readIds({2, 6, 10}), NO_ERROR);
@@ -249,7 +268,10 @@ TEST_F(ReadById, MessagesInFrontOfDamageAreDeliveredBeforeItsCode) {
     putU64(&bytes, map(10).storedLastBlockEnd(), map(10).blockStarts[1]);
     read(bytes);
     EXPECT_EQ(readIds({2, 6, 9}), HEADER_CORRUPTED_ERROR);
-    EXPECT_EQ(record.events, Events{"message 2"}) << "the end of the data was not reached";
+    EXPECT_EQ(record.events, (Events{"message 2", endEvent(HEADER_CORRUPTED_ERROR)}))
+        << "the walk's end tells its code";
+    record.failures[endEvent(HEADER_CORRUPTED_ERROR)] = JNI_ERROR;
+    EXPECT_EQ(readIds({2, 6, 9}), JNI_ERROR) << "the listener's end has the last word";
 }
 
 TEST_F(ReadById, ADamagedFrameOfTheOpenBlockIsToldBehindTheMessagesBeforeIt) {
@@ -257,7 +279,7 @@ TEST_F(ReadById, ADamagedFrameOfTheOpenBlockIsToldBehindTheMessagesBeforeIt) {
     putU32(&bytes, map(7).frame(6).end - 4, 1);
     read(bytes);
     EXPECT_EQ(readIds({2, 5, 7}), CONSISTENCY_ERROR);
-    EXPECT_EQ(record.events, (Events{"message 2", "message 5"}));
+    EXPECT_EQ(record.events, (Events{"message 2", "message 5", endEvent(CONSISTENCY_ERROR)}));
 }
 
 TEST_F(ReadById, ATornTailIsTheEndOfTheData) {
@@ -282,6 +304,7 @@ TEST_F(ReadById, ARefusedReadIsReturned) {
         platform.failNth(FileCall::readAt, n, EIO);
         EXPECT_EQ(readIds({2, 9}), FILE_READ_ERROR) << "read " << n;
         EXPECT_EQ(std::count(record.events.begin(), record.events.end(), "end"), 0);
+        EXPECT_TRUE(record.events.empty() || record.events.back() == endEvent(FILE_READ_ERROR)) << "read " << n;
         table.reset();
     }
 }

@@ -155,7 +155,7 @@ class Processes : public TableImageTest {
             return 17;
         }
         WalkRecord record;
-        const MessageListener listener{WalkRecord::operation, &record};
+        const MessageListener listener{&record, record.visitor().onMessage, [](void*, ErrorCode code) { return code; }};
         if (acknowledged == 0 || mt_readMessages(reader, &acknowledged, 1, &listener, true) != NO_ERROR) {
             return acknowledged == 0 ? 0 : 18;
         }

@@ -37,7 +37,7 @@ class CompareRange : public ::testing::Test {
         ASSERT_EQ(blockSummary_init(&block, layout), NO_ERROR);
         const StringField strings[4] = {};
         for (const MessageMetadata& message : {bound(10, 30, 50, 70), bound(20, 40, 60, 80)}) {
-            blockSummary_add(&block, layout, message, strings, nullptr, 55);
+            blockSummary_add(&block, layout, {message, strings, {}}, 55);
         }
     }
     std::int32_t seqNums(std::int32_t lower, std::int32_t upper) {

@@ -90,7 +90,7 @@ TEST_F(TableWalk, CanBeginAtAnyBlock) {
     EXPECT_EQ(record.events.front(), "block 5..8");
 }
 
-TEST_F(TableWalk, TheAnswerOneToABlockEndsTheWalk) {
+TEST_F(TableWalk, TheAnswerStopToABlockEndsTheWalk) {
     read(closed(10));
     record.answers["block 5..8"] = Visit::stop;
     EXPECT_EQ(walkForward(table.get(), &record), NO_ERROR);
@@ -100,7 +100,7 @@ TEST_F(TableWalk, TheAnswerOneToABlockEndsTheWalk) {
     EXPECT_EQ(record.events, joined({{"block 9..10"}, messageEvents(10, 9), {"block 5..8"}}));
 }
 
-TEST_F(TableWalk, TheAnswerOneToAMessageEndsTheWalk) {
+TEST_F(TableWalk, TheAnswerStopToAMessageEndsTheWalk) {
     read(closed(10));
     record.answers["message 6"] = Visit::stop;
     EXPECT_EQ(walkForward(table.get(), &record), NO_ERROR);
@@ -110,7 +110,7 @@ TEST_F(TableWalk, TheAnswerOneToAMessageEndsTheWalk) {
     EXPECT_EQ(record.events.back(), "message 6");
 }
 
-TEST_F(TableWalk, TheAnswerTwoToABlockSkipsItsMessages) {
+TEST_F(TableWalk, TheAnswerSkipBlockPassesItsMessages) {
     read(closed(10));
     for (const char* block : {"block 1..4", "block 5..8", "block 9..10"}) {
         record = WalkRecord{};
@@ -191,28 +191,26 @@ TEST_F(TableWalk, ABlockBeyondThePieceSizeIsWalkedInPiecesBothWays) {
     for (std::int32_t n = 1; n <= 40; ++n) {
         MessageMetadata metadata;
         metadata.uniformId = n;
-        ASSERT_EQ(mt_writeMessage(table.get(), &metadata, fields, 4, nullptr, 0), NO_ERROR);
+        ASSERT_EQ(mt_writeMessage(table.get(), {metadata, fields, {}}), NO_ERROR);
     }
     struct Seen {
         std::vector<std::int32_t> ids;
         bool whole = true;
     };
-    const auto see = [](std::int32_t*, void* context, const BlockSummary*, const MessageMetadata* metadata,
-                        const StringField* strings, std::int32_t, const NumericValue*, std::int32_t) {
-        if (metadata != nullptr) {
-            auto* seen = static_cast<Seen*>(context);
-            seen->ids.push_back(metadata->uniformId);
-            seen->whole = seen->whole && strings[2].length == 2 * 1024 * 1024 &&
-                          stringField_bytes(strings[2]).find_first_not_of('t') == std::string_view::npos;
-        }
-        return ErrorCode{NO_ERROR};
+    const auto see = [](void* owner, const MessageView& message, Visit*) {
+        auto* seen = static_cast<Seen*>(owner);
+        seen->ids.push_back(message.metadata.uniformId);
+        seen->whole = seen->whole && message.texts[2].length == 2 * 1024 * 1024 &&
+                      stringField_bytes(message.texts[2]).find_first_not_of('t') == std::string_view::npos;
+        return NO_ERROR;
     };
     const BlockReaderPtr reader(mfr_createReader(table->storage.get(), table->header.layout));
     for (const bool backward : {false, true}) {
         FaultPlatform platform;
         Seen seen;
-        EXPECT_EQ(backward ? mfr_readBackward(reader.get(), mt_openBlockStart(table.get()), see, &seen)
-                           : mfr_readForward(reader.get(), table->storage->headerSize, see, &seen),
+        const MessageVisitor visitor{&seen, nullptr, see};
+        EXPECT_EQ(backward ? mfr_readBackward(reader.get(), mt_openBlockStart(table.get()), visitor)
+                           : mfr_readForward(reader.get(), table->storage->headerSize, visitor),
                   NO_ERROR);
         std::vector<std::int32_t> expected;
         for (std::int32_t n = 1; n <= 40; ++n) {

@@ -10,11 +10,10 @@ namespace tabulo::internal::test {
 namespace {
 
 // What a lookup answered.
-struct Place {
+struct Place : UniformPlace {
+    Place() : UniformPlace{-1, -1, -1} {}
+
     ErrorCode code = NO_ERROR;
-    std::int64_t offset = -1;
-    std::int64_t ordinal = -1;
-    std::int32_t skip = -1;
 };
 
 class UniformLookup : public MessageTableTest {
@@ -33,7 +32,10 @@ class UniformLookup : public MessageTableTest {
     }
     Place find(std::int32_t id) {
         Place place;
-        place.code = mt_findUniformId(table.get(), id, &place.offset, &place.ordinal, &place.skip);
+        place.code = mt_findUniformId(table.get(), id, &place);
+        if (place.code != NO_ERROR) {
+            EXPECT_TRUE(place.offset == -1 && place.ordinal == -1 && place.skip == -1) << "a failure answers no place";
+        }
         return place;
     }
     // The lookup of `id` leads to the n-th message, counted from 1.
@@ -205,13 +207,9 @@ TEST_F(UniformLookup, WithoutAMasterThereIsNothingToSearch) {
 
 TEST_F(UniformLookup, NullArgumentsAreRefused) {
     fill({10});
-    std::int64_t offset = 0;
-    std::int64_t ordinal = 0;
-    std::int32_t skip = 0;
-    EXPECT_EQ(mt_findUniformId(nullptr, 1, &offset, &ordinal, &skip), NULL_POINTER_ERROR);
-    EXPECT_EQ(mt_findUniformId(table.get(), 1, nullptr, &ordinal, &skip), NULL_POINTER_ERROR);
-    EXPECT_EQ(mt_findUniformId(table.get(), 1, &offset, nullptr, &skip), NULL_POINTER_ERROR);
-    EXPECT_EQ(mt_findUniformId(table.get(), 1, &offset, &ordinal, nullptr), NULL_POINTER_ERROR);
+    UniformPlace place;
+    EXPECT_EQ(mt_findUniformId(nullptr, 1, &place), NULL_POINTER_ERROR);
+    EXPECT_EQ(mt_findUniformId(table.get(), 1, nullptr), NULL_POINTER_ERROR);
 }
 
 }  // namespace

@@ -2,7 +2,6 @@
 #include <gtest/gtest.h>
 
 #include <new>
-#include <vector>
 
 #include "messagetable/message_table.h"
 #include "tests/messagetable/message_table_fixture.h"
@@ -15,15 +14,9 @@ class WriteAllocations : public MessageTableTest {
   protected:
     // Stores a message while the next allocation of this thread would fail.
     ErrorCode writeWithoutMemory(const Message& message) {
-        std::vector<StringField> fields;
-        for (const auto& text : message.strings) {
-            fields.push_back(text ? StringField{text->data(), static_cast<std::int32_t>(text->size())} : StringField{});
-        }
-        const auto stringCount = static_cast<std::int32_t>(fields.size());
-        const auto numberCount = static_cast<std::int32_t>(message.numbers.size());
+        const MessageFields fields(message);
         const AllocationFailure failure(1);
-        const ErrorCode code = mt_writeMessage(table.get(), &message.metadata, fields.data(), stringCount,
-                                               message.numbers.data(), numberCount);
+        const ErrorCode code = mt_writeMessage(table.get(), fields.view());
         void* next = ::operator new(1, std::nothrow);
         unharmed = unharmed && next == nullptr;
         ::operator delete(next);

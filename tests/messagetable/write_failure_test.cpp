@@ -196,14 +196,11 @@ TEST_F(WriteFailure, OfTheCloseOfADroppedFileChangesNeitherCodeNorWarning) {
 TEST_F(WriteFailure, ToEncodeTouchesNoFileAndDropsNone) {
     store(1);
     const Message message = largeMessage(2);
-    std::vector<StringField> fields;
-    for (const auto& text : message.strings) {
-        fields.push_back({text->data(), static_cast<std::int32_t>(text->size())});
-    }
+    const MessageFields fields(message);
     ErrorCode code = NO_ERROR;
     {
         const AllocationFailure failure(1);
-        code = mt_writeMessage(table.get(), &message.metadata, fields.data(), 4, nullptr, 0);
+        code = mt_writeMessage(table.get(), fields.view());
     }
     EXPECT_EQ(code, STREAM_EXTENSION_ERROR);
     EXPECT_EQ(platform.sequence(), "");
@@ -218,14 +215,11 @@ TEST_F(WriteFailure, ToEncodeTheFooterLeavesTheBlockOpen) {
     // The frame fits into the stream's first 4548 bytes, the footer behind it does not.
     store(2);
     const Message message = largeMessage(3, 3000);
-    std::vector<StringField> fields;
-    for (const auto& text : message.strings) {
-        fields.push_back({text->data(), static_cast<std::int32_t>(text->size())});
-    }
+    const MessageFields fields(message);
     ErrorCode code = NO_ERROR;
     {
         const AllocationFailure failure(1);
-        code = mt_writeMessage(table.get(), &message.metadata, fields.data(), 4, nullptr, 0);
+        code = mt_writeMessage(table.get(), fields.view());
     }
     EXPECT_EQ(code, STREAM_EXTENSION_ERROR);
     EXPECT_EQ(platform.sequence(), "");
@@ -240,7 +234,7 @@ TEST_F(WriteFailure, OfAFrameBeyondTheLargestInt32IsAnExtensionErrorAndTouchesNo
     const MessageMetadata metadata;
     // The text is never looked at: the stream is refused the room first.
     const std::vector<StringField> fields = {{"", 2147483647}, {}, {}, {}};
-    EXPECT_EQ(mt_writeMessage(table.get(), &metadata, fields.data(), 4, nullptr, 0), STREAM_EXTENSION_ERROR);
+    EXPECT_EQ(mt_writeMessage(table.get(), {metadata, fields, {}}), STREAM_EXTENSION_ERROR);
     EXPECT_EQ(table->storage->activeCount, 1);
     expectNothingStored();
 }

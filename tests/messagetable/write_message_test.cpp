@@ -2,6 +2,7 @@
 
 #include <array>
 #include <limits>
+#include <span>
 #include <string>
 
 #include "messagetable/message_table.h"
@@ -41,10 +42,8 @@ class WriteMessage : public MessageTableTest {
                 table->writer->summary.staticIndexes,
                 table->storage->activeCount};
     }
-    ErrorCode writeFields(const StringField* strings, std::int32_t stringCount, const NumericValue* numbers = nullptr,
-                          std::int32_t numberCount = 0) {
-        const MessageMetadata metadata;
-        return mt_writeMessage(table.get(), &metadata, strings, stringCount, numbers, numberCount);
+    ErrorCode writeFields(std::span<const StringField> strings, std::span<const NumericValue> numbers = {}) {
+        return mt_writeMessage(table.get(), {MessageMetadata{}, strings, numbers});
     }
     void expectRefused(ErrorCode expected, ErrorCode code, const State& before) {
         EXPECT_EQ(code, expected) << getErrorMessage(code);
@@ -147,7 +146,7 @@ TEST_F(WriteMessage, WithAnEmptyTextAndAnAbsentFieldKeepsThemApart) {
 
 TEST_F(WriteMessage, WithAPointerAndLengthZeroIsAbsent) {
     const std::array<StringField, 4> strings = {StringField{"text", 0}, {}, {}, {}};
-    ASSERT_EQ(writeFields(strings.data(), 4), NO_ERROR);
+    ASSERT_EQ(writeFields(strings), NO_ERROR);
     EXPECT_EQ(fileBytes().size(), static_cast<std::size_t>(HEADER) + 8 + 55);
     EXPECT_EQ(readAll(table.get()).messages.at(0).strings[0], std::nullopt);
 }
@@ -163,37 +162,35 @@ TEST_F(WriteMessage, WithAMsgTypeOfSixLettersIsCutToFive) {
 TEST_F(WriteMessage, WithTheWrongNumberOfFieldsChangesNothing) {
     ASSERT_EQ(writeSimple(1, 2), NO_ERROR);
     const State before = state();
-    const std::array<StringField, 5> strings{};
+    const std::array<StringField, 5> fields{};
     const std::array<NumericValue, 1> numbers{};
-    expectRefused(STRING_FIELDS_COUNT_MISMATCH_ERROR, writeFields(strings.data(), 3), before);
-    expectRefused(STRING_FIELDS_COUNT_MISMATCH_ERROR, writeFields(strings.data(), 5), before);
-    expectRefused(STRING_FIELDS_COUNT_MISMATCH_ERROR, writeFields(strings.data(), -1), before);
-    expectRefused(NUMERIC_FIELDS_COUNT_MISMATCH_ERROR, writeFields(strings.data(), 4, numbers.data(), 1), before);
-    expectRefused(NUMERIC_FIELDS_COUNT_MISMATCH_ERROR, writeFields(strings.data(), 4, nullptr, -1), before);
-    expectRefused(STRING_FIELDS_COUNT_MISMATCH_ERROR, writeFields(strings.data(), 5, numbers.data(), 1), before);
+    const std::span strings(fields);
+    expectRefused(STRING_FIELDS_COUNT_MISMATCH_ERROR, writeFields({}), before);
+    expectRefused(STRING_FIELDS_COUNT_MISMATCH_ERROR, writeFields(strings.first(3)), before);
+    expectRefused(STRING_FIELDS_COUNT_MISMATCH_ERROR, writeFields(strings), before);
+    expectRefused(NUMERIC_FIELDS_COUNT_MISMATCH_ERROR, writeFields(strings.first(4), numbers), before);
+    expectRefused(STRING_FIELDS_COUNT_MISMATCH_ERROR, writeFields(strings, numbers), before);
+    shape.numericNames = {"Price"};
+    open(OpenMode::create);
+    const State withNumbers = state();
+    expectRefused(NUMERIC_FIELDS_COUNT_MISMATCH_ERROR, writeFields(strings.first(4)), withNumbers);
 }
 
 TEST_F(WriteMessage, WithoutATableOrAStorageIsANullPointer) {
     const MessageMetadata metadata;
     const std::array<StringField, 4> strings{};
-    EXPECT_EQ(mt_writeMessage(nullptr, &metadata, strings.data(), 4, nullptr, 0), NULL_POINTER_ERROR);
+    EXPECT_EQ(mt_writeMessage(nullptr, {metadata, strings, {}}), NULL_POINTER_ERROR);
     MessageTable empty;
-    EXPECT_EQ(mt_writeMessage(&empty, &metadata, strings.data(), 4, nullptr, 0), NULL_POINTER_ERROR);
+    EXPECT_EQ(mt_writeMessage(&empty, {metadata, strings, {}}), NULL_POINTER_ERROR);
 }
 
-TEST_F(WriteMessage, WithNullArgumentsIsANullPointerAndChangesNothing) {
+TEST_F(WriteMessage, WithATextThatHasALengthAloneIsANullPointerAndChangesNothing) {
     const State before = state();
-    const std::array<StringField, 4> strings{};
-    expectRefused(NULL_POINTER_ERROR, mt_writeMessage(table.get(), nullptr, strings.data(), 4, nullptr, 0), before);
-    expectRefused(NULL_POINTER_ERROR, writeFields(nullptr, 4), before);
     for (std::size_t i = 0; i < 4; ++i) {
         std::array<StringField, 4> holed{};
         holed[i].length = 1;
-        expectRefused(NULL_POINTER_ERROR, writeFields(holed.data(), 4), before);
+        expectRefused(NULL_POINTER_ERROR, writeFields(holed), before);
     }
-    shape.numericNames = {"Price"};
-    open(OpenMode::create);
-    expectRefused(NULL_POINTER_ERROR, writeFields(strings.data(), 4, nullptr, 1), state());
 }
 
 TEST_F(WriteMessage, WithANegativeLengthIsAWrongParameterAndChangesNothing) {
@@ -202,9 +199,9 @@ TEST_F(WriteMessage, WithANegativeLengthIsAWrongParameterAndChangesNothing) {
         for (std::size_t i = 0; i < 4; ++i) {
             std::array<StringField, 4> strings{};
             strings[i] = {"text", length};
-            expectRefused(WRONG_PARAMETER_ERROR, writeFields(strings.data(), 4), before);
+            expectRefused(WRONG_PARAMETER_ERROR, writeFields(strings), before);
             strings[i].text = nullptr;
-            expectRefused(WRONG_PARAMETER_ERROR, writeFields(strings.data(), 4), before);
+            expectRefused(WRONG_PARAMETER_ERROR, writeFields(strings), before);
         }
     }
 }
@@ -215,7 +212,7 @@ TEST_F(WriteMessage, WithAnUnknownNumericTypeIsAWrongParameterAndChangesNothing)
     const std::array<StringField, 4> strings{};
     std::array<NumericValue, 2> numbers{};
     numbers[1].type = static_cast<NumericType>(3);
-    expectRefused(WRONG_PARAMETER_ERROR, writeFields(strings.data(), 4, numbers.data(), 2), state());
+    expectRefused(WRONG_PARAMETER_ERROR, writeFields(strings, numbers), state());
 }
 
 TEST_F(WriteMessage, ToAReadOnlyTableIsRefusedAndDropsNothing) {
@@ -224,11 +221,12 @@ TEST_F(WriteMessage, ToAReadOnlyTableIsRefusedAndDropsNothing) {
     open(OpenMode::read);
     LogCapture log;
     const State before = state();
-    const std::array<StringField, 4> strings{};
+    const std::array<StringField, 4> holed = {StringField{nullptr, 1}, {}, {}, {}};
+    const std::array<NumericValue, 1> numbers{};
     expectRefused(READ_ONLY_ERROR, write(simpleMessage(5)), before);
-    expectRefused(READ_ONLY_ERROR, mt_writeMessage(table.get(), nullptr, nullptr, 4, nullptr, 0), before);
-    expectRefused(STRING_FIELDS_COUNT_MISMATCH_ERROR, writeFields(strings.data(), 3), before);
-    expectRefused(NUMERIC_FIELDS_COUNT_MISMATCH_ERROR, writeFields(strings.data(), 4, nullptr, 1), before);
+    expectRefused(READ_ONLY_ERROR, writeFields(holed), before);
+    expectRefused(STRING_FIELDS_COUNT_MISMATCH_ERROR, writeFields(std::span(holed).first(3)), before);
+    expectRefused(NUMERIC_FIELDS_COUNT_MISMATCH_ERROR, writeFields(holed, numbers), before);
     EXPECT_TRUE(log.all().empty()) << log.all().front();
     EXPECT_EQ(readAll(table.get()).messages, simpleMessages(1, 4));
 }
@@ -258,12 +256,10 @@ TEST_F(WriteMessage, TellsTheTableItsBytesAndTheBlocksEndOnlyWhenItClosedOne) {
     const std::int64_t ends[] = {0, 0, HEADER + 8 + 3 * 55 + static_cast<std::int64_t>(FOOTER), 0};
     const std::int64_t sizes[] = {8 + 55, 55, 55 + static_cast<std::int64_t>(FOOTER), 8 + 55};
     for (std::size_t i = 0; i < 4; ++i) {
-        std::int64_t blockEnd = -1;
-        std::int64_t bytesWritten = -1;
-        ASSERT_EQ(mfr_writeMessage(table->writer.get(), &metadata, strings.data(), nullptr, &blockEnd, &bytesWritten),
-                  NO_ERROR);
-        EXPECT_EQ(blockEnd, ends[i]) << "message " << i + 1;
-        EXPECT_EQ(bytesWritten, sizes[i]) << "message " << i + 1;
+        Appended appended{-1, -1};
+        ASSERT_EQ(mfr_writeMessage(table->writer.get(), {metadata, strings, {}}, &appended), NO_ERROR);
+        EXPECT_EQ(appended.blockEnd, ends[i]) << "message " << i + 1;
+        EXPECT_EQ(appended.bytes, sizes[i]) << "message " << i + 1;
     }
 }
 

@@ -159,7 +159,7 @@ void ModelRun::openCopy() {
 }
 
 void ModelRun::writeInKilledProcess() {
-    std::vector<StoredMessage> messages;
+    std::vector<Message> messages;
     for (std::int32_t k = random_->below(2 * model_.layout().messagesPerBlock); k > 0; --k) {
         messages.push_back(nextMessage());
     }
@@ -168,7 +168,7 @@ void ModelRun::writeInKilledProcess() {
         if (mt_open(table.get(), OpenMode::write) != NO_ERROR) {
             return 1;
         }
-        for (const StoredMessage& message : messages) {
+        for (const Message& message : messages) {
             if (writeMessage(table.get(), message) != NO_ERROR) {
                 return 2;
             }
@@ -180,7 +180,7 @@ void ModelRun::writeInKilledProcess() {
         tornBytes_ = 0;
         model_.rewind();
     }
-    for (const StoredMessage& message : messages) {
+    for (const Message& message : messages) {
         model_.append(message);
     }
 }

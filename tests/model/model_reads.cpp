@@ -85,14 +85,14 @@ void ModelRun::advanceIterator() {
 
 // One step, compared with the model. True at the end.
 bool ModelRun::nextEnds(KeptIterator* kept) {
-    const std::vector<StoredMessage>& messages = model_.messages();
+    const std::vector<Message>& messages = model_.messages();
     if (kept->backward && !kept->started) {
         kept->place = messages.size();
     }
     kept->started = true;
-    const StoredMessage* expected = nullptr;
+    const Message* expected = nullptr;
     while (expected == nullptr && (kept->backward ? kept->place > 0 : kept->place < messages.size())) {
-        const StoredMessage& message = messages[kept->backward ? kept->place - 1 : kept->place];
+        const Message& message = messages[kept->backward ? kept->place - 1 : kept->place];
         kept->place = kept->backward ? kept->place - 1 : kept->place + 1;
         expected = plainQuery_selects(kept->query, message) ? &message : nullptr;
     }
@@ -151,18 +151,20 @@ struct Heard {
     std::size_t stopAt = 0;
 };
 
-ErrorCode hear(std::int32_t* answer, void* context, const BlockSummary*, const MessageMetadata* metadata,
-               const StringField*, std::int32_t, const NumericValue*, std::int32_t) {
-    auto* heard = static_cast<Heard*>(context);
-    if (metadata == nullptr) {
-        heard->ends += 1;
-        return NO_ERROR;
-    }
-    heard->uniformIds.push_back(metadata->uniformId);
-    heard->connMsgIds.push_back(metadata->connMsgId);
-    heard->timestamps.push_back(metadata->timestamp);
-    *answer = heard->uniformIds.size() == heard->stopAt ? Visit::stop : Visit::goOn;
-    return NO_ERROR;
+MessageListener listenerOf(Heard* heard) {
+    return {heard,
+            [](void* owner, const MessageView& message, Visit* answer) {
+                auto* self = static_cast<Heard*>(owner);
+                self->uniformIds.push_back(message.metadata.uniformId);
+                self->connMsgIds.push_back(message.metadata.connMsgId);
+                self->timestamps.push_back(message.metadata.timestamp);
+                *answer = self->uniformIds.size() == self->stopAt ? Visit::stop : Visit::goOn;
+                return NO_ERROR;
+            },
+            [](void* owner, ErrorCode code) {
+                static_cast<Heard*>(owner)->ends += 1;
+                return code;
+            }};
 }
 
 }  // namespace
@@ -177,11 +179,11 @@ void ModelRun::readMessages() {
     Heard heard;
     heard.stopAt = random_->percent(25) ? static_cast<std::size_t>(random_->between(1, 5)) : 0;
     Heard expected;
-    std::vector<StoredMessage> messages = model_.messages();
+    std::vector<Message> messages = model_.messages();
     if (backward) {
         std::reverse(messages.begin(), messages.end());
     }
-    for (const StoredMessage& message : messages) {
+    for (const Message& message : messages) {
         const MessageMetadata& metadata = message.metadata;
         if (metadata.connMsgId < 0 || std::find(ids.begin(), ids.end(), metadata.connMsgId) == ids.end()) {
             continue;
@@ -197,7 +199,7 @@ void ModelRun::readMessages() {
     SCOPED_TRACE(std::string(backward ? "backward, " : "forward, ") +
                  (handle.writes ? "on the writer" : "on a reader") + ", ids " + ::testing::PrintToString(ids) +
                  ", stop at " + std::to_string(heard.stopAt));
-    const MessageListener listener{hear, &heard};
+    const MessageListener listener = listenerOf(&heard);
     EXPECT_EQ(
         mt_readMessages(handle.table.get(), ids.data(), static_cast<std::int32_t>(ids.size()), &listener, backward),
         NO_ERROR);
@@ -222,15 +224,13 @@ void ModelRun::findUniformId() {
     } else if (!atBlockStart) {
         place = model_.frameEnd(index - 1);
     }
-    std::int64_t offset = -1;
-    std::int64_t ordinal = -1;
-    std::int32_t skip = -1;
+    UniformPlace found{-1, -1, -1};
     Handle& handle = someHandle();
     SCOPED_TRACE("uniform id " + std::to_string(id) + (handle.writes ? " on the writer" : " on a reader"));
-    EXPECT_EQ(mt_findUniformId(handle.table.get(), id, &offset, &ordinal, &skip), NO_ERROR);
-    EXPECT_EQ(offset, place);
-    EXPECT_EQ(ordinal, static_cast<std::int64_t>(index));
-    EXPECT_EQ(skip, atBlockStart ? 8 : 0);
+    EXPECT_EQ(mt_findUniformId(handle.table.get(), id, &found), NO_ERROR);
+    EXPECT_EQ(found.offset, place);
+    EXPECT_EQ(found.ordinal, static_cast<std::int64_t>(index));
+    EXPECT_EQ(found.skip, atBlockStart ? 8 : 0);
 }
 
 }  // namespace tabulo::internal::test

@@ -7,6 +7,8 @@
 
 #include "messagetable/message_lookup.h"
 #include "messagetable/table_walk.h"
+#include "tests/support/current_message.h"
+#include "tests/support/message_takers.h"
 
 namespace tabulo::internal::test {
 
@@ -86,8 +88,8 @@ void ModelRun::perform(std::size_t operation) {
     }
 }
 
-StoredMessage ModelRun::nextMessage() {
-    StoredMessage message = pool_.messages[drawn_ % pool_.messages.size()];
+Message ModelRun::nextMessage() {
+    Message message = pool_.messages[drawn_ % pool_.messages.size()];
     drawn_ += 1;
     // Most messages differ from all others.
     if (random_->percent(70)) {
@@ -156,8 +158,8 @@ void ModelRun::compareFile() {
         << "the file should hold the " << model_.size() << " messages and nothing else";
     if (hasWriter()) {
         const MessageTable& table = *writer_->table;
-        EXPECT_EQ(table.dataInfo.messageCount, static_cast<std::int32_t>(model_.size()));
-        EXPECT_EQ(static_cast<std::int64_t>(table.dataInfo.dataEnd), model_.fileSize());
+        EXPECT_EQ(table.records.dataInfo.messageCount, static_cast<std::int32_t>(model_.size()));
+        EXPECT_EQ(static_cast<std::int64_t>(table.records.dataInfo.dataEnd), model_.fileSize());
         EXPECT_EQ(mt_openBlockStart(&table), model_.openBlockStart());
     }
     EXPECT_EQ(takeSalvaged(), std::vector<std::string>{}) << "nothing was damaged that had to be saved";
@@ -220,33 +222,20 @@ namespace {
 
 // The messages that a walk delivers, compared one by one with those of the model.
 struct Comparison {
-    const std::vector<StoredMessage>* messages = nullptr;
+    const std::vector<Message>& messages;
     bool backward = false;
     std::size_t delivered = 0;
     bool same = true;
-};
 
-ErrorCode compareNext(std::int32_t*, void* context, const BlockSummary* summary, const MessageMetadata* metadata,
-                      const StringField* strings, std::int32_t stringCount, const NumericValue* numbers,
-                      std::int32_t numberCount) {
-    auto* comparison = static_cast<Comparison*>(context);
-    if (summary != nullptr || !comparison->same) {
-        return NO_ERROR;
+    Visit operator()(const MessageView& message) {
+        if (same) {
+            const std::size_t count = messages.size();
+            same = delivered < count && ownedMessage(message) == messages[backward ? count - 1 - delivered : delivered];
+            delivered += same ? 1 : 0;
+        }
+        return Visit::goOn;
     }
-    const std::size_t count = comparison->messages->size();
-    StoredMessage message;
-    message.metadata = *metadata;
-    for (std::int32_t i = 0; i < stringCount; ++i) {
-        message.strings.push_back(strings[i].length == 0 ? std::nullopt
-                                                         : std::optional(std::string(stringField_bytes(strings[i]))));
-    }
-    message.numbers.assign(numbers, numbers + numberCount);
-    const std::size_t index = comparison->delivered;
-    comparison->same =
-        index < count && isSame(message, (*comparison->messages)[comparison->backward ? count - 1 - index : index]);
-    comparison->delivered += comparison->same ? 1 : 0;
-    return NO_ERROR;
-}
+};
 
 }  // namespace
 
@@ -256,50 +245,23 @@ void ModelRun::compareWalk(Handle* handle, bool backward) {
     MessageTable* table = handle->table.get();
     const BlockReaderPtr frames(mfr_createReader(table->storage.get(), table->header.layout));
     ASSERT_NE(frames, nullptr);
-    Comparison comparison;
-    comparison.messages = &model_.messages();
-    comparison.backward = backward;
+    Comparison comparison{model_.messages(), backward};
     if (backward) {
         ASSERT_EQ(mt_refresh(table), NO_ERROR);
-        EXPECT_EQ(mfr_readBackward(frames.get(), mt_openBlockStart(table), compareNext, &comparison), NO_ERROR);
+        EXPECT_EQ(mfr_readBackward(frames.get(), mt_openBlockStart(table), visitorOf(&comparison)), NO_ERROR);
     } else {
-        EXPECT_EQ(mfr_readForward(frames.get(), table->storage->headerSize, compareNext, &comparison), NO_ERROR);
+        EXPECT_EQ(mfr_readForward(frames.get(), table->storage->headerSize, visitorOf(&comparison)), NO_ERROR);
     }
     EXPECT_TRUE(comparison.same) << "the message after " << comparison.delivered << " right ones is another one";
     EXPECT_EQ(comparison.delivered, model_.size()) << "messages are missing or too many";
 }
 
-namespace {
-
-bool isSameMetadata(const MessageMetadata& left, const MessageMetadata& right) {
-    return left.uniformId == right.uniformId && left.seqNum == right.seqNum && left.prevSeqNum == right.prevSeqNum &&
-           left.connMsgId == right.connMsgId && left.timestamp == right.timestamp && left.msgType == right.msgType &&
-           left.isPossDupFlag == right.isPossDupFlag && left.isOutOfSequence == right.isOutOfSequence;
-}
-
-bool isSameNumber(const NumericValue& left, const NumericValue& right) {
-    return left.type == right.type && (left.type == NumericType::absent || left.longValue == right.longValue);
-}
-
-}  // namespace
-
-bool isSame(const StoredMessage& left, const StoredMessage& right) {
-    return isSameMetadata(left.metadata, right.metadata) && left.strings == right.strings &&
-           std::equal(left.numbers.begin(), left.numbers.end(), right.numbers.begin(), right.numbers.end(),
-                      isSameNumber);
-}
-
-bool isCurrent(const MessageTableIterator* iterator, const StoredMessage& message) {
-    bool same = isSameMetadata(mtIterator_getMetadata(iterator), message.metadata);
-    for (std::size_t i = 0; i < message.strings.size(); ++i) {
-        const StringField& field = mtIterator_getStringValues(iterator)[i];
-        same = same && message.strings[i].has_value() == (field.text != nullptr) &&
-               message.strings[i].value_or("") == stringField_bytes(field);
-    }
-    for (std::size_t i = 0; i < message.numbers.size(); ++i) {
-        same = same && isSameNumber(message.numbers[i], mtIterator_getNumericValues(iterator)[i]);
-    }
-    return same;
+bool isCurrent(const MessageTableIterator* iterator, const Message& message) {
+    const MessageView current = currentMessage(iterator);
+    const bool saysAbsent = std::all_of(current.texts.begin(), current.texts.end(), [](const StringField& field) {
+        return (field.text == nullptr) == (field.length == 0);
+    });
+    return saysAbsent && ownedMessage(current) == message;
 }
 
 }  // namespace tabulo::internal::test

@@ -93,8 +93,8 @@ class ModelRun {
     void findUniformId();
 
     // Helpers.
-    StoredMessage nextMessage();
-    void store(const StoredMessage& message);
+    Message nextMessage();
+    void store(const Message& message);
     Handle& someHandle();
     std::unique_ptr<Handle> makeHandle(OpenMode mode, const std::string& root);
     void recoverInto(std::size_t survivors);
@@ -125,7 +125,6 @@ class ModelRun {
 };
 
 // The message that the iterator stands at is this one, field by field.
-bool isCurrent(const MessageTableIterator* iterator, const StoredMessage& message);
-bool isSame(const StoredMessage& left, const StoredMessage& right);
+bool isCurrent(const MessageTableIterator* iterator, const Message& message);
 
 }  // namespace tabulo::internal::test

@@ -9,7 +9,7 @@ namespace tabulo::internal::test {
 namespace {
 
 // A message's fields as a caller hands them over, absent ones with a text that does not count.
-std::vector<StringField> fieldsOf(const StoredMessage& message, Random* random) {
+std::vector<StringField> fieldsOf(const Message& message, Random* random) {
     std::vector<StringField> fields;
     for (const std::optional<std::string>& text : message.strings) {
         fields.push_back(text ? StringField{text->data(), static_cast<std::int32_t>(text->size())}
@@ -24,7 +24,7 @@ std::int32_t countOf(const auto& list) {
 
 }  // namespace
 
-void ModelRun::store(const StoredMessage& message) {
+void ModelRun::store(const Message& message) {
     const std::vector<StringField> fields = fieldsOf(message, random_);
     MessageMetadata metadata = message.metadata;
     // Bytes behind the NUL of a type do not belong to it.
@@ -32,9 +32,7 @@ void ModelRun::store(const StoredMessage& message) {
     if (end != metadata.msgType.end() && random_->percent(20)) {
         metadata.msgType.back() = '!';
     }
-    ASSERT_EQ(mt_writeMessage(writer_->table.get(), &metadata, fields.data(), countOf(fields), message.numbers.data(),
-                              countOf(message.numbers)),
-              NO_ERROR);
+    ASSERT_EQ(mt_writeMessage(writer_->table.get(), {metadata, fields, message.numbers}), NO_ERROR);
     model_.append(message);
 }
 
@@ -49,7 +47,7 @@ void ModelRun::writeBurst() {
 }
 
 void ModelRun::writeRaw() {
-    const StoredMessage message = nextMessage();
+    const Message message = nextMessage();
     Bytes frame = plainFrame(message);
     // What stands behind the frame does not count.
     for (std::int32_t k = random_->percent(50) ? random_->below(40) : 0; k > 0; --k) {
@@ -61,43 +59,37 @@ void ModelRun::writeRaw() {
 
 void ModelRun::refuseWrite() {
     MessageTable* table = writer_->table.get();
-    const StoredMessage message = nextMessage();
+    const Message message = nextMessage();
     std::vector<StringField> fields = fieldsOf(message, random_);
-    const std::int32_t strings = countOf(fields);
-    const std::int32_t numbers = countOf(message.numbers);
-    const MessageMetadata* metadata = &message.metadata;
-    const auto write = [&](std::int32_t stringCount, std::int32_t numberCount) {
-        return mt_writeMessage(table, metadata, fields.data(), stringCount, message.numbers.data(), numberCount);
-    };
+    std::vector<NumericValue> numbers = message.numbers;
+    const auto write = [&] { return mt_writeMessage(table, {message.metadata, fields, numbers}); };
     Bytes frame = plainFrame(message);
     StringField& broken = fields[random_->bits() % fields.size()];
-    switch (random_->below(9)) {
+    switch (random_->below(8)) {
         case 0:
-            EXPECT_EQ(write(strings + (random_->percent(50) ? 1 : -1), numbers), STRING_FIELDS_COUNT_MISMATCH_ERROR);
+            fields.resize(random_->percent(50) ? fields.size() + 1 : fields.size() - 1);
+            EXPECT_EQ(write(), STRING_FIELDS_COUNT_MISMATCH_ERROR);
             break;
         case 1:
-            EXPECT_EQ(write(strings, numbers + (random_->percent(50) ? 1 : -1)), NUMERIC_FIELDS_COUNT_MISMATCH_ERROR);
+            numbers.resize(numbers.empty() || random_->percent(50) ? numbers.size() + 1 : numbers.size() - 1);
+            EXPECT_EQ(write(), NUMERIC_FIELDS_COUNT_MISMATCH_ERROR);
             break;
         case 2:
-            metadata = nullptr;
-            EXPECT_EQ(write(strings, numbers), NULL_POINTER_ERROR);
+            broken = {"text", -random_->between(1, 100)};
+            EXPECT_EQ(write(), WRONG_PARAMETER_ERROR);
             break;
         case 3:
-            broken = {"text", -random_->between(1, 100)};
-            EXPECT_EQ(write(strings, numbers), WRONG_PARAMETER_ERROR);
+            broken = {nullptr, random_->between(1, 100)};
+            EXPECT_EQ(write(), NULL_POINTER_ERROR);
             break;
         case 4:
-            broken = {nullptr, random_->between(1, 100)};
-            EXPECT_EQ(write(strings, numbers), NULL_POINTER_ERROR);
-            break;
-        case 5:
             EXPECT_EQ(mt_writeRawMessage(table, frame.data(), random_->below(countOf(frame))), NO_DATA_ERROR);
             break;
-        case 6:
+        case 5:
             frame.back() ^= 0x10;
             EXPECT_EQ(mt_writeRawMessage(table, frame.data(), countOf(frame)), CONSISTENCY_ERROR);
             break;
-        case 7:
+        case 6:
             EXPECT_EQ(mt_writeRawMessage(table, frame.data(), -random_->between(1, 100)), STREAM_WRITE_RESET_ERROR);
             break;
         default:
@@ -108,7 +100,7 @@ void ModelRun::refuseWrite() {
 
 void ModelRun::refuseOnReader() {
     MessageTable* table = random_->of(readers_)->table.get();
-    const StoredMessage message = nextMessage();
+    const Message message = nextMessage();
     const Bytes frame = plainFrame(message);
     switch (random_->below(4)) {
         case 0:

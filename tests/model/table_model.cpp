@@ -56,14 +56,14 @@ void PlainIndexes::add(const MessageMetadata& metadata) {
     }
 }
 
-Bytes plainFrame(const StoredMessage& message) {
+Bytes plainFrame(const Message& message) {
     return frameBytes(message.metadata, message.numbers, message.strings);
 }
 
 TableModel::TableModel(const MessageTableLayout& layout) : layout_(layout) {
 }
 
-void TableModel::append(const StoredMessage& message) {
+void TableModel::append(const Message& message) {
     const std::size_t count = messages_.size();
     starts_.push_back(endBehind(count) + (count % perBlock() == 0 ? BLOCK_WORD : 0));
     lengths_.push_back(static_cast<std::int64_t>(plainFrame(message).size()));
@@ -76,7 +76,7 @@ void TableModel::cutTo(std::size_t count) {
     starts_.resize(count);
     lengths_.resize(count);
     indexes_ = {};
-    for (const StoredMessage& message : messages_) {
+    for (const Message& message : messages_) {
         indexes_.add(message.metadata);
     }
     generation_ += 1;

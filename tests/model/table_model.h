@@ -36,18 +36,18 @@ struct PlainIndexes {
 };
 
 // The frame of a message, little-endian.
-Bytes plainFrame(const StoredMessage& message);
+Bytes plainFrame(const Message& message);
 
 class TableModel {
   public:
     explicit TableModel(const MessageTableLayout& layout);
 
-    const std::vector<StoredMessage>& messages() const { return messages_; }
+    const std::vector<Message>& messages() const { return messages_; }
     std::size_t size() const { return messages_.size(); }
     const MessageTableLayout& layout() const { return layout_; }
     const PlainIndexes& indexes() const { return indexes_; }
 
-    void append(const StoredMessage& message);
+    void append(const Message& message);
     // Forgets all but the first `count` messages. The generation counts these events, and those of rewind().
     void cutTo(std::size_t count);
     // Something behind the messages has come and gone.
@@ -71,7 +71,7 @@ class TableModel {
     std::size_t perBlock() const { return static_cast<std::size_t>(layout_.messagesPerBlock); }
 
     MessageTableLayout layout_;
-    std::vector<StoredMessage> messages_;
+    std::vector<Message> messages_;
     std::vector<std::int64_t> starts_;
     std::vector<std::int64_t> lengths_;
     PlainIndexes indexes_;

@@ -219,7 +219,7 @@ void MessagePowerRun::checkFooters(const Found& found) {
 }
 
 void MessagePowerRun::checkCounts(const Found& found, std::size_t read) {
-    const auto stored = static_cast<std::size_t>(table_->dataInfo.messageCount);
+    const auto stored = static_cast<std::size_t>(table_->records.dataInfo.messageCount);
     if (stored == read || found.torn > 0) {
         return;
     }

@@ -20,13 +20,7 @@ class BlockOfMessages : public ::testing::Test {
         summary = BlockSummary{};
         ASSERT_EQ(blockSummary_init(&summary, layout), NO_ERROR);
     }
-    void add(const Message& message) {
-        std::vector<StringField> fields;
-        for (const std::optional<std::string>& text : message.strings) {
-            fields.push_back(text ? StringField{text->data(), static_cast<std::int32_t>(text->size())} : StringField{});
-        }
-        blockSummary_add(&summary, layout, message.metadata, fields.data(), message.numbers.data(), 100);
-    }
+    void add(const Message& message) { blockSummary_add(&summary, layout, MessageFields(message).view(), 100); }
     Message plain(std::int32_t n) const { return plainMessage(n, layout); }
     void addPlain(std::int32_t first, std::int32_t last) {
         for (std::int32_t n = first; n <= last; ++n) {

@@ -179,9 +179,20 @@ TEST_F(DamagedTable, AnIncompleteFrameInAClosedBlockIsAnError) {
     EXPECT_EQ(walk(true).code, NO_DATA_ERROR);
 }
 
-TEST_F(DamagedTable, AnIncompleteFrameInTheOpenBlockIsTheEnd) {
+TEST_F(DamagedTable, AnIncompleteFrameInTheOpenBlockThatIsNoTornTailIsAnErrorAndCostsNothingElse) {
     createWithMessages(8);
     damage(frameOf(8) + FIRST_TEXT_LENGTH);
+    EXPECT_EQ(walk().ids, idsFromTo(1, 7));
+    EXPECT_EQ(walk().code, CONSISTENCY_ERROR);
+    EXPECT_EQ(walk(true).ids, idsFromTo(7, 1));
+    EXPECT_EQ(walk(true).code, CONSISTENCY_ERROR);
+}
+
+TEST_F(DamagedTable, ATornTailOfTheOpenBlockIsTheEnd) {
+    createWithMessages(8);
+    Bytes bytes = readFile(path());
+    bytes.resize(frameEnd(8) - 1);
+    writeFile(path(), bytes);
     EXPECT_EQ(walk().ids, idsFromTo(1, 7));
     EXPECT_EQ(walk().code, NO_ERROR);
     EXPECT_EQ(walk(true).ids, idsFromTo(7, 1));

@@ -61,11 +61,12 @@ TEST_F(GrowingTable, TheOpenBlockIsNeverPassed) {
     writePlain(1, 5);
     const MessageTableIteratorPtr iterator = iterate();
     EXPECT_EQ(remainingIds(iterator.get()), idsFromTo(1, 5));
-    const std::int64_t position = iterator->position;
+    const std::int64_t position = iterator->cursor.block.start;
     EXPECT_EQ(position, static_cast<std::int64_t>(blockStart(fileBytes(), 1)));
     EXPECT_EQ(iterator->indexInBlock, 2);
     EXPECT_EQ(nextId(iterator.get()), std::nullopt);
-    EXPECT_EQ(iterator->position, position);
+    EXPECT_EQ(iterator->cursor.block.start, position);
+    EXPECT_EQ(iterator->cursor.position, position);
     EXPECT_EQ(iterator->indexInBlock, 2);
 }
 
@@ -120,7 +121,7 @@ TEST_P(HalfWrittenFooter, IsNotTakenForADroppedTable) {
     const MessageTableIteratorPtr iterator = iterate();
     EXPECT_EQ(remainingIds(iterator.get()), idsFromTo(1, 3));
     EXPECT_EQ(nextId(iterator.get()), std::nullopt);
-    EXPECT_EQ(iterator->position, static_cast<std::int64_t>(start)) << "an open block is never passed";
+    EXPECT_EQ(iterator->cursor.position, static_cast<std::int64_t>(start)) << "an open block is never passed";
     writeFile(path(), closed);
     EXPECT_EQ(nextId(iterator.get()), std::nullopt);
     writePlain(4, 7);

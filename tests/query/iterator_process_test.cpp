@@ -50,9 +50,12 @@ class BesideAWriter : public QueryTest, public ::testing::WithParamInterface<std
             }
             if (!end) {
                 ids.push_back(mtIterator_getMetadata(iterator).uniformId);
-            } else if (iterator->done || std::chrono::steady_clock::now() > deadline) {
-                ADD_FAILURE() << "the iterator " << (iterator->done ? "has ended" : "stands still") << " behind "
-                              << ids.size() << " messages";
+                continue;
+            }
+            const bool isDone = iterator->place == IteratorPlace::done;
+            if (isDone || std::chrono::steady_clock::now() > deadline) {
+                ADD_FAILURE() << "the iterator " << (isDone ? "has ended" : "stands still") << " behind " << ids.size()
+                              << " messages";
                 return ids;
             }
         }
@@ -126,11 +129,8 @@ INSTANTIATE_TEST_SUITE_P(InBlocksOf, BesideAWriter, ::testing::Values(1, 3, 50, 
 
 class IdSet : public QueryTest {
   protected:
-    static ErrorCode count(std::int32_t*, void* context, const BlockSummary*, const MessageMetadata* metadata,
-                           const StringField*, std::int32_t, const NumericValue*, std::int32_t) {
-        if (metadata != nullptr) {
-            *static_cast<std::int64_t*>(context) += 1;
-        }
+    static ErrorCode count(void* owner, const MessageView&, Visit*) {
+        *static_cast<std::int64_t*>(owner) += 1;
         return NO_ERROR;
     }
 };
@@ -151,7 +151,7 @@ TEST_F(IdSet, OfAHundredThousandIdsIsMatchedWithAHundredThousandMessagesInSecond
     }
     std::shuffle(ids.begin(), ids.end(), std::mt19937(3));
     std::int64_t found = 0;
-    const MessageListener listener{&IdSet::count, &found};
+    const MessageListener listener{&found, &IdSet::count, [](void*, ErrorCode code) { return code; }};
     const auto start = std::chrono::steady_clock::now();
     ASSERT_EQ(mt_readMessages(table.get(), ids.data(), many, &listener, false), NO_ERROR);
     const std::chrono::duration<double> seconds = std::chrono::steady_clock::now() - start;

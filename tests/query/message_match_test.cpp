@@ -17,14 +17,7 @@ constexpr double INFINITE = std::numeric_limits<double>::infinity();
 
 class MessageTest : public ::testing::Test {
   protected:
-    bool matches() const {
-        std::vector<StringField> fields;
-        for (const std::optional<std::string>& text : message.strings) {
-            fields.push_back(text ? StringField{text->data(), static_cast<std::int32_t>(text->size())} : StringField{});
-        }
-        return query_messageMatches(*conditions, message.metadata, fields.data(), static_cast<int>(fields.size()),
-                                    message.numbers.data(), static_cast<int>(message.numbers.size()));
-    }
+    bool matches() const { return query_messageMatches(*conditions, MessageFields(message).view()); }
     void anew() { conditions = newConditions(); }
     bool matchesDouble(std::int32_t field, const std::vector<double>& values, bool includeNull = false) {
         anew();

@@ -189,11 +189,13 @@ class Asker {
                 break;
             case 6:
             case 7:
-                query->doubles.push_back(doubleFilter());
+                query->doubles.push_back(
+                    numericFilter<double>([this](std::int32_t field) { return someDouble(field); }));
                 break;
             case 8:
             case 9:
-                query->longs.push_back(longFilter());
+                query->longs.push_back(
+                    numericFilter<std::int64_t>([this](std::int32_t field) { return someLong(field); }));
                 break;
             default:
                 query->strings.push_back(stringFilter());
@@ -323,14 +325,6 @@ class Asker {
             filter.values.push_back(moved(some(filter.field), random_->percent(50) ? 0 : k));
         }
         return filter;
-    }
-
-    PlainNumericFilter<double> doubleFilter() {
-        return numericFilter<double>([this](std::int32_t field) { return someDouble(field); });
-    }
-
-    PlainNumericFilter<std::int64_t> longFilter() {
-        return numericFilter<std::int64_t>([this](std::int32_t field) { return someLong(field); });
     }
 
     std::string someText(std::int32_t field) {

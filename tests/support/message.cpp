@@ -1,9 +1,6 @@
 #include "tests/support/message.h"
 
-#include <gtest/gtest.h>
-
 #include <algorithm>
-#include <ostream>
 
 namespace tabulo::internal::test {
 
@@ -23,32 +20,6 @@ bool Message::operator==(const Message& other) const {
            left.isPossDupFlag == right.isPossDupFlag && left.isOutOfSequence == right.isOutOfSequence &&
            strings == other.strings &&
            std::equal(numbers.begin(), numbers.end(), other.numbers.begin(), other.numbers.end(), sameNumber);
-}
-
-void PrintTo(const Message& message, std::ostream* out) {
-    const MessageMetadata& metadata = message.metadata;
-    *out << "\n{uniformId " << metadata.uniformId << ", seqNum " << metadata.seqNum << ", prevSeqNum "
-         << metadata.prevSeqNum << ", connMsgId " << metadata.connMsgId << ", timestamp " << metadata.timestamp
-         << ", msgType " << ::testing::PrintToString(metadata.msgType) << ", possDup "
-         << static_cast<int>(metadata.isPossDupFlag) << ", outOfSequence "
-         << static_cast<int>(metadata.isOutOfSequence);
-    for (const std::optional<std::string>& text : message.strings) {
-        *out << ", " << (text ? ::testing::PrintToString(*text) : "absent");
-    }
-    for (const NumericValue& number : message.numbers) {
-        switch (number.type) {
-            case NumericType::absent:
-                *out << ", absent";
-                break;
-            case NumericType::doubleValue:
-                *out << ", double " << number.doubleValue;
-                break;
-            case NumericType::longValue:
-                *out << ", long " << number.longValue;
-                break;
-        }
-    }
-    *out << "}";
 }
 
 Message ownedMessage(const MessageView& message) {

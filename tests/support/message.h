@@ -18,7 +18,7 @@ struct Message {
 
     bool operator==(const Message& other) const;
 };
-// For a test's report.
+// For a test's report (message_print.cpp).
 void PrintTo(const Message& message, std::ostream* out);
 
 // A copy of a message that is only valid during a call.

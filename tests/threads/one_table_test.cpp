@@ -77,18 +77,23 @@ struct Watch {
     std::int32_t next = 1;
     std::int32_t last = 0;
     bool inOrder = true;
-};
 
-ErrorCode watchOn(std::int32_t* stop, void* context, const MessageMetadata* metadata, const StringField*, std::int32_t,
-                  const NumericValue*, std::int32_t, std::int32_t) {
-    auto* watch = static_cast<Watch*>(context);
-    if (metadata != nullptr) {
-        watch->inOrder = watch->inOrder && metadata->uniformId == watch->next;
-        watch->next += 1;
+    bool isDone() const { return next > last || !inOrder; }
+    WatchListener listener() {
+        return {this,
+                [](void* owner, const MessageView& message, std::int32_t, std::int32_t* stop) {
+                    auto* watch = static_cast<Watch*>(owner);
+                    watch->inOrder = watch->inOrder && message.metadata.uniformId == watch->next;
+                    watch->next += 1;
+                    *stop = watch->isDone() ? 1 : 0;
+                    return NO_ERROR;
+                },
+                [](void* owner, std::int32_t* stop) {
+                    *stop = static_cast<Watch*>(owner)->isDone() ? 1 : 0;
+                    return NO_ERROR;
+                }};
     }
-    *stop = watch->next > watch->last || !watch->inOrder ? 1 : 0;
-    return NO_ERROR;
-}
+};
 
 void followWatch(const std::string& root, const TableShape& shape, std::int32_t count) {
     const MessageTablePtr table = openOwn(root, OpenMode::read, shape);
@@ -98,7 +103,7 @@ void followWatch(const std::string& root, const TableShape& shape, std::int32_t 
     Watch watch;
     watch.last = count;
     const std::int32_t start = 1;
-    const ErrorCode code = messageWatcher_startWatching(watcher, 1, &start, &watch, watchOn);
+    const ErrorCode code = messageWatcher_startWatching(watcher, 1, &start, watch.listener());
     messageWatcher_destroy(watcher);
     requireCode(code, NO_ERROR, "watching");
     require(watch.inOrder, "a watch delivers another message than " + std::to_string(watch.next - 1));

@@ -5,6 +5,7 @@
 #include "messagetable/message_read.h"
 #include "query/message_table_iterator.h"
 #include "tests/sessioninfo/session_info_fixture.h"
+#include "tests/support/message_takers.h"
 #include "tests/support/test_run.h"
 #include "tests/threads/thread_fixture.h"
 #include "watcher/message_watcher.h"
@@ -75,28 +76,16 @@ void query(MessageTable* table, std::int32_t first, std::int32_t last, bool back
     require(found == last - first + 1, "a query delivers " + std::to_string(found) + " messages");
 }
 
-ErrorCode countMessages(std::int32_t*, void* context, const BlockSummary*, const MessageMetadata* metadata,
-                        const StringField*, std::int32_t, const NumericValue*, std::int32_t) {
-    *static_cast<int*>(context) += metadata != nullptr ? 1 : 0;
-    return NO_ERROR;
-}
-
 void readById(MessageTable* table) {
     const std::vector<std::int32_t> ids = {1, 8, 13, MESSAGES};
     int count = 0;
-    const MessageListener listener{countMessages, &count};
+    const auto take = [&](const MessageView&) {
+        count += 1;
+        return Visit::goOn;
+    };
+    const MessageListener listener = listenerOf(&take);
     requireCode(mt_readMessages(table, ids.data(), 4, &listener, true), NO_ERROR, "reading by id");
     require(count == 4, "reading by id delivers " + std::to_string(count) + " messages");
-}
-
-ErrorCode watchOn(std::int32_t* stop, void* context, const MessageMetadata* metadata, const StringField*, std::int32_t,
-                  const NumericValue*, std::int32_t, std::int32_t) {
-    auto* ids = static_cast<std::vector<std::int32_t>*>(context);
-    if (metadata != nullptr) {
-        ids->push_back(metadata->uniformId);
-    }
-    *stop = metadata == nullptr || metadata->uniformId == MESSAGES ? 1 : 0;
-    return NO_ERROR;
 }
 
 void watch(MessageTable* table) {
@@ -104,7 +93,11 @@ void watch(MessageTable* table) {
     require(watcher != nullptr, "a watcher cannot be made");
     std::vector<std::int32_t> ids;
     const std::int32_t start = 3;
-    const ErrorCode code = messageWatcher_startWatching(watcher, 1, &start, &ids, watchOn);
+    const auto take = [&](const MessageView& message, std::int32_t) {
+        ids.push_back(message.metadata.uniformId);
+        return message.metadata.uniformId != MESSAGES;
+    };
+    const ErrorCode code = messageWatcher_startWatching(watcher, 1, &start, watchListenerOf(&take));
     messageWatcher_destroy(watcher);
     requireCode(code, NO_ERROR, "watching");
     require(ids.size() == static_cast<std::size_t>(MESSAGES - start + 1) && ids.front() == start,

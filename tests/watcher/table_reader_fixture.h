@@ -40,8 +40,8 @@ class TableReaderTest : public WatcherTest {
             const auto number = static_cast<std::size_t>(id) - 1;
             EXPECT_EQ(storeMessage(writer.get(), id, number < wires.size() ? wires[number] : ""), NO_ERROR);
         }
-        headerSize = static_cast<std::size_t>(writer->storage->headerSize);
-        footerSize = static_cast<std::size_t>(writer->frames->footerSize);
+        headerSize = static_cast<std::size_t>(mt_storage(writer.get())->headerSize);
+        footerSize = static_cast<std::size_t>(mt_storage(writer.get())->footerSize);
         return readFile(path());
     }
     static Bytes part(const Bytes& bytes, std::size_t from, std::size_t to) {

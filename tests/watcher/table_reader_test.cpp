@@ -6,6 +6,7 @@
 #include "messagetable/message_lookup.h"
 #include "messagetable/table_walk.h"
 #include "tests/support/fault_platform.h"
+#include "tests/support/message_takers.h"
 #include "tests/watcher/table_reader_fixture.h"
 
 namespace tabulo::internal::test {
@@ -69,7 +70,7 @@ TEST_F(TableReaderTest, FramesMuchLargerThanTheBufferAreDelivered) {
     record.onIdle = [&](int) {
         if (next == wires.size()) {
             record.stop();
-            return static_cast<ErrorCode>(NO_ERROR);
+            return NO_ERROR;
         }
         const std::size_t number = next++;
         return storeMessage(writer.get(), static_cast<std::int32_t>(number) + 1, wires[number]);
@@ -85,7 +86,8 @@ TEST_F(TableReaderTest, AFooterOf18012BytesIsSteppedOver) {
     shape.configuredStrings = 12;
     shape.configuredNumbers = 16;
     const WatchedTablePtr writer = open("orders", OpenMode::create);
-    ASSERT_EQ(writer->frames->footerSize, 18012) << "the widest table's footer is larger than a reader's first buffer";
+    ASSERT_EQ(mt_storage(writer.get())->footerSize, 18012)
+        << "the widest table's footer is larger than a reader's first buffer";
     for (std::int32_t id = 1; id <= 7; ++id) {
         ASSERT_EQ(storeMessage(writer.get(), id), NO_ERROR);
     }
@@ -94,7 +96,7 @@ TEST_F(TableReaderTest, AFooterOf18012BytesIsSteppedOver) {
     record.onIdle = [&](int) {
         if (next > 20) {
             record.stop();
-            return static_cast<ErrorCode>(NO_ERROR);
+            return NO_ERROR;
         }
         return storeMessage(writer.get(), next++);
     };
@@ -204,11 +206,6 @@ TEST_F(TableReaderTest, ADamagedLengthGrowsTheBufferOnlyWhileBytesCome) {
     }
 }
 
-ErrorCode skipMessages(std::int32_t*, void*, const BlockSummary*, const MessageMetadata*, const StringField*,
-                       std::int32_t, const NumericValue*, std::int32_t) {
-    return NO_ERROR;
-}
-
 TEST_F(TableReaderTest, LookupsReadsAndOtherWatchesOfTheSameHandleDisturbNothing) {
     const WatchedTablePtr writer = open("orders", OpenMode::create);
     openReader();
@@ -217,19 +214,16 @@ TEST_F(TableReaderTest, LookupsReadsAndOtherWatchesOfTheSameHandleDisturbNothing
     }
     const WatcherPtr other = watch({reader.get()});
     std::int32_t last = 5;
+    const auto walkOn = [](const MessageView&) { return Visit::goOn; };
+    const auto stopAtOnce = [](const MessageView&, std::int32_t) { return false; };
     const auto disturb = [&] {
         std::int32_t id = 0;
         EXPECT_EQ(mt_getLastUniformMessageId(reader.get(), &id), NO_ERROR);
         EXPECT_EQ(id, last);
         const BlockReaderPtr frames(mfr_createReader(reader->storage.get(), reader->header.layout));
-        EXPECT_EQ(mfr_readForward(frames.get(), reader->storage->headerSize, skipMessages, nullptr), NO_ERROR);
+        EXPECT_EQ(mfr_readForward(frames.get(), reader->storage->headerSize, visitorOf(&walkOn)), NO_ERROR);
         const std::int32_t from[] = {id - 1};
-        const auto stopAtOnce = [](std::int32_t* stop, void*, const MessageMetadata*, const StringField*, std::int32_t,
-                                   const NumericValue*, std::int32_t, std::int32_t) {
-            *stop = 1;
-            return static_cast<ErrorCode>(NO_ERROR);
-        };
-        EXPECT_EQ(messageWatcher_startWatching(other.get(), 1, from, nullptr, stopAtOnce), NO_ERROR);
+        EXPECT_EQ(messageWatcher_startWatching(other.get(), 1, from, watchListenerOf(&stopAtOnce)), NO_ERROR);
     };
     record.onMessage = [&](const Received&) {
         disturb();
@@ -238,7 +232,7 @@ TEST_F(TableReaderTest, LookupsReadsAndOtherWatchesOfTheSameHandleDisturbNothing
     record.onIdle = [&](int) {
         if (last == 25) {
             record.stop();
-            return static_cast<ErrorCode>(NO_ERROR);
+            return NO_ERROR;
         }
         last += 1;
         const ErrorCode code = storeMessage(writer.get(), last, std::string(400, 'x'));

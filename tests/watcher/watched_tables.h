@@ -13,8 +13,8 @@
 
 #include "core/handle.h"
 #include "messagetable/message_table.h"
-#include "tests/support/message.h"
 #include "tests/support/bytes.h"
+#include "tests/support/message.h"
 #include "tests/support/temporary_directory.h"
 #include "watcher/message_watcher.h"
 

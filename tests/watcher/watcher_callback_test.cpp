@@ -120,7 +120,7 @@ TEST_F(WatcherCallback, AReceiverMayDropTheTableOfTheMessageThatItReceives) {
         if (call == 4) {
             record.stop();
         }
-        return static_cast<ErrorCode>(NO_ERROR);
+        return NO_ERROR;
     };
     EXPECT_EQ(record.run(watcher.get(), {1}), NO_ERROR);
     EXPECT_EQ(record.deliveries(), (Events{"1@0", "2@0", "3@0", "4@0", "5@0", "6@0"}));

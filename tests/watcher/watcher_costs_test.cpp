@@ -26,7 +26,7 @@ class WatcherCosts : public WatcherTest {
         reader = open("orders", OpenMode::read);
         watcher = watch({reader.get()});
     }
-    std::size_t footer() const { return static_cast<std::size_t>(writer->frames->footerSize); }
+    std::size_t footer() const { return static_cast<std::size_t>(mt_storage(writer.get())->footerSize); }
     std::size_t size() const {
         return static_cast<std::size_t>(tableFileCachedSize(tableStorage_master(writer->storage.get())));
     }

@@ -22,12 +22,15 @@ class WatcherErrors : public WatcherTest {
     LogCapture log;
 };
 
-ErrorCode neverCalled(std::int32_t* stop, void*, const MessageMetadata*, const StringField*, std::int32_t,
-                      const NumericValue*, std::int32_t, std::int32_t) {
-    ADD_FAILURE() << "the callback is called";
+ErrorCode mustNotCome(std::int32_t* stop) {
+    ADD_FAILURE() << "the listener is called";
     *stop = 1;
     return NO_ERROR;
 }
+
+const WatchListener neverCalled{
+    nullptr, [](void*, const MessageView&, std::int32_t, std::int32_t* stop) { return mustNotCome(stop); },
+    [](void*, std::int32_t* stop) { return mustNotCome(stop); }};
 
 TEST_F(WatcherErrors, AWatcherNeedsItsTables) {
     const WatchedTablePtr table = filled("orders", {1});
@@ -76,9 +79,12 @@ TEST_F(WatcherErrors, NullArgumentsAreRefused) {
     const WatchedTablePtr table = filled("orders", {1});
     const WatcherPtr watcher = watch({table.get()});
     const std::int32_t id = 1;
-    EXPECT_EQ(messageWatcher_startWatching(nullptr, 1, &id, nullptr, neverCalled), NULL_POINTER_ERROR);
-    EXPECT_EQ(messageWatcher_startWatching(watcher.get(), 1, nullptr, nullptr, neverCalled), NULL_POINTER_ERROR);
-    EXPECT_EQ(messageWatcher_startWatching(watcher.get(), 1, &id, nullptr, nullptr), NULL_POINTER_ERROR);
+    EXPECT_EQ(messageWatcher_startWatching(nullptr, 1, &id, neverCalled), NULL_POINTER_ERROR);
+    EXPECT_EQ(messageWatcher_startWatching(watcher.get(), 1, nullptr, neverCalled), NULL_POINTER_ERROR);
+    const WatchListener withoutMessages{nullptr, nullptr, neverCalled.onIdle};
+    const WatchListener withoutIdle{nullptr, neverCalled.onMessage, nullptr};
+    EXPECT_EQ(messageWatcher_startWatching(watcher.get(), 1, &id, withoutMessages), NULL_POINTER_ERROR);
+    EXPECT_EQ(messageWatcher_startWatching(watcher.get(), 1, &id, withoutIdle), NULL_POINTER_ERROR);
 }
 
 TEST_F(WatcherErrors, FewerIdsThanTablesAreRefusedBeforeAnythingIsPositioned) {
@@ -90,8 +96,7 @@ TEST_F(WatcherErrors, FewerIdsThanTablesAreRefusedBeforeAnythingIsPositioned) {
     const std::int64_t ordinal = watcher->readers[0]->ordinal;
     const std::int32_t ids[] = {1};
     for (const std::int32_t count : {1, 0, -1}) {
-        EXPECT_EQ(messageWatcher_startWatching(watcher.get(), count, ids, nullptr, neverCalled),
-                  INDEX_OUT_OF_BOUNDS_ERROR)
+        EXPECT_EQ(messageWatcher_startWatching(watcher.get(), count, ids, neverCalled), INDEX_OUT_OF_BOUNDS_ERROR)
             << "count " << count;
         EXPECT_EQ(watcher->readers[0]->fileOffset, offset);
         EXPECT_EQ(watcher->readers[0]->ordinal, ordinal);
@@ -142,6 +147,27 @@ TEST_F(WatcherErrors, AnErrorOfACallWithoutAMessageEndsTheWatch) {
     EXPECT_EQ(record.run(watcher.get(), {1}), OUT_OF_MEMORY_ERROR);
     EXPECT_EQ(record.events, (Events{"1@0", "idle", "idle"}));
     EXPECT_EQ(endLine(), errorLine(OUT_OF_MEMORY_ERROR, 1));
+}
+
+TEST_F(WatcherErrors, AnErrorThatComesWithAStopIsTheResult) {
+    const WatchedTablePtr table = filled("orders", {1, 2});
+    const WatcherPtr watcher = watch({table.get()});
+    record.onMessage = [&](const Received&) {
+        record.stop();
+        return JNI_ERROR;
+    };
+    EXPECT_EQ(record.run(watcher.get(), {1}), JNI_ERROR);
+    EXPECT_EQ(record.events, Events{"1@0"});
+    EXPECT_EQ(endLine(), errorLine(JNI_ERROR, 1));
+    record.clear();
+    record.onMessage = nullptr;
+    record.onIdle = [&](int) {
+        record.stop();
+        return OUT_OF_MEMORY_ERROR;
+    };
+    EXPECT_EQ(record.run(watcher.get(), {1}), OUT_OF_MEMORY_ERROR);
+    EXPECT_EQ(record.events, (Events{"1@0", "2@0", "idle"}));
+    EXPECT_EQ(endLine(), errorLine(OUT_OF_MEMORY_ERROR, 2));
 }
 
 // Errors of reading, met behind the first message.
@@ -200,7 +226,7 @@ TEST_F(WatcherReadErrors, AnErrorOfALaterTableKeepsTheMessageThatAnEarlierOneHas
             storeDamaged();
             return storeMessage(first.get(), 2);
         }
-        return static_cast<ErrorCode>(NO_ERROR);
+        return NO_ERROR;
     };
     EXPECT_EQ(record.run(watcher.get(), {1, 1}), CONSISTENCY_ERROR);
     EXPECT_EQ(record.events, (Events{"1@1", "idle", "idle"})) << "an error ends the search";
@@ -233,18 +259,21 @@ struct Starver {
     int messages = 0;
     int calls = 0;  // without a message
 
-    static ErrorCode take(std::int32_t* stop, void* context, const MessageMetadata* metadata, const StringField*,
-                          std::int32_t, const NumericValue*, std::int32_t, std::int32_t) {
-        auto* self = static_cast<Starver*>(context);
-        if (metadata == nullptr) {
-            self->failure.reset();
-            self->calls += 1;
-            *stop = 1;
-            return NO_ERROR;
-        }
-        self->messages += 1;
-        self->failure = std::make_unique<AllocationFailure>(1);
-        return NO_ERROR;
+    WatchListener listener() {
+        return {this,
+                [](void* owner, const MessageView&, std::int32_t, std::int32_t*) {
+                    auto* self = static_cast<Starver*>(owner);
+                    self->messages += 1;
+                    self->failure = std::make_unique<AllocationFailure>(1);
+                    return NO_ERROR;
+                },
+                [](void* owner, std::int32_t* stop) {
+                    auto* self = static_cast<Starver*>(owner);
+                    self->failure.reset();
+                    self->calls += 1;
+                    *stop = 1;
+                    return NO_ERROR;
+                }};
     }
 };
 
@@ -252,7 +281,7 @@ TEST_F(WatcherReadErrors, ABufferThatCannotGrowEndsTheWatchBehindOneMoreCall) {
     ASSERT_EQ(storeMessage(writer.get(), 2, std::string(40000, 'x')), NO_ERROR);
     Starver starver;
     const std::int32_t from = 1;
-    EXPECT_EQ(messageWatcher_startWatching(watcher.get(), 1, &from, &starver, Starver::take), OUT_OF_MEMORY_ERROR);
+    EXPECT_EQ(messageWatcher_startWatching(watcher.get(), 1, &from, starver.listener()), OUT_OF_MEMORY_ERROR);
     EXPECT_EQ(starver.messages, 1);
     EXPECT_EQ(starver.calls, 1) << "what was gathered is handed on";
 }
@@ -262,7 +291,7 @@ TEST_F(WatcherReadErrors, TextsThatCannotBeCopiedEndTheWatchBehindOneMoreCall) {
     ASSERT_EQ(storeMessage(writer.get(), 2, std::string(9000, 'x')), NO_ERROR);
     Starver starver;
     const std::int32_t from = 1;
-    EXPECT_EQ(messageWatcher_startWatching(watcher.get(), 1, &from, &starver, Starver::take), OUT_OF_MEMORY_ERROR);
+    EXPECT_EQ(messageWatcher_startWatching(watcher.get(), 1, &from, starver.listener()), OUT_OF_MEMORY_ERROR);
     EXPECT_EQ(starver.messages, 1);
     EXPECT_EQ(starver.calls, 1) << "what was gathered is handed on";
 }

@@ -1,6 +1,7 @@
 // Which messages a watch delivers, in which order, and from where on.
 #include <limits>
 
+#include "tests/support/message_takers.h"
 #include "tests/watcher/watched_tables.h"
 
 namespace tabulo::internal::test {
@@ -114,7 +115,8 @@ TEST_F(WatcherOrder, EveryFieldOfAMessageIsDelivered) {
     shape.configuredStrings = 12;
     shape.configuredNumbers = 16;
     const WatchedTablePtr writer = open("wide", OpenMode::create);
-    MessageMetadata metadata;
+    Message message;
+    MessageMetadata& metadata = message.metadata;
     metadata.uniformId = 11;
     metadata.seqNum = 12;
     metadata.prevSeqNum = 13;
@@ -123,18 +125,13 @@ TEST_F(WatcherOrder, EveryFieldOfAMessageIsDelivered) {
     metadata.msgType = {'A', 'B', 'C', 'D', 'E'};
     metadata.isPossDupFlag = 1;
     metadata.isOutOfSequence = 1;
-    std::array<std::string, 16> texts;
-    std::array<StringField, 16> strings{};
-    std::array<NumericValue, 16> numbers{};
     for (std::size_t i = 0; i < 16; ++i) {
-        if (i != 5) {
-            texts[i] = "text " + std::to_string(i);
-            strings[i] = {texts[i].data(), static_cast<std::int32_t>(texts[i].size())};
-        }
-        numbers[i] = i % 2 == 0 ? numericValue_ofDouble(0.5 * static_cast<double>(i)) : numericValue_ofLong(-7);
+        message.strings.push_back(i == 5 ? std::nullopt : std::optional("text " + std::to_string(i)));
+        message.numbers.push_back(i % 2 == 0 ? numericValue_ofDouble(0.5 * static_cast<double>(i))
+                                             : numericValue_ofLong(-7));
     }
-    numbers[3] = {};
-    ASSERT_EQ(mt_writeMessage(writer.get(), &metadata, strings.data(), 16, numbers.data(), 16), NO_ERROR);
+    message.numbers[3] = {};
+    ASSERT_EQ(writeMessage(writer.get(), message), NO_ERROR);
     const WatchedTablePtr reader = open("wide", OpenMode::read);
     const WatcherPtr watcher = watch({reader.get()});
     ASSERT_EQ(record.run(watcher.get(), {1}), NO_ERROR);
@@ -151,38 +148,31 @@ TEST_F(WatcherOrder, EveryFieldOfAMessageIsDelivered) {
     ASSERT_EQ(received.strings.size(), 16U);
     ASSERT_EQ(received.numbers.size(), 16U);
     for (std::size_t i = 0; i < 16; ++i) {
-        EXPECT_EQ(received.strings[i], i == 5 ? std::nullopt : std::optional(texts[i])) << "text " << i;
-        EXPECT_EQ(received.numbers[i].type, numbers[i].type) << "number " << i;
-        EXPECT_EQ(received.numbers[i].longValue, numbers[i].longValue) << "number " << i;
+        EXPECT_EQ(received.strings[i], message.strings[i]) << "text " << i;
+        EXPECT_EQ(received.numbers[i].type, message.numbers[i].type) << "number " << i;
+        EXPECT_EQ(received.numbers[i].longValue, message.numbers[i].longValue) << "number " << i;
     }
 }
 
 TEST_F(WatcherOrder, TextsAreCopiesThatDoNotStandInAReadersBuffer) {
     const WatchedTablePtr writer = open("orders", OpenMode::create);
     ASSERT_EQ(storeMessage(writer.get(), 1, "some text"), NO_ERROR);
-    struct Seen {
-        const TableReader* reader;
-        int texts = 0;
-        bool inBuffer = false;
-    };
     const WatcherPtr watcher = watch({writer.get()});
-    Seen seen{watcher->readers[0].get()};
-    const auto look = [](std::int32_t* stop, void* context, const MessageMetadata* metadata, const StringField* strings,
-                         std::int32_t count, const NumericValue*, std::int32_t, std::int32_t) {
-        auto* s = static_cast<Seen*>(context);
-        *stop = metadata == nullptr ? 1 : 0;
-        for (std::int32_t i = 0; i < count; ++i) {
-            const auto* text = reinterpret_cast<const std::uint8_t*>(strings[i].text);
-            const std::vector<std::uint8_t>& buffer = s->reader->buffer;
-            s->texts += text != nullptr ? 1 : 0;
-            s->inBuffer = s->inBuffer || (text >= buffer.data() && text < buffer.data() + buffer.size());
+    const std::vector<std::uint8_t>& buffer = watcher->readers[0]->buffer;
+    int texts = 0;
+    bool inBuffer = false;
+    const auto look = [&](const MessageView& message, std::int32_t) {
+        for (const StringField& field : message.texts) {
+            const auto* text = reinterpret_cast<const std::uint8_t*>(field.text);
+            texts += text != nullptr ? 1 : 0;
+            inBuffer = inBuffer || (text >= buffer.data() && text < buffer.data() + buffer.size());
         }
-        return static_cast<ErrorCode>(NO_ERROR);
+        return true;
     };
     const std::int32_t from = 1;
-    ASSERT_EQ(messageWatcher_startWatching(watcher.get(), 1, &from, &seen, look), NO_ERROR);
-    EXPECT_EQ(seen.texts, 1);
-    EXPECT_FALSE(seen.inBuffer) << "the text is the reader's own, which the next refill overwrites";
+    ASSERT_EQ(messageWatcher_startWatching(watcher.get(), 1, &from, watchListenerOf(&look)), NO_ERROR);
+    EXPECT_EQ(texts, 1);
+    EXPECT_FALSE(inBuffer) << "the text is the reader's own, which the next refill overwrites";
 }
 
 TEST_F(WatcherOrder, AWatchThatEndedCanBeStartedAgainAndPositionsItsReadersAnew) {
@@ -242,7 +232,7 @@ TEST_F(WatcherOrder, AWritersOwnHandleCanBeWatched) {
     record.onIdle = [&](int call) {
         if (call > 7) {
             record.stop();
-            return static_cast<ErrorCode>(NO_ERROR);
+            return NO_ERROR;
         }
         return storeMessage(writer.get(), call);
     };

@@ -112,12 +112,12 @@ int writeBursts(const WriteLimit& limit, std::uint64_t seed) {
 // not that of a frame or a block.
 void leaveHalfAFrame(const char* name, std::uint64_t random) {
     const WatchedTablePtr table = makeWatched("./", name, SHAPE);
-    if (mt_open(table.get(), OpenMode::read) != NO_ERROR) {
+    if (mt_open(table.get(), OpenMode::read) != NO_ERROR || mt_refresh(table.get()) != NO_ERROR) {
         return;
     }
     const auto size = static_cast<std::int64_t>(std::filesystem::file_size(name));
     const std::int64_t block = mt_openBlockStart(table.get());
-    const BlockSummary& open = table->writer->summary;
+    const BlockSummary& open = table->view.reader->summary;
     const bool atFrame = open.messageCount > 0 && open.messageCount < SHAPE.messagesPerBlock &&
                          block + 8 + static_cast<std::int64_t>(open.frameBytes) == size;
     if (!atFrame && block != size) {
@@ -174,24 +174,28 @@ struct Follower {
         startWriter();
         planKill();
     }
-    ErrorCode take(std::int32_t* stop, const MessageMetadata* metadata, const StringField* strings,
-                   std::int32_t count) {
+    // What every call of the watch begins with. False when it must not come.
+    bool goesOn(std::int32_t* stop) {
         if (stopped) {
-            problem = "the callback is called behind a stop";
-            return NO_ERROR;
+            problem = "the listener is called behind a stop";
+            return false;
         }
         if (std::chrono::steady_clock::now() > deadline) {
             fail(stop, "message " + std::to_string(last + 1) + " does not come");
         }
-        if (metadata == nullptr) {
+        return true;
+    }
+    ErrorCode take(std::int32_t* stop, const MessageView& message) {
+        if (!goesOn(stop)) {
             return NO_ERROR;
         }
-        if (metadata->uniformId != last + 1) {
-            fail(stop, "message " + std::to_string(metadata->uniformId) + " comes behind " + std::to_string(last));
-        } else if (stringField_bytes(strings[count - 2]) != wireOf(last + 1)) {
+        const std::int32_t id = message.metadata.uniformId;
+        if (id != last + 1) {
+            fail(stop, "message " + std::to_string(id) + " comes behind " + std::to_string(last));
+        } else if (stringField_bytes(message_wire(message)) != wireOf(last + 1)) {
             fail(stop, "message " + std::to_string(last + 1) + " has another content");
         }
-        last = metadata->uniformId;
+        last = id;
         limit.set(last + LEAD);
         if (last == MESSAGES) {
             limit.set(MESSAGES + BEYOND);
@@ -202,10 +206,15 @@ struct Follower {
         }
         return NO_ERROR;
     }
-    static ErrorCode call(std::int32_t* stop, void* context, const MessageMetadata* metadata,
-                          const StringField* strings, std::int32_t stringCount, const NumericValue*, std::int32_t,
-                          std::int32_t) {
-        return static_cast<Follower*>(context)->take(stop, metadata, strings, stringCount);
+    WatchListener listener() {
+        return {this,
+                [](void* owner, const MessageView& message, std::int32_t, std::int32_t* stop) {
+                    return static_cast<Follower*>(owner)->take(stop, message);
+                },
+                [](void* owner, std::int32_t* stop) {
+                    static_cast<Follower*>(owner)->goesOn(stop);
+                    return NO_ERROR;
+                }};
     }
 };
 
@@ -251,7 +260,7 @@ int follow(int kills) {
     follower.startWriter();
     follower.planKill();
     const std::array<std::int32_t, TABLES> from{1, 1, 1};
-    const ErrorCode code = messageWatcher_startWatching(watcher.get(), TABLES, from.data(), &follower, Follower::call);
+    const ErrorCode code = messageWatcher_startWatching(watcher.get(), TABLES, from.data(), follower.listener());
     const int written = follower.problem.empty() ? follower.writer->wait() : 0;
     if (code != NO_ERROR) {
         follower.problem = "the watch ends with " + std::string(getErrorMessage(code));

@@ -67,7 +67,7 @@ class UnattachedThreads : public WithJvm {
         for (std::int32_t id = 1; cut && id <= 3; ++id) {
             MessageMetadata metadata;
             metadata.uniformId = id;
-            EXPECT_EQ(NO_ERROR, mt_writeMessage(table, &metadata, strings.data(), 4, nullptr, 0));
+            EXPECT_EQ(NO_ERROR, mt_writeMessage(table, {metadata, strings, {}}));
         }
         EXPECT_EQ(NO_ERROR, mt_getLastUniformMessageId(table, lastId));
         std::int32_t none = 0;
