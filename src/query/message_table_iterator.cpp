@@ -5,9 +5,8 @@
 #include <new>
 
 #include "messagetable/message_lookup.h"
-#include "query/block_match.h"
 #include "query/iterator_step.h"
-#include "query/message_match.h"
+#include "query/match.h"
 #include "query/pseudo_field.h"
 
 namespace tabulo::internal {

@@ -3,11 +3,17 @@
 #include <algorithm>
 #include <cmath>
 
+#include "core/log.h"
+#include "messagetable/range_compare.h"
+#include "query/pseudo_field.h"
+
 namespace tabulo::internal {
 
 namespace {
 
 constexpr std::uint32_t POINT = LOW_INCLUSIVE | HIGH_INCLUSIVE;
+// With more entries than this, a filter is judged by its overall bounds.
+constexpr std::size_t ENTRIES_LOOKED_AT = 64;
 
 template <typename Number>
 using Entries = std::vector<NumericFilterEntry<Number>>;
@@ -111,6 +117,116 @@ bool contains(const NumericFilter<Number>& filter, Number value) {
     return found != filter.entries.end() && compare(value, *found) == 0;
 }
 
+template <typename Number>
+std::int32_t compareConfigured(const BlockSummary& block, Number low, Number high, std::int32_t fieldIndex) {
+    const NumericValue& minimum = block.minimum.numericValues[static_cast<std::size_t>(fieldIndex)];
+    const NumericValue& maximum = block.maximum.numericValues[static_cast<std::size_t>(fieldIndex)];
+    if (minimum.type != maximum.type || numericValue_isNaN(minimum) || numericValue_isNaN(maximum)) {
+        return 0;  // damaged: rules nothing out
+    }
+    if (minimum.type == NumericType::absent) {
+        return NO_OVERLAP;
+    }
+    return range_compare(low, high, numericValue_as<Number>(minimum), numericValue_as<Number>(maximum));
+}
+
+template <typename Number>
+std::int32_t compareIds(const BlockSummary& block, Number low, Number high) {
+    if (low < 0) {
+        return 0;  // ids below 0 have no class, and no range in the footer
+    }
+    for (std::size_t c = 0; c < block.minimum.connMsgIds.size(); ++c) {
+        const std::int32_t minimum = block.minimum.connMsgIds[c];
+        const std::int32_t maximum = block.maximum.connMsgIds[c];
+        if (minimum <= maximum &&
+            range_compare(low, high, static_cast<Number>(minimum), static_cast<Number>(maximum)) == 0) {
+            return 0;
+        }
+    }
+    return NO_OVERLAP;
+}
+
+template <typename Number>
+std::int32_t comparePseudo(const BlockSummary& block, Number low, Number high, std::int32_t field) {
+    const RangeRecord& minimum = block.minimum;
+    const RangeRecord& maximum = block.maximum;
+    switch (field) {
+        case PSEUDO_UNIFORM_ID:
+            return range_compare(low, high, static_cast<Number>(minimum.uniformId),
+                                 static_cast<Number>(maximum.uniformId));
+        case PSEUDO_SEQ_NUM:
+            return range_compare(low, high, static_cast<Number>(minimum.seqNum), static_cast<Number>(maximum.seqNum));
+        case PSEUDO_TIMESTAMP:
+            return range_compare(low, high, numericValue_as<Number>(numericValue_ofLong(minimum.timestamp)),
+                                 numericValue_as<Number>(numericValue_ofLong(maximum.timestamp)));
+        case PSEUDO_CONN_MSG_ID:
+            return compareIds(block, low, high);
+        default:
+            return 0;
+    }
+}
+
+template <typename Number>
+std::int32_t compareNumericIndex(const char* function, const BlockSummary& block, const MessageTableLayout& layout,
+                                 Number low, Number high, std::int32_t fieldIndex) {
+    const std::int32_t end = layout.numericFieldCount + PSEUDO_FIELD_COUNT;
+    if (fieldIndex < 0 || fieldIndex >= end) {
+        log_note(function, "internal error: index number %d is out of range [0..%d)\n", fieldIndex, end);
+        return 0;
+    }
+    return fieldIndex < layout.numericFieldCount
+               ? compareConfigured(block, low, high, fieldIndex)
+               : comparePseudo(block, low, high, fieldIndex - layout.numericFieldCount);
+}
+
+std::int32_t compareEntry(const BlockSummary& block, const MessageTableLayout& layout, double low, double high,
+                          std::int32_t fieldIndex) {
+    return mfr_compareNumericIndexDouble(block, layout, low, high, fieldIndex);
+}
+
+std::int32_t compareEntry(const BlockSummary& block, const MessageTableLayout& layout, std::int64_t low,
+                          std::int64_t high, std::int32_t fieldIndex) {
+    return mfr_compareNumericIndexLong(block, layout, low, high, fieldIndex);
+}
+
+template <typename Number>
+bool mayMatchBlock(const NumericFilter<Number>& filter, const BlockSummary& block, const MessageTableLayout& layout) {
+    const bool ignored = filter.fieldIndex < 0 || filter.fieldIndex - PSEUDO_FIELD_COUNT >= layout.numericFieldCount;
+    if (filter.includeNull || (ignored && filter.entries.empty())) {
+        return true;
+    }
+    if (filter.entries.size() > ENTRIES_LOOKED_AT) {
+        return compareEntry(block, layout, filter.overallMin, filter.overallMax, filter.fieldIndex) == 0;
+    }
+    return std::any_of(filter.entries.begin(), filter.entries.end(), [&](const auto& entry) {
+        return compareEntry(block, layout, entry.low, entry.high, filter.fieldIndex) == 0;
+    });
+}
+
+// A NaN counts as absent for a filter on doubles; for one on longs it reads as 0.
+bool isAbsent(const NumericValue& value, double) {
+    return value.type == NumericType::absent || numericValue_isNaN(value);
+}
+
+bool isAbsent(const NumericValue& value, std::int64_t) {
+    return value.type == NumericType::absent;
+}
+
+template <typename Number>
+bool matches(const NumericFilter<Number>& filter, const MessageView& message) {
+    const std::int64_t pseudo = filter.fieldIndex - static_cast<std::int64_t>(message.numbers.size());
+    if (filter.fieldIndex < 0 || pseudo >= PSEUDO_FIELD_COUNT) {
+        return true;
+    }
+    const NumericValue value =
+        pseudo >= 0 ? numericValue_ofLong(pseudoField_value(message.metadata, static_cast<std::int32_t>(pseudo)))
+                    : message.numbers[static_cast<std::size_t>(filter.fieldIndex)];
+    if (isAbsent(value, Number{})) {
+        return filter.includeNull;
+    }
+    return numericFilter_contains(filter, numericValue_as<Number>(value));
+}
+
 }  // namespace
 
 void numericFilter_build(DoubleFilter* filter, const double* minimums, const double* maximums, std::int32_t pairCount,
@@ -129,6 +245,34 @@ bool numericFilter_contains(const DoubleFilter& filter, double value) noexcept {
 
 bool numericFilter_contains(const LongFilter& filter, std::int64_t value) noexcept {
     return contains(filter, value);
+}
+
+std::int32_t mfr_compareNumericIndexDouble(const BlockSummary& block, const MessageTableLayout& layout, double low,
+                                           double high, std::int32_t fieldIndex) noexcept {
+    return compareNumericIndex("mfr_compareNumericIndexDouble", block, layout, low, high, fieldIndex);
+}
+
+std::int32_t mfr_compareNumericIndexLong(const BlockSummary& block, const MessageTableLayout& layout, std::int64_t low,
+                                         std::int64_t high, std::int32_t fieldIndex) noexcept {
+    return compareNumericIndex("mfr_compareNumericIndexLong", block, layout, low, high, fieldIndex);
+}
+
+bool numericFilter_mayMatchBlock(const DoubleFilter& filter, const BlockSummary& block,
+                                 const MessageTableLayout& layout) noexcept {
+    return mayMatchBlock(filter, block, layout);
+}
+
+bool numericFilter_mayMatchBlock(const LongFilter& filter, const BlockSummary& block,
+                                 const MessageTableLayout& layout) noexcept {
+    return mayMatchBlock(filter, block, layout);
+}
+
+bool numericFilter_matches(const DoubleFilter& filter, const MessageView& message) noexcept {
+    return matches(filter, message);
+}
+
+bool numericFilter_matches(const LongFilter& filter, const MessageView& message) noexcept {
+    return matches(filter, message);
 }
 
 }  // namespace tabulo::internal

@@ -3,10 +3,16 @@
 // It is made from pairs and single values. A pair (minimum, maximum) keeps what lies strictly between; a single value
 // is a point; a value at the end of an interval includes that end, and joins two intervals that touch there. All
 // comparisons are by < and > only: -0.0 and 0.0 are one point, a NaN is in nothing.
+//
+// A field index below the layout's numericFieldCount N names a configured field; the seven from N on are the metadata
+// (pseudo_field.h). A filter on any other index is ignored.
 #pragma once
 
 #include <cstdint>
 #include <vector>
+
+#include "messagetable/block_summary.h"
+#include "messagetable/message.h"
 
 namespace tabulo::internal {
 
@@ -23,8 +29,8 @@ static_assert(sizeof(NumericFilterEntry<double>) == 24 && sizeof(NumericFilterEn
 
 template <typename Number>
 struct NumericFilter {
-    std::int32_t fieldIndex = 0;  // a configured field, or behind the last one a pseudo field of the metadata
-    Number overallMin = 0;        // above overallMax while there is no entry
+    std::int32_t fieldIndex = 0;
+    Number overallMin = 0;  // above overallMax while there is no entry
     Number overallMax = -1;
     bool includeNull = false;  // a message whose field is absent (doubles: or NaN) passes
     std::vector<NumericFilterEntry<Number>> entries;
@@ -43,5 +49,22 @@ void numericFilter_build(LongFilter* filter, const std::int64_t* minimums, const
 // True when the value lies inside an entry; false for a filter without entries.
 bool numericFilter_contains(const DoubleFilter& filter, double value) noexcept;
 bool numericFilter_contains(const LongFilter& filter, std::int64_t value) noexcept;
+
+// A range [low, high] against the block's range of a field: -1 when it lies wholly below, 1 when wholly above, 0 when
+// they overlap (touching ends do), NO_OVERLAP (range_compare.h) when the block has no value. 0 with a NOTE, which names
+// the helper, for an index outside 0 .. N + 6.
+std::int32_t mfr_compareNumericIndexDouble(const BlockSummary& block, const MessageTableLayout& layout, double low,
+                                           double high, std::int32_t fieldIndex) noexcept;
+std::int32_t mfr_compareNumericIndexLong(const BlockSummary& block, const MessageTableLayout& layout, std::int64_t low,
+                                         std::int64_t high, std::int32_t fieldIndex) noexcept;
+
+// False when no message of a closed block can match, told from its footer.
+bool numericFilter_mayMatchBlock(const DoubleFilter& filter, const BlockSummary& block,
+                                 const MessageTableLayout& layout) noexcept;
+bool numericFilter_mayMatchBlock(const LongFilter& filter, const BlockSummary& block,
+                                 const MessageTableLayout& layout) noexcept;
+
+bool numericFilter_matches(const DoubleFilter& filter, const MessageView& message) noexcept;
+bool numericFilter_matches(const LongFilter& filter, const MessageView& message) noexcept;
 
 }  // namespace tabulo::internal

@@ -8,6 +8,13 @@ namespace tabulo::internal {
 
 namespace {
 
+constexpr std::int32_t ID_NOT_SET = -1;
+
+// A time as the setters take it: 0 means not set.
+std::optional<std::int64_t> unlessZero(std::int64_t time) {
+    return time == 0 ? std::nullopt : std::optional(time);
+}
+
 // Runs a setter that may allocate.
 template <typename Setter>
 ErrorCode guarded(const QueryConditions* conditions, Setter setter) noexcept {
@@ -55,16 +62,6 @@ void setBound(std::optional<std::string>* slot, const char* text) {
     }
 }
 
-void setClassIds(std::array<MessageMetadata, MESSAGE_CLASS_COUNT>* bounds, const std::int32_t* ids,
-                 std::int32_t count) {
-    for (std::int32_t i = 0; i < count; ++i) {
-        const MessageClass messageClass = classifyConnMsgId(ids[i]);
-        if (messageClass != NO_MESSAGE_CLASS) {
-            (*bounds)[static_cast<std::size_t>(messageClass)].connMsgId = ids[i];
-        }
-    }
-}
-
 template <typename Number>
 ErrorCode addNumericFilter(QueryConditions* conditions, std::vector<NumericFilter<Number>> QueryConditions::*list,
                            std::int32_t fieldIndex, const Number* minimums, const Number* maximums,
@@ -88,15 +85,7 @@ ErrorCode addNumericFilter(QueryConditions* conditions, std::vector<NumericFilte
 }  // namespace
 
 QueryConditions* conditions_create() noexcept {
-    auto* conditions = new (std::nothrow) QueryConditions;
-    if (conditions != nullptr) {
-        for (std::size_t c = 0; c < conditions->lower.size(); ++c) {
-            conditions->lower[c].connMsgId = ID_NOT_SET;
-            conditions->upper[c].connMsgId = ID_NOT_SET;
-            conditions->upper[c].seqNum = -1;
-        }
-    }
-    return conditions;
+    return new (std::nothrow) QueryConditions;
 }
 
 void conditions_destroy(QueryConditions* conditions) noexcept {
@@ -119,17 +108,15 @@ ErrorCode conditions_setInverted(QueryConditions* conditions, bool inverted) noe
 
 ErrorCode conditions_setSeqNumRange(QueryConditions* conditions, std::int32_t begin, std::int32_t end) noexcept {
     return guarded(conditions, [&] {
-        conditions->lower[0].seqNum = begin;
-        conditions->upper[0].seqNum = end;
+        conditions->metadata.seqNums = end < begin ? std::nullopt : std::optional(ValueRange<std::int32_t>{begin, end});
         return NO_ERROR;
     });
 }
 
 ErrorCode conditions_setMessageIdRange(QueryConditions* conditions, std::int32_t start, std::int32_t end) noexcept {
     return guarded(conditions, [&] {
-        conditions->perClassIds = false;
-        conditions->lower[0].connMsgId = start;
-        conditions->upper[0].connMsgId = end;
+        conditions->metadata.ids = start == ID_NOT_SET ? std::nullopt : std::optional(IdRange{start, end});
+        conditions->metadata.idsByClass.reset();
         return NO_ERROR;
     });
 }
@@ -144,58 +131,41 @@ ErrorCode conditions_setMessageIdRanges(QueryConditions* conditions, const std::
         if (startCount < 0 || endCount < 0) {
             return WRONG_PARAMETER_ERROR;
         }
-        for (std::size_t c = 0; c < conditions->lower.size(); ++c) {
-            conditions->lower[c].connMsgId = ID_NOT_SET;
-            conditions->upper[c].connMsgId = ID_NOT_SET;
-        }
-        setClassIds(&conditions->lower, startIds, startCount);
-        setClassIds(&conditions->upper, endIds, endCount);
-        conditions->perClassIds = false;
-        for (std::size_t c = 0; c < conditions->lower.size(); ++c) {
-            std::int32_t& lower = conditions->lower[c].connMsgId;
-            std::int32_t& upper = conditions->upper[c].connMsgId;
-            if (lower != ID_NOT_SET && upper == ID_NOT_SET) {
-                upper = connMsgClassLastId(lower);
-            }
-            if (lower == upper) {
-                lower = ID_NOT_SET;
-                upper = ID_NOT_SET;
-            }
-            conditions->perClassIds = conditions->perClassIds || lower != ID_NOT_SET;
-        }
+        conditions->metadata.ids.reset();
+        conditions->metadata.idsByClass = metadataCondition_classIdRanges(
+            {startIds, static_cast<std::size_t>(startCount)}, {endIds, static_cast<std::size_t>(endCount)});
         return NO_ERROR;
     });
 }
 
 ErrorCode conditions_setStartingTime(QueryConditions* conditions, std::int64_t time) noexcept {
     return guarded(conditions, [&] {
-        conditions->lower[0].timestamp = time;
+        conditions->metadata.from = unlessZero(time);
         return NO_ERROR;
     });
 }
 
 ErrorCode conditions_setEndingTime(QueryConditions* conditions, std::int64_t time) noexcept {
     return guarded(conditions, [&] {
-        conditions->upper[0].timestamp = time;
+        conditions->metadata.until = unlessZero(time);
         return NO_ERROR;
     });
 }
 
 ErrorCode conditions_setPossDupFlag(QueryConditions* conditions, bool isPossDup) noexcept {
     return guarded(conditions, [&] {
-        conditions->lower[0].isPossDupFlag = isPossDup ? 0 : 1;
-        conditions->upper[0].isPossDupFlag = isPossDup ? 1 : 0;
+        conditions->metadata.possDup = isPossDup;
         return NO_ERROR;
     });
 }
 
 ErrorCode conditions_setExcludedMsgTypeCount(QueryConditions* conditions, std::int32_t count) noexcept {
-    return guarded(conditions, [&] { return resizeSlots(&conditions->excludedMsgTypes, count); });
+    return guarded(conditions, [&] { return resizeSlots(&conditions->metadata.excludedMsgTypes, count); });
 }
 
 ErrorCode conditions_setExcludedMsgType(QueryConditions* conditions, std::int32_t slot, const char* text) noexcept {
     return guarded(conditions, [&]() -> ErrorCode {
-        auto& types = conditions->excludedMsgTypes;
+        auto& types = conditions->metadata.excludedMsgTypes;
         if (types.empty() || text == nullptr) {
             return NULL_POINTER_ERROR;
         }
@@ -206,9 +176,7 @@ ErrorCode conditions_setExcludedMsgType(QueryConditions* conditions, std::int32_
         std::copy_n(text, std::min(std::strlen(text), stored.size()), stored.begin());
         types[static_cast<std::size_t>(slot)] = stored;
         if (isLastSlot(slot, types.size())) {
-            std::sort(types.begin(), types.end(), [](const ExcludedMsgType& left, const ExcludedMsgType& right) {
-                return std::memcmp(left.data(), right.data(), left.size()) < 0;
-            });
+            metadataCondition_sortExcluded(&conditions->metadata);
         }
         return NO_ERROR;
     });

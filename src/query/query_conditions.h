@@ -1,46 +1,26 @@
 // What a query selects: one record, filled setter by setter and then handed to an iterator, which owns it.
 //
-// The bounds have the shape of a message's metadata, one record per message class; only class slot 0 carries the fields
-// other than the id.
-//
-//   condition               stored in                            not set
-//   sequence number range   lower[0].seqNum, upper[0].seqNum     end below begin (0, -1)
-//   single id range         lower[0].connMsgId, upper[0]...      lower -1
-//   id ranges per class     lower[c].connMsgId, upper[c]...      perClassIds 0
-//   times                   lower[0].timestamp, upper[0]...      0
-//   PossDup                 lower byte set: the message's must be clear; upper byte set: it must be set
-//
 // Every setter returns NULL_POINTER_ERROR for a null record (per-filter setters also when no filter was added yet),
 // INDEX_OUT_OF_BOUNDS_ERROR for a slot at or beyond the sized count, OUT_OF_MEMORY_ERROR, WRONG_PARAMETER_ERROR for a
 // negative count, or NO_ERROR; what was stored before stays. Sized arrays are filled slot by slot up to the last slot,
 // whose setting sorts them. Per-filter setters act on the filter that was added last.
 #pragma once
 
-#include <array>
 #include <cstdint>
-#include <memory>
 #include <vector>
 
 #include "core/error_codes.h"
 #include "core/handle.h"
-#include "messagetable/message_class.h"
-#include "messagetable/message_metadata.h"
+#include "query/metadata_condition.h"
 #include "query/numeric_filter.h"
 #include "query/string_filter.h"
 
 namespace tabulo::internal {
 
-inline constexpr std::int32_t ID_NOT_SET = -1;
-
-using ExcludedMsgType = std::array<char, MSG_TYPE_LENGTH>;  // NUL-padded, no terminator when five long
-
 struct QueryConditions {
     bool iterateBackward = false;
     bool inverted = false;  // select the messages that do not match
-    std::array<MessageMetadata, MESSAGE_CLASS_COUNT> lower;
-    std::array<MessageMetadata, MESSAGE_CLASS_COUNT> upper;
-    bool perClassIds = false;
-    std::vector<ExcludedMsgType> excludedMsgTypes;  // sorted
+    MetadataCondition metadata;
     std::vector<StringFilter> stringFilters;
     std::vector<DoubleFilter> doubleFilters;
     std::vector<LongFilter> longFilters;
@@ -55,12 +35,12 @@ using QueryConditionsPtr = Handle<QueryConditions, conditions_destroy>;
 
 ErrorCode conditions_setIterateBackward(QueryConditions* conditions, bool backward) noexcept;
 ErrorCode conditions_setInverted(QueryConditions* conditions, bool inverted) noexcept;
-// Inclusive; in force only while end >= begin.
+// Inclusive; an end below begin means not set.
 ErrorCode conditions_setSeqNumRange(QueryConditions* conditions, std::int32_t begin, std::int32_t end) noexcept;
-// One inclusive id range over all classes; its ends should be of one class, since closed blocks know ids by class only.
+// One inclusive id range over all classes, instead of ranges per class; a start of -1 means not set. Its ends should be
+// of one class, since closed blocks know ids by class only.
 ErrorCode conditions_setMessageIdRange(QueryConditions* conditions, std::int32_t start, std::int32_t end) noexcept;
-// Inclusive ranges by the class of each id; a later id of a class replaces an earlier one, ids without a class are
-// ignored. A class with a start and no end goes to its last id; one whose start equals its end is dropped, on purpose.
+// Inclusive ranges by the class of each id (metadataCondition_classIdRanges), instead of the single one.
 // NULL_POINTER_ERROR also for a null array with a count above 0.
 ErrorCode conditions_setMessageIdRanges(QueryConditions* conditions, const std::int32_t* startIds,
                                         std::int32_t startCount, const std::int32_t* endIds,

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "messagetable/message_metadata.h"
+#include "core/log.h"
 
 namespace tabulo::internal {
 
@@ -97,6 +97,51 @@ bool stringFilter_acceptsMsgType(const StringFilter& filter, std::string_view ms
         }
     }
     return insideAnyRange(filter, type, firstFive);
+}
+
+std::int32_t mfr_compareStr(const BlockSummary& block, const MessageTableLayout& layout, const char* text,
+                            std::int32_t fieldIndex) noexcept {
+    if (fieldIndex < 0 || fieldIndex > layout.stringFieldCount) {
+        log_note("mfr_compareStr", "internal error: index number %d is out of range [0..%d)\n", fieldIndex,
+                 layout.stringFieldCount + 1);
+        return 0;
+    }
+    const std::int32_t filtered = std::min(layout.summarisedStringFieldCount, layout.stringFieldCount);
+    if (text == nullptr || fieldIndex >= filtered) {
+        return 0;
+    }
+    return blockSummary_mayContain(block, fieldIndex, text) ? 0 : -1;
+}
+
+bool stringFilter_mayMatchBlock(const StringFilter& filter, const BlockSummary& block,
+                                const MessageTableLayout& layout) noexcept {
+    const bool hasFooterFilter =
+        filter.fieldIndex >= 0 &&
+        filter.fieldIndex < std::min(layout.summarisedStringFieldCount, layout.stringFieldCount);
+    if (filter.includeNull || filter.ignoreCase || !filter.ranges.empty() ||
+        (!hasFooterFilter && filter.values.empty())) {
+        return true;
+    }
+    return std::any_of(filter.values.begin(), filter.values.end(), [&](const std::optional<std::string>& value) {
+        return mfr_compareStr(block, layout, value.has_value() ? value->c_str() : nullptr, filter.fieldIndex) == 0;
+    });
+}
+
+bool stringFilter_matches(const StringFilter& filter, const MessageView& message) noexcept {
+    const std::int32_t index = filter.fieldIndex;
+    const auto stringFieldCount = static_cast<std::int32_t>(message.texts.size());
+    if (index < 0 || index > stringFieldCount) {
+        return true;
+    }
+    if (index == stringFieldCount) {
+        return stringFilter_acceptsMsgType(filter, message.metadata.msgType.data());
+    }
+    const StringField& field = message.texts[static_cast<std::size_t>(index)];
+    // The empty text counts as absent where absent fields pass; elsewhere it is a text like any other.
+    if (field.length <= 0 || (filter.includeNull && stringField_withoutNul(field).empty())) {
+        return filter.includeNull;
+    }
+    return stringFilter_accepts(filter, stringField_bytes(field));
 }
 
 }  // namespace tabulo::internal

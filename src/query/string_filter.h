@@ -2,6 +2,9 @@
 //
 // Texts are compared byte by byte, up to their first NUL or their end, as unsigned bytes. ignoreCase folds the ASCII
 // letters only, independent of the locale, in values; ranges always compare with case.
+//
+// A field index is the slot in the message; the one behind the last slot, the layout's stringFieldCount S, is the
+// MsgType. A filter on any other index is ignored.
 #pragma once
 
 #include <cstdint>
@@ -10,10 +13,13 @@
 #include <string_view>
 #include <vector>
 
+#include "messagetable/block_summary.h"
+#include "messagetable/message.h"
+
 namespace tabulo::internal {
 
 struct StringFilter {
-    std::int32_t fieldIndex = 0;                     // slot number in the message; one behind the last is the MsgType
+    std::int32_t fieldIndex = 0;
     std::vector<std::optional<std::string>> values;  // sorted once the last slot has been written
     std::vector<std::optional<std::string>> ranges;  // pair k: [2k] minimum, [2k+1] maximum; none is an open bound
     bool includeNull = false;                        // a message whose field is absent passes
@@ -33,5 +39,16 @@ bool stringFilter_accepts(const StringFilter& filter, std::string_view text) noe
 // The same for a MsgType: five characters are compared, with case, and the values are scanned (they may have been
 // sorted without case).
 bool stringFilter_acceptsMsgType(const StringFilter& filter, std::string_view msgType) noexcept;
+
+// A text against the block's filter of its field: -1 when the filter rejects it; 0 when it may hold it, the text is
+// null, or the field has no filter. 0 with a NOTE, which names the helper, for an index outside 0 .. S.
+std::int32_t mfr_compareStr(const BlockSummary& block, const MessageTableLayout& layout, const char* text,
+                            std::int32_t fieldIndex) noexcept;
+
+// False when no message of a closed block can match, told from its footer.
+bool stringFilter_mayMatchBlock(const StringFilter& filter, const BlockSummary& block,
+                                const MessageTableLayout& layout) noexcept;
+
+bool stringFilter_matches(const StringFilter& filter, const MessageView& message) noexcept;
 
 }  // namespace tabulo::internal

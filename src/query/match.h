@@ -1,0 +1,18 @@
+// Whether a block, or one message, meets the conditions of a query: every one of them must agree.
+#pragma once
+
+#include "messagetable/block_summary.h"
+#include "messagetable/message.h"
+#include "query/query_conditions.h"
+
+namespace tabulo::internal {
+
+// False when no message of a closed block can match, told from its footer alone: every value that some condition could
+// accept lies outside a range, or a filter, built from every message of the block. In any doubt it may match.
+bool query_blockMayMatch(const QueryConditions& conditions, const BlockSummary& block,
+                         const MessageTableLayout& layout) noexcept;
+
+// True when the message passes every condition. A pure function: the inverted flag and the direction are not looked at.
+bool query_messageMatches(const QueryConditions& conditions, const MessageView& message) noexcept;
+
+}  // namespace tabulo::internal
