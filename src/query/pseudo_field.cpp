@@ -15,9 +15,9 @@ std::int64_t pseudoField_value(const MessageMetadata& metadata, std::int32_t fie
         case PSEUDO_TIMESTAMP:
             return metadata.timestamp;
         case PSEUDO_POSS_DUP:
-            return metadata.isPossDupFlag;
+            return metadata.isPossDupFlag != 0 ? 1 : 0;
         case PSEUDO_OUT_OF_SEQUENCE:
-            return metadata.isOutOfSequence;
+            return metadata.isOutOfSequence != 0 ? 1 : 0;
         default:
             return 0;
     }

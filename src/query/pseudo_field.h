@@ -19,7 +19,7 @@ enum PseudoField : std::int32_t {
 };
 inline constexpr std::int32_t PSEUDO_FIELD_COUNT = 7;
 
-// The field's value; the flags are 0 or 1 as stored. 0 for a number that names no field.
+// The field's value; a flag is 0 or 1, whatever other byte is stored for it. 0 for a number that names no field.
 std::int64_t pseudoField_value(const MessageMetadata& metadata, std::int32_t field) noexcept;
 
 }  // namespace tabulo::internal
