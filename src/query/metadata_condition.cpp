@@ -119,7 +119,7 @@ bool metadataCondition_matches(const MetadataCondition& condition, const Message
            (!condition.until.has_value() || metadata.timestamp <= *condition.until) &&
            (!condition.seqNums.has_value() || contains(*condition.seqNums, metadata.seqNum)) &&
            (!condition.possDup.has_value() || *condition.possDup == (metadata.isPossDupFlag != 0)) &&
-           !isExcluded(condition.excludedMsgTypes, metadata.msgType.data());
+           (condition.excludedMsgTypes.empty() || !isExcluded(condition.excludedMsgTypes, metadata.msgType.data()));
 }
 
 }  // namespace tabulo::internal

@@ -203,9 +203,9 @@ bool mayMatchBlock(const NumericFilter<Number>& filter, const BlockSummary& bloc
     });
 }
 
-// A NaN counts as absent for a filter on doubles; for one on longs it reads as 0.
-bool isAbsent(const NumericValue& value, double) {
-    return value.type == NumericType::absent || numericValue_isNaN(value);
+// A NaN counts as absent for a filter on doubles, where an absent value reads as one; for one on longs it reads as 0.
+bool isAbsent(const NumericValue&, double number) {
+    return std::isnan(number);
 }
 
 bool isAbsent(const NumericValue& value, std::int64_t) {
@@ -221,10 +221,8 @@ bool matches(const NumericFilter<Number>& filter, const MessageView& message) {
     const NumericValue value =
         pseudo >= 0 ? numericValue_ofLong(pseudoField_value(message.metadata, static_cast<std::int32_t>(pseudo)))
                     : message.numbers[static_cast<std::size_t>(filter.fieldIndex)];
-    if (isAbsent(value, Number{})) {
-        return filter.includeNull;
-    }
-    return numericFilter_contains(filter, numericValue_as<Number>(value));
+    const Number number = numericValue_as<Number>(value);
+    return isAbsent(value, number) ? filter.includeNull : contains(filter, number);
 }
 
 }  // namespace
