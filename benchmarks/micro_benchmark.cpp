@@ -10,8 +10,7 @@
 #include "core/byte_stream.h"
 #include "messagetable/block_summary.h"
 #include "messagetable/frame.h"
-#include "query/block_match.h"
-#include "query/message_match.h"
+#include "query/match.h"
 #include "query/query_conditions.h"
 
 namespace {

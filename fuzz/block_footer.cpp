@@ -10,7 +10,7 @@
 #include "fuzz/harness.h"
 #include "fuzz/table_image.h"
 #include "fuzz/tables.h"
-#include "query/block_match.h"
+#include "query/match.h"
 
 namespace tabulo::internal::fuzz {
 

@@ -145,12 +145,9 @@ QueryConditionsPtr conditionsFrom(Input* input, const MessageTableLayout& layout
 }
 
 bool conditions_leaveOutClosedBlocks(const QueryConditions& conditions) {
-    const std::int32_t first = conditions.lower[0].connMsgId;
-    if (conditions.perClassIds || first == ID_NOT_SET) {
-        return false;
-    }
-    const MessageClass messageClass = classifyConnMsgId(first);
-    return messageClass == NO_MESSAGE_CLASS || messageClass != classifyConnMsgId(conditions.upper[0].connMsgId);
+    const std::optional<IdRange>& ids = conditions.metadata.ids;
+    return ids && (classifyConnMsgId(ids->first) == NO_MESSAGE_CLASS ||
+                   classifyConnMsgId(ids->first) != classifyConnMsgId(ids->last));
 }
 
 }  // namespace tabulo::internal::fuzz

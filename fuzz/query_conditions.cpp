@@ -10,8 +10,7 @@
 #include "fuzz/harness.h"
 #include "fuzz/tables.h"
 #include "messagetable/block_summary.h"
-#include "query/block_match.h"
-#include "query/message_match.h"
+#include "query/match.h"
 
 namespace tabulo::internal::fuzz {
 

@@ -7,7 +7,7 @@
 #include "fuzz/harness.h"
 #include "messagetable/message_lookup.h"
 #include "messagetable/message_read.h"
-#include "query/message_match.h"
+#include "query/match.h"
 #include "tests/support/current_message.h"
 #include "watcher/message_watcher.h"
 

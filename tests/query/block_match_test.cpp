@@ -1,6 +1,4 @@
 // The compare helpers: one range of a query against the summary of one block.
-#include "query/block_match.h"
-
 #include <gtest/gtest.h>
 
 #include <cmath>

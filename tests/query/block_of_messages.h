@@ -6,7 +6,8 @@
 #include <vector>
 
 #include "messagetable/block_summary.h"
-#include "query/block_match.h"
+#include "messagetable/range_compare.h"
+#include "query/match.h"
 #include "tests/query/query_fixture.h"
 
 namespace tabulo::internal::test {

@@ -1,11 +1,10 @@
 // The message test: which messages meet a query, whatever their blocks.
-#include "query/message_match.h"
-
 #include <gtest/gtest.h>
 
 #include <cmath>
 #include <limits>
 
+#include "query/match.h"
 #include "tests/query/query_fixture.h"
 
 namespace tabulo::internal::test {

@@ -18,12 +18,12 @@ class Conditions : public ::testing::Test {
         return conditions_setMessageIdRanges(conditions, starts.data(), static_cast<std::int32_t>(starts.size()),
                                              ends.data(), static_cast<std::int32_t>(ends.size()));
     }
-    std::int32_t lower(MessageClass messageClass) const {
-        return conditions->lower[static_cast<std::size_t>(messageClass)].connMsgId;
+    // The range of a class; none when ids are not asked for by class, too.
+    std::optional<IdRange> range(MessageClass messageClass) const {
+        const std::optional<ClassIdRanges>& ranges = conditions->metadata.idsByClass;
+        return ranges ? (*ranges)[static_cast<std::size_t>(messageClass)] : std::nullopt;
     }
-    std::int32_t upper(MessageClass messageClass) const {
-        return conditions->upper[static_cast<std::size_t>(messageClass)].connMsgId;
-    }
+    bool perClassIds() const { return conditions->metadata.idsByClass.has_value(); }
 
     QueryConditionsPtr owned{conditions_create()};
     QueryConditions* conditions = owned.get();
@@ -32,24 +32,19 @@ class Conditions : public ::testing::Test {
 TEST_F(Conditions, AFreshRecordAsksForNothing) {
     EXPECT_FALSE(conditions->iterateBackward);
     EXPECT_FALSE(conditions->inverted);
-    EXPECT_FALSE(conditions->perClassIds);
-    for (std::size_t c = 0; c < 5; ++c) {
-        EXPECT_EQ(conditions->lower[c].seqNum, 0);
-        EXPECT_EQ(conditions->upper[c].seqNum, -1);
-        EXPECT_EQ(conditions->lower[c].connMsgId, -1);
-        EXPECT_EQ(conditions->upper[c].connMsgId, -1);
-        EXPECT_EQ(conditions->lower[c].timestamp, 0);
-        EXPECT_EQ(conditions->upper[c].timestamp, 0);
-        EXPECT_EQ(conditions->lower[c].isPossDupFlag, 0);
-        EXPECT_EQ(conditions->upper[c].isPossDupFlag, 0);
-    }
-    EXPECT_TRUE(conditions->excludedMsgTypes.empty());
+    EXPECT_EQ(conditions->metadata.seqNums, std::nullopt);
+    EXPECT_EQ(conditions->metadata.ids, std::nullopt);
+    EXPECT_EQ(conditions->metadata.idsByClass, std::nullopt);
+    EXPECT_EQ(conditions->metadata.from, std::nullopt);
+    EXPECT_EQ(conditions->metadata.until, std::nullopt);
+    EXPECT_EQ(conditions->metadata.possDup, std::nullopt);
+    EXPECT_TRUE(conditions->metadata.excludedMsgTypes.empty());
     EXPECT_TRUE(conditions->stringFilters.empty());
     EXPECT_TRUE(conditions->doubleFilters.empty());
     EXPECT_TRUE(conditions->longFilters.empty());
 }
 
-TEST_F(Conditions, PlainSettersReachTheirFieldsOfClassSlotZero) {
+TEST_F(Conditions, PlainSettersReachTheirFields) {
     EXPECT_EQ(conditions_setIterateBackward(conditions, true), NO_ERROR);
     EXPECT_EQ(conditions_setInverted(conditions, true), NO_ERROR);
     EXPECT_EQ(conditions_setSeqNumRange(conditions, -5, 7), NO_ERROR);
@@ -57,79 +52,103 @@ TEST_F(Conditions, PlainSettersReachTheirFieldsOfClassSlotZero) {
     EXPECT_EQ(conditions_setEndingTime(conditions, std::numeric_limits<std::int64_t>::max()), NO_ERROR);
     EXPECT_TRUE(conditions->iterateBackward);
     EXPECT_TRUE(conditions->inverted);
-    EXPECT_EQ(conditions->lower[0].seqNum, -5);
-    EXPECT_EQ(conditions->upper[0].seqNum, 7);
-    EXPECT_EQ(conditions->lower[0].timestamp, -1);
-    EXPECT_EQ(conditions->upper[0].timestamp, std::numeric_limits<std::int64_t>::max());
-    EXPECT_EQ(conditions->upper[1].seqNum, -1) << "other classes keep their defaults";
+    EXPECT_EQ(conditions->metadata.seqNums, (ValueRange<std::int32_t>{-5, 7}));
+    EXPECT_EQ(conditions->metadata.from, -1);
+    EXPECT_EQ(conditions->metadata.until, std::numeric_limits<std::int64_t>::max());
 }
 
-TEST_F(Conditions, ThePossDupFlagSetsOneOfTwoBytesAndClearsTheOther) {
+TEST_F(Conditions, ThePossDupFlagIsReplacedByALaterOne) {
     EXPECT_EQ(conditions_setPossDupFlag(conditions, true), NO_ERROR);
-    EXPECT_EQ(conditions->lower[0].isPossDupFlag, 0);
-    EXPECT_EQ(conditions->upper[0].isPossDupFlag, 1);
+    EXPECT_EQ(conditions->metadata.possDup, true);
     EXPECT_EQ(conditions_setPossDupFlag(conditions, false), NO_ERROR);
-    EXPECT_EQ(conditions->lower[0].isPossDupFlag, 1);
-    EXPECT_EQ(conditions->upper[0].isPossDupFlag, 0);
+    EXPECT_EQ(conditions->metadata.possDup, false);
+}
+
+TEST_F(Conditions, WhatMeansNotSetTakesBackWhatWasSet) {
+    EXPECT_EQ(conditions_setSeqNumRange(conditions, 5, 5), NO_ERROR);
+    EXPECT_EQ(conditions->metadata.seqNums, (ValueRange<std::int32_t>{5, 5}));
+    EXPECT_EQ(conditions_setSeqNumRange(conditions, 5, 4), NO_ERROR);
+    EXPECT_EQ(conditions->metadata.seqNums, std::nullopt) << "an end below the begin";
+    EXPECT_EQ(conditions_setMessageIdRange(conditions, 5, 4), NO_ERROR);
+    EXPECT_EQ(conditions->metadata.ids, (IdRange{5, 4})) << "ids that no message has";
+    EXPECT_EQ(conditions_setMessageIdRange(conditions, -1, 4), NO_ERROR);
+    EXPECT_EQ(conditions->metadata.ids, std::nullopt) << "a start of -1";
+    EXPECT_EQ(conditions_setStartingTime(conditions, 5), NO_ERROR);
+    EXPECT_EQ(conditions_setStartingTime(conditions, 0), NO_ERROR);
+    EXPECT_EQ(conditions->metadata.from, std::nullopt);
+    EXPECT_EQ(conditions_setEndingTime(conditions, 5), NO_ERROR);
+    EXPECT_EQ(conditions_setEndingTime(conditions, 0), NO_ERROR);
+    EXPECT_EQ(conditions->metadata.until, std::nullopt);
 }
 
 TEST_F(Conditions, AClassWithAStartAloneGoesToItsLastId) {
     EXPECT_EQ(setRanges({0x20000005}, {}), NO_ERROR);
-    EXPECT_EQ(lower(APP_FROM), 0x20000005);
-    EXPECT_EQ(upper(APP_FROM), 0x3FFFFFFE);
-    EXPECT_TRUE(conditions->perClassIds);
-    EXPECT_EQ(lower(APP_TO), -1);
-    EXPECT_EQ(upper(APP_TO), -1);
+    EXPECT_EQ(range(APP_FROM), (IdRange{0x20000005, 0x3FFFFFFE}));
+    EXPECT_EQ(range(APP_TO), std::nullopt);
 }
 
 TEST_F(Conditions, AClassWhoseStartIsItsEndIsDropped) {
     EXPECT_EQ(setRanges({0x20000005, 3}, {0x20000005, 9}), NO_ERROR);
-    EXPECT_EQ(lower(APP_FROM), -1);
-    EXPECT_EQ(upper(APP_FROM), -1);
-    EXPECT_EQ(lower(APP_TO), 3);
-    EXPECT_EQ(upper(APP_TO), 9);
-    EXPECT_TRUE(conditions->perClassIds);
+    EXPECT_EQ(range(APP_FROM), std::nullopt);
+    EXPECT_EQ(range(APP_TO), (IdRange{3, 9}));
     EXPECT_EQ(setRanges({MOST}, {}), NO_ERROR);
-    EXPECT_EQ(lower(RESENT), -1) << "the class's last id is also its end";
-    EXPECT_FALSE(conditions->perClassIds);
+    EXPECT_FALSE(perClassIds()) << "the class's last id is also its end";
 }
 
-TEST_F(Conditions, AClassWithAnEndAloneKeepsItAndDoesNotSwitchTheTestOn) {
+TEST_F(Conditions, AClassWithAnEndAloneBeginsAtItsFirstIdAndDoesNotSwitchTheTestOn) {
     EXPECT_EQ(setRanges({}, {100}), NO_ERROR);
-    EXPECT_EQ(lower(APP_TO), -1);
-    EXPECT_EQ(upper(APP_TO), 100);
-    EXPECT_FALSE(conditions->perClassIds);
+    EXPECT_FALSE(perClassIds());
     EXPECT_EQ(setRanges({0x60000000}, {100}), NO_ERROR);
-    EXPECT_EQ(upper(APP_TO), 100);
-    EXPECT_TRUE(conditions->perClassIds);
+    EXPECT_EQ(range(APP_TO), (IdRange{0, 100}));
+    EXPECT_EQ(range(RESENT), (IdRange{0x60000000, MOST}));
 }
 
 TEST_F(Conditions, ALaterIdOfAClassReplacesAnEarlierOneAndIdsWithoutAClassAreIgnored) {
     EXPECT_EQ(setRanges({50, -7, 20}, {80, -1, 90}), NO_ERROR);
-    EXPECT_EQ(lower(APP_TO), 20);
-    EXPECT_EQ(upper(APP_TO), 90);
+    EXPECT_EQ(range(APP_TO), (IdRange{20, 90}));
     EXPECT_EQ(setRanges({-7}, {-9}), NO_ERROR);
-    EXPECT_EQ(lower(APP_TO), -1) << "the bounds of an earlier call are gone";
-    EXPECT_FALSE(conditions->perClassIds);
+    EXPECT_FALSE(perClassIds()) << "the bounds of an earlier call are gone";
 }
 
 TEST_F(Conditions, ZeroIsAnIdLikeAnyOther) {
     EXPECT_EQ(setRanges({0}, {5}), NO_ERROR);
-    EXPECT_EQ(lower(APP_TO), 0);
-    EXPECT_TRUE(conditions->perClassIds);
+    EXPECT_EQ(range(APP_TO), (IdRange{0, 5}));
 }
 
 TEST_F(Conditions, TheSingleIdRangeSwitchesThePerClassTestOff) {
     EXPECT_EQ(setRanges({5}, {9}), NO_ERROR);
     EXPECT_EQ(conditions_setMessageIdRange(conditions, 3, 4), NO_ERROR);
-    EXPECT_FALSE(conditions->perClassIds);
-    EXPECT_EQ(conditions->lower[0].connMsgId, 3);
-    EXPECT_EQ(conditions->upper[0].connMsgId, 4);
+    EXPECT_FALSE(perClassIds());
+    EXPECT_EQ(conditions->metadata.ids, (IdRange{3, 4}));
+    EXPECT_EQ(setRanges({5}, {9}), NO_ERROR);
+    EXPECT_EQ(conditions_setMessageIdRange(conditions, -1, 4), NO_ERROR);
+    EXPECT_FALSE(perClassIds()) << "also one that is not set";
+}
+
+TEST_F(Conditions, RangesPerClassReplaceTheSingleOneAlsoWhenNoneIsLeft) {
+    EXPECT_EQ(conditions_setMessageIdRange(conditions, 3, 4), NO_ERROR);
+    EXPECT_EQ(setRanges({5}, {9}), NO_ERROR);
+    EXPECT_EQ(conditions->metadata.ids, std::nullopt);
+    EXPECT_EQ(range(APP_TO), (IdRange{5, 9}));
+    EXPECT_EQ(conditions_setMessageIdRange(conditions, 3, 4), NO_ERROR);
+    EXPECT_EQ(setRanges({}, {9}), NO_ERROR);
+    EXPECT_EQ(conditions->metadata.ids, std::nullopt);
+    EXPECT_FALSE(perClassIds());
+}
+
+TEST_F(Conditions, RefusedRangesLeaveTheOldOnes) {
+    const std::int32_t id = 5;
+    EXPECT_EQ(conditions_setMessageIdRange(conditions, 3, 4), NO_ERROR);
+    EXPECT_EQ(conditions_setMessageIdRanges(conditions, nullptr, 1, &id, 1), NULL_POINTER_ERROR);
+    EXPECT_EQ(conditions_setMessageIdRanges(conditions, &id, 1, nullptr, 1), NULL_POINTER_ERROR);
+    EXPECT_EQ(conditions_setMessageIdRanges(conditions, &id, 1, &id, -1), WRONG_PARAMETER_ERROR);
+    EXPECT_EQ(conditions->metadata.ids, (IdRange{3, 4}));
+    EXPECT_FALSE(perClassIds());
 }
 
 std::string excluded(const QueryConditions* conditions) {
     std::string all;
-    for (const ExcludedMsgType& type : conditions->excludedMsgTypes) {
+    for (const ExcludedMsgType& type : conditions->metadata.excludedMsgTypes) {
         all += std::string(type.data(), type.size()) + "|";
     }
     return all;
