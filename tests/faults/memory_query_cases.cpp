@@ -27,7 +27,7 @@ void addNumericFilter(Digests* answer, const Filter& filter) {
 // All that a record holds in memory of its own.
 Digests contentOf(const QueryConditions* conditions) {
     Digests content;
-    for (const ExcludedMsgType& type : conditions->excludedMsgTypes) {
+    for (const ExcludedMsgType& type : conditions->metadata.excludedMsgTypes) {
         content.add(std::string_view(type.data(), type.size()));
     }
     content.add(static_cast<std::int64_t>(conditions->stringFilters.size()));
