@@ -75,7 +75,8 @@ ErrorCode loadForward(MessageTableIterator* iterator, TableFile* file) {
         // The open block, or nothing yet. It is not asked about: it may grow.
         std::int64_t size = 0;
         code = checkPlace(iterator, file, block.start, &size);
-        if (code == NO_ERROR && size > framesStart) {
+        // Where nothing stood when the block was looked for, the next call looks again: it may have come since.
+        if (code == NO_ERROR && block.state == BlockState::open && size > framesStart) {
             enterBlock(iterator, frameCursor_forward(reader, file, framesStart, size, SCAN_PIECE_SIZE));
         }
         return code;
