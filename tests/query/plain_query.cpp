@@ -92,9 +92,9 @@ Number numberOf(const Message& message, std::size_t field) {
                 return {Number::whole, 0, stored.longValue};
         }
     }
-    const std::int64_t pseudo[7] = {metadata.uniformId,      metadata.seqNum,    metadata.prevSeqNum,
-                                    metadata.connMsgId,      metadata.timestamp, metadata.isPossDupFlag,
-                                    metadata.isOutOfSequence};
+    const std::int64_t pseudo[7] = {metadata.uniformId,           metadata.seqNum,    metadata.prevSeqNum,
+                                    metadata.connMsgId,           metadata.timestamp, metadata.isPossDupFlag != 0,
+                                    metadata.isOutOfSequence != 0};
     return {Number::whole, 0, pseudo[field - configured]};
 }
 

@@ -124,8 +124,8 @@ class Writer {
         }
         metadata.timestamp = time_;
         setMsgType(&metadata, random_->of(msgTypes()));
-        metadata.isPossDupFlag = random_->percent(30) ? 1 : 0;
-        metadata.isOutOfSequence = random_->percent(30) ? 1 : 0;
+        metadata.isPossDupFlag = static_cast<std::uint8_t>(random_->percent(30) ? 1 << random_->below(8) : 0);
+        metadata.isOutOfSequence = static_cast<std::uint8_t>(random_->percent(30) ? 1 << random_->below(8) : 0);
         for (const auto& few : texts_) {
             message.strings.push_back(random_->of(few));
         }
