@@ -30,8 +30,8 @@ void setDamaged(Block* block, ErrorCode code) {
     block->damage = code;
 }
 
-// The block at hand is closed, and its footer is in the summary.
-void setClosed(BlockCursor* cursor, BlockState state) {
+// The block at hand is what `state` says, and the summary is that of its messages.
+void setRead(BlockCursor* cursor, BlockState state) {
     const BlockSummary& summary = cursor->reader->summary;
     Block& block = cursor->block;
     block.state = state;
@@ -40,9 +40,12 @@ void setClosed(BlockCursor* cursor, BlockState state) {
     block.framesEnd = block_framesStart(block) + static_cast<std::int64_t>(summary.frameBytes);
 }
 
-// The block at hand is open so far, and what a scan has found of it is in the summary.
-void setScanned(BlockCursor* cursor) {
-    setClosed(cursor, BlockState::open);
+// The footer of the block at hand has been read, with this result: when that was possible the block is closed.
+ErrorCode closedWith(BlockCursor* cursor, BlockState state, ErrorCode code) {
+    if (code == NO_ERROR) {
+        setRead(cursor, state);
+    }
+    return code;
 }
 
 // The table was dropped: what was read at this place means nothing.
@@ -64,7 +67,7 @@ void settlePosition(BlockCursor* cursor, TableFile* file) {
 
 ErrorCode scan(BlockCursor* cursor, TableFile* file, std::int64_t size, ErrorCode* scanEnd) {
     const ErrorCode code = blockReader_scan(cursor->reader, file, block_framesStart(cursor->block), size, scanEnd);
-    setScanned(cursor);
+    setRead(cursor, BlockState::open);
     return code;
 }
 
@@ -153,8 +156,7 @@ ErrorCode readByFooter(BlockCursor* cursor, TableFile* file, const Look& seen, s
         const std::uint64_t length = blockSummary_closedLength(reader->summary, reader->footerSize);
         const ErrorCode code = blockReader_readFooter(reader, file, block.start, length);
         if (!isDamage(code)) {
-            setClosed(cursor, BlockState::torn);
-            return code;
+            return closedWith(cursor, BlockState::torn, code);
         }
     }
     setDamaged(&block, HEADER_CORRUPTED_ERROR);
@@ -185,8 +187,7 @@ ErrorCode readByWord(BlockCursor* cursor, TableFile* file, std::uint64_t word) {
     Block& block = cursor->block;
     const ErrorCode closed = blockReader_readFooter(cursor->reader, file, block.start, word);
     if (!isDamage(closed)) {
-        setClosed(cursor, BlockState::closed);
-        return closed;
+        return closedWith(cursor, BlockState::closed, closed);
     }
     std::uint64_t length = 0;
     ErrorCode code = blockReader_findTornLength(cursor->reader, file, block.start, word, &length);
@@ -198,8 +199,7 @@ ErrorCode readByWord(BlockCursor* cursor, TableFile* file, std::uint64_t word) {
         setDamaged(&block, code);
         return NO_ERROR;
     }
-    setClosed(cursor, BlockState::torn);
-    return code;
+    return closedWith(cursor, BlockState::torn, code);
 }
 
 // A block whose length word was seen as 0 and whose frames do not reach the file's end.
@@ -255,8 +255,7 @@ ErrorCode readBlock(BlockCursor* cursor, TableFile* file, std::int64_t end) {
     if (reader->nextBlockStart == start && reader->nextBlockLength != 0) {
         const ErrorCode code = blockReader_readFooter(reader, file, start, reader->nextBlockLength);
         if (!isDamage(code)) {
-            setClosed(cursor, BlockState::closed);
-            return code;
+            return closedWith(cursor, BlockState::closed, code);
         }
     }
     std::uint64_t word = 0;
@@ -275,7 +274,9 @@ ErrorCode step(BlockCursor* cursor, TableFile* file, std::int64_t start, std::in
     cursor->block.start = start;
     cursor->block.framesEnd = start + BLOCK_LENGTH_SIZE;
     const ErrorCode code = readBlock(cursor, file, end);
-    settlePosition(cursor, file);
+    if (code == NO_ERROR) {
+        settlePosition(cursor, file);
+    }
     return code;
 }
 
@@ -328,13 +329,14 @@ ErrorCode blockCursor_previous(BlockCursor* cursor, TableFile* file) noexcept {
         setDamaged(&block, code);
         return NO_ERROR;
     }
-    setClosed(cursor, BlockState::closed);
-    return code;
+    return closedWith(cursor, BlockState::closed, code);
 }
 
 ErrorCode blockCursor_refresh(BlockCursor* cursor, TableFile* file) noexcept {
     const ErrorCode code = judge(cursor, file, 0);
-    settlePosition(cursor, file);
+    if (code == NO_ERROR) {
+        settlePosition(cursor, file);
+    }
     return code;
 }
 
@@ -346,7 +348,7 @@ ErrorCode blockCursor_grow(BlockCursor* cursor, TableFile* file, bool* same) noe
     if (code != NO_ERROR || !*same) {
         return code;
     }
-    setScanned(cursor);
+    setRead(cursor, BlockState::open);
     // A block that has become full has its footer behind its frames.
     const bool isFull = cursor->block.messageCount == cursor->reader->layout.messagesPerBlock;
     if (!isFull && cursor->block.framesEnd != size) {

@@ -192,7 +192,9 @@ TEST_F(DamagedTable, ATornTailOfTheOpenBlockIsTheEnd) {
     createWithMessages(8);
     Bytes bytes = readFile(path());
     bytes.resize(frameEnd(8) - 1);
+    table.reset();
     writeFile(path(), bytes);
+    table = openReader();
     EXPECT_EQ(walk().ids, idsFromTo(1, 7));
     EXPECT_EQ(walk().code, NO_ERROR);
     EXPECT_EQ(walk(true).ids, idsFromTo(7, 1));

@@ -178,9 +178,11 @@ TEST_F(TableReaderTest, AFileThatIsCutAnywhereAndCompletedDeliversEveryMessageOn
 TEST_F(TableReaderTest, ADamagedLengthGrowsTheBufferOnlyWhileBytesCome) {
     // A frame that claims a text of 2 GB, and other bytes behind it.
     Bytes damaged(FRAME, 0);
-    const Bytes huge{0xff, 0xff, 0xff, 0x7f};
-    std::copy(huge.begin(), huge.end(), damaged.begin());
-    std::copy(huge.begin(), huge.end(), damaged.begin() + 35);
+    // A text that fits into the frame: the whole can be one that is being appended.
+    const Bytes hugeFrame{0xff, 0xff, 0xff, 0x7f};
+    const Bytes hugeText{0x00, 0x00, 0xff, 0x7f};
+    std::copy(hugeFrame.begin(), hugeFrame.end(), damaged.begin());
+    std::copy(hugeText.begin(), hugeText.end(), damaged.begin() + 35);
     for (const std::size_t behind : {std::size_t{0}, std::size_t{10000}, std::size_t{100000}}) {
         written(1);
         appendFile(path(), damaged);
