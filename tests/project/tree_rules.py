@@ -107,7 +107,7 @@ def test_names(root):
     """The build finds tests by the names of their files, so a file with tests must have such a name."""
     problems = []
     for path in source_tree.files(root, (".java",)):
-        if not path.startswith("tests/java/classes/") or path.endswith("Test.java"):
+        if not path.startswith("tests/java/") or path.endswith("Test.java"):
             continue
         for number, line in enumerate(source_tree.lines(root, path), 1):
             if re.match(r"\s*@(Test|ParameterizedTest|RepeatedTest|TestFactory)\b", line):

@@ -18,7 +18,7 @@ class TreeRulesTest(unittest.TestCase):
         self.write("src/messagetable/frame.h", '#pragma once\n\n#include "storage/table_file.h"\n')
         self.write("java/jni/table.cpp", '#include "messagetable/frame.h"\n\n#include <jni.h>\n')
         self.write("tests/core/log_test.cpp", '#include "core/log.h"\n\n#include <sys/wait.h>\n\nTEST(Log, IsThere) {}\n')
-        self.write("tests/java/classes/a/TableTest.java", "    @Test\n")
+        self.write("tests/java/a/TableTest.java", "    @Test\n")
 
     def write(self, path, text):
         full = os.path.join(self.root, path)
@@ -95,10 +95,10 @@ class TreeRulesTest(unittest.TestCase):
         self.expect(tree_rules.header_guards, "src/core/bare.h:1: the header has no line '#pragma once'.")
 
     def test_tests_in_a_file_that_the_build_does_not_run_are_named(self):
-        self.write("tests/java/classes/a/TableTests.java", "class TableTests {\n    @Test\n}\n")
+        self.write("tests/java/a/TableTests.java", "class TableTests {\n    @Test\n}\n")
         self.write("tests/core/log.cpp", "TEST(Log, IsThere) {}\n")
         self.expect(tree_rules.test_names,
-                    "tests/java/classes/a/TableTests.java:2: the test never runs: the file's name must end in Test.java.",
+                    "tests/java/a/TableTests.java:2: the test never runs: the file's name must end in Test.java.",
                     "tests/core/log.cpp:1: a file with tests must have a name ending in _test.cpp.")
 
 
