@@ -65,7 +65,8 @@ if(TARGET java_tests AND TARGET tabulo)
         if(NOT short_name MATCHES "${TABULO_JAVA_TESTS}")
             continue()
         endif()
-        tabulo_script_test(java/${short_name} ${scripts}/java_tests.py
+        # Slow: a virtual machine starts for each.
+        tabulo_script_test(java/${short_name} SLOW ${scripts}/java_tests.py
             --java ${TABULO_JAVA_RUNTIME}
             --classpath ${run_path}
             --library $<TARGET_FILE:tabulo>
