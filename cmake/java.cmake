@@ -1,17 +1,22 @@
 # The Java side, built with plain javac: tabulo.jar from java/classes, tabulo-examples.jar from examples/java, and the test classes
-# from tests/java/classes. A class directory is made anew each time, so that no class outlives its source.
+# from tests/java. A class directory is made anew each time, so that no class outlives its source.
 set(TABULO_JAVAC ${TABULO_JDK}/bin/javac)
 set(TABULO_JAVA_RUNTIME ${TABULO_JDK}/bin/java)
 set(TABULO_JAVA_DIRECTORY ${PROJECT_BINARY_DIR}/java)
 set(TABULO_JAVAC_OPTIONS -encoding UTF-8 --release 17 -proc:none -Xlint:all -Werror)
 
 # tabulo_java(<name> <source directory> OUTPUT <file> [JAR] [NATIVE_HEADERS <directory>]
-#             [CLASSPATH ...] [OPTIONS ...] [DEPENDS ...])
-# compiles every source below the directory to java/<name>-classes; OUTPUT is the jar, or a stamp without JAR. The headers
-# of native methods, where they are asked for, are for a test to compare with what the library exports.
+#             [CLASSPATH ...] [OPTIONS ...] [DEPENDS ...] [WITHOUT <directory>])
+# compiles every source below the directory, but for those below the one of WITHOUT, to java/<name>-classes; OUTPUT is the
+# jar, or a stamp without JAR. The headers of native methods, where they are asked for, are for a test to compare with what
+# the library exports.
 function(tabulo_java name source_directory)
-    cmake_parse_arguments(arg "JAR" "OUTPUT;NATIVE_HEADERS" "CLASSPATH;OPTIONS;DEPENDS" ${ARGN})
+    cmake_parse_arguments(arg "JAR" "OUTPUT;NATIVE_HEADERS;WITHOUT" "CLASSPATH;OPTIONS;DEPENDS" ${ARGN})
     file(GLOB_RECURSE sources CONFIGURE_DEPENDS ${source_directory}/*.java)
+    if(arg_WITHOUT)
+        file(GLOB_RECURSE others CONFIGURE_DEPENDS ${arg_WITHOUT}/*.java)
+        list(REMOVE_ITEM sources ${others})
+    endif()
     if(NOT sources)
         message(STATUS "No Java source in ${source_directory}: ${name} is not built")
         return()

@@ -11,6 +11,8 @@ setup_packages=(
     openjdk-17-jdk-headless junit5
     python3 binutils clang-format strace
 )
+# What looks at the code, for the tests about the tree.
+setup_tree_packages=(clang-tidy)
 # What the fuzz targets need besides: libFuzzer comes with clang, and llvm names the places in its reports.
 setup_fuzz_packages=(clang libclang-rt-14-dev llvm)
 # What counts covered lines and branches.

@@ -10,7 +10,7 @@ namespace tabulo::internal {
 
 namespace {
 
-constexpr std::size_t KEPT_BUFFER = 1024 * 1024;  // a buffer that one huge message has grown is given back
+constexpr std::size_t KEPT_BUFFER = std::size_t{1024} * 1024;  // a buffer that one huge message has grown is given back
 constexpr jsize ASCII_PIECE = 1024;
 constexpr std::int64_t LONGEST_TEXT = std::numeric_limits<std::int32_t>::max() - 1;
 

@@ -5,6 +5,7 @@
 
 #include "jni/config_provider.h"
 #include "jni/jni_exception.h"
+#include "storage/open_mode.h"
 
 namespace tabulo::internal {
 

@@ -161,7 +161,8 @@ void blockSummary_add(BlockSummary* summary, const MessageTableLayout& layout, c
 
 bool blockSummary_mayContain(const BlockSummary& summary, std::int32_t field, std::string_view text) noexcept {
     if (summary.storedFilters != nullptr) {
-        return bloomFilter_storedMayContain(summary.storedFilters + field * BLOOM_FILTER_STORED_SIZE, text);
+        return bloomFilter_storedMayContain(summary.storedFilters + std::ptrdiff_t{field} * BLOOM_FILTER_STORED_SIZE,
+                                            text);
     }
     return bloomFilter_mayContain(&summary.filters[static_cast<std::size_t>(field)], text) != 0;
 }

@@ -40,7 +40,7 @@ std::int32_t numericNameCount(const MessageTableLayout& layout) {
 // The stored bytes, their NUL included; none for an absent name and for one that is a NUL alone.
 std::string_view textOf(const FieldName& name) {
     const std::string_view text(name.text, name.text == nullptr ? 0 : static_cast<std::size_t>(name.length));
-    return text == std::string_view("", 1) ? std::string_view() : text;
+    return text == std::string_view("\0", 1) ? std::string_view() : text;
 }
 
 ErrorCode sizeOf(TableFile* file, std::uint64_t* size) {

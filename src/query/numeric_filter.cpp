@@ -43,7 +43,7 @@ template <typename Number>
 std::vector<Number> sortedValues(const Number* values, std::int32_t valueCount) {
     std::vector<Number> sorted;
     for (std::int32_t i = 0; i < valueCount; ++i) {
-        if (values[i] >= values[i]) {  // false for a NaN
+        if (values[i] >= values[i]) {  // false for a NaN; NOLINT(misc-redundant-expression)
             sorted.push_back(values[i]);
         }
     }

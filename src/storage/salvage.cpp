@@ -10,7 +10,7 @@ namespace tabulo::internal {
 
 namespace {
 
-constexpr std::int64_t COPY_PIECE = 1024 * 1024;
+constexpr std::int64_t COPY_PIECE = std::int64_t{1024} * 1024;
 
 // Opens the first name that is not taken.
 ErrorCode openCopy(const std::string& base, FileStream* copy, std::string* path) {

@@ -4,6 +4,7 @@
 #include "messagetable/message_read.h"
 #include "messagetable/uniform_lookup.h"
 #include "tests/model/model_run.h"
+#include "tests/query/random_query.h"
 
 namespace tabulo::internal::test {
 

@@ -1,6 +1,6 @@
 """Compiles every header of the library alone, included twice, under the strict warnings.
 
-Run as headers_alone.py <root> <compiler> <flags ...>.
+Run as headers_alone.py <root> <all|native> <compiler> <flags ...>; native leaves out the binding's, which need a JDK.
 """
 
 import concurrent.futures
@@ -20,9 +20,9 @@ def compile_alone(root, compiler, flags, header):
 
 
 def main():
-    root, compiler, flags = sys.argv[1], sys.argv[2], sys.argv[3:]
+    root, areas, compiler, flags = sys.argv[1], sys.argv[2], sys.argv[3], sys.argv[4:]
     headers = [path for path in source_tree.files(root, (".h",))
-               if source_tree.area(path) in source_tree.LIBRARY_AREAS]
+               if source_tree.area(path) in source_tree.LIBRARY_AREAS and not (areas == "native" and path.startswith("java/"))]
     if not headers:
         sys.exit(f"No header found in {root}.")
     with concurrent.futures.ThreadPoolExecutor(2) as pool:

@@ -1,4 +1,5 @@
-# Compiles tests/java/classes against JUnit 5 from Debian's packages; every *Test.java becomes one test. A library that is built with
+# Compiles tests/java against JUnit 5 from Debian's packages; every *Test.java becomes one test. Its folders are by subject, its
+# packages by what a class must see of the library's: the class comes from the package's line. A library that is built with
 # sanitizers is tested with them inside the virtual machine.
 set(TABULO_JAVA_TESTS "." CACHE STRING "Which Java tests to run: a regular expression for the names of their classes")
 set(usual_timeout 300)  # seconds
@@ -43,8 +44,9 @@ if(CMAKE_CXX_FLAGS MATCHES "-fsanitize=[^ ]*address")
     endforeach()
 endif()
 
-tabulo_java(tests ${PROJECT_SOURCE_DIR}/tests/java/classes OUTPUT ${TABULO_JAVA_DIRECTORY}/tests.stamp
-    CLASSPATH ${TABULO_JAR} ${api_jars} DEPENDS ${TABULO_JAR})
+# The native tests of the binding have classes of their own.
+tabulo_java(tests ${PROJECT_SOURCE_DIR}/tests/java WITHOUT ${PROJECT_SOURCE_DIR}/tests/java/jni
+    OUTPUT ${TABULO_JAVA_DIRECTORY}/tests.stamp CLASSPATH ${TABULO_JAR} ${api_jars} DEPENDS ${TABULO_JAR})
 
 if(TARGET java_tests AND TARGET tabulo)
     add_dependencies(java_tests java_tabulo)
@@ -52,16 +54,19 @@ if(TARGET java_tests AND TARGET tabulo)
     list(JOIN launcher_jars ":" launcher_path)
     set(run_path ${TABULO_JAR}:${TABULO_JAVA_DIRECTORY}/tests-classes:${api_path}:${launcher_path})
 
-    file(GLOB_RECURSE test_files CONFIGURE_DEPENDS RELATIVE ${PROJECT_SOURCE_DIR}/tests/java/classes
-        ${PROJECT_SOURCE_DIR}/tests/java/classes/*Test.java)
+    file(GLOB_RECURSE test_files CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/tests/java/*Test.java)
     foreach(test_file IN LISTS test_files)
-        string(REGEX REPLACE "\\.java$" "" test_class ${test_file})
-        string(REPLACE "/" "." test_class ${test_class})
-        string(REGEX REPLACE ".*\\." "" short_name ${test_class})
+        cmake_path(GET test_file STEM short_name)
+        file(STRINGS ${test_file} package_line REGEX "^package ")
+        if(NOT package_line MATCHES "^package ([A-Za-z0-9_.]+)")
+            message(FATAL_ERROR "${test_file} has no package")
+        endif()
+        set(test_class ${CMAKE_MATCH_1}.${short_name})
         if(NOT short_name MATCHES "${TABULO_JAVA_TESTS}")
             continue()
         endif()
-        tabulo_script_test(java/${short_name} ${scripts}/java_tests.py
+        # Slow: a virtual machine starts for each.
+        tabulo_script_test(java/${short_name} SLOW ${scripts}/java_tests.py
             --java ${TABULO_JAVA_RUNTIME}
             --classpath ${run_path}
             --library $<TARGET_FILE:tabulo>

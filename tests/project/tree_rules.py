@@ -7,9 +7,13 @@ import os
 import re
 import sys
 
+import cpp_code
+import dead_declarations
 import source_tree
 
 MOST_LINES = 600
+MOST_CPP_LINES = 400
+MOST_FUNCTION_LINES = 60
 
 # The headers of the C++ library carry no suffix; whatever else stands in angle brackets belongs to somebody else.
 _OTHERS_HEADERS = {"java/jni": {"jni.h"}}
@@ -89,9 +93,27 @@ def file_length(root):
     problems = []
     for path in source_tree.files(root, source_tree.CODE_SUFFIXES):
         count = len(source_tree.lines(root, path))
-        if count > MOST_LINES:
-            problems.append(f"{path}:{MOST_LINES + 1}: the file has {count} lines, {MOST_LINES} are allowed.")
+        most = MOST_CPP_LINES if path.endswith(source_tree.CPP_SUFFIXES) else MOST_LINES
+        if count > most:
+            problems.append(f"{path}:{most + 1}: the file has {count} lines, {most} are allowed.")
     return problems
+
+
+def function_length(root):
+    """Every function in C++ fits on a screen."""
+    problems = []
+    for path in source_tree.files(root, source_tree.CPP_SUFFIXES):
+        for function in cpp_code.functions("\n".join(source_tree.lines(root, path))):
+            count = function.last - function.first + 1
+            if count > MOST_FUNCTION_LINES:
+                problems.append(f"{path}:{function.first}: {function.name} has {count} lines, "
+                                f"{MOST_FUNCTION_LINES} are allowed.")
+    return problems
+
+
+def declarations(root):
+    """No header declares a function that nobody needs."""
+    return dead_declarations.problems(root)
 
 
 def header_guards(root):
@@ -107,7 +129,7 @@ def test_names(root):
     """The build finds tests by the names of their files, so a file with tests must have such a name."""
     problems = []
     for path in source_tree.files(root, (".java",)):
-        if not path.startswith("tests/java/classes/") or path.endswith("Test.java"):
+        if not path.startswith("tests/java/") or path.endswith("Test.java"):
             continue
         for number, line in enumerate(source_tree.lines(root, path), 1):
             if re.match(r"\s*@(Test|ParameterizedTest|RepeatedTest|TestFactory)\b", line):
@@ -121,7 +143,8 @@ def test_names(root):
     return problems
 
 
-RULES = [include_direction, include_circles, system_headers, file_length, header_guards, test_names]
+RULES = [include_direction, include_circles, system_headers, file_length, function_length, header_guards, declarations,
+         test_names]
 
 
 def main():

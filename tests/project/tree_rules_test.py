@@ -14,11 +14,12 @@ class TreeRulesTest(unittest.TestCase):
         self.root = self._directory.name
         self.write("src/core/log.h", "#pragma once\n\n#include <string>\n")
         self.write("src/core/platform.cpp", '#include "core/log.h"\n\n#include <unistd.h>\n')
-        self.write("src/storage/table_file.h", '#pragma once\n\n#include "core/log.h"\n')
+        self.write("src/storage/table_file.h", '#pragma once\n\n#include "core/log.h"\n\nint table_open(int file);\n')
+        self.write("src/storage/table_file.cpp", "int table_open(int file) {\n    return file;\n}\n")
         self.write("src/messagetable/frame.h", '#pragma once\n\n#include "storage/table_file.h"\n')
-        self.write("java/jni/table.cpp", '#include "messagetable/frame.h"\n\n#include <jni.h>\n')
+        self.write("java/jni/table.cpp", '#include "messagetable/frame.h"\n\n#include <jni.h>\n\nint file = table_open(1);\n')
         self.write("tests/core/log_test.cpp", '#include "core/log.h"\n\n#include <sys/wait.h>\n\nTEST(Log, IsThere) {}\n')
-        self.write("tests/java/classes/a/TableTest.java", "    @Test\n")
+        self.write("tests/java/a/TableTest.java", "    @Test\n")
 
     def write(self, path, text):
         full = os.path.join(self.root, path)
@@ -50,6 +51,15 @@ class TreeRulesTest(unittest.TestCase):
         self.write("java/jni/wrong.cpp", '#  include "tests/support/temp.h"\n')
         self.assertIn('java/jni/wrong.cpp:1: "tests/support/temp.h" points the wrong way',
                       tree_rules.include_direction(self.root)[0])
+
+    def test_an_include_of_the_inside_in_a_tool_or_an_adapter_is_named(self):
+        self.write("include/tabulo/reader.h", "#pragma once\n")
+        self.write("tool/main.cpp", '#include "core/log.h"\n#include "tabulo/reader.h"\n')
+        self.write("adapters/sqlite/table.cpp", '#include "messagetable/frame.h"\n')
+        self.expect(tree_rules.include_direction,
+                    'adapters/sqlite/table.cpp:1: "messagetable/frame.h" points the wrong way: '
+                    "adapters/ may include tabulo besides itself.",
+                    'tool/main.cpp:1: "core/log.h" points the wrong way: tool/ may include tabulo besides itself.')
 
     def test_an_include_without_its_folder_is_named(self):
         self.write("src/core/near.cpp", '#include "log.h"\n#include "core/../core/log.h"\n')
@@ -85,20 +95,30 @@ class TreeRulesTest(unittest.TestCase):
                                     "src/storage/table_file.cpp:1: <sys/file.h>")))
 
     def test_a_file_of_601_lines_is_named_and_one_of_600_is_not(self):
-        self.write("src/core/long.cpp", "\n" * 600)
+        self.write("tests/java/Just.java", "\n" * 600)
         self.write("tests/java/Long.java", "\n" * 601)
         self.write("build/core/long.cpp", "\n" * 601)
         self.expect(tree_rules.file_length, "tests/java/Long.java:601: the file has 601 lines, 600 are allowed.")
+
+    def test_a_cpp_file_of_401_lines_is_named_and_one_of_400_is_not(self):
+        self.write("tests/core/just_test.cpp", "\n" * 400)
+        self.write("src/core/long.h", "\n" * 401)
+        self.expect(tree_rules.file_length, "src/core/long.h:401: the file has 401 lines, 400 are allowed.")
+
+    def test_a_function_of_61_lines_is_named_and_one_of_60_is_not(self):
+        self.write("src/core/long.cpp", "void just() {\n" + "\n" * 58 + "}\n\nint Log::long_(int a,\n          int b) {\n" +
+                   "\n" * 58 + "}\n")
+        self.expect(tree_rules.function_length, "src/core/long.cpp:62: Log::long_ has 61 lines, 60 are allowed.")
 
     def test_a_header_without_its_guard_is_named(self):
         self.write("src/core/bare.h", "#include <string>\n")
         self.expect(tree_rules.header_guards, "src/core/bare.h:1: the header has no line '#pragma once'.")
 
     def test_tests_in_a_file_that_the_build_does_not_run_are_named(self):
-        self.write("tests/java/classes/a/TableTests.java", "class TableTests {\n    @Test\n}\n")
+        self.write("tests/java/a/TableTests.java", "class TableTests {\n    @Test\n}\n")
         self.write("tests/core/log.cpp", "TEST(Log, IsThere) {}\n")
         self.expect(tree_rules.test_names,
-                    "tests/java/classes/a/TableTests.java:2: the test never runs: the file's name must end in Test.java.",
+                    "tests/java/a/TableTests.java:2: the test never runs: the file's name must end in Test.java.",
                     "tests/core/log.cpp:1: a file with tests must have a name ending in _test.cpp.")
 
 

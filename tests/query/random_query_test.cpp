@@ -7,6 +7,7 @@
 #include <random>
 
 #include "tests/query/plain_query.h"
+#include "tests/query/random_query.h"
 #include "tests/query/random_table.h"
 #include "tests/support/test_run.h"
 

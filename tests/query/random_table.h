@@ -1,4 +1,4 @@
-// Random messages and random queries over them.
+// Random messages.
 #pragma once
 
 #include <cstdint>
@@ -6,7 +6,6 @@
 #include <string>
 #include <vector>
 
-#include "tests/query/plain_query.h"
 #include "tests/query/query_fixture.h"
 
 namespace tabulo::internal::test {
@@ -37,7 +36,5 @@ struct RandomMessages {
 };
 
 RandomMessages randomMessages(Random* random, bool blocksOfAThousand);
-// A query whose values mostly come from the messages, or lie close to theirs.
-PlainQuery randomQuery(Random* random, const RandomMessages& all);
 
 }  // namespace tabulo::internal::test
