@@ -337,6 +337,8 @@ class _Finder:
     def _statement(self, index):
         """The index of the ";" that ends an expression statement, and of what assigns in it; nothing for anything else."""
         position = index
+        if [token.text for token in self.tokens[index:index + 3]] == ["(", "void", ")"]:
+            position += 3
         while self.tokens[position].text in ("++", "--", "*", "("):
             position += 1
         first = self.tokens[position]
