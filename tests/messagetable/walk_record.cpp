@@ -39,8 +39,7 @@ MessageVisitor WalkRecord::visitor() {
                     EXPECT_EQ(field.text == nullptr, field.length == 0) << "an absent field has no text";
                 }
                 record->messages.push_back(ownedMessage(message));
-                const ErrorCode code =
-                    record->told("message " + std::to_string(message.metadata.uniformId), answer);
+                const ErrorCode code = record->told("message " + std::to_string(message.metadata.uniformId), answer);
                 if (record->onMessage) {
                     record->onMessage();
                 }

@@ -16,9 +16,9 @@ struct WalkRecord {
     // "block 5..8" for a block with the uniform ids 5 to 8, and "message 5".
     std::vector<std::string> events;
     std::vector<Message> messages;
-    std::map<std::string, Visit> answers;  // to an event; Visit::goOn to all others
-    std::map<std::string, ErrorCode> failures;    // results of an event's call; NO_ERROR for all others
-    std::function<void()> onMessage;              // called for each message
+    std::map<std::string, Visit> answers;       // to an event; Visit::goOn to all others
+    std::map<std::string, ErrorCode> failures;  // results of an event's call; NO_ERROR for all others
+    std::function<void()> onMessage;            // called for each message
 
     // The visitor that fills the record.
     MessageVisitor visitor();
