@@ -215,6 +215,24 @@ TEST_F(ZeroLengthWord, ReadingByIdsDeliversWhatStandsBeforeTheDamageAndTellsIt) 
     }
 }
 
+TEST_F(ZeroLengthWord, OfTheLastClosedBlockDoesNotKeepReadingByIdsFromWhatStandsBefore) {
+    Bytes bytes = whole;
+    zero(&bytes, blockStart(3), blockStart(3) + 8);
+    zeroFrame(&bytes, 10);
+    read(bytes);
+    const std::vector<std::int32_t> ids{2, 9, 10, 11, 13};
+    WalkRecord record;
+    const MessageListener listener{WalkRecord::operation, &record};
+    const auto count = static_cast<std::int32_t>(ids.size());
+    EXPECT_EQ(mt_readMessages(table.get(), ids.data(), count, &listener, false), HEADER_CORRUPTED_ERROR);
+    EXPECT_EQ(record.events, (Events{"message 2", "message 9"}));
+    record = WalkRecord{};
+    EXPECT_EQ(mt_readMessages(table.get(), ids.data(), count, &listener, true), HEADER_CORRUPTED_ERROR);
+    EXPECT_LE(record.events.size(), 2U);
+    EXPECT_TRUE(std::equal(record.events.begin(), record.events.end(), Events{"message 13", "message 11"}.begin()))
+        << "what is delivered backward stands behind the damage";
+}
+
 TEST_F(ZeroLengthWord, ReadingByIdsThatNoMessageOfTheBlockHasDoesNotSkipIt) {
     Bytes bytes = wordless();
     zeroFrame(&bytes, 5);

@@ -142,6 +142,16 @@ TEST_F(ZeroLengthWordUnderAnIterator, DeliversOfADamagedBlockOnlyWhatMatches) {
     EXPECT_EQ(ask(false, others).ids, (std::vector<std::int32_t>{1, 2, 3, 4, 5, 7}));
 }
 
+TEST_F(ZeroLengthWordUnderAnIterator, OfTheLastClosedBlockEndsItBehindTheMessagesBeforeToo) {
+    Bytes bytes = whole;
+    putU64(&bytes, places.blockStarts[2], 0);
+    zero(&bytes, places.frame(11).start, places.frame(11).end);
+    read(bytes);
+    const Iterated forward = ask(false);
+    EXPECT_EQ(forward.code, HEADER_CORRUPTED_ERROR);
+    EXPECT_EQ(forward.ids, numbers(1, 10));
+}
+
 TEST_F(ZeroLengthWordUnderAnIterator, TheErrorStays) {
     read(damaged(6));
     for (const bool backward : {false, true}) {
