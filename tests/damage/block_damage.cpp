@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <utility>
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 
 namespace {
 
@@ -143,4 +143,4 @@ std::string BlockDamage::overwrite(Bytes* file, const Hit& hit) {
            ",";
 }
 
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

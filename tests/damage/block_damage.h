@@ -9,7 +9,7 @@
 
 #include "tests/damage/table_regions.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 
 // Bytes that were overwritten.
 struct Hit {
@@ -52,4 +52,4 @@ class BlockDamage {
     int count_ = 0;
 };
 
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

@@ -8,7 +8,7 @@
 
 #include "storage/file_platform.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 
 // While it lives, calls a function in front of every read and every question for a size, with the number of that call
 // from 0 on. One at a time, over the platform that is installed.
@@ -32,11 +32,12 @@ class CallHook {
     static int count() { return calls; }
 
   private:
-    static int readAt(int descriptor, void* buffer, std::size_t length, std::int64_t offset, std::size_t* transferred) {
+    static SystemError readAt(int descriptor, void* buffer, std::size_t length, std::int64_t offset,
+                              std::size_t* transferred) {
         inFront(calls++);
         return under->readAt(descriptor, buffer, length, offset, transferred);
     }
-    static int size(int descriptor, std::int64_t* size) {
+    static SystemError size(int descriptor, std::int64_t* size) {
         inFront(calls++);
         return under->size(descriptor, size);
     }
@@ -47,4 +48,4 @@ class CallHook {
     static inline int calls = 0;
 };
 
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

@@ -10,7 +10,7 @@
 #include "tests/damage/healthy_table.h"
 #include "tests/messagetable/table_image.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 namespace {
 
 constexpr std::int32_t PER_BLOCK = 4;
@@ -137,4 +137,4 @@ TEST_F(BlockThatIsClosed, UnderAReaderThatHasAnswered) {
 }
 
 }  // namespace
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

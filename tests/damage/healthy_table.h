@@ -13,7 +13,7 @@
 #include "tests/support/log_capture.h"
 #include "tests/support/memory_platform.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 
 // first, first + 1, ... last.
 inline std::vector<std::int64_t> numbersFrom(std::int64_t first, std::int64_t last) {
@@ -32,7 +32,7 @@ class HealthyTable : public ::testing::Test {
         return writtenTable(&platform, shape, {known.begin() + first - 1, known.begin() + last}, TableEnd::unclosed);
     }
     void put(const Bytes& bytes) { platform.put(memoryPath(shape), bytes); }
-    MessageTablePtr openReader() const { return openTable(MEMORY_ROOT, TABLE_FILE_READ, shape); }
+    MessageTablePtr openReader() const { return openTable(MEMORY_ROOT, OpenMode::read, shape); }
 
     MemoryPlatform platform;
     LogCapture log;
@@ -41,4 +41,4 @@ class HealthyTable : public ::testing::Test {
     const std::vector<Question> questions;
 };
 
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

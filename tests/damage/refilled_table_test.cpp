@@ -8,7 +8,7 @@
 #include "tests/messagetable/table_image.h"
 #include "tests/messagetable/walk_record.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 namespace {
 
 constexpr std::int64_t FIRST_REFILLED = 13;
@@ -135,4 +135,4 @@ TEST_F(RefilledTable, WhoseLastBlockAloneEndsEarlierEndsReadersWithoutAnError) {
 }
 
 }  // namespace
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

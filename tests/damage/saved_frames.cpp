@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <charconv>
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 
 bool isSavedBeside(const MemoryPlatform& platform, const std::string& path, const Bytes& bytes, std::size_t start) {
     const std::string prefix = path + ".cut-";
@@ -23,4 +23,4 @@ bool isSavedBeside(const MemoryPlatform& platform, const std::string& path, cons
     return false;
 }
 
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

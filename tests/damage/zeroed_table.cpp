@@ -11,7 +11,7 @@
 #include "messagetable/uniform_lookup.h"
 #include "tests/damage/saved_frames.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 
 namespace {
 
@@ -62,7 +62,7 @@ bool isLookup(const Question& question) {
     return question.name.starts_with("the ");
 }
 
-MessageTablePtr open(const TableShape& shape, std::int32_t mode, ErrorCode* code) {
+MessageTablePtr open(const TableShape& shape, OpenMode mode, ErrorCode* code) {
     MessageTablePtr table = createTable(MEMORY_ROOT, shape);
     *code = mt_open(table.get(), mode);
     return table;
@@ -147,7 +147,7 @@ std::vector<std::string> ZeroedTable::lookAt(const HitTable& damage, const Look&
 
 void ZeroedTable::read(const HitTable& damage, const Look& look) {
     ErrorCode code = NO_ERROR;
-    MessageTablePtr table = open(shape_, TABLE_FILE_READ, &code);
+    MessageTablePtr table = open(shape_, OpenMode::read, &code);
     if (look.underReader) {
         for (const Question& question : questions_) {
             question.ask(table.get());
@@ -167,7 +167,7 @@ void ZeroedTable::read(const HitTable& damage, const Look& look) {
 
 void ZeroedTable::write(const HitTable& damage) {
     ErrorCode code = NO_ERROR;
-    MessageTablePtr table = open(shape_, TABLE_FILE_WRITE, &code);
+    MessageTablePtr table = open(shape_, OpenMode::write, &code);
     count(code);
     if (code == OUT_OF_MEMORY_ERROR) {
         fault("opening it for writing ran out of memory");
@@ -201,7 +201,7 @@ void ZeroedTable::writeOn(const HitTable& damage, MessageTablePtr table) {
                 fault("closing failed: " + std::string(getErrorMessage(code)));
             }
             table.reset();
-            table = open(shape_, TABLE_FILE_READ, &code);
+            table = open(shape_, OpenMode::read, &code);
             if (code != NO_ERROR) {
                 fault("the table that was written on does not open: " + std::string(getErrorMessage(code)));
                 return;
@@ -281,18 +281,16 @@ void ZeroedTable::findIds(MessageTable* table, const HitTable& damage, const std
     const std::int32_t ids[] = {
         std::numeric_limits<std::int32_t>::min(), 1, 3, 5, 8, stored_ - 1, stored_, stored_ + 1};
     for (const std::int32_t id : ids) {
-        std::int64_t offset = 0;
-        std::int64_t ordinal = 0;
-        std::int32_t skip = 0;
-        const ErrorCode code = mt_findUniformId(table, id, &offset, &ordinal, &skip);
+        UniformPlace place;
+        const ErrorCode code = mt_findUniformId(table, id, &place);
         count(code);
         if (code != NO_ERROR) {
             continue;
         }
+        const std::int64_t frame = place.offset + place.skip;
         for (const std::int64_t number : decided) {
-            if (number >= id &&
-                static_cast<std::int64_t>(map_.frame(static_cast<std::size_t>(number)).start) < offset + skip) {
-                fault("the place of id " + std::to_string(id) + how + " is byte " + std::to_string(offset + skip) +
+            if (number >= id && static_cast<std::int64_t>(map_.frame(static_cast<std::size_t>(number)).start) < frame) {
+                fault("the place of id " + std::to_string(id) + how + " is byte " + std::to_string(frame) +
                       ", behind message " + std::to_string(number));
                 break;
             }
@@ -328,4 +326,4 @@ void ZeroedTable::expectLimitsKept() {
     }
 }
 
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

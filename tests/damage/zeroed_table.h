@@ -14,7 +14,7 @@
 #include "tests/support/log_capture.h"
 #include "tests/support/memory_platform.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 
 // How a damaged file is looked at.
 struct Look {
@@ -79,4 +79,4 @@ class ZeroedTable {
     int errors_ = 0;
 };
 
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

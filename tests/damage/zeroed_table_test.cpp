@@ -6,7 +6,7 @@
 #include "tests/damage/zeroed_table.h"
 #include "tests/support/test_run.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 namespace {
 
 // Of each table, in an ordinary run: 20,000 in the tests below together, and one in eight under a sanitizer.
@@ -88,4 +88,4 @@ TEST(ZeroedTable, WithSeveralPagesInAMessage) {
 }
 
 }  // namespace
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

@@ -10,7 +10,7 @@
 #include "tests/messagetable/table_image.h"
 #include "tests/messagetable/walk_record.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 namespace {
 
 constexpr std::int32_t LAST = 7;  // a closed block of four messages and three messages of the open one
@@ -25,7 +25,7 @@ class OpenBlockEnd : public TableImageTest {
     void read(const Bytes& bytes) {
         table.reset();
         place(bytes);
-        open(TABLE_FILE_READ);
+        open(OpenMode::read);
     }
     // Both walks deliver the first messages and end with this code; lookups and reading by ids tell the same.
     void expectEnd(const Bytes& bytes, std::int32_t last, ErrorCode code) {
@@ -42,7 +42,7 @@ class OpenBlockEnd : public TableImageTest {
         EXPECT_EQ(mt_getLastUniformMessageId(table.get(), &id), code) << "the last uniform id";
         EXPECT_EQ(id, code == NO_ERROR ? last : -1);
         WalkRecord byIds;
-        const MessageListener listener{WalkRecord::operation, &byIds};
+        const MessageListener listener{&byIds, byIds.visitor().onMessage, [](void*, ErrorCode end) { return end; }};
         EXPECT_EQ(mt_readMessages(table.get(), &last, 1, &listener, false), code) << "reading by ids";
         EXPECT_EQ(byIds.messages, std::vector<Message>{messages.at(static_cast<std::size_t>(last) - 1)});
     }
@@ -115,7 +115,7 @@ TEST_F(OpenBlockEnd, AnUnfinishedFooterOfAFullBlockIsTheEndForNow) {
         const Bytes bytes = concatenated(footerless, slice(closed, footerless.size(), size));
         table.reset();
         place(bytes);
-        open(TABLE_FILE_READ);
+        open(OpenMode::read);
         EXPECT_EQ(readAll(table.get()).code, NO_ERROR);
         EXPECT_EQ(readAll(table.get()).messages, full);
         EXPECT_EQ(readAllBackward(table.get()).code, NO_ERROR);
@@ -127,4 +127,4 @@ TEST_F(OpenBlockEnd, AnUnfinishedFooterOfAFullBlockIsTheEndForNow) {
 }
 
 }  // namespace
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

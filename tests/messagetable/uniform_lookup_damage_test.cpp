@@ -6,7 +6,7 @@
 #include "messagetable/uniform_lookup.h"
 #include "tests/messagetable/table_image.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 namespace {
 
 constexpr std::int32_t LAST = 18;  // four closed blocks of four messages and two messages of the open one
@@ -29,34 +29,31 @@ class UniformLookupInDamage : public TableImageTest {
     void read(const Bytes& bytes) {
         table.reset();
         place(bytes);
-        open(TABLE_FILE_READ);
+        open(OpenMode::read);
     }
     ErrorCode find(std::int32_t id) {
-        offset = -1;
-        ordinal = -1;
-        skip = -1;
-        return mt_findUniformId(table.get(), id, &offset, &ordinal, &skip);
+        found = {-1, -1, -1};
+        return mt_findUniformId(table.get(), id, &found);
     }
     void expectFound(std::int32_t first, std::int32_t last) {
         for (std::int32_t id = first; id <= last; ++id) {
             ASSERT_EQ(find(id), NO_ERROR) << "looking for " << id;
-            EXPECT_EQ(ordinal, id - 1) << "looking for " << id;
-            EXPECT_EQ(offset + skip, static_cast<std::int64_t>(places.frame(static_cast<std::size_t>(id)).start))
+            EXPECT_EQ(found.ordinal, id - 1) << "looking for " << id;
+            EXPECT_EQ(found.offset + found.skip,
+                      static_cast<std::int64_t>(places.frame(static_cast<std::size_t>(id)).start))
                 << "looking for " << id;
         }
     }
     void expectRefused(std::int32_t first, std::int32_t last, ErrorCode code) {
         for (std::int32_t id = first; id <= last; ++id) {
-            EXPECT_EQ(find(id), code) << "looking for " << id << ": message " << ordinal + 1;
+            EXPECT_EQ(find(id), code) << "looking for " << id << ": message " << found.ordinal + 1;
         }
     }
 
     const std::vector<Message> messages;
     const TableMap places;
     const Bytes whole;
-    std::int64_t offset = 0;
-    std::int64_t ordinal = 0;
-    std::int32_t skip = 0;
+    UniformPlace found;
 };
 
 TEST_F(UniformLookupInDamage, AZeroedFrameInsideAClosedBlockIsToldByWhoeverHasToReadIt) {
@@ -119,8 +116,8 @@ TEST_F(UniformLookupInDamage, AFullBlockWithALengthWordOf0IsSteppedOverByItsFoot
         read(bytes);
         expectFound(1, LAST);
         ASSERT_EQ(find(LAST + 1), NO_ERROR);
-        EXPECT_EQ(ordinal, LAST);
-        EXPECT_EQ(offset, static_cast<std::int64_t>(whole.size()));
+        EXPECT_EQ(found.ordinal, LAST);
+        EXPECT_EQ(found.offset, static_cast<std::int64_t>(whole.size()));
     }
 }
 
@@ -139,7 +136,7 @@ TEST_F(UniformLookupInDamage, DamageInTheOpenBlockIsNoEndOfTheData) {
     table.reset();
     place(bytes);
     table = createTable(directory.root(), shape);
-    ASSERT_EQ(mt_open(table.get(), TABLE_FILE_READ), NO_ERROR);
+    ASSERT_EQ(mt_open(table.get(), OpenMode::read), NO_ERROR);
     expectRefused(LAST, LAST + 1, CONSISTENCY_ERROR);
 }
 
@@ -149,13 +146,13 @@ TEST_F(UniformLookupInDamage, AWritersOwnTableTellsTheSame) {
     zeroFrame(&bytes, 5);
     zeroFrame(&bytes, 11);
     place(bytes);
-    open(TABLE_FILE_WRITE);
+    open(OpenMode::write);
     expectFound(1, 4);
     expectRefused(5, LAST, HEADER_CORRUPTED_ERROR);
     table.reset();
     putU64(&bytes, places.blockStarts[1], places.blockStarts[2] - places.blockStarts[1]);
     place(bytes);
-    open(TABLE_FILE_WRITE);
+    open(OpenMode::write);
     expectRefused(5, 8, CONSISTENCY_ERROR);
     expectFound(9, 10);
     expectRefused(11, 12, CONSISTENCY_ERROR);
@@ -163,4 +160,4 @@ TEST_F(UniformLookupInDamage, AWritersOwnTableTellsTheSame) {
 }
 
 }  // namespace
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

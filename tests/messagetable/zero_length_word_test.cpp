@@ -8,12 +8,17 @@
 #include "tests/messagetable/table_image.h"
 #include "tests/messagetable/walk_record.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 namespace {
 
 using Events = std::vector<std::string>;
 
 constexpr std::int32_t LAST = 13;  // three closed blocks of four messages and one message of the open one
+
+// The listener of a read by ids that fills a record; its result is the walk's.
+MessageListener listenerOf(WalkRecord* record) {
+    return {record, record->visitor().onMessage, [](void*, ErrorCode code) { return code; }};
+}
 
 class ZeroLengthWord : public TableImageTest {
   protected:
@@ -40,7 +45,7 @@ class ZeroLengthWord : public TableImageTest {
     void read(const Bytes& bytes) {
         table.reset();
         place(bytes);
-        open(TABLE_FILE_READ);
+        open(OpenMode::read);
     }
     void expectForward(ErrorCode code, const Events& events) {
         WalkRecord record;
@@ -158,7 +163,7 @@ TEST_F(ZeroLengthWord, ABlockThatNothingSaysIsClosedIsAnOpenOneWithDamageBehindI
         table.reset();
         place(bytes);
         table = createTable(directory.root(), shape);
-        ASSERT_EQ(mt_open(table.get(), TABLE_FILE_READ), NO_ERROR);
+        ASSERT_EQ(mt_open(table.get(), OpenMode::read), NO_ERROR);
         expectForward(CONSISTENCY_ERROR, behindBlock1(joined({{"block 5..6"}, messageEvents(5, 6)})));
     }
 }
@@ -207,7 +212,7 @@ TEST_F(ZeroLengthWord, ReadingByIdsDeliversWhatStandsBeforeTheDamageAndTellsIt) 
     const std::vector<std::int32_t> ids{2, 6, 7, 8, 11, 13};
     for (const bool backward : {false, true}) {
         WalkRecord record;
-        const MessageListener listener{WalkRecord::operation, &record};
+        const MessageListener listener = listenerOf(&record);
         EXPECT_EQ(mt_readMessages(table.get(), ids.data(), static_cast<std::int32_t>(ids.size()), &listener, backward),
                   HEADER_CORRUPTED_ERROR);
         EXPECT_EQ(record.events,
@@ -222,7 +227,7 @@ TEST_F(ZeroLengthWord, OfTheLastClosedBlockDoesNotKeepReadingByIdsFromWhatStands
     read(bytes);
     const std::vector<std::int32_t> ids{2, 9, 10, 11, 13};
     WalkRecord record;
-    const MessageListener listener{WalkRecord::operation, &record};
+    const MessageListener listener = listenerOf(&record);
     const auto count = static_cast<std::int32_t>(ids.size());
     EXPECT_EQ(mt_readMessages(table.get(), ids.data(), count, &listener, false), HEADER_CORRUPTED_ERROR);
     EXPECT_EQ(record.events, (Events{"message 2", "message 9"}));
@@ -239,7 +244,7 @@ TEST_F(ZeroLengthWord, ReadingByIdsThatNoMessageOfTheBlockHasDoesNotSkipIt) {
     read(bytes);
     const std::int32_t id = 12;
     WalkRecord record;
-    const MessageListener listener{WalkRecord::operation, &record};
+    const MessageListener listener = listenerOf(&record);
     EXPECT_EQ(mt_readMessages(table.get(), &id, 1, &listener, false), HEADER_CORRUPTED_ERROR);
     EXPECT_EQ(record.events, Events{});
 }
@@ -248,7 +253,7 @@ TEST_F(ZeroLengthWord, MessagesThatAreStoredBehindTheDamageAreNotHiddenInSilence
     Bytes bytes = whole;
     zero(&bytes, blockStart(2), places.frame(6).end);
     place(bytes);
-    open(TABLE_FILE_WRITE);
+    open(OpenMode::write);
     ASSERT_EQ(writeSimple(14, 18), NO_ERROR);
     const Events behind = joined({{"block 17..18", "message 18", "message 17", "block 13..16"},
                                   messageEvents(16, 13),
@@ -257,7 +262,7 @@ TEST_F(ZeroLengthWord, MessagesThatAreStoredBehindTheDamageAreNotHiddenInSilence
                                   messageEvents(8, 7)});
     for (const bool reader : {false, true}) {
         if (reader) {
-            open(TABLE_FILE_READ);
+            open(OpenMode::read);
         }
         SCOPED_TRACE(reader ? "a reader" : "the writer");
         expectForward(HEADER_CORRUPTED_ERROR, behindBlock1({}));
@@ -298,10 +303,10 @@ TEST_F(ZeroLengthWord, WithDamagedFramesBehindItEndsTheTableForRecoveryWhichSave
     const std::string copy = shape.name + ".cut-" + std::to_string(blockStart(2));
     ASSERT_EQ(others().size(), 1U);
     EXPECT_EQ(difference(others()[copy], slice(bytes, blockStart(2), bytes.size())), "");
-    open(TABLE_FILE_WRITE);
+    open(OpenMode::write);
     ASSERT_EQ(writeSimple(5, 6), NO_ERROR);
     expectForward(NO_ERROR, behindBlock1({"block 5..6", "message 5", "message 6"}));
 }
 
 }  // namespace
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

@@ -3,7 +3,7 @@
 
 #include "tests/query/query_fixture.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 namespace {
 
 constexpr std::size_t POSS_DUP = 33;  // offsets in a frame
@@ -85,4 +85,4 @@ TEST_F(FlagByte, OfAMessageOutOfSequenceCountsAsOneInNumericFiltersAndGetters) {
 }
 
 }  // namespace
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

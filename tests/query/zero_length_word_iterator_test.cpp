@@ -7,7 +7,7 @@
 #include "query/message_table_iterator.h"
 #include "tests/messagetable/table_image.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 namespace {
 
 constexpr std::int32_t LAST = 13;  // three closed blocks of four messages and one message of the open one
@@ -26,10 +26,16 @@ std::vector<std::int32_t> numbers(std::int32_t first, std::int32_t last) {
     return list;
 }
 
+using Set = std::function<void(QueryConditions*)>;
+
+// Selects the messages with these sequence numbers.
+Set seqNums(std::int32_t first, std::int32_t last) {
+    return
+        [=](QueryConditions* conditions) { EXPECT_EQ(conditions_setSeqNumRange(conditions, first, last), NO_ERROR); };
+}
+
 class ZeroLengthWordUnderAnIterator : public TableImageTest {
   protected:
-    using Set = std::function<void(QueryConditions*)>;
-
     ZeroLengthWordUnderAnIterator()
         : messages(simpleMessages(1, LAST, shape)),
           places(mapOf(shape, messages)),
@@ -49,12 +55,12 @@ class ZeroLengthWordUnderAnIterator : public TableImageTest {
     void read(const Bytes& bytes) {
         table.reset();
         place(bytes);
-        open(TABLE_FILE_READ);
+        open(OpenMode::read);
     }
     MessageTableIteratorPtr iterate(
         bool backward, const Set& set = [](QueryConditions*) {}) {
         QueryConditionsPtr conditions(conditions_create());
-        conditions_setIterateBackward(conditions.get(), backward);
+        EXPECT_EQ(conditions_setIterateBackward(conditions.get(), backward), NO_ERROR);
         set(conditions.get());
         MessageTableIteratorPtr iterator(mtIterator_open(table.get(), conditions.release()));
         EXPECT_NE(iterator, nullptr) << "the iterator cannot be opened";
@@ -110,8 +116,7 @@ TEST_F(ZeroLengthWordUnderAnIterator, WithAllFramesAndTheRightFooterChangesNothi
         EXPECT_EQ(ask(false).ids, numbers(1, LAST));
         EXPECT_EQ(ask(true).code, NO_ERROR);
         EXPECT_EQ(ask(true).ids, numbers(LAST, 1));
-        const Iterated some =
-            ask(false, [](QueryConditions* conditions) { conditions_setSeqNumRange(conditions, 7, 10); });
+        const Iterated some = ask(false, seqNums(7, 10));
         EXPECT_EQ(some.code, NO_ERROR);
         EXPECT_EQ(some.ids, numbers(7, 10));
     }
@@ -119,11 +124,11 @@ TEST_F(ZeroLengthWordUnderAnIterator, WithAllFramesAndTheRightFooterChangesNothi
 
 TEST_F(ZeroLengthWordUnderAnIterator, IsNotSkippedByItsFooterWhenTheBlockIsDamaged) {
     read(damaged(7));
-    const auto behind = [](QueryConditions* conditions) { conditions_setSeqNumRange(conditions, 9, 13); };
+    const Set behind = seqNums(9, 13);
     const Iterated forward = ask(false, behind);
     EXPECT_EQ(forward.code, HEADER_CORRUPTED_ERROR);
     EXPECT_EQ(forward.ids, std::vector<std::int32_t>{});
-    const auto inFront = [](QueryConditions* conditions) { conditions_setSeqNumRange(conditions, 1, 4); };
+    const Set inFront = seqNums(1, 4);
     const Iterated backward = ask(true, inFront);
     EXPECT_EQ(backward.code, HEADER_CORRUPTED_ERROR);
     EXPECT_EQ(backward.ids, std::vector<std::int32_t>{});
@@ -131,13 +136,13 @@ TEST_F(ZeroLengthWordUnderAnIterator, IsNotSkippedByItsFooterWhenTheBlockIsDamag
 
 TEST_F(ZeroLengthWordUnderAnIterator, DeliversOfADamagedBlockOnlyWhatMatches) {
     read(damaged(8));
-    const auto one = [](QueryConditions* conditions) { conditions_setSeqNumRange(conditions, 6, 6); };
+    const Set one = seqNums(6, 6);
     const Iterated forward = ask(false, one);
     EXPECT_EQ(forward.code, HEADER_CORRUPTED_ERROR);
     EXPECT_EQ(forward.ids, std::vector<std::int32_t>{6});
     const auto others = [](QueryConditions* conditions) {
-        conditions_setSeqNumRange(conditions, 6, 6);
-        conditions_setInverted(conditions, true);
+        seqNums(6, 6)(conditions);
+        EXPECT_EQ(conditions_setInverted(conditions, true), NO_ERROR);
     };
     EXPECT_EQ(ask(false, others).ids, (std::vector<std::int32_t>{1, 2, 3, 4, 5, 7}));
 }
@@ -169,8 +174,8 @@ TEST_F(ZeroLengthWordUnderAnIterator, TheErrorStays) {
 TEST_F(ZeroLengthWordUnderAnIterator, ThatFollowsAWriterIsNotCalledDamagedAtTheEndOfTheData) {
     table.reset();
     place(unclosedImage(shape, simpleMessages(1, 7, shape)));
-    open(TABLE_FILE_WRITE);
-    const MessageTablePtr reader = openTable(directory.root(), TABLE_FILE_READ, shape);
+    open(OpenMode::write);
+    const MessageTablePtr reader = openTable(directory.root(), OpenMode::read, shape);
     const MessageTableIteratorPtr iterator(mtIterator_open(reader.get(), conditions_create()));
     std::int32_t delivered = 0;
     for (std::int32_t n = 7; n <= 25; ++n) {
@@ -216,4 +221,4 @@ TEST_F(ZeroLengthWordUnderAnIterator, WhatACrashLeavesBehindTheLastFrameIsTheEnd
 }
 
 }  // namespace
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

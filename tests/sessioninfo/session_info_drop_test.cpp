@@ -3,7 +3,7 @@
 
 #include "tests/sessioninfo/session_info_fixture.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 namespace {
 
 class SessionInfoDrop : public SessionInfoTest {};
@@ -16,11 +16,11 @@ TEST_F(SessionInfoDrop, SetsEverySlotOfATagThatStandsTwiceToZero) {
         }
         table.reset();
         place(sessionFile(tags, values));
-        open(TABLE_FILE_WRITE, tags);
+        open(OpenMode::write, tags);
         ASSERT_EQ(si_drop(table.get()), NO_ERROR);
         EXPECT_EQ(fileValues(), Values(tags.size(), 0));
         EXPECT_EQ(readValues(table.get(), tags), Values(tags.size(), 0));
-        open(TABLE_FILE_READ, tags);
+        open(OpenMode::read, tags);
         EXPECT_EQ(readValues(table.get(), tags), Values(tags.size(), 0)) << "opened anew";
     }
 }
@@ -28,7 +28,7 @@ TEST_F(SessionInfoDrop, SetsEverySlotOfATagThatStandsTwiceToZero) {
 TEST_F(SessionInfoDrop, LeavesAWriteOfSuchATagAsItWas) {
     const Tags tags{5, 1, 5};
     place(sessionFile(tags, {10, 20, 30}));
-    open(TABLE_FILE_WRITE, tags);
+    open(OpenMode::write, tags);
     ASSERT_EQ(writeValues(table.get(), {5}, {11}), NO_ERROR);
     EXPECT_EQ(fileValues(), (Values{11, 20, 30})) << "the first slot is the tag's";
     ASSERT_EQ(si_drop(table.get()), NO_ERROR);
@@ -36,4 +36,4 @@ TEST_F(SessionInfoDrop, LeavesAWriteOfSuchATagAsItWas) {
 }
 
 }  // namespace
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

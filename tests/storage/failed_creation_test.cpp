@@ -11,12 +11,12 @@
 #include "tests/support/log_capture.h"
 #include "tests/support/temporary_directory.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 namespace {
 
 class FailedCreation : public ::testing::Test {
   protected:
-    ErrorCode open(const std::string& path, std::int32_t mode) {
+    ErrorCode open(const std::string& path, OpenMode mode) {
         created = false;
         return tableFileOpen(&file, path.c_str(), mode, &created);
     }
@@ -29,7 +29,7 @@ class FailedCreation : public ::testing::Test {
 };
 
 TEST_F(FailedCreation, InADirectoryThatIsMissingIsReportedAsACreation) {
-    EXPECT_EQ(open(directory.file("missing/orders"), TABLE_FILE_WRITE), FILE_OPEN_ERROR);
+    EXPECT_EQ(open(directory.file("missing/orders"), OpenMode::write), FILE_OPEN_ERROR);
     EXPECT_EQ(file, nullptr);
     EXPECT_TRUE(created);
     EXPECT_EQ(log.all(),
@@ -38,7 +38,7 @@ TEST_F(FailedCreation, InADirectoryThatIsMissingIsReportedAsACreation) {
 
 TEST_F(FailedCreation, ThatTheSystemRefusesIsReportedAsACreation) {
     platform.failNth(FileCall::open, 2, EACCES);
-    EXPECT_EQ(open(directory.file("orders"), TABLE_FILE_WRITE), FILE_OPEN_ERROR);
+    EXPECT_EQ(open(directory.file("orders"), OpenMode::write), FILE_OPEN_ERROR);
     EXPECT_EQ(file, nullptr);
     EXPECT_TRUE(created);
     EXPECT_FALSE(std::filesystem::exists(directory.file("orders")));
@@ -46,18 +46,18 @@ TEST_F(FailedCreation, ThatTheSystemRefusesIsReportedAsACreation) {
 
 TEST_F(FailedCreation, WhoseLockIsAnothersIsReportedAsACreation) {
     platform.failAll(FileCall::lock, EWOULDBLOCK);
-    EXPECT_EQ(open(directory.file("orders"), TABLE_FILE_WRITE), FILE_OPEN_ERROR);
+    EXPECT_EQ(open(directory.file("orders"), OpenMode::write), FILE_OPEN_ERROR);
     EXPECT_TRUE(created);
 }
 
 TEST_F(FailedCreation, IsNoneWhenTheFirstTryFailsForAnotherReason) {
     writeFile(directory.file("orders"), pattern(10));
     platform.failNth(FileCall::open, 1, EACCES);
-    EXPECT_EQ(open(directory.file("orders"), TABLE_FILE_WRITE), FILE_OPEN_ERROR);
+    EXPECT_EQ(open(directory.file("orders"), OpenMode::write), FILE_OPEN_ERROR);
     EXPECT_FALSE(created);
-    EXPECT_EQ(open(directory.file("missing"), TABLE_FILE_READ), FILE_OPEN_ERROR);
+    EXPECT_EQ(open(directory.file("missing"), OpenMode::read), FILE_OPEN_ERROR);
     EXPECT_FALSE(created);
 }
 
 }  // namespace
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

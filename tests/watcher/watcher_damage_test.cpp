@@ -4,7 +4,7 @@
 #include "tests/support/log_capture.h"
 #include "tests/watcher/table_reader_fixture.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 namespace {
 
 constexpr std::int32_t LAST = 11;  // three closed blocks of three messages and two messages of the open one
@@ -76,4 +76,4 @@ TEST_F(WatchOfADamagedTable, BehindAFullBlockWithALengthWordOf0BeginsAtItsStarti
 }
 
 }  // namespace
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test

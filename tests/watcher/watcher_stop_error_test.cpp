@@ -2,7 +2,7 @@
 #include "tests/support/log_capture.h"
 #include "tests/watcher/watched_tables.h"
 
-namespace tabulo::test {
+namespace tabulo::internal::test {
 namespace {
 
 class StopWithAnError : public WatcherTest {
@@ -86,4 +86,4 @@ TEST_F(StopWithAnError, WithoutTheErrorIsAStop) {
 }
 
 }  // namespace
-}  // namespace tabulo::test
+}  // namespace tabulo::internal::test
