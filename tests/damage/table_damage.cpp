@@ -3,8 +3,9 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <charconv>
 #include <numeric>
+
+#include "tests/damage/saved_frames.h"
 
 namespace tabulo::internal::test {
 
@@ -222,29 +223,10 @@ void TableDamage::expectNothingLost(const Damage& damage) {
         const auto end = image_.begin() + static_cast<std::ptrdiff_t>(frame.end);
         const bool kept =
             frame.end <= file.size() && std::equal(begin, end, file.begin() + static_cast<std::ptrdiff_t>(frame.start));
-        if (!kept && !isSaved(Bytes(begin, end), frame.start)) {
+        if (!kept && !isSavedBeside(platform_, memoryPath(shape_), Bytes(begin, end), frame.start)) {
             fault("message " + std::to_string(number) + ", which was not damaged, is neither kept nor saved");
         }
     }
-}
-
-// A file "<table>.cut-<offset>" holds the frame at its place.
-bool TableDamage::isSaved(const Bytes& frame, std::size_t start) const {
-    const std::string prefix = memoryPath(shape_) + ".cut-";
-    for (const std::string& path : platform_.paths()) {
-        std::size_t offset = 0;
-        const char* const last = path.data() + path.size();
-        if (!path.starts_with(prefix) || std::from_chars(path.data() + prefix.size(), last, offset).ec != std::errc() ||
-            offset > start) {
-            continue;
-        }
-        const Bytes& copy = platform_.bytes(path);
-        if (start - offset + frame.size() <= copy.size() &&
-            std::equal(frame.begin(), frame.end(), copy.begin() + static_cast<std::ptrdiff_t>(start - offset))) {
-            return true;
-        }
-    }
-    return false;
 }
 
 void TableDamage::judge(const Question& question, const Answer& answer, const std::vector<std::int64_t>& present,

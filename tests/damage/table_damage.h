@@ -63,7 +63,6 @@ class TableDamage {
     void write(const Damage& damage);
     void writeOn(std::vector<std::int64_t> present, const Damage& damage);
     void expectNothingLost(const Damage& damage);
-    bool isSaved(const Bytes& frame, std::size_t start) const;
     void judge(const Question& question, const Answer& answer, const std::vector<std::int64_t>& present,
                const Damage& damage, const std::string& how);
     void checkLimits();
