@@ -33,9 +33,10 @@ LogFacility* installedFacility = &builtInFacility;
 // The name stays filled once the open was tried, so that it is tried only once per process.
 std::array<char, 64> logFileName{};
 std::FILE* logStream = nullptr;
+bool debugStreamSet = false;  // logStream, which may be null, has come from outside
 
 std::FILE* logFile_stream() {
-    if (logFileName[0] == '\0') {
+    if (!debugStreamSet && logFileName[0] == '\0') {
         std::snprintf(logFileName.data(), logFileName.size(), "tabulo-%lu.log", platform_processId());
         std::fprintf(stderr, "Tabulo/C DEBUG: initing log file %s...\n", logFileName.data());
         std::fflush(stderr);
@@ -49,6 +50,9 @@ std::FILE* logFile_stream() {
 
 TABULO_PRINTF(1, 0) void logFile_vwrite(const char* format, std::va_list arguments) {
     std::FILE* stream = logFile_stream();
+    if (stream == nullptr) {
+        return;
+    }
     std::vfprintf(stream, format, arguments);
     std::fflush(stream);
 }
@@ -132,6 +136,21 @@ void log_setFacility(LogFacility* facility) noexcept {
 
 void log_silenceBuiltInNotes() noexcept {
     builtInFacility.info = &silentChannel;
+}
+
+void log_setDebugStream(std::FILE* stream) noexcept {
+    std::FILE* previous = logStream;
+    logStream = stream;
+    debugStreamSet = true;
+    if (previous != nullptr && previous != stderr && previous != stream) {
+        (void)std::fclose(previous);  // every line was flushed
+    }
+}
+
+void log_perror(const char* what) noexcept {
+    if (!debugStreamSet) {
+        std::perror(what);
+    }
 }
 
 }  // namespace tabulo::internal

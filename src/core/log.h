@@ -1,8 +1,9 @@
 // The diagnostic log.
 //
 // DEBUG lines trace the library's operations and go to a file of this process, "tabulo-<process id>.log" in the current
-// directory, opened at the first DEBUG line and flushed after every write. NOTE and WARNING lines go to a facility: at
-// first a built-in one that prints them to standard error, later the one that the host installs.
+// directory, opened at the first DEBUG line and flushed after every write, unless log_setDebugStream says otherwise.
+// NOTE and WARNING lines go to a facility: at first a built-in one that prints them to standard error, later the one
+// that the host installs.
 //
 // A line is a prefix that names the writing operation and a message; the message's format carries its own line end.
 // Traced operations log "+ name" on entry and "- name" on exit. Texts that come from outside (names, paths) are passed
@@ -11,6 +12,7 @@
 #pragma once
 
 #include <cstdarg>
+#include <cstdio>
 
 #include "core/compiler.h"
 
@@ -52,5 +54,13 @@ void log_setFacility(LogFacility* facility) noexcept;
 // Makes the built-in facility drop NOTE lines and keep WARNING lines: what a Java process sees before its host has
 // installed a facility. Other facilities are not affected.
 void log_silenceBuiltInNotes() noexcept;
+
+// Sends DEBUG lines to a stream, or drops them (null), in place of the process's own log file. The stream is the
+// library's from here on, and is closed when another call replaces it. From the first call on the library prints
+// nothing to standard error by itself; only a facility may.
+void log_setDebugStream(std::FILE* stream) noexcept;
+
+// Prints the system's text for errno behind `what` to standard error, until log_setDebugStream has been called.
+void log_perror(const char* what) noexcept;
 
 }  // namespace tabulo::internal

@@ -15,4 +15,10 @@ struct [[nodiscard]] SystemError {
     friend constexpr bool operator==(SystemError, SystemError) noexcept = default;
 };
 
+// The first error that the system gave this thread since the last clear, 0 for none: the cause that an operation's code
+// has no room for. Kept by filePlatform_repeat.
+SystemError systemError_first() noexcept;
+void systemError_keep(SystemError error) noexcept;
+void systemError_clear() noexcept;
+
 }  // namespace tabulo::internal

@@ -78,6 +78,41 @@ ErrorCode appendToFiles(BlockWriter* writer, std::uint64_t blockLength, std::int
     });
 }
 
+// Puts the footer of the block in the summary behind its frames, and its length behind that.
+ErrorCode putFooter(BlockWriter* writer, std::uint64_t* blockLength) {
+    *blockLength = blockSummary_closedLength(writer->summary, writer->footerSize);
+    (void)blockSummary_writeFooter(&writer->summary, writer->layout,
+                                   writer->stream.get());  // the stream keeps its error
+    byteStream_put(writer->stream.get(), *blockLength);
+    return byteStream_error(writer->stream.get());
+}
+
+// Puts frames into the stream and the summary until the block is full or the write is large enough.
+ErrorCode putFrames(BlockWriter* writer, std::span<const std::uint8_t> frames, std::int32_t* count,
+                    std::size_t* taken) {
+    const MessageTableLayout& layout = writer->layout;
+    while (*taken < frames.size() && writer->summary.messageCount < layout.messagesPerBlock) {
+        const std::span<const std::uint8_t> rest = frames.subspan(*taken);
+        DecodedMessage decoded;
+        ErrorCode code = mfr_decodeFrame(rest.data(), static_cast<std::int64_t>(rest.size()), layout, &decoded);
+        if (code == NO_ERROR && *count > 0 &&
+            byteStream_writeMark(writer->stream.get()) + std::int64_t{decoded.frameLength} > LARGEST_BATCH) {
+            return NO_ERROR;
+        }
+        const MessageView message = message_view(decoded, layout);
+        if (code == NO_ERROR) {
+            code = mfr_encodeMessage(message, writer->stream.get());
+        }
+        if (code != NO_ERROR) {
+            return code;
+        }
+        blockSummary_add(&writer->summary, layout, message, decoded.frameLength);
+        *count += 1;
+        *taken += static_cast<std::size_t>(decoded.frameLength);
+    }
+    return NO_ERROR;
+}
+
 }  // namespace
 
 BlockWriter* mfr_create(TableStorage* storage, const MessageTableLayout* layout) noexcept {
@@ -142,10 +177,7 @@ ErrorCode mfr_writeMessage(BlockWriter* writer, const MessageView& message, Appe
     if (closing) {
         blockSummary_copy(&writer->fallback, *summary);
         blockSummary_add(summary, layout, message, frameLength);
-        blockLength = blockSummary_closedLength(*summary, writer->footerSize);
-        (void)blockSummary_writeFooter(summary, layout, stream);  // the stream keeps its first error
-        byteStream_put(stream, blockLength);
-        code = byteStream_error(stream);
+        code = putFooter(writer, &blockLength);
     }
     if (code == NO_ERROR) {
         code = appendToFiles(writer, blockLength, &appended->blockEnd);
@@ -161,6 +193,53 @@ ErrorCode mfr_writeMessage(BlockWriter* writer, const MessageView& message, Appe
         mfr_reset(writer, true);
     } else {
         blockSummary_add(summary, layout, message, frameLength);
+    }
+    return NO_ERROR;
+}
+
+ErrorCode blockWriter_writeFrames(BlockWriter* writer, std::span<const std::uint8_t> frames, std::int32_t* count,
+                                  std::size_t* taken, Appended* appended) noexcept {
+    *count = 0;
+    *taken = 0;
+    *appended = {};
+    byteStream_clear(writer->stream.get());
+    if (writer->summary.messageCount == 0) {
+        byteStream_put(writer->stream.get(), std::uint64_t{0});
+    }
+    blockSummary_copy(&writer->fallback, writer->summary);
+    ErrorCode code = putFrames(writer, frames, count, taken);
+    std::uint64_t blockLength = 0;
+    const bool closing = writer->summary.messageCount >= writer->layout.messagesPerBlock;
+    if (code == NO_ERROR && closing) {
+        code = putFooter(writer, &blockLength);
+    }
+    if (code == NO_ERROR) {
+        code = appendToFiles(writer, blockLength, &appended->blockEnd);
+    }
+    if (code != NO_ERROR) {
+        blockSummary_copy(&writer->summary, writer->fallback);
+        *count = 0;
+        *taken = 0;
+        return code;
+    }
+    appended->bytes = byteStream_writeMark(writer->stream.get());
+    if (closing) {
+        mfr_reset(writer, true);
+    }
+    return NO_ERROR;
+}
+
+ErrorCode blockWriter_checkFrames(const MessageTableLayout& layout, std::span<const std::uint8_t> frames,
+                                  std::size_t* offset) noexcept {
+    *offset = 0;
+    while (*offset < frames.size()) {
+        const std::span<const std::uint8_t> rest = frames.subspan(*offset);
+        DecodedMessage decoded;
+        const ErrorCode code = mfr_decodeFrame(rest.data(), static_cast<std::int64_t>(rest.size()), layout, &decoded);
+        if (code != NO_ERROR) {
+            return code;
+        }
+        *offset += static_cast<std::size_t>(decoded.frameLength);
     }
     return NO_ERROR;
 }

@@ -4,7 +4,9 @@
 // that a stored message costs one write call for each file.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
+#include <span>
 
 #include "core/byte_stream.h"
 #include "core/error_codes.h"
@@ -54,5 +56,19 @@ struct Appended {
 // file. STREAM_EXTENSION_ERROR when the frame cannot be encoded. After a failure the writer is as it was before the
 // call.
 ErrorCode mfr_writeMessage(BlockWriter* writer, const MessageView& message, Appended* appended) noexcept;
+
+// A batch of frames larger than this goes to the system in several writes.
+inline constexpr std::int64_t LARGEST_BATCH = std::int64_t{1} << 30;
+
+// Appends encoded frames that stand one behind the other, as mfr_writeMessage would append each, but with one write and
+// one flush: up to the end of the open block, or as many as one write takes (LARGEST_BATCH, at least one frame). They
+// must be whole and sound (blockWriter_checkFrames). Sets *count and *taken to the frames and the bytes of `frames`
+// that were appended, both 0 after a failure. All else as mfr_writeMessage.
+ErrorCode blockWriter_writeFrames(BlockWriter* writer, std::span<const std::uint8_t> frames, std::int32_t* count,
+                                  std::size_t* taken, Appended* appended) noexcept;
+// Whether whole, sound frames of the layout fill these bytes exactly: NO_ERROR, or the code of mfr_decodeFrame for the
+// first that is not, with *offset at it.
+ErrorCode blockWriter_checkFrames(const MessageTableLayout& layout, std::span<const std::uint8_t> frames,
+                                  std::size_t* offset) noexcept;
 
 }  // namespace tabulo::internal

@@ -62,7 +62,7 @@ ErrorCode compareWithConfiguration(const SectionOwner& owner, const MessageTable
         stored.layout.messagesPerBlock != configured.messagesPerBlock) {
         return CONFIG_MISMATCH_ERROR;
     }
-    return compareNames(owner, stored);
+    return owner.storage->config->namesAreStored ? NO_ERROR : compareNames(owner, stored);
 }
 
 // The three records, each checked as soon as it is read.

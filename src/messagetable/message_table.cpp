@@ -137,24 +137,25 @@ bool isOpenedReadOnly(const MessageTable* table) {
     return tableStorage_isActive(table->storage.get()) && !isWritable(table);
 }
 
-// Appends a checked message and takes it into the bookkeeping.
-ErrorCode storeMessage(MessageTable* table, const MessageView& message) {
-    Appended appended;
-    const ErrorCode code = mfr_writeMessage(table->writer.get(), message, &appended);
-    if (code != NO_ERROR) {
-        return code;
-    }
+// Takes an append of some messages into the bookkeeping.
+ErrorCode account(MessageTable* table, const Appended& appended, std::int32_t messages) {
     TailRecords& records = table->records;
     if (appended.blockEnd != 0) {
         records.blockInfo.lastBlockEnd = static_cast<std::uint64_t>(appended.blockEnd);
     }
     // A negative count would never open again.
-    if (records.dataInfo.messageCount < std::numeric_limits<std::int32_t>::max()) {
-        records.dataInfo.messageCount += 1;
-    }
+    const std::int32_t room = std::numeric_limits<std::int32_t>::max() - records.dataInfo.messageCount;
+    records.dataInfo.messageCount += std::min(messages, room);
     records.dataInfo.dataEnd += static_cast<std::uint64_t>(appended.bytes);
     records.staticIndexes = table->writer->summary.staticIndexes;
     return appended.blockEnd != 0 ? saveTail(table) : NO_ERROR;
+}
+
+// Appends a checked message.
+ErrorCode storeMessage(MessageTable* table, const MessageView& message) {
+    Appended appended;
+    const ErrorCode code = mfr_writeMessage(table->writer.get(), message, &appended);
+    return code == NO_ERROR ? account(table, appended, 1) : code;
 }
 
 }  // namespace
@@ -270,6 +271,53 @@ ErrorCode mt_writeRawMessage(MessageTable* table, const void* buffer, std::int32
     return isOpenedReadOnly(table) ? READ_ONLY_ERROR : storeMessage(table, message_view(message, layout));
 }
 
+ErrorCode mt_writeRawMessages(MessageTable* table, std::span<const std::uint8_t> frames, std::size_t* offset,
+                              std::int64_t* stored) noexcept {
+    if (table == nullptr || table->storage == nullptr || offset == nullptr || stored == nullptr) {
+        return NULL_POINTER_ERROR;
+    }
+    *stored = 0;
+    ErrorCode code = blockWriter_checkFrames(table->header.layout, frames, offset);
+    if (code == NO_ERROR && isOpenedReadOnly(table)) {
+        code = READ_ONLY_ERROR;
+    }
+    while (code == NO_ERROR && !frames.empty()) {
+        std::int32_t count = 0;
+        std::size_t taken = 0;
+        Appended appended;
+        code = blockWriter_writeFrames(table->writer.get(), frames, &count, &taken, &appended);
+        if (code == NO_ERROR) {
+            frames = frames.subspan(taken);
+            *stored += count;
+            code = account(table, appended, count);
+        }
+    }
+    return code;
+}
+
+ErrorCode mt_commit(MessageTable* table) noexcept {
+    if (table == nullptr || table->storage == nullptr) {
+        return NULL_POINTER_ERROR;
+    }
+    TableFile* file = tableStorage_master(table->storage.get());
+    if (file == nullptr) {
+        return MASTER_INACTIVE_ERROR;
+    }
+    return isWritable(table) ? tableFileCommit(file, "mt_commit") : READ_ONLY_ERROR;
+}
+
+ErrorCode mt_closeFiles(MessageTable* table) noexcept {
+    if (table == nullptr || table->storage == nullptr) {
+        return NULL_POINTER_ERROR;
+    }
+    table->opened = false;
+    const ErrorCode code = tableStorage_uninit(table->storage.get());
+    if (code != NO_ERROR) {
+        tableStorage_closeAll(table->storage.get());
+    }
+    return code;
+}
+
 ErrorCode mt_refresh(MessageTable* table) noexcept {
     if (table == nullptr || table->storage == nullptr) {
         return NULL_POINTER_ERROR;
@@ -298,6 +346,10 @@ const MessageTableHeader& mt_header(const MessageTable* table) noexcept {
 
 const mthStaticIndexes& mt_staticIndexes(const MessageTable* table) noexcept {
     return table->records.staticIndexes;
+}
+
+std::int64_t mt_dataEnd(const MessageTable* table) noexcept {
+    return static_cast<std::int64_t>(table->records.dataInfo.dataEnd);
 }
 
 std::int64_t mt_openBlockStart(const MessageTable* table) noexcept {

@@ -7,8 +7,10 @@
 // mt_readMessages and the lookups are in message_read.h and message_lookup.h.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <span>
 
 #include "core/error_codes.h"
 #include "core/handle.h"
@@ -81,6 +83,21 @@ ErrorCode mt_writeMessage(MessageTable* table, const MessageView& message) noexc
 // disagree or an unknown numeric type; then as mt_writeMessage.
 ErrorCode mt_writeRawMessage(MessageTable* table, const void* buffer, std::int32_t length) noexcept;
 
+// Appends messages given as encoded frames that stand one behind the other, with one write for each block that they
+// reach; the file becomes the one that mt_writeRawMessage for each would make. *stored is how many of them are in the
+// file, also after a failure: each write is there as a whole or not at all. NULL_POINTER_ERROR; READ_ONLY_ERROR;
+// NO_DATA_ERROR and CONSISTENCY_ERROR, with *offset at the first frame that is not whole and sound, and nothing stored;
+// then as mt_writeMessage.
+ErrorCode mt_writeRawMessages(MessageTable* table, std::span<const std::uint8_t> frames, std::size_t* offset,
+                              std::int64_t* stored) noexcept;
+
+// Commits a table that is open for writing to the disk, whatever the sync policy. NULL_POINTER_ERROR; READ_ONLY_ERROR;
+// MASTER_INACTIVE_ERROR without an active file; FILE_FLUSH_ERROR when the system refuses.
+ErrorCode mt_commit(MessageTable* table) noexcept;
+// Closes the files without saving the tail; the table stays, and may be opened again. NULL_POINTER_ERROR; the codes of
+// tableStorage_uninit, with the files closed nevertheless.
+ErrorCode mt_closeFiles(MessageTable* table) noexcept;
+
 // Brings a read-only table's view to what its file holds now: the open block's place and the static indexes, also those
 // of messages behind the writer's last tail save. Does nothing for a table opened for writing, whose memory is current.
 // NULL_POINTER_ERROR; MASTER_INACTIVE_ERROR without an active file; the codes of tableView_refresh.
@@ -93,6 +110,8 @@ const MessageTableLayout& mt_layout(const MessageTable* table) noexcept;
 const MessageTableHeader& mt_header(const MessageTable* table) noexcept;
 // What lookups answer; mt_refresh brings it up to date.
 const mthStaticIndexes& mt_staticIndexes(const MessageTable* table) noexcept;
+// The offset behind the last message that this table, open for writing, has stored.
+std::int64_t mt_dataEnd(const MessageTable* table) noexcept;
 // The offset at which the open block begins: lastBlockEnd, or the header's end for a table without closed blocks.
 std::int64_t mt_openBlockStart(const MessageTable* table) noexcept;
 // True when a callback has asked to destroy the table that is still in use (MessageTableUse).

@@ -212,7 +212,7 @@ ErrorCode writeHeaderAndCut(Recovery* recovery) {
     if (code == NO_ERROR && recovery->writtenBeforeStart) {
         // Else what was cut could come back around what is written next, when the power is lost again. Without a loss
         // of power only torn frames are cut, and there may be much that the system has not written yet.
-        tableFileCommit(recovery->file, "mtX_recover");
+        (void)tableFileCommit(recovery->file, "mtX_recover");  // a WARNING tells
     }
     return code;
 }

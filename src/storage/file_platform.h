@@ -63,6 +63,9 @@ SystemError filePlatform_repeat(Call call) {
     while (filePlatform_isInterrupted(error)) {
         error = call();
     }
+    if (error.failed()) {
+        systemError_keep(error);
+    }
     return error;
 }
 // True for the error number of a file that does not exist.

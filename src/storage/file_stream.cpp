@@ -98,6 +98,7 @@ SystemError fileStream_close(FileStream* stream) noexcept {
     // A child that was forked meanwhile shares the lock: closing alone would leave it in the child's hands.
     (void)filePlatform_repeat([&] { return filePlatform().unlock(stream->descriptor); });  // closing ends it anyway
     const SystemError closeError = filePlatform().close(stream->descriptor);
+    systemError_keep(closeError);
     stream->descriptor = -1;
     return error.failed() ? error : closeError;
 }

@@ -13,6 +13,13 @@ enum class OpenMode : std::int32_t {
     create = 2,  // created, or emptied, for reading and writing
 };
 
+// What must stand at a path that is opened in OpenMode::write.
+enum class FilePresence {
+    any,       // the file is created when it is missing
+    existing,  // it is not created
+    missing,   // an existing one is refused, and stays as it is
+};
+
 constexpr bool openMode_isKnown(OpenMode mode) noexcept {
     return mode == OpenMode::read || mode == OpenMode::write || mode == OpenMode::create;
 }

@@ -23,6 +23,7 @@ ErrorCode openCopy(const std::string& base, FileStream* copy, std::string* path)
         if (!filePlatform_isExisting(error) || number == std::numeric_limits<std::int32_t>::max()) {
             return FILE_OPEN_ERROR;
         }
+        systemError_clear();  // a name that is taken is no failure
         *path = base + "-" + std::to_string(number);
     }
 }

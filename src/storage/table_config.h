@@ -13,6 +13,7 @@
 
 #include "core/error_codes.h"
 #include "core/handle.h"
+#include "storage/open_mode.h"
 
 namespace tabulo::internal {
 
@@ -43,6 +44,8 @@ struct KSVTboTableConfig {
     std::string tableName;  // also the file name under every root
     std::int32_t pathCount = 0;
     std::vector<std::optional<std::string>> paths;  // slot 0 the master's, further slots the replicas'
+    FilePresence presence = FilePresence::any;      // what OpenMode::write asks for
+    bool namesAreStored = false;  // the field names were read from the file itself, and are not compared with its own
     MessageTableLayout layout;
     SessionInfoTags sessionInfoTags;
     std::array<std::optional<std::string>, MAX_CONFIGURED_STRING_FIELDS> stringFieldNames;

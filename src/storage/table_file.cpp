@@ -88,7 +88,8 @@ void tableFile_resetPosition(TableFile* file) noexcept {
     (void)tableFileRefreshSize(file, nullptr);  // without an answer the cached size stays
 }
 
-ErrorCode tableFileOpen(TableFile** file, const char* path, OpenMode mode, bool* created) noexcept {
+ErrorCode tableFileOpen(TableFile** file, const char* path, OpenMode mode, bool* created,
+                        FilePresence presence) noexcept {
     if (file == nullptr) {
         return NULL_POINTER_ERROR;
     }
@@ -107,13 +108,19 @@ ErrorCode tableFileOpen(TableFile** file, const char* path, OpenMode mode, bool*
         return OUT_OF_MEMORY_ERROR;
     }
     opened->mode = mode;
-    logOpening(path, mode);
-    SystemError error = stream_open(&opened->stream, path, mode, false);
-    if (mode == OpenMode::write && filePlatform_isMissing(error)) {
+    const bool mustBeNew = mode == OpenMode::write && presence == FilePresence::missing;
+    SystemError error;
+    if (!mustBeNew) {
+        logOpening(path, mode);
+        error = stream_open(&opened->stream, path, mode, false);
+    }
+    const bool mayCreate = mode == OpenMode::write && presence == FilePresence::any && filePlatform_isMissing(error);
+    if (mustBeNew || mayCreate) {
         opened->mode = OpenMode::create;
         if (created != nullptr) {
             *created = true;  // also when this fails
         }
+        systemError_clear();  // that the file was missing is no failure
         logOpening(path, opened->mode);
         error = stream_open(&opened->stream, path, opened->mode, true);
     }
@@ -188,7 +195,7 @@ ErrorCode tableFileSeekSync(TableFile* file, bool force) noexcept {
     const ErrorCode code = tableFileRealSeek(file, file->pendingOffset, SEEK_FROM_CURRENT);
     if (code != NO_ERROR) {
         log_debug("tableFileSeekSync", "tableFileRealSeek() failed. Returning %d\n", FILE_SEEK_ERROR);
-        std::perror("tableFileRealSeek()");
+        log_perror("tableFileRealSeek()");
         tableFile_resetPosition(file);
         return FILE_SEEK_ERROR;
     }

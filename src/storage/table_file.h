@@ -43,8 +43,10 @@ struct TableFile {
 // was tried. The
 // caller owns the record until a tableFileClose succeeds. WRONG_PARAMETER_ERROR: null path or unknown mode.
 // OUT_OF_MEMORY_ERROR. FILE_OPEN_ERROR, with a WARNING: the system refuses, the path is a directory, or another process
-// writes the file. A file is created only where none exists (mode 1) and cut only under the lock (mode 2).
-ErrorCode tableFileOpen(TableFile** file, const char* path, OpenMode mode, bool* created) noexcept;
+// writes the file. A file is created only where none exists (mode 1) and cut only under the lock (mode 2). With another
+// presence than `any`, mode 1 does not create a missing file, or refuses one that is there.
+ErrorCode tableFileOpen(TableFile** file, const char* path, OpenMode mode, bool* created,
+                        FilePresence presence = FilePresence::any) noexcept;
 // Commits what the sync policy still owes, unlocks, closes and frees the record. SYSTEM_FILE_ERROR when the system
 // could not close or write out gathered bytes: the record stays, its stream is gone, and a second close frees it.
 ErrorCode tableFileClose(TableFile* file) noexcept;
@@ -86,10 +88,10 @@ ErrorCode tableFileWrite(TableFile* file, const void* buffer, std::int64_t lengt
 // gathered bytes are lost, position and size are taken from the system again. A commit that fails does not
 // change the result; it is told as in tableFileCommit.
 ErrorCode tableFileFlush(TableFile* file) noexcept;
-// Commits the file, and its name if that has not been done, to the disk now, whatever the policy. A commit that the
-// system reports as failed gives one WARNING under `function`, with the path and the system's words, and the next one
-// only after a commit of this file has succeeded.
-void tableFileCommit(TableFile* file, const char* function) noexcept;
+// Commits the file, and its name if that has not been done, to the disk now, whatever the policy. FILE_FLUSH_ERROR when
+// the system reports that as failed; this also gives one WARNING under `function`, with the path and the system's
+// words, and the next one only after a commit of this file has succeeded.
+ErrorCode tableFileCommit(TableFile* file, const char* function) noexcept;
 // Cuts (or extends) the file to newSize and moves a position beyond it there. READ_ONLY_ERROR; FILE_SEEK_ERROR
 // when gathered bytes cannot be written out first; FILE_TRUNCATE_ERROR. A cut that fails with the position at the
 // file's end is reported as success on purpose: callers go by the size.

@@ -60,12 +60,12 @@ void tableFileSetSyncPolicy(bool doSyncToDisk, std::int32_t syncIntervalSeconds,
     syncPolicy = {doSyncToDisk, syncIntervalSeconds, syncFlushCount};
 }
 
-void tableFileCommit(TableFile* file, const char* function) noexcept {
+ErrorCode tableFileCommit(TableFile* file, const char* function) noexcept {
     SystemError error = fileStream_sync(&file->stream);
     if (file->directorySyncPending) {
         const SystemError named = filePlatform_repeat([&] { return filePlatform().syncDirectory(file->path.c_str()); });
         error = error.failed() ? error : named;
-        file->directorySyncPending = false;
+        file->directorySyncPending = named.failed();
     }
     file->flushesCount = 0;
     if (error.failed() && !file->commitFailed) {
@@ -73,11 +73,12 @@ void tableFileCommit(TableFile* file, const char* function) noexcept {
                     filePlatform_errorText(error));
     }
     file->commitFailed = error.failed();
+    return error.failed() ? FILE_FLUSH_ERROR : NO_ERROR;
 }
 
 void tableFile_syncBeforeClose(TableFile* file) noexcept {
     if (syncPolicy.doSyncToDisk && file->mode != OpenMode::read && file->flushesCount > 0) {
-        tableFileCommit(file, "tableFileClose");
+        (void)tableFileCommit(file, "tableFileClose");  // a WARNING tells
     }
 }
 
@@ -105,7 +106,7 @@ ErrorCode tableFileFlush(TableFile* file) noexcept {
     const std::int64_t elapsed = now - file->lastSyncTime;
     if (isSyncDue(file, elapsed)) {
         const std::int32_t flushes = file->flushesCount;
-        tableFileCommit(file, "tableFileFlush");
+        (void)tableFileCommit(file, "tableFileFlush");  // a WARNING tells
         log_debug("tableFileFlush", "physical sync performed: timeSinceFlush = %ld, flushesCount = %d\n",
                   static_cast<long>(elapsed), flushes);
         file->lastSyncTime = now;

@@ -169,7 +169,7 @@ ErrorCode tsX_openReplica(TableStorage* storage, TableFile** file, const char* p
         return OUT_OF_MEMORY_ERROR;
     }
     bool created = false;
-    ErrorCode code = tableFileOpen(file, path, mode, &created);
+    ErrorCode code = tableFileOpen(file, path, mode, &created, storage->config->presence);
     if (code != NO_ERROR) {
         log_warning("tsX_openReplica", "Unable to open a file %s in mode %d.\n", printable(path),
                     openMode_number(mode));

@@ -6,6 +6,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cerrno>
+#include <cstdio>
 #include <cstring>
 #include <filesystem>
 #include <string>
@@ -300,6 +302,61 @@ TEST(LogFacilityTest, AReleaseThatLogsReachesNoFacilityAndIsNotRepeated) {
     EXPECT_EQ(released.releases, 1);
     EXPECT_EQ(released.writes, 2) << "a facility that is being released was written to";
     EXPECT_TRUE(next.writes().empty()) << "the next facility is installed behind the release of the last one";
+}
+
+int sendDebugLinesElsewhere() {
+    log_setDebugStream(nullptr);
+    log_debug("nowhere", "dropped\n");
+    log_perror("nobody hears this");
+    log_setDebugStream(std::fopen("first", "w"));
+    log_debug("first", "line\n");
+    log_setDebugStream(std::fopen("second", "w"));
+    log_write("another line\n");
+    log_setDebugStream(nullptr);
+    log_debug("nowhere", "dropped\n");
+    return readText("first") == "Tabulo/C DEBUG: first(): line\n" && readText("second") == "another line\n" ? 0 : 1;
+}
+
+const FreshProcess elsewhere("debug lines elsewhere", sendDebugLinesElsewhere);
+
+TEST(LogFileTest, DebugLinesGoToTheStreamThatIsGivenAndNothingToStandardError) {
+    const TemporaryDirectory directory;
+    const ProgramResult result = elsewhere.run(directory.path());
+    EXPECT_EQ(result.status, 0);
+    EXPECT_EQ(result.errors, "");
+    EXPECT_EQ(result.output, "");
+    EXPECT_FALSE(std::filesystem::exists(directory.file(logName(result.id))));
+}
+
+int changeTheStreamAfterTheFirstLine() {
+    log_debug("first", "line\n");
+    log_setDebugStream(std::fopen("later", "w"));
+    log_debug("second", "line\n");
+    log_setDebugStream(nullptr);
+    return readText("later") == "Tabulo/C DEBUG: second(): line\n" &&
+                   readText(logName(::getpid())) == "Tabulo/C DEBUG: first(): line\n"
+               ? 0
+               : 1;
+}
+
+const FreshProcess changed("debug lines change", changeTheStreamAfterTheFirstLine);
+
+TEST(LogFileTest, TheProcesssOwnLogFileEndsWhereAnotherStreamIsGiven) {
+    const TemporaryDirectory directory;
+    EXPECT_EQ(changed.run(directory.path()).status, 0);
+}
+
+int complainToStandardError() {
+    errno = ENOENT;
+    log_perror("here");
+    return 0;
+}
+
+const FreshProcess complaining("perror", complainToStandardError);
+
+TEST(LogFileTest, TheSystemsErrorIsPrintedWhereNobodyHasChosenAStream) {
+    const TemporaryDirectory directory;
+    EXPECT_EQ(complaining.run(directory.path()).errors, "here: No such file or directory\n");
 }
 
 }  // namespace

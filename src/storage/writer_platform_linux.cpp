@@ -1,0 +1,140 @@
+#include <dirent.h>
+#include <fcntl.h>
+#include <linux/magic.h>
+#include <sys/stat.h>
+#include <sys/sysmacros.h>
+#include <sys/vfs.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <cstdint>
+#include <memory>
+#include <new>
+#include <string>
+#include <string_view>
+
+#include "storage/lock_list.h"
+#include "storage/writer_platform.h"
+
+namespace tabulo::internal {
+
+namespace {
+
+// Of all processes that this one can see.
+constexpr const char* LOCK_LIST = "/proc/locks";
+// The namespace of the processes of the whole machine; in any other one the list leaves out what is outside.
+constexpr std::string_view WHOLE_MACHINE = "pid:[4026531836]";
+// A list that changes while it is read may miss a lock: it is believed when it has none several times.
+constexpr int LOOKS = 3;
+
+// File systems whose locks other machines may hold.
+constexpr std::uint32_t GFS2_MAGIC = 0x01161970;
+constexpr std::array<std::uint32_t, 11> SHARED_FILE_SYSTEMS = {
+    NFS_SUPER_MAGIC,  SMB_SUPER_MAGIC, SMB2_SUPER_MAGIC, CIFS_SUPER_MAGIC,  AFS_SUPER_MAGIC, AFS_FS_MAGIC,
+    CEPH_SUPER_MAGIC, V9FS_MAGIC,      FUSE_SUPER_MAGIC, OCFS2_SUPER_MAGIC, GFS2_MAGIC};
+
+bool readWhole(const char* path, std::string* content) {
+    const int descriptor = ::open(path, O_RDONLY | O_CLOEXEC);
+    if (descriptor < 0) {
+        return false;
+    }
+    content->clear();
+    std::array<char, 65536> piece;
+    ssize_t count = 0;
+    while ((count = ::read(descriptor, piece.data(), piece.size())) != 0) {
+        if (count > 0) {
+            content->append(piece.data(), static_cast<std::size_t>(count));
+        } else if (errno != EINTR) {
+            break;
+        }
+    }
+    (void)::close(descriptor);  // it was only read
+    return count == 0;
+}
+
+bool seesAllProcesses() {
+    std::array<char, 64> name;
+    const ssize_t length = ::readlink("/proc/self/ns/pid", name.data(), name.size());
+    return length > 0 && std::string_view(name.data(), static_cast<std::size_t>(length)) == WHOLE_MACHINE;
+}
+
+bool isShared(const char* path) {
+    struct statfs status {};
+    if (::statfs(path, &status) != 0) {
+        return true;
+    }
+    for (const std::uint32_t magic : SHARED_FILE_SYSTEMS) {
+        if (static_cast<std::uint32_t>(status.f_type) == magic) {
+            return true;
+        }
+    }
+    return false;
+}
+
+// Whether a process holds a writer's lock on the file, told from its descriptors.
+WriterPresence findDescriptor(std::int64_t process, const struct stat& file) {
+    const std::string folder = "/proc/" + std::to_string(process);
+    const std::unique_ptr<DIR, int (*)(DIR*)> descriptors(::opendir((folder + "/fd").c_str()), &::closedir);
+    if (descriptors == nullptr) {
+        return WriterPresence::unknown;
+    }
+    while (const dirent* entry = ::readdir(descriptors.get())) {
+        struct stat status {};
+        std::string locks;
+        if (::stat((folder + "/fd/" + entry->d_name).c_str(), &status) == 0 && status.st_dev == file.st_dev &&
+            status.st_ino == file.st_ino && readWhole((folder + "/fdinfo/" + entry->d_name).c_str(), &locks) &&
+            locks.find(" FLOCK ") != std::string::npos) {
+            return WriterPresence::yes;
+        }
+    }
+    return WriterPresence::no;
+}
+
+WriterPresence findInList(const std::string& list, const struct stat& file) {
+    const LockedFile locked{major(file.st_dev), minor(file.st_dev), file.st_ino};
+    WriterPresence presence = WriterPresence::no;
+    for (const WriterLock& lock : lockList_writers(list, locked)) {
+        const WriterPresence found = lock.sameDevice ? WriterPresence::yes : findDescriptor(lock.process, file);
+        if (found == WriterPresence::yes) {
+            return found;
+        }
+        presence = found == WriterPresence::unknown ? found : presence;
+    }
+    return presence;
+}
+
+WriterPresence find(const char* path, const struct stat& file) {
+    std::string list;
+    for (int look = 0; look < LOOKS; ++look) {
+        if (!readWhole(LOCK_LIST, &list)) {
+            return WriterPresence::unknown;
+        }
+        const WriterPresence presence = findInList(list, file);
+        if (presence != WriterPresence::no) {
+            return presence;
+        }
+    }
+    return seesAllProcesses() && !isShared(path) ? WriterPresence::no : WriterPresence::unknown;
+}
+
+}  // namespace
+
+SystemError writerPlatform_find(const char* path, WriterPresence* presence) noexcept {
+    *presence = WriterPresence::unknown;
+    struct stat file {};
+    if (::stat(path, &file) != 0) {
+        return errno;
+    }
+    if (S_ISDIR(file.st_mode)) {
+        return EISDIR;
+    }
+    try {
+        *presence = find(path, file);
+    } catch (const std::bad_alloc&) {
+        *presence = WriterPresence::unknown;
+    }
+    return 0;
+}
+
+}  // namespace tabulo::internal
