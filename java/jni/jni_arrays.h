@@ -17,7 +17,7 @@ std::unique_ptr<std::int64_t[]> longArrayToNative(JNIEnv* env, jlongArray array,
 std::unique_ptr<double[]> doubleArrayToNative(JNIEnv* env, jdoubleArray array, std::int32_t* count) noexcept;
 
 // A new long[count] with element i = getter(source, i); all zeros for a null source. Null when it cannot be made (an
-// exception may then be pending).
+// exception may then be pending). No caller of ours: it is the way back of longArrayToNative.
 jlongArray nativeToLongArray(JNIEnv* env, const void* source, std::int32_t count,
                              std::int64_t (*getter)(const void* source, std::int32_t index)) noexcept;
 

@@ -20,8 +20,9 @@ jobject callObjectGetter(JNIEnv* env, jobject object, const char* name, const ch
 // null (the value is not given) or a Java exception is pending.
 int callIntegerGetter(JNIEnv* env, jobject object, const char* name, std::int32_t* value, ...) noexcept;
 int callLongGetter(JNIEnv* env, jobject object, const char* name, std::int64_t* value, ...) noexcept;
-int callDoubleGetter(JNIEnv* env, jobject object, const char* name, double* value, ...) noexcept;
 int callBooleanGetter(JNIEnv* env, jobject object, const char* name, bool* value, ...) noexcept;
+// The same of a Double. No caller of ours: conditions have their doubles in arrays.
+int callDoubleGetter(JNIEnv* env, jobject object, const char* name, double* value, ...) noexcept;
 
 // Getters of arrays: a copy and its length; null, *count 0, when the getter returned null, or with a Java exception
 // pending, or when memory is short.

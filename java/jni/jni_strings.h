@@ -28,7 +28,7 @@ ErrorCode stringArrayToNative(JNIEnv* env, jobjectArray array, std::int32_t coun
                               std::vector<NativeText>* list) noexcept;
 
 // A new String[count] with element i made of getter(source, i); null with a Java exception pending, which has been
-// printed.
+// printed. No caller of ours: it is the way back of stringArrayToNative.
 jobjectArray nativeToStringArray(JNIEnv* env, std::int32_t count, const void* source,
                                  const char* (*getter)(const void* source, std::int32_t index)) noexcept;
 

@@ -40,7 +40,7 @@ using BloomFilterPtr = Handle<BloomFilter, bloomFilter_destroy>;
 void bloomFilter_clear(BloomFilter* filter) noexcept;
 // Copies the filter's size in bytes (see bloomFilter_bits) from `bytes` into the words.
 void bloomFilter_setBits(BloomFilter* filter, const void* bytes) noexcept;
-// The words and their size in bytes.
+// The words and their size in bytes. Called here only: others take the stored form from bloomFilter_write.
 const std::uint32_t* bloomFilter_bits(const BloomFilter* filter, std::int32_t* byteCount) noexcept;
 
 void bloomFilter_add(BloomFilter* filter, std::string_view key) noexcept;
@@ -55,7 +55,7 @@ ErrorCode bloomFilter_write(const BloomFilter* filter, KSVByteStream* stream) no
 // Replaces the filter by a stored one, read in the stream's direction. HEADER_CORRUPTED_ERROR for a bitCount of 0 (also
 // when its four bytes are missing: the stream then holds STREAM_NOT_ENOUGH_DATA_ERROR), STREAM_NOT_ENOUGH_DATA_ERROR
 // when fewer bytes than announced are unread, OUT_OF_MEMORY_ERROR when the words cannot be resized; in these cases the
-// filter is unchanged.
+// filter is unchanged. No caller of ours: footers are asked in their stored form, by bloomFilter_storedMayContain.
 ErrorCode bloomFilter_read(BloomFilter* filter, KSVByteStream* stream) noexcept;
 
 }  // namespace tabulo::internal

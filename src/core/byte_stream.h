@@ -107,7 +107,7 @@ StreamCount byteStream_skip(KSVByteStream* stream, std::int32_t n) noexcept;
 
 // Replaces the buffer by a caller's buffer, which must outlive its use; the filled bytes are the caller's to copy. A
 // capacity below one of the marks is refused: a line on standard output, WRONG_PARAMETER_ERROR in the stream, result 1.
-// Otherwise the result is 0.
+// Otherwise the result is 0. Called here only: by streams that grow.
 std::int32_t byteStream_setBuffer(KSVByteStream* stream, void* buffer, std::int32_t capacity) noexcept;
 
 // Empties the stream and makes its capacity at least n, without keeping what it held: a growing stream that is too

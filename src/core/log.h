@@ -42,10 +42,11 @@ void log_note(const char* function, const char* format, ...) noexcept TABULO_PRI
 // WARNING line to the facility's warning channel: "Tabulo/C WARNING: <function>(): " and the message.
 void log_warning(const char* function, const char* format, ...) noexcept TABULO_PRINTF(2, 3);
 
-// The message alone, to the log file, the info channel and the warning channel: they continue a line piece by piece.
+// The message alone, to the log file and to the warning channel: they continue a line piece by piece.
 void log_write(const char* format, ...) noexcept TABULO_PRINTF(1, 2);
-void log_noteWrite(const char* format, ...) noexcept TABULO_PRINTF(1, 2);
 void log_warningWrite(const char* format, ...) noexcept TABULO_PRINTF(1, 2);
+// The same to the info channel. No caller of ours: our NOTE lines come in one piece.
+void log_noteWrite(const char* format, ...) noexcept TABULO_PRINTF(1, 2);
 
 // Installs a facility, or none (null): NOTE and WARNING lines are then dropped. The previous facility is released once;
 // it is out of reach before its release runs, so a release that logs is safe.

@@ -34,11 +34,13 @@ void mfr_destroy(BlockWriter* writer) noexcept;
 using BlockWriterPtr = Handle<BlockWriter, mfr_destroy>;
 
 // Bytes of a footer of this layout, its block length included; 0 when memory is short or the layout is impossible.
+// Called here only: others ask blockWriter_footerSize, which measures once.
 std::int32_t mfrX_footerSize(const MessageTableLayout* layout) noexcept;
 // The same, taken from the storage or recorded there.
 std::int32_t blockWriter_footerSize(TableStorage* storage, const MessageTableLayout& layout) noexcept;
 
-// Empties the block summary and the filters; the static indexes only without keepStaticIndexes.
+// Empties the block summary and the filters; the static indexes only without keepStaticIndexes. Called here only:
+// others empty all of it, by mfr_resetAll.
 void mfr_reset(BlockWriter* writer, bool keepStaticIndexes) noexcept;
 // mfr_reset with the static indexes.
 void mfr_resetAll(BlockWriter* writer) noexcept;

@@ -130,9 +130,8 @@ ErrorCode loadOpenBlock(BlockReader* reader, TableFile* file, std::int64_t lastB
     return usable ? NO_ERROR : FILE_SIZE_ERROR;
 }
 
-}  // namespace
-
-ErrorCode headerSection_readLayout(KSVByteStream* stream, MessageTableHeader* stored) noexcept {
+// The type name, the layout and the names, which point into the stream.
+ErrorCode readLayout(KSVByteStream* stream, MessageTableHeader* stored) {
     const ErrorCode code = typeName_read(stream, TYPE_NAME);
     if (code != NO_ERROR) {
         return code;
@@ -143,6 +142,8 @@ ErrorCode headerSection_readLayout(KSVByteStream* stream, MessageTableHeader* st
     const ErrorCode checked = hasLayout ? mtLayout_check(&stored->layout) : NO_ERROR;
     return checked != NO_ERROR ? checked : read;
 }
+
+}  // namespace
 
 ErrorCode headerSection_skim(KSVByteStream* stream, std::int32_t offset, MessageTableLayout* layout,
                              TailRecords* records) noexcept {
@@ -180,7 +181,7 @@ ErrorCode mtX_verify(const SectionOwner& owner, TableFile* file, KSVByteStream* 
         return byteStream_error(stream);
     }
     MessageTableHeader stored;
-    code = headerSection_readLayout(stream, &stored);
+    code = readLayout(stream, &stored);
     if (code != NO_ERROR) {
         return code;
     }

@@ -46,8 +46,5 @@ ErrorCode mtX_load(const SectionOwner& owner, TableFile* file, KSVByteStream* st
 // Reads a section up to its end, without looking at what it says: the layout and the records. The codes of the stream.
 ErrorCode headerSection_skim(KSVByteStream* stream, std::int32_t offset, MessageTableLayout* layout,
                              TailRecords* records) noexcept;
-// Reads the type name, the layout and the names, which point into the stream. STREAM_NOT_ENOUGH_DATA_ERROR;
-// TABLE_TYPE_ERROR; HEADER_CORRUPTED_ERROR for an impossible layout.
-ErrorCode headerSection_readLayout(KSVByteStream* stream, MessageTableHeader* stored) noexcept;
 
 }  // namespace tabulo::internal

@@ -22,7 +22,7 @@ inline constexpr std::int32_t MESSAGE_CLASS_COUNT = 5;
 // The class of an id; NO_MESSAGE_CLASS for a negative one.
 MessageClass classifyConnMsgId(std::int32_t id) noexcept;
 // The same for a number of a numeric comparison; also NO_MESSAGE_CLASS above the last range, between two ids of
-// different classes, and for NaN.
+// different classes, and for NaN. No caller of ours: filters on ids look at the ranges of all classes.
 MessageClass classifyConnMsgIdDouble(double id) noexcept;
 
 // First and last id of a class, inclusive; -1 for NO_MESSAGE_CLASS and numbers that name no class.

@@ -340,10 +340,6 @@ const MessageTableLayout& mt_layout(const MessageTable* table) noexcept {
     return table->header.layout;
 }
 
-const MessageTableHeader& mt_header(const MessageTable* table) noexcept {
-    return table->header;
-}
-
 const mthStaticIndexes& mt_staticIndexes(const MessageTable* table) noexcept {
     return table->records.staticIndexes;
 }

@@ -69,7 +69,8 @@ ErrorCode mt_close(MessageTable* table) noexcept;
 // MASTER_INACTIVE_ERROR without an active file; the codes of mt_truncateStorage and mt_open. When the files cannot be
 // created again the table is left closed.
 ErrorCode mt_drop(MessageTable* table) noexcept;
-// Cuts the files back to their headers. NULL_POINTER_ERROR, the codes of tableFileTruncate.
+// Cuts the files back to their headers. NULL_POINTER_ERROR, the codes of tableFileTruncate. Called here only: by
+// mt_drop, which also makes the table usable again.
 ErrorCode mt_truncateStorage(MessageTable* table) noexcept;
 
 // Appends one message. Its field counts must be the layout's; a field of length 0 is absent, its text may be null.
@@ -106,8 +107,6 @@ ErrorCode mt_refresh(MessageTable* table) noexcept;
 // What others may know of a table, which must not be null.
 TableStorage* mt_storage(const MessageTable* table) noexcept;
 const MessageTableLayout& mt_layout(const MessageTable* table) noexcept;
-// Layout and names of the configuration; the texts live as long as the table.
-const MessageTableHeader& mt_header(const MessageTable* table) noexcept;
 // What lookups answer; mt_refresh brings it up to date.
 const mthStaticIndexes& mt_staticIndexes(const MessageTable* table) noexcept;
 // The offset behind the last message that this table, open for writing, has stored.

@@ -37,7 +37,7 @@ constexpr bool numericValue_isType(std::uint8_t type) noexcept {
 bool numericValue_isNaN(const NumericValue& value) noexcept;
 
 // The library's only conversions between the two types. Double to long truncates towards zero and saturates at the ends
-// of int64; NaN gives 0. Long to double rounds to nearest.
+// of int64; NaN gives 0. Long to double rounds to nearest. Called here only: others convert by numericValue_as.
 std::int64_t numericValue_longOf(double value) noexcept;
 double numericValue_doubleOf(std::int64_t value) noexcept;
 

@@ -40,6 +40,7 @@ std::int32_t range_compare(Number lower, Number upper, Number blockMinimum, Numb
 std::int32_t mfr_compareRange(const BlockSummary& block, const MessageMetadata& lower, const MessageMetadata& upper,
                               std::int32_t field) noexcept;
 // One value against the block's range of a field, with the same results; its NOTE lines name it.
+// No caller of ours: conditions are ranges.
 std::int32_t mfr_compareNum(const BlockSummary& block, const MessageMetadata& bound, std::int32_t field) noexcept;
 
 }  // namespace tabulo::internal

@@ -49,7 +49,8 @@ ErrorCode mthStaticIndexes_read(mthStaticIndexes* indexes, KSVByteStream* stream
 ErrorCode mthStaticIndexes_check(const mthStaticIndexes* indexes) noexcept;
 // Takes one message into account; called for every message written or re-read.
 void mthStaticIndexes_update(mthStaticIndexes* indexes, const MessageMetadata* metadata) noexcept;
-// One DEBUG line under functionName, or under "mthStaticIndexes_print" when it is null.
+// One DEBUG line under functionName, or under "mthStaticIndexes_print" when it is null. No caller of ours: it is there
+// for whoever looks for a fault.
 void mthStaticIndexes_print(const mthStaticIndexes* indexes, const char* functionName) noexcept;
 
 }  // namespace tabulo::internal

@@ -81,6 +81,7 @@ ErrorCode mtLayout_check(const MessageTableLayout* layout) noexcept;
 // True when two names are the same: equal length and bytes, where "" and an absent name are one.
 bool fieldName_equals(const FieldName& left, const FieldName& right) noexcept;
 
+// All zeros. No caller of ours: new records are so from the start.
 void blockInfo_init(BlockInfo* info) noexcept;
 // The result is the stream's error; a read that fails leaves the record unchanged.
 ErrorCode blockInfo_write(const BlockInfo* info, KSVByteStream* stream) noexcept;
@@ -88,7 +89,9 @@ ErrorCode blockInfo_read(BlockInfo* info, KSVByteStream* stream) noexcept;
 // FILE_SIZE_ERROR when lastBlockEnd lies behind the file's end, or the code of tableFileGetSize.
 ErrorCode blockInfo_check(const BlockInfo* info, TableFile* file) noexcept;
 
+// All zeros. No caller of ours: as blockInfo_init.
 void dataInfo_init(DataInfo* info) noexcept;
+// As blockInfo_write and blockInfo_read.
 ErrorCode dataInfo_write(const DataInfo* info, KSVByteStream* stream) noexcept;
 ErrorCode dataInfo_read(DataInfo* info, KSVByteStream* stream) noexcept;
 // FILE_SIZE_ERROR unless dataEnd equals the file's size; HEADER_CORRUPTED_ERROR for a negative messageCount; or the

@@ -68,6 +68,7 @@ ErrorCode mtIterator_next(MessageTableIterator* iterator, bool* end) noexcept;
 const MessageMetadata& mtIterator_getMetadata(const MessageTableIterator* iterator) noexcept;
 StringField mtIterator_getWireMessage(const MessageTableIterator* iterator) noexcept;
 StringField mtIterator_getNonMetadataFields(const MessageTableIterator* iterator) noexcept;
+// All slots of the current message. No caller of ours: Java asks for one field at a time.
 const StringField* mtIterator_getStringValues(const MessageTableIterator* iterator) noexcept;
 const NumericValue* mtIterator_getNumericValues(const MessageTableIterator* iterator) noexcept;
 // The text of slot `index`, or the MsgType (with its NUL) for the index behind the last slot.
@@ -83,6 +84,7 @@ ErrorCode mtIterator_getNumericFieldAsLong(const MessageTableIterator* iterator,
 
 // The visitors of an iterator, which must outlive them. A block is skipped when it cannot match (never when inverted).
 // At a message that matches (does not, when inverted) the visit stops, and the message becomes the current one.
+// Called here only: mtIterator_open gives the iterator the one that its conditions want.
 MessageVisitor query_match(MessageTableIterator* iterator) noexcept;
 MessageVisitor query_matchInverted(MessageTableIterator* iterator) noexcept;
 

@@ -237,14 +237,6 @@ void numericFilter_build(LongFilter* filter, const std::int64_t* minimums, const
     build(filter, minimums, maximums, pairCount, values, valueCount);
 }
 
-bool numericFilter_contains(const DoubleFilter& filter, double value) noexcept {
-    return !std::isnan(value) && contains(filter, value);
-}
-
-bool numericFilter_contains(const LongFilter& filter, std::int64_t value) noexcept {
-    return contains(filter, value);
-}
-
 std::int32_t mfr_compareNumericIndexDouble(const BlockSummary& block, const MessageTableLayout& layout, double low,
                                            double high, std::int32_t fieldIndex) noexcept {
     return compareNumericIndex("mfr_compareNumericIndexDouble", block, layout, low, high, fieldIndex);

@@ -46,13 +46,9 @@ void numericFilter_build(DoubleFilter* filter, const double* minimums, const dou
 void numericFilter_build(LongFilter* filter, const std::int64_t* minimums, const std::int64_t* maximums,
                          std::int32_t pairCount, const std::int64_t* values, std::int32_t valueCount);
 
-// True when the value lies inside an entry; false for a filter without entries.
-bool numericFilter_contains(const DoubleFilter& filter, double value) noexcept;
-bool numericFilter_contains(const LongFilter& filter, std::int64_t value) noexcept;
-
 // A range [low, high] against the block's range of a field: -1 when it lies wholly below, 1 when wholly above, 0 when
 // they overlap (touching ends do), NO_OVERLAP (range_compare.h) when the block has no value. 0 with a NOTE, which names
-// the helper, for an index outside 0 .. N + 6.
+// the helper, for an index outside 0 .. N + 6. Called here only: by numericFilter_mayMatchBlock, for each entry.
 std::int32_t mfr_compareNumericIndexDouble(const BlockSummary& block, const MessageTableLayout& layout, double low,
                                            double high, std::int32_t fieldIndex) noexcept;
 std::int32_t mfr_compareNumericIndexLong(const BlockSummary& block, const MessageTableLayout& layout, std::int64_t low,

@@ -34,6 +34,7 @@ void conditions_destroy(QueryConditions* conditions) noexcept;
 using QueryConditionsPtr = Handle<QueryConditions, conditions_destroy>;
 
 ErrorCode conditions_setIterateBackward(QueryConditions* conditions, bool backward) noexcept;
+// No caller of ours: conditions from Java cannot be inverted.
 ErrorCode conditions_setInverted(QueryConditions* conditions, bool inverted) noexcept;
 // Inclusive; an end below begin means not set.
 ErrorCode conditions_setSeqNumRange(QueryConditions* conditions, std::int32_t begin, std::int32_t end) noexcept;

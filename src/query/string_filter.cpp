@@ -20,6 +20,10 @@ std::string_view viewOf(const Slot& slot) {
     return *slot;
 }
 
+std::string_view upToNul(std::string_view text) {
+    return text.substr(0, text.find('\0'));
+}
+
 std::string_view firstFive(std::string_view text) {
     return text.substr(0, MSG_TYPE_LENGTH);
 }
@@ -51,17 +55,13 @@ bool insideAnyRange(const StringFilter& filter, std::string_view text, std::stri
 
 }  // namespace
 
-std::string_view text_upToNul(std::string_view text) noexcept {
-    return text.substr(0, text.find('\0'));
-}
-
 int text_compare(std::string_view left, std::string_view right) noexcept {
-    return text_upToNul(left).compare(text_upToNul(right));
+    return upToNul(left).compare(upToNul(right));
 }
 
 int text_compareIgnoringCase(std::string_view left, std::string_view right) noexcept {
-    left = text_upToNul(left);
-    right = text_upToNul(right);
+    left = upToNul(left);
+    right = upToNul(right);
     const std::size_t common = std::min(left.size(), right.size());
     for (std::size_t i = 0; i < common; ++i) {
         const int difference = int{fold(left[i])} - int{fold(right[i])};
@@ -90,7 +90,7 @@ bool stringFilter_accepts(const StringFilter& filter, std::string_view text) noe
 }
 
 bool stringFilter_acceptsMsgType(const StringFilter& filter, std::string_view msgType) noexcept {
-    const std::string_view type = firstFive(text_upToNul(msgType));
+    const std::string_view type = firstFive(upToNul(msgType));
     for (const Slot& value : filter.values) {
         if (value.has_value() && text_compare(firstFive(viewOf(value)), type) == 0) {
             return true;

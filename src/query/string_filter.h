@@ -26,22 +26,23 @@ struct StringFilter {
     bool ignoreCase = false;                         // of the values
 };
 
-// The text up to its first NUL or its end.
-std::string_view text_upToNul(std::string_view text) noexcept;
-// Negative, 0 or positive, as strcmp; with the case of ASCII letters ignored for the second.
+// Negative, 0 or positive, as strcmp; with the case of ASCII letters ignored for the second. Called here only:
+// tests look at the order itself.
 int text_compare(std::string_view left, std::string_view right) noexcept;
 int text_compareIgnoringCase(std::string_view left, std::string_view right) noexcept;
 
 // Sorts the values for searching.
 void stringFilter_sortValues(StringFilter* filter);
 // True when the text is one of the sorted values, or lies inside a range. Ends of ranges are exclusive.
+// Called here only: tests need no message around the text.
 bool stringFilter_accepts(const StringFilter& filter, std::string_view text) noexcept;
 // The same for a MsgType: five characters are compared, with case, and the values are scanned (they may have been
-// sorted without case).
+// sorted without case). Called here only: as stringFilter_accepts.
 bool stringFilter_acceptsMsgType(const StringFilter& filter, std::string_view msgType) noexcept;
 
 // A text against the block's filter of its field: -1 when the filter rejects it; 0 when it may hold it, the text is
 // null, or the field has no filter. 0 with a NOTE, which names the helper, for an index outside 0 .. S.
+// Called here only: by stringFilter_mayMatchBlock, for each value.
 std::int32_t mfr_compareStr(const BlockSummary& block, const MessageTableLayout& layout, const char* text,
                             std::int32_t fieldIndex) noexcept;
 

@@ -48,6 +48,7 @@ struct FilePlatform {
 // The record in use.
 const FilePlatform& filePlatform() noexcept;
 // Installs another record, which must stay alive; null brings the system's own back. Returns the previous one.
+// No caller of ours: it is for tests.
 const FilePlatform* filePlatform_install(const FilePlatform* platform) noexcept;
 // The record of the operating system.
 const FilePlatform& filePlatform_system() noexcept;

@@ -75,6 +75,7 @@ ErrorCode tableConfig_addNumericFieldName(KSVTboTableConfig* config, const char*
 ErrorCode tableConfig_setParams(KSVTboTableConfig* config, const MessageTableLayout* layout,
                                 const SessionInfoTags* sessionInfoTags) noexcept;
 
+// No caller of ours: paths have the name in them.
 const char* tableConfig_getTableName(const KSVTboTableConfig* config) noexcept;
 // Null also for an empty slot and an index outside the slots; so with the field names.
 const char* tableConfig_getPath(const KSVTboTableConfig* config, std::int32_t index) noexcept;
@@ -86,7 +87,8 @@ const SessionInfoTags* tableConfig_getSessionInfoTags(const KSVTboTableConfig* c
 // The number of files that a storage opens: 1 for every configuration. Replicas stay closed on purpose.
 std::int32_t tableConfig_getFileCount(const KSVTboTableConfig* config) noexcept;
 
-// Writes the configuration to the log file, without a line end.
+// Writes the configuration to the log file, without a line end. No caller of ours: it is there for whoever looks for a
+// fault.
 void tableConfig_print(const KSVTboTableConfig* config) noexcept;
 
 }  // namespace tabulo::internal

@@ -52,11 +52,12 @@ ErrorCode tableFileOpen(TableFile** file, const char* path, OpenMode mode, bool*
 ErrorCode tableFileClose(TableFile* file) noexcept;
 
 // Move the virtual position. VSEEK_ERROR outside [rangeStart, size] or beyond 64 bits, position unchanged;
-// WRONG_PARAMETER_ERROR for an unknown whence; SYSTEM_FILE_ERROR when the size cannot be asked.
-ErrorCode tableFileSeek(TableFile* file, std::int64_t offset, std::int32_t whence) noexcept;
+// SYSTEM_FILE_ERROR when the size cannot be asked.
 ErrorCode tableFileSeekSet(TableFile* file, std::int64_t offset) noexcept;
 ErrorCode tableFileSeekCur(TableFile* file, std::int64_t offset) noexcept;
 ErrorCode tableFileSeekEnd(TableFile* file, std::int64_t offset) noexcept;
+// All three in one; WRONG_PARAMETER_ERROR for an unknown whence. No caller of ours: each knows which one it wants.
+ErrorCode tableFileSeek(TableFile* file, std::int64_t offset, std::int32_t whence) noexcept;
 // The virtual position.
 ErrorCode tableFileTell(TableFile* file, std::int64_t* position) noexcept;
 
@@ -66,8 +67,10 @@ ErrorCode tableFileRead(TableFile* file, void* buffer, std::int64_t length, std:
 // As tableFileRead, but fewer bytes than asked, for whatever reason, is FILE_READ_ERROR.
 ErrorCode tableFileReadExact(TableFile* file, void* buffer, std::int64_t length) noexcept;
 // FILE_SIZE_ERROR when fewer than `length` bytes lie before the cached size (nothing is read), else tableFileReadExact.
+// No caller of ours: those that know the size read what is there.
 ErrorCode tableFileReadChecked(TableFile* file, void* buffer, std::int64_t length) noexcept;
 // Reads the `length` bytes that end at the virtual position and leaves the position at their start.
+// No caller of ours: walks backward read blocks at their offsets.
 ErrorCode tableFileReadBackward(TableFile* file, void* buffer, std::int64_t length) noexcept;
 // Reads up to `length` bytes at an absolute offset. Neither position moves and no buffer is
 // used, so the bytes are those of this moment. A short read at the file's end is no error; FILE_READ_ERROR.
@@ -77,7 +80,8 @@ ErrorCode tableFileReadAt(TableFile* file, std::int64_t offset, void* buffer, st
 // while another process cuts and appends. Fewer bytes than asked do not mean the file's end.
 ErrorCode tableFileReadOnceAt(TableFile* file, std::int64_t offset, void* buffer, std::int64_t length,
                               std::int64_t* bytesRead) noexcept;
-// FILE_SIZE_ERROR when fewer than `length` bytes lie before the cached size, else tableFileSeekCur.
+// FILE_SIZE_ERROR when fewer than `length` bytes lie before the cached size, else tableFileSeekCur. No caller of ours:
+// ours skip inside streams.
 ErrorCode tableFileSkip(TableFile* file, std::int64_t length) noexcept;
 
 // Writes at the virtual position. READ_ONLY_ERROR on a read-only file. Up to 4096 bytes are gathered until the flush;
@@ -110,7 +114,8 @@ ErrorCode tableFileFollowEnd(TableFile* file) noexcept;
 // True when the file was last written before this machine was started (FilePlatform::writtenBeforeStart): ask it before
 // writing. False for a null file.
 bool tableFileWrittenBeforeStart(const TableFile* file) noexcept;
-// Sets the lowest allowed virtual position and returns the previous one; 0 for a null file.
+// Sets the lowest allowed virtual position and returns the previous one; 0 for a null file. No caller of ours: our
+// tables begin where their files do.
 std::int64_t tableFileSetRangeStart(TableFile* file, std::int64_t start) noexcept;
 
 // The process-wide policy that decides when a flush also commits to the disk: off, or every syncIntervalSeconds, or

@@ -78,12 +78,14 @@ void tableStorage_closeAll(TableStorage* storage) noexcept;
 // in the storage's own mode and the code of the failed reopen is returned.
 ErrorCode tableStorage_ensureMode(TableStorage* storage, OpenMode mode) noexcept;
 
+// No caller of ours: tables read the member.
 KSVTboTableConfig* tableStorage_getConfig(const TableStorage* storage) noexcept;
 // True while a file is open and usable.
 bool tableStorage_isActive(const TableStorage* storage) noexcept;
 // The first active file, or null.
 TableFile* tableStorage_master(const TableStorage* storage) noexcept;
 
+// To the beginning. No caller of ours: new iterators are there.
 void tableStorage_fileIteratorInit(TableStorageFileIterator* iterator) noexcept;
 // The next active file, or null behind the last one.
 TableFile* tableStorage_nextFile(const TableStorage* storage, TableStorageFileIterator* iterator) noexcept;
@@ -98,9 +100,11 @@ ErrorCode tableStorage_truncate(TableStorage* storage) noexcept;
 // Steps of the operations above, named in the log.
 ErrorCode tsX_open(TableStorage* storage, OpenMode mode) noexcept;
 // Opens, or creates, one file. *masterSize is 0 for the master and is then set to its size; other files are measured
-// against it.
+// against it. Called here only: by tsX_open.
 ErrorCode tsX_openReplica(TableStorage* storage, TableFile** file, const char* path, OpenMode mode,
                           std::int64_t* masterSize) noexcept;
+// Closes from the last active file on, up to the first close that fails. Called here only: by tableStorage_uninit and
+// the operations that go on behind a failure.
 ErrorCode tsX_close(TableStorage* storage) noexcept;
 
 }  // namespace tabulo::internal

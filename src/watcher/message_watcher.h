@@ -59,7 +59,8 @@ using MessageWatcherPtr = Handle<MessageWatcher, messageWatcher_destroy>;
 ErrorCode messageWatcher_startWatching(MessageWatcher* watcher, std::int32_t count, const std::int32_t* startingIds,
                                        const WatchListener& listener) noexcept;
 
-// The pause after the given number of idle passes, in milliseconds; 0 for none.
+// The pause after the given number of idle passes, in milliseconds; 0 for none. Called here only: tests ask instead of
+// waiting.
 std::int64_t messageWatcher_pauseAfter(std::int32_t idlePasses) noexcept;
 
 }  // namespace tabulo::internal
