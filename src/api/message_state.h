@@ -44,7 +44,7 @@ struct MessageCopyState {
     MessageState message;
 };
 
-// Where the message behind this one stands, or will stand.
+// Where the message behind this one stands, or will stand. Called here only: for the view's next().
 Position messageState_next(const MessageState& state) noexcept;
 
 // Turns messages into the form in which the library stores them, with buffers that are used again.

@@ -1,6 +1,6 @@
 #include "messagetable/block_cursor.h"
 
-#include "messagetable/header_tail.h"
+#include "messagetable/block_look.h"
 #include "messagetable/torn_tail.h"
 
 namespace tabulo::internal {
@@ -9,13 +9,6 @@ namespace {
 
 using OpenBlocks = BlockCursor::OpenBlocks;
 using ZeroWords = BlockCursor::ZeroWords;
-
-// What decides about a length word of 0, as read at one moment.
-struct Look {
-    TailRecords tail;
-    std::uint64_t word = 0;
-    std::int64_t size = 0;
-};
 
 std::int64_t headerEnd(const BlockCursor& cursor) {
     return cursor.reader->storage->headerSize;
@@ -71,74 +64,18 @@ ErrorCode scan(BlockCursor* cursor, TableFile* file, std::int64_t size, ErrorCod
     return code;
 }
 
-// A tail that cannot be read whole tells of no closed block.
-ErrorCode readTail(const BlockCursor& cursor, TableFile* file, TailRecords* tail) {
-    *tail = {};
-    const ErrorCode code = headerTail_read(file, headerEnd(cursor), tail);
-    return code == NO_DATA_ERROR ? NO_ERROR : code;
-}
-
-// The order matters: a writer patches the word before it saves the tail.
-ErrorCode look(const BlockCursor& cursor, TableFile* file, Look* seen) {
-    ErrorCode code = readTail(cursor, file, &seen->tail);
-    if (code == NO_ERROR) {
-        code = blockReader_readWord(file, cursor.block.start, &seen->word);
-        code = code == NO_DATA_ERROR ? NO_ERROR : code;  // the size tells
-    }
-    return code == NO_ERROR ? tableFileGetSize(file, &seen->size) : code;
-}
-
-// True when the tail knows the block at `start` as closed: L lies behind it. L itself has to be the end of a block.
-ErrorCode isClosedByTail(const BlockCursor& cursor, TableFile* file, const Look& seen, bool* closed) {
-    const auto end = static_cast<std::int64_t>(headerTail_openBlock(seen.tail, headerEnd(cursor)));
-    *closed = false;
-    if (end <= cursor.block.start || end > seen.size) {
-        return NO_ERROR;
-    }
-    std::uint64_t trailing = 0;
-    const ErrorCode code = blockReader_readWord(file, end - BLOCK_LENGTH_SIZE, &trailing);
-    *closed = code == NO_ERROR && blockReader_isLength(*cursor.reader, trailing, end - headerEnd(cursor));
-    return code == NO_DATA_ERROR ? NO_ERROR : code;
-}
-
-// True when the place of the block at hand lies inside another block of the file as it is now, told by the length words
-// from the header's end on: then the file was dropped and filled again, and no block begins here.
-ErrorCode liesInsideBlock(const BlockCursor& cursor, TableFile* file, const Look& seen, bool* inside) {
-    *inside = false;
-    const std::int64_t place = cursor.block.start;
-    std::int64_t start = headerEnd(cursor);
-    while (start < place) {
-        std::uint64_t word = 0;
-        std::uint64_t trailing = 0;
-        ErrorCode code = blockReader_readWord(file, start, &word);
-        if (code == NO_ERROR && word == 0) {
-            // The open block reaches to the file's end; it is the open one when the tail says so.
-            *inside = static_cast<std::uint64_t>(start) == headerTail_openBlock(seen.tail, headerEnd(cursor));
-            return NO_ERROR;
-        }
-        if (code == NO_ERROR && blockReader_isLength(*cursor.reader, word, seen.size - start)) {
-            code = blockReader_readWord(file, start + static_cast<std::int64_t>(word) - BLOCK_LENGTH_SIZE, &trailing);
-        }
-        if (code != NO_ERROR || trailing != word) {
-            return code == NO_DATA_ERROR ? NO_ERROR : code;
-        }
-        start += static_cast<std::int64_t>(word);
-    }
-    *inside = start > place;
-    return NO_ERROR;
-}
-
-// The block at hand looks damaged: a second look tells whether the table was dropped meanwhile.
-ErrorCode confirmDamage(BlockCursor* cursor, TableFile* file, const Look& seen) {
+// The block at hand looks damaged: a second look tells whether the table was dropped meanwhile. A trailing length that
+// led into another block (`end` as in judge) is itself damage.
+ErrorCode confirmDamage(BlockCursor* cursor, TableFile* file, const BlockLook& seen, std::int64_t end) {
     TailRecords tail;
     std::int64_t size = 0;
     bool inside = false;
-    ErrorCode code = readTail(*cursor, file, &tail);
+    ErrorCode code = blockLook_readTail(*cursor->reader, file, &tail);
     if (code == NO_ERROR) {
         code = tableFileGetSize(file, &size);
     }
-    if (code == NO_ERROR) {
-        code = liesInsideBlock(*cursor, file, seen, &inside);
+    if (code == NO_ERROR && end == 0) {
+        code = blockLook_liesInside(*cursor->reader, file, cursor->block.start, seen, &inside);
     }
     if (code == NO_ERROR && (inside || size < seen.size || tail.dataInfo.dataEnd < seen.tail.dataInfo.dataEnd ||
                              tail.blockInfo.lastBlockEnd < seen.tail.blockInfo.lastBlockEnd)) {
@@ -149,7 +86,7 @@ ErrorCode confirmDamage(BlockCursor* cursor, TableFile* file, const Look& seen) 
 
 // A closed block with a length word of 0, whose frames have just been scanned: its footer tells, or it is damaged.
 // `end` is where a trailing length told that it ends, 0 when none did.
-ErrorCode readByFooter(BlockCursor* cursor, TableFile* file, const Look& seen, std::int64_t end) {
+ErrorCode readByFooter(BlockCursor* cursor, TableFile* file, const BlockLook& seen, std::int64_t end) {
     BlockReader* reader = cursor->reader;
     Block& block = cursor->block;
     if (block.messageCount == reader->layout.messagesPerBlock) {
@@ -163,11 +100,11 @@ ErrorCode readByFooter(BlockCursor* cursor, TableFile* file, const Look& seen, s
     if (end != 0) {
         block.framesEnd = end - reader->footerSize;
     }
-    return confirmDamage(cursor, file, seen);
+    return confirmDamage(cursor, file, seen, end);
 }
 
 // The open block, whose frames have just been scanned: looks at what stands behind them.
-ErrorCode checkOpenBlock(BlockCursor* cursor, TableFile* file, const Look& seen) {
+ErrorCode checkOpenBlock(BlockCursor* cursor, TableFile* file, const BlockLook& seen) {
     Block& block = cursor->block;
     const bool isFull = block.messageCount == cursor->reader->layout.messagesPerBlock;
     if (isFull || block.framesEnd >= seen.size) {
@@ -179,7 +116,7 @@ ErrorCode checkOpenBlock(BlockCursor* cursor, TableFile* file, const Look& seen)
         return code;
     }
     block.damage = CONSISTENCY_ERROR;
-    return confirmDamage(cursor, file, seen);
+    return confirmDamage(cursor, file, seen, 0);
 }
 
 // A block whose length word is `word`, and not 0.
@@ -204,8 +141,8 @@ ErrorCode readByWord(BlockCursor* cursor, TableFile* file, std::uint64_t word) {
 
 // A block whose length word was seen as 0 and whose frames do not reach the file's end.
 ErrorCode judge(BlockCursor* cursor, TableFile* file, std::int64_t end) {
-    Look seen;
-    ErrorCode code = look(*cursor, file, &seen);
+    BlockLook seen;
+    ErrorCode code = blockLook_read(*cursor->reader, file, cursor->block.start, &seen);
     if (code != NO_ERROR) {
         return code;
     }
@@ -220,7 +157,7 @@ ErrorCode judge(BlockCursor* cursor, TableFile* file, std::int64_t end) {
     code = scan(cursor, file, seen.size, &scanEnd);
     bool closed = end != 0;
     if (code == NO_ERROR && !closed) {
-        code = isClosedByTail(*cursor, file, seen, &closed);
+        code = blockLook_isClosed(*cursor->reader, file, cursor->block.start, seen, &closed);
     }
     if (code != NO_ERROR) {
         return code;
@@ -386,14 +323,21 @@ ErrorCode mfr_loadOpenBlock(BlockCursor* cursor, TableFile* file) noexcept {
     if (code != NO_ERROR || word == 0) {
         return code == NO_DATA_ERROR ? NO_ERROR : code;
     }
-    std::int64_t size = 0;
+    BlockLook seen;
     ErrorCode scanEnd = NO_ERROR;
-    code = tableFileGetSize(file, &size);
+    code = blockLook_readTail(*cursor->reader, file, &seen.tail);
     if (code == NO_ERROR) {
-        code = scan(cursor, file, size, &scanEnd);
+        code = tableFileGetSize(file, &seen.size);
     }
-    cursor->block.damage = scanEnd == CONSISTENCY_ERROR ? CONSISTENCY_ERROR : NO_ERROR;
-    settlePosition(cursor, file);
+    if (code == NO_ERROR) {
+        code = scan(cursor, file, seen.size, &scanEnd);
+    }
+    if (code == NO_ERROR) {
+        code = checkOpenBlock(cursor, file, seen);
+    }
+    if (code == NO_ERROR) {
+        settlePosition(cursor, file);
+    }
     return code;
 }
 
