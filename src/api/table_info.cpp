@@ -255,7 +255,8 @@ std::vector<std::filesystem::path> cutFilesOf(const std::filesystem::path& path)
     }
     std::sort(found.begin(), found.end());
     std::vector<std::filesystem::path> files;
-    for (auto& [numbers, file] : found) {
+    std::vector<std::filesystem::path> files;
+    files.reserve(found.size());
         files.push_back(std::move(file));
     }
     return files;
