@@ -1,5 +1,7 @@
 #include "messagetable/block_look.h"
 
+#include "messagetable/frame_cursor.h"
+
 namespace tabulo::internal {
 
 ErrorCode blockLook_readTail(const BlockReader& reader, TableFile* file, TailRecords* tail) noexcept {
@@ -31,7 +33,27 @@ ErrorCode blockLook_isClosed(const BlockReader& reader, TableFile* file, std::in
     return code == NO_DATA_ERROR ? NO_ERROR : code;
 }
 
-ErrorCode blockLook_liesInside(const BlockReader& reader, TableFile* file, std::int64_t place, const BlockLook& seen,
+namespace {
+
+// Sets *inside when the tail says that the block at `start` is the open one and its frames reach over `place`.
+ErrorCode liesInsideOpenBlock(BlockReader& reader, TableFile* file, std::int64_t start, std::int64_t place,
+                              const BlockLook& seen, bool* inside) {
+    if (static_cast<std::uint64_t>(start) != headerTail_openBlock(seen.tail, reader.storage->headerSize)) {
+        return NO_ERROR;
+    }
+    FrameCursor frames = frameCursor_forward(&reader, file, start + BLOCK_LENGTH_SIZE, seen.size, SCAN_PIECE_SIZE);
+    DecodedMessage message;
+    ErrorCode code = NO_ERROR;
+    for (std::int32_t i = 0; i < reader.layout.messagesPerBlock && code == NO_ERROR; ++i) {
+        code = frameCursor_next(&frames, &message);
+    }
+    *inside = frames.position > place;
+    return code == NO_DATA_ERROR || code == CONSISTENCY_ERROR ? NO_ERROR : code;
+}
+
+}  // namespace
+
+ErrorCode blockLook_liesInside(BlockReader& reader, TableFile* file, std::int64_t place, const BlockLook& seen,
                                bool* inside) noexcept {
     *inside = false;
     const std::int64_t headerEnd = reader.storage->headerSize;
@@ -41,9 +63,7 @@ ErrorCode blockLook_liesInside(const BlockReader& reader, TableFile* file, std::
         std::uint64_t trailing = 0;
         ErrorCode code = blockReader_readWord(file, start, &word);
         if (code == NO_ERROR && word == 0) {
-            // The open block reaches to the file's end; it is the open one when the tail says so.
-            *inside = static_cast<std::uint64_t>(start) == headerTail_openBlock(seen.tail, headerEnd);
-            return NO_ERROR;
+            return liesInsideOpenBlock(reader, file, start, place, seen, inside);
         }
         if (code == NO_ERROR && blockReader_isLength(reader, word, seen.size - start)) {
             code = blockReader_readWord(file, start + static_cast<std::int64_t>(word) - BLOCK_LENGTH_SIZE, &trailing);

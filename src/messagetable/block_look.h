@@ -27,8 +27,9 @@ ErrorCode blockLook_read(const BlockReader& reader, TableFile* file, std::int64_
 ErrorCode blockLook_isClosed(const BlockReader& reader, TableFile* file, std::int64_t start, const BlockLook& seen,
                              bool* closed) noexcept;
 // Sets *inside when `place` lies inside a block of the file as it is now, told by the length words from the header's
-// end on: then the file was dropped and filled again, and no block begins there. The codes of tableFileReadAt.
-ErrorCode blockLook_liesInside(const BlockReader& reader, TableFile* file, std::int64_t place, const BlockLook& seen,
+// end on, and by its frames for the open one: then the file was dropped and filled again, and no block begins there.
+// The codes of frameCursor_next but for damage.
+ErrorCode blockLook_liesInside(BlockReader& reader, TableFile* file, std::int64_t place, const BlockLook& seen,
                                bool* inside) noexcept;
 
 }  // namespace tabulo::internal

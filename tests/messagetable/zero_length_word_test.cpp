@@ -147,6 +147,21 @@ TEST_F(ZeroLengthWord, TheTrailingLengthBehindItSaysThatABlockIsClosedWhateverTh
     putU64(&bytes, places.storedLastBlockEnd(), 0);
     read(bytes);
     expectBackward(HEADER_CORRUPTED_ERROR, inFrontOfBlock3(messageEvents(8, 7)));
+    zero(&bytes, blockStart(1), places.frame(1).end);
+    read(bytes);
+    expectBackward(HEADER_CORRUPTED_ERROR, inFrontOfBlock3(messageEvents(8, 7)));
+}
+
+TEST_F(ZeroLengthWord, ATrailingLengthThatLeadsBackwardToZerosInsideABlockIsDamage) {
+    // The second block's footer has zeros where its filters end, and the length behind it leads to there.
+    Bytes bytes = whole;
+    const std::size_t zeros = blockStart(2) - 500;
+    ASSERT_EQ(u64At(bytes, zeros), 0U) << "the test itself";
+    putU64(&bytes, footerEnd(2) - 8, footerEnd(2) - zeros);
+    read(bytes);
+    WalkRecord record;
+    EXPECT_EQ(walkBackward(table.get(), &record), HEADER_CORRUPTED_ERROR);
+    EXPECT_GE(record.messages.size(), 5U);
 }
 
 TEST_F(ZeroLengthWord, ABlockThatNothingSaysIsClosedIsAnOpenOneWithDamageBehindItsFrames) {
@@ -155,11 +170,14 @@ TEST_F(ZeroLengthWord, ABlockThatNothingSaysIsClosedIsAnOpenOneWithDamageBehindI
     Bytes atTheBlock = noTrailingLength;
     Bytes beyondTheFile = noTrailingLength;
     Bytes betweenBlocks = noTrailingLength;
+    Bytes noEarlierWord = noTrailingLength;
     putU64(&noTrailingLength, places.openBlockStart - 8, 0);
     putU64(&atTheBlock, places.storedLastBlockEnd(), blockStart(2));
     putU64(&beyondTheFile, places.storedLastBlockEnd(), whole.size() + 1);
     putU64(&betweenBlocks, places.storedLastBlockEnd(), places.openBlockStart - 1);
-    for (const Bytes& bytes : {noTrailingLength, atTheBlock, beyondTheFile, betweenBlocks}) {
+    putU64(&noEarlierWord, places.storedLastBlockEnd(), 0);
+    putU64(&noEarlierWord, blockStart(1), 0);
+    for (const Bytes& bytes : {noTrailingLength, atTheBlock, beyondTheFile, betweenBlocks, noEarlierWord}) {
         table.reset();
         place(bytes);
         table = createTable(directory.root(), shape);
