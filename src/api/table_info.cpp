@@ -255,8 +255,8 @@ std::vector<std::filesystem::path> cutFilesOf(const std::filesystem::path& path)
     }
     std::sort(found.begin(), found.end());
     std::vector<std::filesystem::path> files;
-    std::vector<std::filesystem::path> files;
     files.reserve(found.size());
+    for (auto& [numbers, file] : found) {
         files.push_back(std::move(file));
     }
     return files;
