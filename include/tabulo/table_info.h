@@ -4,7 +4,9 @@
 #include <array>
 #include <cstdint>
 #include <filesystem>
+#include <functional>
 #include <optional>
+#include <stop_token>
 #include <string>
 #include <vector>
 
@@ -82,5 +84,30 @@ std::vector<std::filesystem::path> cutFilesOf(const std::filesystem::path& path)
 // where the system has no such list, and when it lists no writer but could not: for files on a network, and for
 // programs that cannot see all processes of the machine. fileOpen for a missing file.
 OpenForWriting isOpenForWriting(const std::filesystem::path& path);
+
+// How far long work has come.
+struct Progress {
+    std::int64_t done = 0;      // bytes of `total`
+    std::int64_t total = 0;     // of the stretch of the file, as it was when the work began
+    std::int64_t messages = 0;  // looked at
+};
+
+// How long work is watched and ended. The callback is called between blocks, and every 1000 messages inside longer
+// ones; what it throws ends the work and reaches the caller. Work that is asked to stop ends without an exception and
+// tells that it was not completed.
+struct Work {
+    std::stop_token stop{};
+    std::function<void(const Progress&)> progress{};
+};
+
+struct ClassCounts {
+    std::array<std::int64_t, messageClassCount> messages{};  // by class number
+    std::int64_t withoutClass = 0;                           // with a negative id
+    std::int64_t total = 0;
+    bool complete = true;  // false when the work was stopped
+};
+
+// Walks over the whole table and counts. Throws at damage.
+ClassCounts countByClass(const std::filesystem::path& path, const Work& work = {});
 
 }  // namespace tabulo
