@@ -96,8 +96,8 @@ struct IdRange {
 
 // A query, put together condition by condition. Without any it selects every message, forwards. Each condition narrows
 // what those before it have selected. Ends of ranges are included, and one without a value is open. No condition turns
-// into "everything": an empty set, a reversed range, ids that belong to no class and conditions that exclude each other
-// are refused with wrongParameter, and the query stays as it was.
+// into "everything": an empty set, a reversed range, ids that belong to no class and conditions on the metadata that
+// exclude each other are refused with wrongParameter, and the query stays as it was.
 //
 // A block of a table is skipped unread when what is recorded about it shows that no message of it is selected.
 class Query {
@@ -136,7 +136,8 @@ class Query {
     Query& excludeTypes(std::span<const std::string> types);
 
     // A field of the layout, by its name or by its number. That it exists is checked when the query is asked:
-    // wrongParameter for an unknown name or one that two fields have, indexOutOfBounds for a number.
+    // wrongParameter for an unknown name or one that two fields have, indexOutOfBounds for a number, and for a built-in
+    // text that the table lacks (Layout::builtInTexts). Types are compared with case: wrongParameter for others.
     Query& text(std::string_view field, const TextCondition& condition);
     Query& text(std::size_t field, const TextCondition& condition);
     Query& text(BuiltInText field, const TextCondition& condition);
@@ -151,6 +152,8 @@ class Query {
     const api::QueryState& state() const noexcept { return *state_; }
 
   private:
+    template <typename Change>
+    Query& change(const Change& change);
     std::unique_ptr<api::QueryState> state_;
 };
 

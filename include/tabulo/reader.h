@@ -69,7 +69,7 @@ class Messages {
     const MessageView* next();
     // The message that next has given; null before the first one and at an ending.
     const MessageView* current() const noexcept;
-    // Begins with the message at hand, or with the first one when none was asked for yet.
+    // Begins with the message at hand, or with the next one when there is none.
     Iterator begin();
     std::default_sentinel_t end() const noexcept { return {}; }
 

@@ -7,8 +7,8 @@
 #include "api/call.h"
 #include "api/layout.h"
 #include "api/message_state.h"
-#include "messagetable/block_summary.h"
 #include "messagetable/frame.h"
+#include "messagetable/frame_place.h"
 #include "messagetable/message_class.h"
 #include "messagetable/string_field.h"
 
@@ -210,12 +210,10 @@ std::size_t layout_numberNamed(const Layout& layout, std::string_view name) {
 }
 
 Position messageState_next(const MessageState& state) noexcept {
-    Position next{state.position.block, state.position.offset + state.message.frameLength};
-    if (state.indexInBlock + 1 >= state.table->numbers.messagesPerBlock) {
-        next.block = next.offset + state.table->footerSize;
-        next.offset = next.block + internal::BLOCK_LENGTH_SIZE;
-    }
-    return next;
+    const internal::FramePlace next =
+        internal::framePlace_behind(state.position.block, state.position.offset + state.message.frameLength,
+                                    state.indexInBlock + 1, state.table->numbers, state.table->footerSize);
+    return {next.block, next.frame};
 }
 
 }  // namespace api

@@ -9,6 +9,7 @@
 
 #include "api/call.h"
 #include "api/open_table.h"
+#include "api/sequence_point.h"
 #include "api/stored_header.h"
 #include "messagetable/block_cursor.h"
 #include "messagetable/message_table.h"
@@ -106,11 +107,6 @@ void inspectBegin(const Inspection& inspection, TableInfo* info) {
     }
 }
 
-std::optional<SequencePoint> pointOf(const internal::mthStaticIndexes& indexes, internal::SeqNumKind kind) {
-    const internal::SeqNumIndex& index = indexes.seqNums[static_cast<std::size_t>(kind)];
-    return index.seqNum == 0 ? std::nullopt : std::optional(SequencePoint{index.seqNum, index.timestamp});
-}
-
 void takeIndexes(const internal::mthStaticIndexes& indexes, TableInfo* info) {
     for (std::size_t i = 0; i < messageClassCount; ++i) {
         if (indexes.connMsgIds[i] >= 0) {
@@ -120,9 +116,9 @@ void takeIndexes(const internal::mthStaticIndexes& indexes, TableInfo* info) {
     if (indexes.lastUniform != 0) {
         info->lastUniformId = indexes.lastUniform;
     }
-    info->lastGood = pointOf(indexes, internal::LAST_GOOD);
-    info->firstPending = pointOf(indexes, internal::FIRST_PEND);
-    info->lastPending = pointOf(indexes, internal::LAST_PEND);
+    info->lastGood = sequencePoint_of(indexes, internal::LAST_GOOD);
+    info->firstPending = sequencePoint_of(indexes, internal::FIRST_PEND);
+    info->lastPending = sequencePoint_of(indexes, internal::LAST_PEND);
 }
 
 // Everything behind the header. What is known before damage is met stays in `info`.

@@ -212,9 +212,8 @@ const Layout& Writer::layout() const {
 
 Position Writer::end() const {
     const api::WriterState& state = api::opened(state_);
-    const std::int64_t block = internal::mt_openBlockStart(state.table.get());
-    const std::int64_t dataEnd = internal::mt_dataEnd(state.table.get());
-    return {block, dataEnd == block ? block + internal::BLOCK_LENGTH_SIZE : dataEnd};
+    const internal::FramePlace place = internal::mt_nextPlace(state.table.get());
+    return {place.block, place.frame};
 }
 
 const std::vector<std::string>& Writer::warnings() const {

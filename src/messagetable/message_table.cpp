@@ -348,6 +348,17 @@ std::int64_t mt_dataEnd(const MessageTable* table) noexcept {
     return static_cast<std::int64_t>(table->records.dataInfo.dataEnd);
 }
 
+FramePlace mt_nextPlace(const MessageTable* table) noexcept {
+    if (table->storage->mode != OpenMode::read || table->view.reader == nullptr) {
+        const std::int64_t block = mt_openBlockStart(table);
+        const std::int64_t end = mt_dataEnd(table);
+        return end <= block ? framePlace_first(block) : FramePlace{block, end};
+    }
+    const Block& block = table->view.cursor.block;
+    return framePlace_behind(block.start, block.framesEnd, block.messageCount, table->header.layout,
+                             table->view.reader->footerSize);
+}
+
 std::int64_t mt_openBlockStart(const MessageTable* table) noexcept {
     return static_cast<std::int64_t>(headerTail_openBlock(table->records, table->storage->headerSize));
 }

@@ -15,6 +15,7 @@
 #include "core/error_codes.h"
 #include "core/handle.h"
 #include "messagetable/block_writer.h"
+#include "messagetable/frame_place.h"
 #include "messagetable/header_tail.h"
 #include "messagetable/message.h"
 #include "messagetable/table_header.h"
@@ -111,6 +112,8 @@ const MessageTableLayout& mt_layout(const MessageTable* table) noexcept;
 const mthStaticIndexes& mt_staticIndexes(const MessageTable* table) noexcept;
 // The offset behind the last message that this table, open for writing, has stored.
 std::int64_t mt_dataEnd(const MessageTable* table) noexcept;
+// Where the next message will stand; mt_refresh brings it up to date.
+FramePlace mt_nextPlace(const MessageTable* table) noexcept;
 // The offset at which the open block begins: lastBlockEnd, or the header's end for a table without closed blocks.
 std::int64_t mt_openBlockStart(const MessageTable* table) noexcept;
 // True when a callback has asked to destroy the table that is still in use (MessageTableUse).

@@ -25,9 +25,11 @@ const BlockReader& readerOf(const Search& search) {
 // The place of the frame at `frame`, the index-th of the block at hand, or of what will come there.
 void settle(Search* search, std::int64_t frame, std::int32_t index) {
     const BlockReader& reader = readerOf(*search);
+    const std::int64_t block = search->cursor.block.start;
     search->found = true;
+    search->place->frame = framePlace_behind(block, frame, index, reader.layout, reader.footerSize);
     search->place->ordinal = search->blockOrdinal + index;
-    search->place->offset = index == 0 ? search->cursor.block.start : frame;
+    search->place->offset = index == 0 ? block : frame;
     search->place->skip = index == 0 ? BLOCK_LENGTH_SIZE : 0;
     if (index == reader.layout.messagesPerBlock) {
         search->place->skip = reader.footerSize + BLOCK_LENGTH_SIZE;

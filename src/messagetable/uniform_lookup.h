@@ -4,6 +4,7 @@
 #include <cstdint>
 
 #include "core/error_codes.h"
+#include "messagetable/frame_place.h"
 
 namespace tabulo::internal {
 
@@ -16,6 +17,7 @@ struct UniformPlace {
     // Bytes between the offset and the next frame: 8 at the start of a block (its length word), footerSize + 8 behind
     // the last frame of a full one, 0 otherwise.
     std::int32_t skip = 0;
+    FramePlace frame{};  // the same place as that of the next frame
 };
 
 // The place of the first message, in file order, whose uniform id is at or above `id` (signed); the end of the data

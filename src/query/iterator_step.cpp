@@ -13,14 +13,14 @@ bool isFull(const MessageTableIterator* iterator) {
 }
 
 bool isDone(const MessageTableIterator* iterator) {
-    return iterator->place == IteratorPlace::done;
+    return iterator->place == IteratorPlace::done || iterator->place == IteratorPlace::gone;
 }
 
-// The file's size of this moment. A file that is shorter than the iterator's place was dropped: the iterator is done.
+// The file's size of this moment. A file that is shorter than the iterator's place was dropped.
 ErrorCode checkPlace(MessageTableIterator* iterator, TableFile* file, std::int64_t place, std::int64_t* size) {
     const ErrorCode code = tableFileGetSize(file, size);
     if (code == NO_ERROR && *size < place) {
-        iterator->place = IteratorPlace::done;
+        iterator->place = IteratorPlace::gone;
     }
     return code;
 }
@@ -105,7 +105,7 @@ ErrorCode lookAgain(MessageTableIterator* iterator, TableFile* file, bool* retry
         return code;
     }
     if (block.state == BlockState::gone) {
-        iterator->place = IteratorPlace::done;
+        iterator->place = IteratorPlace::gone;
         return NO_ERROR;
     }
     readOnTo(&iterator->frames, block.framesEnd);
@@ -129,7 +129,7 @@ ErrorCode frameMissing(MessageTableIterator* iterator, TableFile* file, ErrorCod
     }
     if (block_isClosed(block)) {
         if (size < frames.end) {
-            iterator->place = IteratorPlace::done;
+            iterator->place = IteratorPlace::gone;
         }
         return isDone(iterator) ? NO_ERROR : missing;
     }
@@ -199,12 +199,12 @@ ErrorCode walkForward(MessageTableIterator* iterator, TableFile* file, bool* end
 }
 
 // The block that a backward walk begins with. Blocks may have been closed since the iterator was opened: it is the one
-// that is open now, or a place where none stands yet.
+// that is open now, or a place where none stands yet; or the one that was given.
 ErrorCode readOpenBlock(MessageTableIterator* iterator, TableFile* file) {
     BlockCursor& cursor = iterator->cursor;
     for (;;) {
         const ErrorCode code = blockCursor_next(&cursor, file);
-        if (code != NO_ERROR || cursor.position == cursor.block.start) {
+        if (code != NO_ERROR || cursor.position == cursor.block.start || iterator->startIsLast) {
             return code;
         }
     }
@@ -215,7 +215,7 @@ ErrorCode startBackward(MessageTableIterator* iterator, TableFile* file) {
     const Block& block = iterator->cursor.block;
     iterator->place = IteratorPlace::betweenBlocks;
     if (block.state == BlockState::gone) {
-        iterator->place = IteratorPlace::done;
+        iterator->place = IteratorPlace::gone;
         return NO_ERROR;
     }
     if (block.state == BlockState::open && block.damage != NO_ERROR) {

@@ -71,9 +71,9 @@ MessageView currentOf(const MessageTableIterator* iterator) {
 ErrorCode step(MessageTableIterator* iterator, bool* end) {
     TableStorage* storage = mt_storage(iterator->table);
     if (iterator->openings != storage->openings) {
-        iterator->place = IteratorPlace::done;  // the table was dropped, or opened anew
+        iterator->place = IteratorPlace::gone;  // the table was dropped, or opened anew
     }
-    if (iterator->place == IteratorPlace::done) {
+    if (iterator->place == IteratorPlace::done || iterator->place == IteratorPlace::gone) {
         return NO_ERROR;
     }
     TableFile* file = tableStorage_master(storage);
@@ -84,6 +84,27 @@ ErrorCode step(MessageTableIterator* iterator, bool* end) {
                                                  : iteratorStep_forward(iterator, file, end);
 }
 
+MessageTableIteratorPtr create(MessageTable* table, QueryConditionsPtr conditions) {
+    MessageTableIteratorPtr iterator(new (std::nothrow) MessageTableIterator);
+    if (iterator == nullptr) {
+        return nullptr;
+    }
+    TableStorage* storage = mt_storage(table);
+    iterator->table = table;
+    iterator->conditions = std::move(conditions);
+    iterator->openings = storage->openings;
+    iterator->reader.reset(mfr_createReader(storage, mt_layout(table)));
+    return iterator->reader == nullptr ? nullptr : std::move(iterator);
+}
+
+void begin(MessageTableIterator* iterator, std::int64_t block) {
+    const bool backward = iterator->conditions->iterateBackward;
+    iterator->place = backward ? IteratorPlace::beforeStart : IteratorPlace::betweenBlocks;
+    iterator->cursor = blockCursor_at(iterator->reader.get(), block,
+                                      backward ? BlockCursor::OpenBlocks::scanned : BlockCursor::OpenBlocks::unread,
+                                      BlockCursor::ZeroWords::judged);
+}
+
 }  // namespace
 
 MessageTableIterator* mtIterator_open(MessageTable* table, QueryConditions* conditions) noexcept {
@@ -91,30 +112,25 @@ MessageTableIterator* mtIterator_open(MessageTable* table, QueryConditions* cond
     if (table == nullptr || mt_storage(table) == nullptr || owned == nullptr) {
         return nullptr;
     }
-    MessageTableIteratorPtr iterator(new (std::nothrow) MessageTableIterator);
+    const bool backward = conditions->iterateBackward;
+    MessageTableIteratorPtr iterator = create(table, std::move(owned));
+    if (iterator == nullptr || (backward && mt_refresh(table) != NO_ERROR)) {
+        return nullptr;
+    }
+    iterator->match = conditions->inverted ? query_matchInverted(iterator.get()) : query_match(iterator.get());
+    begin(iterator.get(), backward ? mt_openBlockStart(table) : mt_storage(table)->headerSize);
+    return iterator.release();
+}
+
+MessageTableIterator* mtIterator_openAt(MessageTable* table, QueryConditions* conditions, const MessageVisitor& visitor,
+                                        std::int64_t block) noexcept {
+    MessageTableIteratorPtr iterator = create(table, QueryConditionsPtr(conditions));
     if (iterator == nullptr) {
         return nullptr;
     }
-    TableStorage* storage = mt_storage(table);
-    iterator->table = table;
-    iterator->conditions = std::move(owned);
-    iterator->match = conditions->inverted ? query_matchInverted(iterator.get()) : query_match(iterator.get());
-    iterator->openings = storage->openings;
-    iterator->reader.reset(mfr_createReader(storage, mt_layout(table)));
-    if (iterator->reader == nullptr) {
-        return nullptr;
-    }
-    std::int64_t start = storage->headerSize;
-    if (conditions->iterateBackward) {
-        if (mt_refresh(table) != NO_ERROR) {
-            return nullptr;
-        }
-        iterator->place = IteratorPlace::beforeStart;
-        start = mt_openBlockStart(table);
-    }
-    const auto openBlocks =
-        conditions->iterateBackward ? BlockCursor::OpenBlocks::scanned : BlockCursor::OpenBlocks::unread;
-    iterator->cursor = blockCursor_at(iterator->reader.get(), start, openBlocks, BlockCursor::ZeroWords::judged);
+    iterator->match = visitor;
+    iterator->startIsLast = true;
+    begin(iterator.get(), block);
     return iterator.release();
 }
 
@@ -132,6 +148,21 @@ ErrorCode mtIterator_next(MessageTableIterator* iterator, bool* end) noexcept {
         clearCurrent(iterator);
     }
     return code;
+}
+
+MessagePlace mtIterator_place(const MessageTableIterator* iterator) noexcept {
+    const FrameCursor& frames = iterator->frames;
+    const Block& block = iterator->cursor.block;
+    MessagePlace place{{block.start, frames.position}, iterator->indexInBlock - 1, nullptr};
+    if (!iterator->conditions->iterateBackward) {
+        place.frame.frame -= iterator->current.frameLength;
+    } else {
+        const bool isOpen = block.state == BlockState::open;
+        place.indexInBlock =
+            (isOpen ? block.messageCount : iterator->reader->layout.messagesPerBlock) - iterator->indexInBlock;
+    }
+    place.bytes = byteStream_buffer(iterator->reader->frames.get()) + (place.frame.frame - frames.pieceStart);
+    return place;
 }
 
 const MessageMetadata& mtIterator_getMetadata(const MessageTableIterator* iterator) noexcept {

@@ -17,6 +17,7 @@
 #include "core/handle.h"
 #include "messagetable/block_cursor.h"
 #include "messagetable/frame_cursor.h"
+#include "messagetable/frame_place.h"
 #include "messagetable/message_table.h"
 #include "messagetable/message_visitor.h"
 #include "query/query_conditions.h"
@@ -29,6 +30,7 @@ enum class IteratorPlace {
     betweenBlocks,  // the cursor's next step gives the next block
     inBlock,        // at the frames of the block at hand
     done,           // nothing will come any more
+    gone,           // neither: the table was dropped under the iterator
 };
 
 struct MessageTableIterator {
@@ -45,6 +47,7 @@ struct MessageTableIterator {
     DecodedMessage current;
     std::int32_t stringValueCount = 0;
     std::int32_t numericValueCount = 0;
+    bool startIsLast = false;      // a walk backward begins at the block at the cursor, not at the open one
     ErrorCode endCode = NO_ERROR;  // what a backward walk returns when it has delivered all it could
     std::int64_t openings = 0;     // of the table's storage, when the iterator was opened
 };
@@ -52,6 +55,12 @@ struct MessageTableIterator {
 // An iterator over the table, owned by the caller. It owns the conditions from this call on, also when it fails: null
 // for a null argument, when memory is short, or when a backward iterator's refresh fails.
 MessageTableIterator* mtIterator_open(MessageTable* table, QueryConditions* conditions) noexcept;
+// The same over blocks from one on: the walk, forward or backward, begins with the block at this file offset, where a
+// block begins or will begin; and with a visitor in the place of query_match's, which decides alone: its onBlock about
+// closed blocks, its onMessage about every message of the others, with Visit::stop to make it current. It may ask
+// mtIterator_place meanwhile. Null when memory is short.
+MessageTableIterator* mtIterator_openAt(MessageTable* table, QueryConditions* conditions, const MessageVisitor& visitor,
+                                        std::int64_t block) noexcept;
 // Frees the iterator with its conditions; null is accepted.
 void mtIterator_close(MessageTableIterator* iterator) noexcept;
 
@@ -62,6 +71,14 @@ using MessageTableIteratorPtr = Handle<MessageTableIterator, mtIterator_close>;
 // HEADER_CORRUPTED_ERROR, CONSISTENCY_ERROR, NO_DATA_ERROR (a cut frame inside a closed block); FILE_READ_ERROR,
 // SYSTEM_FILE_ERROR, OUT_OF_MEMORY_ERROR.
 ErrorCode mtIterator_next(MessageTableIterator* iterator, bool* end) noexcept;
+
+// Where the message stands that was decoded last; valid while the iterator's block at hand stays.
+struct MessagePlace {
+    FramePlace frame;
+    std::int32_t indexInBlock = 0;        // of a damaged block that is read from behind: as if it were whole
+    const std::uint8_t* bytes = nullptr;  // of the frame, as many as the message says
+};
+MessagePlace mtIterator_place(const MessageTableIterator* iterator) noexcept;
 
 // The current message. Before the first one, after the end and after an error numbers are 0, texts are absent and the
 // MsgType is empty.

@@ -1,0 +1,279 @@
+#include <algorithm>
+#include <limits>
+#include <optional>
+#include <utility>
+
+#include "api/call.h"
+#include "api/open_table.h"
+#include "api/query_state.h"
+#include "api/reader_state.h"
+#include "api/work_watch.h"
+#include "query/match.h"
+#include "query/message_table_iterator.h"
+#include "tabulo/reader.h"
+
+namespace tabulo {
+
+namespace api {
+
+struct MessagesState {
+    std::shared_ptr<ReaderState> reader;
+    internal::MessageTableIteratorPtr iterator;  // goes before the reader
+    bool backward = false;
+    bool inverted = false;
+    std::int64_t first = 0;                                       // file offsets: messages in front of it are left out,
+    std::int64_t end = std::numeric_limits<std::int64_t>::max();  // and those from it on
+    WorkWatch watch;
+    std::int64_t watchedFrom = 0;  // file offset at which the work begins
+
+    MessageState message;
+    MessageView view{&message};
+    bool isCurrent = false;
+    Ending ending = Ending::none;
+    bool isOver = false;  // told by the visitor: the walk is to end here
+    std::optional<Error> damage;
+
+    std::int64_t block = -1;  // the one at hand
+    std::int64_t blockOrdinal = -1;
+    bool countsBlocks = false;  // the walk began with the table's first block, forwards
+    std::int64_t blocksRead = 0;
+    std::int64_t blocksSkipped = 0;
+    std::int64_t messagesRead = 0;
+
+    explicit MessagesState(Work work) : watch(std::move(work)) {}
+};
+
+namespace {
+
+using State = MessagesState;
+
+// What ends a walk on purpose; nobody sees it.
+constexpr internal::ErrorCode WALK_OVER = internal::NO_DATA_ERROR;
+
+internal::ErrorCode endWalk(State* state, Ending ending) {
+    state->isOver = true;
+    state->ending = ending;
+    return WALK_OVER;
+}
+
+bool mayGoOn(State* state, std::int64_t offset) {
+    const std::int64_t done = state->backward ? state->watchedFrom - offset : offset - state->watchedFrom;
+    return state->watch.goOn(done, state->messagesRead);
+}
+
+// The walk has come to a block, which it has not seen before.
+internal::ErrorCode enterBlock(State* state, std::int64_t block) {
+    state->block = block;
+    state->blockOrdinal += state->countsBlocks ? 1 : 0;
+    return mayGoOn(state, block) ? internal::NO_ERROR : endWalk(state, Ending::stopped);
+}
+
+internal::ErrorCode onBlock(void* owner, const internal::BlockSummary& summary, internal::Visit* answer) {
+    auto* state = static_cast<State*>(owner);
+    const internal::MessageTableIterator& iterator = *state->iterator;
+    const internal::Block& block = iterator.cursor.block;
+    const internal::ErrorCode code = enterBlock(state, block.start);
+    if (code != internal::NO_ERROR) {
+        return code;
+    }
+    if (state->backward ? block.framesEnd <= state->first : block_framesStart(block) >= state->end) {
+        return endWalk(state, Ending::data);
+    }
+    const bool isRead =
+        state->inverted || internal::query_blockMayMatch(*iterator.conditions, summary, iterator.reader->layout);
+    (isRead ? state->blocksRead : state->blocksSkipped) += 1;
+    *answer = isRead ? internal::Visit::goOn : internal::Visit::skipBlock;
+    return internal::NO_ERROR;
+}
+
+internal::ErrorCode onMessage(void* owner, const internal::MessageView& message, internal::Visit* answer) {
+    auto* state = static_cast<State*>(owner);
+    const internal::MessageTableIterator& iterator = *state->iterator;
+    const std::int64_t offset = internal::mtIterator_place(&iterator).frame.frame;
+    if (state->backward ? offset < state->first : offset >= state->end) {
+        return endWalk(state, Ending::data);
+    }
+    if (iterator.cursor.block.start != state->block) {  // an open or a damaged one
+        const internal::ErrorCode code = enterBlock(state, iterator.cursor.block.start);
+        if (code != internal::NO_ERROR) {
+            return code;
+        }
+        state->blocksRead += 1;
+    }
+    if (state->backward ? offset >= state->end : offset < state->first) {
+        return internal::NO_ERROR;
+    }
+    state->messagesRead += 1;
+    if (state->messagesRead % WorkWatch::messagesBetween == 0 && !mayGoOn(state, offset)) {
+        return endWalk(state, Ending::stopped);
+    }
+    if (internal::query_messageMatches(*iterator.conditions, message) != state->inverted) {
+        *answer = internal::Visit::stop;
+    }
+    return internal::NO_ERROR;
+}
+
+void showCurrent(State* state) {
+    const internal::MessagePlace place = internal::mtIterator_place(state->iterator.get());
+    MessageState& message = state->message;
+    message.message = state->iterator->current;
+    message.frame = reinterpret_cast<const std::byte*>(place.bytes);
+    message.position = {place.frame.block, place.frame.frame};
+    message.indexInBlock = place.indexInBlock;
+    message.blockOrdinal = state->blockOrdinal;
+    state->isCurrent = true;
+}
+
+bool isDamage(internal::ErrorCode code) {
+    return code == internal::HEADER_CORRUPTED_ERROR || code == internal::CONSISTENCY_ERROR ||
+           code == internal::NO_DATA_ERROR;
+}
+
+// The walk has failed. Damage stays damage; other failures may pass.
+[[noreturn]] void failWalk(State* state, const Call& call, internal::ErrorCode code) {
+    const internal::MessageTableIterator& iterator = *state->iterator;
+    const bool inBlock = iterator.place == internal::IteratorPlace::inBlock;
+    const std::int64_t offset = inBlock ? iterator.frames.position : iterator.cursor.block.start;
+    try {
+        call.fail(code, offset);
+    } catch (const Error& error) {
+        if (isDamage(code)) {
+            state->damage = error;
+        }
+        throw;
+    }
+}
+
+// One step of the walk. True when a message has become current.
+bool step(State* state) {
+    const Call call(state->reader->path);
+    bool end = true;
+    const internal::ErrorCode code = internal::mtIterator_next(state->iterator.get(), &end);
+    state->watch.rethrow();
+    if (state->isOver) {
+        return false;
+    }
+    if (code != internal::NO_ERROR) {
+        failWalk(state, call, code);
+    }
+    if (end) {
+        const bool isGone = state->iterator->place == internal::IteratorPlace::gone;
+        state->ending = isGone ? Ending::dropped : Ending::data;
+        state->isOver = isGone || state->backward;
+    }
+    return !end;
+}
+
+std::int64_t countBlocks(void* owner, std::int64_t block) {
+    auto* reader = static_cast<ReaderState*>(owner);
+    return reader_blocksBefore(Call(reader->path), *reader, block);
+}
+
+// Where the walk begins, and what of the table it covers.
+std::int64_t boundWalk(const Call& call, State* state, const QueryState& query) {
+    ReaderState& reader = *state->reader;
+    const Position first = query.from.value_or(reader_begin(reader));
+    if (query.from.has_value()) {
+        reader_checkPlace(call, reader, first);
+    }
+    std::int64_t end = 0;
+    call.check(internal::tableFileGetSize(openTable_file(reader.open.get()), &end));
+    if (query.before.has_value()) {
+        reader_checkPlace(call, reader, *query.before);
+        state->end = query.before->offset;
+        end = std::min(end, state->end);
+    }
+    state->first = first.offset;
+    state->watchedFrom = state->backward ? end : first.offset;
+    state->watch.begin(std::max<std::int64_t>(0, end - first.offset));
+    if (!state->backward) {
+        return first.block;
+    }
+    // What is wrong with the open block is told behind its messages.
+    const internal::ErrorCode code = internal::mt_refresh(reader.open.get());
+    if (code != internal::CONSISTENCY_ERROR) {
+        call.check(code);
+    }
+    const std::int64_t last = internal::mt_openBlockStart(reader.open.get());
+    return query.before.has_value() ? std::min(query.before->block, last) : last;
+}
+
+std::unique_ptr<MessagesState> messages_open(const std::shared_ptr<ReaderState>& reader, const Query& query,
+                                             Work work) {
+    const Call call(reader->path);
+    const QueryState& asked = query.state();
+    auto state = std::make_unique<MessagesState>(std::move(work));
+    state->reader = reader;
+    state->backward = asked.backward;
+    state->inverted = asked.inverted;
+    internal::QueryConditionsPtr conditions = query_build(asked, *reader->table);
+    const std::int64_t block = boundWalk(call, state.get(), asked);
+    state->countsBlocks = !state->backward && block == reader_begin(*reader).block;
+    state->message.table = reader->table;
+    state->message.counter = {countBlocks, reader};
+    state->iterator.reset(internal::mtIterator_openAt(reader->open.get(), conditions.release(),
+                                                      {state.get(), onBlock, onMessage}, block));
+    if (state->iterator == nullptr) {
+        call.fail(internal::OUT_OF_MEMORY_ERROR);
+    }
+    return state;
+}
+
+}  // namespace
+
+}  // namespace api
+
+Messages Reader::messages(const Query& query, Work work) {
+    api::use(state_, "the reader");
+    return Messages(api::messages_open(state_, query, std::move(work)));
+}
+
+Messages::Messages(std::unique_ptr<api::MessagesState> state) noexcept : state_(std::move(state)) {
+}
+Messages::Messages(Messages&&) noexcept = default;
+Messages& Messages::operator=(Messages&&) noexcept = default;
+Messages::~Messages() = default;
+
+const MessageView* Messages::next() {
+    api::MessagesState& state = api::use(state_, "the messages");
+    state.isCurrent = false;
+    if (state.damage.has_value()) {
+        throw Error(*state.damage);
+    }
+    if (!state.isOver) {
+        state.ending = Ending::none;
+        if (api::step(&state)) {
+            api::showCurrent(&state);
+        }
+    }
+    return current();
+}
+
+const MessageView* Messages::current() const noexcept {
+    return state_ != nullptr && state_->isCurrent ? &state_->view : nullptr;
+}
+
+Messages::Iterator Messages::begin() {
+    if (!api::use(state_, "the messages").isCurrent) {
+        next();
+    }
+    return Iterator(this);
+}
+
+Ending Messages::ending() const noexcept {
+    return state_ == nullptr ? Ending::none : state_->ending;
+}
+
+std::int64_t Messages::blocksRead() const noexcept {
+    return state_ == nullptr ? 0 : state_->blocksRead;
+}
+
+std::int64_t Messages::blocksSkipped() const noexcept {
+    return state_ == nullptr ? 0 : state_->blocksSkipped;
+}
+
+std::int64_t Messages::messagesRead() const noexcept {
+    return state_ == nullptr ? 0 : state_->messagesRead;
+}
+
+}  // namespace tabulo

@@ -1,0 +1,125 @@
+#include <string>
+
+#include "api/open_table.h"
+#include "api/reader_state.h"
+#include "messagetable/frame_cursor.h"
+#include "messagetable/frame_place.h"
+
+namespace tabulo::api {
+
+namespace {
+
+[[noreturn]] void failPlace(const Call& call, const Position& position, std::string why) {
+    call.fail(internal::VSEEK_ERROR, position.offset,
+              "no message can stand at block " + std::to_string(position.block) + ", offset " +
+                  std::to_string(position.offset) + ": " + std::move(why));
+}
+
+internal::BlockCursor cursorAt(const ReaderState& reader, std::int64_t block) {
+    return internal::blockCursor_at(reader.blocks.get(), block, internal::BlockCursor::OpenBlocks::unread,
+                                    internal::BlockCursor::ZeroWords::judged);
+}
+
+// Steps from the cursor's place to the block at `block`, and counts. False when none begins there.
+bool stepTo(const Call& call, internal::BlockCursor* cursor, internal::TableFile* file, std::int64_t block,
+            std::int64_t* steps) {
+    while (cursor->position < block) {
+        const std::int64_t start = cursor->position;
+        call.check(internal::blockCursor_next(cursor, file));
+        if (cursor->block.state == internal::BlockState::damaged) {
+            call.fail(cursor->block.damage, cursor->block.framesEnd);
+        }
+        if (cursor->position == start) {
+            return false;
+        }
+        *steps += 1;
+    }
+    return cursor->position == block;
+}
+
+// True when a block begins there, told by the footer in front of it.
+bool followsFooter(const ReaderState& reader, internal::TableFile* file, std::int64_t block) {
+    return block == reader_begin(reader).block ||
+           internal::mfr_loadPreviousFooter(reader.blocks.get(), file, block) == internal::NO_ERROR;
+}
+
+// Looks for the place among the frames of its block.
+void checkFrame(const Call& call, const ReaderState& reader, internal::TableFile* file, const Position& position) {
+    internal::BlockCursor cursor = cursorAt(reader, position.block);
+    call.check(internal::blockCursor_next(&cursor, file));
+    std::int64_t end = cursor.block.framesEnd;
+    if (cursor.block.state == internal::BlockState::open) {
+        call.check(internal::tableFileGetSize(file, &end));
+    }
+    internal::FrameCursor frames = internal::frameCursor_forward(
+        reader.blocks.get(), file, position.block + internal::BLOCK_LENGTH_SIZE, end, internal::SCAN_PIECE_SIZE);
+    internal::DecodedMessage message;
+    std::int32_t index = 0;
+    while (frames.position < position.offset && index < reader.table->numbers.messagesPerBlock) {
+        const internal::ErrorCode code = internal::frameCursor_next(&frames, &message);
+        if (code == internal::NO_DATA_ERROR && !internal::block_isClosed(cursor.block)) {
+            failPlace(call, position, "the data ends at " + std::to_string(frames.position));
+        }
+        if (code != internal::NO_ERROR) {
+            call.fail(code, frames.position);
+        }
+        ++index;
+    }
+    if (frames.position != position.offset) {
+        failPlace(call, position, "a message or a footer stands around it");
+    }
+    if (index == reader.table->numbers.messagesPerBlock) {
+        failPlace(call, position, "a footer stands there");
+    }
+}
+
+}  // namespace
+
+Position reader_begin(const ReaderState& reader) noexcept {
+    const internal::FramePlace place = internal::framePlace_first(internal::mt_storage(reader.open.get())->headerSize);
+    return {place.block, place.frame};
+}
+
+Position reader_end(const Call& call, const ReaderState& reader) {
+    call.check(internal::mt_refresh(reader.open.get()));
+    const internal::FramePlace place = internal::mt_nextPlace(reader.open.get());
+    return {place.block, place.frame};
+}
+
+void reader_checkPlace(const Call& call, ReaderState& reader, const Position& position) {
+    internal::TableFile* file = openTable_file(reader.open.get());
+    std::int64_t size = 0;
+    call.check(internal::tableFileGetSize(file, &size));
+    const Position first = reader_begin(reader);
+    if (position.block < first.block || position.block > size) {
+        failPlace(call, position,
+                  "blocks begin between " + std::to_string(first.block) + " and " + std::to_string(size));
+    }
+    if (position.offset - internal::BLOCK_LENGTH_SIZE < position.block) {
+        failPlace(call, position, "messages stand behind their block's length");
+    }
+    // A footer can be damaged where the chain of blocks is whole: that decides then.
+    internal::BlockCursor cursor = cursorAt(reader, first.block);
+    std::int64_t steps = 0;
+    if (!followsFooter(reader, file, position.block) && !stepTo(call, &cursor, file, position.block, &steps)) {
+        failPlace(call, position, "no block begins there");
+    }
+    if (position.offset != internal::framePlace_first(position.block).frame) {
+        checkFrame(call, reader, file, position);
+    }
+}
+
+std::int64_t reader_blocksBefore(const Call& call, ReaderState& reader, std::int64_t block) {
+    const std::int64_t first = reader_begin(reader).block;
+    const bool goesOn = reader.countedBlock >= first && reader.countedBlock <= block;
+    internal::BlockCursor cursor = cursorAt(reader, goesOn ? reader.countedBlock : first);
+    std::int64_t ordinal = goesOn ? reader.countedOrdinal : 0;
+    if (!stepTo(call, &cursor, openTable_file(reader.open.get()), block, &ordinal)) {
+        call.fail(internal::VSEEK_ERROR, block, "no block begins there: the table was dropped");
+    }
+    reader.countedBlock = block;
+    reader.countedOrdinal = ordinal;
+    return ordinal;
+}
+
+}  // namespace tabulo::api

@@ -1,0 +1,36 @@
+// What stands behind a Reader and everything that it has made.
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <memory>
+
+#include "api/call.h"
+#include "api/message_state.h"
+#include "messagetable/block_cursor.h"
+#include "messagetable/message_table.h"
+#include "tabulo/message.h"
+
+namespace tabulo::api {
+
+struct ReaderState {
+    std::filesystem::path path;
+    std::shared_ptr<TableState> table;
+    internal::MessageTablePtr open;
+    internal::BlockReaderPtr blocks;  // for look-ups of blocks
+    // The block whose number was asked for last.
+    std::int64_t countedBlock = 0;
+    std::int64_t countedOrdinal = 0;
+};
+
+// Where the first message stands.
+Position reader_begin(const ReaderState& reader) noexcept;
+// Where the next message will stand. Throws the codes of mt_refresh.
+Position reader_end(const Call& call, const ReaderState& reader);
+
+// Throws vseek for a place at which no message stands or will stand, and what reading the block gives.
+void reader_checkPlace(const Call& call, ReaderState& reader, const Position& position);
+// How many blocks stand in front of the one at this offset. Throws vseek when none begins there.
+std::int64_t reader_blocksBefore(const Call& call, ReaderState& reader, std::int64_t block);
+
+}  // namespace tabulo::api
