@@ -15,6 +15,7 @@ namespace tabulo {
 
 namespace api {
 struct FollowerState;
+struct FollowedTable;
 }  // namespace api
 
 // Where the following of a table begins.
@@ -29,7 +30,7 @@ class FollowFrom {
     static FollowFrom uniformId(std::int32_t uniformId) noexcept;
 
   private:
-    friend struct api::FollowerState;
+    friend struct api::FollowedTable;
     enum class Kind { beginning, end, position, uniformId } kind_ = Kind::beginning;
     Position position_;
     std::int32_t uniformId_ = 0;

@@ -198,8 +198,9 @@ std::int64_t boundWalk(const Call& call, State* state, const QueryState& query) 
     return query.before.has_value() ? std::min(query.before->block, last) : last;
 }
 
-std::unique_ptr<MessagesState> messages_open(const std::shared_ptr<ReaderState>& reader, const Query& query,
-                                             Work work) {
+}  // namespace
+
+Messages reader_messages(const std::shared_ptr<ReaderState>& reader, const Query& query, Work work) {
     const Call call(reader->path);
     const QueryState& asked = query.state();
     auto state = std::make_unique<MessagesState>(std::move(work));
@@ -216,16 +217,14 @@ std::unique_ptr<MessagesState> messages_open(const std::shared_ptr<ReaderState>&
     if (state->iterator == nullptr) {
         call.fail(internal::OUT_OF_MEMORY_ERROR);
     }
-    return state;
+    return Messages(std::move(state));
 }
-
-}  // namespace
 
 }  // namespace api
 
 Messages Reader::messages(const Query& query, Work work) {
     api::use(state_, "the reader");
-    return Messages(api::messages_open(state_, query, std::move(work)));
+    return api::reader_messages(state_, query, std::move(work));
 }
 
 Messages::Messages(std::unique_ptr<api::MessagesState> state) noexcept : state_(std::move(state)) {

@@ -75,14 +75,17 @@ std::optional<Position> placeInBlock(const Call& call, const internal::BlockCurs
 
 }  // namespace
 
+std::shared_ptr<ReaderState> reader_open(const std::filesystem::path& path) {
+    const std::string checked = checkedPath(path);
+    const Call call(path);
+    StoredHeader header;
+    internal::MessageTablePtr table = openTable_asStored(call, checked, &header);
+    return readerOf(call, path, std::move(header.layout), std::move(table));
+}
+
 }  // namespace api
 
-Reader::Reader(const std::filesystem::path& path) {
-    const std::string checked = api::checkedPath(path);
-    const api::Call call(path);
-    api::StoredHeader header;
-    internal::MessageTablePtr table = api::openTable_asStored(call, checked, &header);
-    state_ = api::readerOf(call, path, std::move(header.layout), std::move(table));
+Reader::Reader(const std::filesystem::path& path) : state_(api::reader_open(path)) {
 }
 
 Reader::Reader(const std::filesystem::path& path, const Layout& layout) {

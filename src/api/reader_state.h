@@ -9,7 +9,8 @@
 #include "api/message_state.h"
 #include "messagetable/block_cursor.h"
 #include "messagetable/message_table.h"
-#include "tabulo/message.h"
+#include "tabulo/query.h"
+#include "tabulo/reader.h"
 
 namespace tabulo::api {
 
@@ -22,6 +23,11 @@ struct ReaderState {
     std::int64_t countedBlock = 0;
     std::int64_t countedOrdinal = 0;
 };
+
+// The table at a path, with the layout that its file has. Throws what a Reader does.
+std::shared_ptr<ReaderState> reader_open(const std::filesystem::path& path);
+// What Reader::messages gives.
+Messages reader_messages(const std::shared_ptr<ReaderState>& reader, const Query& query, Work work);
 
 // Where the first message stands.
 Position reader_begin(const ReaderState& reader) noexcept;

@@ -36,6 +36,8 @@ struct FilePlatform {
     SystemError (*syncDirectory)(const char* path);
     SystemError (*truncate)(int descriptor, std::int64_t length);
     SystemError (*size)(int descriptor, std::int64_t* size);
+    // Sets *same to whether a path leads to this very file. The error of a path that leads nowhere.
+    SystemError (*isAt)(int descriptor, const char* path, bool* same);
     SystemError (*close)(int descriptor);
     SystemError (*remove)(const char* path);
     // Seconds since the epoch.

@@ -34,19 +34,9 @@ bool linux_writtenBeforeStart(int descriptor) {
     return status.st_mtim.tv_sec < now.tv_sec - sinceStart.tv_sec;
 }
 
-constexpr FilePlatform systemPlatform{posix_open,
-                                      linux_lock,
-                                      linux_unlock,
-                                      posix_readAt,
-                                      posix_writeAt,
-                                      posix_sync,
-                                      posix_syncDirectory,
-                                      posix_truncate,
-                                      posix_size,
-                                      posix_close,
-                                      posix_remove,
-                                      posix_now,
-                                      linux_writtenBeforeStart};
+constexpr FilePlatform systemPlatform{
+    posix_open,     linux_lock, linux_unlock, posix_readAt, posix_writeAt, posix_sync, posix_syncDirectory,
+    posix_truncate, posix_size, posix_isAt,   posix_close,  posix_remove,  posix_now,  linux_writtenBeforeStart};
 
 }  // namespace
 

@@ -97,6 +97,16 @@ SystemError posix_size(int descriptor, std::int64_t* size) {
     return 0;
 }
 
+SystemError posix_isAt(int descriptor, const char* path, bool* same) {
+    struct stat open {};
+    struct stat found {};
+    if (::fstat(descriptor, &open) != 0 || ::stat(path, &found) != 0) {
+        return errno;
+    }
+    *same = open.st_dev == found.st_dev && open.st_ino == found.st_ino;
+    return 0;
+}
+
 SystemError posix_close(int descriptor) {
     // The descriptor is gone even when the call was interrupted; closing it again could hit somebody else's file.
     return ::close(descriptor) == 0 || errno == EINTR ? 0 : errno;

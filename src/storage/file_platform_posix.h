@@ -19,6 +19,7 @@ SystemError posix_sync(int descriptor);
 SystemError posix_syncDirectory(const char* path);
 SystemError posix_truncate(int descriptor, std::int64_t length);
 SystemError posix_size(int descriptor, std::int64_t* size);
+SystemError posix_isAt(int descriptor, const char* path, bool* same);
 SystemError posix_close(int descriptor);
 SystemError posix_remove(const char* path);
 std::int64_t posix_now();

@@ -373,6 +373,12 @@ bool tableFileWrittenBeforeStart(const TableFile* file) noexcept {
     return file != nullptr && fileStream_writtenBeforeStart(&file->stream);
 }
 
+bool tableFileIsReplaced(const TableFile* file) noexcept {
+    bool same = true;
+    return file != nullptr && !filePlatform().isAt(file->stream.descriptor, file->path.c_str(), &same).failed() &&
+           !same;
+}
+
 std::int64_t tableFileSetRangeStart(TableFile* file, std::int64_t start) noexcept {
     if (file == nullptr) {
         return 0;

@@ -114,6 +114,8 @@ ErrorCode tableFileFollowEnd(TableFile* file) noexcept;
 // True when the file was last written before this machine was started (FilePlatform::writtenBeforeStart): ask it before
 // writing. False for a null file.
 bool tableFileWrittenBeforeStart(const TableFile* file) noexcept;
+// True when the file's path leads to another file by now; false also when it leads to none.
+bool tableFileIsReplaced(const TableFile* file) noexcept;
 // Sets the lowest allowed virtual position and returns the previous one; 0 for a null file. No caller of ours: our
 // tables begin where their files do.
 std::int64_t tableFileSetRangeStart(TableFile* file, std::int64_t start) noexcept;
