@@ -8,8 +8,8 @@
 #include <string>
 
 #include "tabulo/error.h"
-#include "tabulo/reader.h"
 #include "tabulo/session_info.h"
+#include "tabulo/table_info.h"
 #include "tabulo/writer.h"
 
 namespace {
@@ -37,7 +37,7 @@ void store(const std::filesystem::path& folder) {
     const std::array<const char*, 3> symbols = {"ACME", "KVS", "ACME"};
     for (const char* symbol : symbols) {
         seqNum += 1;
-        const double price = 10 + 0.5 * seqNum;
+        const std::int64_t price = 10 + seqNum;
         const std::string wire = "35=D\00155=" + std::string(symbol) + "\00144=" + std::to_string(price) + "\001";
         tabulo::Message order;
         order.uniformId = seqNum;
@@ -52,8 +52,8 @@ void store(const std::filesystem::path& folder) {
         session.write(LAST_SEQ_NUM, seqNum);
     }
     orders.close();
-    std::printf("%s holds %lld messages.\n", (folder / "orders").c_str(),
-                static_cast<long long>(tabulo::inspect(folder / "orders").messageCount));
+    const tabulo::TableInfo info = tabulo::inspect(folder / "orders");
+    std::printf("%s holds %lld messages.\n", info.name.c_str(), static_cast<long long>(info.messageCount));
 }
 
 }  // namespace

@@ -1,7 +1,8 @@
 """Shows that the tree builds where it is not alone and where there is no Java.
 
-Run as outside_program.py program <root> <work directory> <compiler> [setting of CMake...]: builds the program in outside/, which
-takes in the tree with add_subdirectory and finds no JDK and no GTest, and runs it.
+Run as outside_program.py program <root> <work directory> <write_messages> <compiler> [setting of CMake...]: builds the program in
+outside/, which takes in the tree with add_subdirectory and finds no JDK and no GTest, and lets it read a table that
+write_messages has made.
 
 Run as outside_program.py alone <root> <work directory> <compiler> [setting of CMake...]: configures the tree by itself without
 a JDK.
@@ -51,14 +52,18 @@ def command_problems(build):
     return found
 
 
-def program(root, work, compiler, settings):
+def program(root, work, write_messages, compiler, settings):
     build = os.path.join(work, "build")
     run_well(*configure(os.path.join(root, "tests/project/outside"), build, compiler, settings),
              "-D", f"TABULO_SOURCE={root}", "-D", "CMAKE_BUILD_TYPE=Release", "-D", "CMAKE_DISABLE_FIND_PACKAGE_GTest=ON")
     run_well("cmake", "--build", build, "-j", "2")
     found = command_problems(build)
-    said = run_well(os.path.join(build, "outside"))
-    expected = "The program runs.\n"
+    run_well(write_messages, work + "/", "orders", "7", "25")
+    before = set(os.listdir("."))
+    said = run_well(os.path.join(build, "outside"), os.path.join(work, "orders"))
+    found += [f"The program has written {name}." for name in sorted(set(os.listdir(".")) - before)]
+    expected = ("orders: 25 messages in 3 closed blocks of 7 and 4 in the open one, last id 25\n"
+                "25 messages were read, their ids add up to 325\n")
     if said != expected:
         found.append(f"The program says:\n{said}instead of:\n{expected}")
     return found
@@ -84,8 +89,9 @@ def main():
     what, root, work = sys.argv[1], os.path.abspath(sys.argv[2]), os.path.abspath(sys.argv[3])
     shutil.rmtree(work, ignore_errors=True)
     os.makedirs(work)
+    os.chdir(work)  # for the files that programs leave where they are started
     if what == "program":
-        found = program(root, work, sys.argv[4], sys.argv[5:])
+        found = program(root, work, sys.argv[4], sys.argv[5], sys.argv[6:])
     else:
         found = alone(root, work, sys.argv[4], sys.argv[5:])
     print("\n".join(found))

@@ -45,8 +45,8 @@ def wrong_texts(root):
     """A sentence for each block of code that is not what stands in the example it is said to be from."""
     markdown = _read(root, "README.md")
     problems = []
-    if not blocks(markdown, "java"):
-        problems.append("README.md has no block that begins with ```java.")
+    problems += [f"README.md has no block that begins with ```{language}." for language in ("java", "cpp")
+                 if not blocks(markdown, language)]
     for language, line, text, before in blocks(markdown, "java", "cpp"):
         links = _LINK.findall(before)
         if not links:
@@ -96,6 +96,7 @@ def main():
         shutil.rmtree(work_directory, ignore_errors=True)
         os.makedirs(work_directory)
         paths = {"build/release/java/tabulo.jar": jar, "build/release/libtabulo.so": library,
+                 "build/release/example_": os.path.join(os.path.dirname(library), "example_"),
                  "build/example": os.path.join(work_directory, "tables"), "examples/java/": os.path.join(root, "examples/java", "")}
         problems = wrong_outputs(root, paths, os.path.dirname(java) + os.pathsep + os.environ["PATH"], work_directory)
     print("\n".join(problems))

@@ -65,7 +65,8 @@ class ReadmeExampleTest(unittest.TestCase):
 
     def test_a_readme_without_examples_is_named(self):
         self.write("README.md", "Nothing.\n")
-        self.assertEqual(readme_example.wrong_texts(self.root), ["README.md has no block that begins with ```java."])
+        self.assertEqual(readme_example.wrong_texts(self.root), ["README.md has no block that begins with ```java.",
+                                                                  "README.md has no block that begins with ```cpp."])
         self.assertEqual(self.outputs(), ["README.md has no block that begins with ```console."])
 
     def test_commands_that_print_what_is_shown_are_right(self):

@@ -19,8 +19,7 @@ AREAS = {
     "java/jni": ("jni", _WHOLE_LIBRARY),
     "tool": ("tool", ["tabulo"]),
     "adapters": ("adapters", ["tabulo"]),
-    # Until the examples use the public API, which is all they will be allowed then.
-    "examples": ("examples", [*_WHOLE_LIBRARY, "tabulo"]),
+    "examples": ("examples", ["tabulo"]),
     "benchmarks": ("benchmarks", [*_WHOLE_LIBRARY, "api", "tabulo", "jni", "tests"]),
     "fuzz": ("fuzz", [*_WHOLE_LIBRARY, "api", "tabulo", "tests"]),
     "tests": ("tests", [*_WHOLE_LIBRARY, "api", "tabulo", "jni", "tool", "adapters"]),
