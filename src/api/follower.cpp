@@ -103,8 +103,10 @@ FollowEvent give(State* state, FollowedTable* table) {
 // The message that was lent last goes back, and its table shows the next one.
 void takeBack(State* state) {
     FollowedTable* table = std::exchange(state->given, nullptr);
-    if (table != nullptr && !table->isOut) {
+    if (table != nullptr) {
         followedTable_take(table);
+    }
+    if (table != nullptr && !table->isOut) {
         tryTable(table, [&](FollowedTable* one) { followedTable_look(one, &state->events); });
     }
     for (const auto& each : state->tables) {
