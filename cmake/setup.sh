@@ -10,6 +10,7 @@ setup_packages=(
     libgtest-dev
     openjdk-17-jdk-headless junit5
     python3 binutils clang-format strace
+    libcli11-dev libfmt-dev rapidjson-dev libpugixml-dev libhowardhinnant-date-dev tzdata
 )
 # What looks at the code, for the tests about the tree.
 setup_tree_packages=(clang-tidy)

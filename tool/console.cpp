@@ -1,0 +1,155 @@
+#include "tool/console.h"
+
+#include <fmt/format.h>
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <csignal>
+#include <cstdlib>
+#include <cstring>
+
+namespace tabulo::tool {
+
+namespace {
+
+constexpr std::size_t LARGEST_GATHERED = 64 * 1024;
+constexpr std::chrono::seconds QUIET_TIME(1);
+constexpr std::chrono::milliseconds REDRAW_TIME(200);
+
+volatile std::sig_atomic_t interrupted = 0;
+
+void onInterrupt(int) {
+    if (interrupted != 0) {
+        _exit(interruptedStatus);  // asked twice: whatever it is waiting for
+    }
+    interrupted = 1;
+}
+
+// Writes all of it. The system's error number, or 0.
+int writeAll(int descriptor, std::string_view text) {
+    while (!text.empty()) {
+        const ssize_t count = ::write(descriptor, text.data(), text.size());
+        if (count < 0 && errno != EINTR) {
+            return errno;
+        }
+        text.remove_prefix(count < 0 ? 0 : static_cast<std::size_t>(count));
+    }
+    return 0;
+}
+
+std::string bytesText(double bytes) {
+    constexpr const char* UNITS[] = {"B", "KiB", "MiB", "GiB", "TiB"};
+    std::size_t unit = 0;
+    while (bytes >= 1024 && unit + 1 < std::size(UNITS)) {
+        bytes /= 1024;
+        ++unit;
+    }
+    return fmt::format("{:.{}f} {}", bytes, unit == 0 ? 0 : 1, UNITS[unit]);
+}
+
+}  // namespace
+
+Console::Console()
+    : outIsTerminal_(::isatty(STDOUT_FILENO) != 0),
+      errIsTerminal_(::isatty(STDERR_FILENO) != 0),
+      progressBegun_(std::chrono::steady_clock::now()) {
+    struct sigaction action {};
+    action.sa_handler = onInterrupt;
+    ::sigaction(SIGINT, &action, nullptr);
+    ::sigaction(SIGTERM, &action, nullptr);
+    action.sa_handler = SIG_IGN;
+    ::sigaction(SIGPIPE, &action, nullptr);
+}
+
+Console::~Console() {
+    clearProgress();
+    (void)writeAll(STDOUT_FILENO, gathered_);  // the command's end has flushed; this is after a failure
+}
+
+bool Console::hasColour() const noexcept {
+    const char* refused = std::getenv("NO_COLOR");
+    const bool isRefused = refused != nullptr && *refused != '\0';
+    return colour_ == ColourChoice::always || (colour_ == ColourChoice::automatic && outIsTerminal_ && !isRefused);
+}
+
+int Console::width() const noexcept {
+    if (!outIsTerminal_) {
+        return 0;
+    }
+    struct winsize size {};
+    return ::ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 ? size.ws_col : 0;
+}
+
+void Console::write(std::string_view text) {
+    gathered_ += text;
+    if (gathered_.size() >= LARGEST_GATHERED) {
+        flush();
+    }
+}
+
+void Console::flush() {
+    clearProgress();
+    const int error = writeAll(STDOUT_FILENO, gathered_);
+    gathered_.clear();
+    if (error == EPIPE) {
+        throw ClosedPipe();
+    }
+    if (error != 0) {
+        throw Failure(fmt::format("standard output cannot be written: {}", std::strerror(error)));
+    }
+}
+
+void Console::say(std::string_view line) {
+    clearProgress();
+    (void)writeAll(STDERR_FILENO, fmt::format("tabulo: {}\n", line));  // there is nobody else to tell
+}
+
+void Console::warn(std::string_view line) {
+    status_ = Status::incomplete;
+    say(line);
+}
+
+void Console::checkInterrupt() {
+    if (interrupted != 0) {
+        throw Interrupted();
+    }
+}
+
+Work Console::watched(std::string what) {
+    progressBegun_ = std::chrono::steady_clock::now();
+    progressDrawn_ = progressBegun_;
+    Work work;
+    work.progress = [this, what = std::move(what)](const Progress& progress) {
+        checkInterrupt();
+        if (errIsTerminal_) {
+            showProgress(what, progress);
+        }
+    };
+    return work;
+}
+
+void Console::showProgress(const std::string& what, const Progress& progress) {
+    const auto now = std::chrono::steady_clock::now();
+    if (now - progressBegun_ < QUIET_TIME || now - progressDrawn_ < REDRAW_TIME) {
+        return;
+    }
+    progressDrawn_ = now;
+    const double seconds = std::chrono::duration<double>(now - progressBegun_).count();
+    const double rate = static_cast<double>(progress.done) / seconds;
+    const double left = rate > 0 ? static_cast<double>(progress.total - progress.done) / rate : 0;
+    progressShown_ = true;
+    (void)writeAll(STDERR_FILENO, fmt::format("\r{}: {} of {}, {}/s, {:.0f} s left\x1b[K", what,
+                                              bytesText(static_cast<double>(progress.done)),
+                                              bytesText(static_cast<double>(progress.total)), bytesText(rate), left));
+}
+
+void Console::clearProgress() {
+    if (progressShown_) {
+        progressShown_ = false;
+        (void)writeAll(STDERR_FILENO, "\r\x1b[K");
+    }
+}
+
+}  // namespace tabulo::tool

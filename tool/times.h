@@ -1,0 +1,53 @@
+// Times as people write and read them. A table stores numbers whose unit nobody has told it.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "tool/console.h"
+
+namespace tabulo::tool {
+
+enum class TimeUnit { seconds, milliseconds, microseconds, nanoseconds };
+
+// "s", "ms", "us", "ns".
+std::string_view timeUnitName(TimeUnit unit) noexcept;
+// The unit in which a time lies between 1990 and 2100; none when no unit does (0, for example).
+std::optional<TimeUnit> guessTimeUnit(std::int64_t time) noexcept;
+
+// What the options --time-unit and --tz have said.
+struct TimeOptions {
+    std::string unit;  // empty: guessed
+    std::string zone;  // a name of the tz database; empty: UTC
+};
+
+// Reads and writes the times of a set of tables.
+class Times {
+  public:
+    // Without a unit it is guessed from `sample`, a time of the tables, and said once on standard error; a sample from
+    // which nothing can be guessed leaves times the numbers that they are. UsageError for an unknown unit or zone.
+    Times(const TimeOptions& options, std::optional<std::int64_t> sample, Console& console);
+
+    std::optional<TimeUnit> unit() const noexcept { return unit_; }
+    // ISO 8601 in UTC to the unit: "2026-11-20T19:31:45.673Z"; the number when there is no unit, or the year would not
+    // have four digits.
+    std::string iso(std::int64_t time) const;
+    // For eyes, in the chosen zone: "2026-11-20 19:31:45.673".
+    std::string text(std::int64_t time) const;
+    // A point in time as the user gives it: "2026-11-20T19:31:45.673", "2026-11-20" (its start), "19:31" (on the day of
+    // `newest`), "-10m" (back from `newest`; s, m, h, d), all digits (raw); in the chosen zone. UsageError for anything
+    // else, for a local time that exists twice or never, and where the unit is not known but needed.
+    std::int64_t parse(std::string_view text, std::int64_t newest) const;
+    // The start of the time's minute, hour or day in the chosen zone, as the user reads it.
+    std::string minute(std::int64_t time) const;
+    std::string hour(std::int64_t time) const;
+    std::string day(std::int64_t time) const;
+
+  private:
+    std::optional<TimeUnit> unit_;
+    const void* zone_ = nullptr;  // of the date library
+};
+
+}  // namespace tabulo::tool

@@ -1,0 +1,12 @@
+#include <array>
+
+#include "tool/verb.h"
+
+namespace tabulo::tool {
+
+std::span<const Verb* const> verbs() noexcept {
+    static constexpr std::array ALL = {&listVerb, &infoVerb};
+    return ALL;
+}
+
+}  // namespace tabulo::tool
