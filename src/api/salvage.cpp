@@ -187,7 +187,7 @@ void Salvage::run() {
         giveAll(heads);
         std::for_each(heads.begin(), heads.end(), advance);
     }
-    meter_.tell(done());
+    meter_.tellAll();
 }
 
 struct CutFile {

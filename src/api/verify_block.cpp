@@ -200,6 +200,7 @@ void BlockVerify::addGap(const FrameRun& gap, std::int64_t end, bool endIsKnown)
     lost_ = true;
     chain_.messagesKnown = false;
     chain_.indexesKnown = false;
+    chain_.passEnd(gap.end);
 }
 
 // Adds messages up to the first that is not whole, or to the end.

@@ -19,6 +19,8 @@ class WorkMeter {
 
     // The work has come to `done`, between two blocks. Throws WorkStopped, and what the callback throws.
     void tell(std::int64_t done);
+    // All of the work is done.
+    void tellAll() { tell(progress_.total); }
     // Another message was looked at. Tells every 1000 messages.
     void addMessage(std::int64_t done);
     // Throws WorkStopped: for what takes long and has no progress to tell.
