@@ -26,6 +26,12 @@ bool isDamage(const std::vector<Finding>& findings) {
     return std::any_of(findings.begin(), findings.end(), [](const Finding& finding) { return finding.damage; });
 }
 
+bool sameTail(const internal::TailRecords& left, const internal::TailRecords& right) {
+    return left.blockInfo.lastBlockEnd == right.blockInfo.lastBlockEnd &&
+           left.dataInfo.dataEnd == right.dataInfo.dataEnd &&
+           left.dataInfo.messageCount == right.dataInfo.messageCount && left.staticIndexes == right.staticIndexes;
+}
+
 class Verification {
   public:
     Verification(const Call& call, FileHandle file, const StoredHeader& header, bool beingWritten,
@@ -37,7 +43,7 @@ class Verification {
 
   private:
     BlockVerify verifyBlock(std::int64_t start, VerifyChain* chain);
-    void checkNotDropped() const;
+    void checkNotDropped(bool isGone) const;
     void checkHeader(const VerifyChain& chain, std::int64_t end);
     void compareHeader(const VerifyChain& chain, std::int64_t end, std::vector<Finding>* findings) const;
     void tell(const std::vector<Finding>& findings);
@@ -70,11 +76,17 @@ void Verification::tell(const std::vector<Finding>& findings) {
     }
 }
 
-// A table that was dropped, or cut by a recovery, while it was verified is no damaged one.
-void Verification::checkNotDropped() const {
+// A table that was dropped, or cut by a recovery, while it was verified is no damaged one. With `isGone` every change
+// of it counts: it may have been filled again.
+void Verification::checkNotDropped(bool isGone) const {
     internal::TailRecords tail;
-    call_.check(internal::headerTail_read(table_.file.get(), table_.headerEnd, &tail));
-    if (table_.size() < header_.fileSize || tail.dataInfo.dataEnd < header_.tail.dataInfo.dataEnd ||
+    const internal::ErrorCode code = internal::headerTail_read(table_.file.get(), table_.headerEnd, &tail);
+    if (code != internal::NO_DATA_ERROR) {  // else the file is shorter than it was, as the size tells
+        call_.check(code);
+    }
+    const bool isChanged = table_.size() != header_.fileSize || !sameTail(tail, header_.tail);
+    if ((isGone && isChanged) || table_.size() < header_.fileSize ||
+        tail.dataInfo.dataEnd < header_.tail.dataInfo.dataEnd ||
         tail.blockInfo.lastBlockEnd < header_.tail.blockInfo.lastBlockEnd) {
         call_.fail(internal::VSEEK_ERROR, std::nullopt, "the table was dropped or cut while it was verified");
     }
@@ -88,7 +100,7 @@ BlockVerify Verification::verifyBlock(std::int64_t start, VerifyChain* chain) {
     if (!isDamage(first.findings)) {
         return first;
     }
-    checkNotDropped();
+    checkNotDropped(first.isGone);
     *chain = before;
     BlockVerify second(table_, meter_, *chain, beingWritten_);
     second.run(start);
@@ -110,6 +122,14 @@ void Verification::compareHeader(const VerifyChain& chain, std::int64_t end, std
     const auto mayBeUnseen = [&](std::int64_t place) {
         return place >= chain.unseenBegin && place <= chain.unseenEnd && place <= end;
     };
+    if (end == table_.headerEnd && chain.wantedEnd > end) {
+        // A drop cuts the file to its header before it writes a new one.
+        if (!beingWritten_) {
+            add(FindingKind::header, DATA_END,
+                "the header knows of messages, and nothing stands behind it: a drop was stopped half-way", false);
+        }
+        return;
+    }
     if (!chain.sawWantedBlock && !mayBeUnseen(chain.wantedBlock)) {
         add(FindingKind::header, LAST_BLOCK_END,
             "the header's last block ends at " + std::to_string(tail.blockInfo.lastBlockEnd) + ", where none does");
@@ -145,17 +165,16 @@ void Verification::compareHeader(const VerifyChain& chain, std::int64_t end, std
 }
 
 void Verification::checkHeader(const VerifyChain& chain, std::int64_t end) {
-    checkNotDropped();
+    checkNotDropped(false);
     std::vector<Finding> findings;
     compareHeader(chain, end, &findings);
     internal::TailRecords now;
-    call_.check(internal::headerTail_read(table_.file.get(), table_.headerEnd, &now));
-    const internal::TailRecords& then = header_.tail;
-    const bool same =
-        now.blockInfo.lastBlockEnd == then.blockInfo.lastBlockEnd && now.dataInfo.dataEnd == then.dataInfo.dataEnd &&
-        now.dataInfo.messageCount == then.dataInfo.messageCount && now.staticIndexes == then.staticIndexes;
+    const internal::ErrorCode code = internal::headerTail_read(table_.file.get(), table_.headerEnd, &now);
+    if (code != internal::NO_DATA_ERROR) {  // else the table was dropped just now: none of this is told
+        call_.check(code);
+    }
     // A writer has saved it meanwhile, and may have been doing so when it was read.
-    if (!isDamage(findings) || same) {
+    if (!isDamage(findings) || sameTail(now, header_.tail)) {
         tell(findings);
     }
 }

@@ -36,6 +36,7 @@ class BlockVerify {
     std::int64_t next = 0;          // where the next block begins, or all that there is ends
     bool isEnd = false;
     bool isBlock = true;  // anything of a block stands there
+    bool isGone = false;  // what looks damaged may also be another table that was written in the place of this one
 
   private:
     void checkClosed(const internal::Block& block);
