@@ -96,7 +96,14 @@ void Verification::checkNotDropped(bool isGone) const {
 BlockVerify Verification::verifyBlock(std::int64_t start, VerifyChain* chain) {
     const VerifyChain before = *chain;
     BlockVerify first(table_, meter_, *chain, beingWritten_);
-    first.run(start);
+    try {
+        first.run(start);
+    } catch (const Error& error) {
+        if (error.code() == Code::fileRead && error.systemText().empty()) {
+            call_.fail(internal::VSEEK_ERROR, error.offset(), "the file became shorter while it was read");
+        }
+        throw;
+    }
     if (!isDamage(first.findings)) {
         return first;
     }

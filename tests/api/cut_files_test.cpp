@@ -2,7 +2,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <set>
 
 #include "tabulo/writer.h"
 #include "tests/api/damaged_table.h"
@@ -174,21 +173,21 @@ TEST_F(ApiSalvageCutFiles, HoldWhateverARecoveryOfRandomDamageHasCut) {
         // A header that was never saved: all blocks are looked at again when the table is opened for writing.
         std::fill_n(image.begin() + static_cast<std::ptrdiff_t>(places.headerEnd) - 72, 8, 0);
         writeFile(path().string(), image);
-        const std::vector<std::int32_t> before = salvageAll(path()).ids();
-        std::string text;
+        // A damaged id may be that of another message.
+        std::vector<std::int32_t> expected = salvageAll(path()).ids();
         for (int opening = 0; opening < 2; ++opening) {
-            recover(101 + opening * 10, 101 + opening * 10 + static_cast<std::int32_t>(random() % 9));
+            const std::int32_t first = 101 + opening * 10;
+            const auto last = first + static_cast<std::int32_t>(random() % 9);
+            recover(first, last);
+            for (std::int32_t id = first; id <= last; ++id) {
+                expected.push_back(id);
+            }
             const Salvaged after = salvageAll(path());
-            text = after.text();
-            std::multiset<std::int32_t> left;
-            for (const std::int32_t id : after.ids()) {
-                left.insert(id);
-            }
-            for (const std::int32_t id : before) {
-                EXPECT_EQ(left.count(id), 1U) << id << " in round " << round << ", opening " << opening;
-            }
+            std::vector<std::int32_t> ids = after.ids();
+            std::sort(ids.begin(), ids.end());
+            std::sort(expected.begin(), expected.end());
+            EXPECT_EQ(ids, expected) << "round " << round << ", opening " << opening << "\n" << after.text();
         }
-        EXPECT_FALSE(HasFailure()) << text;
         for (const std::filesystem::path& file : cutFilesOf(path())) {
             std::filesystem::remove(file);
         }

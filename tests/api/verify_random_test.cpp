@@ -167,9 +167,9 @@ TEST_F(ApiVerifyLive, CallsATableThatIsDroppedMeanwhileDroppedAndNotDamaged) {
                 const Verified verified = verifyAll(path());
                 EXPECT_EQ(verified.result.damages, 0) << verified.text();
             } catch (const Error& error) {
-                // While the header is made anew there is none.
+                // While the header is made anew there is none; what was to be read may have been cut just now.
                 const bool isAllowed = error.code() == Code::vseek || error.code() == Code::fileSize ||
-                                       error.code() == Code::streamNotEnoughData;
+                                       error.code() == Code::streamNotEnoughData || error.code() == Code::fileRead;
                 EXPECT_TRUE(isAllowed) << error.what();
                 dropped += 1;
             }
