@@ -69,7 +69,7 @@ TEST_F(ApiSalvage, GivesWhatStandsAroundADamagedMessageAndItsPlace) {
     make(13);
     for (std::size_t n = 1; n <= 13; ++n) {
         for (const bool atEnd : {false, true}) {
-            writeFile(path().string(), sound);
+            patchFile(path().string(), 0, sound);
             const Stretch frame = plan().frames[n - 1];
             patchFile(path().string(), atEnd ? frame.end - 4 : frame.begin, pattern(4, 9));
             const Salvaged salvaged = salvageAll(path());
@@ -179,7 +179,7 @@ TEST_F(ApiSalvageQuotes, AreNotTakenForMessagesWhateverOfTheQuotingOneIsDamaged)
                                               {frame.begin + 53, frame.begin + 57}};
         for (const Stretch& damage : damages) {
             for (const bool zeros : {true, false}) {
-                writeFile(path().string(), sound);
+                patchFile(path().string(), 0, sound);
                 const std::size_t length = damage.end - damage.begin;
                 patchFile(path().string(), damage.begin, zeros ? Bytes(length, 0) : pattern(length, 200));
                 const Salvaged salvaged = salvageAll(path());
@@ -196,7 +196,7 @@ TEST_F(ApiSalvageQuotes, AreNotTakenForMessagesInTheOpenBlockEither) {
     makeQuoting("x");
     const Stretch frame = plan().frames[1];
     for (const std::size_t place : {frame.begin, frame.end - 4}) {
-        writeFile(path().string(), sound);
+        patchFile(path().string(), 0, sound);
         zero(place, place + 4);
         const Salvaged salvaged = salvageAll(path());
         EXPECT_EQ(salvaged.ids(), upTo(7, {2})) << salvaged.text();
@@ -206,7 +206,7 @@ TEST_F(ApiSalvageQuotes, AreNotTakenForMessagesInTheOpenBlockEither) {
 TEST_F(ApiSalvage, TakesTheGivenLayoutWhenTheHeaderIsLost) {
     make(10);
     for (const std::size_t lost : {std::size_t{19}, plan().headerEnd, plan().frames[0].begin + 5}) {
-        writeFile(path().string(), sound);
+        patchFile(path().string(), 0, sound);
         zero(0, lost);
         const Salvaged salvaged = salvageAll(path(), {.layout = layout});
         EXPECT_EQ(salvaged.ids(), lost > plan().headerEnd ? upTo(10, {1}) : upTo(10)) << salvaged.text();
@@ -284,7 +284,7 @@ TEST_F(ApiSalvage, GivesEveryWholeMessageAndNoOtherOfTablesThatAreDamagedAtRando
         for (std::size_t i = 1 + random() % 4; i > 0; --i) {
             damages.push_back(damageAtRandom(&image, round % 8 == 0 ? 0 : places.headerEnd, &random));
         }
-        writeFile(path().string(), image);
+        patchFile(path().string(), 0, image);
         std::vector<std::int32_t> whole;
         for (std::size_t i = 0; i < places.frames.size(); ++i) {
             const Stretch& frame = places.frames[i];

@@ -29,7 +29,7 @@ class ApiVerify : public TableTest {
     void zero(std::size_t begin, std::size_t end) { patchFile(path().string(), begin, Bytes(end - begin, 0)); }
     // The one finding of a table in which `length` bytes at `offset` were overwritten.
     Finding findingAt(std::size_t offset, std::size_t length, std::uint8_t first = 9) {
-        writeFile(path().string(), sound);
+        patchFile(path().string(), 0, sound);
         patchFile(path().string(), offset, pattern(length, first));
         const Verified verified = verifyAll(path());
         EXPECT_EQ(verified.findings.size(), 1U) << offset << ": " << verified.text();
@@ -90,7 +90,7 @@ TEST_F(ApiVerify, FindsEveryByteOfAFooterThatIsNotWhatTheMessagesSay) {
             if (byte == sound[i]) {
                 continue;
             }
-            writeFile(path().string(), sound);
+            patchFile(path().string(), 0, sound);
             patchFile(path().string(), i, Bytes{byte});
             const Verified verified = verifyAll(path());
             ASSERT_EQ(verified.findings.size(), 1U) << i - footer.begin << ": " << verified.text();
@@ -144,7 +144,7 @@ TEST_F(ApiVerify, TellsADamagedLengthOfABlockByItsFooterAndTheReverse) {
         EXPECT_EQ(finding.offset, static_cast<std::int64_t>(plan().footers[block].end) - 8);
         EXPECT_EQ(finding.intactBefore, 3);
     }
-    writeFile(path().string(), sound);
+    patchFile(path().string(), 0, sound);
     zero(plan().blocks[0], plan().blocks[0] + 8);
     const Verified verified = verifyAll(path());
     ASSERT_EQ(verified.damages().size(), 1U) << verified.text();
@@ -187,7 +187,7 @@ TEST_F(ApiVerify, FindsWhatTheHeaderSaysWrongly) {
     make(8);
     const std::size_t tail = plan().headerEnd - 88;
     for (std::size_t i = tail + 8; i < plan().headerEnd; ++i) {  // `reserved` is kept as it is found
-        writeFile(path().string(), sound);
+        patchFile(path().string(), 0, sound);
         patchFile(path().string(), i, Bytes{static_cast<std::uint8_t>(sound[i] ^ 1)});
         const Verified verified = verifyAll(path());
         ASSERT_EQ(verified.result.damages, 1) << i - tail << ": " << verified.text();
