@@ -324,9 +324,10 @@ TEST_F(ApiMessages, EndForGoodWhenTheTableIsDroppedUnderThem) {
             table.drop();
             std::vector<std::int32_t> rest = idsToTheEnd(messages);
             EXPECT_EQ(messages.current(), nullptr);
-            // A range that has not read anything sees an empty table, one that has given all sees its end.
-            if (given == 0 || (backward && given == 10)) {
-                EXPECT_TRUE(rest.empty());
+            // A range that has not read anything sees an empty table, and one backward may have read the last block.
+            if (given == 0 || (backward && given + rest.size() == 10)) {
+                EXPECT_EQ(messages.ending(), Ending::data);
+                EXPECT_LE(rest.size(), 2u);
                 continue;
             }
             EXPECT_EQ(messages.ending(), Ending::dropped);
