@@ -107,6 +107,18 @@ TEST_F(ApiMessages, BeginWithTheMessageAtHand) {
     EXPECT_EQ(idsOf(std::move(messages)), (std::vector<std::int32_t>{3, 4, 5}));
 }
 
+TEST_F(ApiMessages, BeginAgainBehindTheEndWithWhatHasBeenStoredSince) {
+    StoredTable table(path(), layout, simpleMessages(5));
+    Messages messages = Reader(path()).messages();
+    Messages backward = Reader(path()).messages(Query().backward());
+    EXPECT_EQ(std::ranges::distance(messages), 5);
+    EXPECT_EQ(std::ranges::distance(messages), 0);
+    EXPECT_EQ(std::ranges::distance(backward), 5);
+    table.appendAll({simpleMessage(6), simpleMessage(7)});
+    EXPECT_EQ(std::ranges::distance(backward), 0);
+    EXPECT_EQ(idsOf(std::move(messages)), (std::vector<std::int32_t>{6, 7}));
+}
+
 TEST_F(ApiMessages, OfAnEmptyTableEndAtOnce) {
     const StoredTable table(path(), layout);
     Reader reader(path());
