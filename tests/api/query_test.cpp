@@ -286,7 +286,7 @@ TEST_F(ApiQuery, SkipsBlocksThatHoldNothingThatIsWanted) {
     EXPECT_EQ(skippedBy(Query().text("ClOrdID", TextCondition::anyOf({"order-5"}) || TextCondition::absent())), 0);
     EXPECT_EQ(skippedBy(Query().text("ClOrdID", TextCondition::between("order-5", "order-5"))), 0);
     EXPECT_EQ(skippedBy(Query().number("OrderQty", IntegerCondition::anyOf({500}))), 9);
-    EXPECT_EQ(skippedBy(Query().number(BuiltInNumber::seqNum, DoubleCondition::above(27))), 9);
+    EXPECT_EQ(skippedBy(Query().number(BuiltInNumber::seqNum, DoubleCondition::above(27.5))), 9);
     EXPECT_EQ(skippedBy(Query().seqNums(5, 5).inverted()), 0);
 }
 

@@ -153,6 +153,20 @@ TEST_F(ApiWork, DoesNotBeginWhenItWasStoppedBefore) {
     EXPECT_EQ(blocks.ending(), Ending::stopped);
 }
 
+TEST_F(ApiWork, EndsAlsoWhenItWaitsForMoreAtTheEndOfTheData) {
+    StoredTable table(path(), layout, simpleMessages(5));
+    std::stop_source source;
+    Messages messages = Reader(path()).messages(Query(), {.stop = source.get_token()});
+    EXPECT_EQ(walkFault(messages, table, numbersOf(0, 5)), "");
+    EXPECT_EQ(messages.next(), nullptr);
+    EXPECT_EQ(messages.ending(), Ending::data);
+    source.request_stop();
+    EXPECT_EQ(messages.next(), nullptr);
+    EXPECT_EQ(messages.ending(), Ending::stopped);
+    table.append(simpleMessage(6));
+    EXPECT_EQ(messages.next(), nullptr);
+}
+
 TEST_F(ApiWork, EndsInsideAStretchThatGivesNothing) {
     StoredTable table(path(), layout, simpleMessages(60));
     Reader reader(path());
