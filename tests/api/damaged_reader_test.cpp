@@ -43,6 +43,27 @@ class ApiDamagedReader : public TableTest {
         return seen;
     }
 
+    // A copy of the table with random bytes mostly where a rule stands: at a length word, a frame or a footer's end.
+    Bytes damaged(Random& random, const Bytes& sound) const {
+        Bytes bytes = sound;
+        for (std::int32_t n = random.between(1, 4); n > 0; --n) {
+            const Position& place = places[static_cast<std::size_t>(random.below(11))];
+            const std::int64_t near = random.percent(50) ? place.offset : place.block;
+            const std::int64_t offset = random.percent(20) ? random.below(static_cast<std::int32_t>(sound.size()))
+                                                           : near + random.between(-9, 40);
+            for (std::int64_t i = offset; i < offset + random.between(1, 12); ++i) {
+                if (i >= 0 && i < static_cast<std::int64_t>(bytes.size())) {
+                    bytes[static_cast<std::size_t>(i)] =
+                        random.percent(50) ? std::uint8_t{0} : static_cast<std::uint8_t>(random.bits());
+                }
+            }
+        }
+        if (random.percent(20)) {
+            bytes.resize(static_cast<std::size_t>(random.below(static_cast<std::int32_t>(bytes.size()))));
+        }
+        return bytes;
+    }
+
     std::vector<Position> places;
 };
 
@@ -175,24 +196,7 @@ TEST_F(ApiDamagedReader, GivesAnswersOrErrorsWhateverTheFileHolds) {
     int walks = 0;
     for (int image = 0; image < 400 * internal::test::testEffort(); ++image) {
         SCOPED_TRACE("image " + std::to_string(image) + " of seed " + std::to_string(seed));
-        Bytes bytes = sound;
-        for (std::int32_t n = random.between(1, 4); n > 0; --n) {
-            // Mostly where a rule stands: at a length word, a frame or a footer's end.
-            const Position& place = places[static_cast<std::size_t>(random.below(11))];
-            const std::int64_t near = random.percent(50) ? place.offset : place.block;
-            const std::int64_t offset = random.percent(20) ? random.below(static_cast<std::int32_t>(sound.size()))
-                                                           : near + random.between(-9, 40);
-            for (std::int64_t i = offset; i < offset + random.between(1, 12); ++i) {
-                if (i >= 0 && i < static_cast<std::int64_t>(bytes.size())) {
-                    bytes[static_cast<std::size_t>(i)] =
-                        random.percent(50) ? std::uint8_t{0} : static_cast<std::uint8_t>(random.bits());
-                }
-            }
-        }
-        if (random.percent(20)) {
-            bytes.resize(static_cast<std::size_t>(random.below(static_cast<std::int32_t>(bytes.size()))));
-        }
-        internal::test::writeFile(path().string(), bytes);
+        internal::test::writeFile(path().string(), damaged(random, sound));
         try {
             Reader reader(path());
             std::vector<Query> queries = {Query(), Query().backward(), Query().seqNums(4, 8).inverted()};

@@ -1,7 +1,6 @@
 // From where, and up to where, a query is answered.
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <limits>
 #include <set>
 
@@ -215,11 +214,11 @@ TEST_F(ApiMessagePlaces, AreNotInsideAMessageThatHoldsAWholeTable) {
     std::vector<StoredMessage> messages = simpleMessages(8);
     messages[4].wire = copy;
     const StoredTable table(path(), layout, messages);
-    const Bytes outer = fileBytes();
-    const auto found = std::search(outer.begin(), outer.end(), copy.begin(), copy.end(),
-                                   [](std::uint8_t a, char b) { return a == static_cast<std::uint8_t>(b); });
-    ASSERT_NE(found, outer.end());
-    const std::int64_t moved = found - outer.begin() - inner[0].block;
+    const Bytes file = fileBytes();
+    const std::string outer(file.begin(), file.end());
+    const std::size_t found = outer.find(copy);
+    ASSERT_NE(found, std::string::npos);
+    const std::int64_t moved = static_cast<std::int64_t>(found) - inner[0].block;
     Reader reader(path());
     for (const Position& place : inner) {
         expectNoPlace(reader, {table.place(4).block, place.offset + moved}, "a message inside another one");
