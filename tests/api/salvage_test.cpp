@@ -277,7 +277,7 @@ TEST_F(ApiSalvage, GivesEveryWholeMessageAndNoOtherOfTablesThatAreDamagedAtRando
     layout = ordersLayout(6);
     make(40);
     const TablePlan places = plan();
-    const int rounds = 3000 * internal::test::testEffort();
+    const int rounds = 2000 * internal::test::testEffort();
     for (int round = 0; round < rounds && !HasFailure(); ++round) {
         Bytes image = sound;
         std::vector<Stretch> damages;
