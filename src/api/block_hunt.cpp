@@ -29,7 +29,8 @@ bool BlockHunt::isFooter(std::int64_t blockStart, std::int64_t footerEnd, std::i
     if (hasFilters) {
         // Looked at first because it is cheap, and the bit count of the first filter is hardly ever met by chance.
         std::uint32_t bits = 0;
-        const std::int64_t records = 2 * (RECORD_SIZE + internal::FIXED_NUMERIC_SIZE * table_.layout.numericFieldCount);
+        const std::int64_t records =
+            2 * (RECORD_SIZE + std::int64_t{internal::FIXED_NUMERIC_SIZE} * table_.layout.numericFieldCount);
         if (!table_.bytes.get(footerStart + records, &bits) || bits != internal::BLOOM_FILTER_BITS) {
             return false;
         }

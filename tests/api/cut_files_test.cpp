@@ -164,7 +164,7 @@ TEST_F(ApiSalvageCutFiles, HoldWhateverARecoveryOfRandomDamageHasCut) {
     make(40);
     const Bytes sound = fileBytes();
     const TablePlan places = plan();
-    const int rounds = 600 * internal::test::testEffort();
+    const int rounds = 400 * internal::test::testEffort();
     for (int round = 0; round < rounds && !HasFailure(); ++round) {
         Bytes image = sound;
         for (std::size_t i = 1 + random() % 3; i > 0; --i) {

@@ -191,6 +191,14 @@ TEST_F(ApiSalvageQuotes, AreNotTakenForMessagesWhateverOfTheQuotingOneIsDamaged)
     }
 }
 
+TEST_F(ApiSalvageQuotes, AreToldByTheTextTheyStandInWhenOnlyTheBeginningOfTheQuotingOneIsLeft) {
+    makeQuoting("; ");
+    // The length of the last text and all that follows, up to inside message 3.
+    zero(plan().frames[1].end - 15, plan().frames[2].begin + 30);
+    const Salvaged salvaged = salvageAll(path());
+    EXPECT_EQ(salvaged.ids(), upTo(7, {2, 3})) << salvaged.text();
+}
+
 TEST_F(ApiSalvageQuotes, AreNotTakenForMessagesInTheOpenBlockEither) {
     layout = ordersLayout(100);
     makeQuoting("x");
@@ -277,7 +285,7 @@ TEST_F(ApiSalvage, GivesEveryWholeMessageAndNoOtherOfTablesThatAreDamagedAtRando
     layout = ordersLayout(6);
     make(40);
     const TablePlan places = plan();
-    const int rounds = 3000 * internal::test::testEffort();
+    const int rounds = 2000 * internal::test::testEffort();
     for (int round = 0; round < rounds && !HasFailure(); ++round) {
         Bytes image = sound;
         std::vector<Stretch> damages;

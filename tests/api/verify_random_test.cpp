@@ -66,7 +66,7 @@ TEST_F(ApiVerifyRandom, FindsDamageOfBytesThatCanBeComparedAndCountsWhatIsWhole)
     make(40);
     const TablePlan plan(layout, frames);
     int found = 0;
-    const int rounds = 3000 * internal::test::testEffort();
+    const int rounds = 2000 * internal::test::testEffort();
     for (int round = 0; round < rounds && !HasFailure(); ++round) {
         Bytes image = sound;
         std::string places;

@@ -81,7 +81,8 @@ TEST_F(ApiVerify, FindsEveryByteOfAFooterThatIsNotWhatTheMessagesSay) {
     const Stretch footer = plan().footers[1];
     const std::size_t filters = footer.begin + 2 * (36 + 18);
     // Of the filters' many bits only some.
-    for (std::size_t i = footer.begin; i < footer.end; i += i < filters || i >= footer.end - 68 || i % 7 == 0 ? 1 : 3) {
+    for (std::size_t i = footer.begin; i < footer.end;
+         i += i < filters || i >= footer.end - 68 || i % 7 == 0 ? 1U : 3U) {
         const bool inFilters = i >= filters && i < filters + 4 * 1256;
         const bool inBits = inFilters && (i - filters) % 1256 >= 4;
         // The bits of a filter: one more, then none at all.
