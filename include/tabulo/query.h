@@ -116,6 +116,7 @@ class Query {
 
     // Messages at this place and behind it; messages in front of it. For both directions alike; at last one of each,
     // the newest holds. A place is checked when the query is asked: vseek when no message can stand there.
+    // A place to begin at that lies behind the one to end at selects nothing.
     Query& from(const Position& position);
     Query& before(const Position& position);
 
@@ -159,7 +160,8 @@ class Query {
     std::unique_ptr<api::QueryState> state_;
 };
 
-// Tests single messages against a query's conditions; its positions and its direction are not looked at.
+// Tests single messages against a query's conditions; its positions and its direction are not looked at. One thread at
+// a time uses a Matcher.
 class Matcher {
   public:
     // The errors of asking such a query.

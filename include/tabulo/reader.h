@@ -29,7 +29,10 @@ enum class Ending {
     none,     // it has not ended
     data,     // the end of the data, or the place given with Query::before; the beginning, when backward
     stopped,  // it was asked to stop
-    dropped,  // the table was emptied under it; what it had still to give is gone
+    // The table was emptied under it; what it had still to give is gone. That is seen by a file that has become
+    // shorter: one that was filled again beyond the place before the range was asked again cannot be told from the old
+    // one, and messages of the new content, or damage, may follow.
+    dropped,
 };
 
 // The messages that a query selects: an input range that borrows each message until the next one is asked for. Forward,
@@ -175,7 +178,8 @@ class Reader {
     std::optional<SequencePoint> firstPending(std::int64_t since = std::numeric_limits<std::int64_t>::min());
     std::optional<SequencePoint> lastPending(std::int64_t since = std::numeric_limits<std::int64_t>::min());
 
-    // Where the first message stands, and where the next one will stand: the place behind the last whole message.
+    // Where the first message stands, and where the next one will stand: the place behind the last whole message. Like
+    // the look-ups above, end() gives consistency when bytes stand there that no crash can have left.
     Position begin() const;
     Position end();
     // The first message, in the order of the file, whose uniform id is at or above this one; end() when there is none.
