@@ -35,33 +35,37 @@ enum class Ending {
     dropped,
 };
 
+// Steps through one of the ranges below, which lends each value until the next one is asked for.
+template <typename Range, typename Value>
+class RangeIterator {
+  public:
+    using iterator_concept = std::input_iterator_tag;
+    using value_type = Value;
+    using difference_type = std::ptrdiff_t;
+
+    explicit RangeIterator(Range* range = nullptr) noexcept : range_(range) {}
+    const Value& operator*() const noexcept { return *range_->current(); }
+    const Value* operator->() const noexcept { return range_->current(); }
+    RangeIterator& operator++() {
+        range_->next();
+        return *this;
+    }
+    void operator++(int) { range_->next(); }
+    friend bool operator==(const RangeIterator& iterator, std::default_sentinel_t) noexcept {
+        return iterator.range_ == nullptr || iterator.range_->current() == nullptr;
+    }
+
+  private:
+    Range* range_;
+};
+
 // The messages that a query selects: an input range that borrows each message until the next one is asked for. Forward,
 // it can be asked again behind the end of the data, and goes on with what has been stored since.
 //
 // Damage is told by an Error once everything in front of it has been given; asking again gives the same Error.
 class Messages {
   public:
-    class Iterator {
-      public:
-        using iterator_concept = std::input_iterator_tag;
-        using value_type = MessageView;
-        using difference_type = std::ptrdiff_t;
-
-        explicit Iterator(Messages* messages = nullptr) noexcept : messages_(messages) {}
-        const MessageView& operator*() const noexcept { return *messages_->current(); }
-        const MessageView* operator->() const noexcept { return messages_->current(); }
-        Iterator& operator++() {
-            messages_->next();
-            return *this;
-        }
-        void operator++(int) { messages_->next(); }
-        friend bool operator==(const Iterator& iterator, std::default_sentinel_t) noexcept {
-            return iterator.messages_ == nullptr || iterator.messages_->current() == nullptr;
-        }
-
-      private:
-        Messages* messages_;
-    };
+    using Iterator = RangeIterator<Messages, MessageView>;
 
     explicit Messages(std::unique_ptr<api::MessagesState> state) noexcept;  // made by a Reader
     Messages(Messages&&) noexcept;
@@ -116,27 +120,7 @@ struct BlockRecord {
 // The blocks of a table in the order of the file, each read by its footer: an input range like Messages.
 class Blocks {
   public:
-    class Iterator {
-      public:
-        using iterator_concept = std::input_iterator_tag;
-        using value_type = BlockRecord;
-        using difference_type = std::ptrdiff_t;
-
-        explicit Iterator(Blocks* blocks = nullptr) noexcept : blocks_(blocks) {}
-        const BlockRecord& operator*() const noexcept { return *blocks_->current(); }
-        const BlockRecord* operator->() const noexcept { return blocks_->current(); }
-        Iterator& operator++() {
-            blocks_->next();
-            return *this;
-        }
-        void operator++(int) { blocks_->next(); }
-        friend bool operator==(const Iterator& iterator, std::default_sentinel_t) noexcept {
-            return iterator.blocks_ == nullptr || iterator.blocks_->current() == nullptr;
-        }
-
-      private:
-        Blocks* blocks_;
-    };
+    using Iterator = RangeIterator<Blocks, BlockRecord>;
 
     explicit Blocks(std::unique_ptr<api::BlocksState> state) noexcept;  // made by a Reader
     Blocks(Blocks&&) noexcept;
