@@ -44,7 +44,7 @@ ListCell fillCell(const BlockRecord& block, const std::vector<std::string>& text
     for (std::size_t i = 0; i < block.filterBitsSet.size() && i < texts.size(); ++i) {
         const double percent = std::round(block.filterBitsSet[i] * 10000.0 / BlockRecord::filterBits) / 100;
         fill.emplace_back(texts[i], percent);
-        shown += fmt::format("{}{} {:.1f} %", shown.empty() ? "" : ", ", shownText(texts[i]), percent);
+        shown += fmt::format("{}{} {:.1f}", shown.empty() ? "" : ", ", shownText(texts[i]), percent);
     }
     return block.closed ? ListCell{fill, shown} : ListCell{};
 }
@@ -55,14 +55,14 @@ ListRecord rowOf(const BlockRecord& block, const std::vector<std::string>& texts
     record.add("offset", "OFFSET", {block.offset});
     record.add("length", "LENGTH", {block.length});
     record.add("closed", "CLOSED", {block.closed});
-    record.add("firstMessage", "FIRST", {block.firstMessage});
+    record.add("firstMessage", "FIRST MSG", {block.firstMessage});
     record.add("messages", "MESSAGES", {std::int64_t{block.messageCount}});
     record.add("uids", "UIDS", rangeCell(block.uniformIds));
     record.add("seqs", "SEQS", rangeCell(block.seqNums));
     record.addTime("firstTime", "FROM", block.times.first, times);
     record.addTime("lastTime", "TO", block.times.last, times);
     record.add("ids", "IDS", idsCell(block));
-    record.add("filterFill", "FILTER FILL", fillCell(block, texts));
+    record.add("filterFill", "FILTER FILL %", fillCell(block, texts));
     return record;
 }
 
