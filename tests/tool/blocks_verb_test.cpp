@@ -1,6 +1,7 @@
 #include <string>
 #include <vector>
 
+#include "tabulo/writer.h"
 #include "tests/tool/tool_test.h"
 
 namespace tabulo::tool::test {
@@ -36,6 +37,15 @@ TEST_F(BlocksVerbTest, JsonHasRangesAndFillInPercent) {
         "\"seqs\":[3,3],\"firstTime\":\"2026-11-20T19:31:46.673Z\",\"firstTimeRaw\":\"1795203106673\","
         "\"lastTime\":\"2026-11-20T19:31:46.673Z\",\"lastTimeRaw\":\"1795203106673\",\"ids\":{\"APP_TO\":[5,5]},"
         "\"filterFill\":null}\n");
+}
+
+TEST_F(BlocksVerbTest, NamesThatRepeatAreToldApart) {
+    Writer writer = Writer::create(file("orders"), {.texts = {"", "text0", "Symbol"}, .messagesPerBlock = 1});
+    writer.append(Message{.type = "D"});
+    writer.close();
+    const std::string output = run({"blocks", "orders", "-o", "ndjson"}).output;
+    EXPECT_NE(output.find("{\"text0\":0.0,\"text1\":0.0,\"#2\":0.0,\"text0#3\":0.0,\"Symbol\":0.0}"), std::string::npos)
+        << output;
 }
 
 TEST_F(BlocksVerbTest, AnEmptyTableHasNone) {

@@ -105,7 +105,8 @@ TEST_F(InfoVerbTest, AnEmptyTableHasNoTimes) {
     EXPECT_EQ(result.errors, "");
     const std::string output = withLockList(result.output);
     EXPECT_NE(output.find("messages 0\nclosed blocks 0\nin the open block 0\n"), std::string::npos) << output;
-    EXPECT_NE(output.find("first time -\nlast time -\ntime unit not known (--time-unit)\n"), std::string::npos) << output;
+    EXPECT_NE(output.find("first time -\nlast time -\ntime unit not known (--time-unit)\n"), std::string::npos)
+        << output;
 }
 
 TEST_F(InfoVerbTest, BesideAWriterNothingIsChangedAndNothingIsWrittenBesideTheTable) {

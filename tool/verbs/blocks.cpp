@@ -1,7 +1,9 @@
 // blocks: what is recorded about each block of a message table.
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <cmath>
+#include <cstddef>
 #include <memory>
 #include <string>
 #include <vector>
@@ -35,6 +37,15 @@ ListCell idsCell(const BlockRecord& block) {
         }
     }
     return {ids};
+}
+
+// The names, made different where they are not: they become keys.
+std::vector<std::string> keysOf(std::vector<std::string> names) {
+    for (std::size_t i = 0; i < names.size(); ++i) {
+        const bool repeats = std::count(names.begin(), names.begin() + static_cast<std::ptrdiff_t>(i), names[i]) > 0;
+        names[i] += names[i].empty() || repeats ? fmt::format("#{}", i) : "";
+    }
+    return names;
 }
 
 // How many of each filter's bits are set, in percent to a hundredth.
@@ -72,7 +83,7 @@ void show(Console& console, const BlocksOptions& options) {
         throw Failure(fmt::format("{} is a folder; name one table", shownPath(options.file)));
     }
     Reader reader = std::move(openTables(console, files).front());
-    const std::vector<std::string> texts = filteredTexts(reader.layout());
+    const std::vector<std::string> texts = keysOf(filteredTexts(reader.layout()));
     TimesOfTables times(options.times, console);
     std::unique_ptr<Listing> listing;
     Work work;
