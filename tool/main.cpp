@@ -75,12 +75,20 @@ int runCommand(int count, char** arguments) {
         "Looks at message tables and session info tables, and rescues, copies and exports what is in them.", "tabulo");
     std::string debugLog;
     command.require_subcommand(1);
+    command
+        .fallthrough();  // options of every verb may stand behind it; set before verbs are declared, which inherit it
     command.add_option("--debug-log", debugLog, "Append a trace of the library's operations to this file")
         ->type_name("FILE");
+    std::string colour = "auto";
+    command.add_option("--color", colour, "Colour: auto (on a terminal, unless NO_COLOR is set), always or never")
+        ->check(CLI::IsMember({"auto", "always", "never"}))
+        ->type_name("WHEN");
     const std::vector<DeclaredVerb> declared = declareVerbs(command);
-    command.fallthrough();
     try {
         command.parse(count, arguments);
+        console.chooseColour(colour == "always"  ? ColourChoice::always
+                             : colour == "never" ? ColourChoice::never
+                                                 : ColourChoice::automatic);
         if (!debugLog.empty()) {
             setDebugLog(debugLog);
         }
