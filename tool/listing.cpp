@@ -9,6 +9,8 @@
 #include <map>
 #include <utility>
 
+#include "tool/text_bytes.h"
+
 namespace tabulo::tool {
 
 namespace {

@@ -110,6 +110,14 @@ std::vector<const Layout*> MessageSource::layouts() const {
     return layouts;
 }
 
+std::vector<std::string> MessageSource::names() const {
+    std::vector<std::string> names;
+    for (const Reader& reader : readers_) {
+        names.push_back(reader.table());
+    }
+    return names;
+}
+
 Selection MessageSource::selectionFor(const Layout& layout) const {
     return makeSelection(options_.selection, layout, *times_, newest_);
 }
@@ -176,12 +184,12 @@ void MessageSource::explain() {
         const Messages& messages = merged_->of(i);
         const Selection& selection = selections_[i];
         const std::int64_t blocks = messages.blocksRead() + messages.blocksSkipped();
-        console_.say(fmt::format("{}: asked of footers and filters: {}; of messages: {}; {} of {} blocks skipped, "
-                                 "{} messages looked at",
-                                 shownPath(readers_[i].path()),
-                                 selection.pushedDown.empty() ? "nothing" : selection.pushedDown,
-                                 selection.tested.empty() ? "nothing else" : selection.tested, messages.blocksSkipped(),
-                                 blocks, messages.messagesRead()));
+        console_.say(
+            fmt::format("{}: asked of footers and filters: {}; of messages: {}; {} of {} blocks skipped, "
+                        "{} messages looked at",
+                        shownPath(readers_[i].path()), selection.pushedDown.empty() ? "nothing" : selection.pushedDown,
+                        selection.tested.empty() ? "nothing else" : selection.tested, messages.blocksSkipped(), blocks,
+                        messages.messagesRead()));
     }
 }
 

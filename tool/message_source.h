@@ -46,6 +46,7 @@ class MessageSource {
     const Times& times() const noexcept { return *times_; }
     const Selection& selection(std::size_t table) const { return selections_[table]; }
     std::vector<const Layout*> layouts() const;
+    std::vector<std::string> names() const;
     // The selection for a table whose layout has changed.
     Selection selectionFor(const Layout& layout) const;
 

@@ -25,5 +25,8 @@ std::span<const Verb* const> verbs() noexcept;
 
 extern const Verb listVerb;
 extern const Verb infoVerb;
+extern const Verb catVerb;
+extern const Verb tailVerb;
+extern const Verb exportVerb;
 
 }  // namespace tabulo::tool

@@ -1,13 +1,10 @@
 // Messages as JSON, an object a line.
-#include <algorithm>
-#include <charconv>
-#include <memory>
-
-#ifdef __SSE2__
-#define RAPIDJSON_SSE2
-#endif
 #include <rapidjson/stringbuffer.h>
 #include <rapidjson/writer.h>
+
+#include <algorithm>
+#include <iterator>
+#include <memory>
 
 #include "tool/format/field_names.h"
 #include "tool/format/printers.h"
