@@ -2,6 +2,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <array>
 #include <iterator>
 #include <map>
 
@@ -13,9 +14,26 @@ namespace tabulo::tool {
 
 namespace {
 
+// The characters for which a value is quoted.
+constexpr auto SPECIAL = [] {
+    std::array<bool, 256> special{};
+    for (const char character : {',', '"', '\r', '\n'}) {
+        special[static_cast<unsigned char>(character)] = true;
+    }
+    return special;
+}();
+
+bool isPlain(std::string_view text) {
+    bool isSpecial = text.empty();
+    for (const char character : text) {
+        isSpecial |= SPECIAL[static_cast<unsigned char>(character)];
+    }
+    return !isSpecial;
+}
+
 // A value, quoted where it must be. The empty text is quoted too: nothing between commas is an absent one.
 void appendQuoted(std::string_view text, std::string* out) {
-    if (!text.empty() && text.find_first_of(",\"\r\n") == std::string_view::npos) {
+    if (isPlain(text)) {
         out->append(text);
         return;
     }

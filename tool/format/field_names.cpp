@@ -11,8 +11,9 @@ namespace tabulo::tool {
 
 namespace {
 
-constexpr std::array<std::string_view, 13> LEADING = {"table",   "uid",  "seq",     "prevSeq",       "id",    "class", "time",
-                                                      "timeRaw", "type", "possDup", "outOfSequence", "text0", "text1"};
+constexpr std::array<std::string_view, 13> LEADING = {"table",         "uid",   "seq",     "prevSeq", "id",
+                                                      "class",         "time",  "timeRaw", "type",    "possDup",
+                                                      "outOfSequence", "text0", "text1"};
 constexpr std::array<std::string_view, 4> TRAILING = {"wire", "nonMetadata", "wireBase64", "nonMetadataBase64"};
 
 void addName(const std::string& name, const std::string& placeName, std::vector<std::string>* names) {

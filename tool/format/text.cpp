@@ -81,7 +81,8 @@ class TextPrinter {
         fmt::format_to(std::back_inserter(number_), "{}", number);
         *width = std::max(*width, number_.size());
         addSpaces(*width - number_.size(), out);
-        add(number_, width, colour, out);
+        std::size_t shown = number_.size();
+        add(number_, &shown, colour, out);
     }
 
     void addSpaces(std::size_t count, std::string* out) {
