@@ -25,8 +25,14 @@ std::span<const Verb* const> verbs() noexcept;
 
 extern const Verb listVerb;
 extern const Verb infoVerb;
+<<<<<<< HEAD
 extern const Verb statsVerb;
 extern const Verb blocksVerb;
 extern const Verb sessionVerb;
+=======
+extern const Verb catVerb;
+extern const Verb tailVerb;
+extern const Verb exportVerb;
+>>>>>>> messages
 
 }  // namespace tabulo::tool
