@@ -25,5 +25,8 @@ std::span<const Verb* const> verbs() noexcept;
 
 extern const Verb listVerb;
 extern const Verb infoVerb;
+extern const Verb orderVerb;
+extern const Verb helpVerb;
+extern const Verb completionVerb;
 
 }  // namespace tabulo::tool
