@@ -6,7 +6,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <map>
 #include <utility>
 
 namespace tabulo::tool {
@@ -95,8 +94,10 @@ std::string jsonLine(const std::vector<ListColumn>& columns, const std::vector<L
     const JsonValue writer{json};
     json.StartObject();
     for (std::size_t i = 0; i < columns.size(); ++i) {
-        writer.put(columns[i].key);
-        std::visit(writer, row[i].value);
+        if (!columns[i].key.empty()) {
+            writer.put(columns[i].key);
+            std::visit(writer, row[i].value);
+        }
     }
     json.EndObject();
     return {buffer.GetString(), buffer.GetSize()};
@@ -113,15 +114,6 @@ bool isNumber(const ListValue& value) {
 }
 
 }  // namespace
-
-void declareListFormat(CLI::App& app, ListFormat* format) {
-    const std::map<std::string, ListFormat> names{{"text", ListFormat::text}, {"ndjson", ListFormat::ndjson}};
-    app.add_option_function<std::string>(
-           "-o,--output", [format, names](const std::string& name) { *format = names.at(name); },
-           "text: for eyes; ndjson: one JSON object a line")
-        ->check(CLI::IsMember({"text", "ndjson"}))
-        ->type_name("text|ndjson");
-}
 
 Listing::Listing(Console& console, ListFormat format, std::vector<ListColumn> columns)
     : console_(console), format_(format), columns_(std::move(columns)), isNumber_(columns_.size(), false) {

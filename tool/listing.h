@@ -1,7 +1,6 @@
 // What verbs that list print: rows of named values, aligned for eyes or as one JSON object a line.
 #pragma once
 
-#include <CLI/CLI.hpp>
 #include <cstdint>
 #include <string>
 #include <string_view>
@@ -10,6 +9,10 @@
 #include <vector>
 
 #include "tool/console.h"
+
+namespace CLI {
+class App;
+}  // namespace CLI
 
 namespace tabulo::tool {
 
@@ -28,7 +31,7 @@ using ListValue = std::variant<std::monostate, bool, std::int64_t, double, std::
                                ListPairs<ListRange>>;
 
 struct ListColumn {
-    std::string key;    // in JSON
+    std::string key;    // in JSON; empty for a value that only eyes see
     std::string title;  // for eyes; empty for a value that only JSON has
 };
 

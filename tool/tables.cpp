@@ -10,6 +10,7 @@
 
 #include "tool/listing.h"
 #include "tool/status.h"
+#include "tool/table_cells.h"
 
 namespace tabulo::tool {
 
@@ -115,9 +116,7 @@ std::vector<Reader> openTables(Console& console, const std::vector<NamedFile>& f
             if (error.code() != Code::tableType) {
                 skipOrThrow(console, file);
             } else if (!file.fromFolder) {
-                throw Failure(
-                    fmt::format("{0} is a session info table and holds no messages; 'tabulo session {0}' shows it",
-                                shownPath(file.path)));
+                refuseKind(file.path, TableKind::sessionInfo);
             }
         }
     }
@@ -125,6 +124,31 @@ std::vector<Reader> openTables(Console& console, const std::vector<NamedFile>& f
         throw Failure("there is no message table to read");
     }
     return readers;
+}
+
+std::vector<Work> sharedWork(const Work& whole, std::size_t tables) {
+    struct Shared {
+        Work whole;
+        std::vector<Progress> tables;
+    };
+    const auto shared = std::make_shared<Shared>(Shared{whole, std::vector<Progress>(tables)});
+    std::vector<Work> works;
+    for (std::size_t table = 0; table < tables; ++table) {
+        Work work;
+        work.stop = whole.stop;
+        work.progress = [shared, table](const Progress& progress) {
+            shared->tables[table] = progress;
+            Progress sum;
+            for (const Progress& one : shared->tables) {
+                sum.done += one.done;
+                sum.total += one.total;
+                sum.messages += one.messages;
+            }
+            shared->whole.progress(sum);
+        };
+        works.push_back(std::move(work));
+    }
+    return works;
 }
 
 MergedMessages::MergedMessages(Console& console, std::vector<std::string> names, std::vector<Messages> messages,

@@ -1,7 +1,6 @@
 // The files that the user names, and the messages of several of them merged.
 #pragma once
 
-#include <CLI/CLI.hpp>
 #include <cstdint>
 #include <filesystem>
 #include <memory>
@@ -41,6 +40,9 @@ std::vector<Reader> openTables(Console& console, const std::vector<NamedFile>& f
 
 // The table's file in a sentence or a row: its path as it was given, escaped.
 std::string shownPath(const std::filesystem::path& path);
+
+// Work on several tables at once, one for each, that is watched as a whole.
+std::vector<Work> sharedWork(const Work& whole, std::size_t tables);
 
 enum class MergeBy { uniformId, time, nothing };
 

@@ -233,13 +233,6 @@ std::optional<TimeUnit> guessTimeUnit(std::int64_t time) noexcept {
     return std::nullopt;
 }
 
-void declareTimes(CLI::App& app, TimeOptions* options) {
-    app.add_option("--time-unit", options->unit, "The unit of the tables' times: s, ms, us or ns; guessed without it")
-        ->type_name("UNIT");
-    app.add_option("--tz", options->zone, "The time zone of what is read and shown, as Europe/Berlin; UTC without it")
-        ->type_name("ZONE");
-}
-
 Times::Times(const TimeOptions& options, std::optional<std::int64_t> sample, Console& console)
     : zone_(zoneNamed(options.zone)) {
     if (!options.unit.empty()) {
@@ -374,6 +367,14 @@ std::int64_t Times::parse(std::string_view text, std::int64_t newest) const {
     const std::int64_t day = days.has_value() ? *days : floorDivide(local(*second(newest)), DAY);
     return scaled(text, secondAt(utc ? nullptr : zone, day * DAY + time.second, LocalTime::exact, text),
                   time.nanoseconds);
+}
+
+const Times& TimesOfTables::of(std::optional<std::int64_t> sample) {
+    const bool guess = options_.unit.empty() && sample.has_value();
+    const std::optional<TimeUnit> unit = guess ? guessTimeUnit(*sample) : std::nullopt;
+    const auto found = times_.find(unit);
+    return found != times_.end() ? found->second
+                                 : times_.emplace(unit, Times(options_, sample, console_)).first->second;
 }
 
 }  // namespace tabulo::tool

@@ -1,13 +1,18 @@
 // Times as people write and read them. A table stores numbers whose unit nobody has told it.
 #pragma once
 
-#include <CLI/CLI.hpp>
 #include <cstdint>
+#include <map>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "tool/console.h"
+
+namespace CLI {
+class App;
+}  // namespace CLI
 
 namespace tabulo::tool {
 
@@ -71,6 +76,19 @@ class Times {
     std::optional<TimeUnit> unit_;
     const void* zone_ = nullptr;  // of the date library; null for UTC
     mutable Offset offset_;
+};
+
+// The Times of tables that each may have a unit of their own; a guessed unit is said once.
+class TimesOfTables {
+  public:
+    TimesOfTables(TimeOptions options, Console& console) : options_(std::move(options)), console_(console) {}
+    // Of the table that has such a time. Valid as long as this object.
+    const Times& of(std::optional<std::int64_t> sample);
+
+  private:
+    TimeOptions options_;
+    Console& console_;
+    std::map<std::optional<TimeUnit>, Times> times_;  // by the guessed unit
 };
 
 }  // namespace tabulo::tool

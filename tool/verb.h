@@ -26,6 +26,9 @@ std::span<const Verb* const> verbs() noexcept;
 extern const Verb listVerb;
 extern const Verb infoVerb;
 extern const Verb orderVerb;
+extern const Verb statsVerb;
+extern const Verb blocksVerb;
+extern const Verb sessionVerb;
 extern const Verb helpVerb;
 extern const Verb completionVerb;
 
