@@ -25,10 +25,13 @@ std::span<const Verb* const> verbs() noexcept;
 
 extern const Verb listVerb;
 extern const Verb infoVerb;
+extern const Verb catVerb;
+extern const Verb tailVerb;
 extern const Verb orderVerb;
 extern const Verb statsVerb;
 extern const Verb blocksVerb;
 extern const Verb sessionVerb;
+extern const Verb exportVerb;
 extern const Verb helpVerb;
 extern const Verb completionVerb;
 

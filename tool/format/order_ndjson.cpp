@@ -7,6 +7,7 @@
 #include <string_view>
 
 #include "tool/order_report.h"
+#include "tool/text_bytes.h"
 
 namespace tabulo::tool {
 
