@@ -3,16 +3,14 @@
 
 #include <cstdio>
 #include <exception>
-#include <memory>
 #include <new>
-#include <optional>
 #include <string>
 #include <vector>
 
 #include "tabulo/error.h"
 #include "tabulo/log.h"
+#include "tool/command_line.h"
 #include "tool/console.h"
-#include "tool/verb.h"
 
 namespace tabulo::tool {
 
@@ -27,21 +25,6 @@ int tellUsage(Console& console, const std::string& verb, std::string_view why) {
     console.say(why);
     console.say(fmt::format("'tabulo {}{}--help' tells what it takes", verb, verb.empty() ? "" : " "));
     return statusOf(Status::wrongUse);
-}
-
-struct DeclaredVerb {
-    CLI::App* app = nullptr;
-    std::function<void(Console&)> run;
-};
-
-std::vector<DeclaredVerb> declareVerbs(CLI::App& command) {
-    std::vector<DeclaredVerb> declared;
-    for (const Verb* verb : verbs()) {
-        CLI::App* app = command.add_subcommand(std::string(verb->name), std::string(verb->summary));
-        app->footer("Examples:\n" + std::string(verb->examples));
-        declared.push_back({app, verb->declare(*app)});
-    }
-    return declared;
 }
 
 int run(Console& console, const std::vector<DeclaredVerb>& declared) {
@@ -71,32 +54,17 @@ int run(Console& console, const std::vector<DeclaredVerb>& declared) {
 
 int runCommand(int count, char** arguments) {
     Console console;
-    CLI::App command(
-        "Looks at message tables and session info tables, and rescues, copies and exports what is in them.", "tabulo");
-    std::string debugLog;
-    command.require_subcommand(1);
-    command
-        .fallthrough();  // options of every verb may stand behind it; set before verbs are declared, which inherit it
-    command.add_option("--debug-log", debugLog, "Append a trace of the library's operations to this file")
-        ->type_name("FILE");
-    std::string colour = "auto";
-    command.add_option("--color", colour, "Colour: auto (on a terminal, unless NO_COLOR is set), always or never")
-        ->check(CLI::IsMember({"auto", "always", "never"}))
-        ->type_name("WHEN");
-    const std::vector<DeclaredVerb> declared = declareVerbs(command);
+    CommandLine line;
+    CLI::App& command = line.app;
     try {
         command.parse(count, arguments);
-        console.chooseColour(colour == "always"  ? ColourChoice::always
-                             : colour == "never" ? ColourChoice::never
-                                                 : ColourChoice::automatic);
-        if (!debugLog.empty()) {
-            setDebugLog(debugLog);
+        console.chooseColour(line.colour == "always"  ? ColourChoice::always
+                             : line.colour == "never" ? ColourChoice::never
+                                                      : ColourChoice::automatic);
+        if (!line.debugLog.empty()) {
+            setDebugLog(line.debugLog);
         }
     } catch (const CLI::CallForHelp&) {
-        std::string verb;
-        for (const DeclaredVerb& one : declared) {
-            verb = one.app->parsed() ? one.app->get_name() : verb;
-        }
         console.write(command.help());
         console.flush();
         return statusOf(Status::done);
@@ -107,7 +75,7 @@ int runCommand(int count, char** arguments) {
         console.say(error.what());
         return statusOf(Status::failed);
     }
-    return run(console, declared);
+    return run(console, line.verbs);
 }
 
 }  // namespace

@@ -6,6 +6,7 @@
 #include <array>
 #include <utility>
 
+#include "tool/format/long_text.h"
 #include "tool/format/printers.h"
 #include "tool/status.h"
 
@@ -22,7 +23,8 @@ constexpr std::array<std::pair<std::string_view, MessageFormat>, 5> FORMATS = {{
 }  // namespace
 
 MessageFormat messageFormatNamed(std::string_view name) {
-    const auto* found = std::find_if(FORMATS.begin(), FORMATS.end(), [&](const auto& one) { return one.first == name; });
+    const auto* found =
+        std::find_if(FORMATS.begin(), FORMATS.end(), [&](const auto& one) { return one.first == name; });
     if (found == FORMATS.end()) {
         throw UsageError(fmt::format("there is no format '{}': text, fix, raw, ndjson, csv", name));
     }
@@ -44,7 +46,7 @@ MessagePrinter makePrinter(MessageFormat format, const PrinterOptions& options) 
         case MessageFormat::csv:
             return csvPrinter(options);
         default:
-            return textPrinter(options);
+            return options.longForm ? longTextPrinter(options) : textPrinter(options);
     }
 }
 

@@ -25,14 +25,14 @@ std::span<const Verb* const> verbs() noexcept;
 
 extern const Verb listVerb;
 extern const Verb infoVerb;
-<<<<<<< HEAD
+extern const Verb catVerb;
+extern const Verb tailVerb;
+extern const Verb orderVerb;
 extern const Verb statsVerb;
 extern const Verb blocksVerb;
 extern const Verb sessionVerb;
-=======
-extern const Verb catVerb;
-extern const Verb tailVerb;
 extern const Verb exportVerb;
->>>>>>> messages
+extern const Verb helpVerb;
+extern const Verb completionVerb;
 
 }  // namespace tabulo::tool
