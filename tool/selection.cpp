@@ -24,7 +24,9 @@ struct Builder {
 
     void pushed(const std::string& what) { list(what, &selection.pushedDown); }
     void tested(const std::string& what) { list(what, &selection.tested); }
-    static void list(const std::string& what, std::string* text) { text->append(text->empty() ? "" : ", ").append(what); }
+    static void list(const std::string& what, std::string* text) {
+        text->append(text->empty() ? "" : ", ").append(what);
+    }
 };
 
 struct Range {
@@ -68,9 +70,8 @@ IntegerCondition anyOf(std::string_view option, const std::vector<std::string>& 
     std::optional<IntegerCondition> any;
     for (const std::string& text : texts) {
         const Range range = parseRange(option, text);
-        const auto one =
-            IntegerCondition::between(range.first.value_or(std::numeric_limits<std::int32_t>::min()),
-                                      range.last.value_or(std::numeric_limits<std::int32_t>::max()));
+        const auto one = IntegerCondition::between(range.first.value_or(std::numeric_limits<std::int32_t>::min()),
+                                                   range.last.value_or(std::numeric_limits<std::int32_t>::max()));
         any = any.has_value() ? *any || one : one;
     }
     return *any;
@@ -238,7 +239,8 @@ CLI::Option* declareList(CLI::App& app, const std::string& name, std::vector<std
 }  // namespace
 
 void declareSelection(CLI::App& app, SelectionOptions* options) {
-    const auto one = [&](const std::string& name, std::string* value, const std::string& what, const std::string& type) {
+    const auto one = [&](const std::string& name, std::string* value, const std::string& what,
+                         const std::string& type) {
         app.add_option(name, *value, what)->type_name(type)->group("Selection");
     };
     declareList(app, "--seq", &options->seq, "Sequence numbers; an end may be left out", "A..B")->delimiter(',');
