@@ -2,6 +2,9 @@
 // message_table_write.cpp. Every method takes the table's handle first; 0 is TABLE_CLOSED_ERROR except where noted.
 #include "messagetable/message_table.h"
 
+#include <array>
+#include <cstdio>
+
 #include "jni/conditions_reader.h"
 #include "jni/jni_arrays.h"
 #include "jni/jni_exception.h"
@@ -35,7 +38,7 @@ ErrorCode handOverLast(void* owner, ErrorCode code) {
 
 ErrorCode addMessage(void* owner, const MessageView& message, Visit* answer) {
     bool stop = false;
-    const ErrorCode code = messageBatch_add(batchOf(owner), message, &stop);
+    const ErrorCode code = messageBatch_add(batchOf(owner), message, 0, &stop);
     *answer = stop ? Visit::stop : Visit::goOn;
     return code;
 }
@@ -46,13 +49,27 @@ ErrorCode readMessages(JNIEnv* env, MessageTable* table, jintArray connMsgIds, j
         return NULL_POINTER_ERROR;
     }
     std::int32_t idCount = count;
-    const auto ids = intArrayToNative(env, connMsgIds, &idCount);
-    if (ids == nullptr) {
-        (void)checkJavaException(env);  // JNI_ERROR without one too
-        return JNI_ERROR;
+    std::unique_ptr<std::int32_t[]> ids;
+    const ErrorCode code = intArrayToNative(env, connMsgIds, &idCount, &ids);
+    if (code != NO_ERROR || ids == nullptr) {
+        return code != NO_ERROR ? code : JNI_ERROR;
     }
     const MessageListener messageListener{batch.get(), addMessage, handOverLast};
     return mt_readMessages(table, ids.get(), idCount, &messageListener, false);
+}
+
+// Which code a query that cannot be opened has does not tell why; the exception's detail does. A walk backward begins
+// with a look for the table's end, and nothing else but memory can be missing.
+void tellWhyNotOpened(MessageTable* table, bool isBackward) {
+    const ErrorCode refreshed = isBackward ? mt_refresh(table) : NO_ERROR;
+    const ErrorCode cause = refreshed == NO_ERROR ? OUT_OF_MEMORY_ERROR : refreshed;
+    std::array<char, 256> sentence{};
+    std::snprintf(sentence.data(), sentence.size(), "the query cannot be opened: error %d, %s", cause,
+                  getErrorMessage(cause));
+    JniCall* call = JniCall::current();
+    if (call != nullptr) {
+        call->add(sentence.data());
+    }
 }
 
 ErrorCode openIterator(JNIEnv* env, MessageTable* table, jobject conditionsObject, MessageTableIterator** opened) {
@@ -64,8 +81,13 @@ ErrorCode openIterator(JNIEnv* env, MessageTable* table, jobject conditionsObjec
     if (code != NO_ERROR) {
         return code;
     }
+    const bool isBackward = conditions->iterateBackward;
     *opened = mtIterator_open(table, conditions.release());
-    return *opened == nullptr ? NULL_POINTER_ERROR : NO_ERROR;
+    if (*opened == nullptr) {
+        tellWhyNotOpened(table, isBackward);
+        return NULL_POINTER_ERROR;
+    }
+    return NO_ERROR;
 }
 
 ErrorCode setHolder(JNIEnv* env, jobject holder, std::int64_t timestamp) {

@@ -12,13 +12,22 @@ namespace tabulo::internal {
 
 namespace {
 
+// The first *count tags, or all of them for a negative *count. Whatever prevents it is JNI_ERROR.
+std::unique_ptr<std::int32_t[]> tagsOf(JNIEnv* env, jintArray tags, std::int32_t* count) {
+    std::unique_ptr<std::int32_t[]> copy;
+    (void)intArrayToNative(env, tags, count, &copy);  // null is all that matters
+    return copy;
+}
+
 ErrorCode writeFields(JNIEnv* env, SessionInfoTable* table, jint count, jintArray tags, jlongArray values) {
     std::int32_t tagCount = count;
-    const auto nativeTags = intArrayToNative(env, tags, &tagCount);
+    const auto nativeTags = tagsOf(env, tags, &tagCount);
     std::int32_t valueCount = tagCount;
-    const auto nativeValues = nativeTags == nullptr ? nullptr : longArrayToNative(env, values, &valueCount);
+    std::unique_ptr<std::int64_t[]> nativeValues;
+    if (nativeTags != nullptr) {
+        (void)longArrayToNative(env, values, &valueCount, &nativeValues);  // null is all that matters
+    }
     if (nativeValues == nullptr) {
-        (void)checkJavaException(env);  // JNI_ERROR without one too
         return JNI_ERROR;
     }
     return si_write(table, tagCount, nativeTags.get(), nativeValues.get());
@@ -26,9 +35,8 @@ ErrorCode writeFields(JNIEnv* env, SessionInfoTable* table, jint count, jintArra
 
 ErrorCode readFields(JNIEnv* env, SessionInfoTable* table, jint count, jintArray tags, jlongArray values) {
     std::int32_t tagCount = count;
-    const auto nativeTags = intArrayToNative(env, tags, &tagCount);
+    const auto nativeTags = tagsOf(env, tags, &tagCount);
     if (nativeTags == nullptr) {
-        (void)checkJavaException(env);  // JNI_ERROR without one too
         return JNI_ERROR;
     }
     if (tagCount > MAX_SESSION_INFO_TAGS) {

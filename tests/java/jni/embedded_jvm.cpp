@@ -7,6 +7,8 @@
 #include <cstdio>
 #include <string>
 
+#include "jni/jni_exception.h"
+
 namespace {
 
 bool virtualMachineRuns = false;
@@ -81,6 +83,8 @@ Jvm startJvm() {
     jvm.env = static_cast<JNIEnv*>(env);
     if (result != JNI_OK) {
         jvm.problem = "JNI_CreateJavaVM answers " + std::to_string(result);
+    } else if (!jniException_prepare(jvm.env)) {  // the virtual machine loads no library that would do it
+        jvm.problem = "the library cannot be prepared";
     }
     return jvm;
 }
