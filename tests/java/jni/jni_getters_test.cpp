@@ -21,9 +21,9 @@ class JniGetters : public WithJvm {
         }
     }
 
-    jobject objectOf(ErrorCode code, jobject result) {
+    static jobject objectOf(ErrorCode code, const jobject& object) {
         EXPECT_EQ(NO_ERROR, code);
-        return result;
+        return object;
     }
 
     jobject getters = nullptr;

@@ -125,7 +125,7 @@ class LibraryStartTest {
     static final class WrongFacility {
         public static void main(String[] arguments) {
             Natives.load();
-            JNITboLibLoader.setLogFacility(null);
+            JNITboLibLoader.setLogFacility((Object) null);
             JNITboLibLoader.setLogFacility(new Object());
             warn();
         }
