@@ -9,6 +9,7 @@
 #include "jni/jni_arrays.h"
 #include "jni/jni_exception.h"
 #include "jni/message_batch.h"
+#include "jni/on_message_table.h"
 #include "jni/table_open.h"
 #include "messagetable/message_lookup.h"
 #include "messagetable/message_read.h"
@@ -81,6 +82,9 @@ ErrorCode openIterator(JNIEnv* env, MessageTable* table, jobject conditionsObjec
     if (code != NO_ERROR) {
         return code;
     }
+    if (mt_isDestroyed(table)) {
+        return MASTER_INACTIVE_ERROR;  // by one of the getters; nobody would own an iterator over it
+    }
     const bool isBackward = conditions->iterateBackward;
     *opened = mtIterator_open(table, conditions.release());
     if (*opened == nullptr) {
@@ -112,37 +116,35 @@ TABULO_JNI(void, JNITboMessageTable, uninitializeNative)(JNIEnv*, jclass, jlong 
 }
 
 TABULO_JNI(void, JNITboMessageTable, closeNative)(JNIEnv* env, jclass, jlong handle) {
-    onTable<MessageTable>(env, handle, [](MessageTable* table) { return mt_close(table); });
+    onMessageTable(env, handle, [](MessageTable* table) { return mt_close(table); });
 }
 
 TABULO_JNI(void, JNITboMessageTable, dropNative)(JNIEnv* env, jclass, jlong handle) {
-    onTable<MessageTable>(env, handle, [](MessageTable* table) { return mt_drop(table); });
+    onMessageTable(env, handle, [](MessageTable* table) { return mt_drop(table); });
 }
 
 TABULO_JNI(void, JNITboMessageTable, readMessages)
 (JNIEnv* env, jclass, jlong handle, jintArray connMsgIds, jint count, jobject listener) {
-    onTable<MessageTable>(env, handle,
-                          [&](MessageTable* table) { return readMessages(env, table, connMsgIds, count, listener); });
+    onMessageTable(env, handle,
+                   [&](MessageTable* table) { return readMessages(env, table, connMsgIds, count, listener); });
 }
 
 TABULO_JNI(jlong, JNITboMessageTable, getMessages)(JNIEnv* env, jclass, jlong handle, jobject conditions) {
     MessageTableIterator* iterator = nullptr;
-    onTable<MessageTable>(env, handle,
-                          [&](MessageTable* table) { return openIterator(env, table, conditions, &iterator); });
+    onMessageTable(env, handle, [&](MessageTable* table) { return openIterator(env, table, conditions, &iterator); });
     return toHandle(iterator);
 }
 
 TABULO_JNI(jint, JNITboMessageTable, getLastMessageId)(JNIEnv* env, jclass, jlong handle, jint classBaseId) {
     std::int32_t id = 0;
-    onTable<MessageTable>(env, handle,
-                          [&](MessageTable* table) { return mt_getLastMessageId(table, classBaseId, &id); });
+    onMessageTable(env, handle, [&](MessageTable* table) { return mt_getLastMessageId(table, classBaseId, &id); });
     return id;
 }
 
 TABULO_JNI(jint, JNITboMessageTable, getLastGoodMsgSeqNum)
 (JNIEnv* env, jclass, jlong handle, jlong sinceTimestamp, jobject holder) {
     std::int32_t seqNum = 0;
-    onTable<MessageTable>(env, handle, [&](MessageTable* table) {
+    onMessageTable(env, handle, [&](MessageTable* table) {
         std::int64_t timestamp = 0;
         ErrorCode code = mt_getLastGoodMsgSeqNum(table, sinceTimestamp, &seqNum, &timestamp);
         if (code == NO_ERROR && holder != nullptr && timestamp != 0) {
@@ -157,7 +159,7 @@ TABULO_JNI(jint, JNITboMessageTable, getLastGoodMsgSeqNum)
 TABULO_JNI(jint, JNITboMessageTable, getPendingMsgSeqNum)
 (JNIEnv* env, jclass, jlong handle, jlong sinceTimestamp, jboolean last) {
     std::int32_t seqNum = 0;
-    onTable<MessageTable>(env, handle, [&](MessageTable* table) {
+    onMessageTable(env, handle, [&](MessageTable* table) {
         return last != JNI_FALSE ? mt_getLastPendingMsgSeqNum(table, sinceTimestamp, &seqNum)
                                  : mt_getFirstPendingMsgSeqNum(table, sinceTimestamp, &seqNum);
     });
@@ -166,8 +168,7 @@ TABULO_JNI(jint, JNITboMessageTable, getPendingMsgSeqNum)
 
 TABULO_JNI(jint, JNITboMessageTable, getLastUniformMessageId)(JNIEnv* env, jclass, jlong handle) {
     std::int32_t uniformId = 0;
-    onTable<MessageTable>(env, handle,
-                          [&](MessageTable* table) { return mt_getLastUniformMessageId(table, &uniformId); });
+    onMessageTable(env, handle, [&](MessageTable* table) { return mt_getLastUniformMessageId(table, &uniformId); });
     return uniformId;
 }
 

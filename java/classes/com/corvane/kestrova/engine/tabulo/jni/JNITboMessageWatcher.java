@@ -261,6 +261,8 @@ public final class JNITboMessageWatcher implements AutoCloseable {
     }
 
     private void watch(int[] fromUniformIds, IKSVTboMessageListener plain, CompactListener compact) {
+        // Made before anything is marked that would stay so where there is no memory.
+        HandleGuard[] guards = new HandleGuard[tables.length];
         synchronized (state) {
             if (isClosed) {
                 throw JNITboException.watcherClosed().at(name);
@@ -272,7 +274,6 @@ public final class JNITboMessageWatcher implements AutoCloseable {
             isStopping = false;
             hasCalledBack = false;
         }
-        HandleGuard[] guards = new HandleGuard[tables.length];
         int kept = 0;
         try {
             for (; kept < tables.length; ++kept) {
