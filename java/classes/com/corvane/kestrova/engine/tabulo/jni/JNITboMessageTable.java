@@ -14,8 +14,10 @@ import java.util.Set;
  * message as soon as its write has returned. A stored message survives the end of the process, however it ends; see
  * {@link JNITboLibLoader#setDoSyncToDisk(boolean, int, int)} for the loss of power.
  *
- * <p>One thread at a time uses a table and the iterators opened through it. The native object behind it is freed by
- * {@link #close()} only. Failed operations throw {@link JNITboException}; after close all of them do, with
+ * <p>Any number of threads may use a table and the iterators opened through it: one call at a time runs, and a message
+ * is never torn. The order between threads is theirs to arrange. A callback may use the table that it is called for, but
+ * not close or drop it; a close waits for the call under way on another thread. While a watch runs on the table, calls
+ * from other threads throw {@link IllegalStateException}. The native object behind it is freed by {@link #close()} only. Failed operations throw {@link JNITboException}; after close all of them do, with
  * {@link JNITboErrorCodes#TABLE_CLOSED_ERROR}.
  *
  * <p>Time stamps are the caller's: the library compares them as signed numbers and gives them no unit.
@@ -267,7 +269,7 @@ public final class JNITboMessageTable implements AutoCloseable {
      * @return the iterator, before its first message; close it, or this table's close does
      * @throws JNITboException {@code JNI_ERROR} when {@code conditions} lacks a method or one throws, which is printed
      *         first; {@code NULL_POINTER_ERROR} when {@code conditions}, an accepted value or an excluded MsgType is
-     *         null, or when a backward query finds the file not open any more; {@code WRONG_PARAMETER_ERROR} when a
+     *         null, or when a backward query cannot read the table's end, which the detail explains; {@code WRONG_PARAMETER_ERROR} when a
      *         filter has not as many minimums as maximums; {@code NOT_IMPLEMENTED_ERROR} when the type of a numeric
      *         filter is neither 1 nor 2, or is not given
      */
@@ -391,7 +393,8 @@ public final class JNITboMessageTable implements AutoCloseable {
      *
      * @throws JNITboException {@code READ_ONLY_ERROR} on a table opened for reading, and then nothing is removed;
      *         {@code FILE_TRUNCATE_ERROR} and other file errors
-     * @throws IllegalStateException when one of the table's or an iterator's operations is running
+     * @throws IllegalStateException when it is called from within one of the table's or an iterator's operations, or a
+     *         watcher follows the table
      */
     public void drop() {
         synchronized (guard) {
@@ -417,8 +420,8 @@ public final class JNITboMessageTable implements AutoCloseable {
      * @throws JNITboException {@code FILE_SEEK_ERROR}, {@code FILE_WRITE_ERROR} or {@code FILE_FLUSH_ERROR} when the
      *         bookkeeping could not be saved, as it is behind a write that failed with one of these; the stored
      *         messages are in the file all the same, and the next open for writing recovers the rest
-     * @throws IllegalStateException when one of the table's or an iterator's operations is running, or a watcher
-     *         follows the table; then the table stays open
+     * @throws IllegalStateException when it is called from within one of the table's or an iterator's operations, or a
+     *         watcher follows the table; then the table stays open
      */
     @Override
     public void close() {

@@ -7,8 +7,9 @@ package com.corvane.kestrova.engine.tabulo.jni;
  * an error there is none: numbers are then 0, flags false, the MsgType is empty, texts and arrays are null, and a field
  * that is asked for by its id is 0, empty or refused with {@link JNITboErrorCodes#INDEX_OUT_OF_BOUNDS_ERROR}.
  *
- * <p>An iterator keeps its table reachable, and the table's close or drop closes the iterator. The thread that uses the
- * table uses its iterators. After close every operation throws {@link JNITboException} with
+ * <p>An iterator keeps its table reachable, and the table's close or drop closes the iterator. It has the table's
+ * lock: any number of threads may use it, but what {@link #next()} has found and what the getters give is one message only
+ * while no other thread steps in between. After close every operation throws {@link JNITboException} with
  * {@link JNITboErrorCodes#ITERATOR_CLOSED_ERROR}.
  *
  * <p>When another process drops the table, the iterator ends for good as soon as it sees that the file has become
@@ -281,7 +282,7 @@ public final class JNITboMessageTableIterator implements AutoCloseable {
     /**
      * Ends the query and frees the iterator; on a closed iterator it does nothing.
      *
-     * @throws IllegalStateException when one of the iterator's operations is running
+     * @throws IllegalStateException when it is called from within {@link #next()}, as from a logger
      */
     @Override
     public void close() {

@@ -7,7 +7,7 @@ package com.corvane.kestrova.engine.tabulo.jni;
  * {@link #drop()} it becomes the writer itself, if no other process is, and keeps others from writing until it is
  * closed.
  *
- * <p>One thread at a time uses a table. The native object behind it is freed by {@link #close()} only. Failed
+ * <p>Any number of threads may use a table: one call at a time runs, and a close waits for it. The native object behind it is freed by {@link #close()} only. Failed
  * operations throw {@link JNITboException}; after close all of them do, with {@link
  * JNITboErrorCodes#TABLE_CLOSED_ERROR}.
  */
@@ -136,7 +136,7 @@ public final class JNITboSessionInfoTable implements AutoCloseable {
     /**
      * Closes the file and frees the table; on a closed table it does nothing.
      *
-     * @throws IllegalStateException when one of the table's operations is running
+     * @throws IllegalStateException when it is called from within one of the table's operations, as from a logger
      */
     @Override
     public void close() {
