@@ -30,7 +30,11 @@ class JniException : public WithJvm {
         }
         const jmethodID getMessage =
             env->GetMethodID(env->GetObjectClass(pending), "getMessage", "()Ljava/lang/String;");
-        const std::u16string text = nativeText(env->CallObjectMethod(pending, getMessage));
+        jobject message = env->CallObjectMethod(pending, getMessage);
+        if (env->ExceptionCheck() == JNI_TRUE) {
+            return "an exception without a message";
+        }
+        const std::u16string text = nativeText(message);
         return std::to_string(code) + " " + std::string(text.begin(), text.end());  // plain ASCII
     }
 };
