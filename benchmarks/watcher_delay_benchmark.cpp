@@ -12,18 +12,19 @@
 #include <array>
 #include <atomic>
 #include <cerrno>
+#include <chrono>
 #include <cstdio>
 #include <cstring>
 #include <ctime>
 #include <filesystem>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "benchmarks/fail.h"
 #include "benchmarks/measure.h"
 #include "benchmarks/stores/tabulo_store.h"
 #include "core/log.h"
-#include "core/platform.h"
 #include "watcher/message_watcher.h"
 
 namespace {
@@ -100,7 +101,7 @@ Times* times = nullptr;
 
 void recordPause(std::int64_t milliseconds) {
     const std::int64_t start = now();
-    platform_sleep(milliseconds);
+    std::this_thread::sleep_for(std::chrono::milliseconds(milliseconds));
     if (times->pauseCount < MOST_PAUSES) {
         times->pauses[times->pauseCount++] = {start, now()};
     }

@@ -1,5 +1,6 @@
 #include "jni/conditions_reader.h"
 
+#include <optional>
 #include <vector>
 
 #include "jni/jni_exception.h"
@@ -16,32 +17,23 @@ constexpr std::int32_t LONG_VALUES = 2;
 
 using Step = ErrorCode (*)(JNIEnv* env, jobject object, QueryConditions* conditions);
 
-// Stores what a boxed getter gave, unless it threw.
-template <typename Setter>
-ErrorCode store(JNIEnv* env, bool given, Setter setter) {
-    const ErrorCode code = checkJavaException(env);
-    return code == NO_ERROR && given ? setter() : code;
-}
-
 ErrorCode readDirection(JNIEnv* env, jobject object, QueryConditions* conditions) {
-    bool backward = false;
-    const bool given = callBooleanGetter(env, object, "getIterateBackward", &backward) != 0;
-    return store(env, given, [&] { return conditions_setIterateBackward(conditions, backward); });
+    std::optional<bool> backward;
+    const ErrorCode code = callBooleanGetter(env, object, "getIterateBackward", &backward);
+    return code == NO_ERROR && backward ? conditions_setIterateBackward(conditions, *backward) : code;
 }
 
 // A range of two integers that counts only when both are given.
 ErrorCode readIntegerRange(JNIEnv* env, jobject object, const char* first, const char* last,
                            QueryConditions* conditions,
                            ErrorCode (*setter)(QueryConditions*, std::int32_t, std::int32_t)) {
-    std::int32_t from = 0;
-    std::int32_t to = 0;
-    bool given = callIntegerGetter(env, object, first, &from) != 0;
-    const ErrorCode code = checkJavaException(env);
-    if (code != NO_ERROR) {
-        return code;
+    std::optional<std::int32_t> from;
+    std::optional<std::int32_t> to;
+    ErrorCode code = callIntegerGetter(env, object, first, &from);
+    if (code == NO_ERROR) {
+        code = callIntegerGetter(env, object, last, &to);
     }
-    given = callIntegerGetter(env, object, last, &to) != 0 && given;
-    return store(env, given, [&] { return setter(conditions, from, to); });
+    return code == NO_ERROR && from && to ? setter(conditions, *from, *to) : code;
 }
 
 ErrorCode readSeqNums(JNIEnv* env, jobject object, QueryConditions* conditions) {
@@ -54,24 +46,24 @@ ErrorCode readIdRange(JNIEnv* env, jobject object, QueryConditions* conditions) 
 }
 
 ErrorCode readIdRanges(JNIEnv* env, jobject object, QueryConditions* conditions) {
-    std::int32_t startCount = 0;
-    std::int32_t endCount = 0;
-    const auto starts = callIntArrayGetter(env, object, "getStartMessageIds", &startCount);
-    const ErrorCode code = checkJavaException(env);
-    if (code != NO_ERROR) {
-        return code;
+    ArrayCopy<std::int32_t> starts;
+    ArrayCopy<std::int32_t> ends;
+    ErrorCode code = callIntArrayGetter(env, object, "getStartMessageIds", &starts);
+    if (code == NO_ERROR) {
+        code = callIntArrayGetter(env, object, "getEndMessageIds", &ends);
     }
-    const auto ends = callIntArrayGetter(env, object, "getEndMessageIds", &endCount);
-    return store(env, starts != nullptr || ends != nullptr, [&] {
-        return conditions_setMessageIdRanges(conditions, starts.get(), startCount, ends.get(), endCount);
-    });
+    const bool given = starts.elements != nullptr || ends.elements != nullptr;
+    return code == NO_ERROR && given ? conditions_setMessageIdRanges(conditions, starts.elements.get(), starts.count,
+                                                                     ends.elements.get(), ends.count)
+                                     : code;
 }
 
 // The texts of a String[]; *given is false for a null array.
 ErrorCode readTexts(JNIEnv* env, jobject object, const char* getter, jint fieldId, bool* given,
                     std::vector<NativeText>* texts) {
-    auto* array = static_cast<jobjectArray>(callObjectGetter(env, object, getter, STRING_ARRAY, fieldId));
-    ErrorCode code = checkJavaException(env);
+    jobject result = nullptr;
+    ErrorCode code = callObjectGetter(env, object, getter, STRING_ARRAY, &result, fieldId);
+    auto* array = static_cast<jobjectArray>(result);
     *given = array != nullptr;
     texts->clear();
     if (code == NO_ERROR && array != nullptr) {
@@ -94,21 +86,30 @@ ErrorCode readExcludedMsgTypes(JNIEnv* env, jobject object, QueryConditions* con
     return code;
 }
 
+ErrorCode readTime(JNIEnv* env, jobject object, const char* getter, QueryConditions* conditions,
+                   ErrorCode (*setter)(QueryConditions*, std::int64_t)) {
+    std::optional<std::int64_t> time;
+    const ErrorCode code = callLongGetter(env, object, getter, &time);
+    return code == NO_ERROR && time ? setter(conditions, *time) : code;
+}
+
 ErrorCode readTimes(JNIEnv* env, jobject object, QueryConditions* conditions) {
-    std::int64_t time = 0;
-    bool given = callLongGetter(env, object, "getStartingTime", &time) != 0;
-    const ErrorCode code = store(env, given, [&] { return conditions_setStartingTime(conditions, time); });
-    if (code != NO_ERROR) {
-        return code;
-    }
-    given = callLongGetter(env, object, "getEndingTime", &time) != 0;
-    return store(env, given, [&] { return conditions_setEndingTime(conditions, time); });
+    const ErrorCode code = readTime(env, object, "getStartingTime", conditions, conditions_setStartingTime);
+    return code == NO_ERROR ? readTime(env, object, "getEndingTime", conditions, conditions_setEndingTime) : code;
 }
 
 ErrorCode readPossDup(JNIEnv* env, jobject object, QueryConditions* conditions) {
-    bool isPossDup = false;
-    const bool given = callBooleanGetter(env, object, "getIsPossDupFlag", &isPossDup) != 0;
-    return store(env, given, [&] { return conditions_setPossDupFlag(conditions, isPossDup); });
+    std::optional<bool> isPossDup;
+    const ErrorCode code = callBooleanGetter(env, object, "getIsPossDupFlag", &isPossDup);
+    return code == NO_ERROR && isPossDup ? conditions_setPossDupFlag(conditions, *isPossDup) : code;
+}
+
+// A flag of a filter; false when it is not given.
+ErrorCode readFlag(JNIEnv* env, jobject object, const char* getter, jint fieldId, bool* flag) {
+    std::optional<bool> given;
+    const ErrorCode code = callBooleanGetter(env, object, getter, &given, fieldId);
+    *flag = given.value_or(false);
+    return code;
 }
 
 // What the five getters of one string filter gave.
@@ -134,12 +135,10 @@ ErrorCode readStringFilter(JNIEnv* env, jobject object, jint fieldId, StringFilt
                          &arguments->maximums);
     }
     if (code == NO_ERROR) {
-        callBooleanGetter(env, object, "getStringFieldIncludeNull(I)", &arguments->includeNull, fieldId);
-        code = checkJavaException(env);
+        code = readFlag(env, object, "getStringFieldIncludeNull(I)", fieldId, &arguments->includeNull);
     }
     if (code == NO_ERROR) {
-        callBooleanGetter(env, object, "getStringFieldIgnoreCase(I)", &arguments->ignoreCase, fieldId);
-        code = checkJavaException(env);
+        code = readFlag(env, object, "getStringFieldIgnoreCase(I)", fieldId, &arguments->ignoreCase);
     }
     const bool unequal =
         arguments->hasMinimums && arguments->hasMaximums && arguments->minimums.size() != arguments->maximums.size();
@@ -168,11 +167,10 @@ ErrorCode addStringFilter(const StringFilterArguments& arguments, jint fieldId, 
 }
 
 ErrorCode readStringFilters(JNIEnv* env, jobject object, QueryConditions* conditions) {
-    std::int32_t count = 0;
-    const auto fieldIds = callIntArrayGetter(env, object, "getStringFieldsIds", &count);
-    ErrorCode code = checkJavaException(env);
-    for (std::int32_t i = 0; code == NO_ERROR && i < count; ++i) {
-        const jint fieldId = fieldIds[static_cast<std::size_t>(i)];
+    ArrayCopy<std::int32_t> fieldIds;
+    ErrorCode code = callIntArrayGetter(env, object, "getStringFieldsIds", &fieldIds);
+    for (std::int32_t i = 0; code == NO_ERROR && i < fieldIds.count; ++i) {
+        const jint fieldId = fieldIds.elements[static_cast<std::size_t>(i)];
         StringFilterArguments arguments;
         code = readStringFilter(env, object, fieldId, &arguments);
         if (code == NO_ERROR) {
@@ -188,7 +186,7 @@ struct NumericGetters {
     const char* minimums;
     const char* maximums;
     const char* values;
-    std::unique_ptr<Number[]> (*call)(JNIEnv* env, jobject object, const char* name, std::int32_t* count, ...);
+    ErrorCode (*call)(JNIEnv* env, jobject object, const char* name, ArrayCopy<Number>* copy, ...);
     ErrorCode (*add)(QueryConditions* conditions, std::int32_t fieldIndex, const Number* minimums,
                      const Number* maximums, std::int32_t pairCount, const Number* values, std::int32_t valueCount,
                      bool includeNull);
@@ -204,57 +202,51 @@ constexpr NumericGetters<std::int64_t> longGetters{"getLongNumericFieldMinValues
 template <typename Number>
 ErrorCode addNumericFilter(JNIEnv* env, jobject object, jint fieldId, bool includeNull,
                            const NumericGetters<Number>& getters, QueryConditions* conditions) {
-    std::int32_t minimumCount = 0;
-    std::int32_t maximumCount = 0;
-    std::int32_t valueCount = 0;
-    const auto minimums = getters.call(env, object, getters.minimums, &minimumCount, fieldId);
-    ErrorCode code = checkJavaException(env);
+    ArrayCopy<Number> minimums;
+    ArrayCopy<Number> maximums;
+    ArrayCopy<Number> values;
+    ErrorCode code = getters.call(env, object, getters.minimums, &minimums, fieldId);
+    if (code == NO_ERROR) {
+        code = getters.call(env, object, getters.maximums, &maximums, fieldId);
+    }
+    if (code == NO_ERROR) {
+        code = getters.call(env, object, getters.values, &values, fieldId);
+    }
     if (code != NO_ERROR) {
         return code;
     }
-    const auto maximums = getters.call(env, object, getters.maximums, &maximumCount, fieldId);
-    code = checkJavaException(env);
-    if (code != NO_ERROR) {
-        return code;
-    }
-    const auto values = getters.call(env, object, getters.values, &valueCount, fieldId);
-    code = checkJavaException(env);
-    if (code != NO_ERROR) {
-        return code;
-    }
-    const bool hasPairs = minimums != nullptr && maximums != nullptr;
-    if (hasPairs && minimumCount != maximumCount) {
+    const bool hasPairs = minimums.elements != nullptr && maximums.elements != nullptr;
+    if (hasPairs && minimums.count != maximums.count) {
         return WRONG_PARAMETER_ERROR;
     }
-    return getters.add(conditions, fieldId, minimums.get(), maximums.get(), hasPairs ? minimumCount : 0, values.get(),
-                       valueCount, includeNull);
+    return getters.add(conditions, fieldId, minimums.elements.get(), maximums.elements.get(),
+                       hasPairs ? minimums.count : 0, values.elements.get(), values.count, includeNull);
+}
+
+ErrorCode readNumericFilter(JNIEnv* env, jobject object, jint fieldId, QueryConditions* conditions) {
+    std::optional<std::int32_t> valuesType;
+    bool includeNull = false;
+    ErrorCode code = callIntegerGetter(env, object, "getNumericFieldValuesType(I)", &valuesType, fieldId);
+    if (code == NO_ERROR) {
+        code = readFlag(env, object, "getNumericFieldIncludeNull(I)", fieldId, &includeNull);
+    }
+    if (code != NO_ERROR) {
+        return code;
+    }
+    if (valuesType == DOUBLE_VALUES) {
+        return addNumericFilter(env, object, fieldId, includeNull, doubleGetters, conditions);
+    }
+    if (valuesType == LONG_VALUES) {
+        return addNumericFilter(env, object, fieldId, includeNull, longGetters, conditions);
+    }
+    return NOT_IMPLEMENTED_ERROR;
 }
 
 ErrorCode readNumericFilters(JNIEnv* env, jobject object, QueryConditions* conditions) {
-    std::int32_t count = 0;
-    const auto fieldIds = callIntArrayGetter(env, object, "getNumericFieldsIds", &count);
-    ErrorCode code = checkJavaException(env);
-    for (std::int32_t i = 0; code == NO_ERROR && i < count; ++i) {
-        const jint fieldId = fieldIds[static_cast<std::size_t>(i)];
-        std::int32_t valuesType = 0;
-        bool includeNull = false;
-        callIntegerGetter(env, object, "getNumericFieldValuesType(I)", &valuesType, fieldId);
-        code = checkJavaException(env);
-        if (code != NO_ERROR) {
-            break;
-        }
-        callBooleanGetter(env, object, "getNumericFieldIncludeNull(I)", &includeNull, fieldId);
-        code = checkJavaException(env);
-        if (code != NO_ERROR) {
-            break;
-        }
-        if (valuesType == DOUBLE_VALUES) {
-            code = addNumericFilter(env, object, fieldId, includeNull, doubleGetters, conditions);
-        } else if (valuesType == LONG_VALUES) {
-            code = addNumericFilter(env, object, fieldId, includeNull, longGetters, conditions);
-        } else {
-            code = NOT_IMPLEMENTED_ERROR;
-        }
+    ArrayCopy<std::int32_t> fieldIds;
+    ErrorCode code = callIntArrayGetter(env, object, "getNumericFieldsIds", &fieldIds);
+    for (std::int32_t i = 0; code == NO_ERROR && i < fieldIds.count; ++i) {
+        code = readNumericFilter(env, object, fieldIds.elements[static_cast<std::size_t>(i)], conditions);
     }
     return code;
 }

@@ -24,14 +24,17 @@ struct ProviderValues {
 };
 
 ErrorCode readString(JNIEnv* env, jobject provider, const char* getter, jstring* value) {
-    *value = static_cast<jstring>(callObjectGetter(env, provider, getter, STRING_TYPE));
-    const ErrorCode code = checkJavaException(env);
-    return code == NO_ERROR && *value == nullptr ? NULL_POINTER_ERROR : code;
+    jobject text = nullptr;
+    const ErrorCode code = callObjectGetter(env, provider, getter, STRING_TYPE, &text);
+    *value = static_cast<jstring>(text);
+    return code == NO_ERROR && text == nullptr ? NULL_POINTER_ERROR : code;
 }
 
 ErrorCode readStringArray(JNIEnv* env, jobject provider, const char* getter, jobjectArray* value) {
-    *value = static_cast<jobjectArray>(callObjectGetter(env, provider, getter, STRING_ARRAY_TYPE));
-    return checkJavaException(env);
+    jobject array = nullptr;
+    const ErrorCode code = callObjectGetter(env, provider, getter, STRING_ARRAY_TYPE, &array);
+    *value = static_cast<jobjectArray>(array);
+    return code;
 }
 
 ErrorCode readValues(JNIEnv* env, jobject provider, ProviderValues* values) {
@@ -55,8 +58,9 @@ ErrorCode setPath(JNIEnv* env, KSVTboTableConfig* config, std::int32_t index, js
     if (root == nullptr) {
         return NULL_POINTER_ERROR;
     }
-    const NativeText text = javaStringToNative(env, root);
-    return text == nullptr ? JNI_ERROR : tableConfig_setPath(config, index, text.get());
+    NativeText text;
+    const ErrorCode code = javaStringToNative(env, root, &text);
+    return code != NO_ERROR ? code : tableConfig_setPath(config, index, text.get());
 }
 
 ErrorCode setPaths(JNIEnv* env, KSVTboTableConfig* config, const ProviderValues& values, std::int32_t rootCount) {
@@ -86,21 +90,20 @@ ErrorCode addNames(JNIEnv* env, KSVTboTableConfig* config, const ProviderValues&
 }
 
 ErrorCode setTags(JNIEnv* env, KSVTboTableConfig* config, jobject provider) {
-    std::int32_t count = 0;
-    const auto given = callIntArrayGetter(env, provider, "getSessionInfoTableTags", &count);
-    const ErrorCode code = checkJavaException(env);
-    if (code != NO_ERROR || count == 0) {
+    ArrayCopy<std::int32_t> given;
+    const ErrorCode code = callIntArrayGetter(env, provider, "getSessionInfoTableTags", &given);
+    if (code != NO_ERROR || given.count == 0) {
         return code;
     }
-    if (count > MAX_SESSION_INFO_TAGS) {
+    if (given.count > MAX_SESSION_INFO_TAGS) {
         log_warning("jniConfigProvider_make", "Number of configured session info table fields exceeds limit (%d)\n",
                     MAX_SESSION_INFO_TAGS);
         return INDEX_OUT_OF_BOUNDS_ERROR;
     }
     SessionInfoTags tags;
-    tags.count = count;
+    tags.count = given.count;
     tags.tags.fill(0);
-    std::copy_n(given.get(), count, tags.tags.begin());
+    std::copy_n(given.elements.get(), given.count, tags.tags.begin());
     return tableConfig_setParams(config, nullptr, &tags);
 }
 
@@ -112,9 +115,10 @@ ErrorCode fill(JNIEnv* env, jobject provider, KSVTboTableConfig** config) {
     }
     const std::int32_t rootCount =
         1 + (values.replicasDbRoots == nullptr ? 0 : env->GetArrayLength(values.replicasDbRoots));
-    const NativeText tableName = javaStringToNative(env, values.tableName);
-    if (tableName == nullptr) {
-        return JNI_ERROR;
+    NativeText tableName;
+    code = javaStringToNative(env, values.tableName, &tableName);
+    if (code != NO_ERROR) {
+        return code;
     }
     *config = tableConfig_create(tableName.get(), rootCount);
     if (*config == nullptr) {

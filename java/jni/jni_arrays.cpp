@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <new>
+#include <utility>
 
 #include "jni/jni_exception.h"
 
@@ -10,46 +11,59 @@ namespace tabulo::internal {
 namespace {
 
 template <typename Native, typename Array, typename Element>
-std::unique_ptr<Native[]> copyElements(JNIEnv* env, Array array, std::int32_t* count,
-                                       Element* (JNIEnv::*getElements)(Array, jboolean*),
-                                       void (JNIEnv::*releaseElements)(Array, Element*, jint)) {
+ErrorCode copyElements(JNIEnv* env, Array array, std::int32_t* count, std::unique_ptr<Native[]>* copy,
+                       Element* (JNIEnv::*getElements)(Array, jboolean*),
+                       void (JNIEnv::*releaseElements)(Array, Element*, jint)) {
+    copy->reset();
     if (array == nullptr) {
-        return nullptr;
+        return NO_ERROR;
     }
     const std::int32_t length = env->GetArrayLength(array);
     const std::int32_t wanted = *count < 0 ? length : *count;
     if (wanted > length) {
-        return nullptr;
+        return JNI_ERROR;
     }
-    std::unique_ptr<Native[]> copy(new (std::nothrow) Native[static_cast<std::size_t>(wanted)]);
-    if (copy == nullptr) {
-        return nullptr;
+    std::unique_ptr<Native[]> made(new (std::nothrow) Native[static_cast<std::size_t>(wanted)]);
+    if (made == nullptr) {
+        return OUT_OF_MEMORY_ERROR;
     }
     Element* elements = (env->*getElements)(array, nullptr);
     if (elements == nullptr) {
-        return nullptr;
+        return checkJavaMemory(env);
     }
-    std::copy_n(elements, wanted, copy.get());
+    std::copy_n(elements, wanted, made.get());
     (env->*releaseElements)(array, elements, JNI_ABORT);
     *count = wanted;
-    return copy;
+    *copy = std::move(made);
+    return NO_ERROR;
 }
 
 }  // namespace
 
-std::unique_ptr<std::int32_t[]> intArrayToNative(JNIEnv* env, jintArray array, std::int32_t* count) noexcept {
-    return copyElements<std::int32_t>(env, array, count, &JNIEnv::GetIntArrayElements,
-                                      &JNIEnv::ReleaseIntArrayElements);
+ErrorCode intArrayToNative(JNIEnv* env, jintArray array, std::int32_t* count,
+                           std::unique_ptr<std::int32_t[]>* copy) noexcept {
+    return copyElements(env, array, count, copy, &JNIEnv::GetIntArrayElements, &JNIEnv::ReleaseIntArrayElements);
 }
 
-std::unique_ptr<std::int64_t[]> longArrayToNative(JNIEnv* env, jlongArray array, std::int32_t* count) noexcept {
-    return copyElements<std::int64_t>(env, array, count, &JNIEnv::GetLongArrayElements,
-                                      &JNIEnv::ReleaseLongArrayElements);
+ErrorCode longArrayToNative(JNIEnv* env, jlongArray array, std::int32_t* count,
+                            std::unique_ptr<std::int64_t[]>* copy) noexcept {
+    return copyElements(env, array, count, copy, &JNIEnv::GetLongArrayElements, &JNIEnv::ReleaseLongArrayElements);
 }
 
-std::unique_ptr<double[]> doubleArrayToNative(JNIEnv* env, jdoubleArray array, std::int32_t* count) noexcept {
-    return copyElements<double>(env, array, count, &JNIEnv::GetDoubleArrayElements,
-                                &JNIEnv::ReleaseDoubleArrayElements);
+ErrorCode doubleArrayToNative(JNIEnv* env, jdoubleArray array, std::int32_t* count,
+                              std::unique_ptr<double[]>* copy) noexcept {
+    return copyElements(env, array, count, copy, &JNIEnv::GetDoubleArrayElements, &JNIEnv::ReleaseDoubleArrayElements);
+}
+
+ErrorCode nativeToByteArray(JNIEnv* env, std::string_view bytes, jbyteArray* made) noexcept {
+    const auto length = static_cast<jsize>(bytes.size());
+    *made = env->NewByteArray(length);
+    if (*made == nullptr) {
+        (void)checkJavaException(env);  // JNI_ERROR without one too
+        return JNI_ERROR;
+    }
+    env->SetByteArrayRegion(*made, 0, length, reinterpret_cast<const jbyte*>(bytes.data()));
+    return NO_ERROR;
 }
 
 jlongArray nativeToLongArray(JNIEnv* env, const void* source, std::int32_t count,

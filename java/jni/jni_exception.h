@@ -7,17 +7,29 @@
 #include <new>
 
 #include "core/error_codes.h"
+#include "jni/jni_call.h"
 
 namespace tabulo::internal {
 
-// Raises JNITboException for an error code: the object that its static createUnderlyingError(code, text) returns. An
-// exception that is pending is printed and cleared first, so that the new one replaces it. Raises nothing when the
-// class or its method is missing, or when that returns null. Keeps no reference. The entry point must return to Java at
-// once.
+// Makes ready what throwTboException falls back on; called once, when the library is loaded. False, with an exception
+// pending, when Java cannot make it.
+bool jniException_prepare(JNIEnv* env) noexcept;
+
+// Raises JNITboException for an error code: the object that its static createUnderlyingError(code, text) returns, told
+// what the call under way knows (setDetail, when its class has that, and initCause). An exception that is pending is
+// printed and cleared first, so that the new one replaces it. Raises nothing when the class has no such method, or when
+// that returns null. When the object cannot be made for any other reason, for want of memory or stack, what that left
+// pending is raised instead, or else the plainest exception that can be made. Keeps no reference. The entry point must
+// return to Java at once.
 void throwTboException(JNIEnv* env, ErrorCode code) noexcept;
 
-// JNI_ERROR when a Java exception is pending, which is then printed and cleared; else NO_ERROR.
-ErrorCode checkJavaException(JNIEnv* env) noexcept;
+// JNI_ERROR when a Java exception is pending, which is then printed, cleared and kept as the cause of what the call
+// under way throws; else NO_ERROR.
+[[nodiscard]] ErrorCode checkJavaException(JNIEnv* env) noexcept;
+
+// What a refused request for memory of the virtual machine means: JNI_ERROR when it left an exception, which is dealt
+// with as above, else OUT_OF_MEMORY_ERROR.
+[[nodiscard]] ErrorCode checkJavaMemory(JNIEnv* env) noexcept;
 
 // True for a non-zero handle; for 0 raises the exception for `code`.
 bool checkHandle(JNIEnv* env, jlong handle, ErrorCode code) noexcept;
@@ -35,24 +47,23 @@ jlong toHandle(Object* object) noexcept {
     return static_cast<jlong>(reinterpret_cast<std::intptr_t>(object));
 }
 
-// Runs the body of an entry point that returns a value: no C++ exception reaches the virtual machine. `neutral` is what
-// Java gets beside an exception.
-template <typename Result, typename Body>
-Result entryPoint(JNIEnv* env, Result neutral, Body body) noexcept {
+// Runs a body that returns an error code: no C++ exception reaches the virtual machine.
+template <typename Body>
+ErrorCode guarded(Body body) noexcept {
     try {
         return body();
     } catch (const std::bad_alloc&) {
-        throwTboException(env, OUT_OF_MEMORY_ERROR);
+        return OUT_OF_MEMORY_ERROR;
     } catch (...) {
-        throwTboException(env, JNI_ERROR);
+        return JNI_ERROR;
     }
-    return neutral;
 }
 
-// The same for one whose body returns an error code, which becomes an exception unless it is NO_ERROR.
+// Runs the body of an entry point, which returns an error code; that becomes an exception unless it is NO_ERROR.
 template <typename Body>
 void entryPoint(JNIEnv* env, Body body) noexcept {
-    const ErrorCode code = entryPoint(env, NO_ERROR, body);
+    const JniCall call(env);
+    const ErrorCode code = guarded(body);
     if (code != NO_ERROR) {
         throwTboException(env, code);
     }

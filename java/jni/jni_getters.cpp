@@ -28,116 +28,146 @@ jmethodID findMethod(JNIEnv* env, jclass objectClass, const char* name, const ch
     return env->GetMethodID(objectClass, method.data(), signature.data());
 }
 
-jobject callGetter(JNIEnv* env, jobject object, const char* name, const char* type, std::va_list arguments) {
-    if (object == nullptr || env->ExceptionCheck() == JNI_TRUE) {
-        return nullptr;
+// The getter's object result; JNI_ERROR when it threw.
+ErrorCode callGetter(JNIEnv* env, jobject object, const char* name, const char* type, std::va_list arguments,
+                     jobject* result) {
+    *result = nullptr;
+    if (object == nullptr) {
+        return NO_ERROR;
     }
     jclass objectClass = env->GetObjectClass(object);
     const jmethodID method = findMethod(env, objectClass, name, type);
-    jobject result = method == nullptr ? nullptr : env->CallObjectMethodV(object, method, arguments);
+    jobject returned = method == nullptr ? nullptr : env->CallObjectMethodV(object, method, arguments);
     env->DeleteLocalRef(objectClass);
-    if (env->ExceptionCheck() == JNI_TRUE) {
-        return nullptr;
+    const ErrorCode code = checkJavaException(env);
+    if (code == NO_ERROR) {
+        *result = returned;
     }
-    return result;
+    return code;
 }
 
-// Calls the unboxing method of a boxed value and drops the box. False when there is none or an exception is pending.
-template <typename Call>
-int unbox(JNIEnv* env, jobject box, const char* method, const char* signature, Call call) {
-    if (box == nullptr) {
-        return 0;
+// How a boxed value is asked for.
+template <typename Native, typename Java>
+struct Unboxing {
+    const char* type;
+    const char* method;
+    const char* signature;
+    Java (JNIEnv::*call)(jobject, jmethodID, ...);
+};
+
+constexpr Unboxing<std::int32_t, jint> ofInteger{"Ljava/lang/Integer;", "intValue", "()I", &JNIEnv::CallIntMethod};
+constexpr Unboxing<std::int64_t, jlong> ofLong{"Ljava/lang/Long;", "longValue", "()J", &JNIEnv::CallLongMethod};
+constexpr Unboxing<double, jdouble> ofDouble{"Ljava/lang/Double;", "doubleValue", "()D", &JNIEnv::CallDoubleMethod};
+constexpr Unboxing<bool, jboolean> ofBoolean{"Ljava/lang/Boolean;", "booleanValue", "()Z", &JNIEnv::CallBooleanMethod};
+
+// Calls a getter of a boxed value, and the unboxing method of what it returned.
+template <typename Native, typename Java>
+ErrorCode callBoxedGetter(JNIEnv* env, jobject object, const char* name, const Unboxing<Native, Java>& unboxing,
+                          std::va_list arguments, std::optional<Native>* value) {
+    value->reset();
+    jobject box = nullptr;
+    ErrorCode code = callGetter(env, object, name, unboxing.type, arguments, &box);
+    if (code != NO_ERROR || box == nullptr) {
+        return code;
     }
     jclass boxClass = env->GetObjectClass(box);
-    const jmethodID unboxing = env->GetMethodID(boxClass, method, signature);
+    const jmethodID method = env->GetMethodID(boxClass, unboxing.method, unboxing.signature);
     env->DeleteLocalRef(boxClass);
-    if (unboxing != nullptr) {
-        call(unboxing);
-    }
+    const Java unboxed = method == nullptr ? Java{} : (env->*unboxing.call)(box, method);
     env->DeleteLocalRef(box);
-    return env->ExceptionCheck() == JNI_TRUE ? 0 : 1;
+    code = checkJavaException(env);
+    if (code == NO_ERROR) {
+        *value = static_cast<Native>(unboxed);
+    }
+    return code;
 }
 
-// A copy of the array that a getter returned, which is dropped.
+// Calls a getter of an array and copies what it returned.
 template <typename Native, typename Array>
-std::unique_ptr<Native[]> copyResult(JNIEnv* env, Array array, std::int32_t* count,
-                                     std::unique_ptr<Native[]> (*toNative)(JNIEnv*, Array, std::int32_t*)) {
+ErrorCode callArrayGetter(JNIEnv* env, jobject object, const char* name, const char* type, std::va_list arguments,
+                          ErrorCode (*toNative)(JNIEnv*, Array, std::int32_t*, std::unique_ptr<Native[]>*),
+                          ArrayCopy<Native>* copy) {
+    jobject array = nullptr;
+    ErrorCode code = callGetter(env, object, name, type, arguments, &array);
     std::int32_t length = -1;
-    auto copy = array == nullptr ? nullptr : toNative(env, array, &length);
-    *count = copy == nullptr ? 0 : length;
+    copy->elements.reset();
+    if (code == NO_ERROR) {
+        code = toNative(env, static_cast<Array>(array), &length, &copy->elements);
+    }
+    copy->count = copy->elements == nullptr ? 0 : length;
     env->DeleteLocalRef(array);
-    return copy;
+    return code;
 }
 
 }  // namespace
 
-jobject callObjectGetter(JNIEnv* env, jobject object, const char* name, const char* type, ...) noexcept {
+ErrorCode callObjectGetter(JNIEnv* env, jobject object, const char* name, const char* type, jobject* result,
+                           ...) noexcept {
     std::va_list arguments;
-    va_start(arguments, type);
-    jobject result = callGetter(env, object, name, type, arguments);
+    va_start(arguments, result);
+    const ErrorCode code = callGetter(env, object, name, type, arguments, result);
     va_end(arguments);
-    return result;
+    return code;
 }
 
-int callIntegerGetter(JNIEnv* env, jobject object, const char* name, std::int32_t* value, ...) noexcept {
+ErrorCode callIntegerGetter(JNIEnv* env, jobject object, const char* name, std::optional<std::int32_t>* value,
+                            ...) noexcept {
     std::va_list arguments;
     va_start(arguments, value);
-    jobject box = callGetter(env, object, name, "Ljava/lang/Integer;", arguments);
+    const ErrorCode code = callBoxedGetter(env, object, name, ofInteger, arguments, value);
     va_end(arguments);
-    return unbox(env, box, "intValue", "()I", [&](jmethodID method) { *value = env->CallIntMethod(box, method); });
+    return code;
 }
 
-int callLongGetter(JNIEnv* env, jobject object, const char* name, std::int64_t* value, ...) noexcept {
+ErrorCode callLongGetter(JNIEnv* env, jobject object, const char* name, std::optional<std::int64_t>* value,
+                         ...) noexcept {
     std::va_list arguments;
     va_start(arguments, value);
-    jobject box = callGetter(env, object, name, "Ljava/lang/Long;", arguments);
+    const ErrorCode code = callBoxedGetter(env, object, name, ofLong, arguments, value);
     va_end(arguments);
-    return unbox(env, box, "longValue", "()J", [&](jmethodID method) { *value = env->CallLongMethod(box, method); });
+    return code;
 }
 
-int callDoubleGetter(JNIEnv* env, jobject object, const char* name, double* value, ...) noexcept {
+ErrorCode callDoubleGetter(JNIEnv* env, jobject object, const char* name, std::optional<double>* value, ...) noexcept {
     std::va_list arguments;
     va_start(arguments, value);
-    jobject box = callGetter(env, object, name, "Ljava/lang/Double;", arguments);
+    const ErrorCode code = callBoxedGetter(env, object, name, ofDouble, arguments, value);
     va_end(arguments);
-    return unbox(env, box, "doubleValue", "()D",
-                 [&](jmethodID method) { *value = env->CallDoubleMethod(box, method); });
+    return code;
 }
 
-int callBooleanGetter(JNIEnv* env, jobject object, const char* name, bool* value, ...) noexcept {
+ErrorCode callBooleanGetter(JNIEnv* env, jobject object, const char* name, std::optional<bool>* value, ...) noexcept {
     std::va_list arguments;
     va_start(arguments, value);
-    jobject box = callGetter(env, object, name, "Ljava/lang/Boolean;", arguments);
+    const ErrorCode code = callBoxedGetter(env, object, name, ofBoolean, arguments, value);
     va_end(arguments);
-    return unbox(env, box, "booleanValue", "()Z",
-                 [&](jmethodID method) { *value = env->CallBooleanMethod(box, method) != JNI_FALSE; });
+    return code;
 }
 
-std::unique_ptr<std::int32_t[]> callIntArrayGetter(JNIEnv* env, jobject object, const char* name, std::int32_t* count,
-                                                   ...) noexcept {
+ErrorCode callIntArrayGetter(JNIEnv* env, jobject object, const char* name, ArrayCopy<std::int32_t>* copy,
+                             ...) noexcept {
     std::va_list arguments;
-    va_start(arguments, count);
-    auto* array = static_cast<jintArray>(callGetter(env, object, name, "[I", arguments));
+    va_start(arguments, copy);
+    const ErrorCode code = callArrayGetter(env, object, name, "[I", arguments, intArrayToNative, copy);
     va_end(arguments);
-    return copyResult(env, array, count, intArrayToNative);
+    return code;
 }
 
-std::unique_ptr<std::int64_t[]> callLongArrayGetter(JNIEnv* env, jobject object, const char* name, std::int32_t* count,
-                                                    ...) noexcept {
+ErrorCode callLongArrayGetter(JNIEnv* env, jobject object, const char* name, ArrayCopy<std::int64_t>* copy,
+                              ...) noexcept {
     std::va_list arguments;
-    va_start(arguments, count);
-    auto* array = static_cast<jlongArray>(callGetter(env, object, name, "[J", arguments));
+    va_start(arguments, copy);
+    const ErrorCode code = callArrayGetter(env, object, name, "[J", arguments, longArrayToNative, copy);
     va_end(arguments);
-    return copyResult(env, array, count, longArrayToNative);
+    return code;
 }
 
-std::unique_ptr<double[]> callDoubleArrayGetter(JNIEnv* env, jobject object, const char* name, std::int32_t* count,
-                                                ...) noexcept {
+ErrorCode callDoubleArrayGetter(JNIEnv* env, jobject object, const char* name, ArrayCopy<double>* copy, ...) noexcept {
     std::va_list arguments;
-    va_start(arguments, count);
-    auto* array = static_cast<jdoubleArray>(callGetter(env, object, name, "[D", arguments));
+    va_start(arguments, copy);
+    const ErrorCode code = callArrayGetter(env, object, name, "[D", arguments, doubleArrayToNative, copy);
     va_end(arguments);
-    return copyResult(env, array, count, doubleArrayToNative);
+    return code;
 }
 
 }  // namespace tabulo::internal

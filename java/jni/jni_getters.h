@@ -2,35 +2,47 @@
 //
 // A name may carry the argument part of its signature, as in "getStringFieldValues(I)": the result type is then joined
 // to it. Without one, a type that begins with "(" is the whole signature, and any other type gets an empty argument
-// list. The class is the object's own. No getter is called while an exception is pending.
+// list. The class is the object's own.
 #pragma once
 
 #include <jni.h>
 
 #include <cstdint>
 #include <memory>
+#include <optional>
+
+#include "core/error_codes.h"
 
 namespace tabulo::internal {
 
-// The getter's object result, a local reference. Null when it returned null, the object is null, or a Java exception is
-// pending (also for a method that does not exist): callers test with checkJavaException.
-jobject callObjectGetter(JNIEnv* env, jobject object, const char* name, const char* type, ...) noexcept;
+// A copy of a Java array of numbers; null for a null array.
+template <typename Number>
+struct ArrayCopy {
+    std::unique_ptr<Number[]> elements;
+    std::int32_t count = 0;
+};
 
-// Getters of boxed values: 1 and the value when the getter returned an object; 0, value untouched, when it returned
-// null (the value is not given) or a Java exception is pending.
-int callIntegerGetter(JNIEnv* env, jobject object, const char* name, std::int32_t* value, ...) noexcept;
-int callLongGetter(JNIEnv* env, jobject object, const char* name, std::int64_t* value, ...) noexcept;
-int callBooleanGetter(JNIEnv* env, jobject object, const char* name, bool* value, ...) noexcept;
+// All return NO_ERROR, or JNI_ERROR when Java threw, also for a method that does not exist (printed and cleared).
+
+// The getter's object result, a local reference; null when it returned null or the object is null.
+ErrorCode callObjectGetter(JNIEnv* env, jobject object, const char* name, const char* type, jobject* result,
+                           ...) noexcept;
+
+// Getters of boxed values; empty when the getter returned null: the value is not given.
+ErrorCode callIntegerGetter(JNIEnv* env, jobject object, const char* name, std::optional<std::int32_t>* value,
+                            ...) noexcept;
+ErrorCode callLongGetter(JNIEnv* env, jobject object, const char* name, std::optional<std::int64_t>* value,
+                         ...) noexcept;
+ErrorCode callBooleanGetter(JNIEnv* env, jobject object, const char* name, std::optional<bool>* value, ...) noexcept;
 // The same of a Double. No caller of ours: conditions have their doubles in arrays.
-int callDoubleGetter(JNIEnv* env, jobject object, const char* name, double* value, ...) noexcept;
+ErrorCode callDoubleGetter(JNIEnv* env, jobject object, const char* name, std::optional<double>* value, ...) noexcept;
 
-// Getters of arrays: a copy and its length; null, *count 0, when the getter returned null, or with a Java exception
-// pending, or when memory is short.
-std::unique_ptr<std::int32_t[]> callIntArrayGetter(JNIEnv* env, jobject object, const char* name, std::int32_t* count,
-                                                   ...) noexcept;
-std::unique_ptr<std::int64_t[]> callLongArrayGetter(JNIEnv* env, jobject object, const char* name, std::int32_t* count,
-                                                    ...) noexcept;
-std::unique_ptr<double[]> callDoubleArrayGetter(JNIEnv* env, jobject object, const char* name, std::int32_t* count,
-                                                ...) noexcept;
+// Getters of arrays: a copy and its length; null and 0 when the getter returned null. OUT_OF_MEMORY_ERROR when the
+// array cannot be copied.
+ErrorCode callIntArrayGetter(JNIEnv* env, jobject object, const char* name, ArrayCopy<std::int32_t>* copy,
+                             ...) noexcept;
+ErrorCode callLongArrayGetter(JNIEnv* env, jobject object, const char* name, ArrayCopy<std::int64_t>* copy,
+                              ...) noexcept;
+ErrorCode callDoubleArrayGetter(JNIEnv* env, jobject object, const char* name, ArrayCopy<double>* copy, ...) noexcept;
 
 }  // namespace tabulo::internal

@@ -10,41 +10,40 @@
 
 namespace tabulo::internal {
 
-jstring nativeToJavaString(JNIEnv* env, std::string_view text) noexcept {
+jstring newJavaString(JNIEnv* env, std::string_view text) noexcept {
     static_assert(sizeof(jchar) == sizeof(char16_t));
     try {
         const std::u16string decoded = modifiedUtf8_decode(text);
         if (decoded.size() > static_cast<std::size_t>(std::numeric_limits<jsize>::max())) {
             return nullptr;
         }
-        jstring made =
-            env->NewString(reinterpret_cast<const jchar*>(decoded.data()), static_cast<jsize>(decoded.size()));
-        describeJavaException(env);
-        return made;
+        return env->NewString(reinterpret_cast<const jchar*>(decoded.data()), static_cast<jsize>(decoded.size()));
     } catch (const std::bad_alloc&) {
         return nullptr;
     }
 }
 
-jstring nativeToJavaString(JNIEnv* env, const char* text) noexcept {
-    return text == nullptr ? nullptr : nativeToJavaString(env, std::string_view(text));
+ErrorCode nativeToJavaString(JNIEnv* env, std::string_view text, jstring* made) noexcept {
+    *made = newJavaString(env, text);
+    return *made == nullptr ? checkJavaMemory(env) : NO_ERROR;
 }
 
-NativeText javaStringToNative(JNIEnv* env, jstring text) noexcept {
+ErrorCode javaStringToNative(JNIEnv* env, jstring text, NativeText* copy) noexcept {
+    copy->reset();
     if (text == nullptr) {
-        return nullptr;
+        return NO_ERROR;
     }
     const char* characters = env->GetStringUTFChars(text, nullptr);
     if (characters == nullptr) {
-        return nullptr;
+        return checkJavaMemory(env);
     }
     const std::size_t size = std::strlen(characters) + 1;
-    NativeText copy(new (std::nothrow) char[size]);
-    if (copy != nullptr) {
-        std::memcpy(copy.get(), characters, size);
+    copy->reset(new (std::nothrow) char[size]);
+    if (*copy != nullptr) {
+        std::memcpy(copy->get(), characters, size);
     }
     env->ReleaseStringUTFChars(text, characters);
-    return copy;
+    return *copy == nullptr ? OUT_OF_MEMORY_ERROR : NO_ERROR;
 }
 
 ErrorCode stringArrayToNative(JNIEnv* env, jobjectArray array, std::int32_t count,
@@ -60,13 +59,12 @@ ErrorCode stringArrayToNative(JNIEnv* env, jobjectArray array, std::int32_t coun
     }
     for (std::int32_t i = 0; i < count; ++i) {
         auto* element = static_cast<jstring>(env->GetObjectArrayElement(array, i));
-        NativeText text = javaStringToNative(env, element);
-        const bool failed = text == nullptr && element != nullptr;
+        NativeText text;
+        const ErrorCode code = javaStringToNative(env, element, &text);
         env->DeleteLocalRef(element);
-        const ErrorCode code = checkJavaException(env);
-        if (code != NO_ERROR || failed) {
+        if (code != NO_ERROR) {
             list->clear();
-            return code != NO_ERROR ? code : OUT_OF_MEMORY_ERROR;
+            return code;
         }
         (*list)[static_cast<std::size_t>(i)] = std::move(text);
     }
@@ -85,12 +83,13 @@ jobjectArray nativeToStringArray(JNIEnv* env, std::int32_t count, const void* so
     jobjectArray made = stringClass == nullptr ? nullptr : env->NewObjectArray(count, stringClass, nullptr);
     for (std::int32_t i = 0; made != nullptr && i < count; ++i) {
         const char* text = getter(source, i);
-        jstring element = nativeToJavaString(env, text);
+        jstring element = text == nullptr ? nullptr : newJavaString(env, text);
         if (env->ExceptionCheck() == JNI_FALSE) {
             env->SetObjectArrayElement(made, i, element);
         }
+        const bool isMissing = text != nullptr && element == nullptr;
         env->DeleteLocalRef(element);
-        if (env->ExceptionCheck() == JNI_TRUE) {
+        if (env->ExceptionCheck() == JNI_TRUE || isMissing) {
             env->DeleteLocalRef(made);
             made = nullptr;
         }
@@ -107,9 +106,9 @@ ErrorCode forEachStringOfArray(JNIEnv* env, jobjectArray array, void* target,
     const jsize count = array == nullptr ? 0 : env->GetArrayLength(array);
     for (jsize i = 0; i < count; ++i) {
         auto* element = static_cast<jstring>(env->GetObjectArrayElement(array, i));
-        const NativeText text = javaStringToNative(env, element);
+        NativeText text;
+        ErrorCode code = javaStringToNative(env, element, &text);
         env->DeleteLocalRef(element);
-        ErrorCode code = checkJavaException(env);
         if (code == NO_ERROR) {
             code = text == nullptr ? NULL_POINTER_ERROR : add(target, text.get());
         }

@@ -13,7 +13,11 @@ constexpr std::uint64_t OPEN_FILES = 2048;  // tables that an engine may have op
 
 }  // namespace
 
-extern "C" JNIEXPORT jint JNICALL JNI_OnLoad(JavaVM*, void*) {
+extern "C" JNIEXPORT jint JNICALL JNI_OnLoad(JavaVM* vm, void*) {
+    void* env = nullptr;
+    if (vm->GetEnv(&env, JNI_VERSION_1_4) != JNI_OK || !jniException_prepare(static_cast<JNIEnv*>(env))) {
+        return JNI_ERR;
+    }
     // Until the host installs a facility, a Java process sees WARNING lines on standard error and no NOTE lines.
     log_silenceBuiltInNotes();
     return JNI_VERSION_1_4;

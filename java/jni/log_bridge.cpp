@@ -48,7 +48,7 @@ void deliver(JNIEnv* env, const LoggerAdapter& adapter, std::string_view text) {
     jthrowable pending = env->ExceptionOccurred();
     env->ExceptionClear();
     jobject logger = env->NewLocalRef(adapter.logger);
-    jstring line = logger == nullptr ? nullptr : nativeToJavaString(env, text);
+    jstring line = logger == nullptr ? nullptr : newJavaString(env, text);
     if (line != nullptr && env->ExceptionCheck() == JNI_FALSE) {
         env->CallVoidMethod(logger, writeMethod, WRITE_LEVEL, line);
     }

@@ -21,6 +21,7 @@ struct HeldText {
 
 struct Record {
     std::int64_t value = 0;
+    std::int32_t tableIndex = 0;
     std::array<HeldText, 2> texts;
 };
 
@@ -42,6 +43,7 @@ struct MessageBatch {
     jobject listener = nullptr;  // global references; the class keeps the method id valid
     jclass listenerClass = nullptr;
     jmethodID onGetMessages = nullptr;
+    jmethodID onBatchTables = nullptr;  // null when nobody asks
     BatchKind kind = BatchKind::plain;
     std::vector<Record> records;
     std::string bytes;
@@ -65,7 +67,7 @@ jobject toJava(const MessageBatch& batch, const HeldText& held) {
     }
     const std::string_view text = std::string_view(batch.bytes).substr(held.offset, held.length);
     if (batch.kind == BatchKind::text) {
-        return nativeToJavaString(batch.env, text);
+        return newJavaString(batch.env, text);
     }
     const auto length = static_cast<jsize>(text.size());
     jbyteArray made = batch.env->NewByteArray(length);
@@ -75,7 +77,7 @@ jobject toJava(const MessageBatch& batch, const HeldText& held) {
     return made;
 }
 
-// One column of the records as an array of byte[] or String; null with an exception pending.
+// One column of the records as an array of byte[] or String; null with an exception pending, or when memory is short.
 jobjectArray textColumn(const MessageBatch& batch, std::size_t column) {
     JNIEnv* env = batch.env;
     const bool asBytes = batch.kind != BatchKind::text;
@@ -98,49 +100,58 @@ jobjectArray textColumn(const MessageBatch& batch, std::size_t column) {
     return made;
 }
 
-jobject valueColumn(const MessageBatch& batch) {
-    JNIEnv* env = batch.env;
-    const auto count = static_cast<jsize>(batch.records.size());
-    if (batch.kind == BatchKind::compact) {
-        std::vector<jint> values;
-        for (const Record& record : batch.records) {
-            values.push_back(static_cast<jint>(record.value));
-        }
-        jintArray made = env->NewIntArray(count);
-        if (made != nullptr) {
-            env->SetIntArrayRegion(made, 0, count, values.data());
-        }
-        return made;
-    }
-    std::vector<jlong> values;
+// One number of each record as an array; null with an exception pending.
+template <typename Element, typename Array, typename Number>
+Array numberColumn(const MessageBatch& batch, Number Record::*number, Array (JNIEnv::*make)(jsize),
+                   void (JNIEnv::*fill)(Array, jsize, jsize, const Element*)) {
+    std::vector<Element> numbers;
+    numbers.reserve(batch.records.size());
     for (const Record& record : batch.records) {
-        values.push_back(record.value);
+        numbers.push_back(static_cast<Element>(record.*number));
     }
-    jlongArray made = env->NewLongArray(count);
+    const auto count = static_cast<jsize>(numbers.size());
+    Array made = (batch.env->*make)(count);
     if (made != nullptr) {
-        env->SetLongArrayRegion(made, 0, count, values.data());
+        (batch.env->*fill)(made, 0, count, numbers.data());
     }
     return made;
 }
 
-// Makes the arrays and calls Java, inside a local frame of its own.
+jobject valueColumn(const MessageBatch& batch) {
+    if (batch.kind == BatchKind::compact) {
+        return numberColumn<jint>(batch, &Record::value, &JNIEnv::NewIntArray, &JNIEnv::SetIntArrayRegion);
+    }
+    return numberColumn<jlong>(batch, &Record::value, &JNIEnv::NewLongArray, &JNIEnv::SetLongArrayRegion);
+}
+
+// False with an exception pending.
+bool callOnBatchTables(const MessageBatch& batch) {
+    if (batch.onBatchTables == nullptr) {
+        return true;
+    }
+    jintArray indexes =
+        numberColumn<jint>(batch, &Record::tableIndex, &JNIEnv::NewIntArray, &JNIEnv::SetIntArrayRegion);
+    if (indexes == nullptr) {
+        return false;
+    }
+    batch.env->CallVoidMethod(batch.listener, batch.onBatchTables, indexes);
+    return batch.env->ExceptionCheck() == JNI_FALSE;
+}
+
+// Makes the arrays and calls Java, inside a local frame of its own. What Java threw is pending afterwards; a failure
+// without an exception is one of memory.
 ErrorCode callListener(const MessageBatch& batch, jint* answer) {
     JNIEnv* env = batch.env;
     const auto count = static_cast<jint>(batch.records.size());
+    const bool hasSecond = batch.kind != BatchKind::compact;
     jobject values = valueColumn(batch);
     jobjectArray first = values == nullptr ? nullptr : textColumn(batch, 0);
-    if (first == nullptr) {
-        return JNI_ERROR;
+    jobjectArray second = first == nullptr || !hasSecond ? nullptr : textColumn(batch, 1);
+    if (first == nullptr || (hasSecond && second == nullptr) || !callOnBatchTables(batch)) {
+        return OUT_OF_MEMORY_ERROR;
     }
-    if (batch.kind == BatchKind::compact) {
-        *answer = env->CallIntMethod(batch.listener, batch.onGetMessages, count, values, first);
-        return NO_ERROR;
-    }
-    jobjectArray second = textColumn(batch, 1);
-    if (second == nullptr) {
-        return JNI_ERROR;
-    }
-    *answer = env->CallIntMethod(batch.listener, batch.onGetMessages, count, values, first, second);
+    *answer = hasSecond ? env->CallIntMethod(batch.listener, batch.onGetMessages, count, values, first, second)
+                        : env->CallIntMethod(batch.listener, batch.onGetMessages, count, values, first);
     return NO_ERROR;
 }
 
@@ -194,7 +205,16 @@ void messageBatch_destroy(MessageBatch* batch) noexcept {
     delete batch;
 }
 
-ErrorCode messageBatch_add(MessageBatch* batch, const MessageView& message, bool* stop) noexcept {
+void messageBatch_tellTables(MessageBatch* batch) noexcept {
+    JNIEnv* env = batch->env;
+    jclass listenerClass = env->GetObjectClass(batch->listener);
+    batch->onBatchTables = env->GetMethodID(listenerClass, "onBatchTables", "([I)V");
+    env->ExceptionClear();  // a class without the method has no use for it
+    env->DeleteLocalRef(listenerClass);
+}
+
+ErrorCode messageBatch_add(MessageBatch* batch, const MessageView& message, std::int32_t tableIndex,
+                           bool* stop) noexcept {
     if (batch->records.size() >= BATCH_CAPACITY) {
         const ErrorCode code = messageBatch_handOver(batch, stop);
         if (code != NO_ERROR || *stop) {
@@ -203,6 +223,7 @@ ErrorCode messageBatch_add(MessageBatch* batch, const MessageView& message, bool
     }
     try {
         Record record;
+        record.tableIndex = tableIndex;
         record.value = batch->kind == BatchKind::compact ? message.metadata.uniformId : message.metadata.timestamp;
         record.texts[0] = hold(&batch->bytes, message_wire(message));
         if (batch->kind != BatchKind::compact) {

@@ -34,9 +34,14 @@ void messageBatch_destroy(MessageBatch* batch) noexcept;
 
 using MessageBatchPtr = Handle<MessageBatch, messageBatch_destroy>;
 
-// Adds a message; a full batch is handed over first. When Java then answers non-zero, *stop is set and the message is
-// not added. JNI_ERROR when Java threw (printed and cleared) or its arrays cannot be made; OUT_OF_MEMORY_ERROR.
-ErrorCode messageBatch_add(MessageBatch* batch, const MessageView& message, bool* stop) noexcept;
+// Lets every hand-over be preceded by a call of `void onBatchTables(int[] tableIndexes)` with one index for each
+// record, if the listener's own class has that method.
+void messageBatch_tellTables(MessageBatch* batch) noexcept;
+// Adds a message of the table with the given index; a full batch is handed over first. When Java then answers non-zero,
+// *stop is set and the message is not added. JNI_ERROR when Java threw (printed and cleared) or its arrays cannot be
+// made; OUT_OF_MEMORY_ERROR.
+ErrorCode messageBatch_add(MessageBatch* batch, const MessageView& message, std::int32_t tableIndex,
+                           bool* stop) noexcept;
 // Hands over what is held, also when it is nothing, and empties the batch. Codes as above.
 ErrorCode messageBatch_handOver(MessageBatch* batch, bool* stop) noexcept;
 // True when messages are held.

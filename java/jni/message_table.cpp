@@ -2,10 +2,14 @@
 // message_table_write.cpp. Every method takes the table's handle first; 0 is TABLE_CLOSED_ERROR except where noted.
 #include "messagetable/message_table.h"
 
+#include <array>
+#include <cstdio>
+
 #include "jni/conditions_reader.h"
 #include "jni/jni_arrays.h"
 #include "jni/jni_exception.h"
 #include "jni/message_batch.h"
+#include "jni/on_message_table.h"
 #include "jni/table_open.h"
 #include "messagetable/message_lookup.h"
 #include "messagetable/message_read.h"
@@ -35,7 +39,7 @@ ErrorCode handOverLast(void* owner, ErrorCode code) {
 
 ErrorCode addMessage(void* owner, const MessageView& message, Visit* answer) {
     bool stop = false;
-    const ErrorCode code = messageBatch_add(batchOf(owner), message, &stop);
+    const ErrorCode code = messageBatch_add(batchOf(owner), message, 0, &stop);
     *answer = stop ? Visit::stop : Visit::goOn;
     return code;
 }
@@ -46,13 +50,27 @@ ErrorCode readMessages(JNIEnv* env, MessageTable* table, jintArray connMsgIds, j
         return NULL_POINTER_ERROR;
     }
     std::int32_t idCount = count;
-    const auto ids = intArrayToNative(env, connMsgIds, &idCount);
-    if (ids == nullptr) {
-        (void)checkJavaException(env);  // JNI_ERROR without one too
-        return JNI_ERROR;
+    std::unique_ptr<std::int32_t[]> ids;
+    const ErrorCode code = intArrayToNative(env, connMsgIds, &idCount, &ids);
+    if (code != NO_ERROR || ids == nullptr) {
+        return code != NO_ERROR ? code : JNI_ERROR;
     }
     const MessageListener messageListener{batch.get(), addMessage, handOverLast};
     return mt_readMessages(table, ids.get(), idCount, &messageListener, false);
+}
+
+// Which code a query that cannot be opened has does not tell why; the exception's detail does. A walk backward begins
+// with a look for the table's end, and nothing else but memory can be missing.
+void tellWhyNotOpened(MessageTable* table, bool isBackward) {
+    const ErrorCode refreshed = isBackward ? mt_refresh(table) : NO_ERROR;
+    const ErrorCode cause = refreshed == NO_ERROR ? OUT_OF_MEMORY_ERROR : refreshed;
+    std::array<char, 256> sentence{};
+    std::snprintf(sentence.data(), sentence.size(), "the query cannot be opened: error %d, %s", cause,
+                  getErrorMessage(cause));
+    JniCall* call = JniCall::current();
+    if (call != nullptr) {
+        call->add(sentence.data());
+    }
 }
 
 ErrorCode openIterator(JNIEnv* env, MessageTable* table, jobject conditionsObject, MessageTableIterator** opened) {
@@ -64,8 +82,16 @@ ErrorCode openIterator(JNIEnv* env, MessageTable* table, jobject conditionsObjec
     if (code != NO_ERROR) {
         return code;
     }
+    if (mt_isDestroyed(table)) {
+        return MASTER_INACTIVE_ERROR;  // by one of the getters; nobody would own an iterator over it
+    }
+    const bool isBackward = conditions->iterateBackward;
     *opened = mtIterator_open(table, conditions.release());
-    return *opened == nullptr ? NULL_POINTER_ERROR : NO_ERROR;
+    if (*opened == nullptr) {
+        tellWhyNotOpened(table, isBackward);
+        return NULL_POINTER_ERROR;
+    }
+    return NO_ERROR;
 }
 
 ErrorCode setHolder(JNIEnv* env, jobject holder, std::int64_t timestamp) {
@@ -90,37 +116,35 @@ TABULO_JNI(void, JNITboMessageTable, uninitializeNative)(JNIEnv*, jclass, jlong 
 }
 
 TABULO_JNI(void, JNITboMessageTable, closeNative)(JNIEnv* env, jclass, jlong handle) {
-    onTable<MessageTable>(env, handle, [](MessageTable* table) { return mt_close(table); });
+    onMessageTable(env, handle, [](MessageTable* table) { return mt_close(table); });
 }
 
 TABULO_JNI(void, JNITboMessageTable, dropNative)(JNIEnv* env, jclass, jlong handle) {
-    onTable<MessageTable>(env, handle, [](MessageTable* table) { return mt_drop(table); });
+    onMessageTable(env, handle, [](MessageTable* table) { return mt_drop(table); });
 }
 
 TABULO_JNI(void, JNITboMessageTable, readMessages)
 (JNIEnv* env, jclass, jlong handle, jintArray connMsgIds, jint count, jobject listener) {
-    onTable<MessageTable>(env, handle,
-                          [&](MessageTable* table) { return readMessages(env, table, connMsgIds, count, listener); });
+    onMessageTable(env, handle,
+                   [&](MessageTable* table) { return readMessages(env, table, connMsgIds, count, listener); });
 }
 
 TABULO_JNI(jlong, JNITboMessageTable, getMessages)(JNIEnv* env, jclass, jlong handle, jobject conditions) {
     MessageTableIterator* iterator = nullptr;
-    onTable<MessageTable>(env, handle,
-                          [&](MessageTable* table) { return openIterator(env, table, conditions, &iterator); });
+    onMessageTable(env, handle, [&](MessageTable* table) { return openIterator(env, table, conditions, &iterator); });
     return toHandle(iterator);
 }
 
 TABULO_JNI(jint, JNITboMessageTable, getLastMessageId)(JNIEnv* env, jclass, jlong handle, jint classBaseId) {
     std::int32_t id = 0;
-    onTable<MessageTable>(env, handle,
-                          [&](MessageTable* table) { return mt_getLastMessageId(table, classBaseId, &id); });
+    onMessageTable(env, handle, [&](MessageTable* table) { return mt_getLastMessageId(table, classBaseId, &id); });
     return id;
 }
 
 TABULO_JNI(jint, JNITboMessageTable, getLastGoodMsgSeqNum)
 (JNIEnv* env, jclass, jlong handle, jlong sinceTimestamp, jobject holder) {
     std::int32_t seqNum = 0;
-    onTable<MessageTable>(env, handle, [&](MessageTable* table) {
+    onMessageTable(env, handle, [&](MessageTable* table) {
         std::int64_t timestamp = 0;
         ErrorCode code = mt_getLastGoodMsgSeqNum(table, sinceTimestamp, &seqNum, &timestamp);
         if (code == NO_ERROR && holder != nullptr && timestamp != 0) {
@@ -135,7 +159,7 @@ TABULO_JNI(jint, JNITboMessageTable, getLastGoodMsgSeqNum)
 TABULO_JNI(jint, JNITboMessageTable, getPendingMsgSeqNum)
 (JNIEnv* env, jclass, jlong handle, jlong sinceTimestamp, jboolean last) {
     std::int32_t seqNum = 0;
-    onTable<MessageTable>(env, handle, [&](MessageTable* table) {
+    onMessageTable(env, handle, [&](MessageTable* table) {
         return last != JNI_FALSE ? mt_getLastPendingMsgSeqNum(table, sinceTimestamp, &seqNum)
                                  : mt_getFirstPendingMsgSeqNum(table, sinceTimestamp, &seqNum);
     });
@@ -144,8 +168,7 @@ TABULO_JNI(jint, JNITboMessageTable, getPendingMsgSeqNum)
 
 TABULO_JNI(jint, JNITboMessageTable, getLastUniformMessageId)(JNIEnv* env, jclass, jlong handle) {
     std::int32_t uniformId = 0;
-    onTable<MessageTable>(env, handle,
-                          [&](MessageTable* table) { return mt_getLastUniformMessageId(table, &uniformId); });
+    onMessageTable(env, handle, [&](MessageTable* table) { return mt_getLastUniformMessageId(table, &uniformId); });
     return uniformId;
 }
 

@@ -2,6 +2,7 @@
 // ITERATOR_CLOSED_ERROR. An absent text is null, without an exception.
 #include "query/message_table_iterator.h"
 
+#include "jni/jni_arrays.h"
 #include "jni/jni_exception.h"
 #include "jni/jni_strings.h"
 
@@ -9,61 +10,51 @@ namespace tabulo::internal {
 
 namespace {
 
-// Runs an operation on an iterator that returns its result, behind the handle check.
+// Runs an operation on an iterator that returns an error code and puts its result into *result, behind the handle
+// check.
 template <typename Result, typename Operation>
-Result onIterator(JNIEnv* env, jlong handle, Result neutral, Operation operation) noexcept {
-    if (!checkHandle(env, handle, ITERATOR_CLOSED_ERROR)) {
-        return neutral;
-    }
-    return entryPoint(env, neutral, [&] { return operation(handleTo<MessageTableIterator>(handle)); });
+Result onIterator(JNIEnv* env, jlong handle, Operation operation) noexcept {
+    Result result{};
+    entryPoint(env, [&]() -> ErrorCode {
+        return handle == 0 ? ITERATOR_CLOSED_ERROR : operation(handleTo<MessageTableIterator>(handle), &result);
+    });
+    return result;
 }
 
-// The same for an accessor with an error code: the value, or the exception and `neutral`.
 template <typename Value>
 Value numericField(JNIEnv* env, jlong handle, jint index,
                    ErrorCode (*accessor)(const MessageTableIterator*, std::int32_t, Value*)) noexcept {
-    return onIterator(env, handle, Value{}, [&](MessageTableIterator* iterator) {
-        Value value{};
-        const ErrorCode code = accessor(iterator, index, &value);
-        if (code != NO_ERROR) {
-            throwTboException(env, code);
-        }
-        return value;
+    return onIterator<Value>(env, handle, [&](const MessageTableIterator* iterator, Value* value) {
+        return accessor(iterator, index, value);
     });
 }
 
-jstring toJavaString(JNIEnv* env, const StringField& field) {
-    return field.length <= 0 ? nullptr : nativeToJavaString(env, stringField_withoutNul(field));
+ErrorCode toJavaString(JNIEnv* env, const StringField& field, jstring* made) {
+    return field.length <= 0 ? NO_ERROR : nativeToJavaString(env, stringField_withoutNul(field), made);
 }
 
-jbyteArray toByteArray(JNIEnv* env, const StringField& field) {
-    if (field.length <= 0) {
-        return nullptr;
-    }
-    const std::string_view bytes = stringField_withoutNul(field);
-    const auto length = static_cast<jsize>(bytes.size());
-    jbyteArray made = env->NewByteArray(length);
-    if (made != nullptr) {
-        env->SetByteArrayRegion(made, 0, length, reinterpret_cast<const jbyte*>(bytes.data()));
-    }
-    return made;
+using Accessor = StringField (*)(const MessageTableIterator*);
+
+jstring textOf(JNIEnv* env, jlong handle, Accessor accessor) noexcept {
+    return onIterator<jstring>(env, handle, [&](const MessageTableIterator* iterator, jstring* text) {
+        return toJavaString(env, accessor(iterator), text);
+    });
 }
 
-jstring textOf(JNIEnv* env, jlong handle, StringField (*accessor)(const MessageTableIterator*)) noexcept {
-    return onIterator(env, handle, jstring{},
-                      [&](MessageTableIterator* iterator) { return toJavaString(env, accessor(iterator)); });
+jbyteArray bytesOf(JNIEnv* env, jlong handle, Accessor accessor) noexcept {
+    return onIterator<jbyteArray>(env, handle, [&](const MessageTableIterator* iterator, jbyteArray* bytes) {
+        const StringField field = accessor(iterator);
+        return field.length <= 0 ? NO_ERROR : nativeToByteArray(env, stringField_withoutNul(field), bytes);
+    });
 }
 
-jbyteArray bytesOf(JNIEnv* env, jlong handle, StringField (*accessor)(const MessageTableIterator*)) noexcept {
-    return onIterator(env, handle, jbyteArray{},
-                      [&](MessageTableIterator* iterator) { return toByteArray(env, accessor(iterator)); });
-}
-
+// A number of the metadata: nothing but the handle can be wrong.
 template <typename Result, typename Field>
 Result metadataOf(JNIEnv* env, jlong handle, Field MessageMetadata::*field) noexcept {
-    return onIterator(env, handle, Result{}, [&](MessageTableIterator* iterator) {
-        return static_cast<Result>(mtIterator_getMetadata(iterator).*field);
-    });
+    if (!checkHandle(env, handle, ITERATOR_CLOSED_ERROR)) {
+        return Result{};
+    }
+    return static_cast<Result>(mtIterator_getMetadata(handleTo<MessageTableIterator>(handle)).*field);
 }
 
 jboolean flagOf(JNIEnv* env, jlong handle, std::uint8_t MessageMetadata::*field) noexcept {
@@ -73,13 +64,11 @@ jboolean flagOf(JNIEnv* env, jlong handle, std::uint8_t MessageMetadata::*field)
 }  // namespace
 
 TABULO_JNI(jboolean, JNITboMessageTableIterator, next)(JNIEnv* env, jclass, jlong handle) {
-    return onIterator(env, handle, jboolean{JNI_FALSE}, [&](MessageTableIterator* iterator) {
+    return onIterator<jboolean>(env, handle, [](MessageTableIterator* iterator, jboolean* isCurrent) {
         bool end = true;
         const ErrorCode code = mtIterator_next(iterator, &end);
-        if (code != NO_ERROR) {
-            throwTboException(env, code);
-        }
-        return static_cast<jboolean>(code == NO_ERROR && !end ? JNI_TRUE : JNI_FALSE);
+        *isCurrent = code == NO_ERROR && !end ? JNI_TRUE : JNI_FALSE;
+        return code;
     });
 }
 
@@ -110,8 +99,8 @@ TABULO_JNI(jlong, JNITboMessageTableIterator, getTimestamp)(JNIEnv* env, jclass,
 }
 
 TABULO_JNI(jstring, JNITboMessageTableIterator, getMsgType)(JNIEnv* env, jclass, jlong handle) {
-    return onIterator(env, handle, jstring{}, [&](MessageTableIterator* iterator) {
-        return nativeToJavaString(env, mtIterator_getMetadata(iterator).msgType.data());
+    return onIterator<jstring>(env, handle, [&](const MessageTableIterator* iterator, jstring* text) {
+        return nativeToJavaString(env, mtIterator_getMetadata(iterator).msgType.data(), text);
     });
 }
 
@@ -141,14 +130,10 @@ TABULO_JNI(jbyteArray, JNITboMessageTableIterator, getNonMetadataFieldsAsByteArr
 }
 
 TABULO_JNI(jstring, JNITboMessageTableIterator, getStringField)(JNIEnv* env, jclass, jlong handle, jint index) {
-    return onIterator(env, handle, jstring{}, [&](MessageTableIterator* iterator) {
-        StringField text;
-        const ErrorCode code = mtIterator_getStringField(iterator, index, &text);
-        if (code != NO_ERROR) {
-            throwTboException(env, code);
-            return jstring{};
-        }
-        return toJavaString(env, text);
+    return onIterator<jstring>(env, handle, [&](const MessageTableIterator* iterator, jstring* text) {
+        StringField field;
+        const ErrorCode code = mtIterator_getStringField(iterator, index, &field);
+        return code == NO_ERROR ? toJavaString(env, field, text) : code;
     });
 }
 

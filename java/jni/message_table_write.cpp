@@ -5,6 +5,7 @@
 #include "jni/jni_arrays.h"
 #include "jni/jni_exception.h"
 #include "jni/message_arguments.h"
+#include "jni/on_message_table.h"
 #include "messagetable/message_table.h"
 
 namespace tabulo::internal {
@@ -110,7 +111,7 @@ TABULO_JNI(
 (JNIEnv* env, jclass, jlong handle, jint uniformId, jint seqNum, jint prevSeqNum, jint connMsgId, jlong timestamp,
  jchar msgTypeChar, jstring msgType, jboolean isPossDupFlag, jboolean isOutOfSequence, jstring text0, jstring text1,
  jstring text2, jstring text3, jobjectArray indexedStrings, jdoubleArray numericValues) {
-    onTable<MessageTable>(env, handle, [&](MessageTable* table) {
+    onMessageTable(env, handle, [&](MessageTable* table) {
         const MessageMetadata metadata =
             messageMetadata_fromJava(env, uniformId, seqNum, prevSeqNum, connMsgId, timestamp, msgTypeChar, msgType,
                                      isPossDupFlag, isOutOfSequence);
@@ -125,7 +126,7 @@ TABULO_JNI(
  jchar msgTypeChar, jstring msgType, jboolean isPossDupFlag, jboolean isOutOfSequence, jstring text0, jstring text1,
  jbyteArray bytes1, jint offset1, jint length1, jbyteArray bytes2, jint offset2, jint length2, jbyteArray bytes3,
  jint offset3, jint length3, jobjectArray indexedStrings, jintArray typeMap, jlongArray longs, jdoubleArray doubles) {
-    onTable<MessageTable>(env, handle, [&](MessageTable* table) {
+    onMessageTable(env, handle, [&](MessageTable* table) {
         const MessageMetadata metadata =
             messageMetadata_fromJava(env, uniformId, seqNum, prevSeqNum, connMsgId, timestamp, msgTypeChar, msgType,
                                      isPossDupFlag, isOutOfSequence);
@@ -143,9 +144,7 @@ TABULO_JNI(
 
 TABULO_JNI(void, JNITboMessageTable, writeMessage__J_3BII)
 (JNIEnv* env, jclass, jlong handle, jbyteArray bytes, jint offset, jint length) {
-    onTable<MessageTable>(env, handle, [&](MessageTable* table) {
-        return writeRaw(env, table, {bytes, offset, length});
-    });
+    onMessageTable(env, handle, [&](MessageTable* table) { return writeRaw(env, table, {bytes, offset, length}); });
 }
 
 }  // namespace tabulo::internal

@@ -18,10 +18,10 @@ constexpr const char* START = "JNITboMessageWatcher_startWatching";
 
 ErrorCode createWatcher(JNIEnv* env, jlongArray tableHandles, MessageWatcher** created) {
     std::int32_t count = -1;
-    const auto handles = longArrayToNative(env, tableHandles, &count);
-    if (handles == nullptr) {
-        (void)checkJavaException(env);  // JNI_ERROR without one too
-        return JNI_ERROR;
+    std::unique_ptr<std::int64_t[]> handles;
+    const ErrorCode code = longArrayToNative(env, tableHandles, &count, &handles);
+    if (code != NO_ERROR || handles == nullptr) {
+        return code != NO_ERROR ? code : JNI_ERROR;
     }
     std::vector<MessageTable*> tables;
     for (std::int32_t i = 0; i < count; ++i) {
@@ -63,9 +63,9 @@ MessageBatch* batchOf(void* owner) {
     return static_cast<MessageBatch*>(owner);
 }
 
-ErrorCode addMessage(void* owner, const MessageView& message, std::int32_t, std::int32_t* stop) {
+ErrorCode addMessage(void* owner, const MessageView& message, std::int32_t tableIndex, std::int32_t* stop) {
     bool asked = false;
-    const ErrorCode code = messageBatch_add(batchOf(owner), message, &asked);
+    const ErrorCode code = messageBatch_add(batchOf(owner), message, tableIndex, &asked);
     *stop = asked ? 1 : 0;
     return code;
 }
@@ -83,6 +83,7 @@ ErrorCode watch(JNIEnv* env, jobject self, jlong handle, jint count, jintArray i
     if (batch == nullptr) {
         return OUT_OF_MEMORY_ERROR;
     }
+    messageBatch_tellTables(batch.get());
     std::unique_ptr<jint[]> startingIds;
     const ErrorCode code = copyStartingIds(env, count, ids, &startingIds);
     if (code != NO_ERROR) {
@@ -111,7 +112,8 @@ TABULO_JNI(jint, JNITboMessageWatcher, startWatching)
     return result;
 }
 
-// A 0 handle is ignored.
+// A 0 handle is ignored. For a watcher that is watching, on whatever thread, it is the request to stop; the watcher is
+// gone when its watch ends.
 TABULO_JNI(void, JNITboMessageWatcher, uninitialize)(JNIEnv*, jclass, jlong handle) {
     messageWatcher_destroy(handleTo<MessageWatcher>(handle));
 }

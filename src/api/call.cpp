@@ -10,6 +10,15 @@ namespace tabulo::api {
 
 namespace {
 
+thread_local Call* innermost = nullptr;
+
+void addTo(void* call, std::string_view line) {
+    try {
+        static_cast<Call*>(call)->addWarning(line);
+    } catch (...) {  // no memory: the line is lost
+    }
+}
+
 // The codes behind which a refused call to the system can stand.
 bool mayBeSystems(internal::ErrorCode code) {
     switch (code) {
@@ -28,14 +37,14 @@ bool mayBeSystems(internal::ErrorCode code) {
 
 }  // namespace
 
-Call::Call(const std::filesystem::path* path) noexcept : path_(path), outer_(log_gatherer()) {
+Call::Call(const std::filesystem::path* path) noexcept : path_(path), outer_(innermost), gatherer_(addTo, this) {
     log_becomeQuiet();
-    log_setGatherer(this);
+    innermost = this;
     internal::systemError_clear();
 }
 
 Call::~Call() {
-    log_setGatherer(outer_);
+    innermost = outer_;
 }
 
 void Call::addWarning(std::string_view line) {

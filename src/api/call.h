@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "core/error_codes.h"
+#include "core/warning_gatherer.h"
 #include "tabulo/error.h"
 
 namespace tabulo::api {
@@ -42,6 +43,7 @@ class Call {
 
     const std::filesystem::path* path_;
     Call* outer_;
+    internal::WarningGatherer gatherer_;
     std::vector<std::string> warnings_;
 };
 

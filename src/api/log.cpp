@@ -20,7 +20,6 @@ namespace api {
 
 namespace {
 
-thread_local Call* gatherer = nullptr;
 thread_local bool handling = false;  // this thread is inside the handler
 // The library writes a line in pieces; the pieces of one line come from one thread, without others between them.
 thread_local std::string pieces;
@@ -51,9 +50,6 @@ std::shared_ptr<const LogHandler> currentHandler() {
 }
 
 void handOn(LogLevel level, std::string_view line) {
-    if (level == LogLevel::warning && gatherer != nullptr) {
-        gatherer->addWarning(line);
-    }
     if (handling) {
         return;  // what the handler itself makes the library say
     }
@@ -120,14 +116,6 @@ bool install() noexcept {
 
 void log_becomeQuiet() noexcept {
     [[maybe_unused]] static const bool installed = install();
-}
-
-Call* log_gatherer() noexcept {
-    return gatherer;
-}
-
-void log_setGatherer(Call* call) noexcept {
-    gatherer = call;
 }
 
 }  // namespace api

@@ -4,6 +4,7 @@
 #include <cstdio>
 
 #include "core/platform.h"
+#include "core/warning_gatherer.h"
 
 namespace tabulo::internal {
 
@@ -61,6 +62,13 @@ enum class Level { note, warning };
 
 // The channel is looked up for every single write: a channel's write may replace the facility it belongs to.
 TABULO_PRINTF(2, 0) void facility_vwrite(Level level, const char* format, std::va_list arguments) {
+    WarningGatherer* gatherer = level == Level::warning ? WarningGatherer::current() : nullptr;
+    if (gatherer != nullptr) {
+        std::va_list again;
+        va_copy(again, arguments);
+        gatherer->add(format, again);
+        va_end(again);
+    }
     LogFacility* facility = installedFacility;
     if (facility == nullptr) {
         return;

@@ -1,4 +1,4 @@
-// What the core needs from the operating system: process id, opening the log file, the open-file limit, pauses.
+// What the core needs from the operating system: process id, opening the log file, the open-file limit.
 //
 // One source per platform implements these; nothing else in core/ includes a system header.
 #pragma once
@@ -21,8 +21,5 @@ void platform_raiseOpenFileLimit(std::uint64_t count) noexcept;
 // A write beyond the process's file-size limit ends the process by default. When nobody chose another disposition, this
 // turns it into an ordinary write error, which the table file reports.
 void platform_ignoreFileSizeSignal() noexcept;
-
-// Pauses the calling thread; a signal does not shorten the pause.
-void platform_sleep(std::int64_t milliseconds) noexcept;
 
 }  // namespace tabulo::internal

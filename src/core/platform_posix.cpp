@@ -1,9 +1,7 @@
 #include <sys/resource.h>
 #include <unistd.h>
 
-#include <cerrno>
 #include <csignal>
-#include <ctime>
 
 #include "core/platform.h"
 
@@ -40,12 +38,6 @@ void platform_ignoreFileSizeSignal() noexcept {
     }
     action.sa_handler = SIG_IGN;
     (void)::sigaction(SIGXFSZ, &action, nullptr);  // it fails for no signal that exists
-}
-
-void platform_sleep(std::int64_t milliseconds) noexcept {
-    timespec rest{static_cast<std::time_t>(milliseconds / 1000), static_cast<long>(milliseconds % 1000) * 1000000L};
-    while (::clock_nanosleep(CLOCK_MONOTONIC, 0, &rest, &rest) == EINTR) {
-    }
 }
 
 }  // namespace tabulo::internal

@@ -15,10 +15,18 @@ struct [[nodiscard]] SystemError {
     friend constexpr bool operator==(SystemError, SystemError) noexcept = default;
 };
 
-// The first error that the system gave this thread since the last clear, 0 for none: the cause that an operation's code
-// has no room for. Kept by filePlatform_repeat.
+// The first call that the system refused this thread since the last clear: the cause that an operation's code has no
+// room for. Kept by filePlatform_repeat.
+struct RefusedCall {
+    SystemError error;           // 0 for none
+    const char* what = nullptr;  // what was asked for, as "write"; null when nobody has said
+    const char* path = nullptr;  // of the file, cut to what is kept; null when nobody has said
+};
+RefusedCall systemError_refused() noexcept;
+// Its error alone.
 SystemError systemError_first() noexcept;
-void systemError_keep(SystemError error) noexcept;
+// `what` must stay; the path is copied. Nothing happens without an error, and behind the first one.
+void systemError_keep(SystemError error, const char* what = nullptr, const char* path = nullptr) noexcept;
 void systemError_clear() noexcept;
 
 }  // namespace tabulo::internal

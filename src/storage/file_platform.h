@@ -57,17 +57,21 @@ const FilePlatform& filePlatform_system() noexcept;
 
 // The system's text for an error number.
 const char* filePlatform_errorText(SystemError error) noexcept;
+// True for the error number of a lock that somebody else holds, and of a disk or a quota that is full.
+bool filePlatform_isLocked(SystemError error) noexcept;
+bool filePlatform_isFull(SystemError error) noexcept;
 // True for the error number of an interrupted call.
 bool filePlatform_isInterrupted(SystemError error) noexcept;
-// Makes a call, which returns an error number, again for as long as it is interrupted.
+// Makes a call, which returns an error number, again for as long as it is interrupted. What it asks for, and of which
+// file, is kept with the error of a call that is refused (systemError_keep); a null path is one that nobody knows.
 template <typename Call>
-SystemError filePlatform_repeat(Call call) {
+SystemError filePlatform_repeat(const char* what, const char* path, Call call) {
     SystemError error = call();
     while (filePlatform_isInterrupted(error)) {
         error = call();
     }
     if (error.failed()) {
-        systemError_keep(error);
+        systemError_keep(error, what, path);
     }
     return error;
 }

@@ -134,6 +134,14 @@ const char* filePlatform_errorText(SystemError error) noexcept {
     return std::strerror(error.number);
 }
 
+bool filePlatform_isLocked(SystemError error) noexcept {
+    return error.number == EWOULDBLOCK;
+}
+
+bool filePlatform_isFull(SystemError error) noexcept {
+    return error.number == ENOSPC || error.number == EDQUOT;
+}
+
 bool filePlatform_isInterrupted(SystemError error) noexcept {
     return error.number == EINTR;
 }

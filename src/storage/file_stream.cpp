@@ -8,13 +8,14 @@ namespace tabulo::internal {
 
 namespace {
 
-SystemError readFully(int descriptor, std::int64_t offset, void* destination, std::size_t length, std::size_t* count) {
+SystemError readFully(const FileStream* stream, std::int64_t offset, void* destination, std::size_t length,
+                      std::size_t* count) {
     *count = 0;
     while (*count < length) {
         std::size_t transferred = 0;
-        const SystemError error = filePlatform_repeat([&] {
-            return filePlatform().readAt(descriptor, static_cast<std::uint8_t*>(destination) + *count, length - *count,
-                                         offset + static_cast<std::int64_t>(*count), &transferred);
+        const SystemError error = filePlatform_repeat("read", stream->path, [&] {
+            return filePlatform().readAt(stream->descriptor, static_cast<std::uint8_t*>(destination) + *count,
+                                         length - *count, offset + static_cast<std::int64_t>(*count), &transferred);
         });
         if (error.failed()) {
             return error;
@@ -27,20 +28,22 @@ SystemError readFully(int descriptor, std::int64_t offset, void* destination, st
     return 0;
 }
 
-SystemError writeFully(int descriptor, std::int64_t offset, const void* source, std::size_t length,
+SystemError writeFully(const FileStream* stream, std::int64_t offset, const void* source, std::size_t length,
                        std::size_t* count) {
     *count = 0;
     while (*count < length) {
         std::size_t transferred = 0;
-        const SystemError error = filePlatform_repeat([&] {
-            return filePlatform().writeAt(descriptor, static_cast<const std::uint8_t*>(source) + *count,
+        const SystemError error = filePlatform_repeat("write", stream->path, [&] {
+            return filePlatform().writeAt(stream->descriptor, static_cast<const std::uint8_t*>(source) + *count,
                                           length - *count, offset + static_cast<std::int64_t>(*count), &transferred);
         });
         if (error.failed()) {
             return error;
         }
         if (transferred == 0) {
-            return static_cast<int>(std::errc::io_error);
+            constexpr SystemError nothingTaken = static_cast<int>(std::errc::io_error);
+            systemError_keep(nothingTaken, "write", stream->path);
+            return nothingTaken;
         }
         *count += transferred;
     }
@@ -64,15 +67,16 @@ void start(FileStream* stream, int descriptor) {
 
 SystemError fileStream_open(FileStream* stream, const char* path, FileAccess access, bool empty) noexcept {
     int descriptor = -1;
-    SystemError error = filePlatform_repeat([&] { return filePlatform().open(path, access, &descriptor); });
+    SystemError error =
+        filePlatform_repeat("open", path, [&] { return filePlatform().open(path, access, &descriptor); });
     if (error.failed()) {
         return error;
     }
     if (access != FileAccess::read) {
-        error = filePlatform_repeat([&] { return filePlatform().lock(descriptor); });
+        error = filePlatform_repeat("lock", path, [&] { return filePlatform().lock(descriptor); });
     }
     if (!error.failed() && empty) {
-        error = filePlatform_repeat([&] { return filePlatform().truncate(descriptor, 0); });
+        error = filePlatform_repeat("cut", path, [&] { return filePlatform().truncate(descriptor, 0); });
     }
     if (error.failed()) {
         // Also a new file stays where it is: without the lock it may be another writer's by now.
@@ -85,8 +89,8 @@ SystemError fileStream_open(FileStream* stream, const char* path, FileAccess acc
 
 SystemError fileStream_create(FileStream* stream, const char* path) noexcept {
     int descriptor = -1;
-    const SystemError error =
-        filePlatform_repeat([&] { return filePlatform().open(path, FileAccess::createNew, &descriptor); });
+    const SystemError error = filePlatform_repeat(
+        "open", path, [&] { return filePlatform().open(path, FileAccess::createNew, &descriptor); });
     if (!error.failed()) {
         start(stream, descriptor);
     }
@@ -96,9 +100,10 @@ SystemError fileStream_create(FileStream* stream, const char* path) noexcept {
 SystemError fileStream_close(FileStream* stream) noexcept {
     SystemError error = fileStream_flush(stream);
     // A child that was forked meanwhile shares the lock: closing alone would leave it in the child's hands.
-    (void)filePlatform_repeat([&] { return filePlatform().unlock(stream->descriptor); });  // closing ends it anyway
+    (void)filePlatform_repeat("unlock", stream->path,
+                              [&] { return filePlatform().unlock(stream->descriptor); });  // closing ends it anyway
     const SystemError closeError = filePlatform().close(stream->descriptor);
-    systemError_keep(closeError);
+    systemError_keep(closeError, "close", stream->path);
     stream->descriptor = -1;
     return error.failed() ? error : closeError;
 }
@@ -120,8 +125,8 @@ SystemError fileStream_read(FileStream* stream, void* destination, std::size_t l
         const std::size_t wanted = length - *count;
         const bool direct = wanted >= FILE_STREAM_BUFFER;
         std::size_t transferred = 0;
-        error = direct ? readFully(stream->descriptor, stream->position, out + *count, wanted, &transferred)
-                       : filePlatform_repeat([&] {
+        error = direct ? readFully(stream, stream->position, out + *count, wanted, &transferred)
+                       : filePlatform_repeat("read", stream->path, [&] {
                              return filePlatform().readAt(stream->descriptor, stream->buffer.data(), FILE_STREAM_BUFFER,
                                                           stream->position, &transferred);
                          });
@@ -147,8 +152,7 @@ SystemError fileStream_flush(FileStream* stream) noexcept {
     const std::size_t length = stream->bufferLength;
     stream->bufferLength = 0;
     std::size_t written = 0;
-    const SystemError error =
-        writeFully(stream->descriptor, stream->bufferStart, stream->buffer.data(), length, &written);
+    const SystemError error = writeFully(stream, stream->bufferStart, stream->buffer.data(), length, &written);
     if (error.failed()) {
         stream->position = stream->bufferStart + static_cast<std::int64_t>(written);
     }
@@ -165,7 +169,7 @@ SystemError fileStream_write(FileStream* stream, const void* source, std::size_t
     }
     if (length > FILE_STREAM_BUFFER) {
         std::size_t written = 0;
-        const SystemError error = writeFully(stream->descriptor, stream->position, source, length, &written);
+        const SystemError error = writeFully(stream, stream->position, source, length, &written);
         stream->position += static_cast<std::int64_t>(written);
         return error;
     }
@@ -197,30 +201,33 @@ SystemError fileStream_readAt(FileStream* stream, std::int64_t offset, void* des
                               std::size_t* count) noexcept {
     *count = 0;
     const SystemError error = fileStream_flush(stream);
-    return error.failed() ? error : readFully(stream->descriptor, offset, destination, length, count);
+    return error.failed() ? error : readFully(stream, offset, destination, length, count);
 }
 
 SystemError fileStream_readOnceAt(FileStream* stream, std::int64_t offset, void* destination, std::size_t length,
                                   std::size_t* count) noexcept {
     *count = 0;
     const SystemError error = fileStream_flush(stream);
-    return error.failed() ? error : filePlatform_repeat([&] {
+    return error.failed() ? error : filePlatform_repeat("read", stream->path, [&] {
         return filePlatform().readAt(stream->descriptor, destination, length, offset, count);
     });
 }
 
 SystemError fileStream_size(FileStream* stream, std::int64_t* size) noexcept {
     const SystemError error = fileStream_flush(stream);
-    return error.failed() ? error : filePlatform_repeat([&] { return filePlatform().size(stream->descriptor, size); });
+    return error.failed() ? error : filePlatform_repeat("size", stream->path, [&] {
+        return filePlatform().size(stream->descriptor, size);
+    });
 }
 
 SystemError fileStream_truncate(FileStream* stream, std::int64_t length) noexcept {
     dropReadAhead(stream);
-    return filePlatform_repeat([&] { return filePlatform().truncate(stream->descriptor, length); });
+    return filePlatform_repeat("cut", stream->path,
+                               [&] { return filePlatform().truncate(stream->descriptor, length); });
 }
 
 SystemError fileStream_sync(FileStream* stream) noexcept {
-    return filePlatform_repeat([&] { return filePlatform().sync(stream->descriptor); });
+    return filePlatform_repeat("commit", stream->path, [&] { return filePlatform().sync(stream->descriptor); });
 }
 
 bool fileStream_writtenBeforeStart(const FileStream* stream) noexcept {

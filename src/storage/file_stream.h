@@ -21,6 +21,7 @@ inline constexpr std::size_t FILE_STREAM_BUFFER = 4096;
 
 struct FileStream {
     int descriptor = -1;           // -1 when closed
+    const char* path = nullptr;    // for errors; borrowed, null when its owner keeps none
     std::int64_t position = 0;     // of the next byte read or written
     std::int64_t bufferStart = 0;  // file offset of the buffer's first byte
     std::size_t bufferLength = 0;  // bytes gathered, or bytes read ahead

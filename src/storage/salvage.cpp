@@ -63,10 +63,12 @@ ErrorCode salvage_save(TableFile* file, std::int64_t offset, std::int64_t length
         }
         if (code != NO_ERROR) {
             // A rest that cannot be removed is told by the code all the same.
-            (void)filePlatform_repeat([&] { return filePlatform().remove(savedPath->c_str()); });
+            (void)filePlatform_repeat("remove", savedPath->c_str(),
+                                      [&] { return filePlatform().remove(savedPath->c_str()); });
         } else {
             // The copy is on the disk; its name follows when the system likes.
-            (void)filePlatform_repeat([&] { return filePlatform().syncDirectory(savedPath->c_str()); });
+            (void)filePlatform_repeat("commit", savedPath->c_str(),
+                                      [&] { return filePlatform().syncDirectory(savedPath->c_str()); });
         }
         return code;
     } catch (const std::bad_alloc&) {

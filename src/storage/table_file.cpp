@@ -104,6 +104,7 @@ ErrorCode tableFileOpen(TableFile** file, const char* path, OpenMode mode, bool*
     try {
         opened = std::make_unique<TableFile>();
         opened->path = path;
+        opened->stream.path = opened->path.c_str();
     } catch (const std::bad_alloc&) {
         return OUT_OF_MEMORY_ERROR;
     }

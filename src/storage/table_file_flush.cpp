@@ -63,7 +63,8 @@ void tableFileSetSyncPolicy(bool doSyncToDisk, std::int32_t syncIntervalSeconds,
 ErrorCode tableFileCommit(TableFile* file, const char* function) noexcept {
     SystemError error = fileStream_sync(&file->stream);
     if (file->directorySyncPending) {
-        const SystemError named = filePlatform_repeat([&] { return filePlatform().syncDirectory(file->path.c_str()); });
+        const SystemError named = filePlatform_repeat("commit", file->path.c_str(),
+                                                      [&] { return filePlatform().syncDirectory(file->path.c_str()); });
         error = error.failed() ? error : named;
         file->directorySyncPending = named.failed();
     }

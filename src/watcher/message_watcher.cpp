@@ -1,16 +1,51 @@
 #include "watcher/message_watcher.h"
 
+#include <chrono>
+#include <condition_variable>
 #include <deque>
 #include <limits>
+#include <mutex>
 #include <new>
 #include <optional>
 
 #include "core/log.h"
-#include "core/platform.h"
 
 namespace tabulo::internal {
 
+// What a watch and a request to end it share.
+struct WatcherState {
+    enum class Phase { idle, running, stopping };
+
+    std::mutex access;
+    std::condition_variable changed;
+    Phase phase = Phase::idle;  // guarded by `access`
+};
+
 namespace {
+
+using Phase = WatcherState::Phase;
+
+// Goes from one phase to another; false, and nothing changes, from any other.
+bool advance(WatcherState* state, Phase from, Phase to) {
+    const std::lock_guard lock(state->access);
+    if (state->phase != from) {
+        return false;
+    }
+    state->phase = to;
+    state->changed.notify_all();
+    return true;
+}
+
+bool isStopping(WatcherState* state) {
+    const std::lock_guard lock(state->access);
+    return state->phase == Phase::stopping;
+}
+
+void waitUnlessStopping(WatcherState* state, std::int64_t milliseconds) {
+    std::unique_lock lock(state->access);
+    state->changed.wait_for(lock, std::chrono::milliseconds(milliseconds),
+                            [state] { return state->phase == Phase::stopping; });
+}
 
 constexpr const char* START = "messageWatcher_startWatching";
 constexpr std::int32_t NO_ID = -1;
@@ -137,16 +172,18 @@ ErrorCode deliver(Watch* watch, TableReader* reader) {
 ErrorCode idle(Watch* watch) {
     ErrorCode code = watch->listener->onIdle(watch->listener->owner, &watch->stop);
     code = code == NO_DATA_ERROR ? NO_ERROR : code;
-    if (code != NO_ERROR || watch->stop != 0 || watch->watcher->destroyRequested) {
+    MessageWatcher* watcher = watch->watcher;
+    if (code != NO_ERROR || watch->stop != 0 || isStopping(watcher->state.get())) {
         return code;
     }
-    MessageWatcher* watcher = watch->watcher;
     if (watcher->idlePasses < std::numeric_limits<std::int32_t>::max()) {
         watcher->idlePasses += 1;
     }
     const std::int64_t pause = messageWatcher_pauseAfter(watcher->idlePasses);
-    if (pause > 0) {
+    if (pause > 0 && watcher->pause != nullptr) {
         watcher->pause(pause);
+    } else if (pause > 0) {
+        waitUnlessStopping(watcher->state.get(), pause);
     }
     return NO_ERROR;
 }
@@ -171,7 +208,7 @@ ErrorCode run(Watch* watch) {
             return code;
         }
         code = reader != nullptr ? deliver(watch, reader) : idle(watch);
-        if (watch->watcher->destroyRequested) {
+        if (isStopping(watch->watcher->state.get())) {
             watch->stop = 1;
         }
     }
@@ -182,7 +219,6 @@ ErrorCode run(Watch* watch) {
 // then.
 ErrorCode runAndLog(Watch* watch, std::int32_t count) {
     MessageWatcher* watcher = watch->watcher;
-    watcher->running = true;
     watcher->idlePasses = 0;
     ErrorCode code = INDEX_OUT_OF_BOUNDS_ERROR;
     if (count >= static_cast<std::int32_t>(watcher->readers.size())) {
@@ -215,7 +251,7 @@ MessageWatcher* messageWatcher_create(MessageTable* const* tables, std::int32_t 
     }
     try {
         auto watcher = std::make_unique<MessageWatcher>();
-        watcher->pause = platform_sleep;
+        watcher->state = std::make_shared<WatcherState>();
         for (std::int32_t i = 0; i < count; ++i) {
             auto reader = std::make_unique<TableReader>();
             if (tables[i] == nullptr || tableReader_init(reader.get(), tables[i], i) != NO_ERROR) {
@@ -230,8 +266,11 @@ MessageWatcher* messageWatcher_create(MessageTable* const* tables, std::int32_t 
 }
 
 void messageWatcher_destroy(MessageWatcher* watcher) noexcept {
-    if (watcher != nullptr && watcher->running) {
-        watcher->destroyRequested = true;
+    if (watcher == nullptr) {
+        return;
+    }
+    const std::shared_ptr<WatcherState> state = watcher->state;  // the watch may be gone behind the next line
+    if (advance(state.get(), Phase::running, Phase::stopping) || isStopping(state.get())) {
         return;
     }
     delete watcher;
@@ -243,7 +282,7 @@ ErrorCode messageWatcher_startWatching(MessageWatcher* watcher, std::int32_t cou
         (startingIds == nullptr && count > 0)) {
         return NULL_POINTER_ERROR;
     }
-    if (watcher->running) {
+    if (!advance(watcher->state.get(), Phase::idle, Phase::running)) {
         return WRONG_PARAMETER_ERROR;
     }
     logStart(count, startingIds);
@@ -252,9 +291,9 @@ ErrorCode messageWatcher_startWatching(MessageWatcher* watcher, std::int32_t cou
     watch.startingIds = startingIds;
     watch.listener = &listener;
     const ErrorCode code = runAndLog(&watch, count);
-    watcher->running = false;
-    if (watcher->destroyRequested) {
-        delete watcher;
+    const std::shared_ptr<WatcherState> state = watcher->state;
+    if (!advance(state.get(), Phase::running, Phase::idle)) {
+        delete watcher;  // it was asked to stop; an idle one is its owner's again
     }
     return code;
 }

@@ -21,13 +21,14 @@
 
 namespace tabulo::internal {
 
+struct WatcherState;
+
 struct MessageWatcher {
-    std::vector<std::unique_ptr<TableReader>> readers;  // in the order given
-    std::int32_t idlePasses = 0;                        // passes in a row that found nothing
-    void (*pause)(std::int64_t milliseconds) = nullptr;
-    std::vector<char> texts;  // of the message being delivered
-    bool running = false;
-    bool destroyRequested = false;  // messageWatcher_destroy was called by the listener
+    std::vector<std::unique_ptr<TableReader>> readers;   // in the order given
+    std::int32_t idlePasses = 0;                         // passes in a row that found nothing
+    void (*pause)(std::int64_t milliseconds) = nullptr;  // in place of the wait that a destroy ends; for tests
+    std::vector<char> texts;                             // of the message being delivered
+    std::shared_ptr<WatcherState> state;                 // outlives the watcher with whoever asks it to stop
 };
 
 // Who takes the messages of a watch. Both operations get their owner and set *stop to 1 to end the watch; a result
@@ -44,8 +45,9 @@ struct WatchListener {
 // A watcher over `count` tables, owned by the caller; none at all makes one that only idles. Null for a null table, a
 // null array with a count above 0, a negative count, or when memory is short.
 MessageWatcher* messageWatcher_create(MessageTable* const* tables, std::int32_t count) noexcept;
-// Frees the watcher, not the tables; null is accepted. Called from inside its listener, it stops the watch, and the
-// memory goes when the watch ends.
+// Frees the watcher, not the tables; null is accepted. While the watcher is watching it is a request, which any thread
+// may make, the listener included: it ends the wait between two passes, the watch ends with NO_ERROR behind the pass
+// under way, and the memory goes with it. The request is made once; nobody else uses the watcher afterwards.
 void messageWatcher_destroy(MessageWatcher* watcher) noexcept;
 using MessageWatcherPtr = Handle<MessageWatcher, messageWatcher_destroy>;
 

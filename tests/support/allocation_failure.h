@@ -10,7 +10,8 @@ namespace tabulo::internal::test {
 class AllocationFailure {
   public:
     explicit AllocationFailure(std::int64_t n);
-    // The same, and every allocation behind it fails too.
+    // The same, and with `goesOn` every allocation behind it fails too.
+    AllocationFailure(std::int64_t n, bool goesOn);
     static AllocationFailure fromThenOn(std::int64_t n) { return AllocationFailure(n, true); }
     ~AllocationFailure();
     AllocationFailure(const AllocationFailure&) = delete;
@@ -18,9 +19,6 @@ class AllocationFailure {
 
     // True once an allocation has failed.
     bool happened() const;
-
-  private:
-    AllocationFailure(std::int64_t n, bool goesOn);
 };
 
 // What this thread has allocated with `new` and not deleted yet, in pieces.

@@ -18,6 +18,8 @@ class WithJvm : public ::testing::Test {
     void SetUp() override;
     void TearDown() override;
 
+    // Whether what the virtual machine prints is kept from the test's output; it is judged all the same.
+    static void keepQuiet(bool quiet);
     // A new object of a class that has a constructor without arguments.
     jobject make(const char* className);
     jstring javaText(std::u16string_view text);

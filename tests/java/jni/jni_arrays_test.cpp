@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "tests/java/jni/embedded_jvm.h"
+#include "tests/support/allocation_failure.h"
 
 namespace tabulo::internal::test {
 namespace {
@@ -23,6 +24,17 @@ class JniArrays : public WithJvm {
         return made;
     }
 
+    // What a copying operation makes of an array; the code must be `code`.
+    template <typename Native, typename Array>
+    static std::unique_ptr<Native[]> copied(ErrorCode code,
+                                            ErrorCode (*copy)(JNIEnv*, Array, std::int32_t*,
+                                                              std::unique_ptr<Native[]>*),
+                                            JNIEnv* environment, Array array, std::int32_t* count) {
+        std::unique_ptr<Native[]> made(new Native[1]);
+        EXPECT_EQ(code, copy(environment, array, count, &made));
+        return made;
+    }
+
     std::vector<jlong> valuesOf(jlongArray array) {
         std::vector<jlong> values(static_cast<std::size_t>(env->GetArrayLength(array)));
         env->GetLongArrayRegion(array, 0, env->GetArrayLength(array), values.data());
@@ -32,7 +44,7 @@ class JniArrays : public WithJvm {
 
 TEST_F(JniArrays, TheFirstElementsAreCopied) {
     std::int32_t count = 2;
-    const auto copy = intArrayToNative(env, ints({7, -8, 9}), &count);
+    const auto copy = copied(NO_ERROR, intArrayToNative, env, ints({7, -8, 9}), &count);
     ASSERT_NE(nullptr, copy);
     EXPECT_EQ(2, count);
     EXPECT_EQ(7, copy[0]);
@@ -41,7 +53,7 @@ TEST_F(JniArrays, TheFirstElementsAreCopied) {
 
 TEST_F(JniArrays, ANegativeCountCopiesTheWholeArray) {
     std::int32_t count = -1;
-    const auto copy = longArrayToNative(env, longs({5, std::numeric_limits<jlong>::min()}), &count);
+    const auto copy = copied(NO_ERROR, longArrayToNative, env, longs({5, std::numeric_limits<jlong>::min()}), &count);
     ASSERT_NE(nullptr, copy);
     EXPECT_EQ(2, count);
     EXPECT_EQ(std::numeric_limits<jlong>::min(), copy[1]);
@@ -49,34 +61,52 @@ TEST_F(JniArrays, ANegativeCountCopiesTheWholeArray) {
     jdoubleArray doubles = env->NewDoubleArray(1);
     const std::array<jdouble, 1> half = {0.5};
     env->SetDoubleArrayRegion(doubles, 0, 1, half.data());
-    const auto copied = doubleArrayToNative(env, doubles, &count);
-    ASSERT_NE(nullptr, copied);
+    const auto third = copied(NO_ERROR, doubleArrayToNative, env, doubles, &count);
+    ASSERT_NE(nullptr, third);
     EXPECT_EQ(1, count);
-    EXPECT_EQ(0.5, copied[0]);
+    EXPECT_EQ(0.5, third[0]);
 }
 
 TEST_F(JniArrays, AnEmptyCopyIsNoFailure) {
     std::int32_t count = 0;
-    EXPECT_NE(nullptr, intArrayToNative(env, ints({1}), &count));
+    EXPECT_NE(nullptr, copied(NO_ERROR, intArrayToNative, env, ints({1}), &count));
     EXPECT_EQ(0, count);
     count = -1;
-    EXPECT_NE(nullptr, intArrayToNative(env, ints({}), &count));
+    EXPECT_NE(nullptr, copied(NO_ERROR, intArrayToNative, env, ints({}), &count));
     EXPECT_EQ(0, count);
 }
 
-TEST_F(JniArrays, ANullOrShortArrayGivesNothingAndTheVirtualMachineIsNotAsked) {
+TEST_F(JniArrays, ANullArrayIsNothingToCopyAndNoError) {
     std::int32_t count = 3;
-    EXPECT_EQ(nullptr, intArrayToNative(env, nullptr, &count));
-    EXPECT_EQ(nullptr, longArrayToNative(env, nullptr, &count));
-    EXPECT_EQ(nullptr, doubleArrayToNative(env, nullptr, &count));
-    EXPECT_EQ(nullptr, intArrayToNative(env, ints({1, 2}), &count));
+    EXPECT_EQ(nullptr, copied(NO_ERROR, intArrayToNative, env, jintArray{}, &count));
+    EXPECT_EQ(nullptr, copied(NO_ERROR, longArrayToNative, env, jlongArray{}, &count));
+    EXPECT_EQ(nullptr, copied(NO_ERROR, doubleArrayToNative, env, jdoubleArray{}, &count));
     EXPECT_EQ(3, count);
+}
+
+TEST_F(JniArrays, AShortArrayIsRefusedAndTheVirtualMachineIsNotAsked) {
+    std::int32_t count = 3;
+    EXPECT_EQ(nullptr, copied(JNI_ERROR, intArrayToNative, env, ints({1, 2}), &count));
+    EXPECT_EQ(3, count);
+}
+
+TEST_F(JniArrays, AnArrayThatCannotBeCopiedForWantOfMemoryIsNotTakenForNone) {
+    jintArray array = ints({1, 2});
+    std::int32_t count = -1;
+    std::unique_ptr<std::int32_t[]> copy;
+    ErrorCode code = NO_ERROR;
+    {
+        const AllocationFailure failure(1);
+        code = intArrayToNative(env, array, &count, &copy);
+    }
+    EXPECT_EQ(OUT_OF_MEMORY_ERROR, code);
+    EXPECT_EQ(nullptr, copy);
 }
 
 TEST_F(JniArrays, TheCopyIsNotConnectedWithTheArray) {
     jintArray array = ints({1});
     std::int32_t count = 1;
-    const auto copy = intArrayToNative(env, array, &count);
+    const auto copy = copied(NO_ERROR, intArrayToNative, env, array, &count);
     copy[0] = 99;
     jint value = 0;
     env->GetIntArrayRegion(array, 0, 1, &value);

@@ -4,12 +4,11 @@
 #include <string>
 
 #include "tests/java/jni/embedded_jvm.h"
+#include "tests/support/allocation_failure.h"
 #include "tests/support/captured_output.h"
 
 namespace tabulo::internal::test {
 namespace {
-
-const std::string exceptionClass = "com.corvane.kestrova.engine.tabulo.jni.JNITboException: ";
 
 class JniException : public WithJvm {
   protected:
@@ -29,10 +28,14 @@ class JniException : public WithJvm {
         if (env->ExceptionCheck() == JNI_TRUE) {
             return "an exception without a code";
         }
-        env->Throw(pending);
-        std::string text = takeException();
-        text.erase(0, text.starts_with(exceptionClass) ? exceptionClass.size() : 0);
-        return std::to_string(code) + " " + text;
+        const jmethodID getMessage =
+            env->GetMethodID(env->GetObjectClass(pending), "getMessage", "()Ljava/lang/String;");
+        jobject message = env->CallObjectMethod(pending, getMessage);
+        if (env->ExceptionCheck() == JNI_TRUE) {
+            return "an exception without a message";
+        }
+        const std::u16string text = nativeText(message);
+        return std::to_string(code) + " " + std::string(text.begin(), text.end());  // plain ASCII
     }
 };
 
@@ -106,14 +109,22 @@ TEST_F(JniException, AHandleIsTheAddressOfItsObject) {
 }
 
 TEST_F(JniException, NoExceptionOfTheLibrarysOwnLanguageLeavesAnEntryPoint) {
-    EXPECT_EQ(7, entryPoint(env, 7, []() -> int { throw std::bad_alloc(); }));
+    entryPoint(env, []() -> ErrorCode { throw std::bad_alloc(); });
     EXPECT_EQ("1 Out of memory", takeThrown());
-    EXPECT_EQ(7, entryPoint(env, 7, []() -> int { throw std::runtime_error("on purpose"); }));
+    entryPoint(env, []() -> ErrorCode { throw std::runtime_error("on purpose"); });
     EXPECT_EQ("21 JNI error", takeThrown());
     entryPoint(env, []() -> ErrorCode { return READ_ONLY_ERROR; });
     EXPECT_EQ("19 Unable to write to a table opened in read-only mode", takeThrown());
     entryPoint(env, []() -> ErrorCode { return NO_ERROR; });
     EXPECT_EQ("nothing", takeThrown());
+}
+
+TEST_F(JniException, TheTextOfACodeNeedsNoMemoryOfOurs) {
+    {
+        const AllocationFailure failure = AllocationFailure::fromThenOn(1);
+        entryPoint(env, []() -> ErrorCode { throw std::bad_alloc(); });
+    }
+    EXPECT_EQ("1 Out of memory", takeThrown());
 }
 
 }  // namespace

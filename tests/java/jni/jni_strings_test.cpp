@@ -4,29 +4,58 @@
 #include <vector>
 
 #include "tests/java/jni/embedded_jvm.h"
+#include "tests/support/allocation_failure.h"
 
 namespace tabulo::internal::test {
 namespace {
 
 constexpr std::int32_t many = 5000;  // more than the virtual machine has local references to spare
 
-class JniStrings : public WithJvm {};
+class JniStrings : public WithJvm {
+  protected:
+    jstring javaOf(std::string_view text) {
+        jstring made = nullptr;
+        EXPECT_EQ(NO_ERROR, nativeToJavaString(env, text, &made));
+        return made;
+    }
+
+    NativeText nativeOf(jstring text) {
+        NativeText copy(new char[1]);
+        EXPECT_EQ(NO_ERROR, javaStringToNative(env, text, &copy));
+        return copy;
+    }
+};
 
 TEST_F(JniStrings, ATextBecomesAJavaStringCharacterByCharacter) {
-    EXPECT_EQ(u"a\u00E9\U0001F600\u00FF", nativeText(nativeToJavaString(env, "a\xC3\xA9\xF0\x9F\x98\x80\xFF")));
-    EXPECT_EQ(u"", nativeText(nativeToJavaString(env, "")));
+    EXPECT_EQ(u"a\u00E9\U0001F600\u00FF", nativeText(javaOf("a\xC3\xA9\xF0\x9F\x98\x80\xFF")));
+    EXPECT_EQ(u"", nativeText(javaOf("")));
     const std::string zero("a\0b", 3);
-    EXPECT_EQ(std::u16string(u"a\0b", 3), nativeText(nativeToJavaString(env, std::string_view(zero))));
+    EXPECT_EQ(std::u16string(u"a\0b", 3), nativeText(javaOf(zero)));
     const std::u16string halves = {0xDC00, u'x', 0xD800};
-    EXPECT_EQ(halves, nativeText(nativeToJavaString(env, javaStringToNative(env, javaText(halves)).get())));
-    EXPECT_EQ(nullptr, nativeToJavaString(env, static_cast<const char*>(nullptr)));
+    EXPECT_EQ(halves, nativeText(javaOf(nativeOf(javaText(halves)).get())));
 }
 
 TEST_F(JniStrings, AJavaStringBecomesItsModifiedUtf8) {
-    EXPECT_STREQ("a\xC3\xA9\xC0\x80\xED\xA0\xBD\xED\xB8\x80",
-                 javaStringToNative(env, javaText({u"a\u00E9\0\U0001F600", 5})).get());
-    EXPECT_STREQ("", javaStringToNative(env, javaText(u"")).get());
-    EXPECT_EQ(nullptr, javaStringToNative(env, nullptr));
+    EXPECT_STREQ("a\xC3\xA9\xC0\x80\xED\xA0\xBD\xED\xB8\x80", nativeOf(javaText({u"a\u00E9\0\U0001F600", 5})).get());
+    EXPECT_STREQ("", nativeOf(javaText(u"")).get());
+    EXPECT_EQ(nullptr, nativeOf(nullptr));
+}
+
+TEST_F(JniStrings, ATextWithoutMemoryForItIsToldFromNone) {
+    jstring text = javaText(u"text");
+    jstring made = text;
+    NativeText copy(new char[1]);
+    ErrorCode toJava = NO_ERROR;
+    ErrorCode toNative = NO_ERROR;
+    {
+        const AllocationFailure failure = AllocationFailure::fromThenOn(1);
+        toJava = nativeToJavaString(env, "longer than what a string holds in itself", &made);
+        toNative = javaStringToNative(env, text, &copy);
+    }
+    EXPECT_EQ(OUT_OF_MEMORY_ERROR, toJava);
+    EXPECT_EQ(OUT_OF_MEMORY_ERROR, toNative);
+    EXPECT_EQ(nullptr, made);
+    EXPECT_EQ(nullptr, copy);
 }
 
 TEST_F(JniStrings, AStringArrayIsCopiedWithItsNullElements) {

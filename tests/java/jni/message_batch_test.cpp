@@ -28,7 +28,7 @@ class MessageBatches : public WithJvm {
         metadata.timestamp = timestamp;
         metadata.uniformId = static_cast<std::int32_t>(timestamp) + 1000;
         const std::vector<StringField> fields = {field("first"), field("second"), field(wire), field(rest)};
-        return messageBatch_add(batch, {metadata, fields, {}}, &stop);
+        return messageBatch_add(batch, {metadata, fields, {}}, tableIndex++, &stop);
     }
 
     static StringField field(const char* text) {
@@ -38,6 +38,7 @@ class MessageBatches : public WithJvm {
 
     jobject receiver = nullptr;
     bool stop = false;
+    std::int32_t tableIndex = 0;  // of the next message
 };
 
 TEST_F(MessageBatches, TheTextKindHandsOverTimeStampsAndTexts) {
@@ -80,9 +81,46 @@ TEST_F(MessageBatches, AValueIsHandedOverWithoutTheNulThatEndsIt) {
     const auto batch = batchOf(BatchKind::plain);
     MessageMetadata metadata;
     const StringField fields[] = {{"raw", 3}, {"a\0b\0\0", 5}};
-    EXPECT_EQ(NO_ERROR, messageBatch_add(batch.get(), {metadata, fields, {}}, &stop));
+    EXPECT_EQ(NO_ERROR, messageBatch_add(batch.get(), {metadata, fields, {}}, 0, &stop));
     EXPECT_EQ(NO_ERROR, messageBatch_handOver(batch.get(), &stop));
     EXPECT_EQ("0 raw a\xC0\x80\x62\xC0\x80\nbytes 1 1 1 1", take(receiver));
+}
+
+TEST_F(MessageBatches, ABatchTellsItsTablesBeforeItsMessagesWhenItIsAskedTo) {
+    for (const BatchKind kind : {BatchKind::plain, BatchKind::compact}) {
+        receiver = make("TableReceiver");
+        const MessageBatchPtr batch(messageBatch_create(env, receiver, "Receiver", kind));
+        ASSERT_NE(nullptr, batch);
+        messageBatch_tellTables(batch.get());
+        tableIndex = 5;
+        EXPECT_EQ(NO_ERROR, add(batch.get(), 1, "wire", "rest"));
+        EXPECT_EQ(NO_ERROR, add(batch.get(), 2, "wire", "rest"));
+        EXPECT_EQ(NO_ERROR, messageBatch_handOver(batch.get(), &stop));
+        EXPECT_EQ(NO_ERROR, messageBatch_handOver(batch.get(), &stop));
+        const std::string taken = take(receiver);
+        EXPECT_TRUE(taken.starts_with("tables [5, 6]\n")) << taken;
+        EXPECT_NE(std::string::npos, taken.find("\ntables []\n")) << taken;
+    }
+}
+
+TEST_F(MessageBatches, AClassThatDoesNotAskForTablesIsNotTold) {
+    const auto batch = batchOf(BatchKind::plain);
+    messageBatch_tellTables(batch.get());
+    EXPECT_EQ("", takeException()) << "the missing method is nobody's failure";
+    EXPECT_EQ(NO_ERROR, add(batch.get(), 1, "wire", "rest"));
+    EXPECT_EQ(NO_ERROR, messageBatch_handOver(batch.get(), &stop));
+    EXPECT_EQ("1 wire rest\nbytes 1 1 1 1", take(receiver));
+}
+
+TEST_F(MessageBatches, ATableReceiverThatThrowsIsAJniErrorAndGetsNoMessages) {
+    receiver = make("TableReceiver");
+    setField(receiver, "refusing", true);
+    const MessageBatchPtr batch(messageBatch_create(env, receiver, "Receiver", BatchKind::plain));
+    messageBatch_tellTables(batch.get());
+    EXPECT_EQ(NO_ERROR, add(batch.get(), 1, "wire", "rest"));
+    EXPECT_EQ(JNI_ERROR, messageBatch_handOver(batch.get(), &stop));
+    EXPECT_EQ("", take(receiver));
+    EXPECT_EQ("", takeException());
 }
 
 TEST_F(MessageBatches, AnEmptyBatchIsHandedOverToo) {

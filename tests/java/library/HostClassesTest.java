@@ -132,10 +132,76 @@ class HostClassesTest extends OnTables {
     }
 
     @Test
-    void aFactoryThatThrowsThrowsNothing() throws Exception {
-        assertThrowsNothing("static JNITboException createUnderlyingError(int code, String text) {"
-                + " throw new IllegalStateException(\"thrown by a factory on purpose\"); }");
-        assertTrue(errors.stream().anyMatch(line -> line.contains("thrown by a factory on purpose")), "it is printed");
+    void whatAFactoryThrowsReachesTheHost() throws Exception {
+        List<String> output = run("""
+                try {
+                    System.out.println("handle " + table.initializeNative(null, 1));
+                } catch (IllegalStateException thrown) {
+                    System.out.println("thrown " + thrown.getMessage());
+                }
+                """, HostClasses.TABLE, HostClasses.LOADER, HostClasses.exceptionWhoseFactory(
+                "static JNITboException createUnderlyingError(int code, String text) {"
+                + " throw new IllegalStateException(\"thrown by a factory on purpose\"); }"),
+                HostClasses.FACILITY, HostClasses.LOGGER, HostClasses.LISTENER);
+        assertTrue(output.contains("thrown thrown by a factory on purpose"), () -> "the host printed " + output);
+    }
+
+    @Test
+    void aHostWithoutTheExceptionClassIsToldThatItIsMissing() throws Exception {
+        List<String> output = run("""
+                try {
+                    System.out.println("handle " + table.initializeNative(null, 1));
+                } catch (NoClassDefFoundError thrown) {
+                    System.out.println("missing " + thrown.getMessage());
+                }
+                """, HostClasses.TABLE, HostClasses.LOADER, HostClasses.FACILITY, HostClasses.LOGGER,
+                HostClasses.LISTENER);
+        assertTrue(output.stream().anyMatch(line -> line.startsWith("missing ") && line.contains("JNITboException")),
+                () -> "the host printed " + output);
+    }
+
+    @Test
+    void anExceptionClassWhoseInitialisationFailsIsToldToTheHost() throws Exception {
+        List<String> output = run("""
+                try {
+                    System.out.println("handle " + table.initializeNative(null, 1));
+                } catch (ExceptionInInitializerError thrown) {
+                    System.out.println("cause " + thrown.getCause().getMessage());
+                }
+                """, HostClasses.TABLE, HostClasses.LOADER, HostClasses.exceptionWhoseFactory(
+                "static { if (true) throw new IllegalStateException(\"thrown by a class on purpose\"); }"
+                + "static JNITboException createUnderlyingError(int code, String text) { return null; }"),
+                HostClasses.FACILITY, HostClasses.LOGGER, HostClasses.LISTENER);
+        assertTrue(output.contains("cause thrown by a class on purpose"), () -> "the host printed " + output);
+    }
+
+    @Test
+    void anExceptionWithSetDetailIsToldWhatTheLibraryKnowsAndWhatTheHostThrew() throws Exception {
+        List<String> output = run("""
+                class Nameless {
+                    public String getTableName() {
+                        throw new IllegalStateException("thrown by a provider on purpose");
+                    }
+                }
+                try {
+                    table.initializeNative(new Nameless(), 1);
+                } catch (Exception thrown) {
+                    System.out.println("cause " + thrown.getCause());
+                }
+                long handle = table.initializeNative(new HostProvider(), 1);
+                try {
+                    JNITboMessageTable.getLastMessageId(handle, -1);
+                } catch (Exception thrown) {
+                    System.out.println("detail " + ((JNITboException) thrown).detail);
+                }
+                """, HostClasses.TABLE, HostClasses.LOADER, HostClasses.exceptionWhoseFactory(
+                "public String detail; void setDetail(String text) { detail = text; }"
+                + "static JNITboException createUnderlyingError(int code, String text) { return new JNITboException(); }"),
+                HostClasses.FACILITY, HostClasses.LOGGER, HostClasses.LISTENER);
+        for (String line : List.of("cause java.lang.IllegalStateException: thrown by a provider on purpose",
+                "detail Tabulo/C WARNING: mt_getLastMessageId(): Connection message id offset (-1) out of bounds")) {
+            assertTrue(output.contains(line), () -> "\"" + line + "\" is missing in " + output);
+        }
     }
 
     /** A facility class that was compiled before the interface had its warning method. */

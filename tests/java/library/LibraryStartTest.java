@@ -55,6 +55,34 @@ class LibraryStartTest {
         }
     }
 
+    /** Uses everything that can be used first, before anything is loaded. */
+    static final class TooEarly {
+        private static void expectAdvice(Runnable use) {
+            try {
+                use.run();
+                System.out.println("nothing was thrown");
+            } catch (UnsatisfiedLinkError error) {
+                System.out.println(error.getMessage().contains("call JNITboLibLoader.load()") + " "
+                        + (error.getCause() instanceof UnsatisfiedLinkError));
+            }
+        }
+
+        public static void main(String[] arguments) {
+            Provider provider = new Provider(Path.of(""));
+            expectAdvice(() -> JNITboMessageTable.open(provider, JNITboMessageTable.MODE_WRITE));
+            expectAdvice(() -> JNITboSessionInfoTable.open(provider, JNITboSessionInfoTable.MODE_WRITE));
+            expectAdvice(JNITboMessageWatcher::open);
+            expectAdvice(() -> JNITboLibLoader.setLogFacility(new RecordingFacility()));
+        }
+    }
+
+    @Test
+    void aUseBeforeLoadingSaysWhichCallLoads() throws Exception {
+        try (ChildJvm child = ChildJvm.start(directory, TooEarly.class)) {
+            assertEquals(List.of("true true", "true true", "true true", "true true"), child.finish());
+        }
+    }
+
     /** Loads the library by its name and initialises it. */
     static final class Init {
         public static void main(String[] arguments) {
@@ -125,7 +153,7 @@ class LibraryStartTest {
     static final class WrongFacility {
         public static void main(String[] arguments) {
             Natives.load();
-            JNITboLibLoader.setLogFacility(null);
+            JNITboLibLoader.setLogFacility((Object) null);
             JNITboLibLoader.setLogFacility(new Object());
             warn();
         }

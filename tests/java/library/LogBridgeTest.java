@@ -6,6 +6,7 @@ import static com.corvane.kestrova.engine.tabulo.jni.JNITboErrorCodes.INDEX_OUT_
 import static org.junit.jupiter.api.Assertions.assertEquals;
 import static org.junit.jupiter.api.Assertions.assertFalse;
 import static org.junit.jupiter.api.Assertions.assertInstanceOf;
+import static org.junit.jupiter.api.Assertions.assertThrows;
 import static org.junit.jupiter.api.Assertions.assertTrue;
 
 import com.corvane.util.log.ILogFacility;
@@ -137,8 +138,8 @@ class LogBridgeTest extends OnTables {
     void aNullLoggerOrOneThatThrowsLeavesThePreviousFacility(String level) {
         long handle = openForWriting();
         RecordingFacility facility = install();
-        JNITboLibLoader.setLogFacility(withoutLogger(level));
-        JNITboLibLoader.setLogFacility(throwingAt(level));
+        JNITboLibLoader.setLogFacility((Object) withoutLogger(level));
+        JNITboLibLoader.setLogFacility((Object) throwingAt(level));
         warn(handle);
         assertEquals(PREFIX + MESSAGE, facility.warnings());
     }
@@ -169,7 +170,7 @@ class LogBridgeTest extends OnTables {
     void nullOrAnObjectThatIsNoFacilityLeavesThePreviousFacility() {
         long handle = openForWriting();
         RecordingFacility facility = install();
-        JNITboLibLoader.setLogFacility(null);
+        JNITboLibLoader.setLogFacility((Object) null);
         JNITboLibLoader.setLogFacility("no facility");
         NoFacility noFacility = new NoFacility();
         JNITboLibLoader.setLogFacility(noFacility);
@@ -310,5 +311,33 @@ class LogBridgeTest extends OnTables {
         thread.start();
         thread.join();
         assertEquals(thread, caller[0]);
+    }
+
+    @Test
+    void aFacilityThatIsGivenAsOneIsCheckedAndAskedOnceForEachLogger() {
+        RecordingFacility before = new RecordingFacility();
+        JNITboLibLoader.setLogFacility(before);
+        ILogFacility none = null;
+        assertThrows(IllegalArgumentException.class, () -> JNITboLibLoader.setLogFacility(none));
+        for (String level : List.of("debug", "info", "warning", "error")) {
+            IllegalArgumentException refused = assertThrows(IllegalArgumentException.class,
+                    () -> JNITboLibLoader.setLogFacility(withoutLogger(level)));
+            assertTrue(refused.getMessage().contains(level), refused::getMessage);
+        }
+        long handle = openForWriting();
+        assertFails(INDEX_OUT_OF_BOUNDS_ERROR, () -> Natives.lastMessageId(handle, -1));
+        assertTrue(before.warnings().contains("(-1) out of bounds"), "the one before it stays");
+        int[] given = new int[1];
+        RecordingFacility next = new RecordingFacility() {
+            @Override
+            ILogger logger(String level) {
+                ++given[0];
+                return super.logger(level);
+            }
+        };
+        JNITboLibLoader.setLogFacility(next);
+        assertEquals(4, given[0]);
+        assertFails(INDEX_OUT_OF_BOUNDS_ERROR, () -> Natives.lastMessageId(handle, -2));
+        assertTrue(next.warnings().contains("(-2) out of bounds"), next::warnings);
     }
 }

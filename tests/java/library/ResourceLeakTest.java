@@ -85,7 +85,7 @@ class ResourceLeakTest extends OnTables {
     void facilitiesKeepNothing() {
         assertNothingIsKept(500, () -> {
             JNITboLibLoader.setLogFacility(new RecordingFacility());
-            JNITboLibLoader.setLogFacility(new RecordingFacility() {
+            JNITboLibLoader.setLogFacility((Object) new RecordingFacility() {
                 @Override
                 public ILogger error() {
                     return null;

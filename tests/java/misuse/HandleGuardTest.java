@@ -1,11 +1,12 @@
 package com.corvane.kestrova.engine.tabulo.jni;
 
+import static org.junit.jupiter.api.Assertions.assertEquals;
 import static org.junit.jupiter.api.Assertions.assertFalse;
 import static org.junit.jupiter.api.Assertions.assertSame;
 import static org.junit.jupiter.api.Assertions.assertThrows;
 import static org.junit.jupiter.api.Assertions.assertTrue;
 
-import java.util.concurrent.locks.LockSupport;
+import java.util.concurrent.atomic.AtomicReference;
 import org.junit.jupiter.api.Test;
 
 /** Who may use a native object, and who may close it. */
@@ -15,74 +16,54 @@ class HandleGuardTest {
 
     @Test
     void anUnusedGuardIsShutOnce() {
-        assertTrue(guard.shut());
-        assertFalse(guard.shut());
+        assertTrue(guard.isClosable());
+        guard.shut();
+        assertFalse(guard.isClosable());
     }
 
     @Test
-    void aShutGuardIsNotEnteredHoweverOftenItIsTried() {
+    void aShutGuardIsNotUsedHoweverOftenItIsTried() {
         guard.shut();
         for (int i = 0; i < 3; ++i) {
-            assertSame(closed, assertThrows(JNITboException.class, guard::enter));
+            assertSame(closed, assertThrows(JNITboException.class, guard::begin));
+            assertFalse(guard.tryBegin());
+            assertSame(closed, assertThrows(JNITboException.class, guard::beginWatch));
         }
-        assertFalse(guard.shut());
+        assertEquals(0, guard.uses);
+        assertEquals(0, guard.watches);
     }
 
     @Test
-    void aGuardInUseIsNotShut() {
-        guard.enter();
-        guard.enter();
-        assertThrows(IllegalStateException.class, guard::shut);
-        guard.leave();
-        assertThrows(IllegalStateException.class, guard::shut);
-        guard.leave();
-        assertTrue(guard.shut());
+    void aGuardInUseIsNotClosed() {
+        guard.begin();
+        guard.begin();
+        assertThrows(IllegalStateException.class, guard::isClosable);
+        --guard.uses;
+        assertThrows(IllegalStateException.class, guard::isClosable);
+        --guard.uses;
+        assertTrue(guard.isClosable());
     }
 
     @Test
-    void aGuardThatWasReopenedIsEnteredAgain() {
-        guard.shut();
-        guard.reopen();
-        guard.enter();
-        guard.leave();
-        assertTrue(guard.shut());
-    }
-
-    @Test
-    void useAndCloseByManyThreadsNeverOverlap() throws InterruptedException {
-        boolean[] wrong = new boolean[1];
-        boolean[] isShut = new boolean[1];
-        Thread[] users = new Thread[4];
-        for (int i = 0; i < users.length; ++i) {
-            users[i] = new Thread(() -> {
-                try {
-                    for (;;) {
-                        guard.enter();
-                        synchronized (isShut) {
-                            wrong[0] |= isShut[0];
-                        }
-                        guard.leave();
-                        LockSupport.parkNanos(50_000);
-                    }
-                } catch (JNITboException end) {
-                    // The guard is shut.
-                }
-            });
-            users[i].start();
-        }
-        for (boolean done = false; !done;) {
+    void aWatchedGuardIsUsedByItsWatchAloneAndClosedByNobody() throws InterruptedException {
+        guard.beginWatch();
+        guard.begin();
+        --guard.uses;
+        assertThrows(IllegalStateException.class, guard::isClosable);
+        AtomicReference<Throwable> wrong = new AtomicReference<>();
+        Thread other = new Thread(() -> {
             try {
-                synchronized (isShut) {
-                    done = guard.shut();
-                    isShut[0] = done;
-                }
-            } catch (IllegalStateException inUse) {
-                Thread.onSpinWait();
+                assertThrows(IllegalStateException.class, guard::begin);
+                assertThrows(IllegalStateException.class, guard::tryBegin);
+                assertThrows(IllegalStateException.class, guard::isClosable);
+                assertThrows(IllegalStateException.class, guard::beginWatch);
+            } catch (Throwable thrown) {
+                wrong.set(thrown);
             }
-        }
-        for (Thread user : users) {
-            user.join();
-        }
-        assertFalse(wrong[0], "a use was running after the guard was shut");
+        });
+        other.start();
+        other.join();
+        assertEquals(null, wrong.get());
+        assertEquals(1, guard.watches);
     }
 }

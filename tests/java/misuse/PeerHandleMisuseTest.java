@@ -153,12 +153,12 @@ class PeerHandleMisuseTest {
 
     @ParameterizedTest
     @ValueSource(strings = {"long handle = table.nativeHandle_", "table.nativeHandle_ = 1",
-        "long handle = table.enter()", "table.leave()", "new JNITboMessageTable(1L)",
-        "new JNITboMessageTableIterator(table, 1L)",
-        "new JNITboSessionInfoTable(1L)", "new JNITboMessageWatcher(null, 1L)", "JNITboMessageTable.closeNative(1L)",
+        "long handle = table.handleForWatcher()", "Object guard = table.guard()", "new JNITboMessageTable(null)",
+        "new JNITboMessageTableIterator(table, null, null)",
+        "new JNITboSessionInfoTable(null)", "new JNITboMessageWatcher(null, 1L)", "JNITboMessageTable.closeNative(1L)",
         "JNITboMessageTable.uninitializeNative(1L)", "JNITboMessageTable.writeMessage(1L, null, 0, 0)",
         "JNITboMessageTableIterator.next(1L)", "JNITboMessageTableIterator.close(1L)",
-        "JNITboMessageWatcher.uninitialize(1L)", "long[] handles = JNITboMessageWatcher.enterAll(null)",
+        "JNITboMessageWatcher.uninitialize(1L)", "watcher.makeNative()",
         "long handle = JNITboMessageWatcher.initialize(new long[] {1})", "class Open extends JNITboMessageTable { }",
         "HandleGuard guard = null", "watcher.startWatching(1L, 0, null, false)"})
     void codeOfAnotherPackageThatReachesForAHandleDoesNotCompile(String statement) throws IOException {

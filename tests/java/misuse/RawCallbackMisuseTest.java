@@ -4,12 +4,16 @@ import static com.corvane.kestrova.engine.tabulo.jni.JNITboErrorCodes.MASTER_INA
 import static com.corvane.kestrova.engine.tabulo.jni.JNITboErrorCodes.NO_ERROR;
 import static com.corvane.kestrova.engine.tabulo.jni.JNITboErrorCodes.WRONG_PARAMETER_ERROR;
 import static org.junit.jupiter.api.Assertions.assertEquals;
+import static org.junit.jupiter.api.Assertions.assertFalse;
 import static org.junit.jupiter.api.Assertions.assertTrue;
 
 import com.corvane.kestrova.engine.tabulo.IKSVTboMessageListener;
+import com.corvane.util.log.ILogger;
 import java.util.Arrays;
+import java.util.HashSet;
 import java.util.Set;
 import java.util.stream.Stream;
+import org.junit.jupiter.api.Test;
 import org.junit.jupiter.params.ParameterizedTest;
 import org.junit.jupiter.params.provider.Arguments;
 import org.junit.jupiter.params.provider.MethodSource;
@@ -147,5 +151,143 @@ class RawCallbackMisuseTest extends OnTables {
                 "messages in the table afterwards");
         writeNumbered(again, 2 * MESSAGES, 2 * MESSAGES);
         assertEquals(2 * MESSAGES, Natives.lastUniform(again));
+    }
+
+    /** Who is called by an operation besides listeners. */
+    enum Caller {
+        CONDITIONS, HOLDER, LOGGER_OF_A_LOOKUP, LOGGER_OF_A_DROP, PROVIDER
+    }
+
+    private RawConditions conditionsThat(Action action) {
+        return new RawConditions() {
+            @Override
+            public Boolean getIsPossDupFlag() {
+                called(action);
+                return null;
+            }
+        };
+    }
+
+    private Object holderThat(Action action) {
+        class Holder {
+            public void setValue(long timestamp) {
+                called(action);
+            }
+        }
+        return new Holder();
+    }
+
+    private Provider providerThat(Action action) {
+        return new Provider(directory) {
+            @Override
+            public String[] getStringFieldsNames() {
+                called(action);
+                return null;
+            }
+        }.named("another");
+    }
+
+    private void install(Action action) {
+        JNITboLibLoader.setLogFacility(new RecordingFacility() {
+            @Override
+            ILogger logger(String level) {
+                return (argument, text) -> called(action);
+            }
+        });
+    }
+
+    private int run(Caller caller, Action action) {
+        try {
+            switch (caller) {
+                case CONDITIONS -> {
+                    long iterator = QueryNatives.open(table, conditionsThat(action));
+                    assertFalse(isTableFreed, "a query of a table that is gone");
+                    while (QueryNatives.next(iterator)) {
+                        Thread.onSpinWait();
+                    }
+                    QueryNatives.close(iterator);
+                }
+                case HOLDER -> Natives.lastGood(table, 0, holderThat(action));
+                case LOGGER_OF_A_LOOKUP -> {
+                    install(action);
+                    Natives.lastMessageId(table, -1);
+                }
+                case LOGGER_OF_A_DROP -> {
+                    install(action);
+                    Natives.drop(table);
+                }
+                default -> Natives.free(Natives.open(providerThat(action), Natives.WRITE));
+            }
+            return NO_ERROR;
+        } catch (JNITboException error) {
+            return error.getErrorCode();
+        } finally {
+            JNITboLibLoader.uninitLibrary();
+        }
+    }
+
+    static Stream<Arguments> everythingByEveryCaller() {
+        return Arrays.stream(Caller.values())
+                .flatMap(caller -> Arrays.stream(Action.values()).map(action -> Arguments.of(caller, action)));
+    }
+
+    @ParameterizedTest
+    @MethodSource("everythingByEveryCaller")
+    void whoeverIsCalledMayDoAnythingToTheTable(Caller caller, Action action) {
+        table = Natives.open(provider(), Natives.WRITE);
+        writeNumbered(table, 1, MESSAGES);
+        watcher = WatcherNatives.initialize(table);
+        int code = run(caller, action);
+        Set<Integer> clean = new HashSet<>(Set.of(NO_ERROR, MASTER_INACTIVE_ERROR));
+        if (caller == Caller.LOGGER_OF_A_LOOKUP) {
+            clean.add(JNITboErrorCodes.INDEX_OUT_OF_BOUNDS_ERROR);  // what the warning is about
+        }
+        assertTrue(clean.contains(code) || caller == Caller.LOGGER_OF_A_DROP, () -> "the operation ended with " + code);
+        assertTrue(calls > 0, "the callback was never called");
+        if (caller == Caller.CONDITIONS && isTableFreed) {
+            assertEquals(MASTER_INACTIVE_ERROR, code);
+        }
+        if (!isWatcherFreed) {
+            WatcherNatives.uninitialize(watcher);
+        }
+        if (!isTableFreed) {
+            Natives.free(table);
+        }
+        long again = openForWriting();
+        writeNumbered(again, 2 * MESSAGES, 2 * MESSAGES);
+        assertEquals(2 * MESSAGES, Natives.lastUniform(again));
+    }
+
+    @Test
+    void aLoggerMayDestroyTheSessionTableThatLogs() {
+        for (boolean isWriting : new boolean[] {true, false}) {
+            long made = SessionNatives.open(provider().named("session"), Natives.WRITE);
+            SessionNatives.free(made);
+            long session = SessionNatives.open(provider().named("session"), isWriting ? Natives.READ : Natives.WRITE);
+            int[] destroyed = new int[1];
+            JNITboLibLoader.setLogFacility(new RecordingFacility() {
+                @Override
+                ILogger logger(String level) {
+                    return (argument, text) -> {
+                        if (++destroyed[0] == 1) {
+                            SessionNatives.free(session);
+                        }
+                    };
+                }
+            });
+            try {
+                if (isWriting) {
+                    SessionNatives.write(session, 1, new int[] {1}, new long[] {5});  // becomes the writer
+                } else {
+                    SessionNatives.drop(session);
+                }
+            } catch (JNITboException ended) {
+                // With whatever code: the table is gone.
+            }
+            JNITboLibLoader.uninitLibrary();
+            if (destroyed[0] == 0) {
+                SessionNatives.free(session);  // nothing was logged
+            }
+        }
     }
 }

@@ -4,6 +4,7 @@ import static org.junit.jupiter.api.Assertions.assertArrayEquals;
 import static org.junit.jupiter.api.Assertions.assertEquals;
 import static org.junit.jupiter.api.Assertions.assertNull;
 import static org.junit.jupiter.api.Assertions.assertThrows;
+import static org.junit.jupiter.api.Assertions.assertTrue;
 
 import java.lang.reflect.Method;
 import java.lang.reflect.Modifier;
@@ -11,6 +12,7 @@ import java.nio.file.Path;
 import java.util.Arrays;
 import java.util.List;
 import org.junit.jupiter.api.Test;
+import org.junit.jupiter.api.function.Executable;
 import org.junit.jupiter.params.ParameterizedTest;
 import org.junit.jupiter.params.provider.CsvSource;
 
@@ -76,8 +78,8 @@ class MessageQueryConditionsTest {
 
     @Test
     void aNameThatTheTableHasNotIsRefused() {
-        StringFieldFilter string = StringFieldFilter.anyOf();
-        NumericFieldFilter numeric = NumericFieldFilter.anyOfLongs();
+        StringFieldFilter string = StringFieldFilter.anyOf("a");
+        NumericFieldFilter numeric = NumericFieldFilter.anyOfLongs(1);
         assertThrows(IllegalArgumentException.class, () -> builder().string("Price", string));
         assertThrows(IllegalArgumentException.class, () -> builder().numeric("Symbol", numeric));
     }
@@ -114,7 +116,7 @@ class MessageQueryConditionsTest {
         assertNull(single.getEndMessageIds());
         assertEquals(4, single.getStartMessageId());
         assertEquals(5, single.getEndMessageId());
-        assertNull(builder.messageIdRanges(new int[0], new int[0]).build().getEndMessageId());
+        assertNull(builder.messageIdRanges(new int[] {0}, new int[0]).build().getEndMessageId());
     }
 
     @Test
@@ -189,5 +191,66 @@ class MessageQueryConditionsTest {
         assertEquals("./", TableConfiguration.builder("orders", Path.of("")).build().getDbRoot());
         assertEquals("data/", TableConfiguration.builder("orders", Path.of("data/")).build().getDbRoot());
         assertEquals("//", TableConfiguration.builder("orders", Path.of("/")).build().getDbRoot());
+    }
+
+    private static void assertRefused(String part, Executable call) {
+        String message = assertThrows(IllegalArgumentException.class, call).getMessage();
+        assertTrue(message.contains(part), message);
+    }
+
+    @Test
+    void aFilterThatIsNullOrEmptyIsRefused() {
+        assertRefused("null", () -> builder().string("Symbol", null));
+        assertRefused("null", () -> builder().numeric("Price", null));
+        assertRefused("null", () -> builder().string(MessageStringField.MSG_TYPE, null));
+        assertRefused("null", () -> builder().numeric(MessageNumericField.SEQ_NUM, null));
+        assertRefused("nothing", () -> builder().string("Symbol", StringFieldFilter.anyOf()));
+        assertRefused("nothing", () -> builder().numeric("Price", NumericFieldFilter.anyOfDoubles()));
+        assertRefused("nothing", () -> builder().numeric("Price", NumericFieldFilter.anyOfLongs()));
+        builder().string("Symbol", StringFieldFilter.anyOf().orAbsent())
+                .numeric("Price", NumericFieldFilter.anyOfLongs().orAbsent()).build();
+    }
+
+    @Test
+    void anEmptySetIsRefusedWhereItWouldMeanAll() {
+        assertRefused("no class", () -> builder().messageClasses());
+        assertRefused("start id", () -> builder().messageIdRanges(new int[0], new int[0]));
+        assertRefused("start id", () -> builder().messageIdRanges(new int[0], new int[] {5}));
+        assertRefused("single id", () -> builder().messageIdRanges(new int[] {5}, new int[] {5}));
+        assertNull(builder().excludeMsgTypes().build().getExcludeMsgTypes(), "nothing is left out");
+        assertRefused("null", () -> builder().excludeMsgTypes("0", null));
+    }
+
+    @Test
+    void aReversedRangeIsRefusedEverywhere() {
+        assertRefused("reversed", () -> builder().seqNumRange(3, 2));
+        assertRefused("reversed", () -> builder().messageIdRange(3, 2));
+        assertRefused("reversed", () -> builder().messageIdRanges(new int[] {3}, new int[] {2}));
+        assertRefused("reversed", () -> builder().startingTime(3).endingTime(2).build());
+        assertRefused("reversed", () -> builder().string("Symbol", StringFieldFilter.between("b", "a")));
+        assertRefused("reversed", () -> builder().numeric("Price", NumericFieldFilter.betweenDoubles(2, 1)));
+        assertRefused("reversed", () -> builder().numeric("Price", NumericFieldFilter.betweenLongs(2, 1)));
+        builder().seqNumRange(3, 3).startingTime(4).endingTime(4).messageIdRange(7, 7).build();
+    }
+
+    @Test
+    void aRangeOfIdsOverMoreThanOneClassIsRefusedWithTheRangesOfTheClasses() {
+        assertRefused("APP_TO 0 to 536870910", () -> builder().messageIdRange(5, 536870911));
+        assertRefused("RESENT 1610612735 to 2147483647", () -> builder().messageIdRange(-1, 5));
+        assertRefused("of no class", () -> builder().messageIdRanges(new int[] {-1}, new int[] {5}));
+    }
+
+    @Test
+    void conditionsAndFiltersSayWhatTheySelect() {
+        assertEquals("all messages", builder().build().toString());
+        String text = builder().backward().seqNumRange(1, 2).possDup(true).excludeMsgTypes("0")
+                .string("Symbol", StringFieldFilter.anyOf("IBM").orBetween("a", null).orAbsent().ignoringCase())
+                .numeric("Price", NumericFieldFilter.anyOfDoubles(1.5).orBetween(2, 3)).build().toString();
+        for (String part : List.of("backward", "seqNums 1 to 2", "possDup true", "[0]", "IBM", "between a and null",
+                "absent", "ignoring case", "1.5", "between 2.0 and 3.0")) {
+            assertTrue(text.contains(part), text);
+        }
+        assertEquals("in [4] or between 5 and 6 or absent",
+                NumericFieldFilter.anyOfLongs(4).orBetween(5, 6).orAbsent().toString());
     }
 }

@@ -23,4 +23,14 @@ public interface IKSVTboMessageListener {
      * @return 0 to go on; any other value ends the read, and no further call comes
      */
     int onGetMessages(int count, long[] timestamps, byte[][] wireMessages, byte[][] nonMetadataFields);
+
+    /**
+     * Told before each batch of a watch which tables its messages come from; does nothing unless it is overridden. A
+     * read of one table does not call it.
+     *
+     * @param tableIndexes for each message the place of its table among those that the watcher was made of, counted
+     *        from 0; belongs to the listener
+     */
+    default void onBatchTables(int[] tableIndexes) {
+    }
 }

@@ -1,5 +1,8 @@
 package com.corvane.kestrova.engine.tabulo;
 
+import java.util.Arrays;
+import java.util.stream.Collectors;
+
 /**
  * The class of a message, told by the range of its connection message id.
  *
@@ -42,6 +45,12 @@ public enum MessageClass {
      */
     public int lastId() {
         return lastId;
+    }
+
+    /** The ranges of all classes, for people. */
+    static String ranges() {
+        return Arrays.stream(values()).map(c -> c + " " + c.firstId + " to " + c.lastId)
+                .collect(Collectors.joining(", "));
     }
 
     /**

@@ -275,6 +275,33 @@ public final class MessageQueryConditions {
         return ask(given.numericFilters, fieldId, NumericFieldFilter::longValues);
     }
 
+    /**
+     * Refuses a table with other fields than those that the conditions were built for: their filters would look at
+     * other fields than was meant.
+     *
+     * @param table the configuration that the table was opened with; null, and nothing is refused, when it is not known
+     * @throws IllegalArgumentException when the names of the string or the numeric fields differ
+     */
+    public void refuseOtherFields(TableConfiguration table) {
+        TableConfiguration own = given.configuration();
+        if (table != null && own != null && !(own.stringFieldsNames().equals(table.stringFieldsNames())
+                && own.numericFieldsNames().equals(table.numericFieldsNames()))) {
+            throw new IllegalArgumentException("the conditions were built for string fields " + own.stringFieldsNames()
+                    + " and numeric fields " + own.numericFieldsNames() + ", and the table has string fields "
+                    + table.stringFieldsNames() + " and numeric fields " + table.numericFieldsNames());
+        }
+    }
+
+    /**
+     * Says what is selected.
+     *
+     * @return the conditions, one after another
+     */
+    @Override
+    public String toString() {
+        return given.toString();
+    }
+
     private static int[] ids(Map<Integer, ?> filters) {
         return filters.isEmpty() ? null : filters.keySet().stream().mapToInt(Integer::intValue).toArray();
     }

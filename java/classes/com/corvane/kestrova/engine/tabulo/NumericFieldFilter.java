@@ -4,10 +4,11 @@ import java.util.Arrays;
 
 /**
  * What a query asks of one numeric field: the value is one of the given ones, or lies inside one of the given
- * intervals, or is absent and absent values were admitted. A filter with nothing in it selects nothing.
+ * intervals, or is absent and absent values were admitted. A filter with nothing in it is refused by the builder of
+ * conditions.
  *
- * <p>The bounds of an interval are not selected unless they are also given as values; an interval whose maximum is not
- * above its minimum selects nothing. A filter compares either doubles or longs: a stored long becomes a double for the
+ * <p>The bounds of an interval are not selected unless they are also given as values; an interval whose maximum is
+ * its minimum selects nothing, and one whose maximum is below its minimum is refused by the builder. A filter compares either doubles or longs: a stored long becomes a double for the
  * first kind, and a stored double is truncated towards zero (not a number gives 0) for the second. In a filter of
  * doubles a stored value that is not a number counts as absent. Objects are immutable; each method gives a new one.
  */
@@ -108,6 +109,43 @@ public final class NumericFieldFilter {
      */
     public NumericFieldFilter orAbsent() {
         return new NumericFieldFilter(type, doubles, longs, true);
+    }
+
+    /**
+     * Says what the filter selects.
+     *
+     * @return the values and intervals
+     */
+    @Override
+    public String toString() {
+        StringBuilder text = new StringBuilder("in ");
+        text.append(type == DOUBLE ? Arrays.toString(doubles[0]) : Arrays.toString(longs[0]));
+        for (int i = 0; i < doubles[1].length; ++i) {
+            text.append(" or between ").append(doubles[1][i]).append(" and ").append(doubles[2][i]);
+        }
+        for (int i = 0; i < longs[1].length; ++i) {
+            text.append(" or between ").append(longs[1][i]).append(" and ").append(longs[2][i]);
+        }
+        return text.append(includeNull ? " or absent" : "").toString();
+    }
+
+    /** Refuses a filter that can only be a mistake: one with nothing in it, or with an interval that is reversed. */
+    void check() {
+        int parts = doubles[0].length + doubles[1].length + longs[0].length + longs[1].length;
+        if (parts == 0 && !includeNull) {
+            throw new IllegalArgumentException("the filter has nothing in it, and would select nothing");
+        }
+        for (int i = 0; i < doubles[1].length; ++i) {
+            if (doubles[1][i] > doubles[2][i]) {
+                throw new IllegalArgumentException(
+                        "an interval is reversed: " + doubles[1][i] + " to " + doubles[2][i]);
+            }
+        }
+        for (int i = 0; i < longs[1].length; ++i) {
+            if (longs[1][i] > longs[2][i]) {
+                throw new IllegalArgumentException("an interval is reversed: " + longs[1][i] + " to " + longs[2][i]);
+            }
+        }
     }
 
     int type() {

@@ -5,7 +5,7 @@ import java.util.List;
 
 /**
  * What a query asks of one string field: the value is one of the given ones, or lies inside one of the given ranges, or
- * is absent and absent values were admitted. A filter with nothing in it selects nothing.
+ * is absent and absent values were admitted. A filter with nothing in it is refused by the builder of conditions.
  *
  * <p>A text that is stored and empty is a value like any other, and is admitted with absent ones. Objects are
  * immutable; each method gives a new one.
@@ -76,6 +76,34 @@ public final class StringFieldFilter {
      */
     public StringFieldFilter ignoringCase() {
         return new StringFieldFilter(values, minimums, maximums, includeNull, true);
+    }
+
+    /**
+     * Says what the filter selects.
+     *
+     * @return the values and ranges
+     */
+    @Override
+    public String toString() {
+        StringBuilder text = new StringBuilder("in ").append(values);
+        for (int i = 0; i < minimums.size(); ++i) {
+            text.append(" or between ").append(minimums.get(i)).append(" and ").append(maximums.get(i));
+        }
+        return text.append(includeNull ? " or absent" : "").append(ignoreCase ? ", ignoring case" : "").toString();
+    }
+
+    /** Refuses a filter that can only be a mistake: one with nothing in it, or with a range that is reversed. */
+    void check() {
+        if (values.isEmpty() && minimums.isEmpty() && !includeNull) {
+            throw new IllegalArgumentException("the filter has nothing in it, and would select nothing");
+        }
+        for (int i = 0; i < minimums.size(); ++i) {
+            String minimum = minimums.get(i);
+            String maximum = maximums.get(i);
+            if (minimum != null && maximum != null && minimum.compareTo(maximum) > 0) {
+                throw new IllegalArgumentException("a range is reversed: " + minimum + " to " + maximum);
+            }
+        }
     }
 
     String[] values() {

@@ -1,11 +1,18 @@
 package com.corvane.kestrova.engine.tabulo.jni;
 
-/** What every failed operation of the library throws: an error code and its text. */
+/**
+ * What every failed operation of the library throws: an error code and its text, and what is known besides: the table,
+ * its file, and in words of the system and of the library what went wrong. When a listener, a configuration provider,
+ * conditions or another object of the caller's threw, that is the cause.
+ */
 public final class JNITboException extends RuntimeException {
-    private static final long serialVersionUID = 1L;
+    private static final long serialVersionUID = 2L;
 
     /** One of {@link JNITboErrorCodes}. */
     private final int errorCode;
+    private String detail;
+    private String table;
+    private String path;
 
     private JNITboException(int errorCode, String message) {
         super(message);
@@ -41,6 +48,35 @@ public final class JNITboException extends RuntimeException {
         return new JNITboException(JNITboErrorCodes.NULL_POINTER_ERROR, "Attempting to watch with a closed watcher");
     }
 
+    /** Adds where it happened, unless that is known already. */
+    JNITboException at(TableName where) {
+        if (table == null && path == null) {
+            table = where.table();
+            path = where.path();
+        }
+        return this;
+    }
+
+    /**
+     * Stores what is known of the error besides its code; the library calls this.
+     *
+     * @param detail words for whoever looks for the reason
+     */
+    public void setDetail(String detail) {
+        this.detail = detail;
+    }
+
+    /**
+     * What is known of the error besides its code: the operation that the system refused, with its file and the
+     * system's own words, and the warnings that the library wrote during the call. The words are for people; they may
+     * change.
+     *
+     * @return the words, or null when there are none
+     */
+    public String getDetail() {
+        return detail;
+    }
+
     /**
      * The error's code.
      *
@@ -48,5 +84,53 @@ public final class JNITboException extends RuntimeException {
      */
     public int getErrorCode() {
         return errorCode;
+    }
+
+    /**
+     * The name of the error's code.
+     *
+     * @return the name of a constant of {@link JNITboErrorCodes}, or "UNKNOWN_ERROR"
+     */
+    public String getErrorName() {
+        return JNITboErrorCodes.nameOf(errorCode);
+    }
+
+    /**
+     * The table that the operation was about.
+     *
+     * @return its name, or null when that is not known, as for a watch on several tables
+     */
+    public String getTable() {
+        return table;
+    }
+
+    /**
+     * The file of the table that the operation was about.
+     *
+     * @return its path, as it was configured, or null when that is not known
+     */
+    public String getPath() {
+        return path;
+    }
+
+    /**
+     * The message with all that is known besides.
+     *
+     * @return class and message, code, table, path and detail
+     */
+    @Override
+    public String toString() {
+        StringBuilder text = new StringBuilder(super.toString());
+        text.append(" (").append(errorCode).append(' ').append(getErrorName()).append(')');
+        if (table != null) {
+            text.append(", table ").append(table);
+        }
+        if (path != null) {
+            text.append(", path ").append(path);
+        }
+        if (detail != null) {
+            text.append(": ").append(detail);
+        }
+        return text.toString();
     }
 }

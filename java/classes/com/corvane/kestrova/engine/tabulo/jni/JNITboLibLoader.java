@@ -1,5 +1,7 @@
 package com.corvane.kestrova.engine.tabulo.jni;
 
+import com.corvane.util.log.ILogFacility;
+import com.corvane.util.log.ILogger;
 import java.nio.file.Path;
 
 /**
@@ -61,6 +63,45 @@ public final class JNITboLibLoader {
      * @param facility a {@link com.corvane.util.log.ILogFacility}
      */
     public static native void setLogFacility(Object facility);
+
+    /**
+     * Sends the library's notes and warnings to a facility, instead of the one installed before, and checks it first.
+     *
+     * @param facility gives the four loggers; asked once for each
+     * @throws IllegalArgumentException when the facility or one of its loggers is null; all then stays as it was
+     */
+    public static void setLogFacility(ILogFacility facility) {
+        if (facility == null) {
+            throw new IllegalArgumentException("the log facility is null");
+        }
+        Object checked = new Loggers(given("debug", facility.debug()), given("info", facility.info()),
+                given("warning", facility.warning()), given("error", facility.error()));
+        try {
+            setLogFacility(checked);
+        } catch (UnsatisfiedLinkError notLoaded) {
+            throw explained(notLoaded);
+        }
+    }
+
+    /** Loggers that are there. */
+    private record Loggers(ILogger debug, ILogger info, ILogger warning, ILogger error) implements ILogFacility {
+    }
+
+    private static ILogger given(String level, ILogger logger) {
+        if (logger == null) {
+            throw new IllegalArgumentException("the log facility has no logger for the level " + level);
+        }
+        return logger;
+    }
+
+    /** What a use before loading says; the library may have been loaded without us, so that only the error tells. */
+    static UnsatisfiedLinkError explained(UnsatisfiedLinkError notLoaded) {
+        UnsatisfiedLinkError explained = new UnsatisfiedLinkError("the library is not loaded: call"
+                + " JNITboLibLoader.load() or load(path of libtabulo.so), and JNITboLibLoader.initLibrary(), first ("
+                + notLoaded.getMessage() + ")");
+        explained.initCause(notLoaded);
+        return explained;
+    }
 
     /**
      * Sets when written data is forced to the disk; it holds for every later flush of every table. At the start it is

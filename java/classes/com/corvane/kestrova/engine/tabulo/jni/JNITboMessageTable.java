@@ -2,8 +2,10 @@ package com.corvane.kestrova.engine.tabulo.jni;
 
 import com.corvane.kestrova.engine.tabulo.IKSVTboMessageListener;
 import com.corvane.kestrova.engine.tabulo.MessageClass;
+import com.corvane.kestrova.engine.tabulo.MessageQueryConditions;
+import java.util.HashSet;
+import java.util.List;
 import java.util.Set;
-import java.util.concurrent.ConcurrentHashMap;
 
 /**
  * A message table: an append-only log of the FIX messages of a connection, each with its metadata and indexed fields.
@@ -12,8 +14,10 @@ import java.util.concurrent.ConcurrentHashMap;
  * message as soon as its write has returned. A stored message survives the end of the process, however it ends; see
  * {@link JNITboLibLoader#setDoSyncToDisk(boolean, int, int)} for the loss of power.
  *
- * <p>One thread at a time uses a table and the iterators opened through it. The native object behind it is freed by
- * {@link #close()} only. Failed operations throw {@link JNITboException}; after close all of them do, with
+ * <p>Any number of threads may use a table and the iterators opened through it: one call at a time runs, and a message
+ * is never torn. The order between threads is theirs to arrange. A callback may use the table that it is called for, but
+ * not close or drop it; a close waits for the call under way on another thread. While a watch runs on the table, calls
+ * from other threads throw {@link IllegalStateException}. The native object behind it is freed by {@link #close()} only. Failed operations throw {@link JNITboException}; after close all of them do, with
  * {@link JNITboErrorCodes#TABLE_CLOSED_ERROR}.
  *
  * <p>Time stamps are the caller's: the library compares them as signed numbers and gives them no unit.
@@ -24,12 +28,14 @@ public final class JNITboMessageTable implements AutoCloseable {
     /** Opens a table for reading and writing, and creates it when it is missing; its directory must be there. */
     public static final int MODE_WRITE = 1;
 
-    private final HandleGuard guard = new HandleGuard(JNITboException::tableClosed);
-    private final Set<JNITboMessageTableIterator> iterators = ConcurrentHashMap.newKeySet();
+    private final TableName name;
+    private final HandleGuard guard;
+    private final Set<JNITboMessageTableIterator> iterators = new HashSet<>();
     private long nativeHandle_;
 
-    private JNITboMessageTable(long handle) {
-        nativeHandle_ = handle;
+    private JNITboMessageTable(TableName name) {
+        this.name = name;
+        guard = new HandleGuard(() -> JNITboException.tableClosed().at(name));
     }
 
     /**
@@ -60,7 +66,15 @@ public final class JNITboMessageTable implements AutoCloseable {
      */
     public static JNITboMessageTable open(Object configProvider, int mode) {
         OpenMode.check(mode);
-        return new JNITboMessageTable(initializeNative(configProvider, mode));
+        JNITboMessageTable table = new JNITboMessageTable(TableName.of(configProvider));
+        try {
+            table.nativeHandle_ = initializeNative(configProvider, mode);
+            return table;
+        } catch (UnsatisfiedLinkError notLoaded) {
+            throw JNITboLibLoader.explained(notLoaded);
+        } catch (JNITboException failed) {
+            throw failed.at(table.name);
+        }
     }
 
     /**
@@ -103,13 +117,17 @@ public final class JNITboMessageTable implements AutoCloseable {
             char msgTypeChar, String msgType, boolean isPossDupFlag, boolean isOutOfSequence, String builtIn0,
             String builtIn1, String wireMessage, String nonMetadataFields, String[] stringFields,
             double[] numericFields) {
-        guard.enter();
-        try {
-            writeMessage(nativeHandle_, uniformId, seqNum, prevSeqNum, connMsgId, timestamp, msgTypeChar, msgType,
-                    isPossDupFlag, isOutOfSequence, builtIn0, builtIn1, wireMessage, nonMetadataFields, stringFields,
-                    numericFields);
-        } finally {
-            guard.leave();
+        synchronized (guard) {
+            guard.begin();
+            try {
+                writeMessage(nativeHandle_, uniformId, seqNum, prevSeqNum, connMsgId, timestamp, msgTypeChar, msgType,
+                        isPossDupFlag, isOutOfSequence, builtIn0, builtIn1, wireMessage, nonMetadataFields, stringFields,
+                        numericFields);
+            } catch (JNITboException failed) {
+                throw failed.at(name);
+            } finally {
+                --guard.uses;
+            }
         }
     }
 
@@ -144,8 +162,8 @@ public final class JNITboMessageTable implements AutoCloseable {
      *        -n below 0 for {@code doubles[n - 1]}; null is fine on a table without numeric fields
      * @param longs long values, at most 16; null for none
      * @param doubles double values, at most 16; null for none
-     * @throws JNITboException {@code STRING_FIELDS_COUNT_MISMATCH_ERROR} when there are fewer string values than
-     *         configured fields; {@code NUMERIC_FIELDS_COUNT_MISMATCH_ERROR} when {@code numericTypes} has fewer
+     * @throws JNITboException {@code STRING_FIELDS_COUNT_MISMATCH_ERROR} when the number of string values is not that
+     *         of the configured fields; {@code NUMERIC_FIELDS_COUNT_MISMATCH_ERROR} when {@code numericTypes} has fewer
      *         elements than there are configured fields; {@code INDEX_OUT_OF_BOUNDS_ERROR} when one of them points
      *         past the values; {@code JNI_ERROR} when a range does not lie in its array; {@code READ_ONLY_ERROR} on a
      *         table opened for reading; the file errors {@code FILE_SEEK_ERROR}, {@code FILE_WRITE_ERROR} and
@@ -156,14 +174,21 @@ public final class JNITboMessageTable implements AutoCloseable {
             String builtIn1, byte[] wire1, int wireOffset1, int wireLength1, byte[] wire2, int wireOffset2,
             int wireLength2, byte[] nonMetadata, int nonMetadataOffset, int nonMetadataLength, String[] stringFields,
             int[] numericTypes, long[] longs, double[] doubles) {
-        guard.enter();
-        try {
-            writeMessage(nativeHandle_, uniformId, seqNum, prevSeqNum, connMsgId, timestamp, msgTypeChar, msgType,
-                    isPossDupFlag, isOutOfSequence, builtIn0, builtIn1, wire1, wireOffset1, wireLength1, wire2,
-                    wireOffset2, wireLength2, nonMetadata, nonMetadataOffset, nonMetadataLength, stringFields,
-                    numericTypes, longs, doubles);
-        } finally {
-            guard.leave();
+        synchronized (guard) {
+            guard.begin();
+            try {
+                if (stringFields != null) {
+                    name.refuseOtherCount(stringFields.length);
+                }
+                writeMessage(nativeHandle_, uniformId, seqNum, prevSeqNum, connMsgId, timestamp, msgTypeChar, msgType,
+                        isPossDupFlag, isOutOfSequence, builtIn0, builtIn1, wire1, wireOffset1, wireLength1, wire2,
+                        wireOffset2, wireLength2, nonMetadata, nonMetadataOffset, nonMetadataLength, stringFields,
+                        numericTypes, longs, doubles);
+            } catch (JNITboException failed) {
+                throw failed.at(name);
+            } finally {
+                --guard.uses;
+            }
         }
     }
 
@@ -181,11 +206,15 @@ public final class JNITboMessageTable implements AutoCloseable {
      *         take it
      */
     public void writeMessage(byte[] frame, int offset, int length) {
-        guard.enter();
-        try {
-            writeMessage(nativeHandle_, frame, offset, length);
-        } finally {
-            guard.leave();
+        synchronized (guard) {
+            guard.begin();
+            try {
+                writeMessage(nativeHandle_, frame, offset, length);
+            } catch (JNITboException failed) {
+                throw failed.at(name);
+            } finally {
+                --guard.uses;
+            }
         }
     }
 
@@ -215,11 +244,15 @@ public final class JNITboMessageTable implements AutoCloseable {
      *         array's length
      */
     public void readMessages(int[] connMsgIds, int count, IKSVTboMessageListener listener) {
-        guard.enter();
-        try {
-            readMessages(nativeHandle_, connMsgIds, count, listener);
-        } finally {
-            guard.leave();
+        synchronized (guard) {
+            guard.begin();
+            try {
+                readMessages(nativeHandle_, connMsgIds, count, listener);
+            } catch (JNITboException failed) {
+                throw failed.at(name);
+            } finally {
+                --guard.uses;
+            }
         }
     }
 
@@ -236,19 +269,33 @@ public final class JNITboMessageTable implements AutoCloseable {
      * @return the iterator, before its first message; close it, or this table's close does
      * @throws JNITboException {@code JNI_ERROR} when {@code conditions} lacks a method or one throws, which is printed
      *         first; {@code NULL_POINTER_ERROR} when {@code conditions}, an accepted value or an excluded MsgType is
-     *         null, or when a backward query finds the file not open any more; {@code WRONG_PARAMETER_ERROR} when a
+     *         null, or when a backward query cannot read the table's end, which the detail explains; {@code WRONG_PARAMETER_ERROR} when a
      *         filter has not as many minimums as maximums; {@code NOT_IMPLEMENTED_ERROR} when the type of a numeric
      *         filter is neither 1 nor 2, or is not given
      */
     public JNITboMessageTableIterator getMessages(Object conditions) {
-        guard.enter();
-        try {
-            JNITboMessageTableIterator iterator =
-                    new JNITboMessageTableIterator(this, getMessages(nativeHandle_, conditions));
-            iterators.add(iterator);
-            return iterator;
-        } finally {
-            guard.leave();
+        synchronized (guard) {
+            guard.begin();
+            try {
+                if (conditions instanceof MessageQueryConditions ours) {
+                    ours.refuseOtherFields(name.fields());
+                }
+                // Made and remembered before there is something native that could be lost.
+                JNITboMessageTableIterator iterator = new JNITboMessageTableIterator(this, guard, name);
+                iterators.add(iterator);
+                try {
+                    iterator.open(getMessages(nativeHandle_, conditions));
+                } finally {
+                    if (!iterator.isOpen()) {
+                        iterators.remove(iterator);
+                    }
+                }
+                return iterator;
+            } catch (JNITboException failed) {
+                throw failed.at(name);
+            } finally {
+                --guard.uses;
+            }
         }
     }
 
@@ -261,11 +308,15 @@ public final class JNITboMessageTable implements AutoCloseable {
      *         {@code MASTER_INACTIVE_ERROR} or {@code FILE_READ_ERROR} on a table opened for reading
      */
     public int getLastMessageId(int classBaseId) {
-        guard.enter();
-        try {
-            return getLastMessageId(nativeHandle_, classBaseId);
-        } finally {
-            guard.leave();
+        synchronized (guard) {
+            guard.begin();
+            try {
+                return getLastMessageId(nativeHandle_, classBaseId);
+            } catch (JNITboException failed) {
+                throw failed.at(name);
+            } finally {
+                --guard.uses;
+            }
         }
     }
 
@@ -282,11 +333,15 @@ public final class JNITboMessageTable implements AutoCloseable {
      *         {@code MASTER_INACTIVE_ERROR} or {@code FILE_READ_ERROR} on a table opened for reading
      */
     public int getLastGoodMsgSeqNum(long sinceTimestamp, Object holder) {
-        guard.enter();
-        try {
-            return getLastGoodMsgSeqNum(nativeHandle_, sinceTimestamp, holder);
-        } finally {
-            guard.leave();
+        synchronized (guard) {
+            guard.begin();
+            try {
+                return getLastGoodMsgSeqNum(nativeHandle_, sinceTimestamp, holder);
+            } catch (JNITboException failed) {
+                throw failed.at(name);
+            } finally {
+                --guard.uses;
+            }
         }
     }
 
@@ -301,11 +356,15 @@ public final class JNITboMessageTable implements AutoCloseable {
      * @throws JNITboException {@code MASTER_INACTIVE_ERROR} or {@code FILE_READ_ERROR} on a table opened for reading
      */
     public int getPendingMsgSeqNum(long sinceTimestamp, boolean last) {
-        guard.enter();
-        try {
-            return getPendingMsgSeqNum(nativeHandle_, sinceTimestamp, last);
-        } finally {
-            guard.leave();
+        synchronized (guard) {
+            guard.begin();
+            try {
+                return getPendingMsgSeqNum(nativeHandle_, sinceTimestamp, last);
+            } catch (JNITboException failed) {
+                throw failed.at(name);
+            } finally {
+                --guard.uses;
+            }
         }
     }
 
@@ -316,11 +375,15 @@ public final class JNITboMessageTable implements AutoCloseable {
      * @throws JNITboException {@code MASTER_INACTIVE_ERROR} or {@code FILE_READ_ERROR} on a table opened for reading
      */
     public int getLastUniformMessageId() {
-        guard.enter();
-        try {
-            return getLastUniformMessageId(nativeHandle_);
-        } finally {
-            guard.leave();
+        synchronized (guard) {
+            guard.begin();
+            try {
+                return getLastUniformMessageId(nativeHandle_);
+            } catch (JNITboException failed) {
+                throw failed.at(name);
+            } finally {
+                --guard.uses;
+            }
         }
     }
 
@@ -330,17 +393,23 @@ public final class JNITboMessageTable implements AutoCloseable {
      *
      * @throws JNITboException {@code READ_ONLY_ERROR} on a table opened for reading, and then nothing is removed;
      *         {@code FILE_TRUNCATE_ERROR} and other file errors
-     * @throws IllegalStateException when one of the table's or an iterator's operations is running
+     * @throws IllegalStateException when it is called from within one of the table's or an iterator's operations, or a
+     *         watcher follows the table
      */
     public void drop() {
-        if (!guard.shut()) {
-            throw JNITboException.tableClosed();
-        }
-        try {
-            closeIterators();
-            dropNative(nativeHandle_);
-        } finally {
-            guard.reopen();
+        synchronized (guard) {
+            if (!guard.isClosable()) {
+                throw JNITboException.tableClosed().at(name);
+            }
+            guard.begin();
+            try {
+                closeIterators();
+                dropNative(nativeHandle_);
+            } catch (JNITboException failed) {
+                throw failed.at(name);
+            } finally {
+                --guard.uses;
+            }
         }
     }
 
@@ -351,38 +420,56 @@ public final class JNITboMessageTable implements AutoCloseable {
      * @throws JNITboException {@code FILE_SEEK_ERROR}, {@code FILE_WRITE_ERROR} or {@code FILE_FLUSH_ERROR} when the
      *         bookkeeping could not be saved, as it is behind a write that failed with one of these; the stored
      *         messages are in the file all the same, and the next open for writing recovers the rest
-     * @throws IllegalStateException when one of the table's or an iterator's operations is running, or a watcher
-     *         follows the table; then the table stays open
+     * @throws IllegalStateException when it is called from within one of the table's or an iterator's operations, or a
+     *         watcher follows the table; then the table stays open
      */
     @Override
     public void close() {
-        if (!guard.shut()) {
-            return;
-        }
-        try {
+        synchronized (guard) {
+            if (!guard.isClosable()) {
+                return;
+            }
             closeIterators();
-        } catch (IllegalStateException iteratorIsUsed) {
-            guard.reopen();
-            throw iteratorIsUsed;
-        }
-        long handle = nativeHandle_;
-        nativeHandle_ = 0;
-        try {
-            closeNative(handle);
-        } finally {
-            uninitializeNative(handle);
+            guard.shut();
+            long handle = nativeHandle_;
+            nativeHandle_ = 0;
+            try {
+                closeNative(handle);
+            } catch (JNITboException failed) {
+                throw failed.at(name);
+            } finally {
+                uninitializeNative(handle);
+            }
         }
     }
 
-    /** Keeps this table open for one of its iterators or for a watcher; gives its handle. */
-    long enter() {
-        guard.enter();
-        return nativeHandle_;
+    /**
+     * Says which table this is.
+     *
+     * @return its name and its file's path, and whether it is closed
+     */
+    @Override
+    public String toString() {
+        return "message table " + name + (nativeHandle_ == 0 ? ", closed" : "");
     }
 
-    /** Ends what {@link #enter()} began. */
-    void leave() {
-        guard.leave();
+    /** What is known of this table besides what is native. */
+    TableName name() {
+        return name;
+    }
+
+    /** The table's handle, for a watcher that refers to it. */
+    long handleForWatcher() {
+        synchronized (guard) {
+            guard.begin();
+            --guard.uses;
+            return nativeHandle_;
+        }
+    }
+
+    /** For a watch on this table: see {@link HandleGuard#beginWatch()}. */
+    HandleGuard guard() {
+        return guard;
     }
 
     void forget(JNITboMessageTableIterator closed) {
@@ -390,7 +477,7 @@ public final class JNITboMessageTable implements AutoCloseable {
     }
 
     private void closeIterators() {
-        for (JNITboMessageTableIterator iterator : iterators) {
+        for (JNITboMessageTableIterator iterator : List.copyOf(iterators)) {
             iterator.close();
         }
     }

@@ -7,8 +7,9 @@ package com.corvane.kestrova.engine.tabulo.jni;
  * an error there is none: numbers are then 0, flags false, the MsgType is empty, texts and arrays are null, and a field
  * that is asked for by its id is 0, empty or refused with {@link JNITboErrorCodes#INDEX_OUT_OF_BOUNDS_ERROR}.
  *
- * <p>An iterator keeps its table reachable, and the table's close or drop closes the iterator. The thread that uses the
- * table uses its iterators. After close every operation throws {@link JNITboException} with
+ * <p>An iterator keeps its table reachable, and the table's close or drop closes the iterator. It has the table's
+ * lock: any number of threads may use it, but what {@link #next()} has found and what the getters give is one message only
+ * while no other thread steps in between. After close every operation throws {@link JNITboException} with
  * {@link JNITboErrorCodes#ITERATOR_CLOSED_ERROR}.
  *
  * <p>When another process drops the table, the iterator ends for good as soon as it sees that the file has become
@@ -16,13 +17,16 @@ package com.corvane.kestrova.engine.tabulo.jni;
  * the old one: the iterator then goes on in it, or finds it damaged.
  */
 public final class JNITboMessageTableIterator implements AutoCloseable {
-    private final HandleGuard guard = new HandleGuard(JNITboException::iteratorClosed);
     private final JNITboMessageTable table;
+    private final HandleGuard guard;
+    private final TableName name;
+    private boolean isStepping;
     private long nativeHandle_;
 
-    JNITboMessageTableIterator(JNITboMessageTable table, long handle) {
+    JNITboMessageTableIterator(JNITboMessageTable table, HandleGuard guard, TableName name) {
         this.table = table;
-        nativeHandle_ = handle;
+        this.guard = guard;
+        this.name = name;
     }
 
     /**
@@ -35,11 +39,18 @@ public final class JNITboMessageTableIterator implements AutoCloseable {
      *         {@code FILE_READ_ERROR}, {@code FILE_SEEK_ERROR}, {@code SYSTEM_FILE_ERROR}, {@code OUT_OF_MEMORY_ERROR}
      */
     public boolean next() {
-        guard.enter();
-        try {
-            return next(nativeHandle_);
-        } finally {
-            guard.leave();
+        synchronized (guard) {
+            check();
+            guard.begin();
+            isStepping = true;
+            try {
+                return next(nativeHandle_);
+            } catch (JNITboException failed) {
+                throw failed.at(name);
+            } finally {
+                isStepping = false;
+                --guard.uses;
+            }
         }
     }
 
@@ -49,11 +60,9 @@ public final class JNITboMessageTableIterator implements AutoCloseable {
      * @return the id
      */
     public int getConnectionMsgId() {
-        guard.enter();
-        try {
+        synchronized (guard) {
+            check();
             return getConnectionMsgId(nativeHandle_);
-        } finally {
-            guard.leave();
         }
     }
 
@@ -63,11 +72,9 @@ public final class JNITboMessageTableIterator implements AutoCloseable {
      * @return the id
      */
     public int getUniformMessageId() {
-        guard.enter();
-        try {
+        synchronized (guard) {
+            check();
             return getUniformMessageId(nativeHandle_);
-        } finally {
-            guard.leave();
         }
     }
 
@@ -77,11 +84,9 @@ public final class JNITboMessageTableIterator implements AutoCloseable {
      * @return the number; negative for a pending message, 0 for none
      */
     public int getMsgSeqNum() {
-        guard.enter();
-        try {
+        synchronized (guard) {
+            check();
             return getMsgSeqNum(nativeHandle_);
-        } finally {
-            guard.leave();
         }
     }
 
@@ -91,11 +96,9 @@ public final class JNITboMessageTableIterator implements AutoCloseable {
      * @return the number, or 0
      */
     public int getPrevSeqNum() {
-        guard.enter();
-        try {
+        synchronized (guard) {
+            check();
             return getPrevSeqNum(nativeHandle_);
-        } finally {
-            guard.leave();
         }
     }
 
@@ -105,11 +108,9 @@ public final class JNITboMessageTableIterator implements AutoCloseable {
      * @return the time stamp, as it was given when the message was written
      */
     public long getTimestamp() {
-        guard.enter();
-        try {
+        synchronized (guard) {
+            check();
             return getTimestamp(nativeHandle_);
-        } finally {
-            guard.leave();
         }
     }
 
@@ -119,11 +120,13 @@ public final class JNITboMessageTableIterator implements AutoCloseable {
      * @return its first five bytes at most, never null
      */
     public String getMsgType() {
-        guard.enter();
-        try {
-            return getMsgType(nativeHandle_);
-        } finally {
-            guard.leave();
+        synchronized (guard) {
+            check();
+            try {
+                return getMsgType(nativeHandle_);
+            } catch (JNITboException failed) {
+                throw failed.at(name);
+            }
         }
     }
 
@@ -133,11 +136,9 @@ public final class JNITboMessageTableIterator implements AutoCloseable {
      * @return the flag
      */
     public boolean getIsPossDupFlag() {
-        guard.enter();
-        try {
+        synchronized (guard) {
+            check();
             return getIsPossDupFlag(nativeHandle_);
-        } finally {
-            guard.leave();
         }
     }
 
@@ -147,11 +148,9 @@ public final class JNITboMessageTableIterator implements AutoCloseable {
      * @return the flag
      */
     public boolean getIsOutOfSequence() {
-        guard.enter();
-        try {
+        synchronized (guard) {
+            check();
             return getIsOutOfSequence(nativeHandle_);
-        } finally {
-            guard.leave();
         }
     }
 
@@ -162,11 +161,13 @@ public final class JNITboMessageTableIterator implements AutoCloseable {
      * @return the text, or null when it is absent
      */
     public String getWireMessage() {
-        guard.enter();
-        try {
-            return getWireMessage(nativeHandle_);
-        } finally {
-            guard.leave();
+        synchronized (guard) {
+            check();
+            try {
+                return getWireMessage(nativeHandle_);
+            } catch (JNITboException failed) {
+                throw failed.at(name);
+            }
         }
     }
 
@@ -176,11 +177,13 @@ public final class JNITboMessageTableIterator implements AutoCloseable {
      * @return a new array, empty for a message that was stored as the empty text, or null when it is absent
      */
     public byte[] getWireMessageAsByteArray() {
-        guard.enter();
-        try {
-            return getWireMessageAsByteArray(nativeHandle_);
-        } finally {
-            guard.leave();
+        synchronized (guard) {
+            check();
+            try {
+                return getWireMessageAsByteArray(nativeHandle_);
+            } catch (JNITboException failed) {
+                throw failed.at(name);
+            }
         }
     }
 
@@ -191,11 +194,13 @@ public final class JNITboMessageTableIterator implements AutoCloseable {
      * @return the text, or null when they are absent
      */
     public String getNonMetadataFields() {
-        guard.enter();
-        try {
-            return getNonMetadataFields(nativeHandle_);
-        } finally {
-            guard.leave();
+        synchronized (guard) {
+            check();
+            try {
+                return getNonMetadataFields(nativeHandle_);
+            } catch (JNITboException failed) {
+                throw failed.at(name);
+            }
         }
     }
 
@@ -205,11 +210,13 @@ public final class JNITboMessageTableIterator implements AutoCloseable {
      * @return a new array, or null when they are absent
      */
     public byte[] getNonMetadataFieldsAsByteArray() {
-        guard.enter();
-        try {
-            return getNonMetadataFieldsAsByteArray(nativeHandle_);
-        } finally {
-            guard.leave();
+        synchronized (guard) {
+            check();
+            try {
+                return getNonMetadataFieldsAsByteArray(nativeHandle_);
+            } catch (JNITboException failed) {
+                throw failed.at(name);
+            }
         }
     }
 
@@ -223,11 +230,13 @@ public final class JNITboMessageTableIterator implements AutoCloseable {
      * @throws JNITboException {@code INDEX_OUT_OF_BOUNDS_ERROR} when no field has that id
      */
     public String getStringField(int fieldId) {
-        guard.enter();
-        try {
-            return getStringField(nativeHandle_, fieldId);
-        } finally {
-            guard.leave();
+        synchronized (guard) {
+            check();
+            try {
+                return getStringField(nativeHandle_, fieldId);
+            } catch (JNITboException failed) {
+                throw failed.at(name);
+            }
         }
     }
 
@@ -242,11 +251,13 @@ public final class JNITboMessageTableIterator implements AutoCloseable {
      * @throws JNITboException {@code INDEX_OUT_OF_BOUNDS_ERROR} when no field has that id
      */
     public long getNumericFieldAsLong(int fieldId) {
-        guard.enter();
-        try {
-            return getNumericFieldAsLong(nativeHandle_, fieldId);
-        } finally {
-            guard.leave();
+        synchronized (guard) {
+            check();
+            try {
+                return getNumericFieldAsLong(nativeHandle_, fieldId);
+            } catch (JNITboException failed) {
+                throw failed.at(name);
+            }
         }
     }
 
@@ -258,27 +269,65 @@ public final class JNITboMessageTableIterator implements AutoCloseable {
      * @throws JNITboException {@code INDEX_OUT_OF_BOUNDS_ERROR} when no field has that id
      */
     public double getNumericFieldAsDouble(int fieldId) {
-        guard.enter();
-        try {
-            return getNumericFieldAsDouble(nativeHandle_, fieldId);
-        } finally {
-            guard.leave();
+        synchronized (guard) {
+            check();
+            try {
+                return getNumericFieldAsDouble(nativeHandle_, fieldId);
+            } catch (JNITboException failed) {
+                throw failed.at(name);
+            }
         }
     }
 
     /**
      * Ends the query and frees the iterator; on a closed iterator it does nothing.
      *
-     * @throws IllegalStateException when one of the iterator's operations is running
+     * @throws IllegalStateException when it is called from within {@link #next()}, as from a logger
      */
     @Override
     public void close() {
-        if (guard.shut()) {
+        synchronized (guard) {
+            if (!guard.isUsable() || nativeHandle_ == 0) {
+                return;
+            }
+            if (isStepping) {
+                throw new IllegalStateException("cannot be closed while one of its operations is running");
+            }
             long handle = nativeHandle_;
             nativeHandle_ = 0;
             table.forget(this);
             close(handle);
         }
+    }
+
+    /**
+     * Says which table this iterator is of.
+     *
+     * @return the table's name and its file's path, and whether the iterator is closed
+     */
+    @Override
+    public String toString() {
+        return "iterator of " + table + (nativeHandle_ == 0 ? ", itself closed" : "");
+    }
+
+    /** Gives the iterator its native part, under the table's lock. */
+    void open(long handle) {
+        nativeHandle_ = handle;
+    }
+
+    boolean isOpen() {
+        return nativeHandle_ != 0;
+    }
+
+    /** Under the table's lock: refuses the use of a closed iterator. */
+    private void check() {
+        if (nativeHandle_ == 0 || !guard.isUsable()) {
+            throw closed();
+        }
+    }
+
+    private JNITboException closed() {
+        return JNITboException.iteratorClosed().at(name);
     }
 
     private static native void close(long handle);

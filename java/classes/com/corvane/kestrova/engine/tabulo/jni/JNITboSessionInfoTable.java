@@ -7,7 +7,7 @@ package com.corvane.kestrova.engine.tabulo.jni;
  * {@link #drop()} it becomes the writer itself, if no other process is, and keeps others from writing until it is
  * closed.
  *
- * <p>One thread at a time uses a table. The native object behind it is freed by {@link #close()} only. Failed
+ * <p>Any number of threads may use a table: one call at a time runs, and a close waits for it. The native object behind it is freed by {@link #close()} only. Failed
  * operations throw {@link JNITboException}; after close all of them do, with {@link
  * JNITboErrorCodes#TABLE_CLOSED_ERROR}.
  */
@@ -17,11 +17,13 @@ public final class JNITboSessionInfoTable implements AutoCloseable {
     /** Opens a table for reading and writing, and creates it when it is missing; its directory must be there. */
     public static final int MODE_WRITE = 1;
 
-    private final HandleGuard guard = new HandleGuard(JNITboException::tableClosed);
+    private final TableName name;
+    private final HandleGuard guard;
     private long nativeHandle_;
 
-    private JNITboSessionInfoTable(long handle) {
-        nativeHandle_ = handle;
+    private JNITboSessionInfoTable(TableName name) {
+        this.name = name;
+        guard = new HandleGuard(() -> JNITboException.tableClosed().at(name));
     }
 
     /**
@@ -44,7 +46,15 @@ public final class JNITboSessionInfoTable implements AutoCloseable {
      */
     public static JNITboSessionInfoTable open(Object configProvider, int mode) {
         OpenMode.check(mode);
-        return new JNITboSessionInfoTable(initializeNative(configProvider, mode));
+        JNITboSessionInfoTable table = new JNITboSessionInfoTable(TableName.of(configProvider));
+        try {
+            table.nativeHandle_ = initializeNative(configProvider, mode);
+            return table;
+        } catch (UnsatisfiedLinkError notLoaded) {
+            throw JNITboLibLoader.explained(notLoaded);
+        } catch (JNITboException failed) {
+            throw failed.at(table.name);
+        }
     }
 
     /**
@@ -59,11 +69,15 @@ public final class JNITboSessionInfoTable implements AutoCloseable {
      *         open it again
      */
     public void write(int[] tags, long[] values) {
-        guard.enter();
-        try {
-            writeFieldsNative(nativeHandle_, tags.length, tags, values);
-        } finally {
-            guard.leave();
+        synchronized (guard) {
+            guard.begin();
+            try {
+                writeFieldsNative(nativeHandle_, tags.length, tags, values);
+            } catch (JNITboException failed) {
+                throw failed.at(name);
+            } finally {
+                --guard.uses;
+            }
         }
     }
 
@@ -88,11 +102,15 @@ public final class JNITboSessionInfoTable implements AutoCloseable {
      */
     public long[] read(int... tags) {
         long[] values = new long[tags.length];
-        guard.enter();
-        try {
-            readFieldsNative(nativeHandle_, tags.length, tags, values);
-        } finally {
-            guard.leave();
+        synchronized (guard) {
+            guard.begin();
+            try {
+                readFieldsNative(nativeHandle_, tags.length, tags, values);
+            } catch (JNITboException failed) {
+                throw failed.at(name);
+            } finally {
+                --guard.uses;
+            }
         }
         return values;
     }
@@ -103,26 +121,43 @@ public final class JNITboSessionInfoTable implements AutoCloseable {
      * @throws JNITboException as {@link #write(int[], long[])} does
      */
     public void drop() {
-        guard.enter();
-        try {
-            dropNative(nativeHandle_);
-        } finally {
-            guard.leave();
+        synchronized (guard) {
+            guard.begin();
+            try {
+                dropNative(nativeHandle_);
+            } catch (JNITboException failed) {
+                throw failed.at(name);
+            } finally {
+                --guard.uses;
+            }
         }
     }
 
     /**
      * Closes the file and frees the table; on a closed table it does nothing.
      *
-     * @throws IllegalStateException when one of the table's operations is running
+     * @throws IllegalStateException when it is called from within one of the table's operations, as from a logger
      */
     @Override
     public void close() {
-        if (guard.shut()) {
-            long handle = nativeHandle_;
-            nativeHandle_ = 0;
-            uninitializeNative(handle);
+        synchronized (guard) {
+            if (guard.isClosable()) {
+                guard.shut();
+                long handle = nativeHandle_;
+                nativeHandle_ = 0;
+                uninitializeNative(handle);
+            }
         }
+    }
+
+    /**
+     * Says which table this is.
+     *
+     * @return its name and its file's path, and whether it is closed
+     */
+    @Override
+    public String toString() {
+        return "session info table " + name + (nativeHandle_ == 0 ? ", closed" : "");
     }
 
     private static native long initializeNative(Object configProvider, int mode);
