@@ -62,13 +62,17 @@ setup_install_packages() {
     return 1
 }
 
-# setup_build <preset> [setting of CMake...]: one line for each step that is compiled on a terminal, else compilers' own
-# words only.
+# setup_build <preset> [setting of CMake...] [--target <target>]: one line for each step that is compiled on a terminal, else
+# compilers' own words only.
 setup_build() {
-    local quiet=()
+    local quiet=() target=()
     [[ -t 1 ]] || quiet=(-- --quiet)
+    if [[ $# -gt 2 && "${*: -2:1}" == --target ]]; then
+        target=(--target "${*: -1}")
+        set -- "${@:1:$#-2}"
+    fi
     setup_say "configuring build/$1"
     cmake --preset "$@" >/dev/null
     setup_say "building build/$1"
-    cmake --build --preset "$1" -j "$(nproc)" "${quiet[@]}"
+    cmake --build --preset "$1" -j "$(nproc)" "${target[@]}" "${quiet[@]}"
 }

@@ -34,6 +34,7 @@ CommandLine::CommandLine()
     app.add_option("--color", colour, "Colour: auto (on a terminal, unless NO_COLOR is set), always or never")
         ->check(CLI::IsMember({"auto", "always", "never"}))
         ->type_name("auto|always|never");
+    app.fallthrough();  // options of every verb may stand behind it; verbs inherit it when they are declared
     for (const Verb* verb : tabulo::tool::verbs()) {
         CLI::App* declared = app.add_subcommand(std::string(verb->name), std::string(verb->summary));
         if (!verb->examples.empty()) {

@@ -71,7 +71,9 @@ struct ShownValue {
     std::string operator()(std::int64_t value) const { return std::to_string(value); }
     std::string operator()(double value) const { return fmt::format("{}", value); }
     std::string operator()(const std::string& text) const { return shownText(text); }
-    std::string operator()(const ListRange& range) const { return fmt::format("{}..{}", range.first, range.last); }
+    std::string operator()(const ListRange& range) const {
+        return range.first == range.last ? std::to_string(range.first) : fmt::format("{}..{}", range.first, range.last);
+    }
     template <typename T>
     std::string operator()(const std::vector<T>& list) const {
         std::string text;

@@ -23,7 +23,8 @@ struct ListRange {
 };
 
 // A value of a row. None is null in JSON and "-" for eyes; a list is an array, and joined with ", " for eyes; pairs are
-// an object; a range is an array of two, and "first..last" for eyes. Doubles that are no number in JSON are texts.
+// an object; a range is an array of two, and "first..last" for eyes, or the one value that it holds. Doubles that are
+// no number in JSON are texts.
 template <typename T>
 using ListPairs = std::vector<std::pair<std::string, T>>;
 using ListValue = std::variant<std::monostate, bool, std::int64_t, double, std::string, std::vector<std::string>,

@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <cstdlib>
 #include <utility>
 
 #include "tool/status.h"
@@ -40,6 +41,16 @@ std::vector<std::string> filteredTexts(const Layout& layout) {
         names.resize(std::min(names.size(), static_cast<std::size_t>(*layout.summarisedTexts)));
     }
     return names;
+}
+
+std::optional<std::int64_t> sampleTime(const TableInfo& info) {
+    return info.lastTime.has_value() ? info.lastTime : info.firstTime;
+}
+
+bool isSameDamage(const Error& a, const Error& b) {
+    constexpr std::int64_t LENGTH_WORD = 8;
+    return a.code() == b.code() && a.offset().has_value() && b.offset().has_value() &&
+           std::abs(*a.offset() - *b.offset()) <= LENGTH_WORD;
 }
 
 ListCell openCell(OpenForWriting open) {

@@ -28,6 +28,10 @@ ListValue optionalValue(const std::optional<T>& value) {
 
 // The names of the texts that have a filter in every block, in the file's order.
 std::vector<std::string> filteredTexts(const Layout& layout);
+// A time of the table, for the guess at their unit; none when it has no messages, or damage in front of them.
+std::optional<std::int64_t> sampleTime(const TableInfo& info);
+// Whether two errors tell of the same damage: a block's damage is told at its length word or at its first message.
+bool isSameDamage(const Error& a, const Error& b);
 // Yes, no, or none for unknown.
 ListCell openCell(OpenForWriting open);
 // A size in bytes.

@@ -29,10 +29,10 @@ enum class BuiltInText { text0, text1, wire, nonMetadata, type };
 // A number of the metadata; flags are 0 or 1.
 enum class BuiltInNumber { uniformId, seqNum, prevSeqNum, id, time, possDup, outOfSequence };
 
-// Which values of a text are wanted: any of those named one after another. Texts are compared byte by byte, up to a
-// zero byte if the stored one holds one; of a type five characters are compared. What selects nothing is refused with
-// wrongParameter: an empty set, a range without anything in it; so is a value with a zero byte. Only anyOf lets whole
-// blocks be skipped, and only where it is neither wider nor without regard to case.
+// Which values of a text are wanted: any of those named one after another. Texts are compared byte by byte, as unsigned
+// bytes and up to a zero byte if the stored one holds one; of a type five characters are compared. What selects nothing
+// is refused with wrongParameter: an empty set, a range without anything in it; so is a value with a zero byte. Only
+// anyOf lets whole blocks be skipped, and only where it is neither wider nor without regard to case.
 class TextCondition {
   public:
     static TextCondition anyOf(std::initializer_list<std::string_view> values);
@@ -47,7 +47,7 @@ class TextCondition {
 
     // The same without regard to the case of ASCII letters. wrongParameter for a condition with ranges.
     TextCondition ignoringCase() const;
-    // What one of the two selects. wrongParameter when only one of them disregards the case.
+    // What one of the two selects. wrongParameter when both have texts and only one of them disregards the case.
     TextCondition operator||(const TextCondition& other) const;
 
     // For the library.
@@ -59,8 +59,9 @@ class TextCondition {
 };
 
 // Which values of a number are wanted. T is double or std::int64_t: a stored integer is compared as a double with the
-// first, a stored double is truncated towards zero for the second. A stored NaN counts as absent among doubles and as 0
-// among integers. Refused with wrongParameter: an empty set, a range without anything in it, NaN.
+// first, a stored double is truncated towards zero for the second, and beyond its ends counts as the end. A stored NaN
+// counts as absent among doubles and as 0 among integers. Refused with wrongParameter: an empty set, a range without
+// anything in it, NaN.
 template <typename T>
 class NumberCondition {
   public:
@@ -95,11 +96,12 @@ struct IdRange {
 };
 
 // A query, put together condition by condition. Without any it selects every message, forwards. Each condition narrows
-// what those before it have selected. Ends of ranges are included, and one without a value is open. No condition turns
-// into "everything": an empty set, a reversed range, ids that belong to no class and conditions on the metadata that
-// exclude each other are refused with wrongParameter, and the query stays as it was.
+// what those before it have selected. Ends of ranges are included, and one without a value is open; not both. No
+// condition turns into "everything": an empty set, a reversed range, ids that belong to no class and conditions on the
+// metadata that exclude each other are refused with wrongParameter, and the query stays as it was.
 //
-// A block of a table is skipped unread when what is recorded about it shows that no message of it is selected.
+// A block of a table is skipped unread when what is recorded about it (smallest and largest values, filters of texts)
+// shows that no message of it is selected; one that only touches the end of a range is read.
 class Query {
   public:
     Query();
@@ -114,6 +116,7 @@ class Query {
 
     // Messages at this place and behind it; messages in front of it. For both directions alike; at last one of each,
     // the newest holds. A place is checked when the query is asked: vseek when no message can stand there.
+    // A place to begin at that lies behind the one to end at selects nothing.
     Query& from(const Position& position);
     Query& before(const Position& position);
 
@@ -157,7 +160,8 @@ class Query {
     std::unique_ptr<api::QueryState> state_;
 };
 
-// Tests single messages against a query's conditions; its positions and its direction are not looked at.
+// Tests single messages against a query's conditions; its positions and its direction are not looked at. One thread at
+// a time uses a Matcher.
 class Matcher {
   public:
     // The errors of asking such a query.

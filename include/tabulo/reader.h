@@ -29,7 +29,34 @@ enum class Ending {
     none,     // it has not ended
     data,     // the end of the data, or the place given with Query::before; the beginning, when backward
     stopped,  // it was asked to stop
-    dropped,  // the table was emptied under it; what it had still to give is gone
+    // The table was emptied under it; what it had still to give is gone. That is seen by a file that has become
+    // shorter: one that was filled again beyond the place before the range was asked again cannot be told from the old
+    // one, and messages of the new content, or damage, may follow.
+    dropped,
+};
+
+// Steps through one of the ranges below, which lends each value until the next one is asked for.
+template <typename Range, typename Value>
+class RangeIterator {
+  public:
+    using iterator_concept = std::input_iterator_tag;
+    using value_type = Value;
+    using difference_type = std::ptrdiff_t;
+
+    explicit RangeIterator(Range* range = nullptr) noexcept : range_(range) {}
+    const Value& operator*() const noexcept { return *range_->current(); }
+    const Value* operator->() const noexcept { return range_->current(); }
+    RangeIterator& operator++() {
+        range_->next();
+        return *this;
+    }
+    void operator++(int) { range_->next(); }
+    friend bool operator==(const RangeIterator& iterator, std::default_sentinel_t) noexcept {
+        return iterator.range_ == nullptr || iterator.range_->current() == nullptr;
+    }
+
+  private:
+    Range* range_;
 };
 
 // The messages that a query selects: an input range that borrows each message until the next one is asked for. Forward,
@@ -38,27 +65,7 @@ enum class Ending {
 // Damage is told by an Error once everything in front of it has been given; asking again gives the same Error.
 class Messages {
   public:
-    class Iterator {
-      public:
-        using iterator_concept = std::input_iterator_tag;
-        using value_type = MessageView;
-        using difference_type = std::ptrdiff_t;
-
-        explicit Iterator(Messages* messages = nullptr) noexcept : messages_(messages) {}
-        const MessageView& operator*() const noexcept { return *messages_->current(); }
-        const MessageView* operator->() const noexcept { return messages_->current(); }
-        Iterator& operator++() {
-            messages_->next();
-            return *this;
-        }
-        void operator++(int) { messages_->next(); }
-        friend bool operator==(const Iterator& iterator, std::default_sentinel_t) noexcept {
-            return iterator.messages_ == nullptr || iterator.messages_->current() == nullptr;
-        }
-
-      private:
-        Messages* messages_;
-    };
+    using Iterator = RangeIterator<Messages, MessageView>;
 
     explicit Messages(std::unique_ptr<api::MessagesState> state) noexcept;  // made by a Reader
     Messages(Messages&&) noexcept;
@@ -113,27 +120,7 @@ struct BlockRecord {
 // The blocks of a table in the order of the file, each read by its footer: an input range like Messages.
 class Blocks {
   public:
-    class Iterator {
-      public:
-        using iterator_concept = std::input_iterator_tag;
-        using value_type = BlockRecord;
-        using difference_type = std::ptrdiff_t;
-
-        explicit Iterator(Blocks* blocks = nullptr) noexcept : blocks_(blocks) {}
-        const BlockRecord& operator*() const noexcept { return *blocks_->current(); }
-        const BlockRecord* operator->() const noexcept { return blocks_->current(); }
-        Iterator& operator++() {
-            blocks_->next();
-            return *this;
-        }
-        void operator++(int) { blocks_->next(); }
-        friend bool operator==(const Iterator& iterator, std::default_sentinel_t) noexcept {
-            return iterator.blocks_ == nullptr || iterator.blocks_->current() == nullptr;
-        }
-
-      private:
-        Blocks* blocks_;
-    };
+    using Iterator = RangeIterator<Blocks, BlockRecord>;
 
     explicit Blocks(std::unique_ptr<api::BlocksState> state) noexcept;  // made by a Reader
     Blocks(Blocks&&) noexcept;
@@ -175,7 +162,8 @@ class Reader {
     std::optional<SequencePoint> firstPending(std::int64_t since = std::numeric_limits<std::int64_t>::min());
     std::optional<SequencePoint> lastPending(std::int64_t since = std::numeric_limits<std::int64_t>::min());
 
-    // Where the first message stands, and where the next one will stand: the place behind the last whole message.
+    // Where the first message stands, and where the next one will stand: the place behind the last whole message. Like
+    // the look-ups above, end() gives consistency when bytes stand there that no crash can have left.
     Position begin() const;
     Position end();
     // The first message, in the order of the file, whose uniform id is at or above this one; end() when there is none.

@@ -104,7 +104,7 @@ struct ClassCounts {
     std::array<std::int64_t, messageClassCount> messages{};  // by class number
     std::int64_t withoutClass = 0;                           // with a negative id
     std::int64_t total = 0;
-    bool complete = true;  // false when the work was stopped
+    bool complete = true;  // false when the work was stopped, or the table dropped meanwhile
 };
 
 // Walks over the whole table and counts. Throws at damage.

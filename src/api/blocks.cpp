@@ -20,6 +20,7 @@ struct BlocksState {
     internal::BlockCursor cursor;
     WorkWatch watch;
     std::int64_t nextOrdinal = 0;
+    std::int64_t givenOpen = -1;  // file offset of the open block that was given last
     BlockRecord record;
     bool isCurrent = false;
     Ending ending = Ending::none;
@@ -90,6 +91,7 @@ void takeBlock(State* state) {
     record.firstMessage = record.ordinal * layout.messagesPerBlock;
     record.offset = block.start;
     record.closed = block_isClosed(block);
+    state->givenOpen = record.closed ? -1 : block.start;
     record.length = block.framesEnd - block.start + (record.closed ? state->blocks->footerSize : 0);
     record.messageCount = block.messageCount;
     takeRanges(state->blocks->summary, layout, &record);
@@ -98,7 +100,9 @@ void takeBlock(State* state) {
 
 [[noreturn]] void failDamaged(State* state, const Call& call) {
     try {
-        call.fail(state->cursor.block.damage, state->cursor.block.framesEnd);
+        const internal::Block& block = state->cursor.block;
+        const bool isOpen = block.state == internal::BlockState::open;
+        call.fail(block.damage, isOpen ? block.framesEnd : block.start);
     } catch (const Error& error) {
         state->damage = error;
         throw;
@@ -122,22 +126,15 @@ void step(State* state) {
         state->watch.rethrow();
         return;
     }
-    if (block.damage != internal::NO_ERROR) {
-        failDamaged(state, call);
-    }
-    const std::int64_t start = state->cursor.position;
-    if (state->nextOrdinal > 0 && start == block.start) {
-        state->ending = Ending::data;  // behind the open block
-        return;
-    }
-    call.check(internal::blockCursor_next(&state->cursor, openTable_file(state->reader->open.get())));
-    const bool isDamaged = block.state == internal::BlockState::damaged;
-    if (!isDamaged && block.messageCount > 0) {
+    internal::TableFile* file = openTable_file(state->reader->open.get());
+    do {
+        call.check(internal::blockCursor_next(&state->cursor, file));
+        // The open block that was given last may have been closed since: then the one behind it is next.
+    } while (block.start == state->givenOpen && state->cursor.position != block.start);
+    if (block.state != internal::BlockState::damaged && block.start != state->givenOpen && block.messageCount > 0) {
         takeBlock(state);
         state->nextOrdinal += 1;
-        return;
-    }
-    if (isDropped(call, *state)) {
+    } else if (isDropped(call, *state)) {
         state->ending = Ending::dropped;
     } else if (block.damage != internal::NO_ERROR) {
         failDamaged(state, call);
@@ -184,7 +181,8 @@ const BlockRecord* Blocks::next() {
     if (state.damage.has_value()) {
         throw Error(*state.damage);
     }
-    if (state.ending == Ending::none) {
+    if (state.ending == Ending::none || state.ending == Ending::data) {
+        state.ending = Ending::none;
         api::step(&state);
     }
     return current();

@@ -10,7 +10,7 @@ ClassCounts countByClass(const std::filesystem::path& path, const Work& work) {
         (messageClass ? counts.messages[static_cast<std::size_t>(*messageClass)] : counts.withoutClass) += 1;
         counts.total += 1;
     }
-    counts.complete = messages.ending() != Ending::stopped;
+    counts.complete = messages.ending() == Ending::data;
     return counts;
 }
 

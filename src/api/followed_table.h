@@ -27,7 +27,8 @@ struct FollowedTable {
     std::optional<FollowEventKind> change;
     std::chrono::steady_clock::time_point changedAt;
 
-    // Where in the table following begins. Throws vseek, and the codes of finding a uniform id.
+    // Where in the table following begins. Throws vseek, and the codes of finding a uniform id. Called here only: as a
+    // member it may look into a FollowFrom.
     static Position startOf(const Call& call, ReaderState& reader, const FollowFrom& from);
 };
 

@@ -15,8 +15,7 @@ namespace tabulo::api {
 // stringFieldsLimit, numericFieldsLimit.
 internal::MessageTableLayout layout_numbers(const Layout& layout);
 
-// The number of the field with this name. Throws wrongParameter for a name that none has, or more than one. Called here
-// only: views of messages ask for fields by name.
+// The number of the field with this name. Throws wrongParameter for a name that none has, or more than one.
 std::size_t layout_textNamed(const Layout& layout, std::string_view name);
 std::size_t layout_numberNamed(const Layout& layout, std::string_view name);
 

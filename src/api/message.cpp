@@ -193,10 +193,10 @@ Position MessageView::next() const noexcept {
 
 std::int64_t MessageView::ordinal() const {
     const api::BlockCounter& counter = state_->counter;
-    const std::int64_t block = state_->blockOrdinal >= 0 || counter.blocksBefore == nullptr
-                                   ? state_->blockOrdinal
-                                   : counter.blocksBefore(counter.owner.get(), state_->position.block);
-    return block * state_->table->numbers.messagesPerBlock + state_->indexInBlock;
+    if (state_->blockOrdinal < 0 && counter.blocksBefore != nullptr) {
+        state_->blockOrdinal = counter.blocksBefore(counter.owner.get(), state_->position.block);
+    }
+    return state_->blockOrdinal * state_->table->numbers.messagesPerBlock + state_->indexInBlock;
 }
 
 namespace api {

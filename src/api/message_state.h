@@ -35,7 +35,7 @@ struct MessageState {
     const std::byte* frame = nullptr;  // message.frameLength bytes
     Position position;
     std::int32_t indexInBlock = 0;
-    std::int64_t blockOrdinal = -1;  // -1: the counter tells
+    mutable std::int64_t blockOrdinal = -1;  // -1: the counter tells, once
     BlockCounter counter;
 };
 

@@ -30,12 +30,13 @@ struct MessagesState {
     MessageView view{&message};
     bool isCurrent = false;
     Ending ending = Ending::none;
+    bool isLast = false;  // the current message is the last one
     bool isOver = false;  // told by the visitor: the walk is to end here
     std::optional<Error> damage;
 
-    std::int64_t block = -1;  // the one at hand
+    std::int64_t block = -1;    // the one at hand
+    bool knowsOrdinal = false;  // of that block
     std::int64_t blockOrdinal = -1;
-    bool countsBlocks = false;  // the walk began with the table's first block, forwards
     std::int64_t blocksRead = 0;
     std::int64_t blocksSkipped = 0;
     std::int64_t messagesRead = 0;
@@ -63,9 +64,19 @@ bool mayGoOn(State* state, std::int64_t offset) {
 
 // The walk has come to a block, which it has not seen before.
 internal::ErrorCode enterBlock(State* state, std::int64_t block) {
+    if (!state->knowsOrdinal && state->message.blockOrdinal >= 0 && state->message.position.block == state->block) {
+        state->knowsOrdinal = true;  // somebody has asked for it
+        state->blockOrdinal = state->message.blockOrdinal;
+    }
     state->block = block;
-    state->blockOrdinal += state->countsBlocks ? 1 : 0;
+    state->blockOrdinal += state->backward ? -1 : 1;
     return mayGoOn(state, block) ? internal::NO_ERROR : endWalk(state, Ending::stopped);
+}
+
+// True when no message behind the one at this offset, in the walk's direction, is wanted. What stands there, damage
+// included, does not concern the walk.
+bool isLast(const State& state, std::int64_t offset) {
+    return state.backward ? offset <= state.first : offset + state.iterator->current.frameLength >= state.end;
 }
 
 internal::ErrorCode onBlock(void* owner, const internal::BlockSummary& summary, internal::Visit* answer) {
@@ -75,9 +86,6 @@ internal::ErrorCode onBlock(void* owner, const internal::BlockSummary& summary, 
     const internal::ErrorCode code = enterBlock(state, block.start);
     if (code != internal::NO_ERROR) {
         return code;
-    }
-    if (state->backward ? block.framesEnd <= state->first : block_framesStart(block) >= state->end) {
-        return endWalk(state, Ending::data);
     }
     const bool isRead =
         state->inverted || internal::query_blockMayMatch(*iterator.conditions, summary, iterator.reader->layout);
@@ -90,9 +98,6 @@ internal::ErrorCode onMessage(void* owner, const internal::MessageView& message,
     auto* state = static_cast<State*>(owner);
     const internal::MessageTableIterator& iterator = *state->iterator;
     const std::int64_t offset = internal::mtIterator_place(&iterator).frame.frame;
-    if (state->backward ? offset < state->first : offset >= state->end) {
-        return endWalk(state, Ending::data);
-    }
     if (iterator.cursor.block.start != state->block) {  // an open or a damaged one
         const internal::ErrorCode code = enterBlock(state, iterator.cursor.block.start);
         if (code != internal::NO_ERROR) {
@@ -100,8 +105,8 @@ internal::ErrorCode onMessage(void* owner, const internal::MessageView& message,
         }
         state->blocksRead += 1;
     }
-    if (state->backward ? offset >= state->end : offset < state->first) {
-        return internal::NO_ERROR;
+    if (offset < state->first || offset >= state->end) {
+        return isLast(*state, offset) ? endWalk(state, Ending::data) : internal::NO_ERROR;
     }
     state->messagesRead += 1;
     if (state->messagesRead % WorkWatch::messagesBetween == 0 && !mayGoOn(state, offset)) {
@@ -109,8 +114,10 @@ internal::ErrorCode onMessage(void* owner, const internal::MessageView& message,
     }
     if (internal::query_messageMatches(*iterator.conditions, message) != state->inverted) {
         *answer = internal::Visit::stop;
+        state->isLast = isLast(*state, offset);
+        return internal::NO_ERROR;
     }
-    return internal::NO_ERROR;
+    return isLast(*state, offset) ? endWalk(state, Ending::data) : internal::NO_ERROR;
 }
 
 void showCurrent(State* state) {
@@ -120,7 +127,7 @@ void showCurrent(State* state) {
     message.frame = reinterpret_cast<const std::byte*>(place.bytes);
     message.position = {place.frame.block, place.frame.frame};
     message.indexInBlock = place.indexInBlock;
-    message.blockOrdinal = state->blockOrdinal;
+    message.blockOrdinal = state->knowsOrdinal ? state->blockOrdinal : -1;
     state->isCurrent = true;
 }
 
@@ -130,10 +137,7 @@ bool isDamage(internal::ErrorCode code) {
 }
 
 // The walk has failed. Damage stays damage; other failures may pass.
-[[noreturn]] void failWalk(State* state, const Call& call, internal::ErrorCode code) {
-    const internal::MessageTableIterator& iterator = *state->iterator;
-    const bool inBlock = iterator.place == internal::IteratorPlace::inBlock;
-    const std::int64_t offset = inBlock ? iterator.frames.position : iterator.cursor.block.start;
+[[noreturn]] void failWalk(State* state, const Call& call, internal::ErrorCode code, std::int64_t offset) {
     try {
         call.fail(code, offset);
     } catch (const Error& error) {
@@ -144,33 +148,60 @@ bool isDamage(internal::ErrorCode code) {
     }
 }
 
+// Where the walk stands.
+std::int64_t offsetOf(const internal::MessageTableIterator& iterator) {
+    switch (iterator.place) {
+        case internal::IteratorPlace::inBlock:
+            return iterator.frames.position;
+        case internal::IteratorPlace::done:
+            return iterator.endOffset;
+        default:
+            return iterator.cursor.block.start;
+    }
+}
+
+// All that was wanted has been given. A walk backward tells what it has met behind the table's last message.
+void finish(State* state, const Call& call) {
+    if (state->ending == Ending::data && state->iterator->endCode != internal::NO_ERROR) {
+        failWalk(state, call, state->iterator->endCode, state->iterator->endOffset);
+    }
+}
+
 // One step of the walk. True when a message has become current.
 bool step(State* state) {
     const Call call(state->reader->path);
+    if (state->isLast || state->watch.isStopped()) {
+        (void)endWalk(state, state->isLast ? Ending::data : Ending::stopped);  // there is no walk to end by its code
+        finish(state, call);
+        return false;
+    }
     bool end = true;
     const internal::ErrorCode code = internal::mtIterator_next(state->iterator.get(), &end);
     state->watch.rethrow();
     if (state->isOver) {
+        finish(state, call);
         return false;
     }
     if (code != internal::NO_ERROR) {
-        failWalk(state, call, code);
+        failWalk(state, call, code, offsetOf(*state->iterator));
     }
     if (end) {
-        const bool isGone = state->iterator->place == internal::IteratorPlace::gone;
+        const internal::IteratorPlace place = state->iterator->place;
+        const bool isGone = place == internal::IteratorPlace::gone;
         state->ending = isGone ? Ending::dropped : Ending::data;
-        state->isOver = isGone || state->backward;
+        state->isOver = isGone || place == internal::IteratorPlace::done;
     }
     return !end;
 }
 
 std::int64_t countBlocks(void* owner, std::int64_t block) {
-    auto* reader = static_cast<ReaderState*>(owner);
+    const auto* reader = static_cast<const ReaderState*>(owner);
     return reader_blocksBefore(Call(reader->path), *reader, block);
 }
 
-// Where the walk begins, and what of the table it covers.
-std::int64_t boundWalk(const Call& call, State* state, const QueryState& query) {
+// The first place of what the walk covers, and the one behind it.
+std::pair<internal::FramePlace, internal::FramePlace> boundWalk(const Call& call, State* state,
+                                                                const QueryState& query) {
     ReaderState& reader = *state->reader;
     const Position first = query.from.value_or(reader_begin(reader));
     if (query.from.has_value()) {
@@ -183,11 +214,11 @@ std::int64_t boundWalk(const Call& call, State* state, const QueryState& query) 
         state->end = query.before->offset;
         end = std::min(end, state->end);
     }
-    state->first = first.offset;
+    state->first = query.from.has_value() ? first.offset : 0;
     state->watchedFrom = state->backward ? end : first.offset;
     state->watch.begin(std::max<std::int64_t>(0, end - first.offset));
     if (!state->backward) {
-        return first.block;
+        return {{first.block, first.offset}, {0, state->end}};
     }
     // What is wrong with the open block is told behind its messages.
     const internal::ErrorCode code = internal::mt_refresh(reader.open.get());
@@ -195,7 +226,8 @@ std::int64_t boundWalk(const Call& call, State* state, const QueryState& query) 
         call.check(code);
     }
     const std::int64_t last = internal::mt_openBlockStart(reader.open.get());
-    return query.before.has_value() ? std::min(query.before->block, last) : last;
+    const std::int64_t block = query.before.has_value() ? std::min(query.before->block, last) : last;
+    return {{first.block, first.offset}, {block, state->end}};
 }
 
 }  // namespace
@@ -208,12 +240,12 @@ Messages reader_messages(const std::shared_ptr<ReaderState>& reader, const Query
     state->backward = asked.backward;
     state->inverted = asked.inverted;
     internal::QueryConditionsPtr conditions = query_build(asked, *reader->table);
-    const std::int64_t block = boundWalk(call, state.get(), asked);
-    state->countsBlocks = !state->backward && block == reader_begin(*reader).block;
+    const auto [first, end] = boundWalk(call, state.get(), asked);
+    state->knowsOrdinal = !state->backward && first.block == reader_begin(*reader).block;
     state->message.table = reader->table;
     state->message.counter = {countBlocks, reader};
     state->iterator.reset(internal::mtIterator_openAt(reader->open.get(), conditions.release(),
-                                                      {state.get(), onBlock, onMessage}, block));
+                                                      {state.get(), onBlock, onMessage}, first, end));
     if (state->iterator == nullptr) {
         call.fail(internal::OUT_OF_MEMORY_ERROR);
     }

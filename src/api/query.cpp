@@ -26,6 +26,9 @@ std::string textOf(const Range<T>& range) {
 template <typename T>
 std::optional<Range<T>> narrowed(const char* what, const std::optional<Range<T>>& before, std::optional<T> first,
                                  std::optional<T> last) {
+    if (!first.has_value() && !last.has_value()) {
+        refuse("a range of " + std::string(what) + " without a first and a last one");
+    }
     Range<T> range{first.value_or(std::numeric_limits<T>::min()), last.value_or(std::numeric_limits<T>::max())};
     if (range.last < range.first) {
         refuse("the range of " + std::string(what) + " from " + textOf(range) + " is reversed");

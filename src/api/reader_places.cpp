@@ -20,27 +20,64 @@ internal::BlockCursor cursorAt(const ReaderState& reader, std::int64_t block) {
                                     internal::BlockCursor::ZeroWords::judged);
 }
 
-// Steps from the cursor's place to the block at `block`, and counts. False when none begins there.
-bool stepTo(const Call& call, internal::BlockCursor* cursor, internal::TableFile* file, std::int64_t block,
-            std::int64_t* steps) {
+// How a way through the blocks ended.
+enum class Way {
+    there,    // a block begins there
+    past,     // the blocks pass over it, or end before it
+    damaged,  // a damaged block is in the way
+};
+
+// Steps from the cursor's place to the block at `block`, and counts.
+Way stepTo(const Call& call, internal::BlockCursor* cursor, internal::TableFile* file, std::int64_t block,
+           std::int64_t* steps) {
     while (cursor->position < block) {
         const std::int64_t start = cursor->position;
         call.check(internal::blockCursor_next(cursor, file));
         if (cursor->block.state == internal::BlockState::damaged) {
-            call.fail(cursor->block.damage, cursor->block.framesEnd);
+            return Way::damaged;
         }
         if (cursor->position == start) {
-            return false;
+            return Way::past;
         }
         *steps += 1;
     }
-    return cursor->position == block;
+    return cursor->position == block ? Way::there : Way::past;
 }
 
-// True when a block begins there, told by the footer in front of it.
-bool followsFooter(const ReaderState& reader, internal::TableFile* file, std::int64_t block) {
-    return block == reader_begin(reader).block ||
-           internal::mfr_loadPreviousFooter(reader.blocks.get(), file, block) == internal::NO_ERROR;
+// Steps as stepTo with the length words alone: the usual case, with 8 bytes read a block. False when they do not lead
+// there.
+bool leadTo(const Call& call, const ReaderState& reader, internal::TableFile* file, std::int64_t block,
+            std::int64_t* steps) {
+    std::int64_t size = 0;
+    call.check(internal::tableFileGetSize(file, &size));
+    std::int64_t position = reader_begin(reader).block;
+    for (*steps = 0; position < block && block <= size; ++*steps) {
+        std::uint64_t length = 0;
+        call.check(internal::blockReader_readWord(file, position, &length));
+        if (!internal::blockReader_isLength(*reader.blocks, length, size - position)) {
+            return false;
+        }
+        position += static_cast<std::int64_t>(length);
+    }
+    return position == block;
+}
+
+// True when a block begins there. Where damage is in the way from the beginning, the footer in front of the block and
+// the block itself decide.
+bool isBlock(const Call& call, const ReaderState& reader, internal::TableFile* file, std::int64_t block) {
+    std::int64_t steps = 0;
+    if (leadTo(call, reader, file, block, &steps)) {
+        return true;
+    }
+    internal::BlockCursor cursor = cursorAt(reader, reader_begin(reader).block);
+    const Way way = stepTo(call, &cursor, file, block, &steps);
+    if (way != Way::damaged) {
+        return way == Way::there;
+    }
+    internal::BlockCursor there = cursorAt(reader, block);
+    call.check(internal::blockCursor_next(&there, file));
+    return internal::mfr_loadPreviousFooter(reader.blocks.get(), file, block) == internal::NO_ERROR ||
+           block_isClosed(there.block);
 }
 
 // Looks for the place among the frames of its block.
@@ -86,7 +123,7 @@ Position reader_end(const Call& call, const ReaderState& reader) {
     return {place.block, place.frame};
 }
 
-void reader_checkPlace(const Call& call, ReaderState& reader, const Position& position) {
+void reader_checkPlace(const Call& call, const ReaderState& reader, const Position& position) {
     internal::TableFile* file = openTable_file(reader.open.get());
     std::int64_t size = 0;
     call.check(internal::tableFileGetSize(file, &size));
@@ -98,10 +135,7 @@ void reader_checkPlace(const Call& call, ReaderState& reader, const Position& po
     if (position.offset - internal::BLOCK_LENGTH_SIZE < position.block) {
         failPlace(call, position, "messages stand behind their block's length");
     }
-    // A footer can be damaged where the chain of blocks is whole: that decides then.
-    internal::BlockCursor cursor = cursorAt(reader, first.block);
-    std::int64_t steps = 0;
-    if (!followsFooter(reader, file, position.block) && !stepTo(call, &cursor, file, position.block, &steps)) {
+    if (!isBlock(call, reader, file, position.block)) {
         failPlace(call, position, "no block begins there");
     }
     if (position.offset != internal::framePlace_first(position.block).frame) {
@@ -109,16 +143,21 @@ void reader_checkPlace(const Call& call, ReaderState& reader, const Position& po
     }
 }
 
-std::int64_t reader_blocksBefore(const Call& call, ReaderState& reader, std::int64_t block) {
-    const std::int64_t first = reader_begin(reader).block;
-    const bool goesOn = reader.countedBlock >= first && reader.countedBlock <= block;
-    internal::BlockCursor cursor = cursorAt(reader, goesOn ? reader.countedBlock : first);
-    std::int64_t ordinal = goesOn ? reader.countedOrdinal : 0;
-    if (!stepTo(call, &cursor, openTable_file(reader.open.get()), block, &ordinal)) {
-        call.fail(internal::VSEEK_ERROR, block, "no block begins there: the table was dropped");
+std::int64_t reader_blocksBefore(const Call& call, const ReaderState& reader, std::int64_t block) {
+    internal::TableFile* file = openTable_file(reader.open.get());
+    std::int64_t ordinal = 0;
+    if (leadTo(call, reader, file, block, &ordinal)) {
+        return ordinal;
     }
-    reader.countedBlock = block;
-    reader.countedOrdinal = ordinal;
+    internal::BlockCursor cursor = cursorAt(reader, reader_begin(reader).block);
+    ordinal = 0;
+    const Way way = stepTo(call, &cursor, file, block, &ordinal);
+    if (way == Way::damaged) {
+        call.fail(cursor.block.damage, cursor.block.start, "the blocks in front of the message cannot be counted");
+    }
+    if (way == Way::past) {
+        call.fail(internal::VSEEK_ERROR, block, "no block begins there any more: the table was dropped");
+    }
     return ordinal;
 }
 

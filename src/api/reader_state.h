@@ -19,9 +19,6 @@ struct ReaderState {
     std::shared_ptr<TableState> table;
     internal::MessageTablePtr open;
     internal::BlockReaderPtr blocks;  // for look-ups of blocks
-    // The block whose number was asked for last.
-    std::int64_t countedBlock = 0;
-    std::int64_t countedOrdinal = 0;
 };
 
 // The table at a path, with the layout that its file has. Throws what a Reader does.
@@ -35,8 +32,9 @@ Position reader_begin(const ReaderState& reader) noexcept;
 Position reader_end(const Call& call, const ReaderState& reader);
 
 // Throws vseek for a place at which no message stands or will stand, and what reading the block gives.
-void reader_checkPlace(const Call& call, ReaderState& reader, const Position& position);
-// How many blocks stand in front of the one at this offset. Throws vseek when none begins there.
-std::int64_t reader_blocksBefore(const Call& call, ReaderState& reader, std::int64_t block);
+void reader_checkPlace(const Call& call, const ReaderState& reader, const Position& position);
+// How many blocks stand in front of the one at this offset. Throws the codes of damage in front of it, and vseek when
+// none begins there.
+std::int64_t reader_blocksBefore(const Call& call, const ReaderState& reader, std::int64_t block);
 
 }  // namespace tabulo::api

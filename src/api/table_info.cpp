@@ -1,11 +1,6 @@
 #include "tabulo/table_info.h"
 
-#include <algorithm>
-#include <charconv>
 #include <limits>
-#include <string_view>
-#include <system_error>
-#include <utility>
 
 #include "api/call.h"
 #include "api/open_table.h"
@@ -179,24 +174,6 @@ OpenForWriting findWriter(const Call& call, const std::string& path) {
     }
 }
 
-// The offset in the name of a cut file of this table, and its number among several: "orders.cut-4096-1".
-std::optional<std::pair<std::int64_t, std::int64_t>> parseCutName(std::string_view name, std::string_view table) {
-    constexpr std::string_view MARK = ".cut-";
-    if (!name.starts_with(table) || !name.substr(table.size()).starts_with(MARK)) {
-        return std::nullopt;
-    }
-    name.remove_prefix(table.size() + MARK.size());
-    std::pair<std::int64_t, std::int64_t> numbers{0, 0};
-    const char* const end = name.data() + name.size();
-    auto parsed = std::from_chars(name.data(), end, numbers.first);
-    if (parsed.ec == std::errc() && parsed.ptr != end && *parsed.ptr == '-') {
-        parsed = std::from_chars(parsed.ptr + 1, end, numbers.second);
-    }
-    return parsed.ec == std::errc() && parsed.ptr == end && numbers.first >= 0 && numbers.second >= 0
-               ? std::optional(numbers)
-               : std::nullopt;
-}
-
 }  // namespace
 
 }  // namespace api
@@ -226,36 +203,6 @@ OpenForWriting isOpenForWriting(const std::filesystem::path& path) {
     const std::string checked = api::checkedPath(path);
     const api::Call call(path);
     return api::findWriter(call, checked);
-}
-
-std::vector<std::filesystem::path> cutFilesOf(const std::filesystem::path& path) {
-    api::checkedPath(path);
-    const std::filesystem::path folder = path.has_parent_path() ? path.parent_path() : std::filesystem::path(".");
-    const std::string table = path.filename().string();
-    std::vector<std::pair<std::pair<std::int64_t, std::int64_t>, std::filesystem::path>> found;
-    std::error_code error;
-    std::filesystem::directory_iterator entry(folder, error);
-    while (!error && entry != std::filesystem::directory_iterator()) {
-        const std::filesystem::path name = entry->path().filename();
-        if (const auto numbers = api::parseCutName(name.string(), table)) {
-            found.emplace_back(*numbers, path.has_parent_path() ? path.parent_path() / name : name);
-        }
-        entry.increment(error);
-    }
-    if (error) {
-        Error::Details details;
-        details.code = Code::fileOpen;
-        details.path = folder;
-        details.systemText = error.message();
-        throw Error(std::move(details));
-    }
-    std::sort(found.begin(), found.end());
-    std::vector<std::filesystem::path> files;
-    files.reserve(found.size());
-    for (auto& [numbers, file] : found) {
-        files.push_back(std::move(file));
-    }
-    return files;
 }
 
 }  // namespace tabulo

@@ -33,6 +33,7 @@ class WorkWatch {
         }
         return thrown_ == nullptr && !work_.stop.stop_requested();
     }
+    bool isStopped() const noexcept { return work_.stop.stop_requested(); }
     // Throws what the callback has thrown, once.
     void rethrow() {
         if (thrown_ != nullptr) {

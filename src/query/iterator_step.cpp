@@ -1,11 +1,14 @@
 #include "query/iterator_step.h"
 
+#include <algorithm>
+
 namespace tabulo::internal {
 
 namespace {
 
-std::int64_t headerEnd(const MessageTableIterator* iterator) {
-    return iterator->reader->storage->headerSize;
+// The block that a walk backward ends with.
+std::int64_t firstBlock(const MessageTableIterator* iterator) {
+    return std::max(iterator->firstBlock, std::int64_t{iterator->reader->storage->headerSize});
 }
 
 bool isFull(const MessageTableIterator* iterator) {
@@ -218,8 +221,9 @@ ErrorCode startBackward(MessageTableIterator* iterator, TableFile* file) {
         iterator->place = IteratorPlace::gone;
         return NO_ERROR;
     }
-    if (block.state == BlockState::open && block.damage != NO_ERROR) {
+    if (block.state == BlockState::open && block.damage != NO_ERROR && iterator->end == INT64_MAX) {
         iterator->endCode = block.damage;
+        iterator->endOffset = block.framesEnd;
     }
     bool skipped = block.messageCount == 0 && block.state != BlockState::damaged;
     if (block_isClosed(block)) {
@@ -241,7 +245,7 @@ ErrorCode stepBack(MessageTableIterator* iterator, TableFile* file) {
     ErrorCode code = NO_ERROR;
     if (iterator->place == IteratorPlace::beforeStart) {
         code = readOpenBlock(iterator, file);
-    } else if (before.block.start <= headerEnd(iterator)) {
+    } else if (before.block.start <= firstBlock(iterator)) {
         iterator->place = IteratorPlace::done;
         return iterator->endCode;
     } else {
@@ -288,6 +292,10 @@ ErrorCode walkBackward(MessageTableIterator* iterator, TableFile* file, bool* en
 ErrorCode iteratorStep_forward(MessageTableIterator* iterator, TableFile* file, bool* end) noexcept {
     for (;;) {
         if (iterator->place != IteratorPlace::inBlock) {
+            if (iterator->cursor.position + BLOCK_LENGTH_SIZE >= iterator->end) {
+                iterator->place = IteratorPlace::done;
+                return NO_ERROR;
+            }
             const ErrorCode code = loadForward(iterator, file);
             const bool isAhead = iterator->cursor.position != iterator->cursor.block.start;
             if (code != NO_ERROR || isDone(iterator) || (iterator->place != IteratorPlace::inBlock && !isAhead)) {

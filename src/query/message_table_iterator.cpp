@@ -123,14 +123,20 @@ MessageTableIterator* mtIterator_open(MessageTable* table, QueryConditions* cond
 }
 
 MessageTableIterator* mtIterator_openAt(MessageTable* table, QueryConditions* conditions, const MessageVisitor& visitor,
-                                        std::int64_t block) noexcept {
+                                        const FramePlace& first, const FramePlace& end) noexcept {
     MessageTableIteratorPtr iterator = create(table, QueryConditionsPtr(conditions));
     if (iterator == nullptr) {
         return nullptr;
     }
+    const bool backward = conditions->iterateBackward;
     iterator->match = visitor;
     iterator->startIsLast = true;
-    begin(iterator.get(), block);
+    iterator->firstBlock = first.block;
+    iterator->end = end.frame;
+    begin(iterator.get(), backward ? end.block : first.block);
+    if (backward && end.frame == framePlace_first(end.block).frame) {
+        iterator->place = IteratorPlace::betweenBlocks;  // of that block itself nothing is wanted
+    }
     return iterator.release();
 }
 

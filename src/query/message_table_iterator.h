@@ -48,19 +48,22 @@ struct MessageTableIterator {
     std::int32_t stringValueCount = 0;
     std::int32_t numericValueCount = 0;
     bool startIsLast = false;      // a walk backward begins at the block at the cursor, not at the open one
+    std::int64_t firstBlock = 0;   // a walk backward ends with the block at this file offset,
+    std::int64_t end = INT64_MAX;  // and one forward before the block that would begin its frames there
     ErrorCode endCode = NO_ERROR;  // what a backward walk returns when it has delivered all it could
+    std::int64_t endOffset = 0;    // and where in the file that is
     std::int64_t openings = 0;     // of the table's storage, when the iterator was opened
 };
 
 // An iterator over the table, owned by the caller. It owns the conditions from this call on, also when it fails: null
 // for a null argument, when memory is short, or when a backward iterator's refresh fails.
 MessageTableIterator* mtIterator_open(MessageTable* table, QueryConditions* conditions) noexcept;
-// The same over blocks from one on: the walk, forward or backward, begins with the block at this file offset, where a
-// block begins or will begin; and with a visitor in the place of query_match's, which decides alone: its onBlock about
-// closed blocks, its onMessage about every message of the others, with Visit::stop to make it current. It may ask
-// mtIterator_place meanwhile. Null when memory is short.
+// The same between two places, which are known to be such: of blocks outside none is read. Its visitor takes the place
+// of query_match's and decides alone: onBlock about closed blocks, onMessage about every message of the others, also
+// those of the two outer blocks that stand outside, with Visit::stop to make it current. It may ask mtIterator_place
+// meanwhile. Null when memory is short.
 MessageTableIterator* mtIterator_openAt(MessageTable* table, QueryConditions* conditions, const MessageVisitor& visitor,
-                                        std::int64_t block) noexcept;
+                                        const FramePlace& first, const FramePlace& end) noexcept;
 // Frees the iterator with its conditions; null is accepted.
 void mtIterator_close(MessageTableIterator* iterator) noexcept;
 

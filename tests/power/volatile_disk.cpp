@@ -161,19 +161,11 @@ struct VolatileDisk::Hooks {
 };
 
 VolatileDisk::VolatileDisk() {
-    record_ = {Hooks::open,
-               Hooks::lock,
-               Hooks::unlock,
-               Hooks::readAt,
-               Hooks::writeAt,
-               Hooks::sync,
-               Hooks::syncDirectory,
-               Hooks::truncate,
+    record_ = {Hooks::open,    Hooks::lock,   Hooks::unlock,        Hooks::readAt,
+               Hooks::writeAt, Hooks::sync,   Hooks::syncDirectory, Hooks::truncate,
                Hooks::size,
-               Hooks::close,
-               Hooks::remove,
-               Hooks::now,
-               Hooks::writtenBeforeStart};
+               nullptr,  // isAt: nobody asks whether a file of this disk was replaced
+               Hooks::close,   Hooks::remove, Hooks::now,           Hooks::writtenBeforeStart};
     active = this;
     previous_ = filePlatform_install(&record_);
 }

@@ -47,6 +47,9 @@ def _open_parenthesis(head):
     return -1
 
 
+_FUNCTION_NAME = re.compile(r"((?:\w+\s*(?:<[^<>()]*>\s*)?::\s*)*~?\w+)\s*(?:<[^<>()]*>\s*)?$")
+
+
 def _named(head):
     """The name of the function that a declaration's text is about, and what stands behind its parameters; or nothing."""
     head = re.sub(r"\[\[.*?\]\]", " ", head, flags=re.DOTALL)
@@ -54,14 +57,14 @@ def _named(head):
     if _NOT_A_FUNCTION.match(head):
         return None
     begins = _open_parenthesis(head)
-    name = re.search(r"((?:\w+\s*::\s*)*~?\w+)\s*(?:<[^<>()]*>\s*)?$", head[:begins]) if begins > 0 else None
+    name = _FUNCTION_NAME.search(head[:begins]) if begins > 0 else None
     if not name or head[begins + 1:].lstrip().startswith("*"):
         return None
     depth = 0
     for place in range(begins, len(head)):
         depth += {"(": 1, ")": -1}.get(head[place], 0)
         if depth == 0:
-            return re.sub(r"\s", "", name.group(1)), head[place + 1:].strip()
+            return re.sub(r"<[^<>()]*>|\s", "", name.group(1)), head[place + 1:].strip()
     return None
 
 

@@ -119,6 +119,13 @@ class DeadDeclarationsTest(unittest.TestCase):
         self.write("src/query/query.cpp", "void use() {\n    log_write(1);\n}\n")
         self.expect('src/core/log.h:3: log_write says "No caller of ours:" and is named in src/query/query.cpp.')
 
+    def test_members_of_a_class_template_are_found_behind_its_header(self):
+        self.write("include/tabulo/query.h", "template <typename T>\nclass Range {\npublic:\n    static Range above(T value);\n};\n")
+        self.write("tests/api/query_test.cpp", "TEST(Range, IsAbove) {\n    Range<int>::above(1);\n}\n")
+        self.expect("include/tabulo/query.h:4: Range::above is declared and not defined.")
+        self.write("src/api/range.cpp", "template <typename T>\nRange<T> Range<T>::above(T value) {\n    return Range(value);\n}\n")
+        self.expect()
+
     def test_a_public_function_needs_a_definition_and_a_test(self):
         self.write("include/tabulo/reader.h", "class Reader {\npublic:\n    Reader();\n    int count() const;\n};\n")
         self.write("src/api/reader.cpp", "Reader::Reader() {}\n")

@@ -29,8 +29,8 @@ void redirect(int descriptor, const std::string& path, int flags) {
     ::close(opened);
 }
 
-// Replaces this process by the command; 121 when that fails.
-int execute(const std::vector<std::string>& arguments, const CommandSettings& settings) {
+// Replaces this process by a program with its words, the first of which is its name; 121 when that fails.
+int execute(const char* program, std::vector<std::string> words, const CommandSettings& settings) {
     if (!settings.directory.empty() && ::chdir(settings.directory.c_str()) != 0) {
         return 120;
     }
@@ -40,14 +40,13 @@ int execute(const std::vector<std::string>& arguments, const CommandSettings& se
         const std::size_t equals = variable.find('=');
         ::setenv(variable.substr(0, equals).c_str(), variable.substr(equals + 1).c_str(), 1);
     }
-    std::vector<std::string> words{"tabulo"};
-    words.insert(words.end(), arguments.begin(), arguments.end());
+    ::setenv("TABULO", TABULO_COMMAND, 1);
     std::vector<char*> pointers;
     for (std::string& word : words) {
         pointers.push_back(word.data());
     }
     pointers.push_back(nullptr);
-    ::execv(TABULO_COMMAND, pointers.data());
+    ::execv(program, pointers.data());
     return 121;
 }
 
@@ -65,9 +64,13 @@ std::string readTerminal(int descriptor) {
     return printed;
 }
 
-}  // namespace
+std::vector<std::string> commandWords(const std::vector<std::string>& arguments) {
+    std::vector<std::string> words{"tabulo"};
+    words.insert(words.end(), arguments.begin(), arguments.end());
+    return words;
+}
 
-ProgramResult runCommand(const std::vector<std::string>& arguments, const CommandSettings& settings) {
+ProgramResult runProgram(const char* program, const std::vector<std::string>& words, const CommandSettings& settings) {
     const TemporaryDirectory scratch;
     const std::string input = scratch.file("input");
     const std::string output = scratch.file("output");
@@ -77,7 +80,7 @@ ProgramResult runCommand(const std::vector<std::string>& arguments, const Comman
         redirect(STDIN_FILENO, input, O_RDONLY);
         redirect(STDOUT_FILENO, output, O_WRONLY | O_CREAT | O_TRUNC);
         redirect(STDERR_FILENO, errors, O_WRONLY | O_CREAT | O_TRUNC);
-        return execute(arguments, settings);
+        return execute(program, words, settings);
     });
     if (settings.meanwhile) {
         settings.meanwhile(child.id());
@@ -88,6 +91,16 @@ ProgramResult runCommand(const std::vector<std::string>& arguments, const Comman
     result.output = readText(output);
     result.errors = readText(errors);
     return result;
+}
+
+}  // namespace
+
+ProgramResult runCommand(const std::vector<std::string>& arguments, const CommandSettings& settings) {
+    return runProgram(TABULO_COMMAND, commandWords(arguments), settings);
+}
+
+ProgramResult runScript(const std::string& script, const CommandSettings& settings) {
+    return runProgram("/bin/bash", {"bash", "-c", script}, settings);
 }
 
 ProgramResult runOnTerminal(const std::vector<std::string>& arguments, int columns, const CommandSettings& settings) {
@@ -106,7 +119,7 @@ ProgramResult runOnTerminal(const std::vector<std::string>& arguments, int colum
         ::dup2(terminal, STDIN_FILENO);
         ::dup2(terminal, STDOUT_FILENO);
         ::dup2(terminal, STDERR_FILENO);
-        return execute(arguments, settings);
+        return execute(TABULO_COMMAND, commandWords(arguments), settings);
     });
     ::close(terminal);
     ProgramResult result;
@@ -119,6 +132,26 @@ ProgramResult runOnTerminal(const std::vector<std::string>& arguments, int colum
     reader.join();
     ::close(master);
     return result;
+}
+
+std::string withLockList(std::string output) {
+    const auto replaceAll = [&output](std::string_view what, std::string_view with) {
+        for (std::size_t at = 0; (at = output.find(what, at)) != std::string::npos;) {
+            output.replace(at, what.size(), with);
+        }
+    };
+    replaceAll("  ", " ");
+    replaceAll(" unknown ", " no ");
+    replaceAll("\"openForWriting\":null", "\"openForWriting\":false");
+    return output;
+}
+
+int occurrences(std::string_view text, std::string_view wanted) {
+    int count = 0;
+    for (std::size_t at = 0; (at = text.find(wanted, at)) != std::string_view::npos; at += wanted.size()) {
+        ++count;
+    }
+    return count;
 }
 
 Layout ordersLayout(std::int32_t messagesPerBlock) {

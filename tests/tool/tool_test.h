@@ -37,10 +37,18 @@ struct CommandSettings {
 
 // Runs build/<preset>/tabulo with arguments to its end; output and errors are its standard output and standard error.
 ProgramResult runCommand(const std::vector<std::string>& arguments, const CommandSettings& settings = {});
-// The same with a terminal of so many columns as its standard output and standard error; what it has printed there is
-// in `output`, with the line ends of a terminal ("\r\n") turned into "\n".
+// Runs a script of bash, to which $TABULO names the command.
+ProgramResult runScript(const std::string& script, const CommandSettings& settings = {});
+// The same as runCommand with a terminal of so many columns as its standard output and standard error; what it has
+// printed there is in `output`, with the line ends of a terminal ("\r\n") turned into "\n".
 ProgramResult runOnTerminal(const std::vector<std::string>& arguments, int columns,
                             const CommandSettings& settings = {});
+
+// An output in which every stretch of blanks is one, as a system says it that has a list of locks: where there is none,
+// nobody knows who has a closed table open.
+std::string withLockList(std::string output);
+// How often a text stands in another.
+int occurrences(std::string_view text, std::string_view wanted);
 
 // A layout with two texts and two numbers.
 Layout ordersLayout(std::int32_t messagesPerBlock = 4);

@@ -1,7 +1,9 @@
 // blocks: what is recorded about each block of a message table.
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <cmath>
+#include <cstddef>
 #include <memory>
 #include <string>
 #include <vector>
@@ -37,6 +39,15 @@ ListCell idsCell(const BlockRecord& block) {
     return {ids};
 }
 
+// The names, made different where they are not: they become keys.
+std::vector<std::string> keysOf(std::vector<std::string> names) {
+    for (std::size_t i = 0; i < names.size(); ++i) {
+        const bool repeats = std::count(names.begin(), names.begin() + static_cast<std::ptrdiff_t>(i), names[i]) > 0;
+        names[i] += names[i].empty() || repeats ? fmt::format("#{}", i) : "";
+    }
+    return names;
+}
+
 // How many of each filter's bits are set, in percent to a hundredth.
 ListCell fillCell(const BlockRecord& block, const std::vector<std::string>& texts) {
     ListPairs<double> fill;
@@ -44,7 +55,7 @@ ListCell fillCell(const BlockRecord& block, const std::vector<std::string>& text
     for (std::size_t i = 0; i < block.filterBitsSet.size() && i < texts.size(); ++i) {
         const double percent = std::round(block.filterBitsSet[i] * 10000.0 / BlockRecord::filterBits) / 100;
         fill.emplace_back(texts[i], percent);
-        shown += fmt::format("{}{} {:.1f} %", shown.empty() ? "" : ", ", shownText(texts[i]), percent);
+        shown += fmt::format("{}{} {:.1f}", shown.empty() ? "" : ", ", shownText(texts[i]), percent);
     }
     return block.closed ? ListCell{fill, shown} : ListCell{};
 }
@@ -55,14 +66,14 @@ ListRecord rowOf(const BlockRecord& block, const std::vector<std::string>& texts
     record.add("offset", "OFFSET", {block.offset});
     record.add("length", "LENGTH", {block.length});
     record.add("closed", "CLOSED", {block.closed});
-    record.add("firstMessage", "FIRST", {block.firstMessage});
+    record.add("firstMessage", "FIRST MSG", {block.firstMessage});
     record.add("messages", "MESSAGES", {std::int64_t{block.messageCount}});
     record.add("uids", "UIDS", rangeCell(block.uniformIds));
     record.add("seqs", "SEQS", rangeCell(block.seqNums));
     record.addTime("firstTime", "FROM", block.times.first, times);
     record.addTime("lastTime", "TO", block.times.last, times);
     record.add("ids", "IDS", idsCell(block));
-    record.add("filterFill", "FILTER FILL", fillCell(block, texts));
+    record.add("filterFill", "FILTER FILL %", fillCell(block, texts));
     return record;
 }
 
@@ -72,7 +83,7 @@ void show(Console& console, const BlocksOptions& options) {
         throw Failure(fmt::format("{} is a folder; name one table", shownPath(options.file)));
     }
     Reader reader = std::move(openTables(console, files).front());
-    const std::vector<std::string> texts = filteredTexts(reader.layout());
+    const std::vector<std::string> texts = keysOf(filteredTexts(reader.layout()));
     TimesOfTables times(options.times, console);
     std::unique_ptr<Listing> listing;
     Work work;

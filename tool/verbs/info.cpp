@@ -25,20 +25,11 @@ struct InfoOptions {
     TimeOptions times;
 };
 
-// The messages of each class; those in front of it when damage is met, which is told.
-ClassCounts countMessages(Console& console, const TableInfo& info) {
-    const Work work = console.watched(fmt::format("counting {}", shownText(info.name)));
-    try {
-        return countByClass(info.path, work);
-    } catch (const Error& error) {
-        const bool isTold = info.problem.has_value() && std::string_view(info.problem->what()) == error.what();
-        if (!isTold) {
-            console.warn(error.what());
-        }
-    }
+// The messages of each class; those in front of it when damage is met, which is told and becomes the table's problem.
+ClassCounts countMessages(Console& console, TableInfo& info) {
     ClassCounts counts;
-    counts.complete = false;
     try {
+        const Work work = console.watched(fmt::format("counting {}", shownText(info.name)));
         Messages messages = Reader(info.path).messages({}, work);
         while (const MessageView* message = messages.next()) {
             const auto messageClass = message->messageClass();
@@ -46,7 +37,16 @@ ClassCounts countMessages(Console& console, const TableInfo& info) {
             ++(messageClass.has_value() ? counts.messages[static_cast<std::size_t>(*messageClass)]
                                         : counts.withoutClass);
         }
-    } catch (const Error&) {  // it has just been told
+        counts.complete = messages.ending() == Ending::data;
+        if (!counts.complete) {
+            console.warn(fmt::format("{} was emptied while its messages were counted", shownPath(info.path)));
+        }
+    } catch (const Error& error) {
+        counts.complete = false;
+        if (!info.problem.has_value() || !isSameDamage(*info.problem, error)) {
+            console.warn(error.what());
+            info.problem = error;
+        }
     }
     return counts;
 }
@@ -77,7 +77,7 @@ void addCounts(const TableInfo& info, const ClassCounts& counts, ListRecord* rec
     record->add("messages", "messages", {info.messageCount});
     record->add("closedBlocks", "closed blocks", {info.closedBlocks});
     record->add("openMessages", "in the open block", {std::int64_t{info.openMessages}});
-    record->add("counts", counts.complete ? "by class" : "in front of damage", {byClass});
+    record->add("counts", counts.complete ? "by class" : "by class, so far", {byClass});
     record->add("withoutClass", counts.withoutClass > 0 ? "without a class" : "", {counts.withoutClass});
     record->add("countsComplete", "", {counts.complete});
     record->add("lastIds", "last ids", {lastIds});
@@ -95,13 +95,13 @@ void addSequence(const std::string& key, const std::string& title, const std::op
 // The unit, as it was given or guessed.
 ListCell unitCell(const Times& times, bool isGuessed) {
     if (!times.unit().has_value()) {
-        return {{}, "unknown (--time-unit)"};
+        return {{}, "not known (--time-unit)"};
     }
     const std::string name(timeUnitName(*times.unit()));
     return {name, isGuessed ? name + " (guessed)" : name};
 }
 
-void addMessages(Console& console, const TableInfo& info, const Times& times, bool isGuessed, ListRecord* record) {
+void addMessages(Console& console, TableInfo& info, const Times& times, bool isGuessed, ListRecord* record) {
     addCounts(info, countMessages(console, info), record);
     addSequence("lastGood", "last good", info.lastGood, times, record);
     addSequence("firstPending", "first pending", info.firstPending, times, record);
@@ -127,7 +127,7 @@ void addNoMessages(ListRecord* record) {
     }
 }
 
-ListRecord recordOf(Console& console, const TableInfo& info, const Times& times, bool isGuessed) {
+ListRecord recordOf(Console& console, TableInfo& info, const Times& times, bool isGuessed) {
     const bool hasMessages = info.kind == TableKind::messages;
     ListRecord record;
     record.add("table", "table", {info.name});
@@ -158,11 +158,11 @@ void show(Console& console, const InfoOptions& options) {
     for (const NamedFile& file : expandPaths(console, options.files)) {
         Console::checkInterrupt();
         try {
-            const TableInfo info = inspect(file.path);
+            TableInfo info = inspect(file.path);
             if (info.problem.has_value()) {
                 console.warn(info.problem->what());
             }
-            const ListRecord record = recordOf(console, info, times.of(info.lastTime), options.times.unit.empty());
+            const ListRecord record = recordOf(console, info, times.of(sampleTime(info)), options.times.unit.empty());
             console.write(isFirst || options.format == ListFormat::ndjson ? "" : "\n");
             isFirst = false;
             printRecord(console, options.format, record.columns, record.row);

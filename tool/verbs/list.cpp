@@ -91,7 +91,7 @@ void list(Console& console, const ListOptions& options) {
             if (info.problem.has_value()) {
                 console.warn(info.problem->what());
             }
-            const ListRecord record = rowOf(info, times.of(info.lastTime), cutFiles.of(file.path));
+            const ListRecord record = rowOf(info, times.of(sampleTime(info)), cutFiles.of(file.path));
             if (listing == nullptr) {
                 listing = std::make_unique<Listing>(console, options.format, record.columns);
             }

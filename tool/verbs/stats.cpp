@@ -31,15 +31,13 @@ struct StatsOptions {
     TimeOptions times;
 };
 
-// A time of the tables, for the guess at their unit.
-std::optional<std::int64_t> sampleTime(const std::vector<Reader>& readers) {
-    for (const Reader& reader : readers) {
-        const TableInfo info = inspect(reader.path());
-        if (info.lastTime.has_value()) {
-            return info.lastTime;
-        }
+// A time of the first table that has one.
+std::optional<std::int64_t> firstSample(const std::vector<Reader>& readers) {
+    std::optional<std::int64_t> sample;
+    for (auto reader = readers.begin(); reader != readers.end() && !sample.has_value(); ++reader) {
+        sample = sampleTime(inspect(reader->path()));
     }
-    return std::nullopt;
+    return sample;
 }
 
 // The tables' names; their paths where two have the same.
@@ -125,7 +123,7 @@ void show(Console& console, const StatsOptions& options) {
     }
     std::vector<Reader> readers = openTables(console, expandPaths(console, options.files));
     const std::vector<std::string> names = namesOf(readers);
-    const Times times(options.times, sampleTime(readers), console);
+    const Times times(options.times, firstSample(readers), console);
     const bool hasTimes =
         std::any_of(parts.begin(), parts.end(), [](const GroupPart& part) { return isTime(part.by); });
     if (hasTimes && !times.unit().has_value()) {

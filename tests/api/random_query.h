@@ -1,0 +1,14 @@
+// Random queries over random tables.
+#pragma once
+
+#include "tests/api/query_model.h"
+#include "tests/api/random_stored.h"
+
+namespace tabulo::test {
+
+// A query whose values mostly come from the table, or lie close to its; what is wrong with a refusal goes to `fault`.
+ModelQuery randomQuery(Random& random, const StoredTable& table, std::string* fault);
+// The same without places and direction: up to three conditions.
+void addRandomConditions(Random& random, const StoredTable& table, ModelQuery& model, std::string* fault);
+
+}  // namespace tabulo::test

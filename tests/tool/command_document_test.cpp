@@ -1,0 +1,117 @@
+// What the document of the command says: its examples print what they show, and objects have the keys that it lists.
+#include <rapidjson/document.h>
+
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "tabulo/writer.h"
+#include "tests/tool/tool_test.h"
+
+namespace tabulo::tool::test {
+
+namespace {
+
+const std::string DOCUMENT = TABULO_SOURCE_DIRECTORY "/docs/command_looking.part";
+
+std::vector<std::string> linesOf(const std::string& text) {
+    std::vector<std::string> lines;
+    std::istringstream stream(text);
+    for (std::string line; std::getline(stream, line);) {
+        lines.push_back(line);
+    }
+    return lines;
+}
+
+// The keys in the table of fields under "### `tabulo <verb>".
+std::vector<std::string> documentedKeys(const std::string& verb) {
+    std::vector<std::string> keys;
+    bool isVerb = false;
+    for (const std::string& line : linesOf(readText(DOCUMENT))) {
+        if (line.starts_with("#")) {
+            isVerb = line.starts_with("### `tabulo " + verb + " ");
+        }
+        const std::string cell = line.starts_with("| `") ? line.substr(1, line.find(" | ") - 1) : "";
+        for (std::size_t begin = 0; isVerb && (begin = cell.find('`', begin)) != std::string::npos;) {
+            const std::size_t end = cell.find('`', begin + 1);
+            keys.push_back(cell.substr(begin + 1, end - begin - 1));
+            begin = end + 1;
+        }
+    }
+    return keys;
+}
+
+// The keys of an object.
+std::vector<std::string> keysOf(const std::string& line) {
+    std::vector<std::string> keys;
+    rapidjson::Document json;
+    json.Parse(line.c_str());
+    EXPECT_TRUE(!json.HasParseError() && json.IsObject()) << line;
+    if (json.IsObject()) {
+        for (const auto& member : json.GetObject()) {
+            keys.emplace_back(member.name.GetString());
+        }
+    }
+    return keys;
+}
+
+class CommandDocumentTest : public ToolTest {
+  protected:
+    CommandDocumentTest() {
+        makeOrders("orders", 23);
+        makeSession("session");
+    }
+};
+
+TEST_F(CommandDocumentTest, EveryExamplePrintsWhatItShows) {
+    CommandSettings settings;
+    settings.directory = directory.path();
+    int examples = 0;
+    std::string command;
+    std::string shown;
+    for (const std::string& line : linesOf(readText(DOCUMENT))) {
+        if (line.starts_with("$ ")) {
+            command = line.substr(2);
+            shown.clear();
+        } else if (line == "```" && !command.empty()) {
+            const ProgramResult result = runScript("tabulo() { \"$TABULO\" \"$@\"; }\n" + command, settings);
+            EXPECT_EQ(withLockList(result.output), withLockList(shown)) << command;
+            EXPECT_EQ(result.status, 0) << command << ": " << result.errors;
+            command.clear();
+            ++examples;
+        } else {
+            shown += line + "\n";
+        }
+    }
+    EXPECT_GE(examples, 8);
+}
+
+TEST_F(CommandDocumentTest, ObjectsHaveTheKeysThatAreListedInTheirOrder) {
+    const std::vector<std::vector<std::string>> commands = {
+        {"ls", "orders"},
+        {"ls", "session"},
+        {"info", "orders"},
+        {"info", "session"},
+        {"blocks", "orders"},
+        {"session", "session"},
+        {"stats", "orders", "--by", "type,class,table,field:NAME,minute,hour,day"},
+    };
+    Writer::create(file("named"), {.texts = {"NAME"}}).close();
+    for (std::vector<std::string> arguments : commands) {
+        const std::string verb = arguments[0];
+        arguments.insert(arguments.end(), {"-o", "ndjson"});
+        if (verb == "stats") {
+            arguments.emplace_back("named");  // it has the field
+        }
+        const ProgramResult result = run(arguments);
+        EXPECT_EQ(result.status, 0) << result.errors;
+        for (const std::string& line : linesOf(result.output)) {
+            EXPECT_EQ(keysOf(line), documentedKeys(verb)) << verb << ": " << line;
+        }
+        EXPECT_NE(result.output, "") << verb;
+    }
+}
+
+}  // namespace
+
+}  // namespace tabulo::tool::test
