@@ -28,6 +28,7 @@ CommandLine::CommandLine()
           "tabulo") {
     app.formatter(std::make_shared<Formatter>());
     app.require_subcommand(1);
+    app.fallthrough();  // verbs take it over when they are added: the command's options may stand behind a verb
     app.add_option("--debug-log", debugLog, "Append a trace of the library's operations to this file")
         ->type_name("FILE");
     app.add_option("--color", colour, "Colour: auto (on a terminal, unless NO_COLOR is set), always or never")

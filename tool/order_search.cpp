@@ -41,9 +41,16 @@ std::size_t OrderSearch::tablesFound() const noexcept {
         std::ranges::count_if(tables_, [](const Table& table) { return table.first.has_value(); }));
 }
 
+std::size_t OrderSearch::clOrdIds() const noexcept {
+    return ids_.setOf(OrderIdKind::client).size() - unseen_.size();
+}
+
 void OrderSearch::search(const std::vector<OrderId>& begin) {
     for (const OrderId& id : begin) {
         ids_.add(id);
+        if (id.kind == OrderIdKind::client) {
+            unseen_.emplace_back(id.value);
+        }
     }
     for (bool isNew = true; isNew;) {
         isNew = false;
@@ -72,8 +79,11 @@ bool OrderSearch::searchTable(Table& table) {
         someTime_ = someTime_ ? someTime_ : message->time();
         table.first = table.first ? std::min(*table.first, message->position()) : message->position();
         table.behindLast = std::max(table.behindLast, message->next());
-        if (!idsOfMessage_.areOfSeveralOrders()) {
-            for (const OrderId& id : idsOfMessage_.ids()) {
+        for (const OrderId& id : idsOfMessage_.ids()) {
+            if (id.kind == OrderIdKind::client) {
+                std::erase(unseen_, id.value);
+            }
+            if (!idsOfMessage_.areOfSeveralOrders()) {
                 newFrom = ids_.add(id) ? message->next() : newFrom;
             }
         }

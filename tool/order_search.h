@@ -25,7 +25,8 @@ class OrderSearch {
     // Messages that belong to the order are there, in so many tables.
     bool hasFound() const noexcept { return tablesFound() > 0; }
     std::size_t tablesFound() const noexcept;
-    const OrderIds& ids() const noexcept { return ids_; }
+    // How many ClOrdIDs the order has.
+    std::size_t clOrdIds() const noexcept;
 
     // The next message by the tables' times; a table's own order never changes, and ties follow the order of the
     // tables. Null at the end. Valid until the next call.
@@ -70,6 +71,7 @@ class OrderSearch {
     Console& console_;
     std::vector<Table> tables_;
     OrderIds ids_;
+    std::vector<std::string> unseen_;  // ClOrdIDs with which the search began and that no message has had yet
     OrderIdsOfMessage idsOfMessage_;
     std::optional<std::int64_t> someTime_;
     bool isGiving_ = false;

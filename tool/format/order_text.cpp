@@ -65,7 +65,7 @@ class OrderText : public OrderReport {
         if (life.reports() > 0 && life.value(OrderField::status)) {
             status = named(OrderField::status, *life.value(OrderField::status));
         }
-        const std::string ids = end.clOrdIds > 1 ? fmt::format("{} linked ClOrdIDs", end.clOrdIds) : std::string();
+        const std::string ids = end.clOrdIds > 1 ? fmt::format("{} ClOrdIDs", end.clOrdIds) : std::string();
         std::vector<ListColumn> columns = {{"", "FINAL STATE"}, {"", "CLORDID"}, {"", "LINKED"},
                                            {"", "ORDERID"},     {"", "ORDER"},   {"", "FILLED"},
                                            {"", "STORED"},      {"", "FROM"},    {"", "TO"}};
@@ -152,13 +152,19 @@ class OrderText : public OrderReport {
             text += price ? " at " + *price : std::string();
         }
         addPart(&text, changes(step));
-        addPart(&text, named(OrderField::orderRejectReason, step.value(OrderField::orderRejectReason)));
-        addPart(&text, named(OrderField::cancelRejectReason, step.value(OrderField::cancelRejectReason)));
-        if (step.value(OrderField::text)) {
-            addPart(&text, "\"" + *step.value(OrderField::text) + "\"");
-        }
+        const std::string reason = reasonOf(step);
+        addPart(&text, reason);
+        const std::string said = step.value(OrderField::text).value_or("");
+        addPart(&text, said.empty() || said == reason ? "" : "\"" + said + "\"");
         addPart(&text, step.isLate ? "older than what is known" : text.empty() ? "nothing new" : "");
         return text;
+    }
+
+    // Why an order, or a request to change one, was rejected.
+    std::string reasonOf(const OrderStep& step) const {
+        std::string reason = named(OrderField::orderRejectReason, step.value(OrderField::orderRejectReason));
+        addPart(&reason, named(OrderField::cancelRejectReason, step.value(OrderField::cancelRejectReason)));
+        return reason;
     }
 
     std::string asked(const OrderStep& step) const {

@@ -72,7 +72,7 @@ void showOrder(Console& console, const OrderOptions& options) {
         end.lastTime = message->time();
         report->add(*message, life.take(*message));
     }
-    end.clOrdIds = search.ids().setOf(OrderIdKind::client).size();
+    end.clOrdIds = search.clOrdIds();
     end.tables = search.tablesFound();
     report->end(life, end);
     console.flush();
