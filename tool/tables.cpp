@@ -182,11 +182,12 @@ const MessageView* MergedMessages::advance(std::size_t table) {
 }
 
 const MessageView* MergedMessages::nextInTurn() {
-    while (given_ < messages_.size()) {
+    while (turn_ < messages_.size()) {
+        given_ = backward_ ? messages_.size() - 1 - turn_ : turn_;
         if (const MessageView* message = advance(given_)) {
             return message;
         }
-        ++given_;
+        ++turn_;
     }
     return nullptr;
 }

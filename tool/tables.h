@@ -48,7 +48,7 @@ enum class MergeBy { uniformId, time, nothing };
 
 // The messages that queries select in several tables. By uniform id or time the head of each table is compared; a
 // table's own order never changes, and ties follow the order of the tables. By nothing one table follows the other.
-// All queries go in the same direction.
+// All queries go in the same direction; backward, the order of the tables is the reverse, too.
 class MergedMessages {
   public:
     // One query for each table, with the name by which the user is told of it.
@@ -84,6 +84,7 @@ class MergedMessages {
     bool begun_ = false;
     bool hasGiven_ = false;  // the table of the last message has not been asked for its next one yet
     std::size_t given_ = 0;
+    std::size_t turn_ = 0;      // of the tables that follow one another, how many are done
     std::int32_t givenId_ = 0;  // the last message's uniform id
     bool repeatTold_ = false;
 };

@@ -1,0 +1,81 @@
+#include "tests/tool/live_command.h"
+
+#include <fcntl.h>
+#include <signal.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <sstream>
+#include <thread>
+
+namespace tabulo::tool::test {
+
+namespace {
+
+void appendTo(int descriptor, const std::string& path) {
+    const int opened = ::open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0666);
+    ::dup2(opened, descriptor);
+    ::close(opened);
+}
+
+template <typename Condition>
+bool await(const Condition& condition) {
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+    while (!condition()) {
+        if (std::chrono::steady_clock::now() > deadline) {
+            return false;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(2));
+    }
+    return true;
+}
+
+}  // namespace
+
+LiveCommand::LiveCommand(const std::string& outputs, const std::vector<std::string>& arguments) : outputs_(outputs) {
+    process_ = std::make_unique<ChildProcess>([&] {
+        appendTo(STDOUT_FILENO, outputs + ".out");
+        appendTo(STDERR_FILENO, outputs + ".err");
+        std::vector<std::string> words{"tabulo"};
+        words.insert(words.end(), arguments.begin(), arguments.end());
+        std::vector<char*> pointers;
+        for (std::string& word : words) {
+            pointers.push_back(word.data());
+        }
+        pointers.push_back(nullptr);
+        ::execv(TABULO_COMMAND, pointers.data());
+        return 121;
+    });
+}
+
+bool LiveCommand::awaitLines(std::size_t count) const {
+    return await([&] {
+        const std::string text = output();
+        return static_cast<std::size_t>(std::count(text.begin(), text.end(), '\n')) >= count;
+    });
+}
+
+bool LiveCommand::awaitText(const std::string& text) const {
+    return await([&] { return output().find(text) != std::string::npos; });
+}
+
+bool LiveCommand::awaitErrors(const std::string& text) const {
+    return await([&] { return errors().find(text) != std::string::npos; });
+}
+
+int LiveCommand::interrupt() {
+    ::kill(process_->id(), SIGINT);
+    return process_->wait();
+}
+
+std::vector<std::string> linesOf(const std::string& text) {
+    std::vector<std::string> lines;
+    std::istringstream stream(text);
+    for (std::string line; std::getline(stream, line);) {
+        lines.push_back(line);
+    }
+    return lines;
+}
+
+}  // namespace tabulo::tool::test
