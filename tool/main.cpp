@@ -77,10 +77,17 @@ int runCommand(int count, char** arguments) {
     command.require_subcommand(1);
     command.add_option("--debug-log", debugLog, "Append a trace of the library's operations to this file")
         ->type_name("FILE");
+    std::string colour = "auto";
+    command.add_option("--color", colour, "Colour: auto (on a terminal, unless NO_COLOR is set), always or never")
+        ->check(CLI::IsMember({"auto", "always", "never"}))
+        ->type_name("WHEN");
     const std::vector<DeclaredVerb> declared = declareVerbs(command);
     command.fallthrough();
     try {
         command.parse(count, arguments);
+        console.chooseColour(colour == "always"  ? ColourChoice::always
+                             : colour == "never" ? ColourChoice::never
+                                                 : ColourChoice::automatic);
         if (!debugLog.empty()) {
             setDebugLog(debugLog);
         }

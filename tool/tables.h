@@ -1,10 +1,12 @@
 // The files that the user names, and the messages of several of them merged.
 #pragma once
 
+#include <cstdint>
 #include <filesystem>
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "tabulo/reader.h"
@@ -17,13 +19,30 @@ struct NamedFile {
     bool fromFolder = false;  // found in a folder that was named: what is wrong with it is no failure
 };
 
-// The files that the arguments stand for, in their order; a folder stands for the files in it, by name, without those
-// that recoveries have cut out. Failure for what does not exist, and for a folder that cannot be read.
-std::vector<NamedFile> expandPaths(const std::vector<std::string>& arguments);
+// The files that the arguments stand for, in their order; a folder stands for the files in it, by name, without its
+// folders, without names that begin with a dot, and without what recoveries have cut out. Failure for what does not
+// exist or is neither file nor folder, and for a folder that cannot be read. What is no file in a folder (a pipe, a
+// link that leads nowhere) is named and left out.
+std::vector<NamedFile> expandPaths(Console& console, const std::vector<std::string>& arguments);
 
-// The message tables among them, open for reading. A session info table, a foreign or an unreadable file is named and
-// skipped (Console::warn) when it was found in a folder, and ends the command when it was named itself.
+// The name of the table that a file was cut out of by a recovery: of "orders.cut-4096-1" it is "orders"; none for the
+// name of any other file.
+std::optional<std::string> tableOfCutFile(std::string_view name);
+
+// Tells what is wrong with a file that could not be opened: says and leaves it out when it was found in a folder,
+// throws it on when it was named itself. Call it in a handler of tabulo::Error, only.
+void skipOrThrow(Console& console, const NamedFile& file);
+
+// The message tables among them, open for reading. A foreign or an unreadable file is named and skipped (Console::warn)
+// when it was found in a folder, and ends the command when it was named itself. A session info table ends the command
+// when it was named; a folder's ones are left out without a word. Failure when no table is left.
 std::vector<Reader> openTables(Console& console, const std::vector<NamedFile>& files);
+
+// The table's file in a sentence or a row: its path as it was given, escaped.
+std::string shownPath(const std::filesystem::path& path);
+
+// Work on several tables at once, one for each, that is watched as a whole.
+std::vector<Work> sharedWork(const Work& whole, std::size_t tables);
 
 enum class MergeBy { uniformId, time, nothing };
 
@@ -32,26 +51,41 @@ enum class MergeBy { uniformId, time, nothing };
 // All queries go in the same direction.
 class MergedMessages {
   public:
-    // One query for each reader. The readers must outlive it.
-    MergedMessages(Console& console, std::vector<Messages> messages, MergeBy merge, bool backward);
+    // One query for each table, with the name by which the user is told of it.
+    MergedMessages(Console& console, std::vector<std::string> names, std::vector<Messages> messages, MergeBy merge,
+                   bool backward);
 
     // The next message, valid until the next call; null at the end. Damage of a table is told (Console::warn) behind
-    // everything in front of it; the others go on.
+    // everything in front of it, and so is a table that was emptied meanwhile; the others go on. The first uniform id
+    // that two tables give is told once (Console::say).
     const MessageView* next();
     // The number of the table of the message that was given last.
     std::size_t table() const noexcept { return given_; }
     const Messages& of(std::size_t table) const { return messages_[table]; }
 
   private:
-    void advance(std::size_t table);
+    struct Head {
+        std::int64_t key = 0;
+        std::size_t table = 0;
+    };
+
+    bool isBehind(const Head& a, const Head& b) const noexcept;
+    const MessageView* advance(std::size_t table);
+    const MessageView* nextInTurn();
+    void push(std::size_t table);
+    void tellRepeat(std::size_t table, std::int32_t uniformId);
 
     Console& console_;
+    std::vector<std::string> names_;
     std::vector<Messages> messages_;
-    std::vector<const MessageView*> heads_;
+    std::vector<Head> heads_;  // a heap, the next one on top
     MergeBy merge_;
     bool backward_;
     bool begun_ = false;
+    bool hasGiven_ = false;  // the table of the last message has not been asked for its next one yet
     std::size_t given_ = 0;
+    std::int32_t givenId_ = 0;  // the last message's uniform id
+    bool repeatTold_ = false;
 };
 
 }  // namespace tabulo::tool

@@ -25,5 +25,8 @@ std::span<const Verb* const> verbs() noexcept;
 
 extern const Verb listVerb;
 extern const Verb infoVerb;
+extern const Verb statsVerb;
+extern const Verb blocksVerb;
+extern const Verb sessionVerb;
 
 }  // namespace tabulo::tool

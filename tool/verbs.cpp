@@ -5,7 +5,7 @@
 namespace tabulo::tool {
 
 std::span<const Verb* const> verbs() noexcept {
-    static constexpr std::array ALL = {&listVerb, &infoVerb};
+    static constexpr std::array ALL = {&listVerb, &infoVerb, &statsVerb, &blocksVerb, &sessionVerb};
     return ALL;
 }
 
