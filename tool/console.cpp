@@ -1,6 +1,7 @@
 #include "tool/console.h"
 
 #include <fmt/format.h>
+#include <poll.h>
 #include <sys/ioctl.h>
 #include <unistd.h>
 
@@ -61,6 +62,7 @@ Console::Console()
     ::sigaction(SIGTERM, &action, nullptr);
     action.sa_handler = SIG_IGN;
     ::sigaction(SIGPIPE, &action, nullptr);
+    ::sigaction(SIGXFSZ, &action, nullptr);  // a limit on the size of files is told by the call that meets it
 }
 
 Console::~Console() {
@@ -90,7 +92,12 @@ void Console::write(std::string_view text) {
 }
 
 void Console::flush() {
-    clearProgress();
+    if (gathered_.empty()) {
+        return;
+    }
+    if (outIsTerminal_) {
+        clearProgress();
+    }
     const int error = writeAll(STDOUT_FILENO, gathered_);
     gathered_.clear();
     if (error == EPIPE) {
@@ -98,6 +105,15 @@ void Console::flush() {
     }
     if (error != 0) {
         throw Failure(fmt::format("standard output cannot be written: {}", std::strerror(error)));
+    }
+}
+
+void Console::checkReader() {
+    struct pollfd out {
+        STDOUT_FILENO, 0, 0
+    };
+    if (::poll(&out, 1, 0) > 0 && (out.revents & (POLLERR | POLLNVAL)) != 0) {
+        throw ClosedPipe();
     }
 }
 

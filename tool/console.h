@@ -18,7 +18,7 @@ enum class ColourChoice { automatic, always, never };
 
 class Console {
   public:
-    // Takes SIGINT and SIGTERM over, and ignores SIGPIPE.
+    // Takes SIGINT and SIGTERM over, and ignores SIGPIPE and SIGXFSZ.
     Console();
     // Writes what is gathered, as far as somebody reads it.
     ~Console();
@@ -35,6 +35,8 @@ class Console {
     // Results. Throws ClosedPipe, or Failure with the system's words (a full disk).
     void write(std::string_view text);
     void flush();
+    // Throws ClosedPipe when nobody reads the results any more, for those who wait and have nothing to write.
+    static void checkReader();
 
     // Words: a line to standard error. A progress line is taken away first.
     void say(std::string_view line);

@@ -8,6 +8,8 @@
 #include <cmath>
 #include <utility>
 
+#include "tool/text_bytes.h"
+
 namespace tabulo::tool {
 
 namespace {

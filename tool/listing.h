@@ -80,7 +80,5 @@ std::size_t shownWidth(std::string_view text) noexcept;
 std::string cutText(std::string_view text, std::size_t width);
 // A size in bytes as "12.3 KiB".
 std::string shownBytes(std::int64_t bytes);
-// Whether a text is valid UTF-8, which JSON must be.
-bool isUtf8(std::string_view text) noexcept;
 
 }  // namespace tabulo::tool

@@ -13,7 +13,8 @@
 
 namespace tabulo::tool {
 
-// The options as they were given.
+// The options as they were given. A message must meet each of them; of a list one value is enough, except that it must
+// meet every condition of `where` and hold every word of `text`.
 struct SelectionOptions {
     std::vector<std::string> seq, id, uid;  // ranges "A..B"
     std::string since, until;
@@ -34,12 +35,12 @@ void declareSelection(CLI::App& app, SelectionOptions* options);
 struct Selection {
     Query query;
     std::function<bool(const MessageView&)> matches;  // empty: the query says all
-    std::string pushedDown;                           // for --explain
-    std::string tested;
+    std::string pushedDown;                           // for --explain: what the query can skip blocks by
+    std::string tested;                               // and what messages are tested for
 };
 
 // UsageError for what cannot be: a reversed range, ids of two classes, an unknown field (the answer lists the table's),
-// an impossible time. `newest` is the time from which "-10m" counts.
+// an impossible time, conditions that exclude each other. `newest` is the time from which "-10m" counts.
 Selection makeSelection(const SelectionOptions& options, const Layout& layout, const Times& times, std::int64_t newest);
 
 }  // namespace tabulo::tool

@@ -1,14 +1,15 @@
-// A file or a folder that a verb makes: whole or not at all, and never over something that is there.
+// A file that a verb makes: whole or not at all, and never over something that is there.
 #pragma once
 
 #include <filesystem>
+#include <string>
 #include <string_view>
 
 namespace tabulo::tool {
 
 // A file that appears under its name, committed to the disk, when finish() is called; until then it stands beside it
-// under a name of its own, and goes when the object does. Failure for a target that exists, and for what the system
-// refuses (a full disk, a folder without permission).
+// under a name of its own, and goes when the object does. Failure for a target that exists, at the beginning and at the
+// end, and for what the system refuses (a full disk, a folder without permission).
 class TargetFile {
   public:
     explicit TargetFile(std::filesystem::path path);
@@ -16,16 +17,25 @@ class TargetFile {
     TargetFile(const TargetFile&) = delete;
     TargetFile& operator=(const TargetFile&) = delete;
 
+    // The first call makes the file.
     void write(std::string_view bytes);
-    // The file as it is being made, for who writes it by its path.
+    // Where the file is being made, for who makes it by its path instead.
     const std::filesystem::path& unfinished() const noexcept { return unfinished_; }
     void finish();
 
   private:
+    void open(int flags);
+    void flush();
+
     std::filesystem::path path_;
     std::filesystem::path unfinished_;
     int descriptor_ = -1;
+    bool isFinished_ = false;
     std::string gathered_;
 };
+
+// Puts a small file in the place of the one that is there, or of none: after any end of the process or loss of power
+// one of the two is there as a whole. Failure for what the system refuses.
+void replaceFile(const std::filesystem::path& path, std::string_view bytes);
 
 }  // namespace tabulo::tool

@@ -25,6 +25,9 @@ std::span<const Verb* const> verbs() noexcept;
 
 extern const Verb listVerb;
 extern const Verb infoVerb;
+extern const Verb catVerb;
+extern const Verb tailVerb;
+extern const Verb exportVerb;
 extern const Verb statsVerb;
 extern const Verb blocksVerb;
 extern const Verb sessionVerb;

@@ -5,7 +5,8 @@
 namespace tabulo::tool {
 
 std::span<const Verb* const> verbs() noexcept {
-    static constexpr std::array ALL = {&listVerb, &infoVerb, &statsVerb, &blocksVerb, &sessionVerb};
+    static constexpr std::array ALL = {&listVerb,  &infoVerb,   &catVerb,     &tailVerb,
+                                       &statsVerb, &blocksVerb, &sessionVerb, &exportVerb};
     return ALL;
 }
 

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "tests/support/captured_output.h"
+#include "tool/text_bytes.h"
 
 namespace tabulo::tool {
 

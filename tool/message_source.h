@@ -1,0 +1,82 @@
+// The messages that the user wants, out of the tables that the user names: what all verbs on messages begin with.
+#pragma once
+
+#include <chrono>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "tabulo/reader.h"
+#include "tool/console.h"
+#include "tool/selection.h"
+#include "tool/tables.h"
+#include "tool/times.h"
+#include "tool/verb.h"
+
+namespace tabulo::tool {
+
+struct SourceOptions {
+    std::vector<std::string> files;
+    SelectionOptions selection;
+    std::string merge = "uid";
+};
+
+// Declares FILE..., --merge, and the selection.
+void declareSource(CLI::App& app, SourceOptions* options);
+
+// Which times are needed, and from when "-10m" counts.
+struct SourceTimes {
+    bool areShown = true;
+    bool countFromNow = false;  // else from the newest message
+};
+
+// A stretch of a table's file; without an end, to the table's own.
+struct Stretch {
+    std::optional<Position> from{};
+    std::optional<Position> before{};
+};
+
+class MessageSource {
+  public:
+    // Opens the tables and makes the selection ready for each. The errors of expandPaths, openTables, makeSelection.
+    MessageSource(Console& console, const SourceOptions& options, const SourceTimes& times);
+
+    std::vector<Reader>& readers() noexcept { return readers_; }
+    const Times& times() const noexcept { return *times_; }
+    const Selection& selection(std::size_t table) const { return selections_[table]; }
+    std::vector<const Layout*> layouts() const;
+    std::vector<std::string> names() const;
+    // The selection for a table whose layout has changed.
+    Selection selectionFor(const Layout& layout) const;
+
+    // Begins to give the messages, of all tables or of a stretch of each. `what` is the work as progress names it.
+    void begin(const std::string& what, bool backward, const std::vector<Stretch>& stretches = {});
+    // The next message that is selected, valid until the next call; null at the end.
+    const MessageView* next();
+    // The number of the table of that message.
+    std::size_t table() const noexcept { return merged_->table(); }
+
+    // With --explain: tells for each table what was pushed down, and what was read and skipped since begin.
+    void explain();
+
+  private:
+    Work workOf(std::size_t table);
+    void showProgress(std::size_t table, const Progress& progress);
+    // The time of each table's last message.
+    std::vector<std::int64_t> lastTimes();
+
+    Console& console_;
+    const SourceOptions& options_;
+    MergeBy merge_ = MergeBy::uniformId;
+    std::vector<Reader> readers_;
+    std::optional<Times> times_;
+    std::int64_t newest_ = 0;
+    std::vector<Selection> selections_;
+    std::optional<MergedMessages> merged_;
+    Work shown_;                      // how far all tables together are
+    std::vector<Progress> progress_;  // of each table
+    std::chrono::steady_clock::time_point flushed_;
+};
+
+}  // namespace tabulo::tool

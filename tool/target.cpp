@@ -1,0 +1,137 @@
+#include "tool/target.h"
+
+#include <fcntl.h>
+#include <fmt/format.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <utility>
+
+#include "tool/listing.h"
+#include "tool/status.h"
+
+namespace tabulo::tool {
+
+namespace {
+
+constexpr std::size_t LARGEST_GATHERED = 256 * 1024;
+
+[[noreturn]] void fail(const std::filesystem::path& path, std::string_view what, int error) {
+    throw Failure(fmt::format("{} cannot be {}: {}", shownText(path.string()), what, std::strerror(error)));
+}
+
+[[noreturn]] void failBecauseItExists(const std::filesystem::path& path) {
+    throw Failure(fmt::format("{} exists, and is not overwritten", shownText(path.string())));
+}
+
+// The system's error number, or 0.
+int writeAll(int descriptor, std::string_view bytes) {
+    while (!bytes.empty()) {
+        const ssize_t count = ::write(descriptor, bytes.data(), bytes.size());
+        if (count < 0 && errno != EINTR) {
+            return errno;
+        }
+        bytes.remove_prefix(count < 0 ? 0 : static_cast<std::size_t>(count));
+    }
+    return 0;
+}
+
+// Names in a folder are committed with the folder. Some file systems cannot; then they are as safe as they can be.
+void commitFolderOf(const std::filesystem::path& path) {
+    const std::filesystem::path folder = path.has_parent_path() ? path.parent_path() : ".";
+    const int descriptor = ::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (descriptor >= 0) {
+        (void)::fsync(descriptor);
+        ::close(descriptor);
+    }
+}
+
+std::filesystem::path besides(const std::filesystem::path& path) {
+    return path.parent_path() / fmt::format(".{}.unfinished-{}", path.filename().string(), ::getpid());
+}
+
+}  // namespace
+
+TargetFile::TargetFile(std::filesystem::path path) : path_(std::move(path)), unfinished_(besides(path_)) {
+    struct stat status {};
+    if (::lstat(path_.c_str(), &status) == 0) {
+        failBecauseItExists(path_);
+    }
+}
+
+TargetFile::~TargetFile() {
+    if (descriptor_ >= 0) {
+        ::close(descriptor_);
+    }
+    if (!isFinished_) {
+        ::unlink(unfinished_.c_str());
+    }
+}
+
+// Makes the file, or opens the one that somebody else has made by its path.
+void TargetFile::open(int flags) {
+    descriptor_ = descriptor_ >= 0 ? descriptor_ : ::open(unfinished_.c_str(), O_WRONLY | O_CLOEXEC | flags, 0666);
+    if (descriptor_ < 0) {
+        fail(path_, "made", errno);
+    }
+}
+
+void TargetFile::write(std::string_view bytes) {
+    open(O_CREAT | O_EXCL);
+    gathered_ += bytes;
+    if (gathered_.size() >= LARGEST_GATHERED) {
+        flush();
+    }
+}
+
+void TargetFile::flush() {
+    const int error = writeAll(descriptor_, gathered_);
+    gathered_.clear();
+    if (error != 0) {
+        fail(path_, "written", error);
+    }
+}
+
+void TargetFile::finish() {
+    open(0);
+    flush();
+    if (::fsync(descriptor_) != 0) {
+        fail(path_, "committed to the disk", errno);
+    }
+    // A link is refused where something stands; a plain renaming would replace it.
+    if (::link(unfinished_.c_str(), path_.c_str()) == 0) {
+        ::unlink(unfinished_.c_str());
+    } else if (errno == EEXIST) {
+        failBecauseItExists(path_);
+    } else if (::renameat2(AT_FDCWD, unfinished_.c_str(), AT_FDCWD, path_.c_str(), RENAME_NOREPLACE) != 0) {
+        errno == EEXIST ? failBecauseItExists(path_) : fail(path_, "named", errno);
+    }
+    isFinished_ = true;
+    commitFolderOf(path_);
+}
+
+void replaceFile(const std::filesystem::path& path, std::string_view bytes) {
+    const std::filesystem::path beside = besides(path);
+    const int descriptor = ::open(beside.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
+    if (descriptor < 0) {
+        fail(path, "written", errno);
+    }
+    int error = writeAll(descriptor, bytes);
+    if (error == 0 && ::fsync(descriptor) != 0) {
+        error = errno;
+    }
+    ::close(descriptor);
+    if (error == 0 && ::rename(beside.c_str(), path.c_str()) != 0) {
+        error = errno;
+    }
+    if (error != 0) {
+        ::unlink(beside.c_str());
+        fail(path, "written", error);
+    }
+    commitFolderOf(path);
+}
+
+}  // namespace tabulo::tool
