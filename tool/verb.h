@@ -31,5 +31,9 @@ extern const Verb exportVerb;
 extern const Verb statsVerb;
 extern const Verb blocksVerb;
 extern const Verb sessionVerb;
+extern const Verb verifyVerb;
+extern const Verb recoverVerb;
+extern const Verb backupVerb;
+extern const Verb splitVerb;
 
 }  // namespace tabulo::tool

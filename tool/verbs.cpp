@@ -5,8 +5,8 @@
 namespace tabulo::tool {
 
 std::span<const Verb* const> verbs() noexcept {
-    static constexpr std::array ALL = {&listVerb,  &infoVerb,   &catVerb,     &tailVerb,
-                                       &statsVerb, &blocksVerb, &sessionVerb, &exportVerb};
+    static constexpr std::array ALL = {&listVerb,    &infoVerb,   &catVerb,     &tailVerb,   &statsVerb, &blocksVerb,
+                                       &sessionVerb, &verifyVerb, &recoverVerb, &backupVerb, &splitVerb, &exportVerb};
     return ALL;
 }
 
