@@ -101,16 +101,43 @@ void TargetFile::finish() {
     if (::fsync(descriptor_) != 0) {
         fail(path_, "committed to the disk", errno);
     }
-    // A link is refused where something stands; a plain renaming would replace it.
-    if (::link(unfinished_.c_str(), path_.c_str()) == 0) {
-        ::unlink(unfinished_.c_str());
-    } else if (errno == EEXIST) {
-        failBecauseItExists(path_);
-    } else if (::renameat2(AT_FDCWD, unfinished_.c_str(), AT_FDCWD, path_.c_str(), RENAME_NOREPLACE) != 0) {
-        errno == EEXIST ? failBecauseItExists(path_) : fail(path_, "named", errno);
-    }
+    nameFinished(unfinished_, path_);
     isFinished_ = true;
-    commitFolderOf(path_);
+}
+
+void commitFile(const std::filesystem::path& path) {
+    const int descriptor = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    if (descriptor < 0) {
+        fail(path, "opened", errno);
+    }
+    const int error = ::fsync(descriptor) == 0 ? 0 : errno;
+    ::close(descriptor);
+    if (error != 0) {
+        fail(path, "committed to the disk", error);
+    }
+}
+
+void nameFinished(const std::filesystem::path& unfinished, const std::filesystem::path& path) {
+    const bool isFolder = std::filesystem::is_directory(unfinished);
+    // A link is refused where something stands; a plain renaming would replace it. That of a folder replaces an empty
+    // one only.
+    if (!isFolder && ::link(unfinished.c_str(), path.c_str()) == 0) {
+        ::unlink(unfinished.c_str());
+    } else if (!isFolder && errno == EEXIST) {
+        failBecauseItExists(path);
+    } else if (isFolder ? ::rename(unfinished.c_str(), path.c_str()) != 0
+                        : ::renameat2(AT_FDCWD, unfinished.c_str(), AT_FDCWD, path.c_str(), RENAME_NOREPLACE) != 0) {
+        const bool exists = errno == EEXIST || errno == ENOTEMPTY || errno == ENOTDIR;
+        exists ? failBecauseItExists(path) : fail(path, "named", errno);
+    }
+    commitFolderOf(path);
+}
+
+void replaceByFile(const std::filesystem::path& finished, const std::filesystem::path& path) {
+    if (::rename(finished.c_str(), path.c_str()) != 0) {
+        fail(path, "replaced", errno);
+    }
+    commitFolderOf(path);
 }
 
 void replaceFile(const std::filesystem::path& path, std::string_view bytes) {

@@ -34,6 +34,16 @@ class TargetFile {
     std::string gathered_;
 };
 
+// Commits a file to the disk. Failure with the system's words.
+void commitFile(const std::filesystem::path& path);
+
+// Gives a finished file or folder its name, and commits that. Failure when something has the name already; an empty
+// folder gives way to a folder.
+void nameFinished(const std::filesystem::path& unfinished, const std::filesystem::path& path);
+
+// Gives a finished file the name of the one that it replaces, or of none, and commits that.
+void replaceByFile(const std::filesystem::path& finished, const std::filesystem::path& path);
+
 // Puts a small file in the place of the one that is there, or of none: after any end of the process or loss of power
 // one of the two is there as a whole. Failure for what the system refuses.
 void replaceFile(const std::filesystem::path& path, std::string_view bytes);

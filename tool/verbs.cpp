@@ -5,8 +5,9 @@
 namespace tabulo::tool {
 
 std::span<const Verb* const> verbs() noexcept {
-    static constexpr std::array ALL = {&listVerb,   &infoVerb,    &catVerb,    &tailVerb, &orderVerb,     &statsVerb,
-                                       &blocksVerb, &sessionVerb, &exportVerb, &helpVerb, &completionVerb};
+    static constexpr std::array ALL = {&listVerb,   &infoVerb,   &catVerb,     &tailVerb,   &orderVerb,
+                                       &statsVerb,  &blocksVerb, &sessionVerb, &verifyVerb, &recoverVerb,
+                                       &backupVerb, &splitVerb,  &exportVerb,  &helpVerb,   &completionVerb};
     return ALL;
 }
 
