@@ -15,8 +15,8 @@ namespace tabulo::tool {
 bool isUtf8(std::string_view text) noexcept;
 
 // Appends a text as eyes may see it: SOH as "|", every other byte that is not printable as \xHH: control characters,
-// those that would turn or hide what stands around them, and what is no UTF-8. Ends in front of what would go beyond so many columns
-// (characters); returns how many there are.
+// those that would turn or hide what stands around them, and what is no UTF-8. Ends in front of what would go beyond so
+// many columns (characters); returns how many there are.
 std::size_t appendShown(std::string_view text, std::string* out,
                         std::size_t columns = std::numeric_limits<std::size_t>::max());
 

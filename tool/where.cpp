@@ -62,13 +62,12 @@ struct FoundOperator {
 
 // The first operator in the text; of two at one place the longer one.
 FoundOperator findOperator(std::string_view text) {
-    constexpr std::array<std::pair<std::string_view, WhereOperator>, 6> OPERATORS = {
-        {{"!=", WhereOperator::notEqual},
-         {"<=", WhereOperator::atMost},
-         {">=", WhereOperator::atLeast},
-         {"=", WhereOperator::equal},
-         {"<", WhereOperator::below},
-         {">", WhereOperator::above}}};
+    constexpr std::array<std::pair<std::string_view, WhereOperator>, 6> OPERATORS = {{{"!=", WhereOperator::notEqual},
+                                                                                      {"<=", WhereOperator::atMost},
+                                                                                      {">=", WhereOperator::atLeast},
+                                                                                      {"=", WhereOperator::equal},
+                                                                                      {"<", WhereOperator::below},
+                                                                                      {">", WhereOperator::above}}};
     FoundOperator first;
     for (const auto& [sign, operation] : OPERATORS) {
         const std::size_t place = text.find(sign);
@@ -80,10 +79,10 @@ FoundOperator findOperator(std::string_view text) {
 }
 
 [[noreturn]] void refuse(std::string_view text) {
-    throw UsageError(
-        fmt::format("'{}' is no condition: FIELD=VALUE, or with !=, <, <=, >, >=; 'FIELD in (A, B)'; 'FIELD is absent'; "
-                    "FIELD is a name, or tag:NUMBER",
-                    shownText(text)));
+    throw UsageError(fmt::format(
+        "'{}' is no condition: FIELD=VALUE, or with !=, <, <=, >, >=; 'FIELD in (A, B)'; 'FIELD is absent'; "
+        "FIELD is a name, or tag:NUMBER",
+        shownText(text)));
 }
 
 std::optional<Number> numberOf(std::string_view text) {
@@ -99,7 +98,7 @@ std::optional<Number> numberOf(std::string_view text) {
     double value = 0;
     const auto asDouble = std::from_chars(text.data(), end, value);
     return asDouble.ec == std::errc() && asDouble.ptr == end && !std::isnan(value) ? std::optional<Number>(value)
-                                                                                  : std::nullopt;
+                                                                                   : std::nullopt;
 }
 
 // Exact, also where a 64-bit integer has more digits than a double.
@@ -229,8 +228,9 @@ WhereTest::WhereTest(WhereExpression expression, const Layout& layout) : express
     const auto count = std::count(layout.texts.begin(), layout.texts.end(), field) +
                        std::count(layout.numbers.begin(), layout.numbers.end(), field);
     if (count != 1) {
-        throw UsageError(fmt::format("the table has {} '{}'; it has {}", count == 0 ? "no field" : "more than one field",
-                                     shownText(field), namesOf(layout)));
+        throw UsageError(fmt::format("the table has {} '{}'; it has {}",
+                                     count == 0 ? "no field" : "more than one field", shownText(field),
+                                     namesOf(layout)));
     }
     if (text != layout.texts.end()) {
         index_ = static_cast<std::size_t>(text - layout.texts.begin());
@@ -241,8 +241,8 @@ WhereTest::WhereTest(WhereExpression expression, const Layout& layout) : express
     for (const std::string& value : expression_.values) {
         const std::optional<Number> parsed = numberOf(value);
         if (!parsed.has_value()) {
-            throw UsageError(fmt::format("'{}' is compared as a number, and '{}' is none", shownText(field),
-                                         shownText(value)));
+            throw UsageError(
+                fmt::format("'{}' is compared as a number, and '{}' is none", shownText(field), shownText(value)));
         }
         numbers_.push_back(*parsed);
     }
