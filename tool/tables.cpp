@@ -126,6 +126,14 @@ std::vector<Reader> openTables(Console& console, const std::vector<NamedFile>& f
     return readers;
 }
 
+Messages messagesUntilNow(Reader& reader, const Work& work) {
+    try {
+        return reader.messages(Query().before(reader.end()), work);
+    } catch (const Error&) {  // it is told where the messages end
+        return reader.messages({}, work);
+    }
+}
+
 std::vector<Work> sharedWork(const Work& whole, std::size_t tables) {
     struct Shared {
         Work whole;

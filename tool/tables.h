@@ -41,6 +41,10 @@ std::vector<Reader> openTables(Console& console, const std::vector<NamedFile>& f
 // The table's file in a sentence or a row: its path as it was given, escaped.
 std::string shownPath(const std::filesystem::path& path);
 
+// All messages that a table has now: a writer that is faster than the reader would keep it reading for ever. Where
+// damage hides the end, all up to there.
+Messages messagesUntilNow(Reader& reader, const Work& work);
+
 // Work on several tables at once, one for each, that is watched as a whole.
 std::vector<Work> sharedWork(const Work& whole, std::size_t tables);
 

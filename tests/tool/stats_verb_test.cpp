@@ -175,6 +175,7 @@ TEST_F(StatsVerbTest, AnEmptyTableHasNoGroups) {
     makeOrders("orders", 0);
     EXPECT_EQ(run({"stats", "orders", "--by", "type"}).output, "");
     EXPECT_EQ(run({"stats", "orders"}).status, 0);
+    EXPECT_EQ(run({"stats", "orders", "--by", "minute"}).status, 0);
 }
 
 TEST_F(StatsVerbTest, AnInterruptEndsItWith130) {

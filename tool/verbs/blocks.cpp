@@ -4,6 +4,8 @@
 #include <algorithm>
 #include <cmath>
 #include <cstddef>
+#include <cstdint>
+#include <limits>
 #include <memory>
 #include <string>
 #include <vector>
@@ -77,6 +79,15 @@ ListRecord rowOf(const BlockRecord& block, const std::vector<std::string>& texts
     return record;
 }
 
+// Where the table ends now: a writer that is faster than this would have it go on for ever.
+std::int64_t endOf(Reader& reader) {
+    try {
+        return reader.end().offset;
+    } catch (const Error&) {  // damage hides it, and the blocks end there
+        return std::numeric_limits<std::int64_t>::max();
+    }
+}
+
 void show(Console& console, const BlocksOptions& options) {
     const std::vector<NamedFile> files = expandPaths(console, {options.file});
     if (files.size() != 1 || files[0].fromFolder) {
@@ -90,7 +101,8 @@ void show(Console& console, const BlocksOptions& options) {
     work.progress = [](const Progress&) { Console::checkInterrupt(); };
     try {
         Blocks blocks = reader.blocks(work);
-        while (const BlockRecord* block = blocks.next()) {
+        const std::int64_t end = endOf(reader);
+        for (const BlockRecord* block = blocks.next(); block != nullptr && block->offset < end; block = blocks.next()) {
             const ListRecord record = rowOf(*block, texts, times.of(block->times.last));
             if (listing == nullptr) {
                 listing = std::make_unique<Listing>(console, options.format, record.columns);

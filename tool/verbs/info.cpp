@@ -30,7 +30,8 @@ ClassCounts countMessages(Console& console, TableInfo& info) {
     ClassCounts counts;
     try {
         const Work work = console.watched(fmt::format("counting {}", shownText(info.name)));
-        Messages messages = Reader(info.path).messages({}, work);
+        Reader reader(info.path);
+        Messages messages = messagesUntilNow(reader, work);
         while (const MessageView* message = messages.next()) {
             const auto messageClass = message->messageClass();
             counts.total += 1;

@@ -123,17 +123,18 @@ void show(Console& console, const StatsOptions& options) {
     }
     std::vector<Reader> readers = openTables(console, expandPaths(console, options.files));
     const std::vector<std::string> names = namesOf(readers);
-    const Times times(options.times, firstSample(readers), console);
+    const std::optional<std::int64_t> sample = firstSample(readers);
+    const Times times(options.times, sample, console);
     const bool hasTimes =
         std::any_of(parts.begin(), parts.end(), [](const GroupPart& part) { return isTime(part.by); });
-    if (hasTimes && !times.unit().has_value()) {
+    if (hasTimes && sample.has_value() && !times.unit().has_value()) {
         throw UsageError("--by: the unit of the tables' times cannot be guessed; --time-unit tells it");
     }
     std::vector<GroupKeys> keys = keysOf(readers, names, parts, times);
     const std::vector<Work> works = sharedWork(console.watched("counting"), readers.size());
     std::vector<Messages> messages;
     for (std::size_t i = 0; i < readers.size(); ++i) {
-        messages.push_back(readers[i].messages({}, works[i]));
+        messages.push_back(messagesUntilNow(readers[i], works[i]));
     }
     MergedMessages merged(console, names, std::move(messages), MergeBy::time, false);
     MessageGroups groups;
