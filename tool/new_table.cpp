@@ -34,10 +34,9 @@ void BatchWriter::flush() {
     }
 }
 
-void BatchWriter::finish() {
+void BatchWriter::close() {
     flush();
     batch_ = {};
-    writer_.commit();
     writer_.close();
 }
 

@@ -36,8 +36,8 @@ class BatchWriter {
     // True when the batch is full: the next thing to call is flush.
     bool add(const MessageView& message);
     void flush();
-    // Writes what is left, commits the table to the disk, and closes it.
-    void finish();
+    // Writes what is left, and closes the table; it is not committed to the disk.
+    void close();
     const Writer& writer() const noexcept { return writer_; }
 
   private:

@@ -56,14 +56,19 @@ void TableCopy::compare(Console& console) {
         throw UsageError(fmt::format("{} would be its own copy", shownPath(source_)));
     }
     Reader table(source_);
+    const bool isLeft = std::filesystem::exists(std::filesystem::symlink_status(unfinished_));
+    if (isLeft && isOpenForWriting(unfinished_) == OpenForWriting::yes) {
+        failBusy();
+    }
     if (std::filesystem::exists(std::filesystem::symlink_status(target_))) {
+        std::filesystem::remove(unfinished_);  // the same file, when a run was killed while it named it
         found_ = target_;
         Reader copy(target_);
         checkSame(table, copy);
         begin_ = copy.end();
         return;
     }
-    if (!std::filesystem::exists(std::filesystem::symlink_status(unfinished_))) {
+    if (!isLeft) {
         return;
     }
     try {
@@ -122,9 +127,27 @@ void TableCopy::failDropped() const {
         fmt::format("{} was dropped while it was copied; the copy ends in front of that", shownPath(source_)));
 }
 
+void TableCopy::failBusy() const {
+    throw Failure(fmt::format("{} is being written by another process", shownPath(target_)));
+}
+
+Writer TableCopy::openCopy(const Layout& layout) {
+    try {
+        Writer writer = found_.empty() ? Writer::create(unfinished_, layout) : Writer::open(found_);
+        isMade_ = found_ != target_;
+        return writer;
+    } catch (const Error& error) {
+        const std::filesystem::path& copy = found_.empty() ? unfinished_ : found_;
+        if (error.code() == Code::fileOpen && std::filesystem::exists(copy) &&
+            isOpenForWriting(copy) == OpenForWriting::yes) {
+            failBusy();
+        }
+        throw;
+    }
+}
+
 void TableCopy::append(Console& console, Reader& table) {
-    BatchWriter writer(found_.empty() ? Writer::create(unfinished_, table.layout()) : Writer::open(found_),
-                       BATCH_BYTES);
+    BatchWriter writer(openCopy(table.layout()), BATCH_BYTES);
     if (begin_.has_value() && writer.writer().end() != *begin_) {
         throw Failure(fmt::format("{} was changed by somebody else meanwhile", shownPath(target_)));
     }
@@ -163,7 +186,7 @@ void TableCopy::append(Console& console, Reader& table) {
         throw Failure(fmt::format("{} ends at {} and its copy at {}", shownPath(source_), end_->offset,
                                   writer.writer().end().offset));
     }
-    writer.finish();
+    writer.close();
 }
 
 void TableCopy::finish() {
@@ -171,6 +194,7 @@ void TableCopy::finish() {
     commitFile(copy);  // the header, too, which closing has written
     if (copy == unfinished_) {
         nameFinished(unfinished_, target_);
+        isMade_ = false;
     }
     const TableInfo info = inspect(target_);
     if (info.problem.has_value()) {
@@ -183,12 +207,11 @@ void TableCopy::finish() {
 
 void TableCopy::run(Console& console) {
     Reader table(source_);
-    const bool isNew = found_ != target_;
     try {
         append(console, table);
         finish();
     } catch (...) {
-        if (isNew) {
+        if (isMade_) {
             std::error_code error;
             std::filesystem::remove(unfinished_, error);
         }

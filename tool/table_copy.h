@@ -9,6 +9,7 @@
 
 #include "tabulo/message.h"
 #include "tabulo/reader.h"
+#include "tabulo/writer.h"
 #include "tool/console.h"
 
 namespace tabulo::tool {
@@ -26,7 +27,8 @@ class TableCopy {
     // stands at the target. What an earlier run has left unfinished is taken away when it is of no use.
     void compare(Console& console);
     // Appends what is missing, commits it to the disk, closes the copy, and gives it its name. Failure when the table
-    // is dropped meanwhile: the copy then ends in front of that. What fails takes a first copy away.
+    // is dropped meanwhile: the copy then ends in front of that; and when another process writes the copy. What fails
+    // takes a first copy away.
     void run(Console& console);
 
     const std::filesystem::path& source() const noexcept { return source_; }
@@ -44,6 +46,8 @@ class TableCopy {
     void append(Console& console, Reader& table);
     bool isSame(Reader& table) const;
     [[noreturn]] void failDropped() const;
+    [[noreturn]] void failBusy() const;
+    Writer openCopy(const Layout& layout);
     void finish();
 
     std::filesystem::path source_;
@@ -54,6 +58,7 @@ class TableCopy {
     std::optional<std::string> damage_;
     std::filesystem::path found_;  // the copy, finished or not; empty when there is none
     std::optional<Position> begin_;
+    bool isMade_ = false;  // by this run, and has no name of its own yet
     std::int64_t messages_ = 0;
     std::int64_t added_ = 0;
     std::int64_t size_ = 0;

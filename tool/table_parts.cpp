@@ -25,7 +25,7 @@ TableParts::Open& TableParts::openPart(const std::string& name) {
         return open_.front();
     }
     if (open_.size() == MOST_OPEN) {
-        open_.back().writer.finish();
+        open_.back().writer.close();
         open_.pop_back();
     }
     const auto [part, isNew] = parts_.try_emplace(name);
@@ -48,7 +48,7 @@ void TableParts::add(const std::string& name, const MessageView& message) {
 
 void TableParts::finish(Console& console) {
     for (Open& open : open_) {
-        open.writer.finish();
+        open.writer.close();
     }
     open_.clear();
     for (const auto& [name, part] : parts_) {

@@ -60,6 +60,37 @@ void writeTable(const std::filesystem::path& path, const Layout& layout,
     writer.close();
 }
 
+bool isCheckedDamage(const TablePlan& plan, const Bytes& sound, const Bytes& image) {
+    const auto differs = [&](std::size_t begin, std::size_t end) {
+        return !std::equal(sound.begin() + static_cast<std::ptrdiff_t>(begin),
+                           sound.begin() + static_cast<std::ptrdiff_t>(end),
+                           image.begin() + static_cast<std::ptrdiff_t>(begin));
+    };
+    const auto lacksBits = [&](std::size_t begin, std::size_t end) {
+        for (std::size_t i = begin; i < end; ++i) {
+            if ((sound[i] & ~image[i]) != 0) {
+                return true;
+            }
+        }
+        return false;
+    };
+    bool checked = differs(plan.headerEnd - 80, plan.headerEnd);
+    for (const std::size_t block : plan.blocks) {
+        checked = checked || differs(block, block + 8);
+    }
+    for (const Stretch& frame : plan.frames) {
+        checked = checked || differs(frame.begin, frame.begin + 4) || differs(frame.end - 4, frame.end);
+    }
+    for (const Stretch& footer : plan.footers) {
+        const std::size_t filters = footer.begin + 2 * (36 + 18);
+        checked = checked || differs(footer.begin, filters) || differs(footer.end - 68, footer.end);
+        for (std::size_t filter = filters; filter < footer.end - 68; filter += 1256) {
+            checked = checked || differs(filter, filter + 4) || lacksBits(filter + 4, filter + 1256);
+        }
+    }
+    return checked;
+}
+
 std::string Verified::text() const {
     std::string text = std::to_string(result.messages) + " messages in " + std::to_string(result.blocks) + " blocks\n";
     for (const Finding& finding : findings) {

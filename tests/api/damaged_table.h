@@ -36,6 +36,10 @@ std::vector<std::vector<std::byte>> eachFrame(const Layout& layout, std::int32_t
 void writeTable(const std::filesystem::path& path, const Layout& layout,
                 const std::vector<std::vector<std::byte>>& frames);
 
+// Bytes that can be compared with others have changed: lengths, footers but for bits too many in filters, records
+// of the header. What a message says may change unseen.
+bool isCheckedDamage(const TablePlan& plan, const Bytes& sound, const Bytes& image);
+
 struct Verified {
     VerifyResult result;
     std::vector<Finding> findings;

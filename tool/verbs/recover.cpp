@@ -180,7 +180,7 @@ void run(Console& console, const RecoverOptions& options) {
                 writer.flush();
             }
         });
-        writer.finish();
+        writer.close();
         checkNewTable(console, target->unfinished(), shownPath(options.to), sum);
         target->finish();
     }

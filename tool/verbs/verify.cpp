@@ -175,7 +175,7 @@ Verdict verifyMessages(Console& console, const std::filesystem::path& path, Repo
 }
 
 // False when a file that was named cannot be checked at all.
-bool verifyFile(Console& console, const NamedFile& file, Report& report) {
+bool verifyFile(Console& console, const NamedFile& file, bool isOnly, Report& report) {
     try {
         const TableInfo info = inspect(file.path);
         report.verdict(file.path, info.kind == TableKind::sessionInfo ? verifySession(info, report)
@@ -186,6 +186,8 @@ bool verifyFile(Console& console, const NamedFile& file, Report& report) {
             console.warn(fmt::format("{} was emptied while it was checked", shownPath(file.path)));
         } else if (file.fromFolder) {
             console.warn(fmt::format("left out: {}", error.what()));
+        } else if (isOnly) {
+            throw;
         } else {
             console.say(error.what());
             return false;
@@ -203,7 +205,7 @@ void run(Console& console, const VerifyOptions& options) {
     std::size_t failed = 0;
     for (const NamedFile& file : files) {
         Console::checkInterrupt();
-        failed += verifyFile(console, file, report) ? 0U : 1U;
+        failed += verifyFile(console, file, files.size() == 1, report) ? 0U : 1U;
     }
     if (failed > 0) {
         throw Failure(fmt::format("{} of {} files could not be checked", failed, files.size()));
