@@ -12,7 +12,7 @@ namespace tabulo::tool::test {
 
 namespace {
 
-const std::string DOCUMENT = TABULO_SOURCE_DIRECTORY "/docs/command_looking.part";
+const std::string DOCUMENT = TABULO_SOURCE_DIRECTORY "/docs/command.md";
 
 std::vector<std::string> linesOf(const std::string& text) {
     std::vector<std::string> lines;
