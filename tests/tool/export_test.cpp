@@ -4,7 +4,9 @@
 #include <sys/resource.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "tabulo/writer.h"
@@ -116,9 +118,13 @@ TEST_F(ExportTest, DamageLeavesAWholeFileOfWhatStandsInFrontOfIt) {
 }
 
 TEST_F(ExportTest, AnInterruptLeavesNothingBehind) {
-    makeOrders("orders", 100000, 1, 1000);
-    LiveCommand process(file("live"), {"export", file("orders"), "--to", file("out.ndjson")});
-    while (names().size() < 4) {  // until the file is being made
+    makeOrders("orders", 5000, 1, 1000);
+    std::vector<std::string> words = {"export", "--merge", "none", "--to", file("out.ndjson")};
+    words.insert(words.end(), 300, file("orders"));
+    LiveCommand process(file("live"), words);
+    const std::string unfinished = file(".out.ndjson.unfinished-" + std::to_string(process.id()));
+    while (!std::filesystem::exists(unfinished)) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
     }
     EXPECT_EQ(process.interrupt(), 130) << process.errors();
     EXPECT_EQ(names(), (Names{"live.err", "live.out", "orders"}));

@@ -89,6 +89,7 @@ void addClasses(Random& random, Asked* asked) {
 }
 
 void addTimes(Random& random, Asked* asked) {
+    asked->mayBeRefused = true;  // with another end of another range
     const auto since = static_cast<std::int64_t>(1795203105000 + random() % 6000);
     const auto until = since + 1 + static_cast<std::int64_t>(random() % 3000);
     if (chance(random, 70)) {
