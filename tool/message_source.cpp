@@ -135,8 +135,12 @@ void MessageSource::begin(const std::string& what, bool backward, const std::vec
         if (i < stretches.size() && stretches[i].from.has_value()) {
             query.from(*stretches[i].from);
         }
-        if (i < stretches.size() && stretches[i].before.has_value()) {
-            query.before(*stretches[i].before);
+        std::optional<Position> before = i < stretches.size() ? stretches[i].before : std::nullopt;
+        if (!before.has_value() && !backward) {
+            before = endNow(readers_[i]);
+        }
+        if (before.has_value()) {
+            query.before(*before);
         }
         messages.push_back(readers_[i].messages(query, workOf(i)));
         names.push_back(shownPath(readers_[i].path()));

@@ -31,7 +31,7 @@ struct SourceTimes {
     bool countFromNow = false;  // else from the newest message
 };
 
-// A stretch of a table's file; without an end, to the table's own.
+// A stretch of a table's file; without an end, to where the data ends when it is begun.
 struct Stretch {
     std::optional<Position> from{};
     std::optional<Position> before{};

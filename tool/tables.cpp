@@ -126,12 +126,17 @@ std::vector<Reader> openTables(Console& console, const std::vector<NamedFile>& f
     return readers;
 }
 
-Messages messagesUntilNow(Reader& reader, const Work& work) {
+std::optional<Position> endNow(Reader& reader) {
     try {
-        return reader.messages(Query().before(reader.end()), work);
+        return reader.end();
     } catch (const Error&) {  // it is told where the messages end
-        return reader.messages({}, work);
+        return std::nullopt;
     }
+}
+
+Messages messagesUntilNow(Reader& reader, const Work& work) {
+    const std::optional<Position> end = endNow(reader);
+    return reader.messages(end.has_value() ? Query().before(*end) : Query(), work);
 }
 
 std::vector<Work> sharedWork(const Work& whole, std::size_t tables) {

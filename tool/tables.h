@@ -41,6 +41,9 @@ std::vector<Reader> openTables(Console& console, const std::vector<NamedFile>& f
 // The table's file in a sentence or a row: its path as it was given, escaped.
 std::string shownPath(const std::filesystem::path& path);
 
+// Where the data of a table ends now: up to there reading comes to an end, however fast the table grows. None when
+// damage stands there, which is told behind the messages.
+std::optional<Position> endNow(Reader& reader);
 // All messages that a table has now: a writer that is faster than the reader would keep it reading for ever. Where
 // damage hides the end, all up to there.
 Messages messagesUntilNow(Reader& reader, const Work& work);
