@@ -18,7 +18,7 @@ std::string document() {
     const std::string folder = TABULO_SOURCE_DIRECTORY "/docs/";
     const std::string whole = readText(folder + "command.md");
     return whole.find("\n## Messages\n") != std::string::npos ? whole.substr(whole.find("\n## Messages\n"))
-                                                              : readText(folder + "command_messages.part");
+                                                              : readText(folder + "command.md");
 }
 
 // The words in backquotes of a text.
