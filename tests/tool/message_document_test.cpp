@@ -13,12 +13,10 @@ namespace tabulo::tool::test {
 
 namespace {
 
-// The section on messages, which stands in the document of the command or in a part of its own.
+// The document of the command from its section on messages on.
 std::string document() {
-    const std::string folder = TABULO_SOURCE_DIRECTORY "/docs/";
-    const std::string whole = readText(folder + "command.md");
-    return whole.find("\n## Messages\n") != std::string::npos ? whole.substr(whole.find("\n## Messages\n"))
-                                                              : readText(folder + "command.md");
+    const std::string whole = readText(TABULO_SOURCE_DIRECTORY "/docs/command.md");
+    return whole.substr(std::min(whole.size(), whole.find("\n## Messages\n")));
 }
 
 // The words in backquotes of a text.
