@@ -132,14 +132,14 @@ void TableCopy::failBusy() const {
 }
 
 Writer TableCopy::openCopy(const Layout& layout) {
+    isMade_ = found_ != target_;  // also when it is made in part only
     try {
-        Writer writer = found_.empty() ? Writer::create(unfinished_, layout) : Writer::open(found_);
-        isMade_ = found_ != target_;
-        return writer;
+        return found_.empty() ? Writer::create(unfinished_, layout) : Writer::open(found_);
     } catch (const Error& error) {
         const std::filesystem::path& copy = found_.empty() ? unfinished_ : found_;
         if (error.code() == Code::fileOpen && std::filesystem::exists(copy) &&
             isOpenForWriting(copy) == OpenForWriting::yes) {
+            isMade_ = false;
             failBusy();
         }
         throw;
@@ -157,12 +157,14 @@ void TableCopy::append(Console& console, Reader& table) {
     if (begin_.has_value()) {
         query.from(*begin_);
     }
-    if (end_.has_value()) {
-        query.before(*end_);
-    }
-    Messages messages = table.messages(query, console.watched("copying " + shownPath(source_)));
+    // The end is no place to ask for: of a writer that was killed it may lie behind a footer that is there in part
+    // only.
+    const bool isAtEnd = begin_.has_value() && begin_ == end_;
+    Messages messages = table.messages(isAtEnd ? Query() : query, console.watched("copying " + shownPath(source_)));
     try {
-        while (const MessageView* message = messages.next()) {
+        const MessageView* message = nullptr;
+        while (!isAtEnd && (message = messages.next()) != nullptr &&
+               (!end_.has_value() || message->position() < *end_)) {
             ++added_;
             if (writer.add(*message)) {
                 flush();

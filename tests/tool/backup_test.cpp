@@ -123,6 +123,43 @@ TEST_F(BackupVerbTest, WhatAKilledRunHasLeftIsGoneOnWithWhereverItEnds) {
     EXPECT_EQ(difference(readFile(file("copies/orders")), whole), "") << "what is left of another table is of no use";
 }
 
+TEST_F(BackupVerbTest, ATableThatAKilledWriterHasLeftIsCopiedAsItWillBeRecovered) {
+    const Bytes whole = readFile(makeOrders("orders", 9));
+    std::vector<std::pair<std::size_t, std::size_t>> blocks;
+    Reader reader(file("orders"));
+    for (const BlockRecord& block : reader.blocks()) {
+        blocks.emplace_back(block.offset, block.offset + block.length);
+    }
+    std::filesystem::remove(file("orders"));
+    const std::size_t header = std::filesystem::file_size(makeOrders("empty", 0));
+    for (std::size_t size = header; size <= whole.size(); size += 211) {
+        Bytes left = whole;
+        left.resize(size);
+        std::copy_n(readFile(file("empty")).begin(), header, left.begin());  // the header of a table at work
+        for (const auto& [begin, end] : blocks) {
+            if (begin + 8 <= size && end > size) {  // the length is written behind the footer
+                std::fill_n(left.begin() + static_cast<std::ptrdiff_t>(begin), 8, std::uint8_t{0});
+            }
+        }
+        writeFile(file("orders"), left);
+        for (int repeat = 0; repeat < 2; ++repeat) {
+            const ProgramResult result = run({"backup", "orders", "--to", "copies"});
+            ASSERT_EQ(result.status, 0) << size << ": " << result.errors;
+        }
+        const ProgramResult split = run({"split", "orders", "--by", "messages=100", "--to", "parts"});
+        Writer::open(file("orders")).close();
+        ASSERT_EQ(difference(readFile(file("copies/orders")), readFile(file("orders"))), "") << size;
+        if (idsOf(file("orders")).empty()) {
+            EXPECT_EQ(split.status, 1) << size;
+        } else {
+            EXPECT_EQ(split.status, 0) << size << split.errors;
+            EXPECT_EQ(difference(readFile(file("parts/orders-0001")), readFile(file("orders"))), "") << size;
+        }
+        std::filesystem::remove_all(file("copies"));
+        std::filesystem::remove_all(file("parts"));
+    }
+}
+
 TEST_F(BackupVerbTest, ADamagedTableIsCopiedInFrontOfTheDamage) {
     const std::string path = makeOrders("orders", 23);
     makeOrders("front", 5);
