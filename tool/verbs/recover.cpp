@@ -120,7 +120,8 @@ void printResult(Console& console, const RecoverOptions& options, const std::fil
         std::string line = fmt::format("{}: {} whole messages", shownPath(table), sum.messages);
         line += sum.messages > 0 ? fmt::format(", uniform ids {} to {}", *sum.firstUniformId, *sum.lastUniformId) : "";
         line += result.fromCutFiles > 0 ? fmt::format(", {} of them from cut files", result.fromCutFiles) : "";
-        line += result.gaps > 0 ? fmt::format("; {} bytes lost in {} places", result.gapBytes, result.gaps)
+        line += result.gaps > 0 ? fmt::format("; {} bytes lost in {} place{}", result.gapBytes, result.gaps,
+                                              result.gaps == 1 ? "" : "s")
                                 : "; nothing lost";
         console.write(line + '\n');
         if (!options.dryRun) {

@@ -151,7 +151,8 @@ void run(Console& console, const SplitOptions& options) {
     parts.finish(console);
     folder.finish();
     print(console, options, parts, times);
-    console.say(fmt::format("{} messages in {} tables, each checked", count, parts.parts().size()));
+    console.say(fmt::format("{} messages in {} new table{}, read back and checked", count, parts.parts().size(),
+                            parts.parts().size() == 1 ? "" : "s"));
 }
 
 std::function<void(Console&)> declare(CLI::App& app) {
