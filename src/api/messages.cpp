@@ -207,18 +207,20 @@ std::pair<internal::FramePlace, internal::FramePlace> boundWalk(const Call& call
     if (query.from.has_value()) {
         reader_checkPlace(call, reader, first);
     }
-    std::int64_t end = 0;
-    call.check(internal::tableFileGetSize(openTable_file(reader.open.get()), &end));
     if (query.before.has_value()) {
         reader_checkPlace(call, reader, *query.before);
         state->end = query.before->offset;
-        end = std::min(end, state->end);
     }
+    std::int64_t size = 0;
+    call.check(internal::tableFileGetSize(openTable_file(reader.open.get()), &size));
+    const std::int64_t end = std::min(size, state->end);
     state->first = query.from.has_value() ? first.offset : 0;
     state->watchedFrom = state->backward ? end : first.offset;
     state->watch.begin(std::max<std::int64_t>(0, end - first.offset));
     if (!state->backward) {
-        return {{first.block, first.offset}, {0, state->end}};
+        // A block beyond the file follows a full one whose footer is not there yet: that one is waited at.
+        const std::int64_t block = first.block <= size ? first.block : internal::mt_openBlockStart(reader.open.get());
+        return {{block, first.offset}, {0, state->end}};
     }
     // What is wrong with the open block is told behind its messages.
     const internal::ErrorCode code = internal::mt_refresh(reader.open.get());

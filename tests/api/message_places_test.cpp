@@ -239,5 +239,27 @@ TEST_F(ApiMessagePlaces, AreRefusedWhenTheTableWasDroppedAndIsShorter) {
     EXPECT_EQ(walkFault(messages, table, {0}), "");
 }
 
+// What a writer leaves that is stopped inside a footer: the next message's place lies beyond the file.
+TEST_F(ApiMessagePlaces, LieBehindAFooterThatIsNotWholeYet) {
+    StoredTable table(path(), layout, simpleMessages(6));
+    table.writer.close();
+    internal::test::patchFile(path().string(), static_cast<std::size_t>(table.place(3).block), Bytes(8, 0));
+    std::filesystem::resize_file(path(), static_cast<std::uintmax_t>(table.end().block - 100));
+    Reader reader(path());
+    const Position end = reader.end();
+    EXPECT_EQ(end, table.end());
+    for (const bool backward : {false, true}) {
+        Messages before = reader.messages(backward ? Query().before(end).backward() : Query().before(end));
+        EXPECT_EQ(walkFault(before, table, numbersOf(0, 6, backward)), "");
+        Messages from = reader.messages(backward ? Query().from(end).backward() : Query().from(end));
+        EXPECT_EQ(walkFault(from, table, {}), "");
+    }
+    Messages behind = reader.messages(Query().from(end));
+    EXPECT_EQ(walkFault(behind, table, {}), "");
+    table.writer = Writer::open(path());
+    table.append(simpleMessage(7));
+    EXPECT_EQ(walkFault(behind, table, {6}), "");
+}
+
 }  // namespace
 }  // namespace tabulo::test
