@@ -141,7 +141,9 @@ std::string zshOption(const CLI::Option& option) {
     std::string text;
     for (const std::string& name : names) {
         const std::string others = repeat.empty() && names.size() > 1 ? "(" + joined(names) + ")" : repeat;
-        text += " \\\n            " + quoted(others + name + "[" + description + "]" + value, "'\\''");
+        std::string one = others;
+        one.append(name).append("[").append(description).append("]").append(value);
+        text.append(" \\\n            ").append(quoted(one, "'\\''"));
     }
     return text;
 }

@@ -15,7 +15,7 @@ namespace tabulo::tool {
 
 namespace {
 
-constexpr std::size_t LARGEST_GATHERED = 64 * 1024;
+constexpr std::size_t LARGEST_GATHERED = std::size_t{64} * 1024;
 constexpr std::chrono::seconds QUIET_TIME(1);
 constexpr std::chrono::milliseconds REDRAW_TIME(200);
 

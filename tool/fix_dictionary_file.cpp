@@ -21,8 +21,8 @@ namespace tabulo::tool {
 
 namespace {
 
-constexpr std::size_t LARGEST_FILE = 64 * 1024 * 1024;
-constexpr std::size_t PIECE = 64 * 1024;
+constexpr std::size_t LARGEST_FILE = std::size_t{64} * 1024 * 1024;
+constexpr std::size_t PIECE = std::size_t{64} * 1024;
 
 std::string contentsOf(const std::filesystem::path& path) {
     std::error_code ignored;

@@ -8,7 +8,7 @@ namespace tabulo::tool {
 
 namespace {
 
-constexpr std::size_t KEYS_PIECE = 64 * 1024;
+constexpr std::size_t KEYS_PIECE = std::size_t{64} * 1024;
 constexpr std::size_t FIRST_PLACES = 1024;
 
 void countSecond(MessageGroup* group, std::int64_t second) {

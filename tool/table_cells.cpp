@@ -71,6 +71,7 @@ ListCell namesCell(const std::vector<std::string>& names) {
 
 ListCell pathsCell(const std::vector<std::filesystem::path>& paths) {
     std::vector<std::string> names;
+    names.reserve(paths.size());
     for (const std::filesystem::path& path : paths) {
         names.push_back(path.string());
     }

@@ -15,7 +15,7 @@ namespace tabulo::tool {
 
 namespace {
 
-constexpr std::size_t BATCH_BYTES = 1024 * 1024;
+constexpr std::size_t BATCH_BYTES = std::size_t{1024} * 1024;
 
 bool sameBytes(std::span<const std::byte> a, std::span<const std::byte> b) {
     return std::equal(a.begin(), a.end(), b.begin(), b.end());

@@ -10,7 +10,7 @@ namespace tabulo::tool {
 namespace {
 
 constexpr std::size_t MOST_OPEN = 16;
-constexpr std::size_t BATCH_BYTES = 256 * 1024;
+constexpr std::size_t BATCH_BYTES = std::size_t{256} * 1024;
 
 }  // namespace
 

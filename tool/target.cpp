@@ -17,7 +17,7 @@ namespace tabulo::tool {
 
 namespace {
 
-constexpr std::size_t LARGEST_GATHERED = 256 * 1024;
+constexpr std::size_t LARGEST_GATHERED = std::size_t{256} * 1024;
 
 [[noreturn]] void fail(const std::filesystem::path& path, std::string_view what, int error) {
     throw Failure(fmt::format("{} cannot be {}: {}", shownText(path.string()), what, std::strerror(error)));

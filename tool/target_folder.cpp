@@ -21,7 +21,7 @@ std::filesystem::path named(const std::filesystem::path& path) {
 
 }  // namespace
 
-TargetFolder::TargetFolder(std::filesystem::path path) : path_(named(std::move(path))) {
+TargetFolder::TargetFolder(const std::filesystem::path& path) : path_(named(path)) {
     const std::filesystem::file_status status = std::filesystem::symlink_status(path_);
     const bool isFree =
         !std::filesystem::exists(status) || (std::filesystem::is_directory(status) && std::filesystem::is_empty(path_));

@@ -10,7 +10,7 @@ namespace tabulo::tool {
 // that has the name.
 class TargetFolder {
   public:
-    explicit TargetFolder(std::filesystem::path path);
+    explicit TargetFolder(const std::filesystem::path& path);
     ~TargetFolder();
     TargetFolder(const TargetFolder&) = delete;
     TargetFolder& operator=(const TargetFolder&) = delete;

@@ -67,7 +67,8 @@ void takeRanges(const internal::BlockSummary& summary, const internal::MessageTa
     record->times = {low.timestamp, high.timestamp};
     for (std::size_t i = 0; i < messageClassCount; ++i) {
         const bool hasIds = low.connMsgIds[i] <= high.connMsgIds[i];
-        record->ids[i] = hasIds ? std::optional(ValueRange{low.connMsgIds[i], high.connMsgIds[i]}) : std::nullopt;
+        record->ids[i] =
+            hasIds ? std::optional(ValueRange<std::int32_t>{low.connMsgIds[i], high.connMsgIds[i]}) : std::nullopt;
     }
     record->numbers.resize(static_cast<std::size_t>(layout.numericFieldCount));
     for (std::size_t i = 0; i < record->numbers.size(); ++i) {

@@ -94,7 +94,10 @@ MessageTableIteratorPtr create(MessageTable* table, QueryConditionsPtr condition
     iterator->conditions = std::move(conditions);
     iterator->openings = storage->openings;
     iterator->reader.reset(mfr_createReader(storage, mt_layout(table)));
-    return iterator->reader == nullptr ? nullptr : std::move(iterator);
+    if (iterator->reader == nullptr) {
+        return nullptr;
+    }
+    return iterator;
 }
 
 void begin(MessageTableIterator* iterator, std::int64_t block) {
