@@ -119,7 +119,10 @@ std::partial_ordering compare(std::int64_t left, double right) {
 }
 
 std::partial_ordering reversed(std::partial_ordering order) {
-    return 0 <=> order;
+    if (std::is_lt(order)) {
+        return std::partial_ordering::greater;
+    }
+    return std::is_gt(order) ? std::partial_ordering::less : order;
 }
 
 // An absent number is unordered with every other.
@@ -147,19 +150,19 @@ std::partial_ordering compare(const Number& left, const Number& right) {
 bool meets(WhereOperator operation, std::partial_ordering order) {
     switch (operation) {
         case WhereOperator::notEqual:
-            return order != 0;
+            return std::is_neq(order);
         case WhereOperator::below:
-            return order < 0;
+            return std::is_lt(order);
         case WhereOperator::atMost:
-            return order <= 0;
+            return std::is_lteq(order);
         case WhereOperator::above:
-            return order > 0;
+            return std::is_gt(order);
         case WhereOperator::atLeast:
-            return order >= 0;
+            return std::is_gteq(order);
         case WhereOperator::absent:
             return false;
         default:
-            return order == 0;
+            return std::is_eq(order);
     }
 }
 

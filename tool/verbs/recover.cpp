@@ -20,7 +20,7 @@ namespace tabulo::tool {
 
 namespace {
 
-constexpr std::size_t BATCH_BYTES = 1024 * 1024;
+constexpr std::size_t BATCH_BYTES = std::size_t{1024} * 1024;
 
 struct RecoverOptions {
     std::vector<std::string> files;

@@ -2,6 +2,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <cmath>
 #include <memory>
 #include <optional>
 #include <string>
@@ -71,7 +72,8 @@ std::vector<GroupKeys> keysOf(const std::vector<Reader>& readers, const std::vec
 
 std::string shareText(std::int64_t messages, std::int64_t all, std::int64_t most) {
     const auto share = static_cast<double>(messages);
-    const auto bar = static_cast<std::size_t>(share / static_cast<double>(most) * static_cast<double>(BAR_WIDTH) + 0.5);
+    const auto bar =
+        static_cast<std::size_t>(std::lround(share / static_cast<double>(most) * static_cast<double>(BAR_WIDTH)));
     return fmt::format("{:5.1f} % {}", share * 100 / static_cast<double>(all),
                        std::string(std::max(bar, std::size_t{1}), '#'));
 }
