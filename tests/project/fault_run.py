@@ -166,7 +166,7 @@ class Run:
         tests = self._reach.of(fault, self._function_of(fault))
         if not tests:
             return Verdict("unnoticed", "No test reaches it.")
-        return self._run(fault, in_order(tests, fault.path), place, place.library)
+        return self._run(fault, in_order(tests, fault.path), place, place.replaced_in)
 
     def _function_of(self, fault):
         with self._lock:
@@ -207,7 +207,7 @@ class Run:
 
     def _judge_header(self, fault, place):
         path = os.path.join(self._build.tree, fault.path)
-        clean = self._build.digest(fault_tests.LIBRARY)
+        clean = self._build.digest(fault_tests.SHARED_OBJECT)
         try:
             with open(path, "w", encoding="utf-8") as file:
                 file.write(fault.planted(self._sources[fault.path]))
@@ -215,7 +215,7 @@ class Run:
                 self._build.make("tabulo_native")
             except BuildError:
                 return Verdict("none", "does not compile")
-            if self._build.digest(fault_tests.LIBRARY) == clean:
+            if self._build.digest(fault_tests.SHARED_OBJECT) == clean:
                 return Verdict("none", "compiles to the same code")
             return self._run_programs(fault, place)
         finally:

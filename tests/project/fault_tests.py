@@ -12,7 +12,7 @@ import subprocess
 import threading
 import time
 
-LIBRARY = "libtabulo_native.so"
+SHARED_OBJECT = "libtabulo_native.so"
 # A test may take this many seconds, and as often its own time, before it counts as hanging.
 PATIENCE_SECONDS = 10
 PATIENCE_TIMES = 10
@@ -115,8 +115,8 @@ class Place:
 
     def __init__(self, path):
         self.path = path
-        self.library = os.path.join(path, "library")
-        os.makedirs(self.library, exist_ok=True)
+        self.replaced_in = os.path.join(path, "library")
+        os.makedirs(self.replaced_in, exist_ok=True)
 
     def fresh(self, name):
         """An empty directory in the place."""
@@ -216,7 +216,7 @@ class Build:
         """Puts a library into the place that has another object file for one of its sources."""
         output = self._compile[path][1]
         words = [compiled if word == output else word for word in self._link]
-        words[words.index("-o") + 1] = os.path.join(place.library, LIBRARY)
+        words[words.index("-o") + 1] = os.path.join(place.replaced_in, SHARED_OBJECT)
         self.processes.output(words, cwd=self.build)
 
     @property
@@ -340,7 +340,7 @@ class Reach:
         """Runs one program with the recording library, unless an earlier run has told. Gives the test that failed, or nothing,
         and what is known of the program for add()."""
         kept = os.path.join(self._build.work, f"{program}.reach")
-        key = self._build.digest(f"tests/{program}", f"traced/{LIBRARY}")
+        key = self._build.digest(f"tests/{program}", f"traced/{SHARED_OBJECT}")
         try:
             with open(kept, encoding="utf-8") as file:
                 known = json.load(file)
@@ -406,7 +406,7 @@ def _reached_blocks(log):
 
 def block_lines(build):
     """{offset: (path, line)} of every block of the recording library, by the address behind its call."""
-    library = os.path.join(build.build, "traced", LIBRARY)
+    library = os.path.join(build.build, "traced", SHARED_OBJECT)
     offsets = []
     is_behind_call = False
     for line in build.processes.output(["objdump", "-d", "--no-show-raw-insn", library]).splitlines():
