@@ -9,6 +9,7 @@
 
 #include "tabulo/reader.h"
 #include "tabulo/writer.h"
+#include "tests/tool/command_document.h"
 #include "tests/tool/live_command.h"
 #include "tests/tool/tool_test.h"
 

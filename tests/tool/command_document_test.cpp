@@ -1,63 +1,28 @@
 // What the document of the command says: its examples print what they show, and objects have the keys that it lists.
-#include <rapidjson/document.h>
-#include <algorithm>
 
-#include <sstream>
 #include <string>
 #include <vector>
 
 #include "tabulo/writer.h"
+#include "tests/tool/command_document.h"
 #include "tests/tool/tool_test.h"
 
 namespace tabulo::tool::test {
 
 namespace {
 
-const std::string DOCUMENT = TABULO_SOURCE_DIRECTORY "/docs/command.md";
-
-std::vector<std::string> linesOf(const std::string& text) {
-    std::vector<std::string> lines;
-    std::istringstream stream(text);
-    for (std::string line; std::getline(stream, line);) {
-        lines.push_back(line);
-    }
-    return lines;
-}
-
-// The section on the verbs that look at tables; its examples are about the tables of this test.
-std::string sectionOnLooking() {
-    const std::string whole = readText(DOCUMENT);
-    const std::size_t begin = std::min(whole.size(), whole.find("\n## Looking at tables\n"));
-    return whole.substr(begin, whole.find("\n## ", begin + 1) - begin);
-}
-
 // The keys in the table of fields under "### `tabulo <verb>".
 std::vector<std::string> documentedKeys(const std::string& verb) {
     std::vector<std::string> keys;
     bool isVerb = false;
-    for (const std::string& line : linesOf(readText(DOCUMENT))) {
+    for (const std::string& line : linesOf(documentSection("Looking at tables"))) {
         if (line.starts_with("#")) {
             isVerb = line.starts_with("### `tabulo " + verb + " ");
         }
         const std::string cell = line.starts_with("| `") ? line.substr(1, line.find(" | ") - 1) : "";
-        for (std::size_t begin = 0; isVerb && (begin = cell.find('`', begin)) != std::string::npos;) {
-            const std::size_t end = cell.find('`', begin + 1);
-            keys.push_back(cell.substr(begin + 1, end - begin - 1));
-            begin = end + 1;
-        }
-    }
-    return keys;
-}
-
-// The keys of an object.
-std::vector<std::string> keysOf(const std::string& line) {
-    std::vector<std::string> keys;
-    rapidjson::Document json;
-    json.Parse(line.c_str());
-    EXPECT_TRUE(!json.HasParseError() && json.IsObject()) << line;
-    if (json.IsObject()) {
-        for (const auto& member : json.GetObject()) {
-            keys.emplace_back(member.name.GetString());
+        if (isVerb) {
+            const std::vector<std::string> words = quotedWords(cell);
+            keys.insert(keys.end(), words.begin(), words.end());
         }
     }
     return keys;
@@ -77,7 +42,7 @@ TEST_F(CommandDocumentTest, EveryExamplePrintsWhatItShows) {
     int examples = 0;
     std::string command;
     std::string shown;
-    for (const std::string& line : linesOf(sectionOnLooking())) {
+    for (const std::string& line : linesOf(documentSection("Looking at tables"))) {
         if (line.starts_with("$ ")) {
             command = line.substr(2);
             shown.clear();

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "tabulo/writer.h"
+#include "tests/tool/command_document.h"
 #include "tests/tool/live_command.h"
 #include "tests/tool/tool_test.h"
 #include "tool/status.h"

@@ -6,7 +6,6 @@
 
 #include <algorithm>
 #include <chrono>
-#include <sstream>
 #include <thread>
 
 namespace tabulo::tool::test {
@@ -67,15 +66,6 @@ bool LiveCommand::awaitErrors(const std::string& text) const {
 int LiveCommand::interrupt() {
     ::kill(process_->id(), SIGINT);
     return process_->wait();
-}
-
-std::vector<std::string> linesOf(const std::string& text) {
-    std::vector<std::string> lines;
-    std::istringstream stream(text);
-    for (std::string line; std::getline(stream, line);) {
-        lines.push_back(line);
-    }
-    return lines;
 }
 
 }  // namespace tabulo::tool::test

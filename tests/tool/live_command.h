@@ -32,7 +32,4 @@ class LiveCommand {
     std::unique_ptr<ChildProcess> process_;
 };
 
-// The lines of a text, without their ends.
-std::vector<std::string> linesOf(const std::string& text);
-
 }  // namespace tabulo::tool::test

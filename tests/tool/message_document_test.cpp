@@ -1,61 +1,30 @@
 // The fields of messages that the document lists are those that are printed.
-#include <rapidjson/document.h>
 
 #include <algorithm>
 #include <string>
 #include <vector>
 
 #include "tabulo/writer.h"
-#include "tests/tool/live_command.h"
+#include "tests/tool/command_document.h"
 #include "tests/tool/tool_test.h"
 
 namespace tabulo::tool::test {
 
 namespace {
 
-// The document of the command from its section on messages on.
-std::string document() {
-    const std::string whole = readText(TABULO_SOURCE_DIRECTORY "/docs/command.md");
-    return whole.substr(std::min(whole.size(), whole.find("\n## Messages\n")));
-}
-
-// The words in backquotes of a text.
-std::vector<std::string> quoted(const std::string& text) {
-    std::vector<std::string> words;
-    for (std::size_t begin = text.find('`'); begin != std::string::npos; begin = text.find('`', begin)) {
-        const std::size_t end = text.find('`', begin + 1);
-        words.push_back(text.substr(begin + 1, end - begin - 1));
-        begin = end + 1;
-    }
-    return words;
-}
-
 // The keys of the table of ndjson's fields, each with the one in Base64 behind it that its row names, or without those.
 std::vector<std::string> documentedKeys(bool withBase64) {
     std::vector<std::string> keys;
-    const std::string text = document();
+    const std::string text = documentSection("Messages");
     for (const std::string& line : linesOf(text.substr(text.find("| key | value |")))) {
         if (line.empty()) {
             break;
         }
-        for (const std::string& word : quoted(line)) {
+        for (const std::string& word : quotedWords(line)) {
             const bool isKey = line.starts_with("| `" + word + "` |");
             if (isKey || (withBase64 && word.ends_with("Base64"))) {
                 keys.push_back(word);
             }
-        }
-    }
-    return keys;
-}
-
-std::vector<std::string> keysOf(const std::string& line) {
-    std::vector<std::string> keys;
-    rapidjson::Document json;
-    json.Parse(line.c_str());
-    EXPECT_TRUE(!json.HasParseError() && json.IsObject()) << line;
-    if (json.IsObject()) {
-        for (const auto& member : json.GetObject()) {
-            keys.emplace_back(member.name.GetString());
         }
     }
     return keys;
@@ -100,7 +69,7 @@ TEST_F(MessageDocumentTest, CsvHasThoseColumnsWithTheFieldsInTheirPlaceAndBase64
 }
 
 TEST_F(MessageDocumentTest, EveryOptionOfTheSelectionIsDescribed) {
-    const std::string text = document();
+    const std::string text = documentSection("Messages");
     const std::string help = run({"cat", "--help"}).output;
     for (const std::string option :
          {"--seq", "--uid", "--id", "--since", "--until", "--class", "--type", "--not-type", "--poss-dup", "--where",

@@ -12,6 +12,7 @@
 
 #include "tabulo/writer.h"
 #include "tests/support/test_run.h"
+#include "tests/tool/command_document.h"
 #include "tests/tool/live_command.h"
 #include "tests/tool/tool_test.h"
 #include "tool/status.h"
