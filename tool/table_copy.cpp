@@ -157,22 +157,25 @@ void TableCopy::append(Console& console, Reader& table) {
     if (begin_.has_value()) {
         query.from(*begin_);
     }
-    // The end is no place to ask for: of a writer that was killed it may lie behind a footer that is there in part
-    // only.
-    const bool isAtEnd = begin_.has_value() && begin_ == end_;
-    Messages messages = table.messages(isAtEnd ? Query() : query, console.watched("copying " + shownPath(source_)));
+    if (end_.has_value()) {
+        query.before(*end_);
+    }
+    Ending ending = Ending::none;
     try {
-        const MessageView* message = nullptr;
-        while (!isAtEnd && (message = messages.next()) != nullptr &&
-               (!end_.has_value() || message->position() < *end_)) {
+        Messages messages = table.messages(query, console.watched("copying " + shownPath(source_)));
+        for (const MessageView& message : messages) {
             ++added_;
-            if (writer.add(*message)) {
+            if (writer.add(message)) {
                 flush();
             }
         }
+        ending = messages.ending();
     } catch (const Error& error) {
         if (error.path() != table.path()) {
             throw;
+        }
+        if (error.code() == Code::vseek) {
+            failDropped();  // the places were the table's own
         }
         if (!first_.empty() && !isSame(table)) {
             failDropped();
@@ -181,7 +184,7 @@ void TableCopy::append(Console& console, Reader& table) {
     }
     Console::checkInterrupt();
     flush();
-    if (messages.ending() == Ending::dropped) {
+    if (ending == Ending::dropped) {
         failDropped();
     }
     if (!damage_.has_value() && writer.writer().end() != *end_) {

@@ -83,17 +83,14 @@ class PartNames {
 // Shares all messages up to the table's end out; their number.
 std::int64_t shareOut(Console& console, Reader& reader, const Position& end, const PartNames& names,
                       TableParts* parts) {
-    Messages messages = reader.messages({}, console.watched("splitting " + shownPath(reader.path())));
+    Messages messages = reader.messages(Query().before(end), console.watched("splitting " + shownPath(reader.path())));
     std::int64_t count = 0;
     Position last;
     Position next = reader.begin();
-    // The end is no place to ask for: of a writer that was killed it may lie behind a footer that is there in part
-    // only.
-    const MessageView* message = nullptr;
-    while ((message = messages.next()) != nullptr && message->position() < end) {
-        parts->add(names.of(*message, count), *message);
-        last = message->position();
-        next = message->next();
+    for (const MessageView& message : messages) {
+        parts->add(names.of(message, count), message);
+        last = message.position();
+        next = message.next();
         ++count;
     }
     Console::checkInterrupt();
