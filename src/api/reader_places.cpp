@@ -133,12 +133,12 @@ Position reader_end(const Call& call, const ReaderState& reader) {
 }
 
 void reader_checkPlace(const Call& call, const ReaderState& reader, const Position& position) {
-    if (isEnd(reader, position)) {
-        return;
-    }
     internal::TableFile* file = openTable_file(reader.open.get());
     std::int64_t size = 0;
     call.check(internal::tableFileGetSize(file, &size));
+    if (position.block > size && isEnd(reader, position)) {
+        return;
+    }
     const Position first = reader_begin(reader);
     if (position.block < first.block || position.block > size) {
         failPlace(call, position,
