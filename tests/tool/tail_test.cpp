@@ -167,11 +167,7 @@ TEST_F(TailTest, ATableThatIsDamagedWhileItIsFollowedIsLeftOutAndTheOthersGoOn) 
     makeOrders("b", 6, 3);
     LiveCommand tail = follow({file("a"), file("b")});
     ASSERT_TRUE(tail.awaitLines(6));
-    {
-        Bytes bytes = readFile(file("b"));
-        bytes.insert(bytes.end(), 5000, 0xFF);
-        internal::test::writeFile(file("b"), bytes);
-    }
+    internal::test::appendFile(file("b"), Bytes(5000, 0xFF));
     EXPECT_TRUE(tail.awaitErrors(file("b"))) << tail.errors();
     append(&a, 7, 8);
     EXPECT_TRUE(tail.awaitLines(8)) << tail.errors();
