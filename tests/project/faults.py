@@ -114,7 +114,8 @@ class _Finder:
             self.skipped[index] = True
 
     def _end_of_statement(self, index):
-        while index < len(self.tokens) and self.tokens[index].text != ";":
+        """The ";" that ends it, or the ")" behind the last part of a loop's head."""
+        while index < len(self.tokens) and self.tokens[index].text not in (";", ")"):
             index = self.source.partner.get(index, index) if self.tokens[index].text in ("(", "[", "{") else index
             index += 1
         return index
@@ -352,7 +353,7 @@ class _Finder:
                 return position, None
             if token.text in _ASSIGNING:
                 end = self._end_of_statement(position)
-                return end, position
+                return (end, position) if self.tokens[end].text == ";" else (None, None)
             if token.text in ("(", "["):
                 position = self.source.partner[position]
                 after_name = True

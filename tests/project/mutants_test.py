@@ -148,6 +148,10 @@ class PlacesTest(unittest.TestCase):
         for line in ("int c = a;", "A c(a);", "return a;", "const A& c = a;", "delete a;", "std::vector<int> c(a);"):
             self.assertNotIn(";", afters_of(line))
 
+    def test_the_head_of_a_loop_ends_no_statement(self):
+        text = "void f() {\n    for (int a = g(); a != h; b = g()) {\n        a = b;\n    }\n}\n"
+        self.assertEqual([";", "for (int a = g(); a == h; b = g()) {"], sorted(afters(text)))
+
     def test_no_line_moves_when_a_fault_is_planted(self):
         text = function("    g(a,\n      b);\n    h();")
         fault = next(f for place in faults.places(PATH, text) for f in place if f.before == "g(a, b);")
