@@ -82,6 +82,10 @@ TEST_F(Shortage, WithoutJavasMemoryEveryUseEndsAsWithItOrWithAnException) {
     expectNothingIsLostWithout("heap");
 }
 
+TEST_F(Shortage, WithoutJavasMemoryForLargeArraysEveryUseEndsAsWithItOrWithAnException) {
+    expectNothingIsLostWithout("heap for large texts");
+}
+
 TEST_F(Shortage, WithoutStackEveryUseEndsAsWithItOrWithAnException) {
     expectNothingIsLostWithout("stack");
 }

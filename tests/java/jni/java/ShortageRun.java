@@ -16,7 +16,8 @@ import java.util.stream.Stream;
  */
 public final class ShortageRun {
     private static final int MOST_PROBLEMS = 10;
-    private static final int HEAP_LEVELS = 4;
+    private static final int[] HEAP_LEVELS = {0, 32, 256, 864};  // bytes that are left
+    private static final int[] LARGE_HEAP_LEVELS = {0, 5_000_000, 15_000_000, 22_000_000};
     private static final int LARGEST_BLOCK = 1 << 20;
     private static final int SMALLEST_BLOCK = 64;
     private static final int ROOM = 4 << 20;  // for what is done before and behind a use
@@ -157,11 +158,24 @@ public final class ShortageRun {
         byte[] room = new byte[ROOM];
         fillHeap(ballast, LARGEST_BLOCK, LARGEST_BLOCK);
         room = null;
-        for (ShortageScenarios.Scenario scenario : ShortageScenarios.all()) {
+        runWithoutHeap(ShortageScenarios.all(), HEAP_LEVELS);
+        expect(room == null && !ballast.isEmpty(), "the heap", "before all", "it was never filled");
+    }
+
+    private void runWithoutHeapForLargeTexts() throws IOException {
+        for (ShortageScenarios.Scenario scenario : ShortageScenarios.large()) {
+            Outcome undisturbed = run(scenario, ShortageRun::plainly);
+            expect(undisturbed.thrown() == null, scenario.name(), "undisturbed", "it throws " + undisturbed.thrown());
+        }
+        runWithoutHeap(ShortageScenarios.large(), LARGE_HEAP_LEVELS);
+    }
+
+    private void runWithoutHeap(List<ShortageScenarios.Scenario> scenarios, int[] levels) throws IOException {
+        for (ShortageScenarios.Scenario scenario : scenarios) {
             Outcome undisturbed = run(scenario, ShortageRun::plainly);
             String before = preparedContent(scenario);
-            for (int level = 0; level < HEAP_LEVELS && problemCount < MOST_PROBLEMS; ++level) {
-                int rest = level * level * level * 32;
+            for (int i = 0; i < levels.length && problemCount < MOST_PROBLEMS; ++i) {
+                int rest = levels[i];
                 Outcome disturbed = run(scenario, (one, stage) -> {
                     List<byte[]> held = new ArrayList<>(100_000);
                     held.add(new byte[rest]);
@@ -177,7 +191,6 @@ public final class ShortageRun {
                 points += !disturbed.text().equals(undisturbed.text()) ? 1 : 0;
             }
         }
-        expect(room == null && !ballast.isEmpty(), "the heap", "before all", "it was never filled");
     }
 
     /** Goes down some frames and runs the operation there. */
@@ -258,6 +271,7 @@ public final class ShortageRun {
             switch (what) {
                 case "native memory" -> run.runWithoutNativeMemory();
                 case "heap" -> run.runWithoutHeap();
+                case "heap for large texts" -> run.runWithoutHeapForLargeTexts();
                 default -> run.runWithSmallStack();
             }
             return run.points + " " + run.runs + "\n" + run.problems;

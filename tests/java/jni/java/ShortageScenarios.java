@@ -56,6 +56,13 @@ final class ShortageScenarios {
         return made.all;
     }
 
+    /** The uses that hand over an array, with arrays of {@value ShortageStage#LARGE_SIZE} bytes. */
+    static List<Scenario> large() {
+        ShortageScenarios made = new ShortageScenarios();
+        made.addLarge();
+        return made.all;
+    }
+
     private void add(String name, Consumer<ShortageStage> prepare, Function<ShortageStage, String> operate) {
         all.add(new Scenario(name, prepare, operate));
     }
@@ -322,6 +329,37 @@ final class ShortageScenarios {
                 return 0;
             });
             return text.toString();
+        });
+    }
+
+    private void addLarge() {
+        Consumer<ShortageStage> walk = stage -> stage.openIterator(stage.makeLarge(), stage.large);
+        addDoing("a large message written as bytes", stage -> {
+            stage.table = JNITboMessageTable.open(stage.large, 1);
+            stage.bytes = ShortageStage.largeBytes();
+        }, stage -> stage.storeLarge(stage.bytes));
+        add("getWireMessage of a large message", walk, stage -> {
+            String wire = stage.iterator.getWireMessage();
+            return wire.length() + " characters with the hash " + wire.hashCode();
+        });
+        add("getWireMessageAsByteArray of a large message", walk,
+                stage -> ShortageStage.checksum(stage.iterator.getWireMessageAsByteArray()));
+        add("getStringField of a large message", walk, stage -> "" + stage.iterator.getStringField(2));
+        add("a large message read", ShortageStage::makeLarge, stage -> {
+            String[] text = new String[1];
+            stage.table.readMessages(new int[] {1}, (count, timestamps, wires, others) -> {
+                text[0] = count + " " + ShortageStage.checksum(wires[0]);
+                return 0;
+            });
+            return text[0];
+        });
+        add("a watch of a large message", stage -> stage.watcher = JNITboMessageWatcher.open(stage.makeLarge()), stage -> {
+            String[] text = new String[1];
+            stage.watcher.startWatching(new int[] {1}, (count, timestamps, wires, others) -> {
+                text[0] = count + " " + ShortageStage.checksum(wires[0]);
+                return 1;
+            });
+            return text[0];
         });
     }
 }

@@ -10,27 +10,32 @@ import java.nio.charset.StandardCharsets;
 import java.nio.file.Files;
 import java.nio.file.Path;
 import java.util.Arrays;
+import java.util.zip.CRC32;
 
 /** What a scenario works on: tables of their own, copied from templates, and the objects that it opens. */
 final class ShortageStage implements AutoCloseable {
     static final int MESSAGES = 5;
     static final int MANY_MESSAGES = 1005;  // a closed block and some more
     static final int[] TAGS = {11, 12, 13, 14, 15, 16, 17};
+    static final int LARGE_SIZE = 20_000_000;  // of one text
 
     final Path directory;
     final TableConfiguration orders;
     final TableConfiguration many;
+    final TableConfiguration large;
     final TableConfiguration sessionState;
     JNITboMessageTable table;
     JNITboMessageTable second;
     JNITboMessageTableIterator iterator;
     JNITboMessageWatcher watcher;
     JNITboSessionInfoTable session;
+    byte[] bytes;  // what a use is to write
 
     ShortageStage(Path directory) {
         this.directory = directory;
         orders = configuration("orders");
         many = configuration("many");
+        large = configuration("large");
         sessionState = TableConfiguration.builder("session", directory).sessionInfoTags(TAGS).build();
     }
 
@@ -81,9 +86,33 @@ final class ShortageStage implements AutoCloseable {
         return table;
     }
 
+    /** Makes a table of one message, whose last field and last but one are a large text and an empty one. */
+    JNITboMessageTable makeLarge() {
+        table = JNITboMessageTable.open(large, 1);
+        storeLarge(largeBytes());
+        return table;
+    }
+
+    static byte[] largeBytes() {
+        byte[] bytes = new byte[LARGE_SIZE];
+        for (int i = 0; i < bytes.length; ++i) {
+            bytes[i] = (byte) ('A' + i % 26);
+        }
+        return bytes;
+    }
+
+    void storeLarge(byte[] wire) {
+        table.writeMessage(1, 1, 0, 1, 1001, 'D', null, false, false, null, null, wire, 0, wire.length, null, 0, 0, null,
+                0, 0, new String[2], new int[] {-1, -1}, new long[2], new double[2]);
+    }
+
     /** An iterator at the table's first message. */
     JNITboMessageTableIterator openIterator() {
-        iterator = openTable(0).getMessages(MessageQueryConditions.builder(orders).build());
+        return openIterator(openTable(0), orders);
+    }
+
+    JNITboMessageTableIterator openIterator(JNITboMessageTable of, TableConfiguration configuration) {
+        iterator = of.getMessages(MessageQueryConditions.builder(configuration).build());
         if (!iterator.next()) {
             throw new IllegalStateException("the table is empty");
         }
@@ -112,6 +141,13 @@ final class ShortageStage implements AutoCloseable {
         return bytes == null ? "null" : new String(bytes, StandardCharsets.ISO_8859_1);
     }
 
+    /** A length and a checksum: enough to tell a large text by. */
+    static String checksum(byte[] bytes) {
+        CRC32 checksum = new CRC32();
+        checksum.update(bytes);
+        return bytes.length + " bytes of checksum " + checksum.getValue() + "; ";
+    }
+
     /** What the tables hold in the end, found out with all the memory that there is. */
     String content() {
         StringBuilder all = new StringBuilder();
@@ -123,6 +159,17 @@ final class ShortageStage implements AutoCloseable {
                 } catch (JNITboException damaged) {
                     all.append(damaged);
                 }
+            }
+        }
+        if (Files.exists(directory.resolve("large"))) {
+            try (JNITboMessageTable opened = JNITboMessageTable.open(large, 1);
+                    JNITboMessageTableIterator walk =
+                            opened.getMessages(MessageQueryConditions.builder(large).build())) {
+                while (walk.next()) {
+                    all.append(checksum(walk.getWireMessageAsByteArray()));
+                }
+            } catch (JNITboException damaged) {
+                all.append(damaged);
             }
         }
         for (String name : new String[] {"session", "fresh session"}) {
