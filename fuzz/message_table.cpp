@@ -212,7 +212,6 @@ void forWriting(Run* run, const Messages& before) {
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size);
 extern "C" std::size_t LLVMFuzzerCustomMutator(std::uint8_t* data, std::size_t size, std::size_t maxSize,
                                                unsigned int seed);
-extern "C" std::size_t LLVMFuzzerMutate(std::uint8_t* data, std::size_t size, std::size_t maxSize);
 
 using namespace tabulo::internal::fuzz;
 
@@ -232,18 +231,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     return 0;
 }
 
-// Half of the time one piece of the file is changed and the lengths around it are kept right.
 extern "C" std::size_t LLVMFuzzerCustomMutator(std::uint8_t* data, std::size_t size, std::size_t maxSize,
                                                unsigned int seed) {
-    Randomness random(seed);
     const std::size_t fileStart = PREFIX_SIZE + (size < PREFIX_SIZE ? 0U : data[PREFIX_SIZE - 1]);
-    if (size < fileStart || random() % 2 == 0) {
-        return LLVMFuzzerMutate(data, size, maxSize);
-    }
-    TableImage image = tableImage_parse({data + fileStart, size - fileStart}, layouts()[data[0] % layouts().size()]);
-    tableImage_mutate(&image, &random);
-    const Bytes bytes = tableImage_bytes(image);
-    const std::size_t count = std::min(bytes.size(), maxSize - fileStart);
-    std::copy_n(bytes.begin(), count, data + fileStart);
-    return fileStart + count;
+    return tableFile_mutate({data, maxSize}, size, fileStart, layouts()[data[0] % layouts().size()], seed);
 }

@@ -72,12 +72,17 @@ void putTables(Corpus* corpus) {
     for (std::uint8_t l = 0; l < layouts().size(); ++l) {
         const MessageTableLayout& layout = layouts()[l];
         const std::string name = "layout" + std::to_string(l) + "-";
+        // Only one of the two targets does something else with a file than to read it: the prefix is for that one.
+        const auto putFile = [&](const std::string& what, const Bytes& prefix, const Bytes& file) {
+            corpus->put("message_table", what, joined({{l}, prefix, file}));
+            corpus->put("public_api", what, joined({{l}, file}));
+        };
         for (const std::int32_t messages : {0, 1, layout.messagesPerBlock, 2 * layout.messagesPerBlock + 1}) {
             const bool closed = messages != 1;
             const Bytes file = tableFile(layout, messages, closed);
             const Bytes& conditions = CONDITIONS[static_cast<std::size_t>(messages) % CONDITIONS.size()];
-            const Bytes prefix = {l, static_cast<std::uint8_t>(messages), static_cast<std::uint8_t>(conditions.size())};
-            corpus->put("message_table", name + std::to_string(messages), joined({prefix, conditions, file}));
+            const Bytes prefix = {static_cast<std::uint8_t>(messages), static_cast<std::uint8_t>(conditions.size())};
+            putFile(name + std::to_string(messages), joined({prefix, conditions}), file);
         }
         // A full block without its length word, one without its footer, and a cut frame.
         const Bytes whole = tableFile(layout, layout.messagesPerBlock, true);
@@ -85,10 +90,10 @@ void putTables(Corpus* corpus) {
         Bytes open = whole;
         std::fill_n(open.begin() + static_cast<std::ptrdiff_t>(header), BLOCK_LENGTH_SIZE, std::uint8_t{0});
         const auto footer = static_cast<std::size_t>(mfrX_footerSize(&layout));
-        corpus->put("message_table", name + "no-length", joined({{l, 2, 0}, open}));
-        corpus->put("message_table", name + "no-footer", joined({{l, 1, 0}, part(open, 0, open.size() - footer)}));
+        putFile(name + "no-length", {2, 0}, open);
+        putFile(name + "no-footer", {1, 0}, part(open, 0, open.size() - footer));
         const Bytes one = tableFile(layout, 1, false);
-        corpus->put("message_table", name + "torn", joined({{l, 3, 0}, part(one, 0, one.size() - 9)}));
+        putFile(name + "torn", {3, 0}, part(one, 0, one.size() - 9));
         corpus->put("frame", name + "frames", joined({{l}, part(whole, header + 8, whole.size() - footer)}));
         corpus->put("frame", name + "torn", joined({{l}, part(whole, header + 8, whole.size() - footer - 7)}));
         for (std::size_t i = 0; i < CONDITIONS.size(); ++i) {

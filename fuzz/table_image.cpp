@@ -295,4 +295,18 @@ void tableImage_mutate(TableImage* image, Randomness* random) {
     }
 }
 
+std::size_t tableFile_mutate(std::span<std::uint8_t> input, std::size_t size, std::size_t fileStart,
+                             const MessageTableLayout& layout, unsigned int seed) {
+    Randomness random(seed);
+    if (size < fileStart || random() % 2 == 0) {
+        return LLVMFuzzerMutate(input.data(), size, input.size());
+    }
+    TableImage image = tableImage_parse(input.subspan(fileStart, size - fileStart), layout);
+    tableImage_mutate(&image, &random);
+    const Bytes bytes = tableImage_bytes(image);
+    const std::size_t count = std::min(bytes.size(), input.size() - fileStart);
+    std::copy_n(bytes.begin(), count, input.begin() + static_cast<std::ptrdiff_t>(fileStart));
+    return fileStart + count;
+}
+
 }  // namespace tabulo::internal::fuzz

@@ -39,6 +39,12 @@ void tableImage_repairTail(TableImage* image);
 // Changes one piece at random.
 void tableImage_mutate(TableImage* image, Randomness* random);
 
+// What a target's own mutator does with an input of which a table file is the rest, from `fileStart` on: half of the
+// time one piece of the file is changed and the lengths around it are kept right, else any byte. Gives the input's new
+// size.
+std::size_t tableFile_mutate(std::span<std::uint8_t> input, std::size_t size, std::size_t fileStart,
+                             const MessageTableLayout& layout, unsigned int seed);
+
 // Makes a frame of any bytes: types, field lengths and both frame lengths fit.
 Bytes frame_repair(const Bytes& bytes, const MessageTableLayout& layout);
 // Changes bytes as libFuzzer does, up to `longest` of them; frame lengths no longer fit.
