@@ -16,7 +16,7 @@ namespace {
 }
 
 internal::BlockCursor cursorAt(const ReaderState& reader, std::int64_t block) {
-    return internal::blockCursor_at(reader.blocks.get(), block, internal::BlockCursor::OpenBlocks::unread,
+    return internal::blockCursor_at(reader.blocks.get(), block, internal::BlockCursor::OpenBlocks::scanned,
                                     internal::BlockCursor::ZeroWords::judged);
 }
 

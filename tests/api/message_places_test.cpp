@@ -7,6 +7,7 @@
 #include "tabulo/reader.h"
 #include "tests/api/api_test.h"
 #include "tests/api/stored_table.h"
+#include "tests/support/bytes.h"
 
 namespace tabulo::test {
 namespace {
@@ -46,6 +47,16 @@ class ApiMessagePlaces : public TableTest {
         expectRefused(reader, Query().before(place).backward(), place, what + ", backward");
     }
 };
+
+TEST_F(ApiMessagePlaces, AreNumberedAlsoBehindABlockWhoseLengthWasNotWritten) {
+    StoredTable table(path(), layout, simpleMessages(11));
+    table.writer.close();
+    internal::test::patchFile(path().string(), static_cast<std::size_t>(table.place(3).block), Bytes(8, 0));
+    Reader reader(path());
+    for (std::size_t from = 0; from < table.count(); ++from) {
+        EXPECT_EQ(fault(reader, table, from, std::nullopt, false), "") << "from message " << from;
+    }
+}
 
 TEST_F(ApiMessagePlaces, AreEndsOfWhatIsGivenInBothDirections) {
     for (std::int32_t count = 0; count <= 8; ++count) {

@@ -42,6 +42,15 @@ class ApiSalvage : public TableTest {
     Bytes sound;
 };
 
+TEST_F(ApiSalvage, FindsMessagesWithoutAnyFieldBehindDamage) {
+    std::vector<std::vector<std::byte>> smallest(2);
+    encode({.uniformId = 1, .seqNum = 1}, layout, smallest[0]);
+    encode({.uniformId = 2, .seqNum = 2}, layout, smallest[1]);
+    make(smallest);
+    zero(plan().frames[0].begin, plan().frames[0].begin + 4);
+    EXPECT_EQ(salvageAll(path()).ids(), (std::vector<std::int32_t>{2}));
+}
+
 TEST_F(ApiSalvage, GivesEveryMessageOfASoundTableWithItsPlaceAndNumber) {
     for (std::int32_t count = 0; count <= 8; ++count) {
         std::filesystem::remove(path());

@@ -91,6 +91,24 @@ TEST_F(ApiWork, TellsItsProgressOfTheStretchThatIsAskedFor) {
     }
 }
 
+TEST_F(ApiWork, TellsItsProgressFromBlockToBlock) {
+    const StoredTable table(path(), layout, simpleMessages(30));
+    Reader reader(path());
+    ToldProgress progress;
+    std::vector<std::int64_t> begins;
+    for (const BlockRecord& block : reader.blocks(progress.work())) {
+        begins.push_back(block.offset - reader.begin().block);
+    }
+    std::vector<std::int64_t> done;
+    for (const Progress& told : progress.told) {
+        done.push_back(told.done);
+    }
+    ASSERT_GE(done.size(), begins.size());
+    done.resize(begins.size());
+    EXPECT_EQ(done, begins) << "told in front of each block: all bytes of those before";
+    EXPECT_EQ(progress.fault(), "");
+}
+
 TEST_F(ApiWork, TellsItsProgressEveryThousandMessagesInsideLongBlocks) {
     layout = {.messagesPerBlock = 4000, .summarisedTexts = 0};
     StoredTable table(path(), layout);
