@@ -71,6 +71,7 @@ MessageSource::MessageSource(Console& console, const SourceOptions& options, con
     const bool needsTimes = times.areShown || !selection.since.empty() || !selection.until.empty();
     const std::vector<std::int64_t> last = needsTimes ? lastTimes() : std::vector<std::int64_t>();
     times_.emplace(selection.time, sampleOf(last), console);
+    hasMessages_ = !last.empty();
     newest_ = last.empty() ? 0 : *std::max_element(last.begin(), last.end());
     if (times.countFromNow && times_->unit().has_value()) {
         newest_ = nowIn(*times_);
@@ -89,14 +90,20 @@ MessageSource::MessageSource(Console& console, const SourceOptions& options, con
 
 std::vector<std::int64_t> MessageSource::lastTimes() {
     std::vector<std::int64_t> times;
+    const auto add = [&times](Messages messages) {
+        if (const MessageView* message = messages.next()) {
+            times.push_back(message->time());
+        }
+    };
     for (Reader& reader : readers_) {
         try {
-            Messages messages = reader.messages(Query().backward());
-            if (const MessageView* last = messages.next()) {
-                times.push_back(last->time());
-            }
+            add(reader.messages(Query().backward()));
         } catch (const Error&) {
-            // Told when it is met among the messages.
+            try {
+                add(reader.messages());
+            } catch (const Error&) {
+                // Told when it is met among the messages.
+            }
         }
     }
     return times;

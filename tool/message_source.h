@@ -44,6 +44,8 @@ class MessageSource {
 
     std::vector<Reader>& readers() noexcept { return readers_; }
     const Times& times() const noexcept { return *times_; }
+    // Whether a table had one when it was opened; told only where times are needed.
+    bool hasMessages() const noexcept { return hasMessages_; }
     const Selection& selection(std::size_t table) const { return selections_[table]; }
     std::vector<const Layout*> layouts() const;
     std::vector<std::string> names() const;
@@ -63,7 +65,7 @@ class MessageSource {
   private:
     Work workOf(std::size_t table);
     void showProgress(std::size_t table, const Progress& progress);
-    // The time of each table's last message.
+    // The time of each table's last message; of its first one where damage hides the last.
     std::vector<std::int64_t> lastTimes();
 
     Console& console_;
@@ -72,6 +74,7 @@ class MessageSource {
     std::vector<Reader> readers_;
     std::optional<Times> times_;
     std::int64_t newest_ = 0;
+    bool hasMessages_ = false;
     std::vector<Selection> selections_;
     std::optional<MergedMessages> merged_;
     Work shown_;                      // how far all tables together are

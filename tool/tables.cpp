@@ -139,31 +139,6 @@ Messages messagesUntilNow(Reader& reader, const Work& work) {
     return reader.messages(end.has_value() ? Query().before(*end) : Query(), work);
 }
 
-std::vector<Work> sharedWork(const Work& whole, std::size_t tables) {
-    struct Shared {
-        Work whole;
-        std::vector<Progress> tables;
-    };
-    const auto shared = std::make_shared<Shared>(Shared{whole, std::vector<Progress>(tables)});
-    std::vector<Work> works;
-    for (std::size_t table = 0; table < tables; ++table) {
-        Work work;
-        work.stop = whole.stop;
-        work.progress = [shared, table](const Progress& progress) {
-            shared->tables[table] = progress;
-            Progress sum;
-            for (const Progress& one : shared->tables) {
-                sum.done += one.done;
-                sum.total += one.total;
-                sum.messages += one.messages;
-            }
-            shared->whole.progress(sum);
-        };
-        works.push_back(std::move(work));
-    }
-    return works;
-}
-
 MergedMessages::MergedMessages(Console& console, std::vector<std::string> names, std::vector<Messages> messages,
                                MergeBy merge, bool backward)
     : console_(console), names_(std::move(names)), messages_(std::move(messages)), merge_(merge), backward_(backward) {

@@ -48,9 +48,6 @@ std::optional<Position> endNow(Reader& reader);
 // damage hides the end, all up to there.
 Messages messagesUntilNow(Reader& reader, const Work& work);
 
-// Work on several tables at once, one for each, that is watched as a whole.
-std::vector<Work> sharedWork(const Work& whole, std::size_t tables);
-
 enum class MergeBy { uniformId, time, nothing };
 
 // The messages that queries select in several tables. By uniform id or time the head of each table is compared; a

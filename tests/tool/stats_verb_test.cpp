@@ -153,6 +153,33 @@ TEST_F(StatsVerbTest, OfSeveralLayoutsAFieldIsAbsentWhereThereIsNone) {
               "{\"field:Symbol\":\"INITECH\",\"messages\":1\n");
 }
 
+TEST_F(StatsVerbTest, OnlyWhatIsSelectedIsCountedAsCatChoosesIt) {
+    makeOrders("orders", 40);
+    const std::vector<std::vector<std::string>> selections = {
+        {"--type", "8"},
+        {"--since", "19:31:50"},
+        {"--until", "-3s"},
+        {"--seq", "3..9", "--class", "APP_TO,ADMIN_TO"},
+        {"--where", "Symbol=ACME", "--poss-dup", "no"},
+        {"--text", "order-1"},
+        {"--uid", "5..8"},
+    };
+    for (const std::vector<std::string>& selection : selections) {
+        std::vector<std::string> cat{"cat", "orders", "-o", "fix"};
+        std::vector<std::string> stats{"stats", "orders", "-o", "ndjson"};
+        cat.insert(cat.end(), selection.begin(), selection.end());
+        stats.insert(stats.end(), selection.begin(), selection.end());
+        const int printed = occurrences(run(cat).output, "\n");
+        EXPECT_GT(printed, 0) << selection[0];
+        EXPECT_LT(printed, 40) << selection[0];
+        const ProgramResult result = run(stats);
+        EXPECT_NE(result.output.find("\"messages\":" + std::to_string(printed) + ","), std::string::npos)
+            << selection[0] << " " << selection[1] << ": " << result.output << result.errors;
+    }
+    EXPECT_NE(run({"stats", "orders", "--seq", "1..2", "--explain"}).errors.find("blocks skipped"), std::string::npos);
+    EXPECT_EQ(run({"stats", "orders", "--where", "Colour=red"}).status, 2);
+}
+
 TEST_F(StatsVerbTest, DamageIsToldAndTheOtherTablesGoOn) {
     const std::string path = makeOrders("a", 23);
     makeOrders("b", 30, 24);

@@ -187,19 +187,6 @@ TEST_F(TablesTest, MessagesThatAreStoredMeanwhileAreNotWaitedFor) {
     EXPECT_EQ(count, 3);
 }
 
-TEST_F(TablesTest, SharedWorkTellsTheSumOfAllTables) {
-    Progress told;
-    Work whole;
-    whole.progress = [&told](const Progress& progress) { told = progress; };
-    const std::vector<Work> works = sharedWork(whole, 2);
-    works[0].progress({10, 100, 1});
-    works[1].progress({5, 50, 2});
-    works[0].progress({20, 100, 3});
-    EXPECT_EQ(told.done, 25);
-    EXPECT_EQ(told.total, 150);
-    EXPECT_EQ(told.messages, 5);
-}
-
 }  // namespace
 
 }  // namespace tabulo::tool::test

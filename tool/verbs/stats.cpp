@@ -14,6 +14,7 @@
 #include "tool/group_key.h"
 #include "tool/listing.h"
 #include "tool/message_groups.h"
+#include "tool/message_source.h"
 #include "tool/table_cells.h"
 #include "tool/tables.h"
 #include "tool/times.h"
@@ -26,20 +27,10 @@ namespace {
 constexpr std::size_t BAR_WIDTH = 24;
 
 struct StatsOptions {
-    std::vector<std::string> files;
+    SourceOptions source;
     std::vector<std::string> by;
     ListFormat format = ListFormat::text;
-    TimeOptions times;
 };
-
-// A time of the first table that has one.
-std::optional<std::int64_t> firstSample(const std::vector<Reader>& readers) {
-    std::optional<std::int64_t> sample;
-    for (auto reader = readers.begin(); reader != readers.end() && !sample.has_value(); ++reader) {
-        sample = sampleTime(inspect(reader->path()));
-    }
-    return sample;
-}
 
 // The tables' names; their paths where two have the same.
 std::vector<std::string> namesOf(const std::vector<Reader>& readers) {
@@ -123,40 +114,37 @@ void show(Console& console, const StatsOptions& options) {
     for (const std::string& name : options.by) {
         parts.push_back(groupPartNamed(name));
     }
-    std::vector<Reader> readers = openTables(console, expandPaths(console, options.files));
-    const std::vector<std::string> names = namesOf(readers);
-    const std::optional<std::int64_t> sample = firstSample(readers);
-    const Times times(options.times, sample, console);
+    MessageSource source(console, options.source, {});
+    const Times& times = source.times();
+    const std::vector<std::string> names = namesOf(source.readers());
     const bool hasTimes =
         std::any_of(parts.begin(), parts.end(), [](const GroupPart& part) { return isTime(part.by); });
-    if (hasTimes && sample.has_value() && !times.unit().has_value()) {
+    if (hasTimes && source.hasMessages() && !times.unit().has_value()) {
         throw UsageError("--by: the unit of the tables' times cannot be guessed; --time-unit tells it");
     }
-    std::vector<GroupKeys> keys = keysOf(readers, names, parts, times);
-    const std::vector<Work> works = sharedWork(console.watched("counting"), readers.size());
-    std::vector<Messages> messages;
-    for (std::size_t i = 0; i < readers.size(); ++i) {
-        messages.push_back(messagesUntilNow(readers[i], works[i]));
-    }
-    MergedMessages merged(console, names, std::move(messages), MergeBy::time, false);
+    std::vector<GroupKeys> keys = keysOf(source.readers(), names, parts, times);
+    source.begin("counting", false);
     MessageGroups groups;
-    while (const MessageView* message = merged.next()) {
-        groups.add(keys[merged.table()].of(*message), static_cast<std::int64_t>(message->frame().size()),
+    while (const MessageView* message = source.next()) {
+        groups.add(keys[source.table()].of(*message), static_cast<std::int64_t>(message->frame().size()),
                    message->time(), times.second(message->time()));
     }
     print(console, options, parts, groups, times);
+    console.flush();
+    source.explain();
 }
 
 std::function<void(Console&)> declare(CLI::App& app) {
     const auto options = std::make_shared<StatsOptions>();
-    app.add_option("files", options->files, "Message tables, or folders of them")->type_name("FILE")->required();
+    app.add_option("FILE", options->source.files, "Message tables, and folders of them")->required()->type_name("");
+    options->source.merge = "time";
     app.add_option("--by", options->by,
                    "Group by type, class, table, field:NAME, minute, hour or day, or by several of them")
         ->type_name("KEY")
         ->delimiter(',')
         ->allow_extra_args(false);
     declareListFormat(app, &options->format);
-    declareTimes(app, &options->times);
+    declareSelection(app, &options->source.selection);
     return [options](Console& console) { show(console, *options); };
 }
 
@@ -168,7 +156,9 @@ const Verb statsVerb{"stats", "Counts messages by type, class, table, field or t
                      "  # of each hour in Berlin, over all tables of a folder\n"
                      "  tabulo stats /var/lib/engine --by hour --tz Europe/Berlin\n"
                      "  # of each symbol and direction\n"
-                     "  tabulo stats orders --by field:Symbol,class\n",
+                     "  tabulo stats orders --by field:Symbol,class\n"
+                     "  # the rejects of each minute since half past seven\n"
+                     "  tabulo stats orders --by minute --type 3,j --since 19:30\n",
                      declare};
 
 }  // namespace tabulo::tool
