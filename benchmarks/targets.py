@@ -97,7 +97,24 @@ def table_rows(results):
     yield at_most("disk above the frames", 2, results.median("disk", "footers and header", "above the frames"), " %")
 
 
+def command_rows(results):
+    def of(metric):
+        return results.median("command", "tabulo", metric)
+
+    def beside(metric, other):
+        return ratio(results, "command", metric, "tabulo", other)
+    tables = results.median("setting", "command", "tables") or 0
+    large = results.median("setting", "command", "large table") or 0
+    yield at_least("the command, cat -o raw: of a native scan into the same pipe", 0.5, beside("raw", "native scan"))
+    for form in ("ndjson", "csv"):
+        yield at_least(f"the command, cat -o {form}: times SQLite's shell", 2, beside(form, "sqlite3"))
+    yield at_least("the command, verify: of a native scan", 1 / 3, beside("verify", "native scan"))
+    yield at_most(f"the command, tail -n 50 of {text(large)} messages", 20, of("tail"), " ms")
+    yield at_most(f"the command, ls of {text(tables)} tables", 1000, of("ls"), " ms")
+
+
 def rows(results):
     yield from append_rows(results)
     yield from read_rows(results)
     yield from table_rows(results)
+    yield from command_rows(results)

@@ -1,0 +1,135 @@
+// Makes the tables of command_benchmark.py, and reads one as its limit.
+//
+//   command_driver orders <directory> <orders>            the table "orders" of the workload
+//   command_driver small <directory> <messages>           the table "small", whose messages are as small as they get
+//   command_driver folder <directory> <tables> <orders>   so many tables of orders, "orders-0001" and so on
+//   command_driver scan <directory> <orders>              reads the table "orders"; fails unless it has so many
+//   command_driver pipe <directory> <orders>              the same, and writes the wire messages to standard output
+#include <unistd.h>
+
+#include <array>
+#include <cstdlib>
+#include <filesystem>
+#include <string>
+#include <string_view>
+
+#include "benchmarks/stores/all_stores.h"
+#include "benchmarks/stores/tabulo_store.h"
+#include "benchmarks/workload.h"
+#include "core/log.h"
+
+namespace {
+
+using namespace tabulo::internal;
+using namespace tabulo::internal::bench;
+
+constexpr std::size_t LARGEST_WRITE = std::size_t{64} * 1024;
+
+void writeOrders(const std::string& directory, std::int32_t first, std::int32_t orders) {
+    const Store store = tabulo_store();
+    std::filesystem::create_directories(directory);
+    void* table = store.open(directory, Access::create);
+    OrderRecord record;
+    for (std::int32_t number = first; number < first + orders; ++number) {
+        order_make(&record, number);
+        store.append(table, order_of(record));
+    }
+    store.close(table);
+}
+
+void writeSmall(const std::string& directory, std::int32_t messages) {
+    static constexpr char WIRE[] = "8=FIX.4.4|9=22|35=0|49=A|56=B|10=000|";
+    const std::array<StringField, 4> strings{{{}, {}, {WIRE, sizeof(WIRE)}, {}}};
+    std::filesystem::create_directories(directory);
+    const TablePtr table = table_ofSmallMessages(directory);
+    table_open(table.get(), OpenMode::create);
+    MessageMetadata metadata;
+    metadata.msgType[0] = '0';
+    for (std::int32_t number = 1; number <= messages; ++number) {
+        metadata.uniformId = number;
+        metadata.seqNum = number;
+        metadata.connMsgId = number;
+        metadata.timestamp = order_time(number);
+        if (mt_writeMessage(table.get(), {metadata, strings, {}}) != NO_ERROR) {
+            fail("the table refuses a message");
+        }
+    }
+    if (mt_close(table.get()) != NO_ERROR) {
+        fail("the table cannot be closed");
+    }
+}
+
+void writeFolder(const std::string& directory, std::int32_t tables, std::int32_t orders) {
+    for (std::int32_t i = 0; i < tables; ++i) {
+        const std::string number = std::to_string(10'000 + i).substr(1);
+        writeOrders(directory + "/one", 1 + i * orders, orders);
+        std::filesystem::rename(directory + "/one/orders", directory + "/orders-" + number);
+    }
+    std::filesystem::remove_all(directory + "/one");
+}
+
+struct Output {
+    bool isWanted = false;
+    std::int32_t orders = 0;
+    std::uint64_t digest = 0;
+    std::string gathered{};
+
+    void flush() {
+        for (std::string_view rest = gathered; !rest.empty();) {
+            const ssize_t written = ::write(STDOUT_FILENO, rest.data(), rest.size());
+            if (written < 0) {
+                fail("standard output cannot be written");
+            }
+            rest.remove_prefix(static_cast<std::size_t>(written));
+        }
+        gathered.clear();
+    }
+};
+
+bool take(void* context, const Order& order) {
+    auto* output = static_cast<Output*>(context);
+    output->orders += 1;
+    if (!output->isWanted) {
+        output->digest += order_digest(order);
+        return true;
+    }
+    output->gathered += stringField_withoutNul(order.texts[WIRE]);
+    if (output->gathered.size() >= LARGEST_WRITE) {
+        output->flush();
+    }
+    return true;
+}
+
+void read(const std::string& directory, std::int32_t orders, bool isWritten) {
+    const Store store = tabulo_store();
+    Output output;
+    output.isWanted = isWritten;
+    void* table = store.open(directory, Access::read);
+    store.read(table, Query{}, take, &output);
+    output.flush();
+    store.close(table);
+    if (output.orders != orders || (!isWritten && output.digest == 0)) {
+        fail("the table has other orders than were written");
+    }
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    log_setFacility(nullptr);
+    const std::string what = argc > 2 ? argv[1] : "";
+    const std::string directory = argc > 2 ? argv[2] : "";
+    const std::int32_t count = argc > 3 ? std::atoi(argv[3]) : 0;
+    if (what == "orders" && argc == 4) {
+        writeOrders(directory, 1, count);
+    } else if (what == "small" && argc == 4) {
+        writeSmall(directory, count);
+    } else if (what == "folder" && argc == 5) {
+        writeFolder(directory, count, std::atoi(argv[4]));
+    } else if ((what == "scan" || what == "pipe") && argc == 4) {
+        read(directory, count, what == "pipe");
+    } else {
+        fail("usage: command_driver orders|small|folder|scan|pipe <directory> <count> [<orders of each table>]");
+    }
+    return 0;
+}
