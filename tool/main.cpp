@@ -1,5 +1,6 @@
 // The command: finds the verb, runs it, and tells how it ended.
 #include <fmt/format.h>
+#include <malloc.h>
 
 #include <cstdio>
 #include <exception>
@@ -11,6 +12,7 @@
 #include "tabulo/log.h"
 #include "tool/command_line.h"
 #include "tool/console.h"
+#include "tool/listing.h"
 
 namespace tabulo::tool {
 
@@ -25,6 +27,21 @@ int tellUsage(Console& console, const std::string& verb, std::string_view why) {
     console.say(why);
     console.say(fmt::format("'tabulo {}{}--help' tells what it takes", verb, verb.empty() ? "" : " "));
     return statusOf(Status::wrongUse);
+}
+
+int tellParseError(Console& console, const CLI::App& command, const CLI::ParseError& error) {
+    const auto parsed = command.get_subcommands();
+    if (!parsed.empty()) {
+        return tellUsage(console, parsed.front()->get_name(), error.what());
+    }
+    const std::vector<std::string> rest = command.remaining();
+    const bool isUnknown = !rest.empty() && !rest.front().starts_with('-');
+    if (isUnknown || error.get_name() == "RequiredError") {
+        console.say(isUnknown ? fmt::format("there is no verb '{}'", shownText(rest.front())) : "a verb is missing");
+        console.say("'tabulo help' lists the verbs");
+        return statusOf(Status::wrongUse);
+    }
+    return tellUsage(console, "", error.what());
 }
 
 int run(Console& console, const std::vector<DeclaredVerb>& declared) {
@@ -69,8 +86,7 @@ int runCommand(int count, char** arguments) {
         console.flush();
         return statusOf(Status::done);
     } catch (const CLI::ParseError& error) {
-        const auto parsed = command.get_subcommands();
-        return tellUsage(console, parsed.empty() ? "" : parsed.front()->get_name(), error.what());
+        return tellParseError(console, command, error);
     } catch (const Error& error) {
         console.say(error.what());
         return statusOf(Status::failed);
@@ -83,6 +99,9 @@ int runCommand(int count, char** arguments) {
 }  // namespace tabulo::tool
 
 int main(int count, char** arguments) {
+    // What held one large message goes back to the system at once, instead of being kept for the next one.
+    constexpr int LARGE = 1024 * 1024;
+    ::mallopt(M_MMAP_THRESHOLD, LARGE);
     try {
         return tabulo::tool::runCommand(count, arguments);
     } catch (...) {

@@ -38,9 +38,9 @@ bool showsTimes(MessageFormat format) noexcept {
 MessagePrinter makePrinter(MessageFormat format, const PrinterOptions& options) {
     switch (format) {
         case MessageFormat::fix:
-            return fixPrinter();
+            return fixPrinter(options);
         case MessageFormat::raw:
-            return rawPrinter();
+            return rawPrinter(options);
         case MessageFormat::ndjson:
             return ndjsonPrinter(options);
         case MessageFormat::csv:

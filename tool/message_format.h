@@ -26,6 +26,9 @@ bool showsTimes(MessageFormat format) noexcept;
 // A printer remembers the layouts that it has met by where they stand: when one of them goes it is made again.
 using MessagePrinter = std::function<void(const MessageView& message, std::string* out)>;
 
+// Takes what has been appended so far, and empties it: of a large message not all that is printed is in memory at once.
+using Spill = std::function<void(std::string* out)>;
+
 struct PrinterOptions {
     const Times* times = nullptr;
     int width = 0;                         // text: to which lines are cut; 0 for not
@@ -33,6 +36,7 @@ struct PrinterOptions {
     bool colour = false;                   // text
     bool longForm = false;                 // text: field by field
     std::string dictionary{};              // text, long form: a file of tag names; empty for the built-in list
+    Spill spill{};                         // called in the middle of large texts; empty for never
     std::vector<const Layout*> layouts{};  // csv: its columns are those of all of them, in the order in which they come
 };
 MessagePrinter makePrinter(MessageFormat format, const PrinterOptions& options);

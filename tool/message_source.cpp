@@ -130,6 +130,7 @@ Selection MessageSource::selectionFor(const Layout& layout) const {
 }
 
 void MessageSource::begin(const std::string& what, bool backward, const std::vector<Stretch>& stretches) {
+    end();
     std::vector<Messages> messages;
     std::vector<std::string> names;
     shown_ = console_.watched(what);

@@ -56,6 +56,8 @@ class MessageSource {
     void begin(const std::string& what, bool backward, const std::vector<Stretch>& stretches = {});
     // The next message that is selected, valid until the next call; null at the end.
     const MessageView* next();
+    // Lets go of the messages; what they have cost can no longer be explained.
+    void end() noexcept { merged_.reset(); }
     // The number of the table of that message.
     std::size_t table() const noexcept { return merged_->table(); }
 

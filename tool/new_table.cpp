@@ -23,6 +23,10 @@ void MessageSum::add(const MessageView& message) {
 
 bool BatchWriter::add(const MessageView& message) {
     const std::span<const std::byte> frame = message.frame();
+    if (frame.size() >= batchBytes_) {
+        large_ = frame;
+        return true;
+    }
     batch_.insert(batch_.end(), frame.begin(), frame.end());
     return batch_.size() >= batchBytes_;
 }
@@ -31,6 +35,10 @@ void BatchWriter::flush() {
     if (!batch_.empty()) {
         writer_.appendFrames(batch_);
         batch_.clear();
+    }
+    if (!large_.empty()) {
+        writer_.appendFrames(large_);
+        large_ = {};
     }
 }
 

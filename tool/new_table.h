@@ -33,7 +33,8 @@ class BatchWriter {
     // Batches are written when they reach so many bytes.
     BatchWriter(Writer writer, std::size_t batchBytes) : writer_(std::move(writer)), batchBytes_(batchBytes) {}
 
-    // True when the batch is full: the next thing to call is flush.
+    // True when the batch is full: the next thing to call is flush, while the message is there still. One that would
+    // fill a batch alone is not copied.
     bool add(const MessageView& message);
     void flush();
     // Writes what is left, and closes the table; it is not committed to the disk.
@@ -44,6 +45,7 @@ class BatchWriter {
     Writer writer_;
     std::size_t batchBytes_;
     std::vector<std::byte> batch_;
+    std::span<const std::byte> large_{};  // behind the batch
 };
 
 // Opens a closed table again, verifies it, and reads what is in it. Failure unless it is sound and comes to `sum`.

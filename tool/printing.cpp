@@ -30,7 +30,7 @@ void declarePrinting(CLI::App& app, PrintingOptions* options) {
 }
 
 MessageOutput::MessageOutput(Console& console, const PrintingOptions& options, const std::vector<std::string>& names)
-    : console_(console), format_(messageFormatNamed(options.format)) {
+    : console_(console), format_(messageFormatNamed(options.format)), names_(names) {
     if (format_ != MessageFormat::text && (options.longForm || !options.dictionary.empty())) {
         throw UsageError("--long and --dictionary are for -o text");
     }
@@ -38,7 +38,16 @@ MessageOutput::MessageOutput(Console& console, const PrintingOptions& options, c
     printer_.tableWidth = tableWidth(names);
     printer_.colour = console.hasColour();
     printer_.longForm = options.longForm;
+    printer_.spill = [&console](std::string* out) {
+        console.write(*out);
+        out->clear();
+    };
     printer_.dictionary = options.dictionary;
+}
+
+void MessageOutput::addTable(const std::string& name) {
+    names_.push_back(name);
+    printer_.tableWidth = tableWidth(names_);
 }
 
 void MessageOutput::begin(const Times& times, std::vector<const Layout*> layouts) {

@@ -28,11 +28,14 @@ class MessageOutput {
     MessageFormat format() const noexcept { return format_; }
     // Before the first message, and when a layout has gone; prints the format's head when it is not the one before.
     void begin(const Times& times, std::vector<const Layout*> layouts);
+    // One more table, which the text format then shows.
+    void addTable(const std::string& name);
     void print(const MessageView& message);
 
   private:
     Console& console_;
     MessageFormat format_;
+    std::vector<std::string> names_;
     PrinterOptions printer_;
     MessagePrinter print_;
     std::string head_;

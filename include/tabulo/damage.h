@@ -64,7 +64,7 @@ struct VerifyResult {
 // Writes nothing and takes no lock; what a process writes meanwhile is no damage. Throws when the header tells no
 // layout to check against; vseek when the table is dropped or cut meanwhile, of which a drop and a refill beyond the
 // place reached cannot always be told (see docs/reliability.md); and what `report` throws. Memory: that of a block, in
-// pieces of 64 MiB, or of one larger message.
+// pieces of 8 MiB, or of one larger message.
 VerifyResult verify(const std::filesystem::path& path, const std::function<void(const Finding&)>& report,
                     const Work& work = {});
 

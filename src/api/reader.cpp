@@ -70,6 +70,7 @@ std::optional<Position> placeInBlock(const Call& call, const internal::BlockCurs
             call.fail(code, frames.position);
         }
     }
+    blockReader_forgetFrames(cursor.reader);
     return Position{block.start, frames.position};
 }
 

@@ -102,6 +102,7 @@ void checkFrame(const Call& call, const ReaderState& reader, internal::TableFile
         }
         ++index;
     }
+    blockReader_forgetFrames(reader.blocks.get());
     if (frames.position != position.offset) {
         failPlace(call, position, "a message or a footer stands around it");
     }

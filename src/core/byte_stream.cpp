@@ -165,6 +165,15 @@ std::int32_t byteStream_setBuffer(KSVByteStream* stream, void* buffer, std::int3
     return 0;
 }
 
+void byteStream_giveBack(KSVByteStream* stream, std::int32_t n) noexcept {
+    byteStream_clear(stream);
+    if (stream->capacity > n && stream->extend == growingStream_extend) {
+        stream->owned.reset();
+        stream->buffer = nullptr;
+        stream->capacity = 0;
+    }
+}
+
 StreamCount byteStream_makeRoom(KSVByteStream* stream, std::int32_t n) noexcept {
     byteStream_clear(stream);
     if (stream->capacity >= n) {

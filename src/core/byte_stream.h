@@ -115,6 +115,9 @@ std::int32_t byteStream_setBuffer(KSVByteStream* stream, void* buffer, std::int3
 // have no buffer, until a later call finds the memory), also for a stream over a caller's buffer that is too small.
 StreamCount byteStream_makeRoom(KSVByteStream* stream, std::int32_t n) noexcept;
 
+// Empties the stream; a growing one gives back a buffer of more than n bytes.
+void byteStream_giveBack(KSVByteStream* stream, std::int32_t n) noexcept;
+
 // One value as its native bytes, with the results of byteStream_putBytes and byteStream_getBytes.
 template <typename T>
 StreamCount byteStream_put(KSVByteStream* stream, T value) noexcept {

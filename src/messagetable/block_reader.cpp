@@ -189,11 +189,20 @@ ErrorCode blockReader_findTornLength(BlockReader* reader, TableFile* file, std::
     return code == NO_DATA_ERROR || code == CONSISTENCY_ERROR ? NO_ERROR : code;
 }
 
+void blockReader_forgetFrames(BlockReader* reader) noexcept {
+    constexpr std::int32_t KEPT = 4 * SCAN_PIECE_SIZE;
+    byteStream_giveBack(reader->frames.get(), KEPT);
+}
+
 ErrorCode blockReader_scan(BlockReader* reader, TableFile* file, std::int64_t framesStart, std::int64_t end,
                            ErrorCode* scanEnd) noexcept {
     blockSummary_reset(&reader->summary, true);
     FrameCursor cursor = frameCursor_forward(reader, file, framesStart, end, SCAN_PIECE_SIZE);
-    return addFrames(reader, &cursor, scanEnd);
+    const ErrorCode code = addFrames(reader, &cursor, scanEnd);
+    if (cursor.pieceEnd > cursor.pieceStart) {
+        blockReader_forgetFrames(reader);
+    }
+    return code;
 }
 
 ErrorCode blockReader_continueScan(BlockReader* reader, TableFile* file, std::int64_t framesStart, std::int64_t end,
@@ -201,10 +210,12 @@ ErrorCode blockReader_continueScan(BlockReader* reader, TableFile* file, std::in
     const std::int64_t scanned = framesStart + static_cast<std::int64_t>(reader->summary.frameBytes);
     FrameCursor cursor = frameCursor_forward(reader, file, scanned - reader->lastScannedLength, end, SCAN_PIECE_SIZE);
     DecodedMessage message;
-    const ErrorCode code = frameCursor_next(&cursor, &message);
+    ErrorCode code = frameCursor_next(&cursor, &message);
     *same = code == NO_ERROR && cursor.position == scanned && message.metadata == reader->lastScanned;
     if (*same) {
-        return addFrames(reader, &cursor, scanEnd);
+        code = addFrames(reader, &cursor, scanEnd);
+        blockReader_forgetFrames(reader);
+        return code;
     }
     return code == CONSISTENCY_ERROR || code == NO_DATA_ERROR ? NO_ERROR : code;
 }

@@ -72,6 +72,8 @@ ErrorCode blockReader_takeFooter(BlockReader* reader, std::uint64_t length) noex
 ErrorCode blockReader_findTornLength(BlockReader* reader, TableFile* file, std::int64_t start, std::uint64_t word,
                                      std::uint64_t* length) noexcept;
 
+// What was read of frames is not looked at any more: the memory of a large message is not kept for the next one.
+void blockReader_forgetFrames(BlockReader* reader) noexcept;
 // Empties the summary (keeping the static indexes) and reads frames from framesStart on into it: at most
 // messagesPerBlock, none behind `end`. *scanEnd tells what stopped it: NO_ERROR when the block is full, NO_DATA_ERROR
 // when no complete frame follows, CONSISTENCY_ERROR at a frame that does not decode. The result is NO_ERROR or a read

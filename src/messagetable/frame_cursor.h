@@ -14,8 +14,8 @@
 
 namespace tabulo::internal {
 
-// Pieces of a closed block: blocks up to this size are read at once.
-inline constexpr std::int32_t BLOCK_PIECE_SIZE = 64 * 1024 * 1024;
+// Pieces of a closed block: blocks up to this size are read at once. Larger ones take no more memory than they.
+inline constexpr std::int32_t BLOCK_PIECE_SIZE = 8 * 1024 * 1024;
 // Pieces of an open block and of recovery, where frames may end at any point.
 inline constexpr std::int32_t SCAN_PIECE_SIZE = 256 * 1024;
 

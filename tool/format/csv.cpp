@@ -7,6 +7,7 @@
 #include <map>
 
 #include "tool/format/field_names.h"
+#include "tool/format/pieces.h"
 #include "tool/format/printers.h"
 #include "tool/text_bytes.h"
 
@@ -31,19 +32,23 @@ bool isPlain(std::string_view text) {
     return !isSpecial;
 }
 
-// A value, quoted where it must be. The empty text is quoted too: nothing between commas is an absent one.
-void appendQuoted(std::string_view text, std::string* out) {
-    if (isPlain(text)) {
-        out->append(text);
-        return;
-    }
-    out->push_back('"');
+// A text with its quotes doubled.
+void appendDoubled(std::string_view text, std::string* out) {
     for (std::size_t quote = text.find('"'); quote != std::string_view::npos; quote = text.find('"')) {
         out->append(text.substr(0, quote + 1)).push_back('"');
         text.remove_prefix(quote + 1);
     }
     out->append(text);
-    out->push_back('"');
+}
+
+// A value, quoted where it must be. The empty text is quoted too: nothing between commas is an absent one.
+void appendQuoted(std::string_view text, std::string* out, const Spill& spill = {}) {
+    const std::string_view quote = isPlain(text) ? "" : "\"";
+    out->append(quote);
+    appendPieces(text, out, spill, [&](std::string_view piece) {
+        quote.empty() ? static_cast<void>(out->append(piece)) : appendDoubled(piece, out);
+    });
+    out->append(quote);
 }
 
 // The names of the fields of all layouts, in the order in which they come.
@@ -67,7 +72,7 @@ bool contains(const Names& names, std::string_view name) {
 class CsvPrinter {
   public:
     explicit CsvPrinter(const PrinterOptions& options)
-        : times_(options.times), columns_(fieldColumns(options.layouts)) {}
+        : times_(options.times), spill_(options.spill), columns_(fieldColumns(options.layouts)) {}
 
     void print(const MessageView& message, std::string* out) {
         addShown(message.table(), out);
@@ -94,7 +99,7 @@ class CsvPrinter {
   private:
     void addText(const Text& text, std::string* out) {
         if (text.has_value()) {
-            appendQuoted(*text, out);
+            appendQuoted(*text, out, spill_);
         }
         out->push_back(',');
     }
@@ -123,19 +128,19 @@ class CsvPrinter {
         }
     }
 
-    static void addWire(const MessageView& message, std::string* out) {
+    void addWire(const MessageView& message, std::string* out) {
         const Text texts[] = {message.wire(), message.nonMetadata()};
         bool isText[2] = {};
         for (std::size_t i = 0; i < 2; ++i) {
             isText[i] = texts[i].has_value() && isUtf8(*texts[i]);
             if (isText[i]) {
-                appendQuoted(*texts[i], out);
+                appendQuoted(*texts[i], out, spill_);
             }
             out->push_back(',');
         }
         for (std::size_t i = 0; i < 2; ++i) {
             if (texts[i].has_value() && !isText[i]) {
-                appendBase64(*texts[i], out);
+                appendPiecesBase64(*texts[i], out, spill_);
             }
             out->append(i == 0 ? "," : "\r\n");
         }
@@ -157,6 +162,7 @@ class CsvPrinter {
     }
 
     const Times* times_;
+    Spill spill_;
     std::vector<std::string> columns_;
     std::map<const Layout*, std::vector<int>> places_;
     std::int64_t time_ = 0;

@@ -1,12 +1,13 @@
+#include "tool/format/pieces.h"
 #include "tool/format/printers.h"
 #include "tool/text_bytes.h"
 
 namespace tabulo::tool {
 
-MessagePrinter fixPrinter() {
-    return [](const MessageView& message, std::string* out) {
+MessagePrinter fixPrinter(const PrinterOptions& options) {
+    return [spill = options.spill](const MessageView& message, std::string* out) {
         if (const Text wire = message.wire()) {
-            appendShown(*wire, out);
+            appendPieces(*wire, out, spill, [out](std::string_view piece) { appendShown(piece, out); });
             out->push_back('\n');
         }
     };

@@ -7,6 +7,7 @@
 #include <optional>
 
 #include "tool/fix_dictionary.h"
+#include "tool/format/pieces.h"
 #include "tool/listing.h"
 
 namespace tabulo::tool {
@@ -35,7 +36,8 @@ class LongText {
     explicit LongText(const PrinterOptions& options)
         : times_(options.times),
           width_(options.width > 0 ? static_cast<std::size_t>(options.width) : 0),
-          hasColour_(options.colour) {
+          hasColour_(options.colour),
+          spill_(options.spill) {
         if (!options.dictionary.empty()) {
             named_ = FixDictionary::read(options.dictionary);
         }
@@ -85,6 +87,9 @@ class LongText {
             const std::string tag = field.tag == 0 ? "?" : fmt::format("{}", field.tag);
             const std::string name = field.tag == 0 ? "(no field)" : shownText(dictionary().tagName(field.tag));
             printField(tag, name, nameWidth, field.value, nameOf(field), out);
+            if (spill_ && out->size() > LARGEST_PIECE) {
+                spill_(out);
+            }
         }
     }
 
@@ -117,11 +122,28 @@ class LongText {
     void printField(std::string_view tag, std::string_view name, std::size_t nameWidth, std::string_view value,
                     const std::string& valueName, std::string* out) const {
         const std::size_t used = shownWidth(name);
-        printLine({{FAINT, fmt::format("{:>{}}", tag, TAG_WIDTH)},
-                   {"", fmt::format("  {}{}  {}", name, std::string(used < nameWidth ? nameWidth - used : 0, ' '),
-                                    shownValue(value))},
+        const Part tagPart{FAINT, fmt::format("{:>{}}", tag, TAG_WIDTH)};
+        const std::string padding(used < nameWidth ? nameWidth - used : 0, ' ');
+        const bool isLarge = spill_ && value.size() > LARGEST_PIECE;
+        if (isLarge && width_ == 0) {
+            paint(tagPart, out);
+            out->append(fmt::format("  {}{}  ", name, padding));
+            appendPieces(value, out, spill_, [out](std::string_view piece) { out->append(shownValue(piece)); });
+            out->push_back('\n');
+            return;
+        }
+        const std::string_view shown = isLarge ? value.substr(0, pieceLength(value)) : value;  // the line is cut
+        printLine({tagPart,
+                   {"", fmt::format("  {}{}  {}", name, padding, shownValue(shown))},
                    {NAMED, valueName.empty() ? "" : "  " + valueName}},
                   out);
+    }
+
+    void paint(const Part& part, std::string* out) const {
+        const bool isPainted = hasColour_ && !part.colour.empty() && !part.text.empty();
+        *out += isPainted ? part.colour : "";
+        *out += part.text;
+        *out += isPainted ? NORMAL : "";
     }
 
     // A line of parts, cut to the width.
@@ -137,10 +159,7 @@ class LongText {
             const std::size_t width = shownWidth(part.text);
             const std::string text = isCut && width >= left ? cutText(part.text + " ", left) : part.text;
             left -= std::min(left, width);
-            const bool isPainted = hasColour_ && !part.colour.empty() && !text.empty();
-            *out += isPainted ? part.colour : "";
-            *out += text;
-            *out += isPainted ? NORMAL : "";
+            paint({part.colour, text}, out);
             if (isCut && left == 0) {
                 break;
             }
@@ -151,6 +170,7 @@ class LongText {
     const Times* times_;
     std::size_t width_;
     bool hasColour_;
+    Spill spill_;
     std::optional<FixDictionary> named_;
 };
 

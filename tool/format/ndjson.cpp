@@ -7,6 +7,7 @@
 #include <memory>
 
 #include "tool/format/field_names.h"
+#include "tool/format/pieces.h"
 #include "tool/format/printers.h"
 #include "tool/text_bytes.h"
 
@@ -21,9 +22,10 @@ struct NamedLayout {
 
 class NdjsonPrinter {
   public:
-    explicit NdjsonPrinter(const PrinterOptions& options) : times_(options.times) {}
+    explicit NdjsonPrinter(const PrinterOptions& options) : times_(options.times), spill_(options.spill) {}
 
     void print(const MessageView& message, std::string* out) {
+        out_ = out;
         buffer_.Clear();
         writer_.Reset(buffer_);
         writer_.StartObject();
@@ -34,7 +36,7 @@ class NdjsonPrinter {
         writeText("wire", "wireBase64", message.wire());
         writeText("nonMetadata", "nonMetadataBase64", message.nonMetadata());
         writer_.EndObject();
-        out->append(buffer_.GetString(), buffer_.GetSize());
+        takeBuffer();
         out->push_back('\n');
     }
 
@@ -132,7 +134,38 @@ class NdjsonPrinter {
         }
     }
 
+    void takeBuffer() {
+        out_->append(buffer_.GetString(), buffer_.GetSize());
+        buffer_.Clear();
+    }
+
+    // A large text as a value. The writer would want room for six times its length; it is told of the value, and the
+    // text goes past it.
+    template <typename Append>
+    void pastTheWriter(const Append& append) {
+        writer_.RawValue("", 0, rapidjson::kStringType);
+        takeBuffer();
+        out_->push_back('"');
+        append();
+        out_->push_back('"');
+    }
+
+    void largeString(std::string_view text) {
+        pastTheWriter([&] {
+            appendPieces(text, out_, spill_, [this](std::string_view piece) {
+                pieceBuffer_.Clear();
+                pieceWriter_.Reset(pieceBuffer_);
+                pieceWriter_.String(piece.data(), static_cast<rapidjson::SizeType>(piece.size()));
+                out_->append(pieceBuffer_.GetString() + 1, pieceBuffer_.GetSize() - 2);  // without its quotes
+            });
+        });
+    }
+
     void base64(std::string_view bytes) {
+        if (spill_ && bytes.size() > LARGEST_PIECE) {
+            pastTheWriter([&] { appendPiecesBase64(bytes, out_, spill_); });
+            return;
+        }
         scratch_.clear();
         appendBase64(bytes, &scratch_);
         string(scratch_);
@@ -155,6 +188,10 @@ class NdjsonPrinter {
 
     void key(std::string_view name) { writer_.Key(name.data(), static_cast<rapidjson::SizeType>(name.size())); }
     bool string(std::string_view text) {
+        if (spill_ && text.size() > LARGEST_PIECE) {
+            largeString(text);
+            return true;
+        }
         return writer_.String(text.data(), static_cast<rapidjson::SizeType>(text.size()));
     }
 
@@ -172,8 +209,12 @@ class NdjsonPrinter {
     }
 
     const Times* times_;
+    Spill spill_;
+    std::string* out_ = nullptr;
     rapidjson::StringBuffer buffer_;
     rapidjson::Writer<rapidjson::StringBuffer> writer_;
+    rapidjson::StringBuffer pieceBuffer_;
+    rapidjson::Writer<rapidjson::StringBuffer> pieceWriter_;
     bool isTimeKnown_ = false;
     std::int64_t time_ = 0;
     std::string iso_;

@@ -5,6 +5,7 @@
 #include <iterator>
 #include <limits>
 
+#include "tool/format/pieces.h"
 #include "tool/format/printers.h"
 #include "tool/text_bytes.h"
 
@@ -39,7 +40,8 @@ class TextPrinter {
         : times_(options.times),
           limit_(options.width > 0 ? static_cast<std::size_t>(options.width) : std::numeric_limits<std::size_t>::max()),
           tableWidth_(static_cast<std::size_t>(options.tableWidth)),
-          hasColour_(options.colour) {}
+          hasColour_(options.colour),
+          spill_(options.spill) {}
 
     void print(const MessageView& message, std::string* out) {
         left_ = limit_;
@@ -61,7 +63,8 @@ class TextPrinter {
         std::size_t flagsWidth = 2;
         const char flags[] = {message.possDup() ? 'P' : '-', message.outOfSequence() ? 'O' : '-'};
         add({flags, 2}, &flagsWidth, "", out);
-        left_ -= appendShown(message.wire().value_or("-"), out, left_);
+        appendPieces(message.wire().value_or("-"), out, spill_,
+                     [&](std::string_view piece) { left_ -= appendShown(piece, out, left_); });
         out->push_back('\n');
     }
 
@@ -101,6 +104,7 @@ class TextPrinter {
     std::size_t limit_;
     std::size_t tableWidth_;
     bool hasColour_;
+    Spill spill_;
     std::size_t left_ = 0;  // columns of the line
     bool isTimeKnown_ = false;
     std::int64_t time_ = 0;

@@ -34,6 +34,10 @@ void run(Console& console, const ExportOptions& options) {
     PrinterOptions printerOptions;
     printerOptions.times = &source.times();
     printerOptions.layouts = source.layouts();
+    printerOptions.spill = [&target](std::string* out) {
+        target.write(*out);
+        out->clear();
+    };
     const MessagePrinter print = makePrinter(format, printerOptions);
     target.write(headOf(format, printerOptions));
     source.begin("exporting", false);

@@ -3,6 +3,7 @@
 
 #include <charconv>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -83,18 +84,21 @@ class PartNames {
 // Shares all messages up to the table's end out; their number.
 std::int64_t shareOut(Console& console, Reader& reader, const Position& end, const PartNames& names,
                       TableParts* parts) {
-    Messages messages = reader.messages(Query().before(end), console.watched("splitting " + shownPath(reader.path())));
+    std::optional<Messages> messages(
+        reader.messages(Query().before(end), console.watched("splitting " + shownPath(reader.path()))));
     std::int64_t count = 0;
     Position last;
     Position next = reader.begin();
-    for (const MessageView& message : messages) {
+    for (const MessageView& message : *messages) {
         parts->add(names.of(message, count), message);
         last = message.position();
         next = message.next();
         ++count;
     }
     Console::checkInterrupt();
-    if (messages.ending() == Ending::dropped || next != end) {
+    const bool isWhole = messages->ending() != Ending::dropped && next == end;
+    messages.reset();  // with the memory of a large one
+    if (!isWhole) {
         throw Failure(fmt::format("{} was dropped while it was split; nothing was made", shownPath(reader.path())));
     }
     if (reader.positionOf(count - 1) != last) {  // which counts by blocks
