@@ -102,6 +102,37 @@ TEST_F(VerifyVerbTest, AFolderGoesOnBehindWhatIsForeignAndANamedFileFailsAtTheEn
     EXPECT_EQ(run({"verify", "-o", "csv", "orders"}).status, 2);
 }
 
+TEST_F(VerifyVerbTest, ATableWhoseHeaderIsLostIsDamagedAndAFileThatBeginsOtherwiseIsNoTable) {
+    const std::string path = makeOrders("orders", 5);
+    const Bytes sound = readFile(path);
+    constexpr std::size_t FIRST_BYTES = 15;  // signature, byte order and version
+    constexpr std::size_t GENERIC_HEADER = 19;
+    Bytes damaged = sound;
+    std::fill(damaged.begin() + GENERIC_HEADER, damaged.begin() + 186, std::uint8_t{0xFF});
+    internal::test::writeFile(path, damaged);
+    ProgramResult result = run({"verify", "orders"});
+    EXPECT_EQ(result.status, 3) << result.errors;
+    EXPECT_NE(result.output.find("orders: damage at 0, header: it tells no layout: "), std::string::npos)
+        << result.output;
+    EXPECT_NE(result.errors.find("orders is damaged"), std::string::npos) << result.errors;
+    result = run({"verify", "orders", "-o", "ndjson"});
+    EXPECT_NE(result.output.find("\"kind\":null,\"sound\":false,\"blocks\":null,\"messages\":null,\"bytes\":" +
+                                 std::to_string(sound.size()) + ",\"damages\":1,"),
+              std::string::npos)
+        << result.output;
+    for (std::size_t place = 0; place < 186; ++place) {
+        damaged = sound;
+        damaged[place] ^= 0xFFU;
+        internal::test::writeFile(path, damaged);
+        const int status = run({"verify", "orders"}).status;
+        if (place < FIRST_BYTES) {
+            EXPECT_EQ(status, 1) << "byte " << place;
+        } else {
+            EXPECT_TRUE(status == 3 || status == 0) << "byte " << place << ": " << status;  // names are free
+        }
+    }
+}
+
 TEST_F(VerifyVerbTest, ASessionTableOfAnotherSizeIsDamaged) {
     const std::string path = makeSession("session");
     const Bytes sound = readFile(path);

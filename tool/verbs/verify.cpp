@@ -1,6 +1,9 @@
 // verify: whether all that can be checked in tables is right, and where it is not.
 #include <fmt/format.h>
 
+#include <algorithm>
+#include <array>
+#include <filesystem>
 #include <memory>
 #include <optional>
 #include <string>
@@ -49,7 +52,7 @@ std::string_view kindName(FindingKind kind) {
 
 // What was found in one table.
 struct Verdict {
-    TableKind kind = TableKind::messages;
+    std::optional<TableKind> kind = TableKind::messages;  // none when the header does not tell
     VerifyResult result{};
     std::int64_t values = 0;  // of a session info table
 };
@@ -80,10 +83,14 @@ class Report {
         if (format_ == ListFormat::text) {
             showVerdict(path, verdict);
         } else {
+            const bool isKnown = verdict.kind.has_value();
             const bool isSession = verdict.kind == TableKind::sessionInfo;
-            const auto ofMessages = [&](std::int64_t value) { return isSession ? ListValue() : ListValue(value); };
+            const auto ofMessages = [&](std::int64_t value) {
+                return verdict.kind == TableKind::messages ? ListValue(value) : ListValue();
+            };
             ListRecord record = recordOf("table", path);
-            record.add("kind", "", {std::string(isSession ? "session" : "messages")});
+            record.add("kind", "",
+                       {isKnown ? ListValue(std::string(isSession ? "session" : "messages")) : ListValue()});
             record.add("sound", "", {isSound});
             record.add("blocks", "", {ofMessages(verdict.result.blocks)});
             record.add("messages", "", {ofMessages(verdict.result.messages)});
@@ -129,10 +136,14 @@ class Report {
         if (result.notes > 0) {
             line += fmt::format(", {} note{}", result.notes, result.notes == 1 ? "" : "s");
         }
-        line += verdict.kind == TableKind::sessionInfo
-                    ? fmt::format("; {} values, {}", verdict.values, shownBytes(result.bytes))
-                    : fmt::format("; {} blocks, {} whole messages, {}", result.blocks, result.messages,
-                                  shownBytes(result.bytes));
+        if (verdict.kind == TableKind::messages) {
+            line += fmt::format("; {} blocks, {} whole messages, {}", result.blocks, result.messages,
+                                shownBytes(result.bytes));
+        } else if (verdict.kind == TableKind::sessionInfo) {
+            line += fmt::format("; {} values, {}", verdict.values, shownBytes(result.bytes));
+        } else {
+            line += fmt::format("; {} that cannot be checked without a header", shownBytes(result.bytes));
+        }
         console_.write(line + '\n');
     }
 
@@ -174,12 +185,47 @@ Verdict verifyMessages(Console& console, const std::filesystem::path& path, Repo
     return verdict;
 }
 
+// True for a file that begins as a table does, but whose header tells no layout.
+bool isHeaderLost(Code code) noexcept {
+    constexpr std::array CODES = {Code::headerCorrupted, Code::tableType,         Code::streamNotEnoughData,
+                                  Code::noData,          Code::stringFieldsLimit, Code::numericFieldsLimit,
+                                  Code::consistency,     Code::streamReadReset};
+    return std::find(CODES.begin(), CODES.end(), code) != CODES.end();
+}
+
+// The verdict on such a file.
+Verdict lostHeader(const std::filesystem::path& path, const Error& error, Report& report) {
+    Verdict verdict;
+    verdict.kind.reset();
+    std::error_code unknown;
+    const std::uintmax_t size = std::filesystem::file_size(path, unknown);
+    verdict.result.bytes = unknown ? 0 : static_cast<std::int64_t>(size);
+    verdict.result.damages = 1;
+    Finding finding;
+    finding.kind = FindingKind::header;
+    const std::string_view why = error.code() == Code::tableType ? "its kind is neither messages nor session infos"
+                                 : error.detail().empty()        ? codeText(error.code())
+                                                                 : std::string_view(error.detail());
+    finding.text = fmt::format("it tells no layout: {}", why);
+    report.finding(path, "header", finding);
+    return verdict;
+}
+
 // False when a file that was named cannot be checked at all.
 bool verifyFile(Console& console, const NamedFile& file, bool isOnly, Report& report) {
     try {
-        const TableInfo info = inspect(file.path);
-        report.verdict(file.path, info.kind == TableKind::sessionInfo ? verifySession(info, report)
-                                                                      : verifyMessages(console, file.path, report));
+        std::optional<TableInfo> info;
+        try {
+            info = inspect(file.path);
+        } catch (const Error& error) {
+            if (!isHeaderLost(error.code())) {
+                throw;
+            }
+            report.verdict(file.path, lostHeader(file.path, error, report));
+            return true;
+        }
+        report.verdict(file.path, info->kind == TableKind::sessionInfo ? verifySession(*info, report)
+                                                                       : verifyMessages(console, file.path, report));
     } catch (const Error& error) {
         console.flush();
         if (error.code() == Code::vseek) {
