@@ -39,10 +39,18 @@ int writeAll(int descriptor, std::string_view bytes) {
     return 0;
 }
 
+std::filesystem::path folderOf(const std::filesystem::path& path) {
+    return path.has_parent_path() ? path.parent_path() : ".";
+}
+
+// By which the system finds an open file that has no other name.
+std::string nameOf(int descriptor) {
+    return fmt::format("/proc/self/fd/{}", descriptor);
+}
+
 // Names in a folder are committed with the folder. Some file systems cannot; then they are as safe as they can be.
 void commitFolderOf(const std::filesystem::path& path) {
-    const std::filesystem::path folder = path.has_parent_path() ? path.parent_path() : ".";
-    const int descriptor = ::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    const int descriptor = ::open(folderOf(path).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     if (descriptor >= 0) {
         (void)::fsync(descriptor);
         ::close(descriptor);
@@ -66,21 +74,31 @@ TargetFile::~TargetFile() {
     if (descriptor_ >= 0) {
         ::close(descriptor_);
     }
-    if (!isFinished_) {
+    if (!isFinished_ && !isNameless_) {
         ::unlink(unfinished_.c_str());
     }
 }
 
-// Makes the file, or opens the one that somebody else has made by its path.
-void TargetFile::open(int flags) {
-    descriptor_ = descriptor_ >= 0 ? descriptor_ : ::open(unfinished_.c_str(), O_WRONLY | O_CLOEXEC | flags, 0666);
+// Without a name where it can get one later: by its descriptor's own, which not every system shows.
+void TargetFile::make() {
+    descriptor_ = ::open(folderOf(path_).c_str(), O_WRONLY | O_TMPFILE | O_CLOEXEC, 0666);
+    isNameless_ = descriptor_ >= 0 && ::access(nameOf(descriptor_).c_str(), F_OK) == 0;
+    if (isNameless_) {
+        return;
+    }
+    if (descriptor_ >= 0) {
+        ::close(descriptor_);
+    }
+    descriptor_ = ::open(unfinished_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
     if (descriptor_ < 0) {
         fail(path_, "made", errno);
     }
 }
 
 void TargetFile::write(std::string_view bytes) {
-    open(O_CREAT | O_EXCL);
+    if (descriptor_ < 0) {
+        make();
+    }
     gathered_ += bytes;
     if (gathered_.size() >= LARGEST_GATHERED) {
         flush();
@@ -96,13 +114,26 @@ void TargetFile::flush() {
 }
 
 void TargetFile::finish() {
-    open(0);
+    if (descriptor_ < 0) {
+        descriptor_ = ::open(unfinished_.c_str(), O_WRONLY | O_CLOEXEC);  // somebody else has made it by its path
+    }
+    if (descriptor_ < 0) {
+        fail(path_, "made", errno);
+    }
     flush();
     if (::fsync(descriptor_) != 0) {
         fail(path_, "committed to the disk", errno);
     }
-    nameFinished(unfinished_, path_);
+    isNameless_ ? giveName() : nameFinished(unfinished_, path_);
     isFinished_ = true;
+}
+
+void TargetFile::giveName() {
+    const std::string name = nameOf(descriptor_);
+    if (::linkat(AT_FDCWD, name.c_str(), AT_FDCWD, path_.c_str(), AT_SYMLINK_FOLLOW) != 0) {
+        errno == EEXIST ? failBecauseItExists(path_) : fail(path_, "named", errno);
+    }
+    commitFolderOf(path_);
 }
 
 void commitFile(const std::filesystem::path& path) {

@@ -7,9 +7,11 @@
 
 namespace tabulo::tool {
 
-// A file that appears under its name, committed to the disk, when finish() is called; until then it stands beside it
-// under a name of its own, and goes when the object does. Failure for a target that exists, at the beginning and at the
-// end, and for what the system refuses (a full disk, a folder without permission).
+// A file that appears under its name, committed to the disk, when finish() is called; until then it has no name, where
+// the file system can make such a file, so that it goes with the process however that ends. Elsewhere, and when it is
+// made by its path, it stands beside its place under a name of its own, and goes when the object does. Failure for a
+// target that exists, at the beginning and at the end, and for what the system refuses (a full disk, a folder without
+// permission).
 class TargetFile {
   public:
     explicit TargetFile(std::filesystem::path path);
@@ -24,12 +26,14 @@ class TargetFile {
     void finish();
 
   private:
-    void open(int flags);
+    void make();
     void flush();
+    void giveName();
 
     std::filesystem::path path_;
     std::filesystem::path unfinished_;
     int descriptor_ = -1;
+    bool isNameless_ = false;
     bool isFinished_ = false;
     std::string gathered_;
 };

@@ -30,6 +30,31 @@ class ExportTest : public ToolTest {
         return names;
     }
     using Names = std::vector<std::string>;
+
+    bool hasNamelessFiles() const {
+        const int descriptor = ::open(directory.path().c_str(), O_WRONLY | O_TMPFILE | O_CLOEXEC, 0666);
+        return descriptor >= 0 && ::close(descriptor) == 0;
+    }
+    // Waits until a process makes a file in the directory whose name it has not got yet.
+    bool awaitUnfinished(pid_t process) const {
+        const std::string named = file(".out.ndjson.unfinished-" + std::to_string(process));
+        const std::string nameless = directory.path() + "/#";
+        const auto isMade = [&] {
+            std::error_code error;  // of a descriptor that is closed meanwhile
+            bool isOpen = std::filesystem::exists(named);
+            for (std::filesystem::directory_iterator entry("/proc/" + std::to_string(process) + "/fd", error);
+                 !error && entry != std::filesystem::directory_iterator(); entry.increment(error)) {
+                std::error_code gone;
+                isOpen = isOpen || std::filesystem::read_symlink(*entry, gone).string().starts_with(nameless);
+            }
+            return isOpen;
+        };
+        const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+        while (!isMade() && std::chrono::steady_clock::now() < end) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        }
+        return isMade();
+    }
 };
 
 }  // namespace
@@ -123,13 +148,36 @@ TEST_F(ExportTest, AnInterruptLeavesNothingBehind) {
     std::vector<std::string> words = {"export", "--merge", "none", "--to", file("out.ndjson")};
     words.insert(words.end(), 300, file("orders"));
     LiveCommand process(file("live"), words);
-    const std::string unfinished = file(".out.ndjson.unfinished-" + std::to_string(process.id()));
-    while (!std::filesystem::exists(unfinished)) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
+    ASSERT_TRUE(awaitUnfinished(process.id()));
     EXPECT_EQ(process.interrupt(), 130) << process.errors();
     EXPECT_EQ(names(), (Names{"live.err", "live.out", "orders"}));
     EXPECT_EQ(process.output(), "");
+}
+
+TEST_F(ExportTest, AKillLeavesNothingBehindWhereFilesNeedNoName) {
+    if (!hasNamelessFiles()) {
+        GTEST_SKIP() << "the file system of " << directory.path() << " has no files without a name";
+    }
+    makeOrders("orders", 5000, 1, 1000);
+    std::vector<std::string> words = {"export", "--merge", "none", "--to", file("out.ndjson")};
+    words.insert(words.end(), 300, file("orders"));
+    LiveCommand process(file("live"), words);
+    ASSERT_TRUE(awaitUnfinished(process.id()));
+    EXPECT_EQ(process.kill(), 256 + SIGKILL);
+    EXPECT_EQ(names(), (Names{"live.err", "live.out", "orders"}));
+}
+
+TEST_F(ExportTest, WithoutFilesThatNeedNoNameTheTargetIsMadeBesideItsPlace) {
+    makeOrders("orders", 20);
+    CommandSettings settings;
+    settings.directory = directory.path();
+    const ProgramResult result = runScript(
+        "strace -qq -o /dev/null -P \"$PWD\" -P . -e inject=openat:error=EOPNOTSUPP "
+        "\"$TABULO\" export orders --to out.ndjson",
+        settings);
+    EXPECT_EQ(result.status, 0) << result.errors;
+    EXPECT_EQ(names(), (Names{"orders", "out.ndjson"}));
+    EXPECT_EQ(readText(file("out.ndjson")), run({"cat", "orders", "-o", "ndjson"}).output);
 }
 
 TEST_F(ExportTest, ATargetThatAppearsMeanwhileIsNotOverwritten) {
@@ -151,8 +199,13 @@ TEST_F(ExportTest, ATargetThatIsMadeByItsPathIsFinishedAsOneThatIsWritten) {
     EXPECT_EQ(readText(file("out")), "made elsewhere");
     {
         TargetFile target(file("given-up"));
-        target.write("some");
+        makeFile(target.unfinished().filename().string(), "made elsewhere");
         EXPECT_EQ(names().size(), 2U);
+    }
+    EXPECT_EQ(names(), Names{"out"});
+    {
+        TargetFile target(file("given-up"));
+        target.write("some");
     }
     EXPECT_EQ(names(), Names{"out"});
 }
