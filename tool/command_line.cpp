@@ -11,10 +11,7 @@ namespace {
 // Help that says once what an option may be, and leaves out what the line of usage says.
 class Formatter : public CLI::Formatter {
   public:
-    Formatter() {
-        label("SUBCOMMAND", "VERB");
-        label("Subcommands", "Verbs");
-    }
+    Formatter() { label("SUBCOMMAND", "VERB"); }
     std::string make_option_opts(const CLI::Option* option) const override {
         const bool isNamed = option->get_positional() || option->get_items_expected_max() == 0;
         return isNamed ? std::string() : " " + valueName(*option);
@@ -37,6 +34,7 @@ CommandLine::CommandLine()
     app.fallthrough();  // options of every verb may stand behind it; verbs inherit it when they are declared
     for (const Verb* verb : tabulo::tool::verbs()) {
         CLI::App* declared = app.add_subcommand(std::string(verb->name), std::string(verb->summary));
+        declared->group("Verbs");
         if (!verb->examples.empty()) {
             declared->footer("Examples:\n" + std::string(verb->examples));
         }

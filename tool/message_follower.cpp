@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "tool/status.h"
+#include "tool/table_cells.h"
 #include "tool/tables.h"
 
 namespace tabulo::tool {
@@ -15,6 +16,9 @@ namespace {
 // How often a wait looks whether the user has asked to end.
 constexpr std::chrono::milliseconds LOOK_TIME(50);
 constexpr std::chrono::seconds LONGEST_UNSETTLED(1);
+// How often folders are looked at for new tables, and how often one that is no table yet is tried.
+constexpr std::chrono::milliseconds FOLDER_TIME(500);
+constexpr int TRIES(10);
 
 }  // namespace
 
@@ -29,6 +33,7 @@ MessageFollower::MessageFollower(Console& console, MessageSource& source, Messag
       output_(output),
       stateFile_(std::move(stateFile)),
       state_(state),
+      looked_(std::chrono::steady_clock::now()),
       settled_(std::chrono::steady_clock::now()) {
 }
 
@@ -56,6 +61,7 @@ void MessageFollower::run(bool once) {
     try {
         while (isAnyLeft()) {
             Console::checkInterrupt();
+            lookForNewTables();
             const bool isWaiting = !isUnsettled_ && !once;
             const std::optional<FollowEvent> event = nextEvent(isWaiting ? LOOK_TIME : std::chrono::milliseconds(0));
             if (event.has_value() && event->kind == FollowEventKind::message) {
@@ -80,6 +86,49 @@ void MessageFollower::run(bool once) {
         throw;
     }
     settle();
+}
+
+void MessageFollower::lookForNewTables() {
+    const auto now = std::chrono::steady_clock::now();
+    if (!newTables_.has_value() || now - looked_ < FOLDER_TIME) {
+        return;
+    }
+    looked_ = now;
+    for (const std::filesystem::path& path : newTables_->look()) {
+        if (addNew(path, ++triesOfNew_[path] == TRIES)) {
+            newTables_->know(path);
+            triesOfNew_.erase(path);
+        }
+    }
+}
+
+bool MessageFollower::addNew(const std::filesystem::path& path, bool isLastTry) {
+    if (std::any_of(tables_.begin(), tables_.end(), [&](const Table& table) { return table.path == path; })) {
+        return true;
+    }
+    try {
+        const Reader reader(path);
+        Table table{path, tailName(path), {}, {}, false};
+        select(&table, source_.selectionFor(reader.layout()), reader.layout());
+        settle();
+        follower_.add(path);
+        tables_.push_back(std::move(table));
+        (*state_)[tables_.back().name] = std::nullopt;
+        output_.addTable(reader.table());
+        console_.say(fmt::format("{} is new, and followed from its first message", shownPath(path)));
+        beginOutput();
+    } catch (const Error& error) {
+        if (error.code() == Code::tableType && isOfKind(path, TableKind::sessionInfo)) {
+            return true;
+        }
+        if (isLastTry) {
+            console_.warn(fmt::format("left out: {}", error.what()));
+        }
+        return isLastTry;
+    } catch (const UsageError& error) {
+        console_.warn(fmt::format("{} is new, and not followed: {}", shownPath(path), error.what()));
+    }
+    return true;
 }
 
 // None when a table has failed.

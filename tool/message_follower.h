@@ -3,15 +3,18 @@
 
 #include <chrono>
 #include <cstdint>
+#include <map>
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "tabulo/follower.h"
 #include "tool/console.h"
 #include "tool/message_source.h"
 #include "tool/printing.h"
+#include "tool/tables.h"
 #include "tool/tail_state.h"
 
 namespace tabulo::tool {
@@ -25,6 +28,8 @@ class MessageFollower {
     MessageFollower(Console& console, MessageSource& source, MessageOutput& output, std::string stateFile,
                     TailPlaces* state);
 
+    // Also follows, from their beginning, the tables that are added to folders.
+    void watch(NewTables tables) { newTables_.emplace(std::move(tables)); }
     // Follows a table from this place on; from its beginning, and says so, when no message can stand there.
     void add(std::size_t table, const Position& from);
     // Prints what is there, and what comes until the user ends it, unless `once`. Ends also when no table is left.
@@ -46,6 +51,9 @@ class MessageFollower {
     void onMessage(const FollowEvent& event);
     void onChange(const FollowEvent& event);
     void onLayoutChange(const FollowEvent& event);
+    void lookForNewTables();
+    // False for a file that may become a table yet.
+    bool addNew(const std::filesystem::path& path, bool isLastTry);
     void leaveOut(Table* table, std::string_view why);
     void beginOutput();
     bool isAnyLeft() const;
@@ -58,6 +66,9 @@ class MessageFollower {
     TailPlaces* state_;
     Follower follower_;
     std::vector<Table> tables_;  // by the follower's numbers
+    std::optional<NewTables> newTables_;
+    std::map<std::filesystem::path, int> triesOfNew_;
+    std::chrono::steady_clock::time_point looked_;
     bool isUnsettled_ = true;
     std::chrono::steady_clock::time_point settled_;
     std::size_t lastTable_ = 0;

@@ -78,6 +78,14 @@ ListCell pathsCell(const std::vector<std::filesystem::path>& paths) {
     return {names};
 }
 
+bool isOfKind(const std::filesystem::path& path, TableKind kind) {
+    try {
+        return inspect(path).kind == kind;
+    } catch (const Error&) {
+        return false;
+    }
+}
+
 void refuseKind(const std::filesystem::path& path, TableKind kind) {
     if (kind == TableKind::sessionInfo) {
         throw Failure(fmt::format("{0} is a session info table and holds no messages; 'tabulo session {0}' shows it",

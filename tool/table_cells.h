@@ -42,6 +42,8 @@ ListCell namesCell(const std::vector<std::string>& names);
 ListCell pathsCell(const std::vector<std::filesystem::path>& paths);
 
 // Throws Failure for a file that holds a table of another kind than a verb is for, and tells the verb that is.
+// Whether it is one, which a file is not whose header does not tell.
+bool isOfKind(const std::filesystem::path& path, TableKind kind);
 [[noreturn]] void refuseKind(const std::filesystem::path& path, TableKind kind);
 
 }  // namespace tabulo::tool

@@ -20,6 +20,11 @@ bool isNumber(std::string_view text) {
     return !text.empty() && text.find_first_not_of("0123456789") == std::string_view::npos;
 }
 
+// A folder stands for its files without those of recoveries and those that are hidden.
+bool isOfFolder(const std::string& name) {
+    return !name.starts_with('.') && !tableOfCutFile(name).has_value();
+}
+
 std::vector<NamedFile> filesOf(Console& console, const std::filesystem::path& folder) {
     std::vector<NamedFile> files;
     std::error_code error;
@@ -28,8 +33,7 @@ std::vector<NamedFile> filesOf(Console& console, const std::filesystem::path& fo
         const std::string name = entry->path().filename().string();
         std::error_code unknown;  // of a link that leads nowhere
         const std::filesystem::file_status status = entry->status(unknown);
-        const bool wanted =
-            !name.starts_with('.') && !std::filesystem::is_directory(status) && !tableOfCutFile(name).has_value();
+        const bool wanted = isOfFolder(name) && !std::filesystem::is_directory(status);
         if (wanted && !std::filesystem::is_regular_file(status)) {
             console.warn(fmt::format("{} is no file and was left out", shownPath(entry->path())));
         } else if (wanted) {
@@ -95,6 +99,36 @@ std::vector<NamedFile> expandPaths(Console& console, const std::vector<std::stri
     return files;
 }
 
+NewTables::NewTables(const std::vector<std::string>& arguments) {
+    for (const std::string& argument : arguments) {
+        std::error_code error;
+        if (std::filesystem::is_directory(argument, error)) {
+            folders_.emplace_back(argument);
+        }
+    }
+    for (const std::filesystem::path& path : look()) {
+        know(path);
+    }
+}
+
+std::vector<std::filesystem::path> NewTables::look() const {
+    std::vector<std::filesystem::path> found;
+    for (const std::filesystem::path& folder : folders_) {
+        std::error_code error;  // a folder that is gone may come again
+        std::filesystem::directory_iterator entry(folder, error);
+        while (!error && entry != std::filesystem::directory_iterator()) {
+            std::error_code unknown;
+            const bool isFile = entry->is_regular_file(unknown) && isOfFolder(entry->path().filename().string());
+            if (isFile && !known_.contains(entry->path())) {
+                found.push_back(entry->path());
+            }
+            entry.increment(error);
+        }
+    }
+    std::sort(found.begin(), found.end());
+    return found;
+}
+
 void skipOrThrow(Console& console, const NamedFile& file) {
     try {
         throw;
@@ -113,7 +147,7 @@ std::vector<Reader> openTables(Console& console, const std::vector<NamedFile>& f
         try {
             readers.emplace_back(file.path);
         } catch (const Error& error) {
-            if (error.code() != Code::tableType) {
+            if (error.code() != Code::tableType || !isOfKind(file.path, TableKind::sessionInfo)) {
                 skipOrThrow(console, file);
             } else if (!file.fromFolder) {
                 refuseKind(file.path, TableKind::sessionInfo);

@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <memory>
 #include <optional>
+#include <set>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -24,6 +25,21 @@ struct NamedFile {
 // exist or is neither file nor folder, and for a folder that cannot be read. What is no file in a folder (a pipe, a
 // link that leads nowhere) is named and left out.
 std::vector<NamedFile> expandPaths(Console& console, const std::vector<std::string>& arguments);
+
+// Tables that appear in folders while they are watched.
+class NewTables {
+  public:
+    // Of the arguments those that are folders; the files that they hold now are not new.
+    explicit NewTables(const std::vector<std::string>& arguments);
+
+    // What has come since, by name, each time that it is asked until it is known.
+    std::vector<std::filesystem::path> look() const;
+    void know(const std::filesystem::path& path) { known_.insert(path); }
+
+  private:
+    std::vector<std::filesystem::path> folders_;
+    std::set<std::filesystem::path> known_;
+};
 
 // The name of the table that a file was cut out of by a recovery: of "orders.cut-4096-1" it is "orders"; none for the
 // name of any other file.

@@ -166,8 +166,25 @@ TEST_F(LookingTest, HelpHasExamplesAndWrongVerbsAreRefused) {
         EXPECT_NE(result.output.find(std::string("  tabulo ") + verb), std::string::npos) << result.output;
         EXPECT_EQ(result.errors, "");
     }
-    EXPECT_EQ(run({"lst"}).status, 2);
-    EXPECT_EQ(run({}).status, 2);
+    const ProgramResult unknown = run({"lst", "orders"});
+    EXPECT_EQ(unknown.status, 2);
+    EXPECT_EQ(unknown.errors, "tabulo: there is no verb 'lst'\ntabulo: 'tabulo help' lists the verbs\n");
+    const ProgramResult missing = run({});
+    EXPECT_EQ(missing.status, 2);
+    EXPECT_EQ(missing.errors, "tabulo: a verb is missing\ntabulo: 'tabulo help' lists the verbs\n");
+    EXPECT_NE(run({"help"}).output.find("\nVerbs:\n"), std::string::npos);
+}
+
+TEST_F(LookingTest, ATableWhoseHeaderDoesNotTellItsKindIsNotTakenForTheOtherKind) {
+    const std::string path = makeOrders("orders", 5);
+    const Bytes noKind(4, 0xFF);
+    internal::test::patchFile(path, 24, noKind);
+    for (const char* verb : {"cat", "tail", "session"}) {
+        const ProgramResult result = run({verb, "orders"});
+        EXPECT_EQ(result.status, 1) << verb;
+        EXPECT_NE(result.errors.find("TABLE_TYPE_ERROR"), std::string::npos) << verb << ": " << result.errors;
+        EXPECT_EQ(result.errors.find("holds no"), std::string::npos) << verb << ": " << result.errors;
+    }
 }
 
 }  // namespace

@@ -149,6 +149,48 @@ TEST_F(TailTest, ATableThatIsDroppedOrReplacedIsNamedAndFollowedOn) {
     EXPECT_NE(tail.output().find("\"fields\":{\"Else\":null}"), std::string::npos);
 }
 
+TEST_F(TailTest, ATableThatIsAddedToAFolderIsFollowedFromItsFirstMessage) {
+    std::filesystem::create_directory(file("data"));
+    std::filesystem::create_directory(file("tables"));
+    Writer first = create("tables/first");
+    append(&first, 1, 2);
+    const std::string folder = file("tables");
+    LiveCommand process = follow({folder, "--state", file("state"), "--type", "D,8"});
+    ASSERT_TRUE(process.awaitLines(2)) << process.errors();
+    makeFile("tables/.hidden", "x");
+    makeSession("tables/session");
+    makeFile("tables/notes", "no table");
+    Writer second = create("data/second");
+    append(&second, 3, 5);
+    std::filesystem::rename(file("data/second"), file("tables/second"));
+    ASSERT_TRUE(process.awaitLines(5)) << process.errors();
+    append(&first, 6, 6);
+    append(&second, 7, 7);
+    ASSERT_TRUE(process.awaitLines(7)) << process.errors();
+    EXPECT_EQ(uidsOf(process.output()), range(1, 7));
+    EXPECT_EQ(occurrences(process.errors(), "tables/second is new, and followed from its first message"), 1);
+    EXPECT_TRUE(process.awaitErrors("left out: "));
+    EXPECT_NE(process.errors().find("tables/notes"), std::string::npos) << process.errors();
+    EXPECT_EQ(process.errors().find("session"), std::string::npos) << process.errors();
+    EXPECT_EQ(process.interrupt(), 130);
+    append(&second, 8, 8);
+    std::filesystem::remove(file("tables/notes"));
+    EXPECT_EQ(printed({folder, "--state", file("state")}), range(8, 8));
+}
+
+TEST_F(TailTest, ATableThatIsAddedShowsTheNamesOfAllInTheTextFormat) {
+    std::filesystem::create_directory(file("tables"));
+    Writer first = create("tables/first");
+    append(&first, 1, 1);
+    LiveCommand process(file("live"), {"tail", "-f", "--time-unit", "ms", file("tables")});
+    ASSERT_TRUE(process.awaitLines(1));
+    Writer second = create("tables/second");
+    append(&second, 2, 2);
+    ASSERT_TRUE(process.awaitLines(2)) << process.errors();
+    EXPECT_NE(linesOf(process.output())[1].find("second"), std::string::npos) << process.output();
+    EXPECT_EQ(process.interrupt(), 130);
+}
+
 TEST_F(TailTest, ATableThatIsRemovedIsWaitedFor) {
     makeOrders("orders", 2);
     LiveCommand tail = follow({file("orders")});

@@ -69,7 +69,7 @@ void show(Console& console, const SessionOptions& options) {
             addTable(file.path, names, listing, &unused);
             ++tables;
         } catch (const Error& error) {
-            if (error.code() != Code::tableType) {
+            if (error.code() != Code::tableType || !isOfKind(file.path, TableKind::messages)) {
                 skipOrThrow(console, file);
             } else if (!file.fromFolder) {
                 refuseKind(file.path, TableKind::messages);

@@ -4,6 +4,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "tool/message_follower.h"
@@ -48,6 +49,7 @@ void printLast(MessageSource& source, MessageOutput& output, std::int64_t count,
     while (const MessageView* message = source.next()) {
         output.print(*message);
     }
+    source.end();
 }
 
 // Where a table's last message stands, and where it will go on.
@@ -122,6 +124,7 @@ void run(Console& console, const TailOptions& options) {
     if (!options.state.empty()) {
         before = readTailState(options.state);
     }
+    NewTables newTables(options.source.files);  // what comes from now on
     MessageSource source(console, options.source, {.areShown = showsTimes(format), .countFromNow = options.follow});
     MessageOutput output(console, options.printing, source.names());
     output.begin(source.times(), source.layouts());
@@ -137,6 +140,9 @@ void run(Console& console, const TailOptions& options) {
         if (starts[i].has_value()) {
             follower.add(i, *starts[i]);
         }
+    }
+    if (options.follow) {
+        follower.watch(std::move(newTables));
     }
     follower.settle();
     follower.run(!options.follow);
