@@ -18,8 +18,28 @@ std::vector<std::string> linesOf(const std::string& text) {
     return lines;
 }
 
+std::vector<ShownExample> examplesIn(const std::string& text) {
+    std::vector<ShownExample> examples;
+    bool isShown = false;
+    for (const std::string& line : linesOf(text)) {
+        if (line.starts_with("$ ")) {
+            examples.push_back({line.substr(2), ""});
+            isShown = true;
+        } else if (line == "```") {
+            isShown = false;
+        } else if (isShown) {
+            examples.back().output += line + "\n";
+        }
+    }
+    return examples;
+}
+
+std::string commandDocument() {
+    return readText(TABULO_SOURCE_DIRECTORY "/docs/command.md");
+}
+
 std::string documentSection(const std::string& heading) {
-    const std::string whole = readText(TABULO_SOURCE_DIRECTORY "/docs/command.md");
+    const std::string whole = commandDocument();
     const std::size_t begin = whole.find("\n## " + heading + "\n");
     return begin == std::string::npos ? "" : whole.substr(begin, whole.find("\n## ", begin + 1) - begin);
 }

@@ -36,29 +36,6 @@ class CommandDocumentTest : public ToolTest {
     }
 };
 
-TEST_F(CommandDocumentTest, EveryExamplePrintsWhatItShows) {
-    CommandSettings settings;
-    settings.directory = directory.path();
-    int examples = 0;
-    std::string command;
-    std::string shown;
-    for (const std::string& line : linesOf(documentSection("Looking at tables"))) {
-        if (line.starts_with("$ ")) {
-            command = line.substr(2);
-            shown.clear();
-        } else if (line == "```" && !command.empty()) {
-            const ProgramResult result = runScript("tabulo() { \"$TABULO\" \"$@\"; }\n" + command, settings);
-            EXPECT_EQ(withLockList(result.output), withLockList(shown)) << command;
-            EXPECT_EQ(result.status, 0) << command << ": " << result.errors;
-            command.clear();
-            ++examples;
-        } else {
-            shown += line + "\n";
-        }
-    }
-    EXPECT_GE(examples, 8);
-}
-
 TEST_F(CommandDocumentTest, ObjectsHaveTheKeysThatAreListedInTheirOrder) {
     const std::vector<std::vector<std::string>> commands = {
         {"ls", "orders"},
