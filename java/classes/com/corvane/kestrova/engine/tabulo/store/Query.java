@@ -13,7 +13,6 @@ import java.util.ArrayList;
 import java.util.List;
 import java.util.Objects;
 import java.util.concurrent.TimeUnit;
-import java.util.stream.Collectors;
 
 /**
  * Which messages of a table are wanted, and from which end: all that meet every condition given. Objects are immutable;
@@ -23,22 +22,27 @@ import java.util.stream.Collectors;
  * condition that is given twice holds as it was given last; each field has one filter.
  */
 public final class Query {
-    private static final Query ALL = new Query(List.of());
+    private static final Query ALL = new Query(List.of(), null, null);
 
     private final List<Step> steps;
+    /** Null for no bound, as the next one. */
+    private final Instant from;
+    private final Instant until;
 
-    private Query(List<Step> steps) {
+    private Query(List<Step> steps, Instant from, Instant until) {
         this.steps = steps;
+        this.from = from;
+        this.until = until;
     }
 
-    /** A condition: how it is told to the library, and in words. */
+    /** A condition: in words, and how it is told to the library. */
     private record Step(String words, Condition condition) {
     }
 
-    /** Tells the builder of a table that counts time in a unit. */
+    /** Tells the builder of a table's conditions. */
     @FunctionalInterface
     private interface Condition {
-        void tell(MessageQueryConditionsBuilder builder, TimeUnit unit);
+        void tell(MessageQueryConditionsBuilder builder);
     }
 
     /**
@@ -56,7 +60,7 @@ public final class Query {
      * @return the query
      */
     public Query backward() {
-        return with("backward", (builder, unit) -> builder.backward());
+        return with("backward", builder -> builder.backward());
     }
 
     /**
@@ -90,7 +94,7 @@ public final class Query {
         }
         List<MessageClass> given = List.of(classes);
         return with("classes " + given,
-                (builder, unit) -> builder.messageClasses(given.toArray(MessageClass[]::new)));
+                builder -> builder.messageClasses(given.toArray(MessageClass[]::new)));
     }
 
     /**
@@ -105,7 +109,7 @@ public final class Query {
         if (end < begin) {
             throw new IllegalArgumentException("the range of MsgSeqNums is reversed: " + begin + " to " + end);
         }
-        return with("seqNums " + begin + " to " + end, (builder, unit) -> builder.seqNumRange(begin, end));
+        return with("seqNums " + begin + " to " + end, builder -> builder.seqNumRange(begin, end));
     }
 
     /**
@@ -130,7 +134,7 @@ public final class Query {
         if (last < first || MessageClass.of(first) == null || MessageClass.of(first) != MessageClass.of(last)) {
             throw new IllegalArgumentException("the ids " + first + " to " + last + " are no range of one class");
         }
-        return with("ids " + first + " to " + last, (builder, unit) -> builder.messageIdRange(first, last));
+        return with("ids " + first + " to " + last, builder -> builder.messageIdRange(first, last));
     }
 
     /**
@@ -140,7 +144,7 @@ public final class Query {
      * @return the query
      */
     public Query uniformIdsFrom(int first) {
-        return with("uniform ids from " + first, (builder, unit) -> builder.numeric(MessageNumericField.UNIFORM_ID,
+        return with("uniform ids from " + first, builder -> builder.numeric(MessageNumericField.UNIFORM_ID,
                 NumericFieldFilter.betweenLongs(first - 1L, Long.MAX_VALUE)));
     }
 
@@ -152,15 +156,7 @@ public final class Query {
      */
     public Query from(Instant time) {
         Objects.requireNonNull(time, "time");
-        return with("from " + time, (builder, unit) -> {
-            // A message of the unit in which the time lies may be before it: where units are coarse it is left out.
-            long stamp = Times.toStamp(time, unit);
-            long first = Times.toInstant(stamp, unit).isBefore(time) ? stamp + 1 : stamp;
-            if (first == 0) {  // which is no condition to the library
-                builder.numeric(MessageNumericField.TIMESTAMP, NumericFieldFilter.betweenLongs(-1, Long.MAX_VALUE));
-            }
-            builder.startingTime(first);
-        });
+        return new Query(steps, time, until);
     }
 
     /**
@@ -171,13 +167,7 @@ public final class Query {
      */
     public Query until(Instant time) {
         Objects.requireNonNull(time, "time");
-        return with("until " + time, (builder, unit) -> {
-            long last = Times.toStamp(time, unit);
-            if (last == 0) {  // which is no condition to the library
-                builder.numeric(MessageNumericField.TIMESTAMP, NumericFieldFilter.betweenLongs(Long.MIN_VALUE, 1));
-            }
-            builder.endingTime(last);
-        });
+        return new Query(steps, from, time);
     }
 
     /**
@@ -192,7 +182,7 @@ public final class Query {
             throw new IllegalArgumentException("no MsgType is given: without this condition all are wanted");
         }
         StringFieldFilter filter = StringFieldFilter.anyOf(types);
-        return with("types " + filter, (builder, unit) -> builder.string(MessageStringField.MSG_TYPE, filter));
+        return with("types " + filter, builder -> builder.string(MessageStringField.MSG_TYPE, filter));
     }
 
     /**
@@ -204,7 +194,7 @@ public final class Query {
     public Query withoutTypes(String... types) {
         List<String> given = List.of(types);
         return with("without types " + given,
-                (builder, unit) -> builder.excludeMsgTypes(given.toArray(String[]::new)));
+                builder -> builder.excludeMsgTypes(given.toArray(String[]::new)));
     }
 
     /**
@@ -214,7 +204,7 @@ public final class Query {
      * @return the query
      */
     public Query possDup(boolean flag) {
-        return with("possDup " + flag, (builder, unit) -> builder.possDup(flag));
+        return with("possDup " + flag, builder -> builder.possDup(flag));
     }
 
     /**
@@ -224,7 +214,7 @@ public final class Query {
      * @return the query
      */
     public Query outOfSequence(boolean flag) {
-        return with("outOfSequence " + flag, (builder, unit) -> builder.numeric(
+        return with("outOfSequence " + flag, builder -> builder.numeric(
                 MessageNumericField.OUT_OF_SEQUENCE, NumericFieldFilter.anyOfLongs(flag ? 1 : 0)));
     }
 
@@ -249,7 +239,7 @@ public final class Query {
     public Query text(String name, StringFieldFilter filter) {
         Objects.requireNonNull(name, "name");
         Objects.requireNonNull(filter, "filter");
-        return with("text " + name + " " + filter, (builder, unit) -> builder.string(name, filter));
+        return with("text " + name + " " + filter, builder -> builder.string(name, filter));
     }
 
     /**
@@ -262,14 +252,34 @@ public final class Query {
     public Query number(String name, NumericFieldFilter filter) {
         Objects.requireNonNull(name, "name");
         Objects.requireNonNull(filter, "filter");
-        return with("number " + name + " " + filter, (builder, unit) -> builder.numeric(name, filter));
+        return with("number " + name + " " + filter, builder -> builder.numeric(name, filter));
     }
 
     /** The conditions as the library takes them, for a table. */
     MessageQueryConditions conditions(TableConfiguration table, TimeUnit unit) {
         MessageQueryConditionsBuilder builder = MessageQueryConditions.builder(table);
-        steps.forEach(step -> step.condition().tell(builder, unit));
+        steps.forEach(step -> step.condition().tell(builder));
+        tellTimes(builder, unit);
         return builder.build();
+    }
+
+    private void tellTimes(MessageQueryConditionsBuilder builder, TimeUnit unit) {
+        long first = Long.MIN_VALUE;
+        long last = Long.MAX_VALUE;
+        if (from != null) {
+            first = Times.toStamp(from, unit);
+            // The stamp of a time between two of the unit is that of the one before it.
+            first += Times.toInstant(first, unit).isBefore(from) ? 1 : 0;
+            builder.startingTime(first);
+        }
+        if (until != null) {
+            last = Times.toStamp(until, unit);
+            builder.endingTime(last);
+        }
+        if (first == 0 || last == 0) {  // which the library takes for no condition
+            NumericFieldFilter between = NumericFieldFilter.anyOfLongs(first, last).orBetween(first, last);
+            builder.numeric(MessageNumericField.TIMESTAMP, between).startingTime(0).endingTime(0);
+        }
     }
 
     /**
@@ -279,12 +289,19 @@ public final class Query {
      */
     @Override
     public String toString() {
-        return steps.isEmpty() ? "all messages" : steps.stream().map(Step::words).collect(Collectors.joining(", "));
+        List<String> words = new ArrayList<>(steps.stream().map(Step::words).toList());
+        if (from != null) {
+            words.add("from " + from);
+        }
+        if (until != null) {
+            words.add("until " + until);
+        }
+        return words.isEmpty() ? "all messages" : String.join(", ", words);
     }
 
     private Query with(String words, Condition condition) {
         List<Step> longer = new ArrayList<>(steps);
         longer.add(new Step(words, condition));
-        return new Query(List.copyOf(longer));
+        return new Query(List.copyOf(longer), from, until);
     }
 }
