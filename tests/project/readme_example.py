@@ -1,4 +1,4 @@
-"""The examples in README.md are parts of files that are compiled, and print what README.md says.
+"""The examples in README.md and docs/java.md are parts of files that are compiled, and print what README.md says.
 
 Run as
 
@@ -17,8 +17,9 @@ import subprocess
 import sys
 import textwrap
 
+_DOCUMENTS = ("README.md", "docs/java.md")
 _BLOCK = re.compile(r"^```(\w+)\n(.*?)^```$", re.MULTILINE | re.DOTALL)
-_LINK = re.compile(r"\]\((examples/[^)]+)\)")
+_LINK = re.compile(r"\]\((?:\.\./)?(examples/[^)]+)\)")
 
 
 def _read(root, path):
@@ -41,20 +42,26 @@ def _stands_in(part, text):
     return False
 
 
-def wrong_texts(root):
-    """A sentence for each block of code that is not what stands in the example it is said to be from."""
-    markdown = _read(root, "README.md")
+def _wrong_texts_of(root, document):
     problems = []
-    problems += [f"README.md has no block that begins with ```{language}." for language in ("java", "cpp")
-                 if not blocks(markdown, language)]
-    for language, line, text, before in blocks(markdown, "java", "cpp"):
+    for language, line, text, before in blocks(_read(root, document), "java", "cpp"):
         links = _LINK.findall(before)
         if not links:
-            problems.append(f"README.md:{line}: no file of examples/ is linked before the block.")
+            problems.append(f"{document}:{line}: no file of examples/ is linked before the block.")
         elif not os.path.isfile(os.path.join(root, links[-1])):
-            problems.append(f"README.md:{line}: {links[-1]} does not exist.")
+            problems.append(f"{document}:{line}: {links[-1]} does not exist.")
         elif not _stands_in(text, _read(root, links[-1])):
-            problems.append(f"README.md:{line}: the {language} text does not stand in {links[-1]}.")
+            problems.append(f"{document}:{line}: the {language} text does not stand in {links[-1]}.")
+    return problems
+
+
+def wrong_texts(root):
+    """A sentence for each block of code that is not what stands in the example it is said to be from."""
+    problems = [f"README.md has no block that begins with ```{language}." for language in ("java", "cpp")
+                if not blocks(_read(root, "README.md"), language)]
+    for document in _DOCUMENTS:
+        if os.path.isfile(os.path.join(root, document)):
+            problems += _wrong_texts_of(root, document)
     return problems
 
 

@@ -55,6 +55,12 @@ class ReadmeExampleTest(unittest.TestCase):
         self.assertEqual(readme_example.wrong_texts(self.root),
                          ["README.md:4: the java text does not stand in examples/First.java."])
 
+    def test_the_page_about_java_is_looked_at_too(self):
+        os.mkdir(os.path.join(self.root, "docs"))
+        self.write("docs/java.md", "[First.java](../examples/First.java)\n```java\nint a = 1;\n```\n```java\nint a = 2;\n```\n")
+        self.assertEqual(readme_example.wrong_texts(self.root),
+                         ["docs/java.md:6: the java text does not stand in examples/First.java."])
+
     def test_a_text_that_is_indented_otherwise_is_named(self):
         self.write("examples/First.java", "class First {\n    int a = 1;\n    int b = 2;\n}\n")
         self.assertEqual(len(readme_example.wrong_texts(self.root)), 1)

@@ -4,17 +4,19 @@ import static org.junit.jupiter.api.Assertions.assertEquals;
 import static org.junit.jupiter.api.Assertions.assertTrue;
 
 import com.corvane.kestrova.engine.tabulo.MessageClass;
-import com.corvane.kestrova.engine.tabulo.MessageQueryConditions;
 import com.corvane.kestrova.engine.tabulo.TableConfiguration;
+import com.corvane.kestrova.engine.tabulo.store.MessageStore;
+import com.corvane.kestrova.engine.tabulo.store.Query;
+import com.corvane.kestrova.engine.tabulo.store.StoredMessage;
 import java.io.IOException;
 import java.net.URL;
 import java.net.URLClassLoader;
 import java.nio.file.Path;
-import java.util.ArrayList;
+import java.time.Instant;
 import java.util.List;
-import java.util.function.Consumer;
 import java.util.function.Predicate;
 import java.util.stream.IntStream;
+import java.util.stream.Stream;
 import javax.tools.JavaCompiler;
 import javax.tools.ToolProvider;
 import org.junit.jupiter.api.AfterAll;
@@ -33,8 +35,8 @@ class ReadmeQueryTest {
 
     private static URLClassLoader compiled;
     private static Class<?> questionsClass;
-    private static Object questions;
     private static JNITboMessageTable table;
+    private static MessageStore store;
 
     @BeforeAll
     static void compileAndStore() throws IOException, ReflectiveOperationException {
@@ -54,11 +56,12 @@ class ReadmeQueryTest {
             table.writeMessage(id, seqNum(id), 0, messageClass(id).firstId() + id, 10_000 + id, ' ', msgType(id), false,
                     false, null, null, "wire " + id, null, new String[] {clOrdId(id), symbol(id)}, null);
         }
-        questions = questionsClass.getConstructor(TableConfiguration.class).newInstance(configuration);
+        store = MessageStore.openReader(directory.resolve("orders"));
     }
 
     @AfterAll
     static void close() throws IOException {
+        store.close();
         table.close();
         JNITboLibLoader.uninitLibrary();
         compiled.close();
@@ -88,37 +91,28 @@ class ReadmeQueryTest {
         return id % 7 == 0 ? null : "SYM" + id % 4;
     }
 
-    private static MessageQueryConditions question(String name, Object... arguments) {
+    private static Query question(String name, Object... arguments) {
         Class<?>[] types = new Class<?>[arguments.length];
         for (int i = 0; i < types.length; ++i) {
-            types[i] = arguments[i] instanceof Integer ? int.class
-                    : arguments[i] instanceof Long ? long.class : String.class;
+            types[i] = arguments[i] instanceof Integer ? int.class : arguments[i].getClass();
         }
         try {
-            return (MessageQueryConditions) questionsClass.getMethod(name, types).invoke(questions, arguments);
+            return (Query) questionsClass.getMethod(name, types).invoke(null, arguments);
         } catch (ReflectiveOperationException failed) {
             throw new AssertionError(failed);
         }
     }
 
-    /** Reads as the examples do. */
-    private static List<Integer> answers(MessageQueryConditions question, int most) {
-        List<Integer> ids = new ArrayList<>();
-        Consumer<JNITboMessageTableIterator> taker = message -> {
-            assertEquals("wire " + message.getUniformMessageId(), message.getWireMessage());
-            ids.add(message.getUniformMessageId());
-        };
-        try {
-            Object count = questionsClass.getMethod("read", JNITboMessageTable.class, MessageQueryConditions.class,
-                    int.class, Consumer.class).invoke(null, table, question, most, taker);
-            assertEquals(ids.size(), count);
-        } catch (ReflectiveOperationException failed) {
-            throw new AssertionError(failed);
+    private static List<Integer> answers(Query question, int most) {
+        try (Stream<StoredMessage> messages = store.query(question)) {
+            return messages.limit(most).map(message -> {
+                assertEquals("wire " + message.uniformId(), message.wireText());
+                return message.uniformId();
+            }).toList();
         }
-        return ids;
     }
 
-    private static List<Integer> all(MessageQueryConditions question) {
+    private static List<Integer> all(Query question) {
         return answers(question, Integer.MAX_VALUE);
     }
 
@@ -143,7 +137,7 @@ class ReadmeQueryTest {
     @Test
     void aSymbolIsFoundBetweenTwoTimes() {
         OnQueries.assertIds(where(id -> "SYM2".equals(symbol(id)) && id >= 990 && id <= 1110),
-                all(question("symbolBetween", "SYM2", 10_990L, 11_110L)));
+                all(question("symbolBetween", "SYM2", Instant.ofEpochMilli(10_990), Instant.ofEpochMilli(11_110))));
     }
 
     @Test

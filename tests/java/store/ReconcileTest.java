@@ -92,7 +92,7 @@ class ReconcileTest extends OnStores {
     void aNumberWhoseMessageIsNotStoredPutsTheNumbersAhead() {
         sent(1);
         numbers.keep(Direction.SENT, 2);
-        assertSide(Reconciliation.Ahead.NUMBERS, 1, 2, "its message is not stored");
+        assertSide(Reconciliation.Ahead.NUMBERS, 1, 2, "is not the last");
     }
 
     @Test
@@ -101,7 +101,10 @@ class ReconcileTest extends OnStores {
         sent(2);
         numbers.keep(Direction.SENT, 2);
         sent(1);
-        assertSide(Reconciliation.Ahead.NUMBERS, 1, 2, "begun anew");
+        assertSide(Reconciliation.Ahead.MESSAGES, 1, 2, "begins the sequence anew");
+        sent(2);
+        numbers.keep(Direction.SENT, 3);
+        assertSide(Reconciliation.Ahead.NUMBERS, 2, 3, "kept before messages");
     }
 
     @Test

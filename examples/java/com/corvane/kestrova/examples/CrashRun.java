@@ -1,6 +1,5 @@
 package com.corvane.kestrova.examples;
 
-import com.corvane.kestrova.engine.tabulo.TableConfiguration;
 import java.io.IOException;
 import java.nio.file.Path;
 import java.util.List;
@@ -52,7 +51,7 @@ final class CrashRun {
         try (SessionStore store = sessions.open(session)) {
             double seconds = (System.nanoTime() - start) / 1e9;
             recoverySeconds += seconds;
-            int stored = stream.countUpTo(store.table().getLastUniformMessageId());
+            int stored = stream.countUpTo(store.messages().lastUniformId().orElse(0));
             System.out.printf("   %s: recovered in %.1f ms, %,d messages.%n", sessions.name(session), seconds * 1000,
                     stored);
             // The kill may fall between the write of a message and its acknowledgement.
@@ -60,10 +59,8 @@ final class CrashRun {
             if (stored != expected && stored != sessions.share(session, acknowledged + 1)) {
                 throw new DemoFailure(expected + " messages were acknowledged, and " + stored + " are there");
             }
-            TableConfiguration configuration = tables.configuration(sessions.name(session));
-            ReadBack.compareByIterator(store.table(), configuration, stream, stored,
-                    new Progress("reading and comparing", stored));
-            numbersBehind += store.numbers().printAndCompare(store.table(), configuration, true);
+            ReadBack.compare(store.messages(), stream, stored, new Progress("reading and comparing", stored));
+            numbersBehind += store.printAndCompareNumbers(true);
         }
     }
 

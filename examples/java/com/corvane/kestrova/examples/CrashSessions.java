@@ -1,6 +1,6 @@
 package com.corvane.kestrova.examples;
 
-import com.corvane.kestrova.engine.tabulo.jni.JNITboMessageTable;
+import com.corvane.kestrova.engine.tabulo.store.UniformIds;
 import java.util.ArrayList;
 import java.util.List;
 
@@ -14,6 +14,7 @@ final class CrashSessions {
     private final TableDirectory tables;
     private final List<String> names = new ArrayList<>();
     private final List<MessageStream> streams = new ArrayList<>();
+    private final UniformIds ids = new UniformIds();
 
     CrashSessions(TableDirectory tables, List<RecordedSession> sessions) {
         this.tables = tables;
@@ -36,7 +37,7 @@ final class CrashSessions {
     }
 
     SessionStore open(int session) {
-        return new SessionStore(tables, name(session), stream(session), JNITboMessageTable.MODE_WRITE);
+        return SessionStore.openWriter(tables, name(session), stream(session), ids);
     }
 
     /** How many of the first messages of all sessions belong to one of them. */

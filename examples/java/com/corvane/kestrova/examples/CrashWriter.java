@@ -1,6 +1,6 @@
 package com.corvane.kestrova.examples;
 
-import com.corvane.kestrova.engine.tabulo.jni.JNITboLibLoader;
+import com.corvane.kestrova.engine.tabulo.store.Tabulo;
 import java.nio.file.Path;
 import java.util.ArrayList;
 import java.util.List;
@@ -21,8 +21,8 @@ public final class CrashWriter {
      * @throws Exception when something fails before
      */
     public static void main(String[] args) throws Exception {
-        JNITboLibLoader.load(args[0]);
-        JNITboLibLoader.initLibrary();
+        Tabulo.load(Path.of(args[0]));
+        Tabulo.logTo(new DemoLog());
         CrashSessions sessions =
                 new CrashSessions(new TableDirectory(Path.of(args[2])), RecordedSession.readAll(Path.of(args[1])));
         AckFile acknowledged = new AckFile(Path.of(args[3]));

@@ -1,7 +1,8 @@
 package com.corvane.kestrova.examples;
 
-import com.corvane.kestrova.engine.tabulo.jni.JNITboException;
-import com.corvane.kestrova.engine.tabulo.jni.JNITboLibLoader;
+import com.corvane.kestrova.engine.tabulo.store.Tabulo;
+import com.corvane.kestrova.engine.tabulo.store.TabuloException;
+import com.corvane.kestrova.engine.tabulo.store.UniformIds;
 import java.io.IOException;
 import java.nio.file.Files;
 import java.nio.file.Path;
@@ -49,17 +50,14 @@ public final class DemoEngine {
         int status = EXIT_DIFFERS;
         try {
             Path library = Path.of(args[0]);
-            JNITboLibLoader.load(library);
-            JNITboLibLoader.initLibrary();
-            JNITboLibLoader.setLogFacility(new DemoLog());
+            Tabulo.load(library);
+            Tabulo.logTo(new DemoLog());
             new DemoEngine(library, Path.of(args[1]), TableDirectory.makeEmpty(Path.of(args[2], "tables"))).run();
-            JNITboLibLoader.uninitLibrary();
             status = 0;
         } catch (DemoFailure failure) {
             System.err.println("\nFAILED: " + failure.getMessage());
-        } catch (JNITboException failure) {
-            System.err.println("\nFAILED: the library reports error " + failure.getErrorCode() + ": "
-                    + failure.getMessage());
+        } catch (TabuloException failure) {
+            System.err.println("\nFAILED: the library reports " + failure);
             failure.printStackTrace();
         } catch (Exception | UnsatisfiedLinkError failure) {
             System.err.print("\nFAILED: ");
@@ -86,11 +84,10 @@ public final class DemoEngine {
         System.out.println("""
                 1. Two recorded trading days are stored, each in a table of its own.
                    Indexed: ClOrdID, Symbol, Account as text, OrderQty and Price as numbers. After each message its
-                   sequence number is kept in a session info table, as the last one sent or received.""");
-        sessions.forEach(SessionRun::store);
-        long texts = sessions.stream().mapToLong(SessionRun::textMessages).sum();
-        System.out.printf("   %,d messages were plain ASCII and went in as strings, %,d as bytes.%n%n", texts,
-                messages() - texts);
+                   sequence number is kept beside it, as the last one sent or received.""");
+        UniformIds ids = new UniformIds();
+        sessions.forEach(session -> session.store(ids));
+        System.out.println();
     }
 
     private void readBack() {

@@ -1,36 +1,28 @@
 package com.corvane.kestrova.examples;
 
-import com.corvane.util.log.ILogFacility;
-import com.corvane.util.log.ILogger;
+import java.util.ResourceBundle;
 
 /** Prints the library's warnings among the demo's own lines, and nothing else of what it logs. */
-final class DemoLog implements ILogFacility {
-    private static final ILogger SILENT = (level, text) -> {
-    };
-
-    /** A warning comes in pieces; the first one is its prefix, and the last one brings the line's end. */
-    private static final ILogger PRINTED = (level, text) -> {
-        String piece = text.toString();
-        System.out.print(piece.startsWith("Tabulo/C") ? "   [library] " + piece : piece);
-    };
-
+final class DemoLog implements System.Logger {
     @Override
-    public ILogger debug() {
-        return SILENT;
+    public String getName() {
+        return "demo";
     }
 
     @Override
-    public ILogger info() {
-        return SILENT;
+    public boolean isLoggable(Level level) {
+        return level.compareTo(Level.WARNING) >= 0;
     }
 
     @Override
-    public ILogger warning() {
-        return PRINTED;
+    public void log(Level level, ResourceBundle bundle, String message, Throwable thrown) {
+        log(level, bundle, message);
     }
 
     @Override
-    public ILogger error() {
-        return SILENT;
+    public void log(Level level, ResourceBundle bundle, String format, Object... parameters) {
+        if (isLoggable(level)) {
+            System.out.println("   [library] " + format);
+        }
     }
 }

@@ -1,33 +1,31 @@
 package com.corvane.kestrova.examples;
 
-import com.corvane.kestrova.engine.tabulo.jni.JNITboException;
-import com.corvane.kestrova.engine.tabulo.jni.JNITboLibLoader;
-import com.corvane.kestrova.engine.tabulo.jni.JNITboMessageTable;
-import com.corvane.kestrova.engine.tabulo.jni.JNITboMessageWatcher;
+import com.corvane.kestrova.engine.tabulo.store.MessageStore;
+import com.corvane.kestrova.engine.tabulo.store.StoredMessage;
+import com.corvane.kestrova.engine.tabulo.store.Tabulo;
+import com.corvane.kestrova.engine.tabulo.store.TabuloException;
+import com.corvane.kestrova.engine.tabulo.store.Watch;
 import java.io.IOException;
 import java.io.UncheckedIOException;
-import java.nio.charset.StandardCharsets;
 import java.nio.file.Path;
-import java.util.Arrays;
 
 /**
  * Follows the demo's two tables, also while an engine writes them, and prints a line for each message. The last uniform
  * id is kept in a small file after each batch, and the next start goes on behind it: what was printed before the id was
  * kept may be printed again after a crash, and nothing is left out.
  */
-public final class LiveMonitor {
+public final class LiveMonitor implements Watch.Listener {
     private static final String[] TABLES = {"client-day1", "client-day2"};
     private static final int EXIT_FAILED = 1;
     private static final int EXIT_USAGE = 2;
     private static final int NEVER = -1;
     private static final int LONGEST_LINE = 120;
-    private static final long PATIENCE_MILLIS = 1000;
 
     private final LiveMonitorState lastId;
     private final int idleCallsToEnd;
     private int idleCalls;
     private long printed;
-    private volatile boolean ending;
+    private int lastPrinted;
 
     private LiveMonitor(LiveMonitorState lastId, int idleCallsToEnd) {
         this.lastId = lastId;
@@ -50,14 +48,14 @@ public final class LiveMonitor {
         try {
             LiveMonitorState lastId = LiveMonitorState.read(Path.of(args[2]));
             LiveMonitor monitor = new LiveMonitor(lastId, args.length == 4 ? Integer.parseInt(args[3]) : NEVER);
-            JNITboLibLoader.load(Path.of(args[0]));
-            JNITboLibLoader.initLibrary();
-            JNITboLibLoader.setLogFacility(new DemoLog());
-            monitor.endWithTheProcess(Thread.currentThread());
+            Tabulo.load(Path.of(args[0]));
+            Tabulo.logTo(new DemoLog());
             monitor.follow(new TableDirectory(Path.of(args[1])));
             status = 0;
-        } catch (JNITboException failure) {
-            System.err.println("The library reports error " + failure.getErrorCode() + ": " + failure.getMessage());
+        } catch (TabuloException failure) {
+            System.err.println("The library reports " + failure);
+        } catch (InterruptedException stopped) {
+            System.err.println("The monitor was interrupted.");
         } catch (IOException | UncheckedIOException | NumberFormatException | UnsatisfiedLinkError failure) {
             System.err.println("The monitor cannot run: " + failure.getMessage());
         }
@@ -66,46 +64,41 @@ public final class LiveMonitor {
         }
     }
 
-    /** Lets Ctrl-C end the watch at its next batch; a watch that pauses for longer ends with the process. */
-    private void endWithTheProcess(Thread watching) {
-        Runtime.getRuntime().addShutdownHook(new Thread(() -> {
-            ending = true;
-            try {
-                watching.join(PATIENCE_MILLIS);
-            } catch (InterruptedException interrupted) {
-                Thread.currentThread().interrupt();
+    private void follow(TableDirectory directory) throws InterruptedException {
+        try (MessageStore day1 = directory.openReader(TABLES[0]); MessageStore day2 = directory.openReader(TABLES[1])) {
+            Watch.Builder both = Watch.of(day1, day2);
+            if (lastId.isKnown()) {
+                both.fromId(lastId.get() + 1);
             }
-        }));
-    }
-
-    private void follow(TableDirectory directory) {
-        int from = lastId.isKnown() ? lastId.get() + 1 : JNITboMessageWatcher.FROM_BEGINNING;
-        int[] starts = new int[TABLES.length];
-        Arrays.fill(starts, from);
-        // The watcher gets handles of its own: no other thread may use them while it runs.
-        try (JNITboMessageTable day1 = directory.open(TABLES[0], JNITboMessageTable.MODE_READ);
-                JNITboMessageTable day2 = directory.open(TABLES[1], JNITboMessageTable.MODE_READ);
-                JNITboMessageWatcher watcher = JNITboMessageWatcher.open(day1, day2)) {
-            watcher.startWatchingCompact(starts, this::take);
+            // One thread for the watch is all that it needs.
+            try (Watch watch = both.start(task -> new Thread(task, "watch").start(), this)) {
+                Runtime.getRuntime().addShutdownHook(new Thread(watch::close));
+                watch.await();
+            }
         }
         System.out.printf("%d messages; the last uniform id is %s.%n", printed, lastId);
     }
 
-    private int take(int count, int[] uniformIds, byte[][] wireMessages) {
-        for (int i = 0; i < count; ++i) {
-            System.out.println(line(uniformIds[i], wireMessages[i]));
-        }
+    @Override
+    public void onMessage(MessageStore store, StoredMessage message) {
+        System.out.println(line(message.uniformId(), message.wireText()));
+        lastPrinted = message.uniformId();
+    }
+
+    @Override
+    public void onBatchEnd(Watch watch, int count) {
         System.out.flush();
         if (count > 0) {
             printed += count;
-            lastId.store(uniformIds[count - 1]);
+            lastId.store(lastPrinted);
         }
         idleCalls = count > 0 ? 0 : idleCalls + 1;
-        return ending || idleCalls == idleCallsToEnd ? 1 : 0;
+        if (idleCalls == idleCallsToEnd) {
+            watch.stop();
+        }
     }
 
-    private static String line(int uniformId, byte[] wireMessage) {
-        String text = wireMessage == null ? "" : new String(wireMessage, StandardCharsets.ISO_8859_1);
+    private static String line(int uniformId, String text) {
         StringBuilder line = new StringBuilder().append(uniformId).append("  ");
         // Field separators and whatever else would upset a terminal.
         text.chars().limit(LONGEST_LINE).forEach(c -> line.append(Character.isISOControl(c) ? '|' : (char) c));

@@ -1,10 +1,12 @@
 package com.corvane.kestrova.examples;
 
 import com.corvane.kestrova.engine.tabulo.MessageClass;
-import com.corvane.kestrova.engine.tabulo.TimestampHolder;
-import com.corvane.kestrova.engine.tabulo.jni.JNITboMessageTable;
-import java.time.Instant;
-import java.time.temporal.ChronoUnit;
+import com.corvane.kestrova.engine.tabulo.store.Direction;
+import com.corvane.kestrova.engine.tabulo.store.MessageStore;
+import java.util.OptionalInt;
+import java.util.function.Predicate;
+import java.util.function.ToIntFunction;
+import java.util.stream.IntStream;
 
 /** Asks a table what an engine asks after a restart, and compares the answers with the messages that were stored. */
 final class Lookups {
@@ -16,44 +18,28 @@ final class Lookups {
         this.count = count;
     }
 
-    void printAndCompare(JNITboMessageTable table) {
+    void printAndCompare(MessageStore store) {
         for (MessageClass messageClass : MessageClass.values()) {
-            print("last id of class " + messageClass, table.getLastMessageId(messageClass.firstId()),
-                    lastId(messageClass));
+            print("last id of class " + messageClass, store.lastId(messageClass),
+                    last(message -> message.messageClass == messageClass, stream::connMsgId));
         }
-        int lastGood = lastGood();
-        TimestampHolder holder = new TimestampHolder();
-        print("last good MsgSeqNum", table.getLastGoodMsgSeqNum(0, holder), stream.message(lastGood).seqNum);
-        print("  and its time", instant(holder.getValue()), instant(stream.message(lastGood).timestamp));
-        // The recording holds no message that waited to be sent; these are the answers for that.
-        print("first pending MsgSeqNum", table.getPendingMsgSeqNum(0, false), -1);
-        print("last pending MsgSeqNum", table.getPendingMsgSeqNum(0, true), 0);
-        print("last uniform message id", table.getLastUniformMessageId(), stream.uniformId(count - 1));
-    }
-
-    private int lastId(MessageClass messageClass) {
-        for (int index = count - 1; index >= 0; --index) {
-            if (stream.message(index).messageClass == messageClass) {
-                return stream.connMsgId(index);
-            }
+        for (Direction direction : Direction.values()) {
+            print("last MsgSeqNum " + direction, store.lastSeqNum(direction),
+                    last(message -> message.isCounted() && message.isSent() == (direction == Direction.SENT),
+                            index -> stream.message(index).seqNum));
         }
-        return messageClass.firstId();
+        // The recording holds no message that waited to be sent.
+        print("messages that wait", OptionalInt.of(store.pending().size()), OptionalInt.of(0));
+        print("last uniform message id", store.lastUniformId(), OptionalInt.of(stream.uniformId(count - 1)));
     }
 
-    private int lastGood() {
-        int index = count - 1;
-        while (stream.message(index).isOutOfSequence || stream.message(index).messageClass == MessageClass.RESENT) {
-            --index;
-        }
-        return index;
+    private OptionalInt last(Predicate<RecordedMessage> condition, ToIntFunction<Integer> answer) {
+        return IntStream.iterate(count - 1, index -> index >= 0, index -> index - 1)
+                .filter(index -> condition.test(stream.message(index))).map(answer::applyAsInt).findFirst();
     }
 
-    private static Instant instant(long micros) {
-        return Instant.EPOCH.plus(micros, ChronoUnit.MICROS);
-    }
-
-    private static void print(String what, Object answer, Object expected) {
-        System.out.printf("   %-28s %s%n", what, answer);
+    private static void print(String what, OptionalInt answer, OptionalInt expected) {
+        System.out.printf("   %-28s %s%n", what, answer.isPresent() ? String.valueOf(answer.getAsInt()) : "none");
         if (!answer.equals(expected)) {
             throw new DemoFailure(what + " is " + answer + " and should be " + expected);
         }

@@ -1,14 +1,14 @@
 package com.corvane.kestrova.examples;
 
 import com.corvane.kestrova.engine.tabulo.MessageClass;
-import com.corvane.kestrova.engine.tabulo.jni.JNITboMessageTable;
-import com.corvane.kestrova.engine.tabulo.jni.JNITboMessageTableIterator;
+import com.corvane.kestrova.engine.tabulo.store.MessageStore;
+import com.corvane.kestrova.engine.tabulo.store.StoredMessage;
 import java.util.Arrays;
 import java.util.List;
 
 /**
- * Recorded messages over and over, without end. Each has its ids by its place in the stream, so that whoever knows how
- * many were stored knows what the table must hold.
+ * Recorded messages over and over, without end. A store gives each its ids by its place in the stream, so that whoever
+ * knows how many were stored knows what the table must hold.
  */
 final class MessageStream {
     private final RecordedMessage[] messages;
@@ -53,17 +53,21 @@ final class MessageStream {
                 + placeInClass[index % messages.length];
     }
 
-    /** Whether an iterator is at the message that was stored from a place of the stream. */
-    boolean isAt(JNITboMessageTableIterator messages, int index) {
+    /** Whether a message is the one that was stored from a place of the stream. */
+    boolean isAt(StoredMessage stored, int index) {
         RecordedMessage expected = message(index);
-        return messages.getUniformMessageId() == uniformId(index) && messages.getConnectionMsgId() == connMsgId(index)
-                && messages.getMsgSeqNum() == expected.seqNum && messages.getTimestamp() == expected.timestamp
-                && Arrays.equals(messages.getWireMessageAsByteArray(), expected.wire)
-                && Arrays.equals(messages.getNonMetadataFieldsAsByteArray(), expected.nonMetadata);
+        return stored.uniformId() == uniformId(index) && stored.id() == connMsgId(index)
+                && stored.seqNum() == expected.seqNum && stored.time().equals(expected.time)
+                && Arrays.equals(stored.wire(), expected.wire)
+                && Arrays.equals(stored.nonMetadata(), expected.nonMetadata);
     }
 
     /** Stores the message at a place; returning means that the table has taken it. */
-    void store(JNITboMessageTable table, int index) {
-        message(index).store(table, uniformId(index), connMsgId(index));
+    void store(MessageStore store, int index) {
+        int id = message(index).store(store);
+        if (id != connMsgId(index)) {
+            throw new DemoFailure("the message " + index + " was given the id " + id + " instead of "
+                    + connMsgId(index));
+        }
     }
 }

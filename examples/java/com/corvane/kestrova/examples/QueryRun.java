@@ -1,8 +1,10 @@
 package com.corvane.kestrova.examples;
 
 import com.corvane.kestrova.engine.tabulo.MessageClass;
-import com.corvane.kestrova.engine.tabulo.MessageQueryConditions;
-import com.corvane.kestrova.engine.tabulo.jni.JNITboMessageTable;
+import com.corvane.kestrova.engine.tabulo.store.MessageStore;
+import com.corvane.kestrova.engine.tabulo.store.Query;
+import com.corvane.kestrova.engine.tabulo.store.StoredMessage;
+import java.time.Instant;
 import java.util.Arrays;
 import java.util.List;
 import java.util.Map;
@@ -10,6 +12,7 @@ import java.util.function.Function;
 import java.util.function.Predicate;
 import java.util.stream.Collectors;
 import java.util.stream.IntStream;
+import java.util.stream.Stream;
 
 /**
  * Asks a table the five questions that people ask most, takes the time, and compares the answers with what a look at
@@ -23,39 +26,37 @@ final class QueryRun {
 
     private final MessageStream stream;
     private final int count;
-    private final Questions questions;
-    private final JNITboMessageTable table;
+    private final MessageStore store;
 
-    QueryRun(MessageStream stream, int count, Questions questions, JNITboMessageTable table) {
+    QueryRun(MessageStream stream, int count, MessageStore store) {
         this.stream = stream;
         this.count = count;
-        this.questions = questions;
-        this.table = table;
+        this.store = store;
     }
 
     void printAndCompare() {
         int begin = where(message -> isNew(message)).map(index -> stream.message(index).seqNum).max().orElseThrow() / 2;
         int end = begin + RESENT_AT_ONCE - 1;
-        ask("sent as " + begin + " to " + end, questions.resend(begin, end), Integer.MAX_VALUE,
+        ask("sent as " + begin + " to " + end, Questions.resend(begin, end), Integer.MAX_VALUE,
                 where(message -> isNew(message) && message.seqNum >= begin && message.seqNum <= end));
 
         String order = where(message -> message.clOrdId != null).skip(count / 4)
                 .mapToObj(index -> stream.message(index).clOrdId).findFirst().orElseThrow();
-        ask("of the order " + order, questions.order(order), Integer.MAX_VALUE,
+        ask("of the order " + order, Questions.order(order), Integer.MAX_VALUE,
                 where(message -> order.equals(message.clOrdId)));
 
         String symbol = mostFrequentSymbol();
         int[] ofSymbol = where(message -> symbol.equals(message.symbol)).toArray();
-        long from = stream.message(ofSymbol[ofSymbol.length / 3]).timestamp;
-        long to = stream.message(ofSymbol[ofSymbol.length * 2 / 3]).timestamp;
-        ask("of " + symbol + ", the middle third", questions.symbolBetween(symbol, from, to), Integer.MAX_VALUE,
-                where(message -> symbol.equals(message.symbol) && message.timestamp >= from
-                        && message.timestamp <= to));
+        Instant from = stream.message(ofSymbol[ofSymbol.length / 3]).time;
+        Instant until = stream.message(ofSymbol[ofSymbol.length * 2 / 3]).time;
+        ask("of " + symbol + ", the middle third", Questions.symbolBetween(symbol, from, until), Integer.MAX_VALUE,
+                where(message -> symbol.equals(message.symbol) && !message.time.isBefore(from)
+                        && !message.time.isAfter(until)));
 
-        ask("last " + LAST_MESSAGES + ", backwards", questions.backwards(), LAST_MESSAGES,
+        ask("last " + LAST_MESSAGES + ", backwards", Questions.backwards(), LAST_MESSAGES,
                 IntStream.range(0, LAST_MESSAGES).map(i -> count - 1 - i));
 
-        ask("everything but heartbeats", questions.withoutHeartbeats(), Integer.MAX_VALUE,
+        ask("everything but heartbeats", Questions.withoutHeartbeats(), Integer.MAX_VALUE,
                 where(message -> !HEARTBEAT.equals(message.msgType)));
     }
 
@@ -76,22 +77,28 @@ final class QueryRun {
                 .thenComparing(Map.Entry.comparingByKey())).orElseThrow().getKey();
     }
 
-    private void ask(String what, MessageQueryConditions question, int most, IntStream expectedIndexes) {
+    private void compare(String what, List<Integer> expected, List<StoredMessage> answer) {
+        if (answer.size() != expected.size()) {
+            throw new DemoFailure(what + ": " + answer.size() + " messages instead of " + expected.size());
+        }
+        for (int i = 0; i < answer.size(); ++i) {
+            if (!stream.isAt(answer.get(i), expected.get(i))) {
+                throw new DemoFailure(what + ": answer number " + (i + 1) + " is not the recorded message");
+            }
+        }
+    }
+
+    private void ask(String what, Query question, int most, IntStream expectedIndexes) {
         List<Integer> expected = expectedIndexes.boxed().toList();
         double[] micros = new double[TIMES_ASKED];
         for (int time = 0; time < TIMES_ASKED; ++time) {
-            int[] taken = {0};
             long start = System.nanoTime();
-            int answered = Questions.read(table, question, most, message -> {
-                int at = taken[0]++;
-                if (at >= expected.size() || !stream.isAt(message, expected.get(at))) {
-                    throw new DemoFailure(what + ": answer number " + (at + 1) + " is not the recorded message");
-                }
-            });
-            micros[time] = (System.nanoTime() - start) / 1e3;
-            if (answered != expected.size()) {
-                throw new DemoFailure(what + ": " + answered + " messages instead of " + expected.size());
+            List<StoredMessage> answer;
+            try (Stream<StoredMessage> messages = store.query(question)) {
+                answer = messages.limit(most).toList();
             }
+            micros[time] = (System.nanoTime() - start) / 1e3;
+            compare(what, expected, answer);
         }
         double first = micros[0];
         Arrays.sort(micros);

@@ -1,6 +1,7 @@
 package com.corvane.kestrova.examples;
 
-import com.corvane.kestrova.engine.tabulo.jni.JNITboMessageTable;
+import com.corvane.kestrova.engine.tabulo.store.MessageStore;
+import com.corvane.kestrova.engine.tabulo.store.UniformIds;
 
 /** Stores one recorded session in its tables, and reads it back after they were closed and opened again. */
 final class SessionRun {
@@ -24,10 +25,6 @@ final class SessionRun {
         return session.messages().stream().mapToLong(message -> message.wire.length).sum();
     }
 
-    long textMessages() {
-        return session.messages().stream().filter(RecordedMessage::isText).count();
-    }
-
     double storeSeconds() {
         return storeSeconds;
     }
@@ -36,10 +33,9 @@ final class SessionRun {
         return readSeconds;
     }
 
-    void store() {
+    void store(UniformIds ids) {
         Progress progress = new Progress("storing " + session.name(), messages());
-        try (SessionStore store =
-                new SessionStore(tables, session.name(), stream, JNITboMessageTable.MODE_WRITE)) {
+        try (SessionStore store = SessionStore.openWriter(tables, session.name(), stream, ids)) {
             long start = System.nanoTime();
             for (int index = 0; index < messages(); ++index) {
                 store.store(index);
@@ -51,27 +47,25 @@ final class SessionRun {
 
     void readBack() {
         Progress progress = new Progress("reading " + session.name(), messages());
-        try (SessionStore store =
-                new SessionStore(tables, session.name(), stream, JNITboMessageTable.MODE_READ)) {
+        try (SessionStore store = SessionStore.openReader(tables, session.name(), stream)) {
             long start = System.nanoTime();
-            ReadBack.compareByIds(store.table(), stream, messages(), progress);
+            ReadBack.compare(store.messages(), stream, messages(), progress);
             readSeconds = (System.nanoTime() - start) / 1e9;
-            store.numbers().printAndCompare(store.table(), tables.configuration(session.name()), false);
+            store.printAndCompareNumbers(false);
         }
     }
 
     void query() {
         System.out.println("   " + session.name() + ":");
-        try (JNITboMessageTable table = tables.open(session.name(), JNITboMessageTable.MODE_READ)) {
-            new QueryRun(stream, messages(), new Questions(tables.configuration(session.name())), table)
-                    .printAndCompare();
+        try (MessageStore store = tables.openReader(session.name())) {
+            new QueryRun(stream, messages(), store).printAndCompare();
         }
     }
 
     void lookUp() {
         System.out.println("   " + session.name() + ":");
-        try (JNITboMessageTable table = tables.open(session.name(), JNITboMessageTable.MODE_READ)) {
-            new Lookups(stream, messages()).printAndCompare(table);
+        try (MessageStore store = tables.openReader(session.name())) {
+            new Lookups(stream, messages()).printAndCompare(store);
         }
     }
 }

@@ -1,6 +1,7 @@
 package com.corvane.kestrova.examples;
 
-import com.corvane.kestrova.engine.tabulo.jni.JNITboMessageTable;
+import com.corvane.kestrova.engine.tabulo.store.MessageStore;
+import com.corvane.kestrova.engine.tabulo.store.UniformIds;
 import java.io.IOException;
 import java.nio.file.Files;
 import java.util.Arrays;
@@ -31,9 +32,9 @@ final class StoreBenchmark {
         if (Files.getFileStore(tables.path()).getUsableSpace() < DISK_SPACE_NEEDED) {
             throw new DemoFailure("this step needs 1 GiB of free disk space in " + tables.path());
         }
-        try (JNITboMessageTable plain = tables.open(PLAIN_TABLE, JNITboMessageTable.MODE_WRITE);
-                SessionStore numbered = new SessionStore(tables, NUMBERED_TABLE, stream,
-                        JNITboMessageTable.MODE_WRITE)) {
+        try (MessageStore plain = tables.openWriter(PLAIN_TABLE);
+                SessionStore numbered =
+                        SessionStore.openWriter(tables, NUMBERED_TABLE, stream, new UniformIds())) {
             // The first round warms up: the second one writes over its time.
             Progress progress = new Progress("storing", ROUNDS + 1);
             for (int round = -1; round < ROUNDS; ++round) {
@@ -43,7 +44,7 @@ final class StoreBenchmark {
                 progress.update(round + 2);
             }
             checkLast(plain);
-            checkLast(numbered.table());
+            checkLast(numbered.messages());
         } finally {
             tables.remove(PLAIN_TABLE);
             tables.remove(NUMBERED_TABLE);
@@ -78,8 +79,8 @@ final class StoreBenchmark {
         return (System.nanoTime() - start) / 1e9;
     }
 
-    private void checkLast(JNITboMessageTable table) {
-        int last = table.getLastUniformMessageId();
+    private void checkLast(MessageStore store) {
+        int last = store.lastUniformId().orElse(0);
         if (last != (ROUNDS + 1) * MESSAGES_PER_ROUND) {
             throw new DemoFailure("the last of the stored messages has the uniform message id " + last);
         }

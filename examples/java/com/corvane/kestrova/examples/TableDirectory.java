@@ -1,12 +1,13 @@
 package com.corvane.kestrova.examples;
 
-import com.corvane.kestrova.engine.tabulo.TableConfiguration;
-import com.corvane.kestrova.engine.tabulo.jni.JNITboMessageTable;
-import com.corvane.kestrova.engine.tabulo.jni.JNITboSessionInfoTable;
+import com.corvane.kestrova.engine.tabulo.store.Layout;
+import com.corvane.kestrova.engine.tabulo.store.MessageStore;
+import com.corvane.kestrova.engine.tabulo.store.SessionNumbers;
 import java.io.IOException;
 import java.nio.file.Files;
 import java.nio.file.Path;
 import java.util.List;
+import java.util.concurrent.TimeUnit;
 import java.util.stream.Stream;
 
 /**
@@ -15,6 +16,10 @@ import java.util.stream.Stream;
  * @param path the directory
  */
 record TableDirectory(Path path) {
+    /** What is indexed in a message table of this engine. */
+    private static final Layout LAYOUT = Layout.builder().texts("ClOrdID", "Symbol", "Account")
+            .numbers("OrderQty", "Price").timeUnit(TimeUnit.MICROSECONDS).build();
+
     /** Makes the directory, without the tables of an earlier demo. */
     static TableDirectory makeEmpty(Path path) throws IOException {
         Files.createDirectories(path);
@@ -23,23 +28,18 @@ record TableDirectory(Path path) {
         return directory;
     }
 
-    JNITboMessageTable open(String name, int mode) {
-        return JNITboMessageTable.open(configuration(name), mode);
+    MessageStore openWriter(String name) {
+        return MessageStore.openOrCreate(file(name), LAYOUT);
     }
 
-    /** What is indexed in a message table of this engine. */
-    TableConfiguration configuration(String name) {
-        return TableConfiguration.builder(name, path)
-                .stringFields("ClOrdID", "Symbol", "Account")
-                .numericFields("OrderQty", "Price")
-                .build();
+    MessageStore openReader(String name) {
+        return MessageStore.openReader(file(name));
     }
 
-    /** Opens the session info table that belongs to a message table. */
-    JNITboSessionInfoTable openSessionInfo(String name, int mode, int... tags) {
-        TableConfiguration configuration =
-                TableConfiguration.builder(name + ".session", path).sessionInfoTags(tags).build();
-        return JNITboSessionInfoTable.open(configuration, mode);
+    /** Opens the numbers that belong to a message table. */
+    SessionNumbers openNumbers(String name, boolean toWrite) {
+        Path file = file(name + ".session");
+        return toWrite ? SessionNumbers.openWriter(file) : SessionNumbers.openReader(file);
     }
 
     Path file(String name) {

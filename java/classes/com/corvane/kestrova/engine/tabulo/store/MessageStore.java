@@ -337,13 +337,13 @@ public final class MessageStore implements AutoCloseable, Iterable<StoredMessage
         return new Append(this, writer()).beginSending(waiting);
     }
 
-    Optional<StoredMessage> first(Query query) {
-        try (MessageCursor cursor = cursor(query)) {
-            return cursor.hasNext() ? Optional.of(cursor.next()) : Optional.empty();
+    private Optional<StoredMessage> first(Query query) {
+        try (Stream<StoredMessage> messages = query(query)) {
+            return messages.findFirst();
         }
     }
 
-    MessageCursor cursor(Query query) {
+    private MessageCursor cursor(Query query) {
         return MessageCursor.open(readTable(), reader, query);
     }
 
@@ -351,9 +351,13 @@ public final class MessageStore implements AutoCloseable, Iterable<StoredMessage
         return reader;
     }
 
+    /** The messages that a direction counts, the newest first. */
+    static Query counted(Direction direction) {
+        return Query.all().classes(direction.classes()).seqNumsFrom(1).outOfSequence(false).backward();
+    }
+
     private int findLastSeqNum(Direction direction) {
-        return first(Query.all().classes(direction.classes()).seqNumsFrom(1).outOfSequence(false).backward())
-                .map(StoredMessage::seqNum).orElse(0);
+        return first(counted(direction)).map(StoredMessage::seqNum).orElse(0);
     }
 
     private int[] pendingRange() {

@@ -1,6 +1,7 @@
 package com.corvane.kestrova.engine.tabulo.store;
 
 import java.util.OptionalInt;
+import java.util.stream.Stream;
 
 /**
  * What a message table and a session's numbers say of the last messages, see
@@ -16,7 +17,7 @@ public record Reconciliation(Side sent, Side received) {
         NEITHER,
         /** The message table has messages whose numbers were not kept. */
         MESSAGES,
-        /** A number was kept whose message is not the last one of the table. */
+        /** A number was kept whose message is neither the last one of the table nor the one before it. */
         NUMBERS
     }
 
@@ -79,12 +80,17 @@ public record Reconciliation(Side sent, Side received) {
                     : "the messages from " + (number + 1) + " to " + last + " are stored and their numbers are not kept:"
                             + " they are not kept for each message, or what was kept did not reach the disk");
         }
-        boolean isThere = store.first(Query.all().classes(direction.classes()).seqNums(number, number)
-                .outOfSequence(false)).isPresent();
-        return new Side(direction, message, kept, Ahead.NUMBERS, isThere
-                ? "message " + number + " is stored and the last one is " + last + ": the sequence was begun anew, and no"
-                        + " number was kept since"
-                : "number " + number + " is kept and its message is not stored: numbers are kept before messages, or the"
-                        + " message did not reach the disk");
+        if (secondLast(store, direction) == number) {
+            return new Side(direction, message, kept, Ahead.MESSAGES, "message " + last + " begins the sequence anew behind"
+                    + " message " + number + " and its number is not kept: the process ended between the two");
+        }
+        return new Side(direction, message, kept, Ahead.NUMBERS, "number " + number + " is kept and its message is not"
+                + " the last: numbers are kept before messages, or messages did not reach the disk");
+    }
+
+    private static int secondLast(MessageStore store, Direction direction) {
+        try (Stream<StoredMessage> newestFirst = store.query(MessageStore.counted(direction))) {
+            return newestFirst.skip(1).findFirst().map(StoredMessage::seqNum).orElse(0);
+        }
     }
 }

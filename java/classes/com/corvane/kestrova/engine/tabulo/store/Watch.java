@@ -53,6 +53,17 @@ public final class Watch implements AutoCloseable {
          *         counts as not delivered
          */
         void onMessage(MessageStore store, StoredMessage message) throws Exception;
+
+        /**
+         * Told behind the messages that came together, 1000 at most, and after each look that found none, which is where
+         * an idle watch can be ended; does nothing unless it is overridden.
+         *
+         * @param watch the watch, whose {@link Watch#state()} includes these messages
+         * @param count how many of them were delivered
+         * @throws Exception when the watch is to end; {@link Watch#await()} then throws it as a cause
+         */
+        default void onBatchEnd(Watch watch, int count) throws Exception {
+        }
     }
 
     /** Says what a watch follows and from where on; used by one thread. */
@@ -248,9 +259,11 @@ public final class Watch implements AutoCloseable {
         @Override
         public int onGetMessages(int count, int[] uniformIds, byte[][] wireMessages) {
             try {
-                for (int i = 0; i < count && !isStopping; ++i) {
-                    deliver(tables.get(tableIndexes[i]), uniformIds[i]);
+                int taken = 0;
+                for (; taken < count && !isStopping; ++taken) {
+                    deliver(tables.get(tableIndexes[taken]), uniformIds[taken]);
                 }
+                listener.onBatchEnd(Watch.this, taken);
             } catch (Exception | Error thrown) {
                 // The library would print it, and give its own error in its place.
                 failure = thrown;
