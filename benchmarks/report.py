@@ -22,6 +22,8 @@ STORES = [
     ("tabulo", "**Tabulo, native**", None),
     ("java-strings", "**Tabulo through Java, strings**", None),
     ("java-bytes", "**Tabulo through Java, bytes**", None),
+    ("java-frames", "**Tabulo through Java, frames**", None),
+    ("java-append", "**Tabulo through Java, `append()`**", None),
     ("quickfix", "QuickFIX FileStore", "libquickfix-dev"),
     ("leveldb", "LevelDB", "libleveldb-dev"),
     ("leveldb-indexed", "LevelDB, indexed", "libleveldb-dev"),

@@ -53,6 +53,12 @@ def append_rows(results):
     for name in ("strings", "bytes"):
         yield at_least(f"append through Java, {name}: of the native rate", 0.5,
                        ratio(results, "append", "rate", "java-" + name, "tabulo", "append beside Java"))
+    yield at_least("append through Java, append(): of the rate with strings", 0.9, rate("java-strings", "java-append"))
+    for name in ("strings", "bytes"):
+        yield at_least(f"append through Java, frames: of the rate with {name}", 1, rate("java-" + name, "java-frames"))
+    for name in ("strings", "bytes", "frames", "append"):
+        yield shown(f"append through Java, {name}: allocated for a message",
+                    results.median("append", "java-" + name, "allocated"), " bytes")
 
 
 def read_rows(results):

@@ -1,8 +1,9 @@
 // Writes the workload to a table without Java, and prints what a scan of it has to add up to (see Scan.java).
 //
-//   native_orders <directory> <orders> long|double
+//   native_orders <directory> <orders> long|double|numbered
 //
-// With "double", OrderQty is stored as a double: writeMessage with strings knows no other numbers.
+// With "double", OrderQty is stored as a double: writeMessage with strings knows no other numbers. With "numbered", the
+// connection message ids begin at the class's first one, as a message store gives them.
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
@@ -37,9 +38,10 @@ std::uint64_t digest(const Order& order) {
 int main(int argc, char** argv) {
     using namespace tabulo::internal::bench;
     if (argc != 4) {
-        fail("usage: native_orders <directory> <orders> long|double");
+        fail("usage: native_orders <directory> <orders> long|double|numbered");
     }
     const bool doubles = std::string_view(argv[3]) == "double";
+    const bool numbered = std::string_view(argv[3]) == "numbered";
     const Store store = tabulo_store();
     std::filesystem::create_directories(argv[1]);
     void* table = store.open(argv[1], Access::create);
@@ -47,6 +49,9 @@ int main(int argc, char** argv) {
     std::uint64_t sum = 0;
     for (std::int32_t number = 1; number <= std::atoi(argv[2]); ++number) {
         order_make(&record, number);
+        if (numbered) {
+            record.message.metadata.connMsgId = number - 1;
+        }
         if (doubles) {
             tabulo::internal::NumericValue& quantity = record.message.numbers[0];
             quantity = tabulo::internal::numericValue_ofDouble(static_cast<double>(quantity.longValue));

@@ -3,8 +3,10 @@ package com.corvane.kestrova.benchmarks;
 import com.corvane.kestrova.engine.tabulo.jni.JNITboLibLoader;
 import com.corvane.kestrova.engine.tabulo.jni.JNITboMessageTable;
 import com.corvane.kestrova.engine.tabulo.jni.JNITboMessageTableIterator;
+import com.sun.management.ThreadMXBean;
 import java.io.IOException;
 import java.io.OutputStream;
+import java.lang.management.ManagementFactory;
 import java.nio.file.Files;
 import java.nio.file.Path;
 import java.util.Arrays;
@@ -19,8 +21,9 @@ import java.util.Locale;
 final class Append {
     private static final int BATCH = 256;
     private static final int MEMORY_LOOKS = 64;
+    private static final ThreadMXBean THREADS = (ThreadMXBean) ManagementFactory.getThreadMXBean();
 
-    private final Overload overload;
+    private final Way way;
     private final Path source;
     private final Order[] batch = new Order[BATCH];
     private final int[] latencies;
@@ -28,25 +31,28 @@ final class Append {
     private long timed;
     private int timedMessages;
     private long memory;
+    private long allocated;
+    private long askingAllocates;
 
-    private Append(Overload overload, Path source, int messages) {
-        this.overload = overload;
+    private Append(Way way, Path source, int messages) {
+        this.way = way;
         this.source = source;
         latencies = new int[messages];
         Arrays.setAll(batch, i -> new Order());
     }
 
-    /** Arguments: the library, strings or bytes, the native table's directory, an own one, orders, warming orders. */
+    /** Arguments: the library, the way, the native table's directory, an own one, orders, warming orders. */
     public static void main(String[] arguments) throws IOException {
         JNITboLibLoader.load(arguments[0]);
         JNITboLibLoader.initLibrary();
         String name = arguments[1];
         Path directory = Path.of(arguments[3]);
         int messages = Integer.parseInt(arguments[4]);
-        Append append = new Append(Overload.valueOf(name.toUpperCase(Locale.ROOT)), Path.of(arguments[2]), messages);
+        Append append = new Append(Way.valueOf(name.toUpperCase(Locale.ROOT)), Path.of(arguments[2]), messages);
 
         append.run(Files.createDirectories(directory.resolve("warm-up")), Integer.parseInt(arguments[5]));
         append.forget();
+        append.askingAllocates = allocatedByAsking();
         warmPageCache(directory.resolve("pages"), messages);
         System.gc();
         long idle = ownMemory();
@@ -71,7 +77,7 @@ final class Append {
     private void run(Path directory, int messages) throws IOException {
         try (JNITboMessageTable made = OrdersTable.open(source, JNITboMessageTable.MODE_READ);
                 JNITboMessageTableIterator orders = OrdersTable.all(made);
-                JNITboMessageTable table = OrdersTable.open(directory, JNITboMessageTable.MODE_WRITE)) {
+                Target table = way.open(directory)) {
             int batches = (messages + BATCH - 1) / BATCH;
             for (int b = 0; b < batches; ++b) {
                 int count = fill(orders, Math.min(BATCH, messages - b * BATCH));
@@ -93,23 +99,26 @@ final class Append {
             if (!orders.next()) {
                 throw new IllegalStateException("the native table has too few orders");
             }
-            overload.read(batch[i], orders);
+            way.read(batch[i], orders);
         }
         return count;
     }
 
-    private long storeAll(JNITboMessageTable table, int count) {
+    private long storeAll(Target table, int count) {
+        long allocatedBefore = THREADS.getCurrentThreadAllocatedBytes();
         long start = System.nanoTime();
         for (int i = 0; i < count; ++i) {
-            overload.store(batch[i], table);
+            table.store(batch[i]);
         }
-        return System.nanoTime() - start;
+        long time = System.nanoTime() - start;
+        allocated += THREADS.getCurrentThreadAllocatedBytes() - allocatedBefore - askingAllocates;
+        return time;
     }
 
-    private void storeEach(JNITboMessageTable table, int count) {
+    private void storeEach(Target table, int count) {
         long before = System.nanoTime();
         for (int i = 0; i < count; ++i) {
-            overload.store(batch[i], table);
+            table.store(batch[i]);
             long after = System.nanoTime();
             latencies[latencyCount++] = (int) (after - before);
             before = after;
@@ -121,6 +130,13 @@ final class Append {
         timed = 0;
         timedMessages = 0;
         memory = 0;
+        allocated = 0;
+    }
+
+    /** What a question for the allocated bytes allocates itself. */
+    private static long allocatedByAsking() {
+        long before = THREADS.getCurrentThreadAllocatedBytes();
+        return THREADS.getCurrentThreadAllocatedBytes() - before;
     }
 
     private void print(String subject, long idle) {
@@ -131,6 +147,7 @@ final class Append {
         Result.print("append", subject, "p99.9", "ns", percentile(0.999));
         Result.print("append", subject, "max", "ns", percentile(1));
         Result.print("append", subject, "memory", "bytes", memory - idle);
+        Result.print("append", subject, "allocated", "bytes/message", (double) allocated / timedMessages);
     }
 
     private double percentile(double part) {

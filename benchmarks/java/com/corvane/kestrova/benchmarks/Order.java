@@ -1,9 +1,12 @@
 package com.corvane.kestrova.benchmarks;
 
+import com.corvane.kestrova.engine.tabulo.MessageClass;
 import com.corvane.kestrova.engine.tabulo.jni.JNITboMessageTable;
 import com.corvane.kestrova.engine.tabulo.jni.JNITboMessageTableIterator;
+import com.corvane.kestrova.engine.tabulo.store.FrameEncoder;
+import com.corvane.kestrova.engine.tabulo.store.MessageStore;
 
-/** One order as an engine holds it when it stores it: what either overload of writeMessage takes. */
+/** One order as an engine holds it when it stores it: what each way of storing takes. */
 final class Order {
     private static final int[] NUMERIC_TYPES = {1, -1};  // a long and a double
 
@@ -71,5 +74,20 @@ final class Order {
         table.writeMessage(uniformId, seqNum, prevSeqNum, connMsgId, timestamp, '\0', msgType, possDup, outOfSequence,
                 session, gateway, wireBytes, 0, half, wireBytes, half, wireBytes.length - half, otherBytes, 0,
                 otherBytes.length, texts, NUMERIC_TYPES, longs, doubles);
+    }
+
+    void storeFrame(FrameEncoder encoder, JNITboMessageTable table) {
+        encoder.begin(uniformId, connMsgId).seqNum(seqNum).prevSeqNum(prevSeqNum).timestamp(timestamp).type(msgType)
+                .possDup(possDup).outOfSequence(outOfSequence).text0(session).text1(gateway)
+                .text("ClOrdID", texts[0]).text("Symbol", texts[1]).text("Account", texts[2])
+                .number("OrderQty", longs[0]).number("Price", doubles[0]).wire(wireBytes, 0, wireBytes.length)
+                .nonMetadata(otherBytes, 0, otherBytes.length).storeIn(table);
+    }
+
+    void append(MessageStore store) {
+        store.append().messageClass(MessageClass.APP_TO).seqNum(seqNum).timestamp(timestamp).type(msgType)
+                .possDup(possDup).outOfSequence(outOfSequence).text0(session).text1(gateway)
+                .text("ClOrdID", texts[0]).text("Symbol", texts[1]).text("Account", texts[2])
+                .number("OrderQty", longs[0]).number("Price", doubles[0]).wire(wireBytes).nonMetadata(otherBytes).store();
     }
 }
