@@ -41,10 +41,10 @@ class TabuloTest extends OnStores {
         orders();
         assertThrows(TabuloLockedException.class, () -> MessageStore.openWriter(file()));
         List<String> records = logger.records();
-        assertTrue(records.stream().anyMatch(record -> record.startsWith("INFO: ")), records::toString);
+        assertTrue(records.stream().anyMatch(record -> record.startsWith("DEBUG: ")), records::toString);
         assertTrue(records.stream().anyMatch(record -> record.startsWith("WARNING: ")), records::toString);
         for (String record : records) {
-            assertTrue(record.matches("(INFO|WARNING): Tabulo/C[^\n]*"), record);
+            assertTrue(record.matches("(DEBUG|WARNING): Tabulo/C[^\n]*"), record);
         }
     }
 

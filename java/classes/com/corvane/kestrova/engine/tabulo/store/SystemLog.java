@@ -22,6 +22,9 @@ final class SystemLog implements ILogFacility {
 
         @Override
         public void write(int levelOfLibrary, Object text) {
+            if (!logger.isLoggable(level)) {
+                return;
+            }
             StringBuilder line = begun.get().append(text);
             if (line.length() > 0 && line.charAt(line.length() - 1) == '\n') {
                 String whole = line.toString().stripTrailing();
@@ -38,7 +41,8 @@ final class SystemLog implements ILogFacility {
 
     @Override
     public ILogger info() {
-        return new Lines(System.Logger.Level.INFO);
+        // What the library notes is of interest to who looks for a fault: several lines whenever a table is opened.
+        return new Lines(System.Logger.Level.DEBUG);
     }
 
     @Override

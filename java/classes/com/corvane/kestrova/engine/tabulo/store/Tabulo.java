@@ -48,7 +48,7 @@ public final class Tabulo {
     }
 
     /**
-     * Sends the library's notes (level INFO) and warnings (level WARNING) to a logger, from now on and instead of the
+     * Sends the library's notes (level DEBUG) and warnings (level WARNING) to a logger, from now on and instead of the
      * one before. One line of the library's is one record.
      *
      * @param logger takes the lines, on the threads that use the library and in the middle of their calls: it must not
