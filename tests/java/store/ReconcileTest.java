@@ -55,6 +55,7 @@ class ReconcileTest extends OnStores {
             assertEquals(OptionalInt.of(7), reader.last(Direction.SENT));
             numbers.keep(Direction.SENT, 8);
             assertEquals(OptionalInt.of(8), reader.last(Direction.SENT));
+            assertFails(TabuloException.class, "READ_ONLY_ERROR", () -> reader.keep(Direction.SENT, 9));
         }
         numbers.close();
         assertFails(TabuloException.class, "TABLE_CLOSED_ERROR", () -> numbers.keep(Direction.SENT, 1));

@@ -1,6 +1,7 @@
 package com.corvane.kestrova.engine.tabulo.store;
 
 import com.corvane.kestrova.engine.tabulo.TableConfiguration;
+import com.corvane.kestrova.engine.tabulo.jni.JNITboErrorCodes;
 import com.corvane.kestrova.engine.tabulo.jni.JNITboException;
 import com.corvane.kestrova.engine.tabulo.jni.JNITboSessionInfoTable;
 import java.nio.file.Path;
@@ -20,10 +21,13 @@ public final class SessionNumbers implements AutoCloseable {
 
     private final Path file;
     private final JNITboSessionInfoTable table;
+    /** Without this a first write would make a writer of a table that is open for reading. */
+    private final boolean isReader;
 
-    private SessionNumbers(Path file, JNITboSessionInfoTable table) {
+    private SessionNumbers(Path file, JNITboSessionInfoTable table, boolean isReader) {
         this.file = file;
         this.table = table;
+        this.isReader = isReader;
     }
 
     /**
@@ -59,12 +63,17 @@ public final class SessionNumbers implements AutoCloseable {
      * @param direction which way the message went
      * @param seqNum its number, or 0 for a session that begins anew
      * @throws IllegalArgumentException when the number is negative
-     * @throws TabuloException {@code FILE_SEEK_ERROR}, {@code FILE_WRITE_ERROR}, {@code FILE_FLUSH_ERROR} when the file
-     *         did not take it: close the numbers and open them again; {@code TABLE_CLOSED_ERROR} when they are closed
+     * @throws TabuloException {@code READ_ONLY_ERROR} when the numbers are open for reading; {@code FILE_SEEK_ERROR},
+     *         {@code FILE_WRITE_ERROR}, {@code FILE_FLUSH_ERROR} when the file did not take it: close the numbers and
+     *         open them again; {@code TABLE_CLOSED_ERROR} when they are closed
      */
     public void keep(Direction direction, int seqNum) {
         if (seqNum < 0) {
             throw new IllegalArgumentException("a sequence number is not negative, as " + seqNum + " is");
+        }
+        if (isReader) {
+            throw TabuloException.of(JNITboErrorCodes.READ_ONLY_ERROR,
+                    "Unable to write to a table opened in read-only mode", file, null);
         }
         try {
             table.write(tag(direction), seqNum);
@@ -121,7 +130,8 @@ public final class SessionNumbers implements AutoCloseable {
         TableConfiguration configuration = TableConfiguration.builder(file.getFileName().toString(),
                 directory == null ? Path.of("") : directory).sessionInfoTags(LAST_SENT, LAST_RECEIVED).build();
         try {
-            return new SessionNumbers(file, JNITboSessionInfoTable.open(configuration, mode));
+            return new SessionNumbers(file, JNITboSessionInfoTable.open(configuration, mode),
+                    mode == JNITboSessionInfoTable.MODE_READ);
         } catch (JNITboException refused) {
             throw TabuloException.of(refused, file);
         }
