@@ -88,6 +88,7 @@ final class Order {
         store.append().messageClass(MessageClass.APP_TO).seqNum(seqNum).timestamp(timestamp).type(msgType)
                 .possDup(possDup).outOfSequence(outOfSequence).text0(session).text1(gateway)
                 .text("ClOrdID", texts[0]).text("Symbol", texts[1]).text("Account", texts[2])
-                .number("OrderQty", longs[0]).number("Price", doubles[0]).wire(wireBytes).nonMetadata(otherBytes).store();
+                .number("OrderQty", longs[0]).number("Price", doubles[0]).wire(wireBytes).nonMetadata(otherBytes)
+                .store();
     }
 }
