@@ -124,7 +124,9 @@ class FailedStoreTest extends OnStores {
     void aMessageThatIsRefusedLeavesTheStoreAsItWas() {
         MessageStore store = orders();
         storeNumbered(store, 1, 1);
-        Append huge = store.append().sent().type("D").wire("x".repeat(800_000_000));
+        String part = "x".repeat(150_000_000);
+        Append huge = store.append().sent().type("D").text0(part).text1(part).text("ClOrdID", part)
+                .text("Symbol", part).wire(part);
         assertThrows(IllegalArgumentException.class, huge::store);
         storeNumbered(store, 2, 2);
         assertEquals(upTo(2), numbers(store));

@@ -18,7 +18,7 @@ import java.util.concurrent.TimeUnit;
 import java.util.stream.Stream;
 import org.junit.jupiter.api.Test;
 
-/** An engine that stores through a store is killed again and again, at any moment, and goes on behind its last message. */
+/** An engine that stores through the layer is killed again and again and goes on behind its last message. */
 class StoreKillTest extends OnStores {
     private static final int KILLS = 100;
     private static final int READY = 3;
@@ -32,7 +32,8 @@ class StoreKillTest extends OnStores {
     private int unkept;
 
     private ChildJvm start() throws Exception {
-        return ChildJvm.startQuietly(directory, StoreKillWriter.class, directory.toString(), Long.toString(seed + started++));
+        return ChildJvm.startQuietly(directory, StoreKillWriter.class, directory.toString(),
+                Long.toString(seed + started++));
     }
 
     /** Lets an engine run for a while and kills it. */
@@ -55,7 +56,8 @@ class StoreKillTest extends OnStores {
             for (StoredMessage message : (Iterable<StoredMessage>) messages::iterator) {
                 assertEquals(expected, message.seqNum(), "run " + run + ": a message is lost, or is there twice");
                 // What had waited may have been made by an engine that was killed before it could be sent.
-                int content = message.prevSeqNum() == 0 ? expected : message.number("OrderQty").orElseThrow().intValue();
+                int content = message.prevSeqNum() == 0 ? expected
+                        : message.number("OrderQty").orElseThrow().intValue();
                 assertEquals(StoreKillWriter.wire(content), message.wireText());
                 assertTrue(message.uniformId() > lastUniformId, "the uniform ids rise");
                 lastUniformId = message.uniformId();

@@ -12,8 +12,8 @@ import java.util.List;
 import java.util.Random;
 
 /**
- * An engine that is killed: goes on behind the last message of its table, acknowledges each message that was stored, and
- * keeps its number. Now and then a message waits before it is sent, and the tables are closed and opened again.
+ * An engine that is killed: goes on behind the last message of its table, acknowledges each message that was stored,
+ * and keeps its number. Now and then a message waits before it is sent, and the tables are closed and opened again.
  */
 final class StoreKillWriter {
     private static final int MOST_BEFORE_A_CLOSE = 1500;

@@ -70,7 +70,8 @@ class StoreQueryTest extends OnStores {
 
     private static boolean isOf(Direction direction, StoredMessage message) {
         MessageClass messageClass = message.messageClass();
-        return direction == Direction.SENT ? messageClass == MessageClass.APP_TO || messageClass == MessageClass.ADMIN_TO
+        return direction == Direction.SENT
+                ? messageClass == MessageClass.APP_TO || messageClass == MessageClass.ADMIN_TO
                 : messageClass == MessageClass.APP_FROM || messageClass == MessageClass.ADMIN_FROM;
     }
 

@@ -16,8 +16,8 @@ import org.junit.jupiter.api.BeforeEach;
 import org.junit.jupiter.api.Test;
 
 /**
- * The system refuses writes around the end of a block, where a message can be stored although its write has failed: strace
- * puts errors in the place of the calls. However many are refused, each message is stored once.
+ * The system refuses writes around the end of a block, where a message can be stored although its write has failed:
+ * strace puts errors in the place of the calls. However many are refused, each message is stored once.
  */
 class StoredOnceTest extends OnStores {
     /** The header and 999 messages are one call each; then come the last of the block, its length, and the tail. */
@@ -39,8 +39,8 @@ class StoredOnceTest extends OnStores {
     private int storeWithout(int first, int last, String error) throws Exception {
         Path table = directory.resolve("t" + first + "-" + last + error);
         Path calls = directory.resolve("calls");
-        String trace = "exec strace -f -qq -o " + calls + " -P " + table + " -e trace=pwrite64 -e inject=pwrite64:error="
-                + error + ":when=" + first + ".." + last + " \"$@\";";
+        String trace = "exec strace -f -qq -o " + calls + " -P " + table + " -e trace=pwrite64 -e inject=pwrite64"
+                + ":error=" + error + ":when=" + first + ".." + last + " \"$@\";";
         int failures;
         try (ChildJvm child = ChildJvm.start(directory, trace, List.of(), RefusedWritesProgram.class,
                 table.toString())) {

@@ -22,7 +22,7 @@ public final class FirstTable {
             orders.append().sent().seqNum(1).type("D").text("Symbol", "ACME").number("Price", 10.5)
                     .wire("35=D\00155=ACME\00144=10.5\001").store();
             try (var acme = orders.query(Query.all().text("Symbol", "ACME"))) {
-                acme.forEach(order -> System.out.println(order.seqNum() + ": " + order.wireText().replace('\001', '|')));
+                acme.forEach(order -> System.out.println(order.seqNum() + ": " + order.wireText().replace('\1', '|')));
             }
         }
     }

@@ -7,7 +7,10 @@ import com.corvane.kestrova.engine.tabulo.jni.JNITboLibLoader;
 import com.corvane.kestrova.engine.tabulo.jni.JNITboMessageTable;
 import java.nio.file.Path;
 
-/** Stores an order and asks for it, with the classes that stand directly over the library. Run with the path of libtabulo.so and a directory that exists. */
+/**
+ * Stores an order and asks for it, with the classes that stand directly over the library. Run with the path of
+ * libtabulo.so and a directory that exists.
+ */
 public final class LowLevelTable {
     private LowLevelTable() {
     }

@@ -51,8 +51,8 @@ final class SessionStore implements AutoCloseable {
     }
 
     /**
-     * Compares the numbers with the last messages, and prints what there is to say. After a kill one of them may be behind:
-     * when the message was stored and its number was not kept.
+     * Compares the numbers with the last messages, and prints what there is to say. After a kill one of them may be
+     * behind: when the message was stored and its number was not kept.
      *
      * @return how many of the two numbers are behind
      */

@@ -8,9 +8,9 @@ import java.util.Objects;
  * A message that is being put together to be stored, see {@link MessageStore#append()}: say which way it goes and its
  * type, then what else there is, and {@link #store()} it.
  *
- * <p>One thread uses such an object, for one message: behind {@link #store()} or {@link #pending()} the store gives it to
- * the next one. Texts become modified UTF-8; byte arrays are stored as they are and must not change before the message is
- * stored.
+ * <p>One thread uses such an object, for one message: behind {@link #store()} or {@link #pending()} the store gives it
+ * to the next one. Texts become modified UTF-8; byte arrays are stored as they are and must not change before the
+ * message is stored.
  */
 public final class Append {
     private final MessageStore store;
@@ -48,8 +48,8 @@ public final class Append {
     }
 
     /**
-     * The message goes to the counterparty. Its class is ADMIN_TO for the MsgTypes 0 to 5 and A, FIX's session messages,
-     * and APP_TO for all others.
+     * The message goes to the counterparty. Its class is ADMIN_TO for the MsgTypes 0 to 5 and A, FIX's session
+     * messages, and APP_TO for all others.
      *
      * @return this message
      */
@@ -58,8 +58,8 @@ public final class Append {
     }
 
     /**
-     * The message came from the counterparty. Its class is ADMIN_FROM for the MsgTypes 0 to 5 and A, and APP_FROM for all
-     * others.
+     * The message came from the counterparty. Its class is ADMIN_FROM for the MsgTypes 0 to 5 and A, and APP_FROM for
+     * all others.
      *
      * @return this message
      */
@@ -270,10 +270,10 @@ public final class Append {
      * Stores the message. When this returns, the operating system has it: it survives the end of the process, and under
      * {@link SyncPolicy#always()} the loss of power.
      *
-     * <p>When the file has failed, as on a full disk, the table is closed, opened again, and asked whether the message is
-     * there; if it is not, it is stored again, once. When that fails, too, this throws, and the message may be stored
-     * later by calling this again on the same object: whatever had happened before, it is stored once. All else that is
-     * thrown leaves the table as it was and the object as it is.
+     * <p>When the file has failed, as on a full disk, the table is closed, opened again, and asked whether the message
+     * is there; if it is not, it is stored again, once. When that fails, too, this throws, and the message may be
+     * stored later by calling this again on the same object: whatever had happened before, it is stored once. All else
+     * that is thrown leaves the table as it was and the object as it is.
      *
      * @return the connection message id that the message was given
      * @throws IllegalStateException when the message has no type or no direction, was stored before, or when all ids of

@@ -5,8 +5,8 @@ import com.corvane.kestrova.engine.tabulo.jni.JNITboException;
 import com.corvane.kestrova.engine.tabulo.jni.JNITboMessageTable;
 
 /**
- * A table of a watch. The watcher tells which message comes next by its id and its wire message; a query that goes along
- * has the whole of it.
+ * A table of a watch. The watcher tells which message comes next by its id and its wire message; a query that goes
+ * along has the whole of it.
  */
 final class FollowedTable implements AutoCloseable {
     private final MessageStore store;

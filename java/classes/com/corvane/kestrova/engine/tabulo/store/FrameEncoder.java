@@ -6,11 +6,11 @@ import java.time.Instant;
 import java.util.Objects;
 
 /**
- * Makes the bytes of whole messages as they stand in a table's file, in one array that is used again and again: a message
- * then goes to the library in one piece instead of in up to 23 arguments, and no object is made for it.
+ * Makes the bytes of whole messages as they stand in a table's file, in one array that is used again and again: a
+ * message then goes to the library in one piece instead of in up to 23 arguments, and no object is made for it.
  *
- * <p>{@link MessageStore#append()} uses one by itself. On its own it is for engines that number their messages themselves,
- * over a {@link JNITboMessageTable} with the same fields:
+ * <p>{@link MessageStore#append()} uses one by itself. On its own it is for engines that number their messages
+ * themselves, over a {@link JNITboMessageTable} with the same fields:
  *
  * <pre>
  * encoder.begin(uniformId, connMsgId).seqNum(7).time(now).type("D").text("Symbol", "ACME").wire(bytes).storeIn(table);

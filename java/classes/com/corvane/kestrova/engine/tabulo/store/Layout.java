@@ -11,9 +11,9 @@ import java.util.Objects;
 import java.util.concurrent.TimeUnit;
 
 /**
- * What a message table indexes: the names of its texts and numbers, in which queries find messages, and the unit in which
- * it counts time. Names are written in the table's file when it is made and never change; the unit is written nowhere, so
- * that all who use a table must mean the same one.
+ * What a message table indexes: the names of its texts and numbers, in which queries find messages, and the unit in
+ * which it counts time. Names are written in the table's file when it is made and never change; the unit is written
+ * nowhere, so that all who use a table must mean the same one.
  *
  * @param texts names of the indexed text fields, 12 at most
  * @param numbers names of the indexed numeric fields, 16 at most
@@ -51,9 +51,9 @@ public record Layout(List<String> texts, List<String> numbers, TimeUnit timeUnit
     }
 
     /**
-     * Reads a table's layout from its file, without the library and without disturbing a writer. The unit of time is told
-     * from the table's first message: the one in which its time lies between 1990 and 2100; milliseconds when there is no
-     * message, or none such.
+     * Reads a table's layout from its file, without the library and without disturbing a writer. The unit of time is
+     * told from the table's first message: the one in which its time lies between 1990 and 2100; milliseconds when
+     * there is no message, or none such.
      *
      * @param table the table's file
      * @return the layout

@@ -19,17 +19,18 @@ import java.util.stream.Stream;
  *
  * <pre>
  * try (MessageStore store = MessageStore.openOrCreate(path, layout)) {
- *     int id = store.append().sent().seqNum(7).type("D").text("ClOrdID", "A1").number("Price", 10.5).wire(bytes).store();
+ *     int id = store.append().sent().seqNum(7).type("D").text("ClOrdID", "A1").wire(bytes).store();
  *     try (Stream&lt;StoredMessage&gt; order = store.query(Query.all().text("ClOrdID", "A1"))) {
  *         order.forEach(System.out::println);
  *     }
  * }
  * </pre>
  *
- * <p>One store at a time has a table open for writing, any number may read it meanwhile, here and in other processes, and
- * see each message as soon as its storing has returned. Any number of threads may use a store; the order in which their
- * messages are stored is theirs to arrange. A stream or an iterator is used by one thread. The store closes the file, and
- * with it what was opened through it, in {@link #close()} only. Load the library first: {@link Tabulo#load()}.
+ * <p>One store at a time has a table open for writing, any number may read it meanwhile, here and in other processes,
+ * and see each message as soon as its storing has returned. Any number of threads may use a store; the order in which
+ * their messages are stored is theirs to arrange. A stream or an iterator is used by one thread. The store closes the
+ * file, and with it what was opened through it, in {@link #close()} only. Load the library first:
+ * {@link Tabulo#load()}.
  */
 public final class MessageStore implements AutoCloseable, Iterable<StoredMessage> {
     private final MessageReader reader;
@@ -37,7 +38,7 @@ public final class MessageStore implements AutoCloseable, Iterable<StoredMessage
     private final StoreWriter writer;
     private final AtomicReference<Append> spare = new AtomicReference<>();
     private final Object readerLock = new Object();
-    /** Queries have a table of their own: they go on when the writer's has to be opened again, and take no lock of it. */
+    /** For queries: they go on when the writer's table has to be opened again, and take no lock of it. */
     private JNITboMessageTable readTable;
     private boolean isClosed;
 
@@ -83,8 +84,8 @@ public final class MessageStore implements AutoCloseable, Iterable<StoredMessage
     }
 
     /**
-     * Opens a table for writing, with the layout that stands in its file; see {@link Layout#read(Path)} for how the unit
-     * of time is found. After a crash the table is recovered first.
+     * Opens a table for writing, with the layout that stands in its file; see {@link Layout#read(Path)} for how the
+     * unit of time is found. After a crash the table is recovered first.
      *
      * @param table the table's file
      * @return the open store, to be closed by the caller
@@ -99,8 +100,8 @@ public final class MessageStore implements AutoCloseable, Iterable<StoredMessage
     }
 
     /**
-     * Opens a table for reading, with the layout that stands in its file; see {@link Layout#read(Path)} for how the unit
-     * of time is found. Takes no lock and disturbs no writer.
+     * Opens a table for reading, with the layout that stands in its file; see {@link Layout#read(Path)} for how the
+     * unit of time is found. Takes no lock and disturbs no writer.
      *
      * @param table the table's file
      * @return the open store, to be closed by the caller
@@ -181,8 +182,8 @@ public final class MessageStore implements AutoCloseable, Iterable<StoredMessage
      *
      * @param begin the first MsgSeqNum
      * @param end the last MsgSeqNum, included; 0 for all from the first on
-     * @return the messages as they were sent the first time, in that order; <b>to be closed</b>, as with try, unless it is
-     *         read to its end
+     * @return the messages as they were sent the first time, in that order; <b>to be closed</b>, as with try, unless it
+     *         is read to its end
      * @throws IllegalArgumentException when {@code end} is not 0 and below {@code begin}
      * @throws TabuloException as {@link #query(Query)} does
      */
@@ -291,8 +292,8 @@ public final class MessageStore implements AutoCloseable, Iterable<StoredMessage
      * Closes the file, and every stream and iterator of this store; a second time it does nothing.
      *
      * @throws TabuloException {@code FILE_SEEK_ERROR}, {@code FILE_WRITE_ERROR} or {@code FILE_FLUSH_ERROR} when the
-     *         table's bookkeeping could not be saved: the file is closed and all messages are there, and the next open for
-     *         writing recovers the rest
+     *         table's bookkeeping could not be saved: the file is closed and all messages are there, and the next open
+     *         for writing recovers the rest
      */
     @Override
     public void close() {

@@ -1,8 +1,9 @@
 package com.corvane.kestrova.engine.tabulo.store;
 
 /**
- * A message that is stored and waits to be sent, see {@link Append#pending()} and {@link MessageStore#pending()}. Messages
- * are sent in the order in which they were stored; sending one stores it again, with its MsgSeqNum. Objects are immutable.
+ * A message that is stored and waits to be sent, see {@link Append#pending()} and {@link MessageStore#pending()}.
+ * Messages are sent in the order in which they were stored; sending one stores it again, with its MsgSeqNum. Objects
+ * are immutable.
  */
 public final class PendingMessage {
     private final MessageStore store;
@@ -32,8 +33,9 @@ public final class PendingMessage {
     }
 
     /**
-     * Begins the sending of the message: everything but its time and its MsgSeqNum is as it was stored, and may be given
-     * anew, as the wire message usually is. {@link Append#store()} then stores the message as sent, and it waits no more.
+     * Begins the sending of the message: everything but its time and its MsgSeqNum is as it was stored, and may be
+     * given anew, as the wire message usually is. {@link Append#store()} then stores the message as sent, and it waits
+     * no more.
      *
      * @return the message, to be given its MsgSeqNum and stored
      * @throws IllegalStateException when it was sent before, or another message waits in front of it

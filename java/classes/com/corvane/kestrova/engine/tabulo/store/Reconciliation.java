@@ -77,12 +77,12 @@ public record Reconciliation(Side sent, Side received) {
         if (last > number) {
             return new Side(direction, message, kept, Ahead.MESSAGES, last == number + 1
                     ? "message " + last + " is stored and its number is not kept: the process ended between the two"
-                    : "the messages from " + (number + 1) + " to " + last + " are stored and their numbers are not kept:"
-                            + " they are not kept for each message, or what was kept did not reach the disk");
+                    : "the messages from " + (number + 1) + " to " + last + " are stored and their numbers are not"
+                            + " kept: they are not kept for each message, or what was kept did not reach the disk");
         }
         if (secondLast(store, direction) == number) {
-            return new Side(direction, message, kept, Ahead.MESSAGES, "message " + last + " begins the sequence anew behind"
-                    + " message " + number + " and its number is not kept: the process ended between the two");
+            return new Side(direction, message, kept, Ahead.MESSAGES, "message " + last + " begins the sequence anew"
+                    + " behind message " + number + " and its number is not kept: the process ended between the two");
         }
         return new Side(direction, message, kept, Ahead.NUMBERS, "number " + number + " is kept and its message is not"
                 + " the last: numbers are kept before messages, or messages did not reach the disk");

@@ -26,8 +26,8 @@ import java.util.Optional;
  * @param text0 the first text that every table has
  * @param text1 the second text that every table has
  * @param texts the indexed texts that the message has, by their names
- * @param numbers the indexed numbers that the message has, by their names: each a {@link Double}, but for a whole number of
- *        2<sup>53</sup> and more to either side, where doubles have gaps, a {@link Long}
+ * @param numbers the indexed numbers that the message has, by their names: each a {@link Double}, but for a whole
+ *        number of 2<sup>53</sup> and more to either side, where doubles have gaps, a {@link Long}
  * @param wire the wire message; empty also when none was stored
  * @param nonMetadata the message's fields without its metadata; empty also when none were stored
  */

@@ -33,8 +33,8 @@ public final class Tabulo {
     }
 
     /**
-     * Loads the native library from a file, otherwise as {@link #load()} does. Once it is loaded, from wherever, calling
-     * this again does nothing.
+     * Loads the native library from a file, otherwise as {@link #load()} does. Once it is loaded, from wherever,
+     * calling this again does nothing.
      *
      * @param library path of {@code libtabulo.so}; a relative one is taken from the working directory
      * @throws UnsatisfiedLinkError when the file is missing or cannot be loaded

@@ -37,7 +37,7 @@ public class TabuloException extends RuntimeException {
         detail = failed.getDetail();
     }
 
-    /** The exception for a failure; the file is used where the failure itself does not name its table, and may be null. */
+    /** The exception for a failure; the file, which may be null, is for one that does not name its table. */
     static TabuloException of(JNITboException failed, Path file) {
         String detail = failed.getDetail() == null ? "" : failed.getDetail();
         return switch (failed.getErrorCode()) {

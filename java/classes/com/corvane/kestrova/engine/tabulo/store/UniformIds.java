@@ -3,9 +3,9 @@ package com.corvane.kestrova.engine.tabulo.store;
 import java.util.concurrent.atomic.AtomicInteger;
 
 /**
- * Counts the uniform message ids, which number the messages of all tables of an engine in one sequence. Give one object to
- * all stores of an engine ({@link MessageStore#useIds(UniformIds)}) before the first message is stored; a {@link Watch}
- * then delivers the messages of all of them in the order in which they were stored.
+ * Counts the uniform message ids, which number the messages of all tables of an engine in one sequence. Give one object
+ * to all stores of an engine ({@link MessageStore#useIds(UniformIds)}) before the first message is stored; a
+ * {@link Watch} then delivers the messages of all of them in the order in which they were stored.
  *
  * <p>Any number of threads may use an object. Ids only rise; a message that was refused may leave a number unused.
  */

@@ -15,8 +15,8 @@ import java.util.concurrent.ExecutionException;
 import java.util.concurrent.Executor;
 
 /**
- * Follows several tables at once, also while engines write them, and hands over every message in the order of the uniform
- * message ids, each with its store.
+ * Follows several tables at once, also while engines write them, and hands over every message in the order of the
+ * uniform message ids, each with its store.
  *
  * <pre>
  * Watch watch = Watch.of(day1, day2).from(WatchState.load(file)).start(executor, (store, message) -&gt; show(message));
@@ -25,9 +25,10 @@ import java.util.concurrent.Executor;
  * watch.state().save(file);
  * </pre>
  *
- * <p>A watch has handles of its own on the tables' files: the stores may be used, and closed, meanwhile. It occupies one
- * thread of its executor until it ends. What delay to expect is in docs/watcher.md: the longer nothing is stored, the
- * longer the watch sleeps between two looks; a stop does not wait for that. Any thread may call the methods of a watch.
+ * <p>A watch has handles of its own on the tables' files: the stores may be used, and closed, meanwhile. It occupies
+ * one thread of its executor until it ends. What delay to expect is in docs/watcher.md: the longer nothing is stored,
+ * the longer the watch sleeps between two looks; a stop does not wait for that. Any thread may call the methods of a
+ * watch.
  */
 public final class Watch implements AutoCloseable {
     private final List<FollowedTable> tables;
@@ -55,8 +56,8 @@ public final class Watch implements AutoCloseable {
         void onMessage(MessageStore store, StoredMessage message) throws Exception;
 
         /**
-         * Told behind the messages that came together, 1000 at most, and after each look that found none, which is where
-         * an idle watch can be ended; does nothing unless it is overridden.
+         * Told behind the messages that came together, 1000 at most, and after each look that found none, which is
+         * where an idle watch can be ended; does nothing unless it is overridden.
          *
          * @param watch the watch, whose {@link Watch#state()} includes these messages
          * @param count how many of them were delivered
@@ -92,7 +93,8 @@ public final class Watch implements AutoCloseable {
         }
 
         /**
-         * Begins behind what an earlier watch has delivered; in tables that it did not follow, where it begins otherwise.
+         * Begins behind what an earlier watch has delivered; in tables that it did not follow, where it begins
+         * otherwise.
          *
          * @param saved the state of that watch
          * @return this builder
@@ -163,8 +165,8 @@ public final class Watch implements AutoCloseable {
     }
 
     /**
-     * Ends the watch, and does not wait for its end: behind the message that is being delivered no other one comes. It may
-     * be called from the listener.
+     * Ends the watch, and does not wait for its end: behind the message that is being delivered no other one comes. It
+     * may be called from the listener.
      */
     public void stop() {
         isStopping = true;

@@ -10,8 +10,8 @@ import java.util.Map;
 import java.util.TreeMap;
 
 /**
- * How far a {@link Watch} has come in each of its tables. Kept in a file, it lets a watch of a later process go on behind
- * the last message that was delivered. Objects are immutable.
+ * How far a {@link Watch} has come in each of its tables. Kept in a file, it lets a watch of a later process go on
+ * behind the last message that was delivered. Objects are immutable.
  *
  * @param lastIds by the table's name, the uniform message id of the last message that was delivered from it
  */
