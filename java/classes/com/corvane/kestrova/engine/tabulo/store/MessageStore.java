@@ -318,11 +318,6 @@ public final class MessageStore implements AutoCloseable, Iterable<StoredMessage
         return "message store " + path() + (isClosed ? ", closed" : writer == null ? ", for reading" : "");
     }
 
-    static TabuloException closed(Path file) {
-        return TabuloException.of(JNITboErrorCodes.TABLE_CLOSED_ERROR,
-                "Attempting to perform read/write operations on a closed (not opened) table", file, null);
-    }
-
     void takeBack(Append done) {
         spare.set(done);
     }
@@ -388,7 +383,7 @@ public final class MessageStore implements AutoCloseable, Iterable<StoredMessage
     private JNITboMessageTable readTable() {
         synchronized (readerLock) {
             if (isClosed) {
-                throw closed(path());
+                throw TabuloException.closed(path());
             }
             if (readTable == null) {
                 try {

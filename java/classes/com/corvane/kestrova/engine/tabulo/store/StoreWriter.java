@@ -212,7 +212,7 @@ final class StoreWriter {
             return;
         }
         if (isClosed) {
-            throw MessageStore.closed(file);
+            throw TabuloException.closed(file);
         }
         try {
             table = JNITboMessageTable.open(configuration, JNITboMessageTable.MODE_WRITE);

@@ -63,6 +63,12 @@ public class TabuloException extends RuntimeException {
         return of(failed, file);
     }
 
+    /** The exception for the use of what is closed. */
+    static TabuloException closed(Path file) {
+        return of(JNITboErrorCodes.TABLE_CLOSED_ERROR,
+                "Attempting to perform read/write operations on a closed (not opened) table", file, null);
+    }
+
     /**
      * The error's code.
      *
