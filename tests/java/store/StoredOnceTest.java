@@ -12,7 +12,6 @@ import java.nio.file.Path;
 import java.util.List;
 import java.util.Random;
 import java.util.stream.IntStream;
-import org.junit.jupiter.api.BeforeEach;
 import org.junit.jupiter.api.Test;
 
 /**
@@ -26,40 +25,52 @@ class StoredOnceTest extends OnStores {
     private static final int RANDOM_RUNS = 8;
     private static final String[] ERRORS = {"ENOSPC", "EIO", "EFBIG", "EDQUOT"};
 
-    private String probe;
-
-    @BeforeEach
-    void lookForStrace() throws IOException, InterruptedException {
-        probe = directory.resolve("probe").toString();
+    private void lookForStrace() throws IOException, InterruptedException {
+        String probe = directory.resolve("probe").toString();
         Process strace = new ProcessBuilder("strace", "-o", probe, "true").inheritIO().start();
         assumeTrue(strace.waitFor() == 0, "no process may be traced here");
     }
 
-    /** Stores with some calls refused, counted from 1, and looks what is there; gives how often a call has thrown. */
-    private int storeWithout(int first, int last, String error) throws Exception {
-        Path table = directory.resolve("t" + first + "-" + last + error);
-        Path calls = directory.resolve("calls");
-        String trace = "exec strace -f -qq -o " + calls + " -P " + table + " -e trace=pwrite64 -e inject=pwrite64"
-                + ":error=" + error + ":when=" + first + ".." + last + " \"$@\";";
-        int failures;
-        try (ChildJvm child = ChildJvm.start(directory, trace, List.of(), RefusedWritesProgram.class,
+    /** Stores the messages behind a shell command; gives how often a call has thrown. */
+    private int store(Path table, String before) throws Exception {
+        try (ChildJvm child = ChildJvm.start(directory, before, List.of(), RefusedWritesProgram.class,
                 table.toString())) {
             List<String> said = child.finish();
-            failures = Integer.parseInt(said.get(said.size() - 1));
+            return Integer.parseInt(said.get(said.size() - 1));
         }
-        try (var lines = Files.lines(calls)) {
-            assertEquals(last - first + 1, lines.filter(line -> line.contains("INJECTED")).count(), "refused calls");
-        }
+    }
+
+    private static void assertEachIsThereOnce(Path table, String what) {
         try (MessageStore store = MessageStore.openReader(table)) {
             List<StoredMessage> all = all(store);
             assertEquals(IntStream.rangeClosed(1, RefusedWritesProgram.MESSAGES).boxed().toList(),
-                    all.stream().map(StoredMessage::seqNum).toList(), "calls " + first + " to " + last + ": " + error);
+                    all.stream().map(StoredMessage::seqNum).toList(), what);
             for (int i = 1; i < all.size(); ++i) {
                 assertTrue(all.get(i).uniformId() > all.get(i - 1).uniformId(), "the uniform ids rise");
                 assertEquals(all.get(i - 1).id() + 1, all.get(i).id(), "the connection message ids have no gap");
             }
         }
+    }
+
+    /** Stores with some calls refused, counted from 1, and looks what is there; gives how often a call has thrown. */
+    private int storeWithout(int first, int last, String error) throws Exception {
+        lookForStrace();
+        Path table = directory.resolve("t" + first + "-" + last + error);
+        Path calls = directory.resolve("calls");
+        String trace = "exec strace -f -qq -o " + calls + " -P " + table + " -e trace=pwrite64 -e inject=pwrite64"
+                + ":error=" + error + ":when=" + first + ".." + last + " \"$@\";";
+        int failures = store(table, trace);
+        try (var lines = Files.lines(calls)) {
+            assertEquals(last - first + 1, lines.filter(line -> line.contains("INJECTED")).count(), "refused calls");
+        }
+        assertEachIsThereOnce(table, "calls " + first + " to " + last + ": " + error);
         return failures;
+    }
+
+    @Test
+    void whereNothingIsRefusedEachMessageIsStoredOnce() throws Exception {
+        assertEquals(0, store(file(), ""));
+        assertEachIsThereOnce(file(), "nothing is refused");
     }
 
     @Test
