@@ -1,5 +1,6 @@
 """Compares what libtabulo.so exports with the list below, what the Java classes declare as native with the same list, and
-what the library needs at run time with the C++ library and nothing else.
+what the library needs at run time with what every machine has: the C library of version 2.34 at most, and libgcc_s. The C++
+library is inside, except where sanitizers must find it.
 
 Run as exported_symbols.py library <libtabulo.so> or exported_symbols.py java <directory of javac's native headers>.
 """
@@ -60,7 +61,8 @@ ENTRY_POINTS = {
     "JNITboMessageWatcher": ["initialize", "startWatching", "uninitialize"],
 }
 
-NEEDED_LIBRARIES = {"libstdc++.so.6", "libm.so.6", "libgcc_s.so.1", "libc.so.6"}
+NEEDED_LIBRARIES = {"libm.so.6", "libgcc_s.so.1", "libc.so.6"}
+NEWEST_GLIBC = (2, 34)
 
 
 def native_methods():
@@ -76,13 +78,24 @@ def _compare(expected, found, who):
             [f"{name} must not be in {who}." for name in sorted(found - expected)])
 
 
+def newer_versions(version_needs):
+    """The versions of glibc that readelf -V lists as needed and that are newer than what machines are sure to have."""
+    found = set(re.findall(r"Name: GLIBC_(\S+)", version_needs))
+    if not found:
+        return ["The library's needed versions of glibc could not be read."]
+    return [f"The library needs glibc {version}, newer than {'.'.join(map(str, NEWEST_GLIBC))}."
+            for version in sorted(found)
+            if not re.fullmatch(r"[0-9.]+", version) or tuple(map(int, version.split("."))) > NEWEST_GLIBC]
+
+
 def check_library(library):
     exported = {line.split()[-1] for line in _tool("nm", "-D", "--defined-only", library).splitlines() if line}
     needed = set(re.findall(r"\(NEEDED\).*\[(.*)\]", _tool("readelf", "-dW", library)))
     loaders = {name for name in needed if name.startswith("ld-linux")}
     problems = _compare(native_methods() | {"JNI_OnLoad"}, exported, "the symbol table")
-    problems += [f"The library needs {name}, which is not of the C++ library." for name in
+    problems += [f"The library needs {name}, which not every machine has." for name in
                  sorted(needed - NEEDED_LIBRARIES - loaders)]
+    problems += newer_versions(_tool("readelf", "-VW", library))
     if not needed:
         problems.append("The library's list of needed libraries could not be read.")
     return problems
