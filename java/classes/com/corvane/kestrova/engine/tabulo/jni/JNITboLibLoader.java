@@ -16,12 +16,25 @@ public final class JNITboLibLoader {
     }
 
     /**
-     * Loads {@code libtabulo.so} from the virtual machine's library path.
+     * Loads the library from the first place that has it:
      *
-     * @throws UnsatisfiedLinkError when it is not found there or cannot be loaded
+     * <ol>
+     * <li>the file that the system property {@code tabulo.library} names; when it is set and that file cannot be
+     * loaded, no other place is tried;
+     * <li>the virtual machine's library path, {@code java.library.path};
+     * <li>the jar itself, which brings {@code libtabulo.so} for Linux with glibc on x86-64 and aarch64. It is extracted
+     * to {@code tabulo-<user id>-<version>-<hash>/} below the directory that the system property {@code tabulo.tmpdir}
+     * names, else below {@code java.io.tmpdir}. Only the user may enter it. What an earlier virtual machine has left
+     * there is checked and used again; what other versions have left is removed when nobody uses it any more.
+     * </ol>
+     *
+     * <p>Once the library is loaded, by this or by the other methods, this does nothing.
+     *
+     * @throws UnsatisfiedLinkError when no place gives it: its message says why, which property helps, and what was
+     *         tried
      */
     public static void load() {
-        System.loadLibrary("tabulo");
+        NativeLibrary.load();
     }
 
     /**
@@ -31,7 +44,7 @@ public final class JNITboLibLoader {
      * @throws UnsatisfiedLinkError when the file is missing or cannot be loaded
      */
     public static void load(Path libraryFile) {
-        System.load(libraryFile.toAbsolutePath().toString());
+        NativeLibrary.load(libraryFile);
     }
 
     /**
