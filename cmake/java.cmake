@@ -64,3 +64,28 @@ tabulo_java(examples ${PROJECT_SOURCE_DIR}/examples/java OUTPUT ${TABULO_EXAMPLE
 if(TARGET java_examples)
     add_dependencies(java_examples java_tabulo)
 endif()
+
+# The jar that is for others: the classes, libtabulo.so of this build, and those that were built for other processors.
+if(TARGET java_tabulo AND TARGET tabulo)
+    set(TABULO_OTHER_LIBRARIES "" CACHE STRING "Libraries of other builds for the jar: linux-aarch_64=<file>;...")
+    set(TABULO_PACKAGED_JAR ${TABULO_JAVA_DIRECTORY}/tabulo-${PROJECT_VERSION}.jar)
+    set(processor ${CMAKE_SYSTEM_PROCESSOR})
+    if(processor STREQUAL "aarch64")
+        set(processor aarch_64)
+    endif()
+    set(other_files ${TABULO_OTHER_LIBRARIES})
+    list(TRANSFORM other_files REPLACE "^[^=]+=" "")
+    set(libraries linux-${processor}=$<TARGET_FILE:tabulo> ${TABULO_OTHER_LIBRARIES})
+    add_custom_command(
+        OUTPUT ${TABULO_PACKAGED_JAR}
+        COMMAND ${CMAKE_COMMAND} -D JAR_TOOL=${TABULO_JDK}/bin/jar -D CLASSES=${TABULO_JAVA_DIRECTORY}/tabulo-classes
+                -D VERSION=${PROJECT_VERSION} -D LICENSE=${PROJECT_SOURCE_DIR}/LICENSE
+                -D WORK=${TABULO_JAVA_DIRECTORY}/packaged -D "LIBRARIES=${libraries}" -D OUTPUT=${TABULO_PACKAGED_JAR}
+                -P ${PROJECT_SOURCE_DIR}/packaging/jar.cmake
+        DEPENDS ${TABULO_JAR} tabulo ${other_files} ${PROJECT_SOURCE_DIR}/packaging/jar.cmake
+        COMMENT "Packing tabulo-${PROJECT_VERSION}.jar"
+        VERBATIM)
+    configure_file(${PROJECT_SOURCE_DIR}/packaging/pom.xml.in ${TABULO_JAVA_DIRECTORY}/pom.xml @ONLY)
+    add_custom_target(tabulo_packaged_jar ALL DEPENDS ${TABULO_PACKAGED_JAR})
+    add_dependencies(tabulo_packaged_jar java_tabulo)
+endif()

@@ -18,6 +18,14 @@ setup_tree_packages=(clang-tidy)
 setup_fuzz_packages=(clang libclang-rt-14-dev llvm)
 # What counts covered lines and branches.
 setup_coverage_packages=(gcovr)
+# What makes the packages: the compiler for the other processor, and what a Debian package is made with.
+setup_package_packages=(g++-aarch64-linux-gnu dpkg-dev)
+# What tests them: qemu runs the other processor's programs, lintian judges the Debian package, the rest is what consumers
+# build with.
+setup_package_test_packages=(
+    qemu-user lintian pkg-config util-linux
+    maven libmaven-resources-plugin-java libmaven-compiler-plugin-java libexec-maven-plugin-java
+)
 
 setup_say() {
     printf '== %s\n' "$*"

@@ -29,7 +29,7 @@ AREAS = {
 LIBRARY_AREAS = [area for area in AREAS if area.startswith(("include/", "src/", "java/"))]
 
 CPP_SUFFIXES = (".h", ".cpp")
-CODE_SUFFIXES = CPP_SUFFIXES + (".java", ".py", ".sh", ".cmake", "CMakeLists.txt", "/check", "/demo", "/bench", "/run")
+CODE_SUFFIXES = CPP_SUFFIXES + (".java", ".py", ".sh", ".cmake", "CMakeLists.txt", "/check", "/demo", "/bench", "/package", "/run")
 
 _SKIPPED_FOLDERS = {"build", "__pycache__"}
 _INCLUDE = re.compile(r'^\s*#\s*include\s*([<"])([^>"]*)[>"]')

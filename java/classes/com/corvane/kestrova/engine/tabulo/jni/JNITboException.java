@@ -10,8 +10,11 @@ public final class JNITboException extends RuntimeException {
 
     /** One of {@link JNITboErrorCodes}. */
     private final int errorCode;
+    /** See {@link #getDetail()}. */
     private String detail;
+    /** See {@link #getTable()}. */
     private String table;
+    /** See {@link #getPath()}. */
     private String path;
 
     private JNITboException(int errorCode, String message) {
