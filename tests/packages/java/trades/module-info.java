@@ -1,0 +1,4 @@
+/** A program of somebody else. */
+module com.example.trades {
+    requires tabulo;
+}
