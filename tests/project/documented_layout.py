@@ -10,8 +10,8 @@ import sys
 import source_tree
 
 _ROW = re.compile(r"^\| `([a-z/]+)/` \| .+ \| (.*)\|$", re.MULTILINE)
-# Folders of what is built or kept for tools, which are nobody's subsystem.
-_NO_SUBSYSTEMS = {"build", "packaging"}
+# Folders of what is built, which are nobody's subsystem.
+_NO_SUBSYSTEMS = {"build"}
 
 
 def rows(document):
