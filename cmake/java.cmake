@@ -73,9 +73,15 @@ if(TARGET java_tabulo AND TARGET tabulo)
     if(processor STREQUAL "aarch64")
         set(processor aarch_64)
     endif()
-    set(other_files ${TABULO_OTHER_LIBRARIES})
-    list(TRANSFORM other_files REPLACE "^[^=]+=" "")
-    set(libraries linux-${processor}=$<TARGET_FILE:tabulo> ${TABULO_OTHER_LIBRARIES})
+    set(libraries linux-${processor}=$<TARGET_FILE:tabulo>)
+    set(other_files "")
+    foreach(library IN LISTS TABULO_OTHER_LIBRARIES)
+        string(REGEX REPLACE "^[^=]+=" "" file "${library}")
+        if(EXISTS "${file}")  # its build may have been removed since it was named
+            list(APPEND libraries ${library})
+            list(APPEND other_files ${file})
+        endif()
+    endforeach()
     add_custom_command(
         OUTPUT ${TABULO_PACKAGED_JAR}
         COMMAND ${CMAKE_COMMAND} -D JAR_TOOL=${TABULO_JDK}/bin/jar -D CLASSES=${TABULO_JAVA_DIRECTORY}/tabulo-classes
