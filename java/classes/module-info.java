@@ -2,5 +2,6 @@
 module tabulo {
     exports com.corvane.kestrova.engine.tabulo;
     exports com.corvane.kestrova.engine.tabulo.jni;
+    exports com.corvane.kestrova.engine.tabulo.store;
     exports com.corvane.util.log;
 }
