@@ -51,6 +51,23 @@ TEST_F(ApiSalvage, FindsMessagesWithoutAnyFieldBehindDamage) {
     EXPECT_EQ(salvageAll(path()).ids(), (std::vector<std::int32_t>{2}));
 }
 
+TEST_F(ApiSalvage, TellsWhatIsLeftOfAFooterThatEndsWithTheFileAsAGap) {
+    make(6);
+    const TablePlan all = plan();
+    const std::size_t footer = all.footers[1].begin;
+    for (const std::size_t left : {std::size_t{8}, std::size_t{100}, all.footerSize - 1}) {
+        SCOPED_TRACE(std::to_string(left) + " bytes are left");
+        writeFile(path().string(), sound);
+        patchFile(path().string(), all.blocks[1], Bytes{1});  // its length is not known either
+        std::filesystem::resize_file(path(), footer + left);
+        const Salvaged salvaged = salvageAll(path());
+        EXPECT_EQ(salvaged.ids(), upTo(6));
+        ASSERT_EQ(salvaged.gaps.size(), 1U) << salvaged.text();
+        EXPECT_EQ(salvaged.gaps[0].offset, static_cast<std::int64_t>(footer));
+        EXPECT_EQ(salvaged.gaps[0].length, static_cast<std::int64_t>(left));
+    }
+}
+
 TEST_F(ApiSalvage, GivesEveryMessageOfASoundTableWithItsPlaceAndNumber) {
     for (std::int32_t count = 0; count <= 8; ++count) {
         std::filesystem::remove(path());
