@@ -61,7 +61,7 @@ class ExtractedLibraryTest {
         assertEquals(Set.of(own.getFileName().toString()), PackagedJar.names(base));
         assertEquals("rwx------", PosixFilePermissions.toString(Files.getPosixFilePermissions(own)));
         assertEquals(Set.of("lock", "libtabulo.so"), PackagedJar.names(own));
-        assertEquals(-1, Files.mismatch(jar.library(), own.resolve("libtabulo.so")));
+        assertEquals(-1, Files.mismatch(jar.libraryFile(), own.resolve("libtabulo.so")));
     }
 
     @Test
@@ -105,16 +105,16 @@ class ExtractedLibraryTest {
     @Test
     void aLinkInTheLibrarysPlaceIsRefused() throws Exception {
         makeDirectory("rwx------");
-        Files.createSymbolicLink(own.resolve("libtabulo.so"), jar.library());
+        Files.createSymbolicLink(own.resolve("libtabulo.so"), jar.libraryFile());
         assertRefused("libtabulo.so is no file", "remove it");
     }
 
     @Test
     void aJarWhoseLibraryDiffersFromItsHashIsRefused() throws Exception {
-        byte[] bytes = Files.readAllBytes(jar.library());
+        byte[] bytes = Files.readAllBytes(jar.libraryFile());
         bytes[bytes.length - 1] ^= 1;
-        Files.write(jar.library(), bytes);
-        assertTells(load(), "the jar is damaged", "and not " + jar.hash(), "-Dtabulo.library=<file>");
+        Files.write(jar.libraryFile(), bytes);
+        assertTells(load(), "the jar is damaged", "and not " + jar.hash(), PackagedJar.FILE_OPTION);
         assertEquals(Set.of(), PackagedJar.names(base));
     }
 

@@ -20,6 +20,7 @@ import org.junit.jupiter.api.io.TempDir;
 /** Where load() without a path looks, in which order, and what it says when nothing is found. */
 class LibrarySearchTest {
     private static final String BUILT = System.getProperty("tabulo.nativeLibrary");
+    private static final String NAMED = PackagedJar.fileOption("").replace("=", "");
 
     @TempDir
     Path directory;
@@ -41,22 +42,22 @@ class LibrarySearchTest {
 
     @Test
     void theFileThatThePropertyNamesIsTakenFirst() throws Exception {
-        assertEquals("loaded", jar.load(extracted, "", "-Dtabulo.library=" + BUILT, "-Djava.library.path=/nowhere"));
+        assertEquals("loaded", jar.load(extracted, "", PackagedJar.fileOption(BUILT), PackagedJar.pathOption("/nowhere")));
         assertEquals(Set.of(), PackagedJar.names(extracted));
     }
 
     @Test
     void aNamedFileThatCannotBeLoadedIsToldAndNoOtherIsTaken() throws Exception {
-        String said = jar.load(extracted, "", "-Dtabulo.library=/nowhere/libtabulo.so",
-                "-Djava.library.path=" + Path.of(BUILT).getParent());
-        assertTells(said, "the file that -Dtabulo.library names cannot be loaded", "correct -Dtabulo.library",
-                "Tried: -Dtabulo.library=/nowhere/libtabulo.so");
+        String said = jar.load(extracted, "", PackagedJar.fileOption("/nowhere/libtabulo.so"),
+                PackagedJar.pathOption(Path.of(BUILT).getParent()));
+        assertTells(said, "the file that " + NAMED + " names cannot be loaded", "correct " + NAMED,
+                "Tried: " + PackagedJar.fileOption("/nowhere/libtabulo.so"));
         assertEquals(Set.of(), PackagedJar.names(extracted));
     }
 
     @Test
     void theLibraryPathComesBeforeTheJar() throws Exception {
-        assertEquals("loaded", jar.load(extracted, "", "-Djava.library.path=" + Path.of(BUILT).getParent()));
+        assertEquals("loaded", jar.load(extracted, "", PackagedJar.pathOption(Path.of(BUILT).getParent())));
         assertEquals(Set.of(), PackagedJar.names(extracted));
     }
 
@@ -64,22 +65,22 @@ class LibrarySearchTest {
     void aLibraryInThePathThatCannotBeLoadedLeavesTheJar() throws Exception {
         Path path = Files.createDirectory(directory.resolve("path"));
         Files.writeString(path.resolve("libtabulo.so"), "no library");
-        assertEquals("loaded", jar.load(extracted, "", "-Djava.library.path=" + path));
+        assertEquals("loaded", jar.load(extracted, "", PackagedJar.pathOption(path)));
         assertEquals(1, PackagedJar.names(extracted).size());
     }
 
     @Test
     void aJarWithoutALibraryIsToldWithAllThatWasTried() throws Exception {
-        Files.delete(jar.library());
-        assertTells(jar.load(extracted, "", "-Djava.library.path=/nowhere"), "which is not the packaged one",
-                "-Dtabulo.library=<file>", "Tried: -Dtabulo.library is not set; java.library.path (",
+        Files.delete(jar.libraryFile());
+        assertTells(jar.load(extracted, "", PackagedJar.pathOption("/nowhere")), "which is not the packaged one",
+                PackagedJar.FILE_OPTION, "Tried: " + NAMED + " is not set; the library path (",
                 "/nowhere", "; the jar");
     }
 
     @Test
     void anotherSystemIsToldWithThoseThatThereAreLibrariesFor() throws Exception {
         assertTells(jar.load(extracted, "", "-Dos.arch=riscv64"), "no library for Linux on riscv64",
-                "linux-x86_64 and linux-aarch_64", "-Dtabulo.library=<file>", "Tried: ");
+                "linux-x86_64 and linux-aarch_64", PackagedJar.FILE_OPTION, "Tried: ");
     }
 
     @Test
@@ -95,7 +96,7 @@ class LibrarySearchTest {
     void aSystemWithMuslIsToldThatGlibcIsNeeded() {
         NativeLibraryException refused = assertThrows(NativeLibraryException.class, () -> NativePlatform.of("Linux",
                 "amd64", "7f00-7f01 r-xp 00000000 08:01 1 /lib/ld-musl-x86_64.so.1\n"));
-        assertTells(refused.getMessage() + refused.advice(), "musl", "glibc 2.34", "-Dtabulo.library=<file>");
+        assertTells(refused.getMessage() + refused.advice(), "musl", "glibc 2.34", PackagedJar.FILE_OPTION);
     }
 
     /** Loads again when nothing could be loaded any more. */
@@ -106,7 +107,7 @@ class LibrarySearchTest {
             } else {
                 JNITboLibLoader.load();
             }
-            System.setProperty("tabulo.library", "/nowhere");
+            System.setProperty(String.join(".", "tabulo", "library"), "/nowhere");
             JNITboLibLoader.load();
             System.out.println("free");
         }

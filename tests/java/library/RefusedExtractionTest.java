@@ -42,7 +42,7 @@ class RefusedExtractionTest {
 
     @Test
     void aPlaceWithoutExecutionIsTold() throws Exception {
-        assertTells(jar.load(base, behind("mount -t tmpfs -o noexec none " + base)), "noexec", "-Dtabulo.library=<file>");
+        assertTells(jar.load(base, behind("mount -t tmpfs -o noexec none " + base)), "noexec", PackagedJar.FILE_OPTION);
     }
 
     @Test

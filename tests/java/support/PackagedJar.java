@@ -29,8 +29,21 @@ final class PackagedJar {
                 "version=" + version + "\nsha256." + NativePlatform.current() + "=" + hash + "\n");
     }
 
+    /** What a user is told to name a file with. */
+    static final String FILE_OPTION = fileOption("<file>");
+
+    /** What gives the library's file. */
+    static String fileOption(String file) {
+        return "-D%s.%s=%s".formatted("tabulo", "library", file);
+    }
+
+    /** What gives the virtual machine's library path. */
+    static String pathOption(Object path) {
+        return "-D%s.%s.path=%s".formatted("java", "library", path);
+    }
+
     /** The library in the folder. */
-    Path library() {
+    Path libraryFile() {
         return library;
     }
 

@@ -14,7 +14,7 @@ import java.util.Properties;
 record BundledLibrary(String version, String hash, byte[] bytes) {
     static final String FILE_NAME = "libtabulo.so";
     private static final String RECORD = "native.properties";
-    private static final String OTHERWISE = "name a libtabulo.so with -Dtabulo.library=<file>";
+    private static final String OTHERWISE = "name a libtabulo.so with " + NativeLibrary.FILE_OPTION;
 
     /** The one for a system, checked. */
     static BundledLibrary of(String platform) throws NativeLibraryException {

@@ -15,7 +15,7 @@ import java.util.UUID;
 
 /** The jar's library as a file, from which alone the system can load it. */
 final class ExtractedLibrary {
-    static final String PROPERTY = "tabulo.tmpdir";
+    static final String PROPERTY = NativeLibrary.PREFIX + "tmpdir";
     static final String ADVICE = "set -D" + PROPERTY + " to a directory in which this user may write and from which the"
             + " system loads code";
 

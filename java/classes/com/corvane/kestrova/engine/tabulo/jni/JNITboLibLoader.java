@@ -19,9 +19,9 @@ public final class JNITboLibLoader {
      * Loads the library from the first place that has it:
      *
      * <ol>
-     * <li>the file that the system property {@code tabulo.library} names; when it is set and that file cannot be
-     * loaded, no other place is tried;
-     * <li>the virtual machine's library path, {@code java.library.path};
+     * <li>the file that the system property {@code library}, behind the prefix {@code tabulo.}, names; when it is set and
+     * that file cannot be loaded, no other place is tried;
+     * <li>the virtual machine's library path;
      * <li>the jar itself, which brings {@code libtabulo.so} for Linux with glibc on x86-64 and aarch64. It is extracted
      * to {@code tabulo-<user id>-<version>-<hash>/} below the directory that the system property {@code tabulo.tmpdir}
      * names, else below {@code java.io.tmpdir}. Only the user may enter it. What an earlier virtual machine has left

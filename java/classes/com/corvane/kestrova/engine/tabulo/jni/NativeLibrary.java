@@ -6,8 +6,12 @@ import java.util.List;
 
 /** Finds the library for {@link JNITboLibLoader#load()}: the file that a property names, the library path, the jar. */
 final class NativeLibrary {
-    private static final String FILE_PROPERTY = "tabulo.library";
-    private static final String PATH_PROPERTY = "java.library.path";
+    /** What all properties of the library begin with. */
+    static final String PREFIX = "tabulo.";
+    private static final String FILE_PROPERTY = PREFIX + "library";
+    /** How a user names a file. */
+    static final String FILE_OPTION = "-D" + FILE_PROPERTY + "=<file>";
+    private static final String PATH = "the library path";
 
     private static boolean isLoaded;
 
@@ -56,7 +60,7 @@ final class NativeLibrary {
                     + failed.getMessage() + ")", isOfAnotherLoader(failed)
                             ? forOtherLoaders("name a copy of the file with -D" + FILE_PROPERTY)
                             : "correct -D" + FILE_PROPERTY + ", or leave it out to take the library from "
-                                    + PATH_PROPERTY + " or from the jar", failed);
+                                    + PATH + " or from the jar", failed);
         }
     }
 
@@ -65,10 +69,10 @@ final class NativeLibrary {
             System.loadLibrary("tabulo");
             return true;
         } catch (UnsatisfiedLinkError failed) {
-            tried.add(PATH_PROPERTY + " (" + failed.getMessage() + ")");
+            tried.add(PATH + " (" + failed.getMessage() + ")");
             if (isOfAnotherLoader(failed)) {
                 throw new NativeLibraryException("another class loader of this virtual machine has loaded it from "
-                        + PATH_PROPERTY, forOtherLoaders("name a copy of the file with -D" + FILE_PROPERTY), failed);
+                        + PATH, forOtherLoaders("name a copy of the file with -D" + FILE_PROPERTY), failed);
             }
             return false;
         }
@@ -106,15 +110,15 @@ final class NativeLibrary {
         if (words.contains("failed to map segment") || words.contains("Operation not permitted")) {
             return new NativeLibraryException("the system does not allow code to be loaded from " + file
                     + ", as where a file system is mounted noexec (" + words + ")",
-                    ExtractedLibrary.ADVICE + ", or name a libtabulo.so elsewhere with -D" + FILE_PROPERTY + "=<file>",
+                    ExtractedLibrary.ADVICE + ", or name a libtabulo.so elsewhere with " + FILE_OPTION,
                     failed);
         }
         if (words.contains("GLIBC_")) {
             return new NativeLibraryException("the jar's library needs glibc 2.34 or later (" + words + ")",
-                    "build libtabulo.so for this system and name it with -D" + FILE_PROPERTY + "=<file>", failed);
+                    "build libtabulo.so for this system and name it with " + FILE_OPTION, failed);
         }
         return new NativeLibraryException("the jar's library, extracted to " + file + ", cannot be loaded (" + words
-                + ")", "name another libtabulo.so with -D" + FILE_PROPERTY + "=<file>", failed);
+                + ")", "name another libtabulo.so with " + FILE_OPTION, failed);
     }
 
     private static boolean isOfAnotherLoader(Throwable failed) {

@@ -35,13 +35,13 @@ final class NativePlatform {
         if (!SUPPORTED.contains(name)) {
             throw new NativeLibraryException("the jar has no library for " + system + " on " + processor
                     + ", only for " + String.join(" and ", SUPPORTED),
-                    "build libtabulo.so for this system and name it with -Dtabulo.library=<file>");
+                    "build libtabulo.so for this system and name it with " + NativeLibrary.FILE_OPTION);
         }
         if (maps.contains("/ld-musl-") || maps.contains("/libc.musl-")) {
             throw new NativeLibraryException("this virtual machine runs on the C library musl, and the jar's libraries"
                     + " need glibc 2.34 or later",
-                    "use a system with glibc, or build libtabulo.so for this one and name it with"
-                    + " -Dtabulo.library=<file>");
+                    "use a system with glibc, or build libtabulo.so for this one and name it with "
+                    + NativeLibrary.FILE_OPTION);
         }
         return name;
     }
