@@ -25,6 +25,12 @@ bool BlockHunt::isFooter(std::int64_t blockStart, std::int64_t footerEnd, std::i
     if (footerStart < 0) {
         return false;
     }
+    std::uint64_t word = 0;
+    std::uint64_t trailing = 0;
+    if (!startIsKnown && table_.bytes.get(blockStart, &word) && table_.bytes.get(footerEnd - WORD, &trailing) &&
+        word == trailing) {
+        return true;
+    }
     const bool hasFilters = table_.layout.summarisedStringFieldCount > 0;
     if (hasFilters) {
         // Looked at first because it is cheap, and the bit count of the first filter is hardly ever met by chance.
@@ -46,7 +52,6 @@ bool BlockHunt::isFooter(std::int64_t blockStart, std::int64_t footerEnd, std::i
         return false;
     }
     table_.call.check(code);
-    std::uint64_t word = 0;
     if (startIsKnown || (blockStart < 0 && hasFilters)) {
         return true;
     }
@@ -55,7 +60,7 @@ bool BlockHunt::isFooter(std::int64_t blockStart, std::int64_t footerEnd, std::i
         return table_.bytes.get(footerStart - internal::FRAME_LENGTH_SIZE, &last) && last <= footerStart &&
                frames_.frameAt(footerStart - std::int64_t{last}, footerStart) == last;
     }
-    return (table_.bytes.get(blockStart, &word) && word == length) || frames_.frameAt(blockStart + WORD, end) != 0;
+    return frames_.frameAt(blockStart + WORD, end) != 0;
 }
 
 std::optional<FooterPlace> BlockHunt::footer(std::int64_t from, std::int64_t end, std::optional<std::int64_t> start,

@@ -182,4 +182,12 @@ Stretch damageAtRandom(Bytes* image, std::size_t begin, std::mt19937* random) {
     return stretch;
 }
 
+std::string stretchesText(const std::vector<Stretch>& stretches) {
+    std::string text;
+    for (const Stretch& stretch : stretches) {
+        text += " " + std::to_string(stretch.begin) + "-" + std::to_string(stretch.end);
+    }
+    return text;
+}
+
 }  // namespace tabulo::test

@@ -70,5 +70,7 @@ Salvaged salvageAll(const std::filesystem::path& path, const SalvageOptions& opt
 // Overwrites bytes of an image at random, somewhere from `begin` on: a byte, a number, a page or a long stretch, with
 // zeros or anything. The stretch; nothing else has changed.
 Stretch damageAtRandom(Bytes* image, std::size_t begin, std::mt19937* random);
+// " 5-9 20-21", for the words of a failing test.
+std::string stretchesText(const std::vector<Stretch>& stretches);
 
 }  // namespace tabulo::test

@@ -237,6 +237,22 @@ TEST_F(ApiSalvageQuotes, AreNotTakenForMessagesInTheOpenBlockEither) {
     }
 }
 
+TEST_F(ApiSalvage, FindsABlockByItsTwoLengthsWhenItsFooterIsLost) {
+    layout = ordersLayout(6);
+    make(26);
+    const TablePlan places = plan();
+    zero(places.blocks[1], places.footers[1].end - 8);
+    zero(places.frames[13].begin, places.frames[17].end - 4);
+    zero(places.footers[2].begin, places.footers[2].end - 8);
+    // As if another message quoted the 13th, which stands where the block begins.
+    const auto reaching = static_cast<std::uint32_t>(places.frames[17].end - places.blocks[2] + 20);
+    Bytes length(sizeof(reaching));
+    std::memcpy(length.data(), &reaching, sizeof(reaching));
+    patchFile(path().string(), places.frames[17].end - length.size(), length);
+    const Salvaged salvaged = salvageAll(path());
+    EXPECT_EQ(salvaged.ids(), upTo(26, {7, 8, 9, 10, 11, 12, 14, 15, 16, 17, 18})) << salvaged.text();
+}
+
 TEST_F(ApiSalvage, TakesTheGivenLayoutWhenTheHeaderIsLost) {
     make(10);
     for (const std::size_t lost : {std::size_t{19}, plan().headerEnd, plan().frames[0].begin + 5}) {
@@ -351,8 +367,7 @@ TEST_F(ApiSalvage, GivesEveryWholeMessageAndNoOtherOfTablesThatAreDamagedAtRando
             given.push_back(n + 1);
         }
         EXPECT_TRUE(std::includes(given.begin(), given.end(), whole.begin(), whole.end()))
-            << "a whole message is missing in round " << round << ", damaged from " << damages[0].begin << " to "
-            << damages[0].end << "\n"
+            << "a whole message is missing in round " << round << ", damaged" << stretchesText(damages) << "\n"
             << salvaged.text();
     }
 }

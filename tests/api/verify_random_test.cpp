@@ -37,14 +37,14 @@ TEST_F(ApiVerifyRandom, FindsDamageOfBytesThatCanBeComparedAndCountsWhatIsWhole)
     const int rounds = 2000 * internal::test::testEffort();
     for (int round = 0; round < rounds && !HasFailure(); ++round) {
         Bytes image = sound;
-        std::string places;
+        std::vector<Stretch> damages;
         for (std::size_t i = 1 + random() % 3; i > 0; --i) {
-            const Stretch damage = damageAtRandom(&image, plan.headerEnd - 80, &random);
-            places += " " + std::to_string(damage.begin) + "-" + std::to_string(damage.end);
+            damages.push_back(damageAtRandom(&image, plan.headerEnd - 80, &random));
         }
         patchFile(path().string(), 0, image);
         const Verified verified = verifyAll(path());
-        const std::string text = "round " + std::to_string(round) + ", damaged" + places + "\n" + verified.text();
+        const std::string text =
+            "round " + std::to_string(round) + ", damaged" + stretchesText(damages) + "\n" + verified.text();
         EXPECT_TRUE(verified.result.complete);
         EXPECT_EQ(verified.result.bytes, static_cast<std::int64_t>(sound.size())) << text;
         EXPECT_EQ(verified.result.messages, salvageAll(path()).result.messages) << text;
