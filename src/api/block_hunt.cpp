@@ -27,8 +27,10 @@ bool BlockHunt::isFooter(std::int64_t blockStart, std::int64_t footerEnd, std::i
     }
     std::uint64_t word = 0;
     std::uint64_t trailing = 0;
-    if (!startIsKnown && table_.bytes.get(blockStart, &word) && table_.bytes.get(footerEnd - WORD, &trailing) &&
-        word == trailing) {
+    const bool agree =
+        table_.bytes.get(blockStart, &word) && table_.bytes.get(footerEnd - WORD, &trailing) && word == trailing;
+    // Sparse filters have equal numbers by chance.
+    if (agree && !startIsKnown && (frames_.frameAt(blockStart + WORD, end) != 0 || beginsAt(footerEnd, end))) {
         return true;
     }
     const bool hasFilters = table_.layout.summarisedStringFieldCount > 0;
@@ -60,7 +62,7 @@ bool BlockHunt::isFooter(std::int64_t blockStart, std::int64_t footerEnd, std::i
         return table_.bytes.get(footerStart - internal::FRAME_LENGTH_SIZE, &last) && last <= footerStart &&
                frames_.frameAt(footerStart - std::int64_t{last}, footerStart) == last;
     }
-    return frames_.frameAt(blockStart + WORD, end) != 0;
+    return agree || frames_.frameAt(blockStart + WORD, end) != 0;
 }
 
 std::optional<FooterPlace> BlockHunt::footer(std::int64_t from, std::int64_t end, std::optional<std::int64_t> start,

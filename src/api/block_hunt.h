@@ -9,8 +9,9 @@
 
 namespace tabulo::api {
 
-// A block that its footer tells: the length that it ends with leads back to a length word that says the same; or the
-// footer parses, and the length leads back to a frame behind a word, or to where the block is known to begin.
+// A block that its footer tells, by the length that it ends with: it leads back to a length word that says the same,
+// and the footer parses, or a frame stands behind the word, or a block begins behind the footer; or the footer parses,
+// and the length leads back to a frame behind a word, or to where the block is known to begin.
 struct FooterPlace {
     std::int64_t blockStart = 0;
     std::int64_t end = 0;  // behind the footer
