@@ -74,10 +74,11 @@ class Writer {
     // because only the update of the header behind it has failed: it must not be appended again.
     void append(const Message& message);
     // Appends whole frames that stand one behind the other (MessageView::frame, encode), with one call to the system
-    // for each block that they reach; the file is byte for byte the one that single appends would have made. Returns
-    // their number. The frames are checked first: noData for one that is cut, consistency for a damaged one, with
-    // nothing stored; the Error's offset is then that in `frames`. When the file fails, each block's share is in the
-    // file as a whole or not at all, and Error::stored is the number of frames that are.
+    // for each block that they reach, and a few more for each frame of a MiB or more, which is not copied. The file is
+    // byte for byte the one that single appends would have made, and each frame the one that was given. Returns their
+    // number. The frames are checked first: noData for one that is cut, consistency for a damaged one, with nothing
+    // stored; the Error's offset is then that in `frames`. When the file fails, each block's share is in the file as a
+    // whole or not at all, and Error::stored is the number of frames that are.
     std::int64_t appendFrames(std::span<const std::byte> frames);
 
     // Empties the table. When this fails the Writer may be closed (tableClosed from then on).

@@ -40,11 +40,28 @@ BlockWriterPtr create(TableStorage* storage, const MessageTableLayout* layout) {
     return writer;
 }
 
+// The assembled bytes, with the large frame that stands among them.
+ErrorCode writeBytes(const BlockWriter& writer, TableFile* file) {
+    if (writer.large.empty()) {
+        return byteStream_writeToFile(writer.stream.get(), file);
+    }
+    const std::uint8_t* bytes = byteStream_buffer(writer.stream.get());
+    const std::int32_t before = writer.bytesBeforeLarge;
+    ErrorCode code = tableFileWrite(file, bytes, before);
+    if (code == NO_ERROR) {
+        code = tableFileWrite(file, writer.large.data(), static_cast<std::int64_t>(writer.large.size()));
+    }
+    if (code == NO_ERROR) {
+        code = tableFileWrite(file, bytes + before, byteStream_writeMark(writer.stream.get()) - before);
+    }
+    return code;
+}
+
 // One file's share of an append: the assembled bytes, and for a closed block its length word.
-ErrorCode appendToFile(KSVByteStream* stream, TableFile* file, std::uint64_t blockLength, std::int64_t* end) {
+ErrorCode appendToFile(const BlockWriter& writer, TableFile* file, std::uint64_t blockLength, std::int64_t* end) {
     ErrorCode code = tableFileSeekEnd(file, 0);
     if (code == NO_ERROR) {
-        code = byteStream_writeToFile(stream, file);
+        code = writeBytes(writer, file);
     }
     if (code == NO_ERROR) {
         code = tableFileFlush(file);
@@ -67,7 +84,7 @@ ErrorCode appendToFiles(BlockWriter* writer, std::uint64_t blockLength, std::int
     return replicas_write(writer->storage, "mfr_writeMessage", ReplicaNumber::fileIndex, [&](TableFile* file) {
         const std::int64_t endBefore = tableFileCachedSize(file);
         std::int64_t end = 0;
-        const ErrorCode written = appendToFile(writer->stream.get(), file, blockLength, &end);
+        const ErrorCode written = appendToFile(*writer, file, blockLength, &end);
         if (written == NO_ERROR) {
             *blockEnd = end;
         } else {
@@ -95,18 +112,24 @@ ErrorCode putFrames(BlockWriter* writer, std::span<const std::uint8_t> frames, s
         const std::span<const std::uint8_t> rest = frames.subspan(*taken);
         DecodedMessage decoded;
         ErrorCode code = mfr_decodeFrame(rest.data(), static_cast<std::int64_t>(rest.size()), layout, &decoded);
+        const bool isLarge = decoded.frameLength >= LARGE_FRAME;
         if (code == NO_ERROR && *count > 0 &&
-            byteStream_writeMark(writer->stream.get()) + std::int64_t{decoded.frameLength} > LARGEST_BATCH) {
+            (isLarge || !writer->large.empty() ||
+             byteStream_writeMark(writer->stream.get()) + std::int64_t{decoded.frameLength} > LARGEST_BATCH)) {
             return NO_ERROR;
         }
-        const MessageView message = message_view(decoded, layout);
-        if (code == NO_ERROR) {
-            code = mfr_encodeMessage(message, writer->stream.get());
+        if (code == NO_ERROR && isLarge) {
+            writer->large = rest.first(static_cast<std::size_t>(decoded.frameLength));
+            writer->bytesBeforeLarge = byteStream_writeMark(writer->stream.get());
+        } else if (code == NO_ERROR) {
+            // As it is given: what a reader takes for the same, a flag that is neither 0 nor 1, is evidence, too.
+            byteStream_putBytes(writer->stream.get(), rest.data(), decoded.frameLength);
+            code = byteStream_error(writer->stream.get());
         }
         if (code != NO_ERROR) {
             return code;
         }
-        blockSummary_add(&writer->summary, layout, message, decoded.frameLength);
+        blockSummary_add(&writer->summary, layout, message_view(decoded, layout), decoded.frameLength);
         *count += 1;
         *taken += static_cast<std::size_t>(decoded.frameLength);
     }
@@ -216,13 +239,15 @@ ErrorCode blockWriter_writeFrames(BlockWriter* writer, std::span<const std::uint
     if (code == NO_ERROR) {
         code = appendToFiles(writer, blockLength, &appended->blockEnd);
     }
+    const auto large = static_cast<std::int64_t>(writer->large.size());
+    writer->large = {};
     if (code != NO_ERROR) {
         blockSummary_copy(&writer->summary, writer->fallback);
         *count = 0;
         *taken = 0;
         return code;
     }
-    appended->bytes = byteStream_writeMark(writer->stream.get());
+    appended->bytes = byteStream_writeMark(writer->stream.get()) + large;
     if (closing) {
         mfr_reset(writer, true);
     }

@@ -24,6 +24,10 @@ struct BlockWriter {
     BlockSummary
         fallback;  // the summary as it was before an append that closes a block, to go back to when no file takes it
     std::int32_t footerSize = 0;
+
+    // A large frame of a batch is not copied: it is written between the stream's first bytes and the rest of them.
+    std::span<const std::uint8_t> large{};  // the caller's, during the call; empty for none
+    std::int32_t bytesBeforeLarge = 0;
 };
 
 // A writer over a storage, owned by the caller. The footer size is taken from the storage or, when that has none,
@@ -61,11 +65,15 @@ ErrorCode mfr_writeMessage(BlockWriter* writer, const MessageView& message, Appe
 
 // A batch of frames larger than this goes to the system in several writes.
 inline constexpr std::int64_t LARGEST_BATCH = std::int64_t{1} << 30;
+// A frame of a batch that is at least this large is written on its own, past the stream.
+inline constexpr std::int32_t LARGE_FRAME = std::int32_t{1} << 20;
 
 // Appends encoded frames that stand one behind the other, as mfr_writeMessage would append each, but with one write and
-// one flush: up to the end of the open block, or as many as one write takes (LARGEST_BATCH, at least one frame). They
-// must be whole and sound (blockWriter_checkFrames). Sets *count and *taken to the frames and the bytes of `frames`
-// that were appended, both 0 after a failure. All else as mfr_writeMessage.
+// one flush: up to the end of the open block, or as many as one write takes (LARGEST_BATCH, at least one frame), or
+// one that is large, which takes a write more. They
+// must be whole and sound (blockWriter_checkFrames), and are stored as they are, also with bytes that encoding does not
+// leave: behind a type's zero byte, flags other than 0 and 1. Sets *count and *taken to the frames and the bytes of
+// `frames` that were appended, both 0 after a failure. All else as mfr_writeMessage.
 ErrorCode blockWriter_writeFrames(BlockWriter* writer, std::span<const std::uint8_t> frames, std::int32_t* count,
                                   std::size_t* taken, Appended* appended) noexcept;
 // Whether whole, sound frames of the layout fill these bytes exactly: NO_ERROR, or the code of mfr_decodeFrame for the

@@ -1,6 +1,7 @@
 // mt_writeRawMessages: any number of encoded frames, with one write for each block.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <limits>
 
@@ -36,7 +37,19 @@ class RawMessages : public MessageTableTest {
     std::int64_t stored = 99;
 };
 
-TEST_F(RawMessages, MakeTheSameTableAsEachAloneAlsoWithBytesThatWritingDoesNotLeave) {
+TEST_F(RawMessages, MakeTheSameTableAsEachAlone) {
+    ASSERT_EQ(writeRaw(framesOf(1, 7)), NO_ERROR);
+    EXPECT_EQ(stored, 7);
+    const Bytes together = fileBytes();
+    open(OpenMode::create);
+    for (const Message& message : simpleMessages(1, 7)) {
+        const Bytes frame = frameOf(message);
+        ASSERT_EQ(mt_writeRawMessage(table.get(), frame.data(), static_cast<std::int32_t>(frame.size())), NO_ERROR);
+    }
+    EXPECT_EQ(difference(together, fileBytes()), "");
+}
+
+TEST_F(RawMessages, AreStoredAsTheyAreAlsoWithBytesThatEncodingDoesNotLeave) {
     std::vector<Bytes> frames;
     for (const Message& message : simpleMessages(1, 7)) {
         Bytes frame = frameOf(message);
@@ -46,13 +59,10 @@ TEST_F(RawMessages, MakeTheSameTableAsEachAloneAlsoWithBytesThatWritingDoesNotLe
         frames.push_back(frame);
     }
     ASSERT_EQ(writeRaw(joined(frames)), NO_ERROR);
-    EXPECT_EQ(stored, 7);
-    const Bytes together = fileBytes();
-    open(OpenMode::create);
+    const Bytes file = fileBytes();
     for (const Bytes& frame : frames) {
-        ASSERT_EQ(mt_writeRawMessage(table.get(), frame.data(), static_cast<std::int32_t>(frame.size())), NO_ERROR);
+        EXPECT_NE(std::search(file.begin(), file.end(), frame.begin(), frame.end()), file.end());
     }
-    EXPECT_EQ(difference(together, fileBytes()), "");
 }
 
 TEST_F(RawMessages, KeepTheTablesBooks) {
@@ -153,6 +163,65 @@ TEST_F(RawMessages, CountThoseOfABlockWhoseTailAloneCouldNotBeSaved) {
     table.reset();
     open(OpenMode::write);
     EXPECT_EQ(readAll(table.get()).messages, simpleMessages(1, 3));
+}
+
+// Messages that open, fill and close blocks of three are large, some as the last of the bytes that are given.
+class LargeRawMessages : public RawMessages {
+  protected:
+    std::vector<Message> messages() const {
+        std::vector<Message> all = simpleMessages(1, 8, shape);
+        for (const std::size_t large : {0U, 1U, 2U, 4U, 5U, 7U}) {
+            all[large].strings[0] = std::string(LARGE_FRAME + 10 * large, static_cast<char>('a' + large));
+        }
+        return all;
+    }
+    Bytes frames() const {
+        std::vector<Bytes> each;
+        for (const Message& message : messages()) {
+            each.push_back(frameOf(message));
+        }
+        return joined(each);
+    }
+};
+
+TEST_F(LargeRawMessages, MakeTheSameTableAsEachAloneAndAreNotCopied) {
+    const Bytes bytes = frames();
+    {
+        const FaultPlatform platform;
+        ASSERT_EQ(writeRaw(bytes), NO_ERROR);
+        // Each alone, and the fourth and the seventh; two length words; two tails.
+        EXPECT_LE(platform.count(FileCall::writeAt), 3 * 6 + 2 + 2 + 2);
+    }
+    EXPECT_EQ(stored, 8);
+    EXPECT_LT(byteStream_capacity(table->writer->stream.get()), LARGE_FRAME);
+    const Bytes together = fileBytes();
+    open(OpenMode::create);
+    for (const Message& message : messages()) {
+        ASSERT_EQ(writeMessage(table.get(), message), NO_ERROR);
+    }
+    EXPECT_EQ(difference(together, fileBytes()), "");
+}
+
+TEST_F(LargeRawMessages, AreStoredAsAWholeOrNotAtAllWhicheverWriteFails) {
+    const Bytes bytes = frames();
+    int failing = 1;
+    for (bool failed = true; failed; ++failing) {
+        open(OpenMode::create);
+        const LogCapture log;
+        ErrorCode code = NO_ERROR;
+        {
+            FaultPlatform platform;
+            platform.failNth(FileCall::writeAt, failing, ENOSPC);
+            code = writeRaw(bytes);
+        }
+        failed = code != NO_ERROR;
+        table.reset();
+        open(OpenMode::write);
+        const std::vector<Message> all = messages();
+        EXPECT_EQ(readAll(table.get()).messages, std::vector<Message>(all.begin(), all.begin() + stored))
+            << "with write " << failing << " refused";
+    }
+    EXPECT_GT(failing, 8) << "each large frame has a write of its own, at least";
 }
 
 TEST_F(RawMessages, AreCommittedWhenThatIsAsked) {

@@ -129,6 +129,21 @@ TEST_F(RecoverVerbTest, WhatCannotBeRecoveredIsRefusedAndNothingIsOverwritten) {
     EXPECT_EQ(contents(), before);
 }
 
+TEST_F(RecoverVerbTest, AMessageWhoseFlagsAreDamagedIsRecoveredAsItStands) {
+    const Layout layout = tabulo::test::ordersLayout(5);
+    const auto frames = tabulo::test::eachFrame(layout, 7);
+    tabulo::test::writeTable(file("orders"), layout, frames);
+    Bytes image = readFile(file("orders"));
+    for (const tabulo::test::Stretch& frame : tabulo::test::TablePlan(layout, frames).frames) {
+        image[frame.begin + 33] = 7;
+        image[frame.begin + 34] = 0xFF;
+    }
+    writeFile(file("orders"), image);
+    const ProgramResult result = run({"recover", "orders", "--to", "new"});
+    EXPECT_EQ(result.status, 0) << result.output << result.errors;
+    EXPECT_EQ(framesOf(file("new")), framesOf(file("orders")));
+}
+
 TEST_F(RecoverVerbTest, AFullDiskLeavesNothingBehind) {
     makeOrders("orders", 400);
     const auto before = contents();
