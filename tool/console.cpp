@@ -1,5 +1,6 @@
 #include "tool/console.h"
 
+#include <fcntl.h>
 #include <fmt/format.h>
 #include <poll.h>
 #include <sys/ioctl.h>
@@ -40,6 +41,17 @@ int writeAll(int descriptor, std::string_view text) {
     return 0;
 }
 
+// A pipe of the usual 64 KiB makes writer and reader wait for each other at every turn. Where it cannot be made larger
+// (it is none, or the system's limit is reached), it stays as it is.
+void widenPipe(int descriptor) {
+#ifdef F_SETPIPE_SZ
+    constexpr int ROOM = 1024 * 1024;
+    (void)::fcntl(descriptor, F_SETPIPE_SZ, ROOM);
+#else
+    (void)descriptor;
+#endif
+}
+
 std::string bytesText(double bytes) {
     constexpr const char* UNITS[] = {"B", "KiB", "MiB", "GiB", "TiB"};
     std::size_t unit = 0;
@@ -56,6 +68,7 @@ Console::Console()
     : outIsTerminal_(::isatty(STDOUT_FILENO) != 0),
       errIsTerminal_(::isatty(STDERR_FILENO) != 0),
       progressBegun_(std::chrono::steady_clock::now()) {
+    widenPipe(STDOUT_FILENO);
     struct sigaction action {};
     action.sa_handler = onInterrupt;
     ::sigaction(SIGINT, &action, nullptr);

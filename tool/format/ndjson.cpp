@@ -1,12 +1,15 @@
 // Messages as JSON, an object a line.
+#include <fmt/format.h>
 #include <rapidjson/stringbuffer.h>
-#include <rapidjson/writer.h>
 
 #include <algorithm>
+#include <charconv>
+#include <cstring>
 #include <iterator>
 #include <memory>
 
 #include "tool/format/field_names.h"
+#include "tool/format/json_text.h"
 #include "tool/format/pieces.h"
 #include "tool/format/printers.h"
 #include "tool/text_bytes.h"
@@ -17,8 +20,17 @@ namespace {
 
 struct NamedLayout {
     const Layout* layout;
-    std::vector<std::string> names;
+    std::vector<std::string> names;  // as keys: "ClOrdID":
 };
+
+std::string asKey(std::string_view name) {
+    rapidjson::StringBuffer key;
+    appendJsonString(name, &key);
+    key.Put(':');
+    return {key.GetString(), key.GetSize()};
+}
+
+constexpr std::string_view NULL_WORD = "null";
 
 class NdjsonPrinter {
   public:
@@ -27,78 +39,69 @@ class NdjsonPrinter {
     void print(const MessageView& message, std::string* out) {
         out_ = out;
         buffer_.Clear();
-        writer_.Reset(buffer_);
-        writer_.StartObject();
+        begin();
         writeMetadata(message);
-        writeText("text0", "text0Base64", message.text0());
-        writeText("text1", "text1Base64", message.text1());
+        writeText(R"("text0":)", R"("text0Base64":)", message.text0());
+        writeText(R"("text1":)", R"("text1Base64":)", message.text1());
         writeFields(message);
-        writeText("wire", "wireBase64", message.wire());
-        writeText("nonMetadata", "nonMetadataBase64", message.nonMetadata());
-        writer_.EndObject();
+        writeText(R"("wire":)", R"("wireBase64":)", message.wire());
+        writeText(R"("nonMetadata":)", R"("nonMetadataBase64":)", message.nonMetadata());
+        put("}\n");
         takeBuffer();
-        out->push_back('\n');
     }
 
   private:
     void writeMetadata(const MessageView& message) {
-        key("table");
+        key(R"("table":)");
         shownString(message.table());
-        integer("uid", message.uniformId());
-        integer("seq", message.seqNum());
-        integer("prevSeq", message.prevSeqNum());
-        integer("id", message.id());
+        integer(R"("uid":)", message.uniformId());
+        integer(R"("seq":)", message.seqNum());
+        integer(R"("prevSeq":)", message.prevSeqNum());
+        integer(R"("id":)", message.id());
         const auto messageClass = message.messageClass();
-        key("class");
-        messageClass.has_value() ? string(className(*messageClass)) : writer_.Null();
+        key(R"("class":)");
+        messageClass.has_value() ? string(className(*messageClass)) : put(NULL_WORD);
         writeTime(message.time());
-        writeText("type", "typeBase64", message.type());
-        key("possDup");
-        writer_.Bool(message.possDup());
-        key("outOfSequence");
-        writer_.Bool(message.outOfSequence());
+        writeText(R"("type":)", R"("typeBase64":)", message.type());
+        flag(R"("possDup":)", message.possDup());
+        flag(R"("outOfSequence":)", message.outOfSequence());
     }
 
     void writeTime(std::int64_t time) {
         if (!isTimeKnown_ || time != time_) {
             isTimeKnown_ = true;
             time_ = time;
-            iso_ = times_->iso(time);
-            raw_.clear();
-            appendNumber(time, &raw_);
+            timeKeys_ = fmt::format(R"("time":"{}","timeRaw":"{}")", times_->iso(time), time);
         }
-        key("time");
-        string(iso_);
-        key("timeRaw");
-        string(raw_);
+        key(timeKeys_);
     }
 
     void writeFields(const MessageView& message) {
         const std::vector<std::string>& names = namesOf(message.layout());
         const std::size_t texts = message.textCount();
         bool allUtf8 = true;
-        key("fields");
-        writer_.StartObject();
+        key(R"("fields":)");
+        begin();
         for (std::size_t i = 0; i < texts; ++i) {
             const Text text = message.text(i);
             const bool hasString = text.has_value() && isUtf8(*text);
             allUtf8 = allUtf8 && (hasString || !text.has_value());
             key(names[i]);
-            hasString ? string(*text) : writer_.Null();
+            hasString ? string(*text) : put(NULL_WORD);
         }
         for (std::size_t i = 0; i < message.numberCount(); ++i) {
             key(names[texts + i]);
             writeNumber(message.number(i));
         }
-        writer_.EndObject();
+        end();
         if (!allUtf8) {
             writeFieldsBase64(message, names);
         }
     }
 
     void writeFieldsBase64(const MessageView& message, const std::vector<std::string>& names) {
-        key("fieldsBase64");
-        writer_.StartObject();
+        key(R"("fieldsBase64":)");
+        begin();
         for (std::size_t i = 0; i < message.textCount(); ++i) {
             const Text text = message.text(i);
             if (text.has_value() && !isUtf8(*text)) {
@@ -106,28 +109,24 @@ class NdjsonPrinter {
                 base64(*text);
             }
         }
-        writer_.EndObject();
+        end();
     }
 
     void writeNumber(const Number& number) {
         if (std::holds_alternative<std::monostate>(number)) {
-            writer_.Null();
+            put(NULL_WORD);
             return;
         }
         scratch_.clear();
         appendNumber(number, &scratch_);
-        if (isNanOrInfinite(number)) {
-            string(scratch_);
-        } else {
-            writer_.RawValue(scratch_.data(), scratch_.size(), rapidjson::kNumberType);
-        }
+        isNanOrInfinite(number) ? string(scratch_) : put(scratch_);
     }
 
     // A text that JSON cannot hold is null, and follows in Base64.
-    void writeText(std::string_view name, std::string_view base64Name, const Text& text) {
+    void writeText(std::string_view quotedName, std::string_view base64Name, const Text& text) {
         const bool isShown = !text.has_value() || isUtf8(*text);
-        key(name);
-        text.has_value() && isShown ? string(*text) : writer_.Null();
+        key(quotedName);
+        text.has_value() && isShown ? string(*text) : put(NULL_WORD);
         if (!isShown) {
             key(base64Name);
             base64(*text);
@@ -139,11 +138,9 @@ class NdjsonPrinter {
         buffer_.Clear();
     }
 
-    // A large text as a value. The writer would want room for six times its length; it is told of the value, and the
-    // text goes past it.
+    // A large text as a value goes past the buffer, which would need room for six times its length.
     template <typename Append>
-    void pastTheWriter(const Append& append) {
-        writer_.RawValue("", 0, rapidjson::kStringType);
+    void pastTheBuffer(const Append& append) {
         takeBuffer();
         out_->push_back('"');
         append();
@@ -151,19 +148,17 @@ class NdjsonPrinter {
     }
 
     void largeString(std::string_view text) {
-        pastTheWriter([&] {
+        pastTheBuffer([&] {
             appendPieces(text, out_, spill_, [this](std::string_view piece) {
-                pieceBuffer_.Clear();
-                pieceWriter_.Reset(pieceBuffer_);
-                pieceWriter_.String(piece.data(), static_cast<rapidjson::SizeType>(piece.size()));
-                out_->append(pieceBuffer_.GetString() + 1, pieceBuffer_.GetSize() - 2);  // without its quotes
+                appendJsonText(piece, &buffer_);
+                takeBuffer();
             });
         });
     }
 
     void base64(std::string_view bytes) {
         if (spill_ && bytes.size() > LARGEST_PIECE) {
-            pastTheWriter([&] { appendPiecesBase64(bytes, out_, spill_); });
+            pastTheBuffer([&] { appendPiecesBase64(bytes, out_, spill_); });
             return;
         }
         scratch_.clear();
@@ -181,18 +176,35 @@ class NdjsonPrinter {
         string(scratch_);
     }
 
-    void integer(std::string_view name, std::int32_t value) {
-        key(name);
-        writer_.Int(value);
+    void begin() {
+        put("{");
+        isFirst_ = true;
     }
-
-    void key(std::string_view name) { writer_.Key(name.data(), static_cast<rapidjson::SizeType>(name.size())); }
-    bool string(std::string_view text) {
-        if (spill_ && text.size() > LARGEST_PIECE) {
-            largeString(text);
-            return true;
+    void end() {
+        put("}");
+        isFirst_ = false;
+    }
+    // With what stands in front of a value: a comma, and the name with its quotes and its colon.
+    void key(std::string_view quotedName) {
+        if (!isFirst_) {
+            buffer_.Put(',');
         }
-        return writer_.String(text.data(), static_cast<rapidjson::SizeType>(text.size()));
+        isFirst_ = false;
+        put(quotedName);
+    }
+    void put(std::string_view text) { std::memcpy(buffer_.Push(text.size()), text.data(), text.size()); }
+    void integer(std::string_view quotedName, std::int32_t value) {
+        constexpr std::size_t LONGEST = 11;
+        key(quotedName);
+        char* const begin = buffer_.Push(LONGEST);
+        buffer_.Pop(static_cast<std::size_t>(begin + LONGEST - std::to_chars(begin, begin + LONGEST, value).ptr));
+    }
+    void flag(std::string_view quotedName, bool value) {
+        key(quotedName);
+        put(value ? "true" : "false");
+    }
+    void string(std::string_view text) {
+        spill_&& text.size() > LARGEST_PIECE ? largeString(text) : appendJsonString(text, &buffer_);
     }
 
     const std::vector<std::string>& namesOf(const Layout& layout) {
@@ -200,6 +212,7 @@ class NdjsonPrinter {
                                   [&](const NamedLayout& known) { return known.layout == &layout; });
         if (found == layouts_.end()) {
             layouts_.push_back({&layout, fieldNames(layout)});
+            std::ranges::transform(layouts_.back().names, layouts_.back().names.begin(), asKey);
             found = std::prev(layouts_.end());
         } else if (found != layouts_.begin() && layouts_.size() > 2) {
             std::iter_swap(found, layouts_.begin());
@@ -212,13 +225,10 @@ class NdjsonPrinter {
     Spill spill_;
     std::string* out_ = nullptr;
     rapidjson::StringBuffer buffer_;
-    rapidjson::Writer<rapidjson::StringBuffer> writer_;
-    rapidjson::StringBuffer pieceBuffer_;
-    rapidjson::Writer<rapidjson::StringBuffer> pieceWriter_;
+    bool isFirst_ = true;  // nothing stands in the object yet
     bool isTimeKnown_ = false;
     std::int64_t time_ = 0;
-    std::string iso_;
-    std::string raw_;
+    std::string timeKeys_;
     std::string scratch_;
     std::vector<NamedLayout> layouts_;
 };
@@ -226,7 +236,7 @@ class NdjsonPrinter {
 }  // namespace
 
 MessagePrinter ndjsonPrinter(const PrinterOptions& options) {
-    // Shared: a std::function must be able to be copied, and the writer cannot.
+    // Shared: a std::function must be able to be copied, and the buffer cannot.
     return [printer = std::make_shared<NdjsonPrinter>(options)](const MessageView& message, std::string* out) {
         printer->print(message, out);
     };
