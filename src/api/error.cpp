@@ -23,7 +23,7 @@ constexpr std::array<CodeWords, 38> WORDS = {{
     {Code::tableClosed, "TABLE_CLOSED_ERROR", "open the table, or correct the order of the calls"},
     {Code::systemFile, "SYSTEM_FILE_ERROR", "look at the system's log, then open the table again"},
     {Code::signature, "SIGNATURE_ERROR", "check the path; if this was a table, restore it from a copy"},
-    {Code::fileSize, "FILE_SIZE_ERROR", "if nothing was ever stored there, remove the file"},
+    {Code::fileSize, "FILE_SIZE_ERROR", "it is no table, or one whose making was cut short: only that may be removed"},
     {Code::unrecoverable, "UNRECOVERABLE_ERROR", "keep the file and open it for reading, or restore it from a copy"},
     {Code::wrongParameter, "WRONG_PARAMETER_ERROR", "correct the call"},
     {Code::tableType, "TABLE_TYPE_ERROR", "check the path: this is a table of the other kind"},
