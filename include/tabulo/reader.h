@@ -81,7 +81,8 @@ class Messages {
     std::default_sentinel_t end() const noexcept { return {}; }
 
     Ending ending() const noexcept;
-    // Blocks that were read and blocks that were skipped unread, so far; messages that were looked at.
+    // Blocks that were read and blocks whose messages were skipped unread, so far; messages that were looked at. Of the
+    // skipped ones the footer was read, or in an earlier query of this reader, which keeps its ranges.
     std::int64_t blocksRead() const noexcept;
     std::int64_t blocksSkipped() const noexcept;
     std::int64_t messagesRead() const noexcept;

@@ -63,13 +63,17 @@ bool mayGoOn(State* state, std::int64_t offset) {
 }
 
 // The walk has come to a block, which it has not seen before.
-internal::ErrorCode enterBlock(State* state, std::int64_t block) {
+void comeTo(State* state, std::int64_t block) {
     if (!state->knowsOrdinal && state->message.blockOrdinal >= 0 && state->message.position.block == state->block) {
         state->knowsOrdinal = true;  // somebody has asked for it
         state->blockOrdinal = state->message.blockOrdinal;
     }
     state->block = block;
     state->blockOrdinal += state->backward ? -1 : 1;
+}
+
+internal::ErrorCode enterBlock(State* state, std::int64_t block) {
+    comeTo(state, block);
     return mayGoOn(state, block) ? internal::NO_ERROR : endWalk(state, Ending::stopped);
 }
 
@@ -92,6 +96,12 @@ internal::ErrorCode onBlock(void* owner, const internal::BlockSummary& summary, 
     (isRead ? state->blocksRead : state->blocksSkipped) += 1;
     *answer = isRead ? internal::Visit::goOn : internal::Visit::skipBlock;
     return internal::NO_ERROR;
+}
+
+void onSkipped(void* owner, std::int64_t block) {
+    auto* state = static_cast<State*>(owner);
+    comeTo(state, block);
+    state->blocksSkipped += 1;
 }
 
 internal::ErrorCode onMessage(void* owner, const internal::MessageView& message, internal::Visit* answer) {
@@ -247,7 +257,7 @@ Messages reader_messages(const std::shared_ptr<ReaderState>& reader, const Query
     state->message.table = reader->table;
     state->message.counter = {countBlocks, reader};
     state->iterator.reset(internal::mtIterator_openAt(reader->open.get(), conditions.release(),
-                                                      {state.get(), onBlock, onMessage}, first, end));
+                                                      {state.get(), onBlock, onMessage, onSkipped}, first, end));
     if (state->iterator == nullptr) {
         call.fail(internal::OUT_OF_MEMORY_ERROR);
     }

@@ -164,6 +164,9 @@ bool blockSummary_mayContain(const BlockSummary& summary, std::int32_t field, st
         return bloomFilter_storedMayContain(summary.storedFilters + std::ptrdiff_t{field} * BLOOM_FILTER_STORED_SIZE,
                                             text);
     }
+    if (summary.filters.empty()) {
+        return true;
+    }
     return bloomFilter_mayContain(&summary.filters[static_cast<std::size_t>(field)], text) != 0;
 }
 

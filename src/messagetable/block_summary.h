@@ -49,7 +49,7 @@ struct BlockSummary {
     std::uint64_t frameBytes = 0;
     RangeRecord minimum;
     RangeRecord maximum;
-    std::vector<BloomFilter> filters;    // one per summarised string field
+    std::vector<BloomFilter> filters;    // one per summarised string field; none where they are not known
     std::vector<RecentKeys> recentKeys;  // of each filter
     // After a footer was read: where its filters stand, in the stream that it was read into. They are asked in place,
     // until something else is read into that stream; `filters` know nothing of them. Null at other times.

@@ -363,6 +363,11 @@ std::int64_t mt_openBlockStart(const MessageTable* table) noexcept {
     return static_cast<std::int64_t>(headerTail_openBlock(table->records, table->storage->headerSize));
 }
 
+KnownBlocks& mt_knownBlocks(MessageTable* table) noexcept {
+    table->known.follow(*table->storage);
+    return table->known;
+}
+
 bool mt_isDestroyed(const MessageTable* table) noexcept {
     return table->destroyRequested;
 }

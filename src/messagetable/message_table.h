@@ -17,6 +17,7 @@
 #include "messagetable/block_writer.h"
 #include "messagetable/frame_place.h"
 #include "messagetable/header_tail.h"
+#include "messagetable/known_blocks.h"
 #include "messagetable/message.h"
 #include "messagetable/table_header.h"
 #include "messagetable/table_view.h"
@@ -32,6 +33,7 @@ struct MessageTable {
     TableView view;                 // of a table that is open read-only
     MessageTableHeader header;      // layout and names of the configuration
     TailRecords records;            // what is saved and what lookups answer
+    KnownBlocks known;              // what readers have seen
     bool opened = false;            // the last open succeeded
     std::int32_t uses = 0;          // operations under way that call back (MessageTableUse)
     bool destroyRequested = false;  // mt_destroy was called by such a callback
@@ -86,7 +88,8 @@ ErrorCode mt_writeMessage(MessageTable* table, const MessageView& message) noexc
 ErrorCode mt_writeRawMessage(MessageTable* table, const void* buffer, std::int32_t length) noexcept;
 
 // Appends messages given as encoded frames that stand one behind the other, with one write for each block that they
-// reach; the file becomes the one that mt_writeRawMessage for each would make. *stored is how many of them are in the
+// reach; the file becomes the one that mt_writeRawMessage for each would make, but that each frame is stored as it is
+// given (blockWriter_writeFrames). *stored is how many of them are in the
 // file, also after a failure: each write is there as a whole or not at all. NULL_POINTER_ERROR; READ_ONLY_ERROR;
 // NO_DATA_ERROR and CONSISTENCY_ERROR, with *offset at the first frame that is not whole and sound, and nothing stored;
 // then as mt_writeMessage.
@@ -116,6 +119,8 @@ std::int64_t mt_dataEnd(const MessageTable* table) noexcept;
 FramePlace mt_nextPlace(const MessageTable* table) noexcept;
 // The offset at which the open block begins: lastBlockEnd, or the header's end for a table without closed blocks.
 std::int64_t mt_openBlockStart(const MessageTable* table) noexcept;
+// What the table's readers have seen of its closed blocks since its files were opened; for them to add to.
+KnownBlocks& mt_knownBlocks(MessageTable* table) noexcept;
 // True when a callback has asked to destroy the table that is still in use (MessageTableUse).
 bool mt_isDestroyed(const MessageTable* table) noexcept;
 

@@ -14,14 +14,16 @@ enum class Visit {
     stop,       // the walk ends here, without an error
 };
 
-// Both operations get their owner and set *answer, which is goOn before the call. A result other than NO_ERROR ends the
-// walk with that code. What they are shown is valid during the call only; they may write to, drop, close or destroy the
-// table that is walked.
+// The first two operations get their owner and set *answer, which is goOn before the call. A result other than NO_ERROR
+// ends the walk with that code. What they are shown is valid during the call only; they may write to, drop, close or
+// destroy the table that is walked.
 struct MessageVisitor {
     void* owner = nullptr;
     // A block that holds messages, before the first of them; not called for a damaged one, whose summary tells nothing.
     ErrorCode (*onBlock)(void* owner, const BlockSummary& summary, Visit* answer) = nullptr;
     ErrorCode (*onMessage)(void* owner, const MessageView& message, Visit* answer) = nullptr;
+    // Null, or told of the file offset of a closed block that an iterator leaves unread because of what is known of it.
+    void (*onSkipped)(void* owner, std::int64_t block) = nullptr;
 };
 
 }  // namespace tabulo::internal

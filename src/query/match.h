@@ -12,6 +12,10 @@ namespace tabulo::internal {
 bool query_blockMayMatch(const QueryConditions& conditions, const BlockSummary& block,
                          const MessageTableLayout& layout) noexcept;
 
+// Whether blocks can be ruled out by their ranges of sequence numbers, uniform ids or times alone, and asking about a
+// block never writes to the log: then it may be asked by what is kept of it (known_blocks.h).
+bool query_asksKnownRanges(const QueryConditions& conditions, const MessageTableLayout& layout) noexcept;
+
 // True when the message passes every condition. A pure function: the inverted flag and the direction are not looked at.
 bool query_messageMatches(const QueryConditions& conditions, const MessageView& message) noexcept;
 

@@ -92,10 +92,16 @@ MessageTableIteratorPtr create(MessageTable* table, QueryConditionsPtr condition
     TableStorage* storage = mt_storage(table);
     iterator->table = table;
     iterator->conditions = std::move(conditions);
+    iterator->asksKnown =
+        !iterator->conditions->inverted && query_asksKnownRanges(*iterator->conditions, mt_layout(table));
     iterator->openings = storage->openings;
     iterator->reader.reset(mfr_createReader(storage, mt_layout(table)));
     if (iterator->reader == nullptr) {
         return nullptr;
+    }
+    const TableFile* file = tableStorage_master(storage);
+    if (iterator->asksKnown && file != nullptr) {
+        mt_knownBlocks(table).reserve(*iterator->reader, *file);
     }
     return iterator;
 }

@@ -37,7 +37,9 @@ struct MessageTableIterator {
     MessageTable* table = nullptr;  // borrowed
     BlockReaderPtr reader;
     QueryConditionsPtr conditions;
-    MessageVisitor match;  // query_match or query_matchInverted
+    MessageVisitor match;       // query_match or query_matchInverted
+    bool asksKnown = false;     // blocks may be left unread for what the table knows of them
+    BlockSummary knownSummary;  // of the known block that is asked about
     IteratorPlace place = IteratorPlace::betweenBlocks;
     BlockCursor cursor;
     FrameCursor frames;             // of the block at hand

@@ -113,6 +113,15 @@ bool metadataCondition_mayMatchBlock(const MetadataCondition& condition, const B
            timesMayMatch(condition, block);
 }
 
+bool metadataCondition_asksKnownRange(const MetadataCondition& condition) noexcept {
+    return condition.seqNums.has_value() || condition.from.has_value() || condition.until.has_value();
+}
+
+bool metadataCondition_isSilent(const MetadataCondition& condition) noexcept {
+    return !condition.ids.has_value() ||
+           classifyConnMsgId(condition.ids->first) == classifyConnMsgId(condition.ids->last);
+}
+
 bool metadataCondition_matches(const MetadataCondition& condition, const MessageMetadata& metadata) noexcept {
     return idMatches(condition, metadata.connMsgId) &&
            (!condition.from.has_value() || metadata.timestamp >= *condition.from) &&

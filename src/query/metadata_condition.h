@@ -47,6 +47,10 @@ void metadataCondition_sortExcluded(MetadataCondition* condition) noexcept;
 // False when no message of a closed block can match. Its ids are known by class only: a block is ruled out when the
 // ends of `ids` are of two classes (with a NOTE, see mfr_compareRange) or of none.
 bool metadataCondition_mayMatchBlock(const MetadataCondition& condition, const BlockSummary& block) noexcept;
+// True when the condition asks for a range of sequence numbers or times.
+bool metadataCondition_asksKnownRange(const MetadataCondition& condition) noexcept;
+// True when asking about a block writes nothing to the log.
+bool metadataCondition_isSilent(const MetadataCondition& condition) noexcept;
 bool metadataCondition_matches(const MetadataCondition& condition, const MessageMetadata& metadata) noexcept;
 
 }  // namespace tabulo::internal

@@ -189,10 +189,22 @@ std::int32_t compareEntry(const BlockSummary& block, const MessageTableLayout& l
     return mfr_compareNumericIndexLong(block, layout, low, high, fieldIndex);
 }
 
+// An index that names no field: the filter excludes nothing, and says so when it is asked.
+template <typename Number>
+bool isIgnored(const NumericFilter<Number>& filter, const MessageTableLayout& layout) {
+    return filter.fieldIndex < 0 || filter.fieldIndex - PSEUDO_FIELD_COUNT >= layout.numericFieldCount;
+}
+
+template <typename Number>
+bool asksKnownRange(const NumericFilter<Number>& filter, const MessageTableLayout& layout) {
+    const std::int32_t pseudo = filter.fieldIndex - layout.numericFieldCount;
+    return !filter.includeNull &&
+           (pseudo == PSEUDO_UNIFORM_ID || pseudo == PSEUDO_SEQ_NUM || pseudo == PSEUDO_TIMESTAMP);
+}
+
 template <typename Number>
 bool mayMatchBlock(const NumericFilter<Number>& filter, const BlockSummary& block, const MessageTableLayout& layout) {
-    const bool ignored = filter.fieldIndex < 0 || filter.fieldIndex - PSEUDO_FIELD_COUNT >= layout.numericFieldCount;
-    if (filter.includeNull || (ignored && filter.entries.empty())) {
+    if (filter.includeNull || (isIgnored(filter, layout) && filter.entries.empty())) {
         return true;
     }
     if (filter.entries.size() > ENTRIES_LOOKED_AT) {
@@ -245,6 +257,22 @@ std::int32_t mfr_compareNumericIndexDouble(const BlockSummary& block, const Mess
 std::int32_t mfr_compareNumericIndexLong(const BlockSummary& block, const MessageTableLayout& layout, std::int64_t low,
                                          std::int64_t high, std::int32_t fieldIndex) noexcept {
     return compareNumericIndex("mfr_compareNumericIndexLong", block, layout, low, high, fieldIndex);
+}
+
+bool numericFilter_asksKnownRange(const DoubleFilter& filter, const MessageTableLayout& layout) noexcept {
+    return asksKnownRange(filter, layout);
+}
+
+bool numericFilter_asksKnownRange(const LongFilter& filter, const MessageTableLayout& layout) noexcept {
+    return asksKnownRange(filter, layout);
+}
+
+bool numericFilter_isSilent(const DoubleFilter& filter, const MessageTableLayout& layout) noexcept {
+    return !isIgnored(filter, layout);
+}
+
+bool numericFilter_isSilent(const LongFilter& filter, const MessageTableLayout& layout) noexcept {
+    return !isIgnored(filter, layout);
 }
 
 bool numericFilter_mayMatchBlock(const DoubleFilter& filter, const BlockSummary& block,

@@ -54,6 +54,12 @@ std::int32_t mfr_compareNumericIndexDouble(const BlockSummary& block, const Mess
 std::int32_t mfr_compareNumericIndexLong(const BlockSummary& block, const MessageTableLayout& layout, std::int64_t low,
                                          std::int64_t high, std::int32_t fieldIndex) noexcept;
 
+// True when the filter is one of uniform ids, sequence numbers or times that asks for a value.
+bool numericFilter_asksKnownRange(const DoubleFilter& filter, const MessageTableLayout& layout) noexcept;
+bool numericFilter_asksKnownRange(const LongFilter& filter, const MessageTableLayout& layout) noexcept;
+// True when asking about a block writes nothing to the log.
+bool numericFilter_isSilent(const DoubleFilter& filter, const MessageTableLayout& layout) noexcept;
+bool numericFilter_isSilent(const LongFilter& filter, const MessageTableLayout& layout) noexcept;
 // False when no message of a closed block can match, told from its footer.
 bool numericFilter_mayMatchBlock(const DoubleFilter& filter, const BlockSummary& block,
                                  const MessageTableLayout& layout) noexcept;

@@ -113,6 +113,10 @@ std::int32_t mfr_compareStr(const BlockSummary& block, const MessageTableLayout&
     return blockSummary_mayContain(block, fieldIndex, text) ? 0 : -1;
 }
 
+bool stringFilter_isSilent(const StringFilter& filter, const MessageTableLayout& layout) noexcept {
+    return filter.fieldIndex >= 0 && filter.fieldIndex <= layout.stringFieldCount;
+}
+
 bool stringFilter_mayMatchBlock(const StringFilter& filter, const BlockSummary& block,
                                 const MessageTableLayout& layout) noexcept {
     const bool hasFooterFilter =

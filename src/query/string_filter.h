@@ -46,6 +46,8 @@ bool stringFilter_acceptsMsgType(const StringFilter& filter, std::string_view ms
 std::int32_t mfr_compareStr(const BlockSummary& block, const MessageTableLayout& layout, const char* text,
                             std::int32_t fieldIndex) noexcept;
 
+// True when asking about a block writes nothing to the log.
+bool stringFilter_isSilent(const StringFilter& filter, const MessageTableLayout& layout) noexcept;
 // False when no message of a closed block can match, told from its footer.
 bool stringFilter_mayMatchBlock(const StringFilter& filter, const BlockSummary& block,
                                 const MessageTableLayout& layout) noexcept;

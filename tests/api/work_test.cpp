@@ -66,8 +66,8 @@ TEST_F(ApiWork, TellsItsProgressBetweenBlocks) {
 
 TEST_F(ApiWork, TellsItsProgressAlsoOverBlocksThatAreSkipped) {
     StoredTable table(path(), layout, simpleMessages(30));
-    Reader reader(path());
     for (const bool backward : {false, true}) {
+        Reader reader(path());  // a new one, that has seen no block yet
         ToldProgress progress;
         Messages messages = reader.messages(direction(backward).uniformIds(1000, std::nullopt), progress.work());
         EXPECT_EQ(walkFault(messages, table, {}), "");

@@ -93,7 +93,8 @@ std::vector<std::int32_t> idsFromTo(std::int32_t first, std::int32_t last) {
 
 WatchedIterator::WatchedIterator(MessageTableIterator* iterator, bool skipsBlocks)
     : asked_(iterator->match), skipsBlocks_(skipsBlocks) {
-    iterator->match = {this, askBlock, askMessage};
+    iterator->match = {this, askBlock, askMessage, WatchedIterator::skipBlock};
+    iterator->asksKnown = iterator->asksKnown && skipsBlocks;
 }
 
 ErrorCode WatchedIterator::askBlock(void* owner, const BlockSummary& summary, Visit* answer) {
@@ -106,6 +107,13 @@ ErrorCode WatchedIterator::askBlock(void* owner, const BlockSummary& summary, Vi
         *answer = Visit::goOn;
     }
     return code;
+}
+
+void WatchedIterator::skipBlock(void* owner, std::int64_t) {
+    auto* self = static_cast<WatchedIterator*>(owner);
+    self->blocksAsked += 1;
+    self->blocksSkipped += 1;
+    self->blocksUnread += 1;
 }
 
 ErrorCode WatchedIterator::askMessage(void* owner, const MessageView& message, Visit* answer) {

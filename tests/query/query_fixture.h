@@ -55,10 +55,12 @@ class WatchedIterator {
 
     int blocksAsked = 0;
     int blocksSkipped = 0;  // or would have been
+    int blocksUnread = 0;   // of these, those that not even the footer was read of
     int messagesAsked = 0;
 
   private:
     static ErrorCode askBlock(void* owner, const BlockSummary& summary, Visit* answer);
+    static void skipBlock(void* owner, std::int64_t block);
     static ErrorCode askMessage(void* owner, const MessageView& message, Visit* answer);
 
     MessageVisitor asked_;  // the iterator's own
