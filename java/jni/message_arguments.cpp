@@ -10,12 +10,16 @@ namespace tabulo::internal {
 
 namespace {
 
-constexpr std::size_t KEPT_BUFFER = std::size_t{1024} * 1024;  // a buffer that one huge message has grown is given back
+constexpr std::size_t KEPT_BUFFER = std::size_t{1024} * 1024;
 constexpr jsize ASCII_PIECE = 1024;
 constexpr std::int64_t LONGEST_TEXT = std::numeric_limits<std::int32_t>::max() - 1;
 
+// The calling thread's buffer; what one huge message has made of it is given back by the next one.
 std::vector<char>& threadBuffer() {
     thread_local std::vector<char> buffer;
+    if (buffer.capacity() > KEPT_BUFFER) {
+        std::vector<char>().swap(buffer);
+    }
     return buffer;
 }
 
@@ -108,13 +112,27 @@ MessageMetadata messageMetadata_fromJava(JNIEnv* env, jint uniformId, jint seqNu
     return metadata;
 }
 
+ErrorCode frameBytes_fromJava(JNIEnv* env, const ByteRange& range, const char** bytes) {
+    if (range.array == nullptr) {
+        return NULL_POINTER_ERROR;
+    }
+    if (!isArrayRange(env, range.array, range.offset, range.length)) {
+        return JNI_ERROR;
+    }
+    std::vector<char>& buffer = threadBuffer();
+    const auto length = static_cast<std::size_t>(range.length);
+    if (buffer.size() <= length) {  // never empty: a null buffer is an error to who takes it
+        buffer.resize(std::max(length + 1, 2 * buffer.size()));
+    }
+    env->GetByteArrayRegion(range.array, range.offset, range.length, reinterpret_cast<jbyte*>(buffer.data()));
+    *bytes = buffer.data();
+    return NO_ERROR;  // the range lies in its array: nothing can have been thrown
+}
+
 StringSlots stringSlots_begin(JNIEnv* env) noexcept {
     StringSlots slots;
     slots.env = env;
     slots.buffer = &threadBuffer();
-    if (slots.buffer->capacity() > KEPT_BUFFER) {
-        std::vector<char>().swap(*slots.buffer);
-    }
     return slots;
 }
 

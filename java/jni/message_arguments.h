@@ -29,6 +29,10 @@ MessageMetadata messageMetadata_fromJava(JNIEnv* env, jint uniformId, jint seqNu
                                          jlong timestamp, jchar msgTypeChar, jstring msgType, jboolean isPossDupFlag,
                                          jboolean isOutOfSequence) noexcept;
 
+// Copies an encoded frame: *bytes stand, and are never null, until the thread copies the next one or begins string
+// slots. NULL_POINTER_ERROR without an array; JNI_ERROR for a range that does not lie in it. Throws std::bad_alloc.
+ErrorCode frameBytes_fromJava(JNIEnv* env, const ByteRange& range, const char** bytes);
+
 // String slots under construction. Slots are added in the order of the message's string fields and are usable after
 // stringSlots_finish, until the next stringSlots_begin of the same thread.
 struct StringSlots {

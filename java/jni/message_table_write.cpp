@@ -91,16 +91,9 @@ ErrorCode writeWithBytes(JNIEnv* env, MessageTable* table, const MessageMetadata
 }
 
 ErrorCode writeRaw(JNIEnv* env, MessageTable* table, const ByteRange& frame) {
-    if (frame.array == nullptr) {
-        return NULL_POINTER_ERROR;
-    }
-    if (!isArrayRange(env, frame.array, frame.offset, frame.length)) {
-        return JNI_ERROR;
-    }
-    std::vector<char> bytes(static_cast<std::size_t>(frame.length) + 1);  // never empty: a null buffer is an error
-    env->GetByteArrayRegion(frame.array, frame.offset, frame.length, reinterpret_cast<jbyte*>(bytes.data()));
-    const ErrorCode code = checkJavaException(env);
-    return code == NO_ERROR ? mt_writeRawMessage(table, bytes.data(), frame.length) : code;
+    const char* bytes = nullptr;
+    const ErrorCode code = frameBytes_fromJava(env, frame, &bytes);
+    return code == NO_ERROR ? mt_writeRawMessage(table, bytes, frame.length) : code;
 }
 
 }  // namespace

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "tests/java/jni/embedded_jvm.h"
+#include "tests/support/allocation_failure.h"
 
 namespace tabulo::internal::test {
 namespace {
@@ -75,6 +76,34 @@ TEST_F(MessageArguments, SlotsPointAtTheirTextsHoweverLargeTheyGrew) {
     EXPECT_EQ(nullptr, strings.fields[4].text);
     EXPECT_STREQ("", strings.fields[5].text);
     EXPECT_EQ(1, strings.fields[5].length);
+}
+
+TEST_F(MessageArguments, AFrameIsCopiedIntoTheSameMemoryAsTheOneBefore) {
+    jbyteArray array = env->NewByteArray(3000);
+    const std::vector<jbyte> filled(3000, 'f');
+    env->SetByteArrayRegion(array, 0, 3000, filled.data());
+    const char* bytes = nullptr;
+    ASSERT_EQ(NO_ERROR, frameBytes_fromJava(env, {array, 0, 3000}, &bytes));
+    for (const jint length : {2000, 3000, 0}) {
+        const char* again = nullptr;
+        ErrorCode code = NO_ERROR;
+        bool allocated = false;
+        {
+            const AllocationFailure failure(1);
+            code = frameBytes_fromJava(env, {array, 3000 - length, length}, &again);
+            allocated = failure.happened();
+        }
+        EXPECT_EQ(NO_ERROR, code) << length;
+        EXPECT_FALSE(allocated) << length;
+        EXPECT_EQ(bytes, again);
+        const auto size = static_cast<std::size_t>(length);
+        EXPECT_EQ(std::string(size, 'f'), std::string(again, size));
+    }
+    EXPECT_EQ(NULL_POINTER_ERROR, frameBytes_fromJava(env, {nullptr, 0, 0}, &bytes));
+    for (const ByteRange range : {ByteRange{array, highest, highest}, ByteRange{array, 1, 3000},
+                                  ByteRange{array, -1, 1}, ByteRange{array, 0, -1}}) {
+        EXPECT_EQ(JNI_ERROR, frameBytes_fromJava(env, range, &bytes));
+    }
 }
 
 TEST_F(MessageArguments, ManyMessagesKeepNoLocalReferences) {
