@@ -1,10 +1,13 @@
-// Appending, store after store, in turn, several times: see append_turn.h.
+// Appending, store after store, in turn, several times: see append_turn.h; and a hundred encoded frames
+// with each call (append_frames.h).
 //
 //   append_benchmark [--results file] [--directory directory] [--messages n] [--turns n] [--stores name,name]
 #include <filesystem>
 #include <fstream>
+#include <string_view>
 #include <vector>
 
+#include "benchmarks/append_frames.h"
 #include "benchmarks/append_turn.h"
 #include "benchmarks/measure.h"
 #include "benchmarks/workload_check.h"
@@ -42,6 +45,10 @@ int main(int argc, char** argv) {
         for (const Store* store : options.stores) {
             appendTurn_run(*store, "append", "store", options.messages);
             std::filesystem::remove_all("store");
+            if (std::string_view(store->name) == "tabulo") {
+                appendFrames_run("store", options.messages);
+                std::filesystem::remove_all("store");
+            }
         }
     }
     options_finish(options);
