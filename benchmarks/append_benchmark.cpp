@@ -10,6 +10,7 @@
 #include "benchmarks/append_frames.h"
 #include "benchmarks/append_turn.h"
 #include "benchmarks/measure.h"
+#include "benchmarks/quiet_turn.h"
 #include "benchmarks/workload_check.h"
 
 namespace {
@@ -43,10 +44,10 @@ int main(int argc, char** argv) {
     warmUp(options.messages);
     for (std::int32_t turn = 0; turn < options.turns; ++turn) {
         for (const Store* store : options.stores) {
-            appendTurn_run(*store, "append", "store", options.messages);
+            quietTurn_run("append", store->name, [&] { appendTurn_run(*store, "append", "store", options.messages); });
             std::filesystem::remove_all("store");
             if (std::string_view(store->name) == "tabulo") {
-                appendFrames_run("store", options.messages);
+                quietTurn_run("append", "tabulo-frames", [&] { appendFrames_run("store", options.messages); });
                 std::filesystem::remove_all("store");
             }
         }

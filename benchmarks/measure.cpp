@@ -127,6 +127,18 @@ void result_write(const char* group, const std::string& subject, const std::stri
     }
 }
 
+std::int64_t results_mark() {
+    return results == nullptr ? 0 : ::lseek(::fileno(results), 0, SEEK_CUR);
+}
+
+void results_takeBack(std::int64_t mark) {
+    // Children write to the same file: what they have added has moved its place for this process, too.
+    if (results != nullptr &&
+        (::ftruncate(::fileno(results), mark) != 0 || ::lseek(::fileno(results), mark, SEEK_SET) < 0)) {
+        fail("results cannot be taken back");
+    }
+}
+
 void child_run(const std::function<void()>& work, bool killed) {
     const pid_t child = ::fork();
     if (child == 0) {

@@ -31,7 +31,10 @@ void results_open(const std::string& path);
 // {"group": "append", "subject": "raw", "metric": "rate", "unit": "messages/s", "value": 1}
 void result_add(const char* group, const std::string& subject, const std::string& metric, const char* unit,
                 double value);
-// The same without printing.
+// Where the results end now, and taking back what was added since.
+std::int64_t results_mark();
+void results_takeBack(std::int64_t mark);
+// The same as result_add without printing.
 void result_write(const char* group, const std::string& subject, const std::string& metric, const char* unit,
                   double value);
 

@@ -11,6 +11,7 @@
 
 #include "benchmarks/append_turn.h"
 #include "benchmarks/measure.h"
+#include "benchmarks/quiet_turn.h"
 
 namespace {
 
@@ -208,7 +209,7 @@ int main(int argc, char** argv) {
     }
     for (std::int32_t i = 0; i < options.turns; ++i) {
         for (const Store* store : options.stores) {
-            child_run([&] { turn(*store); });
+            quietTurn_run("read", store->name, [&] { child_run([&] { turn(*store); }); });
         }
     }
     options_finish(options);

@@ -10,7 +10,6 @@ import glob
 import json
 import os
 import platform
-import statistics
 import subprocess
 import sys
 
@@ -38,6 +37,9 @@ STORES = [
 ]
 
 
+MOST_FOREIGN = 5  # percent, as in quiet_turn.cpp
+
+
 class Results:
     """The figures of a run: values(group, subject, metric) in the order of the turns."""
 
@@ -60,7 +62,12 @@ class Results:
 
     def median(self, group, subject, metric):
         values = self.values(group, subject, metric)
-        return statistics.median(values) if values else None
+        return targets.Turns(values) if values else None
+
+    def mark(self, group, subject):
+        """What a row bears when others took a noticeable part of the machine in most of its turns."""
+        share = self.median("foreign", f"{group} {subject}", "share")
+        return " †" if share is not None and share > MOST_FOREIGN else ""
 
     def subjects(self, group):
         found = []
@@ -79,7 +86,11 @@ def number(value, digits=None):
 
 
 def scaled(value, divisor, digits=None):
-    return number(None if value is None else value / divisor, digits)
+    """A median in another unit, with its spread."""
+    if value is None:
+        return "-"
+    spread = f" ±{value.spread():.0f}%" if isinstance(value, targets.Turns) and value.count > 1 else ""
+    return number(value / divisor, digits) + spread
 
 
 def table(head, rows, alignment="---:"):
@@ -97,7 +108,7 @@ def append_rows(results):
         def of(metric, store=name):
             return results.median("append", store, metric)
         disk = results.median("fill", name, "disk") or of("disk")
-        yield [title, scaled(of("rate"), 1000, 0), scaled(of("p50"), 1000, 2), scaled(of("p99"), 1000, 2),
+        yield [title + results.mark("append", name), scaled(of("rate"), 1000, 0), scaled(of("p50"), 1000, 2), scaled(of("p99"), 1000, 2),
                scaled(of("p99.9"), 1000, 1), scaled(of("max"), 1e6, 1), number(disk, 0),
                scaled(of("memory"), 1024 * 1024, 1)]
 
@@ -108,10 +119,10 @@ def read_rows(results):
             continue
         def of(metric, store=name):
             return results.median("read", store, metric)
-        yield [title, scaled(of("scan forward"), 1e6, 2), scaled(of("scan backward"), 1e6, 2),
-               number(of("sequence range")), number(of("time range")), number(of("ClOrdID present")),
-               number(of("ClOrdID absent")), number(of("last 1000")), number(of("open and close")),
-               number(results.median("fill", name, "open after kill"))]
+        yield [title + results.mark("read", name), scaled(of("scan forward"), 1e6, 2),
+               scaled(of("scan backward"), 1e6, 2), scaled(of("sequence range"), 1), scaled(of("time range"), 1),
+               scaled(of("ClOrdID present"), 1), scaled(of("ClOrdID absent"), 1), scaled(of("last 1000"), 1),
+               scaled(of("open and close"), 1), scaled(results.median("fill", name, "open after kill"), 1)]
 
 
 def delay_rows(results):
@@ -201,6 +212,16 @@ def report(results, build, plot_name):
     yield ""
     yield from table(["what", "to reach", "measured", "met"], targets.rows(results), "---")
     yield ""
+    if results.subjects("instructions"):
+        yield "## Instructions"
+        yield ""
+        yield ("Counted by callgrind, in the library and what it calls, without the system's own. They hardly change from"
+               " run to run: a difference to the last report comes from the code or the compiler.")
+        yield ""
+        yield from table(["step", "instructions a message"],
+                         ([step, number(results.median("instructions", step, "a message"), 0)]
+                          for step in results.subjects("instructions")))
+        yield ""
     yield "## Appending"
     yield ""
     yield (f"{number(append_messages, 0)} orders a turn, medians of {number(results.median('setting', 'append', 'turns'), 0)}"
@@ -233,16 +254,6 @@ def report(results, build, plot_name):
                f" the list of {setting('tables')} tables of 1,500 orders.")
         yield ""
         yield from table(["", "raw M/s", "ndjson M/s", "csv M/s", "verify M/s", "tail -n 50", "ls"], command_rows(results))
-    if results.subjects("instructions"):
-        yield ""
-        yield "## Instructions"
-        yield ""
-        yield ("Counted by callgrind, in the library and what it calls, without the system's own. They hardly change from"
-               " run to run: a difference to the last report comes from the code or the compiler.")
-        yield ""
-        yield from table(["step", "instructions a message"],
-                         ([step, number(results.median("instructions", step, "a message"), 0)]
-                          for step in results.subjects("instructions")))
     if results.micro:
         yield ""
         yield "## Small steps"
