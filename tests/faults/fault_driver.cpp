@@ -184,6 +184,7 @@ void Comparison::verifyOnce(ScenarioRun& run, const std::map<std::string, Bytes>
 void Comparison::run(const std::optional<Fault>& fault, Outcome* outcome) {
     ScenarioRun run;
     run.removalsFail = fault && (fault->way == Way::everythingFromThenOn || fault->call == FileCall::remove);
+    run.truncatesFail = fault && fault->way == Way::everythingFromThenOn;
     scenario_.prepare(run);
     {
         FaultPlatform platform;
@@ -245,8 +246,11 @@ void Comparison::compare(const Fault& fault, const Outcome& outcome) const {
                                 (refused && contains(step.operation->consequences, step.code));
         EXPECT_TRUE(legitimate) << name << " must not answer " << step.code << ", " << getErrorMessage(step.code);
         if (!refused && fault.way != Way::everythingFromThenOn) {
-            EXPECT_TRUE(contains(refusalsOf(fault.call), step.code))
+            EXPECT_TRUE(contains(refusalsOf(fault.call, *step.operation), step.code))
                 << name << " answers " << step.code << ", " << getErrorMessage(step.code) << ", to this fault";
+        }
+        if (step.systemText && (!refused || !step.systemText->empty())) {
+            EXPECT_EQ(*step.systemText, std::strerror(fault.error)) << name << " tells another cause";
         }
         EXPECT_TRUE(step.answer.size() <= whole.size() &&
                     std::equal(step.answer.begin(), step.answer.end(), whole.begin()))

@@ -7,6 +7,7 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <optional>
 #include <ostream>
 #include <string>
 #include <vector>
@@ -29,6 +30,8 @@ struct Step {
     const Operation* operation;
     ErrorCode code;
     Answer answer;
+    // The system's words in the Error of an operation of the public API that failed.
+    std::optional<std::string> systemText = {};
 };
 
 // One run of a scenario, in a directory of its own.
@@ -36,6 +39,7 @@ struct ScenarioRun {
     struct Written {
         Message message;
         bool acknowledged;
+        bool mayBeThere = true;  // when it was not acknowledged
     };
     struct ValuesWritten {
         Values values;
@@ -48,6 +52,7 @@ struct ScenarioRun {
     std::vector<Written> written;               // messages, in the order in which they were given to the table
     std::vector<ValuesWritten> sessionWritten;  // as above
     bool removalsFail = false;                  // the fault hits these too
+    bool truncatesFail = false;                 // and these, behind others
 
     std::string path() const { return directory.file(shape.name); }
     std::string root() const { return directory.root(); }
@@ -107,11 +112,23 @@ ScenarioStep placed(const TableImage& image);
 // messages, a close, and a reader that finds everything in both directions.
 void expectTableGoesOn(ScenarioRun& run, const std::vector<Message>& base);
 
+// Expects that the table opens for writing and holds one of each value's possible contents: that of the last
+// acknowledged write or of a later one that failed; before the first, the stored one. Then writes on and reads.
+ScenarioStep sessionGoesOnWith(const Values& stored);
+// Where a run keeps its session info table.
+std::string sessionPath(const ScenarioRun& run);
+// Places the file of a session info table with the values 11 to 16, with `bytes` more (or less) at its end.
+ScenarioStep sessionFile(std::ptrdiff_t bytes);
+
 // The table of scenarios.
 std::vector<FaultScenario> lifecycleScenarios();
 std::vector<FaultScenario> recoveryScenarios();
 std::vector<FaultScenario> readingScenarios();
 std::vector<FaultScenario> watchScenarios();
 std::vector<FaultScenario> sessionScenarios();
+std::vector<FaultScenario> apiReadingScenarios();
+std::vector<FaultScenario> apiWritingScenarios();
+std::vector<FaultScenario> apiFollowingScenarios();
+std::vector<FaultScenario> apiDamageScenarios();
 
 }  // namespace tabulo::internal::test

@@ -14,6 +14,7 @@ struct Operation {
     std::vector<ErrorCode> refusals;
     // ... and when an operation before it has failed.
     std::vector<ErrorCode> consequences = {};
+    bool commits = false;  // on demand: then it is FILE_FLUSH_ERROR that the disk has refused
 };
 
 // Message tables. Opening for writing recovers a table, which writes to it and saves what it cuts.
@@ -52,7 +53,10 @@ inline const Operation SESSION_WRITE{
 
 // What the first operation that a failed call reaches may make of it; of a copy that cannot be written or committed,
 // FILE_WRITE_ERROR. An operation that hides its cause says NULL_POINTER_ERROR.
-inline std::vector<ErrorCode> refusalsOf(FileCall call) {
+inline std::vector<ErrorCode> refusalsOf(FileCall call, const Operation& operation) {
+    if (operation.commits && (call == FileCall::sync || call == FileCall::syncDirectory)) {
+        return {FILE_FLUSH_ERROR};
+    }
     switch (call) {
         case FileCall::open:
         case FileCall::lock:

@@ -10,7 +10,8 @@ namespace {
 
 std::vector<FaultScenario> allScenarios() {
     std::vector<FaultScenario> all;
-    for (auto scenarios : {lifecycleScenarios, recoveryScenarios, readingScenarios, watchScenarios, sessionScenarios}) {
+    for (auto scenarios : {lifecycleScenarios, recoveryScenarios, readingScenarios, watchScenarios, sessionScenarios,
+                           apiReadingScenarios, apiWritingScenarios, apiFollowingScenarios, apiDamageScenarios}) {
         const std::vector<FaultScenario> some = scenarios();
         all.insert(all.end(), some.begin(), some.end());
     }

@@ -18,10 +18,6 @@ const Values LATER = {21, 22, 23, 24, 25, 26};
 const Values LAST = {31, 32, 33, 34, 35, 36};
 const Values ZEROS = {0, 0, 0, 0, 0, 0};
 
-std::string sessionPath(const ScenarioRun& run) {
-    return run.directory.file("session");
-}
-
 SessionInfoTablePtr createSessionTable(const std::string& root) {
     KSVTboTableConfig* config = tableConfig_create("session", 1);
     EXPECT_EQ(tableConfig_setPath(config, 0, root.c_str()), NO_ERROR);
@@ -44,18 +40,6 @@ Values readValues(SessionInfoTable* table) {
     Values values(TAG_COUNT);
     EXPECT_EQ(si_read(table, TAG_COUNT, TAGS, values.data()), NO_ERROR);
     return values;
-}
-
-// The stored values' file, with `bytes` more (or less) at its end.
-ScenarioStep sessionFile(std::ptrdiff_t bytes) {
-    return [bytes](ScenarioRun& run) {
-        SessionInfoTablePtr table = openSessionTable(run.root(), OpenMode::create);
-        EXPECT_EQ(writeValues(table.get(), STORED), NO_ERROR);
-        table.reset();
-        Bytes file = readFile(sessionPath(run));
-        file.resize(static_cast<std::size_t>(static_cast<std::ptrdiff_t>(file.size()) + bytes), 0x55);
-        writeFile(sessionPath(run), file);
-    };
 }
 
 void noFile(ScenarioRun&) {
@@ -122,7 +106,24 @@ void expectValues(const ScenarioRun& run, const Values& stored, const Values& fo
     }
 }
 
-ScenarioStep goesOnWith(const Values& stored) {
+}  // namespace
+
+std::string sessionPath(const ScenarioRun& run) {
+    return run.directory.file("session");
+}
+
+ScenarioStep sessionFile(std::ptrdiff_t bytes) {
+    return [bytes](ScenarioRun& run) {
+        SessionInfoTablePtr table = openSessionTable(run.root(), OpenMode::create);
+        EXPECT_EQ(writeValues(table.get(), STORED), NO_ERROR);
+        table.reset();
+        Bytes file = readFile(sessionPath(run));
+        file.resize(static_cast<std::size_t>(static_cast<std::ptrdiff_t>(file.size()) + bytes), 0x55);
+        writeFile(sessionPath(run), file);
+    };
+}
+
+ScenarioStep sessionGoesOnWith(const Values& stored) {
     return [stored](ScenarioRun& run) {
         SessionInfoTablePtr table = openSessionTable(run.root(), OpenMode::write);
         if (table == nullptr) {
@@ -139,22 +140,22 @@ ScenarioStep goesOnWith(const Values& stored) {
     };
 }
 
-}  // namespace
-
 std::vector<FaultScenario> sessionScenarios() {
     const auto wholeFile = sessionFile(0);
     const Values cut = {11, 12, 0, 0, 0, 0};
     return {
-        {"CreateASessionTable", noFile, opensAndWrites(SESSION_CREATE, OpenMode::create), goesOnWith(ZEROS)},
-        {"OpenAMissingSessionTable", noFile, opensAndWrites(SESSION_CREATE, OpenMode::write), goesOnWith(ZEROS)},
-        {"WriteSessionValues", wholeFile, opensAndWrites(SESSION_OPEN, OpenMode::write), goesOnWith(STORED)},
-        {"WriteSessionValuesOfAReader", wholeFile, opensAndWrites(SESSION_OPEN, OpenMode::read), goesOnWith(STORED)},
-        {"ReadSessionValuesAsAReader", wholeFile, opensAndReads(OpenMode::read), goesOnWith(STORED)},
-        {"ReadSessionValuesAsTheWriter", wholeFile, opensAndReads(OpenMode::write), goesOnWith(STORED)},
-        {"RecoverCutSessionValues", sessionFile(-28), opensAndWrites(SESSION_OPEN, OpenMode::write), goesOnWith(cut)},
+        {"CreateASessionTable", noFile, opensAndWrites(SESSION_CREATE, OpenMode::create), sessionGoesOnWith(ZEROS)},
+        {"OpenAMissingSessionTable", noFile, opensAndWrites(SESSION_CREATE, OpenMode::write), sessionGoesOnWith(ZEROS)},
+        {"WriteSessionValues", wholeFile, opensAndWrites(SESSION_OPEN, OpenMode::write), sessionGoesOnWith(STORED)},
+        {"WriteSessionValuesOfAReader", wholeFile, opensAndWrites(SESSION_OPEN, OpenMode::read),
+         sessionGoesOnWith(STORED)},
+        {"ReadSessionValuesAsAReader", wholeFile, opensAndReads(OpenMode::read), sessionGoesOnWith(STORED)},
+        {"ReadSessionValuesAsTheWriter", wholeFile, opensAndReads(OpenMode::write), sessionGoesOnWith(STORED)},
+        {"RecoverCutSessionValues", sessionFile(-28), opensAndWrites(SESSION_OPEN, OpenMode::write),
+         sessionGoesOnWith(cut)},
         {"RecoverGarbageBehindSessionValues", sessionFile(8), opensAndWrites(SESSION_OPEN, OpenMode::write),
-         goesOnWith(STORED)},
-        {"DropSessionValues", wholeFile, drops, goesOnWith(STORED)},
+         sessionGoesOnWith(STORED)},
+        {"DropSessionValues", wholeFile, drops, sessionGoesOnWith(STORED)},
     };
 }
 
