@@ -34,22 +34,35 @@ constexpr std::array<std::uint32_t, 11> SHARED_FILE_SYSTEMS = {
     NFS_SUPER_MAGIC,  SMB_SUPER_MAGIC, SMB2_SUPER_MAGIC, CIFS_SUPER_MAGIC,  AFS_SUPER_MAGIC, AFS_FS_MAGIC,
     CEPH_SUPER_MAGIC, V9FS_MAGIC,      FUSE_SUPER_MAGIC, OCFS2_SUPER_MAGIC, GFS2_MAGIC};
 
+// Closes a descriptor that is only read, also when there is no memory for what it gives.
+struct ReadDescriptor {
+    explicit ReadDescriptor(int opened) noexcept : number(opened) {}
+    ~ReadDescriptor() {
+        if (number >= 0) {
+            (void)::close(number);
+        }
+    }
+    ReadDescriptor(const ReadDescriptor&) = delete;
+    ReadDescriptor& operator=(const ReadDescriptor&) = delete;
+
+    const int number;
+};
+
 bool readWhole(const char* path, std::string* content) {
-    const int descriptor = ::open(path, O_RDONLY | O_CLOEXEC);
-    if (descriptor < 0) {
+    const ReadDescriptor descriptor(::open(path, O_RDONLY | O_CLOEXEC));
+    if (descriptor.number < 0) {
         return false;
     }
     content->clear();
     std::array<char, 65536> piece;
     ssize_t count = 0;
-    while ((count = ::read(descriptor, piece.data(), piece.size())) != 0) {
+    while ((count = ::read(descriptor.number, piece.data(), piece.size())) != 0) {
         if (count > 0) {
             content->append(piece.data(), static_cast<std::size_t>(count));
         } else if (errno != EINTR) {
             break;
         }
     }
-    (void)::close(descriptor);  // it was only read
     return count == 0;
 }
 
