@@ -4,10 +4,10 @@
 #include <charconv>
 #include <filesystem>
 #include <string>
-#include <system_error>
 #include <vector>
 
 #include "api/call.h"
+#include "storage/file_platform.h"
 #include "tabulo/table_info.h"
 
 namespace tabulo {
@@ -40,21 +40,19 @@ std::vector<std::filesystem::path> cutFilesOf(const std::filesystem::path& path)
     const std::filesystem::path folder = path.has_parent_path() ? path.parent_path() : std::filesystem::path(".");
     const std::string table = path.filename().string();
     std::vector<std::pair<std::pair<std::int64_t, std::int64_t>, std::filesystem::path>> found;
-    std::error_code error;
-    std::filesystem::directory_iterator entry(folder, error);
-    while (!error && entry != std::filesystem::directory_iterator()) {
-        const std::filesystem::path name = entry->path().filename();
-        if (const auto numbers = api::cutFile_parseName(name.string(), table)) {
-            found.emplace_back(*numbers, path.has_parent_path() ? path.parent_path() / name : name);
-        }
-        entry.increment(error);
-    }
-    if (error) {
+    std::vector<std::string> names;
+    const internal::SystemError error = internal::filePlatform_list(folder.c_str(), &names);
+    if (error.failed()) {
         Error::Details details;
         details.code = Code::fileOpen;
         details.path = folder;
-        details.systemText = error.message();
+        details.systemText = internal::filePlatform_errorText(error);
         throw Error(std::move(details));
+    }
+    for (const std::string& name : names) {
+        if (const auto numbers = api::cutFile_parseName(name, table)) {
+            found.emplace_back(*numbers, path.parent_path() / name);
+        }
     }
     std::sort(found.begin(), found.end());
     std::vector<std::filesystem::path> files;

@@ -7,6 +7,8 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <string>
+#include <vector>
 
 #include "core/system_error.h"
 
@@ -55,6 +57,9 @@ const FilePlatform* filePlatform_install(const FilePlatform* platform) noexcept;
 // The record of the operating system.
 const FilePlatform& filePlatform_system() noexcept;
 
+// Adds the names of a folder's entries, in no order. Throws std::bad_alloc, where the standard library's own iterator
+// over a folder would end the process.
+SystemError filePlatform_list(const char* folder, std::vector<std::string>* names);
 // The system's text for an error number.
 const char* filePlatform_errorText(SystemError error) noexcept;
 // True for the error number of a lock that somebody else holds, and of a disk or a quota that is full.

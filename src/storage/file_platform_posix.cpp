@@ -1,3 +1,4 @@
+#include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -7,6 +8,7 @@
 #include <climits>
 #include <cstring>
 #include <ctime>
+#include <memory>
 
 #include "storage/file_platform_posix.h"
 
@@ -128,6 +130,19 @@ const FilePlatform* filePlatform_install(const FilePlatform* platform) noexcept 
     const FilePlatform* previous = &filePlatform();
     installedPlatform = platform;
     return previous;
+}
+
+SystemError filePlatform_list(const char* folder, std::vector<std::string>* names) {
+    const std::unique_ptr<DIR, int (*)(DIR*)> entries(::opendir(folder), &::closedir);
+    if (entries == nullptr) {
+        return errno;
+    }
+    errno = 0;  // readdir leaves it at the end
+    while (const dirent* entry = ::readdir(entries.get())) {
+        names->emplace_back(entry->d_name);
+        errno = 0;
+    }
+    return errno;
 }
 
 const char* filePlatform_errorText(SystemError error) noexcept {
