@@ -15,6 +15,8 @@ namespace api {
 namespace {
 
 constexpr std::int64_t LONGEST_FRAME = std::numeric_limits<std::int32_t>::max();
+// Texts of this size fit into a stream, which asks for half as much again at most when it grows.
+constexpr std::size_t TEXTS_THAT_FIT = std::size_t{1} << 30;
 
 std::int64_t storedLength(const Text& text) {
     return text.has_value() ? static_cast<std::int64_t>(text->size()) + 1 : 0;
@@ -121,6 +123,11 @@ void MessageEncoder::take(const Message& message, const internal::MessageTableLa
     }
 }
 
+internal::ErrorCode MessageEncoder::causeOf(internal::ErrorCode code) const noexcept {
+    const bool fits = used_ <= TEXTS_THAT_FIT;
+    return code == internal::STREAM_EXTENSION_ERROR && fits ? internal::OUT_OF_MEMORY_ERROR : code;
+}
+
 }  // namespace api
 
 void encode(const Message& message, const Layout& layout, std::vector<std::byte>& frames) {
@@ -130,7 +137,7 @@ void encode(const Message& message, const Layout& layout, std::vector<std::byte>
     const internal::ByteStreamPtr stream(internal::byteStream_create(1024));
     const internal::ErrorCode code =
         stream == nullptr ? internal::OUT_OF_MEMORY_ERROR : internal::mfr_encodeMessage(encoder.view(), stream.get());
-    api::Call().check(code);
+    api::Call().check(encoder.causeOf(code));
     const auto* bytes = reinterpret_cast<const std::byte*>(internal::byteStream_buffer(stream.get()));
     frames.insert(frames.end(), bytes, bytes + internal::byteStream_writeMark(stream.get()));
 }

@@ -55,6 +55,9 @@ class MessageEncoder {
     void take(const Message& message, const internal::MessageTableLayout& layout);
     // The message that was taken last, valid until the next one is.
     internal::MessageView view() const noexcept { return internal::message_view(message_, layout_); }
+    // Why storing that message has failed with this code: a stream that cannot grow says streamExtension, also where
+    // it had no memory.
+    internal::ErrorCode causeOf(internal::ErrorCode code) const noexcept;
 
   private:
     void putText(const Text& text, internal::StringField* field);

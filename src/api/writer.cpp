@@ -148,7 +148,7 @@ void Writer::append(const Message& message) {
     state.encoder.take(message, state.numbers);
     internal::MessageTable* table = state.table.get();
     const std::int64_t before = internal::mt_dataEnd(table);
-    const internal::ErrorCode code = internal::mt_writeMessage(table, state.encoder.view());
+    const internal::ErrorCode code = state.encoder.causeOf(internal::mt_writeMessage(table, state.encoder.view()));
     if (code != internal::NO_ERROR) {
         const bool stored = internal::mt_dataEnd(table) != before;
         call.fail(code, std::nullopt, {}, stored ? 1 : 0);

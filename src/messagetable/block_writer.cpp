@@ -1,5 +1,7 @@
 #include "messagetable/block_writer.h"
 
+#include <algorithm>
+#include <cstring>
 #include <new>
 
 #include "core/log.h"
@@ -267,6 +269,27 @@ ErrorCode blockWriter_checkFrames(const MessageTableLayout& layout, std::span<co
         *offset += static_cast<std::size_t>(decoded.frameLength);
     }
     return NO_ERROR;
+}
+
+ErrorCode blockWriter_makeRoom(BlockWriter* writer, std::span<const std::uint8_t> frames) noexcept {
+    std::int64_t largest = 0;
+    std::int64_t bytes = 0;  // of one block's frames that go through the stream
+    std::int32_t messages = writer->summary.messageCount;
+    while (!frames.empty()) {
+        std::uint32_t length = 0;
+        std::memcpy(&length, frames.data(), sizeof(length));
+        bytes += length >= static_cast<std::uint32_t>(LARGE_FRAME) ? 0 : std::int64_t{length};
+        largest = std::max(largest, bytes);
+        messages += 1;
+        if (messages >= writer->layout.messagesPerBlock) {
+            messages = 0;
+            bytes = 0;
+        }
+        frames = frames.subspan(length);
+    }
+    const std::int64_t room = BLOCK_LENGTH_SIZE + std::min(largest, LARGEST_BATCH) + writer->footerSize;
+    (void)byteStream_makeRoom(writer->stream.get(), static_cast<std::int32_t>(room));  // the stream keeps its error
+    return byteStream_error(writer->stream.get());
 }
 
 }  // namespace tabulo::internal

@@ -80,5 +80,8 @@ ErrorCode blockWriter_writeFrames(BlockWriter* writer, std::span<const std::uint
 // first that is not, with *offset at it.
 ErrorCode blockWriter_checkFrames(const MessageTableLayout& layout, std::span<const std::uint8_t> frames,
                                   std::size_t* offset) noexcept;
+// Makes the room that the largest of the writes takes which such frames come to, so that memory cannot end between two
+// of them. OUT_OF_MEMORY_ERROR.
+ErrorCode blockWriter_makeRoom(BlockWriter* writer, std::span<const std::uint8_t> frames) noexcept;
 
 }  // namespace tabulo::internal

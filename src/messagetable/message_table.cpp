@@ -281,6 +281,9 @@ ErrorCode mt_writeRawMessages(MessageTable* table, std::span<const std::uint8_t>
     if (code == NO_ERROR && isOpenedReadOnly(table)) {
         code = READ_ONLY_ERROR;
     }
+    if (code == NO_ERROR) {
+        code = blockWriter_makeRoom(table->writer.get(), frames);
+    }
     while (code == NO_ERROR && !frames.empty()) {
         std::int32_t count = 0;
         std::size_t taken = 0;
