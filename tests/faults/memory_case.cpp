@@ -71,6 +71,7 @@ bool expectSurvives(const MemoryCase& one, const Undisturbed& undisturbed, std::
         EXPECT_TRUE(happened) << "it fails with memory: " << getErrorMessage(code);
         EXPECT_EQ(code, one.refusal) << getErrorMessage(code);
         EXPECT_FALSE(stage.halfChanged) << "it has changed something and then failed";
+        EXPECT_FALSE(stage.misnamed) << "its Error names another file";
         EXPECT_TRUE(answer.startsLike(undisturbed.answer)) << "it delivers something wrong before it fails";
         if (one.leaves == Leaves::filesAsTheyWere) {
             EXPECT_TRUE(filesOf(stage) == before) << "it has changed files and then failed";

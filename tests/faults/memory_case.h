@@ -35,6 +35,9 @@ struct Digests {
     bool startsLike(const Digests& whole) const;
 };
 
+// Of the public API (memory_api_case.h).
+struct ApiObjects;
+
 // Everything that a case may need. Members that an operation makes are taken down by the stage.
 struct MemoryStage {
     MemoryStage() = default;
@@ -57,11 +60,13 @@ struct MemoryStage {
     MessageTablePtr secondTable;
     MessageTableIteratorPtr iterator;
     MessageWatcher* watcher = nullptr;
+    std::shared_ptr<ApiObjects> api;
     std::vector<Message> messages;
     std::vector<MessageFields> fields;  // of `messages`, in the form that a write takes
     Bytes bytes;
     std::int32_t lastId = 0;
     bool halfChanged = false;  // an operation that failed has changed what it should have left
+    bool misnamed = false;     // an Error has named a file that it is not about
     Digests delivered;         // over both attempts, of operations that go on where they stopped
 };
 
@@ -84,6 +89,8 @@ std::vector<MemoryCase> sessionCases();
 std::vector<MemoryCase> tableCases();
 std::vector<MemoryCase> readingCases();
 std::vector<MemoryCase> queryCases();
+std::vector<MemoryCase> apiReadingCases();
+std::vector<MemoryCase> apiWritingCases();
 
 // Lets the operation's allocations fail: each alone, and each with all behind it. What is wrong fails the test. The
 // result is the number of allocations that failed.

@@ -10,7 +10,8 @@ namespace {
 
 std::vector<MemoryCase> allCases() {
     std::vector<MemoryCase> all;
-    for (auto cases : {streamAndFileCases, sessionCases, tableCases, readingCases, queryCases}) {
+    for (auto cases :
+         {streamAndFileCases, sessionCases, tableCases, readingCases, queryCases, apiReadingCases, apiWritingCases}) {
         const std::vector<MemoryCase> some = cases();
         all.insert(all.end(), some.begin(), some.end());
     }
