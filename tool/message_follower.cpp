@@ -59,7 +59,7 @@ void MessageFollower::select(Table* table, Selection selection, const Layout& la
 
 void MessageFollower::run(bool once) {
     try {
-        while (isAnyLeft()) {
+        while (goesOn()) {
             Console::checkInterrupt();
             lookForNewTables();
             const bool isWaiting = !isUnsettled_ && !once;
@@ -152,8 +152,9 @@ void MessageFollower::leaveOut(Table* table, std::string_view why) {
     console_.warn(why);
 }
 
-bool MessageFollower::isAnyLeft() const {
-    return std::any_of(tables_.begin(), tables_.end(), [](const Table& table) { return !table.isOut; });
+bool MessageFollower::goesOn() const {
+    const bool isAwaiting = newTables_.has_value() && source_.readers().empty() && tables_.empty();
+    return isAwaiting || std::any_of(tables_.begin(), tables_.end(), [](const Table& table) { return !table.isOut; });
 }
 
 void MessageFollower::onMessage(const FollowEvent& event) {

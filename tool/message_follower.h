@@ -56,7 +56,8 @@ class MessageFollower {
     bool addNew(const std::filesystem::path& path, bool isLastTry);
     void leaveOut(Table* table, std::string_view why);
     void beginOutput();
-    bool isAnyLeft() const;
+    // Whether there is a table left, or none has come yet.
+    bool goesOn() const;
     void tellRepeat(const MessageView& message);
 
     Console& console_;

@@ -61,11 +61,12 @@ void declareSource(CLI::App& app, SourceOptions* options) {
     declareSelection(app, &options->selection);
 }
 
-MessageSource::MessageSource(Console& console, const SourceOptions& options, const SourceTimes& times)
+MessageSource::MessageSource(Console& console, const SourceOptions& options, const SourceTimes& times, NoTables none)
     : console_(console),
       options_(options),
       merge_(mergeNamed(options.merge)),
-      readers_(openTables(console, expandPaths(console, options.files))),
+      readers_(none == NoTables::awaited ? openTablesThere(console, expandPaths(console, options.files))
+                                         : openTables(console, expandPaths(console, options.files))),
       flushed_(std::chrono::steady_clock::now()) {
     const SelectionOptions& selection = options.selection;
     const bool needsTimes = times.areShown || !selection.since.empty() || !selection.until.empty();
@@ -84,6 +85,13 @@ MessageSource::MessageSource(Console& console, const SourceOptions& options, con
                 throw;
             }
             throw UsageError(fmt::format("{}: {}", shownPath(reader.path()), error.what()));
+        }
+    }
+    if (readers_.empty()) {
+        try {
+            (void)selectionFor(Layout());
+        } catch (const UsageError& error) {
+            throw UsageError(fmt::format("there is no table yet: {}", error.what()));
         }
     }
 }

@@ -31,6 +31,9 @@ struct SourceTimes {
     bool countFromNow = false;  // else from the newest message
 };
 
+// What it is to find no table at all.
+enum class NoTables { refused, awaited };
+
 // A stretch of a table's file; without an end, to where the data ends when it is begun.
 struct Stretch {
     std::optional<Position> from{};
@@ -39,8 +42,10 @@ struct Stretch {
 
 class MessageSource {
   public:
-    // Opens the tables and makes the selection ready for each. The errors of expandPaths, openTables, makeSelection.
-    MessageSource(Console& console, const SourceOptions& options, const SourceTimes& times);
+    // Opens the tables and makes the selection ready for each. The errors of expandPaths, openTables, makeSelection;
+    // where tables are awaited, a selection that needs to know their fields is an error, too.
+    MessageSource(Console& console, const SourceOptions& options, const SourceTimes& times,
+                  NoTables none = NoTables::refused);
 
     std::vector<Reader>& readers() noexcept { return readers_; }
     const Times& times() const noexcept { return *times_; }

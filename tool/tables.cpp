@@ -140,7 +140,7 @@ void skipOrThrow(Console& console, const NamedFile& file) {
     }
 }
 
-std::vector<Reader> openTables(Console& console, const std::vector<NamedFile>& files) {
+std::vector<Reader> openTablesThere(Console& console, const std::vector<NamedFile>& files) {
     allowOpenFiles(files.size());
     std::vector<Reader> readers;
     for (const NamedFile& file : files) {
@@ -154,6 +154,11 @@ std::vector<Reader> openTables(Console& console, const std::vector<NamedFile>& f
             }
         }
     }
+    return readers;
+}
+
+std::vector<Reader> openTables(Console& console, const std::vector<NamedFile>& files) {
+    std::vector<Reader> readers = openTablesThere(console, files);
     if (readers.empty()) {
         throw Failure("there is no message table to read");
     }

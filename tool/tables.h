@@ -32,6 +32,7 @@ class NewTables {
     // Of the arguments those that are folders; the files that they hold now are not new.
     explicit NewTables(const std::vector<std::string>& arguments);
 
+    bool watchesFolders() const noexcept { return !folders_.empty(); }
     // What has come since, by name, each time that it is asked until it is known.
     std::vector<std::filesystem::path> look() const;
     void know(const std::filesystem::path& path) { known_.insert(path); }
@@ -51,7 +52,9 @@ void skipOrThrow(Console& console, const NamedFile& file);
 
 // The message tables among them, open for reading. A foreign or an unreadable file is named and skipped (Console::warn)
 // when it was found in a folder, and ends the command when it was named itself. A session info table ends the command
-// when it was named; a folder's ones are left out without a word. Failure when no table is left.
+// when it was named; a folder's ones are left out without a word. There may be none.
+std::vector<Reader> openTablesThere(Console& console, const std::vector<NamedFile>& files);
+// The same, and Failure when there is none.
 std::vector<Reader> openTables(Console& console, const std::vector<NamedFile>& files);
 
 // The table's file in a sentence or a row: its path as it was given, escaped.

@@ -178,6 +178,38 @@ TEST_F(TailTest, ATableThatIsAddedToAFolderIsFollowedFromItsFirstMessage) {
     EXPECT_EQ(printed({folder, "--state", file("state")}), range(8, 8));
 }
 
+TEST_F(TailTest, AFolderThatIsEmptyAtFirstIsFollowedWhenTablesAreAdded) {
+    std::filesystem::create_directory(file("tables"));
+    const std::string folder = file("tables");
+    LiveCommand process = follow({folder, "--state", file("state"), "--type", "D,8"});
+    ASSERT_TRUE(process.awaitErrors("there is no table yet")) << process.errors();
+    makeFile("tables/notes", "no table");
+    makeSession("tables/session");
+    Writer first = create("tables/first");
+    append(&first, 1, 2);
+    ASSERT_TRUE(process.awaitLines(2)) << process.errors();
+    Writer second = create("tables/second");
+    append(&second, 3, 4);
+    ASSERT_TRUE(process.awaitLines(4)) << process.errors();
+    append(&first, 5, 5);
+    ASSERT_TRUE(process.awaitLines(5)) << process.errors();
+    EXPECT_EQ(uidsOf(process.output()), range(1, 5));
+    EXPECT_EQ(process.interrupt(), 130);
+    append(&second, 6, 6);
+    std::filesystem::remove(file("tables/notes"));
+    EXPECT_EQ(printed({folder, "--state", file("state")}), range(6, 6));
+}
+
+TEST_F(TailTest, AnEmptyFolderIsRefusedWhenItIsNotFollowedOrAFieldIsAskedFor) {
+    std::filesystem::create_directory(file("tables"));
+    const ProgramResult once = run({"tail", "tables"});
+    EXPECT_EQ(once.status, 1);
+    EXPECT_NE(once.errors.find("there is no message table to read"), std::string::npos) << once.errors;
+    const ProgramResult field = run({"tail", "-f", "tables", "--where", "Symbol=ACME"});
+    EXPECT_EQ(field.status, 2);
+    EXPECT_NE(field.errors.find("there is no table yet: "), std::string::npos) << field.errors;
+}
+
 TEST_F(TailTest, ATableThatIsAddedShowsTheNamesOfAllInTheTextFormat) {
     std::filesystem::create_directory(file("tables"));
     Writer first = create("tables/first");

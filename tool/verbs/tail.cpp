@@ -125,9 +125,14 @@ void run(Console& console, const TailOptions& options) {
         before = readTailState(options.state);
     }
     NewTables newTables(options.source.files);  // what comes from now on
-    MessageSource source(console, options.source, {.areShown = showsTimes(format), .countFromNow = options.follow});
+    MessageSource source(console, options.source, {.areShown = showsTimes(format), .countFromNow = options.follow},
+                         options.follow && newTables.watchesFolders() ? NoTables::awaited : NoTables::refused);
     MessageOutput output(console, options.printing, source.names());
-    output.begin(source.times(), source.layouts());
+    if (source.readers().empty()) {
+        console.say("there is no table yet: those that are added to the folder are followed");
+    } else {
+        output.begin(source.times(), source.layouts());
+    }
     if (!options.follow && options.state.empty()) {
         printLast(source, output, options.count, {});
         return;
