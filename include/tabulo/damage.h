@@ -116,7 +116,8 @@ struct SalvageResult {
 //
 // Writes nothing and takes no lock. wrongParameter for a cut file whose name does not end in ".cut-<offset>", with or
 // without a number behind it; fileOpen for one that is missing; the errors of a Reader when the header is lost and no
-// layout is given; vseek when the table is cut meanwhile; what the sink throws. Memory as verify, for each file.
+// layout is given; vseek when the table is cut meanwhile; what the sink throws. An Error about a cut file names that
+// file. Memory as verify, for each file.
 SalvageResult salvage(const std::filesystem::path& path, const SalvageSink& sink, const SalvageOptions& options = {},
                       const Work& work = {});
 

@@ -37,14 +37,17 @@ bool mayBeSystems(internal::ErrorCode code) {
 
 }  // namespace
 
-Call::Call(const std::filesystem::path* path) noexcept : path_(path), outer_(innermost), gatherer_(addTo, this) {
+Call::Call(const std::filesystem::path* path) noexcept : path_(path), outer_(innermost) {
+    gatherer_.emplace(addTo, this);
     log_becomeQuiet();
     innermost = this;
     internal::systemError_clear();
 }
 
 Call::~Call() {
-    innermost = outer_;
+    if (whole_ == nullptr) {
+        innermost = outer_;
+    }
 }
 
 void Call::addWarning(std::string_view line) {
@@ -67,7 +70,7 @@ void Call::fail(internal::ErrorCode code, std::optional<std::int64_t> offset, st
     if (error.failed() && mayBeSystems(code)) {
         details.systemText = internal::filePlatform_errorText(error);
     }
-    details.warnings = warnings_;
+    details.warnings = warnings();
     details.stored = stored;
     throw Error(std::move(details));
 }

@@ -21,6 +21,10 @@ class Call {
     // A call that concerns no file, or one; the path must outlive the call.
     Call() noexcept : Call(nullptr) {}
     explicit Call(const std::filesystem::path& path) noexcept : Call(&path) {}
+    // A part of a call that concerns another file: its Errors name that one. Both arguments must outlive it, in
+    // whatever order such parts go.
+    Call(const Call& whole, const std::filesystem::path& path) noexcept
+        : path_(&path), outer_(nullptr), whole_(&whole) {}
     ~Call();
     Call(const Call&) = delete;
     Call& operator=(const Call&) = delete;
@@ -35,7 +39,9 @@ class Call {
     [[noreturn]] void fail(internal::ErrorCode code, std::optional<std::int64_t> offset = std::nullopt,
                            std::string detail = {}, std::int64_t stored = 0) const;
 
-    const std::vector<std::string>& warnings() const noexcept { return warnings_; }
+    const std::vector<std::string>& warnings() const noexcept {
+        return whole_ == nullptr ? warnings_ : whole_->warnings_;
+    }
     void addWarning(std::string_view line);
 
   private:
@@ -43,7 +49,8 @@ class Call {
 
     const std::filesystem::path* path_;
     Call* outer_;
-    internal::WarningGatherer gatherer_;
+    const Call* whole_ = nullptr;  // this one is a part of
+    std::optional<internal::WarningGatherer> gatherer_;
     std::vector<std::string> warnings_;
 };
 

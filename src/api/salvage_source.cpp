@@ -24,10 +24,11 @@ FileHandle openHere(const std::filesystem::path& path) {
 SalvageSource::SalvageSource(const Call& call, std::filesystem::path path, std::optional<std::int64_t> base,
                              std::int64_t headerEnd, std::shared_ptr<const TableState> state, const WorkMeter& meter)
     : path_(std::move(path)),
+      call_(call, path_),
       isCutFile_(base.has_value()),
       base_(base.value_or(0)),
       state_(std::move(state)),
-      table_(call, openHere(path_), state_->layout, headerEnd - base_),
+      table_(call_, openHere(path_), state_->layout, headerEnd - base_),
       frames_(table_, meter),
       blocks_(table_, frames_, meter) {
 }

@@ -81,6 +81,7 @@ class SalvageSource {
     bool sameBytes(std::int64_t begin, std::int64_t end, SalvageSource& other);
 
     std::filesystem::path path_;
+    Call call_;  // what fails here is about this file
     bool isCutFile_;
     std::int64_t base_;
     std::shared_ptr<const TableState> state_;

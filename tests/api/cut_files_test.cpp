@@ -2,16 +2,22 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cerrno>
+#include <set>
 
 #include "tabulo/writer.h"
 #include "tests/api/damaged_table.h"
+#include "tests/support/fault_platform.h"
 #include "tests/support/test_run.h"
 
 namespace tabulo::test {
 namespace {
 
+using internal::test::FaultPlatform;
+using internal::test::FileCall;
 using internal::test::patchFile;
 using internal::test::pattern;
+using internal::test::RecordedCall;
 using internal::test::writeFile;
 
 class ApiSalvageCutFiles : public TableTest {
@@ -55,6 +61,41 @@ TEST_F(ApiSalvageCutFiles, GiveWhatStandsInThemInTheOrderOfTheTable) {
     EXPECT_EQ(salvaged.messages[3].file, cutFile(damaged));
     EXPECT_EQ(salvaged.messages[3].position.offset, static_cast<std::int64_t>(plan().frames[4].begin));
     EXPECT_EQ(salvaged.messages[3].ordinal, -1);
+}
+
+TEST_F(ApiSalvageCutFiles, AreNamedWhenItIsTheyThatCannotBeRead) {
+    layout = ordersLayout(100);
+    make(9);
+    damageFrame(6);
+    recover(11, 12);
+    std::vector<std::filesystem::path> files;  // of each read, where it was made when all files were open
+    {
+        FaultPlatform platform;
+        SalvageSink sink;
+        sink.message = [&](const MessageView&, const std::filesystem::path&) {
+            files.clear();
+            for (const RecordedCall& call : platform.calls()) {
+                if (call.call == FileCall::readAt) {
+                    files.push_back(std::filesystem::read_symlink("/proc/self/fd/" + std::to_string(call.descriptor)));
+                } else if (call.call == FileCall::open) {
+                    std::fill(files.begin(), files.end(), std::filesystem::path());
+                }
+            }
+        };
+        salvage(path(), sink);
+    }
+    std::set<std::filesystem::path> named;
+    for (std::size_t i = 0; i < files.size(); ++i) {
+        FaultPlatform platform;
+        platform.failNth(FileCall::readAt, static_cast<int>(i) + 1, EIO);
+        const Error error = errorOf([&] { salvage(path(), {}); });
+        EXPECT_EQ(error.name(), codeName(Code::fileRead)) << error.what();
+        if (!files[i].empty()) {
+            EXPECT_EQ(error.path(), files[i]) << "read " << i + 1;
+            named.insert(files[i]);
+        }
+    }
+    EXPECT_EQ(named, (std::set<std::filesystem::path>{path(), cutFile(plan().frames[5].begin)}));
 }
 
 TEST_F(ApiSalvageCutFiles, GiveMessagesThatOthersHaveTakenThePlaceOf) {

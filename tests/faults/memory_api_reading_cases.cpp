@@ -137,6 +137,52 @@ ErrorCode queries(MemoryStage& stage, Digests* answer) {
     return code == NO_ERROR ? walk(stage, answer, *query) : code;
 }
 
+// A walk into damage, which is told again by who asks again. An Error that there is no memory for comes later.
+template <bool backward>
+ErrorCode walksIntoDamage(MemoryStage& stage, Digests* answer) {
+    const ErrorCode code = attempt(stage, [&](ApiObjects& api) {
+        if (!api.messages) {
+            api.messages.emplace(api.reader->messages(backward ? Query().backward() : Query()));
+        }
+        while (stage.attempts < 2) {
+            try {
+                const tabulo::MessageView* message = api.messages->next();
+                stage.delivered.add(message == nullptr ? std::string_view("the end") : bytesOf(*message));
+                stage.attempts += message == nullptr ? 1 : 0;
+            } catch (const Error& error) {
+                if (error.code() == Code::outOfMemory) {
+                    throw;
+                }
+                stage.delivered.add(static_cast<std::int64_t>(error.code()));
+                stage.delivered.add(error.offset().value_or(-1));
+                stage.attempts += 1;
+            }
+        }
+    });
+    *answer = stage.delivered;
+    return code;
+}
+
+ErrorCode stepsIntoDamage(MemoryStage& stage, Digests* answer) {
+    return attempt(stage, [&](ApiObjects& api) {
+        Blocks blocks = api.reader->blocks();
+        for (int times = 0; times < 2;) {
+            try {
+                const BlockRecord* block = blocks.next();
+                answer->add(block == nullptr ? -1 : block->offset);
+                times += block == nullptr ? 1 : 0;
+            } catch (const Error& error) {
+                if (error.code() == Code::outOfMemory) {
+                    throw;
+                }
+                answer->add(static_cast<std::int64_t>(error.code()));
+                answer->add(error.offset().value_or(-1));
+                times += 1;
+            }
+        }
+    });
+}
+
 ErrorCode copiesAndMatches(MemoryStage& stage, Digests* answer) {
     return attempt(stage, [&](ApiObjects& api) {
         const Matcher matcher(Query().seqNums(2, 7).text("Symbol", TextCondition::anyOf({"f2-3", "f2-6"})), api.layout);
@@ -245,6 +291,9 @@ std::vector<MemoryCase> apiReadingCases() {
         {"ApiWalkForward", read(stored), walks<false>},
         {"ApiWalkBackward", read(stored), walks<true>},
         {"ApiQuery", read(stored), queries},
+        {"ApiWalkIntoDamage", read(damaged), walksIntoDamage<false>},
+        {"ApiWalkBackwardIntoDamage", read(damaged), walksIntoDamage<true>},
+        {"ApiStepIntoDamage", read(damaged), stepsIntoDamage},
         {"ApiCopyAndMatch", read(stored), copiesAndMatches},
         {"ApiStepThroughBlocks", read(stored), stepsThroughBlocks},
         {"ApiVerifyADamagedTable", placedFor(damaged), verifies},
