@@ -1,10 +1,9 @@
 #include "query/iterator_step.h"
 
 #include <algorithm>
-#include <optional>
 
 #include "messagetable/known_blocks.h"
-#include "query/match.h"
+#include "query/known_pass.h"
 
 namespace tabulo::internal {
 
@@ -64,63 +63,6 @@ ErrorCode matchMessage(MessageTableIterator* iterator, bool* end) {
         iterator->match.owner, message_view(iterator->current, iterator->reader->layout), &answer);
     *end = answer != Visit::stop;
     return code;
-}
-
-// Passing fewer blocks takes as many reads as asking each.
-constexpr std::size_t SHORTEST_PASS = 3;
-
-bool isRuledOut(MessageTableIterator* iterator, const KnownBlock& block) {
-    knownBlock_summarise(block, &iterator->knownSummary);
-    return !query_blockMayMatch(*iterator->conditions, iterator->knownSummary, iterator->reader->layout);
-}
-
-void leaveUnread(MessageTableIterator* iterator, const KnownBlock& block) {
-    if (iterator->match.onSkipped != nullptr) {
-        iterator->match.onSkipped(iterator->match.owner, block.start);
-    }
-}
-
-// Moves a walk forward over the blocks in front of it that are known not to match.
-void passKnownForward(MessageTableIterator* iterator, TableFile* file) {
-    KnownBlocks& known = mt_knownBlocks(iterator->table);
-    const std::optional<std::size_t> first = known.beginningAt(iterator->cursor.position);
-    if (!first.has_value()) {
-        return;
-    }
-    std::size_t behind = *first;
-    while (behind < known.count() && known.at(behind).start + BLOCK_LENGTH_SIZE < iterator->end &&
-           isRuledOut(iterator, known.at(behind))) {
-        ++behind;
-    }
-    if (behind - *first < SHORTEST_PASS || !known.confirm(iterator->reader.get(), file)) {
-        return;
-    }
-    for (std::size_t i = *first; i < behind; ++i) {
-        leaveUnread(iterator, known.at(i));
-    }
-    iterator->cursor.position = known.at(behind - 1).end;
-}
-
-// The same for a walk backward: the block at hand becomes the last one that was passed.
-void passKnownBackward(MessageTableIterator* iterator, TableFile* file) {
-    KnownBlocks& known = mt_knownBlocks(iterator->table);
-    Block& block = iterator->cursor.block;
-    const std::optional<std::size_t> last = known.endingAt(block.start);
-    if (!last.has_value()) {
-        return;
-    }
-    std::size_t first = *last + 1;
-    while (first > 0 && known.at(first - 1).start >= firstBlock(iterator) &&
-           isRuledOut(iterator, known.at(first - 1))) {
-        --first;
-    }
-    if (*last + 1 - first < SHORTEST_PASS || !known.confirm(iterator->reader.get(), file)) {
-        return;
-    }
-    for (std::size_t i = *last + 1; i > first; --i) {
-        leaveUnread(iterator, known.at(i - 1));
-    }
-    block.start = known.at(first).start;
 }
 
 void enterBlock(MessageTableIterator* iterator, const FrameCursor& frames) {
@@ -306,7 +248,7 @@ ErrorCode startBackward(MessageTableIterator* iterator, TableFile* file) {
 // To the block that the walk begins with, or to the one before the block at hand; the iterator is done at the header.
 ErrorCode stepBack(MessageTableIterator* iterator, TableFile* file) {
     if (iterator->asksKnown && iterator->place != IteratorPlace::beforeStart) {
-        passKnownBackward(iterator, file);
+        knownPass_backward(iterator, file, firstBlock(iterator));
     }
     const BlockCursor before = iterator->cursor;
     ErrorCode code = NO_ERROR;
@@ -360,7 +302,7 @@ ErrorCode iteratorStep_forward(MessageTableIterator* iterator, TableFile* file, 
     for (;;) {
         if (iterator->place != IteratorPlace::inBlock) {
             if (iterator->asksKnown) {
-                passKnownForward(iterator, file);
+                knownPass_forward(iterator, file);
             }
             if (iterator->cursor.position + BLOCK_LENGTH_SIZE >= iterator->end) {
                 iterator->place = IteratorPlace::done;

@@ -1,0 +1,68 @@
+#include "query/known_pass.h"
+
+#include <optional>
+
+#include "messagetable/known_blocks.h"
+#include "query/match.h"
+
+namespace tabulo::internal {
+
+namespace {
+
+// Passing fewer blocks takes as many reads as asking each.
+constexpr std::size_t SHORTEST_PASS = 3;
+
+bool isRuledOut(MessageTableIterator* iterator, const KnownBlock& block) {
+    knownBlock_summarise(block, &iterator->knownSummary);
+    return !query_blockMayMatch(*iterator->conditions, iterator->knownSummary, iterator->reader->layout);
+}
+
+void leaveUnread(MessageTableIterator* iterator, const KnownBlock& block) {
+    if (iterator->match.onSkipped != nullptr) {
+        iterator->match.onSkipped(iterator->match.owner, block.start);
+    }
+}
+
+}  // namespace
+
+void knownPass_forward(MessageTableIterator* iterator, TableFile* file) noexcept {
+    KnownBlocks& known = mt_knownBlocks(iterator->table);
+    const std::optional<std::size_t> first = known.beginningAt(iterator->cursor.position);
+    if (!first.has_value()) {
+        return;
+    }
+    std::size_t behind = *first;
+    while (behind < known.count() && known.at(behind).start + BLOCK_LENGTH_SIZE < iterator->end &&
+           isRuledOut(iterator, known.at(behind))) {
+        ++behind;
+    }
+    if (behind - *first < SHORTEST_PASS || !known.confirm(iterator->reader.get(), file)) {
+        return;
+    }
+    for (std::size_t i = *first; i < behind; ++i) {
+        leaveUnread(iterator, known.at(i));
+    }
+    iterator->cursor.position = known.at(behind - 1).end;
+}
+
+void knownPass_backward(MessageTableIterator* iterator, TableFile* file, std::int64_t firstBlock) noexcept {
+    KnownBlocks& known = mt_knownBlocks(iterator->table);
+    Block& block = iterator->cursor.block;
+    const std::optional<std::size_t> last = known.endingAt(block.start);
+    if (!last.has_value()) {
+        return;
+    }
+    std::size_t first = *last + 1;
+    while (first > 0 && known.at(first - 1).start >= firstBlock && isRuledOut(iterator, known.at(first - 1))) {
+        --first;
+    }
+    if (*last + 1 - first < SHORTEST_PASS || !known.confirm(iterator->reader.get(), file)) {
+        return;
+    }
+    for (std::size_t i = *last + 1; i > first; --i) {
+        leaveUnread(iterator, known.at(i - 1));
+    }
+    block.start = known.at(first).start;
+}
+
+}  // namespace tabulo::internal
