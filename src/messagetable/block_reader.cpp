@@ -128,7 +128,6 @@ bool lengthWord_isTorn(std::int64_t offset, std::uint64_t word, std::uint64_t le
 
 ErrorCode blockReader_readWord(TableFile* file, std::int64_t offset, std::uint64_t* word) noexcept {
     std::int64_t count = 0;
-    *word = 0;
     const ErrorCode code = tableFileReadAt(file, offset, word, BLOCK_LENGTH_SIZE, &count);
     if (code != NO_ERROR) {
         return code;

@@ -32,7 +32,6 @@ ErrorCode writeHeader(void* owner, KSVByteStream* stream) {
     MessageTable* table = tableOf(owner);
     const ErrorCode code = mtX_writeHeader(table->header, stream, &table->records);
     mfr_resetAll(table->writer.get());
-    table->view.loaded = false;
     return code;
 }
 
@@ -42,7 +41,6 @@ ErrorCode assign(MessageTable* table, ErrorCode code, const LoadedTable& loaded)
         return code;
     }
     table->records = loaded.records;
-    table->view.loaded = false;
     if (loaded.openBlock != nullptr) {
         blockSummary_copy(&table->writer->summary, loaded.openBlock->summary);
     }

@@ -188,7 +188,6 @@ ErrorCode tsX_openReplica(TableStorage* storage, TableFile** file, const char* p
 }
 
 ErrorCode tsX_open(TableStorage* storage, OpenMode mode) noexcept {
-    storage->activeCount = 0;
     storage->openings += 1;
     std::int64_t masterSize = 0;
     ErrorCode code = NO_ERROR;

@@ -379,5 +379,20 @@ TEST_F(BlockCursors, AnOpenBlockThatWasClosedSinceItWasReadIsClosedAtTheSecondLo
     EXPECT_EQ(cursor.position, static_cast<std::int64_t>(places.dataEnd));
 }
 
+TEST_F(BlockCursors, AnOpenBlockOfWhichTheLengthWordIsLeftIsEmptyAtTheSecondLookAndWithoutTheWordItIsGone) {
+    const TableMap places = map(7);
+    const Bytes whole = unclosedImage(shape, simpleMessages(1, 7, shape));
+    read(whole);
+    ASSERT_EQ(next(places.openBlockStart, OpenBlocks::scanned).messageCount, 3);
+    place(cutAt(whole, places.openBlockStart + 8));
+    ASSERT_EQ(blockCursor_refresh(&cursor, file), NO_ERROR);
+    EXPECT_EQ(cursor.block.state, BlockState::open);
+    EXPECT_EQ(cursor.block.messageCount, 0);
+    EXPECT_EQ(cursor.block.framesEnd, static_cast<std::int64_t>(places.openBlockStart) + 8);
+    place(cutAt(whole, places.openBlockStart + 7));
+    ASSERT_EQ(blockCursor_refresh(&cursor, file), NO_ERROR);
+    EXPECT_EQ(cursor.block.state, BlockState::gone);
+}
+
 }  // namespace
 }  // namespace tabulo::internal::test

@@ -2,11 +2,13 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cerrno>
 
 #include "messagetable/message_lookup.h"
 #include "messagetable/message_read.h"
 #include "tests/messagetable/table_image.h"
 #include "tests/messagetable/walk_record.h"
+#include "tests/support/fault_platform.h"
 
 namespace tabulo::internal::test {
 namespace {
@@ -67,6 +69,28 @@ TEST_F(DamagedView, IsNoneWhereFramesOfSuchABlockAreDamagedToo) {
             WalkRecord record;
             EXPECT_NE(readBackward({2, 9, 13}, &record), NO_ERROR);
         }
+    }
+}
+
+TEST_F(DamagedView, OfABlockWithADamagedLengthWordIsAReadErrorWhateverCannotBeRead) {
+    Bytes bytes = whole;
+    putU64(&bytes, places.openBlockStart, 1);
+    int reads = 0;
+    {
+        read(bytes);
+        FaultPlatform platform;
+        std::int32_t id = -1;
+        EXPECT_EQ(lastUniformId(&id), NO_ERROR);
+        EXPECT_EQ(id, LAST) << "its frames are read all the same";
+        reads = platform.count(FileCall::readAt);
+    }
+    for (int n = 1; n <= reads; ++n) {
+        read(bytes);
+        FaultPlatform platform;
+        platform.failNth(FileCall::readAt, n, EIO);
+        std::int32_t id = -1;
+        EXPECT_EQ(lastUniformId(&id), FILE_READ_ERROR) << "read " << n << " of " << reads;
+        EXPECT_EQ(id, -1);
     }
 }
 

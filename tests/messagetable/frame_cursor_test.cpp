@@ -291,5 +291,21 @@ TEST_F(FrameCursors, StepThroughFramesBeyondTwoGibibytes) {
     EXPECT_EQ(decoded.metadata.uniformId, 3);
 }
 
+TEST_F(FrameCursors, ARefusedReadOfALongFrameIsAReadErrorBackwardToo) {
+    Message longMessage = simpleMessage(1, shape);
+    longMessage.strings[2] = std::string(1000, 'x');
+    readFrames(frameOf(longMessage));
+    FrameCursor cursor = backward(64);
+    DecodedMessage decoded;
+    for (int n = 1; n <= 2; ++n) {
+        FaultPlatform platform;
+        platform.failNth(FileCall::readAt, n, EIO);
+        EXPECT_EQ(frameCursor_previous(&cursor, &decoded), FILE_READ_ERROR) << "read " << n;
+        EXPECT_EQ(cursor.position, end) << "read " << n;
+    }
+    ASSERT_EQ(frameCursor_previous(&cursor, &decoded), NO_ERROR);
+    EXPECT_EQ(messageOf(decoded, shape), longMessage);
+}
+
 }  // namespace
 }  // namespace tabulo::internal::test

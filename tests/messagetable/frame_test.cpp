@@ -163,6 +163,24 @@ TEST(FrameEncoding, AFrameBeyondTheLargestInt32IsAnExtensionError) {
     EXPECT_EQ(mfr_encodeMessage({metadata, fields, {}}, stream.get()), STREAM_EXTENSION_ERROR);
 }
 
+TEST(FrameEncoding, AFrameOfTheLargestInt32IsAskedRoomForAndNoLargerOne) {
+    static std::int32_t asked = 0;
+    const MessageMetadata metadata;
+    std::array<StringField, 4> fields{};
+    for (const std::int32_t surplus : {0, 1}) {
+        KSVByteStream stream;
+        byteStream_init(&stream, nullptr, 0);
+        stream.extend = [](KSVByteStream*, std::int32_t extraBytes) {
+            asked = extraBytes;
+            return false;
+        };
+        asked = 0;
+        fields[0] = {"", std::numeric_limits<std::int32_t>::max() - static_cast<std::int32_t>(BARE_FRAME) + surplus};
+        EXPECT_EQ(mfr_encodeMessage({metadata, fields, {}}, &stream), STREAM_EXTENSION_ERROR);
+        EXPECT_EQ(asked, surplus == 0 ? std::numeric_limits<std::int32_t>::max() : 0);
+    }
+}
+
 TEST(FrameDecoding, GivesBackWhatWasEncodedAndLeavesTheMarkBehindTheFrame) {
     const TableShape shape = widestShape();
     Message message = simpleMessage(7, shape);

@@ -71,14 +71,16 @@ class HeaderSection : public MessageTableTest {
         return reading;
     }
     // mtX_verify itself over the file's present bytes.
-    ErrorCode verify() {
+    ErrorCode verify() { return verifyOf(fileBytes().size()); }
+    // The same with so many of them in the stream.
+    ErrorCode verifyOf(std::size_t streamed) {
         table.reset();
         table = createTable(directory.root(), shape);
         Bytes bytes = fileBytes();
         table->storage->headerSize = static_cast<std::int32_t>(u32At(bytes, 15));
         KSVByteStream stream;
         byteStream_init(&stream, bytes.data(), static_cast<std::int32_t>(bytes.size()));
-        byteStream_resetWrite(&stream, static_cast<std::int32_t>(bytes.size()));
+        byteStream_resetWrite(&stream, static_cast<std::int32_t>(streamed));
         TableFile* file = nullptr;
         EXPECT_EQ(tableFileOpen(&file, path().c_str(), OpenMode::read, nullptr), NO_ERROR);
         const ErrorCode code = mtX_verify({table->header, table->storage.get()}, file, &stream, 19, &records);
@@ -186,6 +188,12 @@ TEST_F(HeaderSection, WithNothingBehindTheGenericHeaderIsAFileSizeError) {
     bytes.resize(19);
     writeFile(path(), bytes);
     EXPECT_EQ(verify(), FILE_SIZE_ERROR);
+}
+
+TEST_F(HeaderSection, BehindTheEndOfItsStreamIsAReadResetError) {
+    open(OpenMode::create);
+    EXPECT_EQ(verifyOf(18), STREAM_READ_RESET_ERROR);
+    EXPECT_EQ(verifyOf(19), STREAM_NOT_ENOUGH_DATA_ERROR);
 }
 
 TEST_F(HeaderSection, CutBeforeItsRecordsIsNotEnoughDataAndNotAnotherTableType) {

@@ -106,6 +106,24 @@ TEST_F(DroppedTable, ABackwardIteratorOfAnotherObjectThatHasNotBegunEndsWithoutA
     expectEnded(iterator.get());
 }
 
+TEST_F(DroppedTable, ByAnotherProcessEndsABackwardIteratorAlsoInTheMidstOfABlockThatIsReadInPieces) {
+    for (const std::int32_t messagesPerBlock : {2, 3}) {  // the block is closed, or open
+        SCOPED_TRACE(messagesPerBlock);
+        layout = layoutOf(messagesPerBlock);
+        create();
+        for (const std::int32_t n : {1, 2}) {
+            Message message = plain(n);
+            message.strings[2] = std::string(5'000'000, 'x');
+            write(message);
+        }
+        const MessageTablePtr reader = openReader();
+        const MessageTableIteratorPtr iterator = iterate(reader.get(), true);
+        ASSERT_EQ(nextId(iterator.get()), 2);
+        ASSERT_EQ(mt_drop(table.get()), NO_ERROR);
+        expectEnded(iterator.get());
+    }
+}
+
 TEST_F(DroppedTable, TheFileIsFetchedAtEveryStep) {
     create();
     writePlain(1, 5);

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "sessioninfo/session_info_file.h"
 #include "tests/sessioninfo/session_info_fixture.h"
 #include "tests/support/fault_platform.h"
 
@@ -196,6 +197,15 @@ TEST_F(SessionInfoValues, DroppingIsOneWriteCallAndReturnsWhatTheWriteReturns) {
     EXPECT_EQ(platform.count(FileCall::writeAt), 1);
     platform.failAll(FileCall::writeAt, EIO);
     EXPECT_EQ(si_drop(table.get()), FILE_FLUSH_ERROR);
+}
+
+TEST_F(SessionInfoValues, AFileThatIsOpenForReadingIsNotWritten) {
+    table.reset();
+    open(OpenMode::read);
+    const ByteStreamPtr stream(byteStream_create(0));
+    ASSERT_EQ(siX_serialise(table.get(), stream.get()), NO_ERROR);
+    EXPECT_EQ(siX_writeValues(table.get(), table->storage->files[0], stream.get()), READ_ONLY_ERROR);
+    EXPECT_EQ(fileValues(), start);
 }
 
 }  // namespace

@@ -1,4 +1,4 @@
-// Stands between the library and three system calls that a test cannot make fail, or see, by ordinary means.
+// Stands between the library and four system calls that a test cannot make fail, or see, by ordinary means.
 #pragma once
 
 namespace tabulo::internal::test {
@@ -8,6 +8,7 @@ struct SystemCalls {
     int dataSyncs = 0;    // calls of fdatasync
     int fullSyncs = 0;    // calls of fsync
     int lastSynced = -1;  // the descriptor of the last fdatasync
+    int emptyLists = 0;   // so many openings of the system's list of locks find nothing in it
 };
 
 extern SystemCalls systemCalls;

@@ -11,6 +11,7 @@
 
 #include "storage/table_file.h"
 #include "tests/storage/open_table_file.h"
+#include "tests/storage/system_calls.h"
 #include "tests/support/bytes.h"
 #include "tests/support/child_process.h"
 #include "tests/support/log_capture.h"
@@ -71,6 +72,16 @@ TEST_F(WriterPlatform, FindsAWriterUnderEveryNameOfTheFile) {
     ASSERT_EQ(::symlink(path.c_str(), link.c_str()), 0);
     const TableFilePtr writer = openTableFile(link, OpenMode::write);
     EXPECT_EQ(find(), WriterPresence::yes);
+}
+
+TEST_F(WriterPlatform, FindsAWriterThatTheListOfLocksMissesTwice) {
+    const SystemCallsGuard guard;
+    const TableFilePtr writer = openTableFile(path, OpenMode::write);
+    for (int missed = 0; missed <= 3; ++missed) {
+        systemCalls.emptyLists = missed;
+        EXPECT_EQ(find() == WriterPresence::yes, missed < 3) << "missed " << missed << " times";
+        EXPECT_EQ(systemCalls.emptyLists, 0) << "missed " << missed << " times";
+    }
 }
 
 TEST_F(WriterPlatform, FindsALockThatLivesOnInAForkedChild) {
