@@ -54,15 +54,21 @@ bool BlockHunt::isFooter(std::int64_t blockStart, std::int64_t footerEnd, std::i
         return false;
     }
     table_.call.check(code);
-    if (startIsKnown || (blockStart < 0 && hasFilters)) {
+    if (startIsKnown || agree || (blockStart < 0 && hasFilters)) {
         return true;
     }
     if (blockStart < 0) {
-        std::uint32_t last = 0;
-        return table_.bytes.get(footerStart - internal::FRAME_LENGTH_SIZE, &last) && last <= footerStart &&
-               frames_.frameAt(footerStart - std::int64_t{last}, footerStart) == last;
+        return endsFrame(footerStart);
     }
-    return agree || frames_.frameAt(blockStart + WORD, end) != 0;
+    // Without filters other bytes parse, too, and a number among them can lead to a frame by chance.
+    return frames_.frameAt(blockStart + WORD, end) != 0 &&
+           (hasFilters || endsFrame(footerStart) || beginsAt(footerEnd, end));
+}
+
+bool BlockHunt::endsFrame(std::int64_t offset) {
+    std::uint32_t length = 0;
+    return table_.bytes.get(offset - internal::FRAME_LENGTH_SIZE, &length) && length <= offset &&
+           frames_.frameAt(offset - std::int64_t{length}, offset) == length;
 }
 
 std::optional<FooterPlace> BlockHunt::footer(std::int64_t from, std::int64_t end, std::optional<std::int64_t> start,

@@ -11,7 +11,8 @@ namespace tabulo::api {
 
 // A block that its footer tells, by the length that it ends with: it leads back to a length word that says the same,
 // and the footer parses, or a frame stands behind the word, or a block begins behind the footer; or the footer parses,
-// and the length leads back to a frame behind a word, or to where the block is known to begin.
+// and the length leads back to a frame behind a word, or to where the block is known to begin. A footer without filters
+// that leads to such a frame also has a frame in front of it, or a block behind it.
 struct FooterPlace {
     std::int64_t blockStart = 0;
     std::int64_t end = 0;  // behind the footer
@@ -43,6 +44,8 @@ class BlockHunt {
 
   private:
     bool isFooter(std::int64_t blockStart, std::int64_t footerEnd, std::int64_t end, bool startIsKnown);
+    // True when a whole frame ends at `offset`.
+    bool endsFrame(std::int64_t offset);
     std::int64_t smallestBlock() const;
 
     RawTable& table_;

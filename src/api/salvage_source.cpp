@@ -57,8 +57,8 @@ void SalvageSource::beginCutFile(std::int64_t size) {
                 : position_;
     rest.firstIndex = -1;
     if (const auto found = blocks_.footer(from, size, std::nullopt, floor)) {
-        const bool isThisBlock = found->blockStart <= position_;
-        rest.begin = found->blockStart == position_ ? position_ + WORD : position_;
+        // A block that begins here is read as one: nothing is left in front of it.
+        const bool isThisBlock = found->blockStart < position_;
         rest.end = (isThisBlock ? found->end : found->blockStart) - table_.footerSize();
         rest.endIsKnown = true;
         if (isThisBlock) {

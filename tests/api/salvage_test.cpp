@@ -261,6 +261,9 @@ TEST_F(ApiSalvage, TakesTheGivenLayoutWhenTheHeaderIsLost) {
         const Salvaged salvaged = salvageAll(path(), {.layout = layout});
         EXPECT_EQ(salvaged.ids(), lost > plan().headerEnd ? upTo(10, {1}) : upTo(10)) << salvaged.text();
         EXPECT_EQ(salvaged.result.gaps, lost > plan().headerEnd ? 1 : 0) << salvaged.text();
+        for (const Salvaged::Item& item : salvaged.messages) {
+            EXPECT_EQ(item.ordinal, item.uniformId - 1) << "blocks begin behind the header: " << salvaged.text();
+        }
     }
     EXPECT_TABULO_ERROR(signature, static_cast<void>(salvageAll(path())));
 }

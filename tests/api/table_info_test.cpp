@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cerrno>
 #include <cstring>
 #include <fstream>
 
@@ -9,9 +10,13 @@
 #include "tabulo/writer.h"
 #include "tests/api/api_test.h"
 #include "tests/support/child_process.h"
+#include "tests/support/fault_platform.h"
 
 namespace tabulo::test {
 namespace {
+
+using internal::test::FaultPlatform;
+using internal::test::FileCall;
 
 using ApiInspect = TableTest;
 
@@ -147,6 +152,35 @@ TEST_F(ApiInspect, TellsOfDamageInTheOpenBlock) {
     EXPECT_EQ(info.lastUniformId, 5);
     EXPECT_EQ(info.lastTime, 5000);
     EXPECT_FALSE(info.closedCleanly);
+}
+
+TEST_F(ApiInspect, TellsAllThereIsToTellOrTheReadThatTheSystemRefuses) {
+    for (const std::int32_t messages : {7, 9}) {
+        std::filesystem::remove(path());
+        makeTable(path(), layout, messages);
+        FaultPlatform platform;
+        EXPECT_FALSE(inspect(path()).problem.has_value());
+        const int reads = platform.count(FileCall::readAt);
+        for (int n = 1; n <= reads; ++n) {
+            SCOPED_TRACE("read " + std::to_string(n) + " of " + std::to_string(reads));
+            platform.clear();
+            platform.failNth(FileCall::readAt, n, EIO);
+            try {
+                const TableInfo info = inspect(path());
+                if (info.problem.has_value()) {
+                    EXPECT_EQ(info.problem->code(), Code::fileRead);
+                    continue;
+                }
+                EXPECT_EQ(info.messageCount, messages);
+                EXPECT_EQ(info.firstTime, 1000);
+                EXPECT_EQ(info.lastTime, 1000 * messages);
+                EXPECT_EQ(info.lastUniformId, messages);
+            } catch (const Error& error) {
+                EXPECT_EQ(error.code(), Code::fileRead);
+                EXPECT_EQ(n, 1) << "all but the read that tells what kind of table it is";
+            }
+        }
+    }
 }
 
 TEST_F(ApiInspect, DoesNotBelieveAHeaderWhoseNumbersCannotBe) {

@@ -36,6 +36,17 @@ class ApiVerify : public TableTest {
         return verified.findings.empty() ? Finding{} : verified.findings[0];
     }
 
+    // Where the value begins of which the byte at `place` of a footer's two records is one.
+    static std::size_t rangeValue(std::size_t footer, std::size_t place) {
+        const std::size_t record = footer + (place - footer) / (36 + 18) * (36 + 18);
+        const std::size_t byte = place - record;
+        const std::size_t value = byte < 8    ? byte / 4 * 4  // sequence number, uniform id
+                                  : byte < 16 ? 8             // time
+                                  : byte < 36 ? byte / 4 * 4  // an id of each class
+                                              : 36 + (byte - 36) / 9 * 9;
+        return record + value;
+    }
+
     std::vector<std::vector<std::byte>> frames;
     Bytes sound;
 };
@@ -110,6 +121,9 @@ TEST_F(ApiVerify, FindsEveryByteOfAFooterThatIsNotWhatTheMessagesSay) {
             // An unknown type of a number is none that a footer has.
             EXPECT_TRUE(finding.kind == kind || (i < filters && finding.kind == FindingKind::footer))
                 << i - footer.begin << ": " << verified.text();
+            if (finding.kind == FindingKind::range) {
+                EXPECT_EQ(finding.offset, static_cast<std::int64_t>(rangeValue(footer.begin, i))) << verified.text();
+            }
         }
     }
 }

@@ -1,0 +1,45 @@
+// What salvaging takes for a message behind damage.
+#include <gtest/gtest.h>
+
+#include "tests/api/damaged_table.h"
+
+namespace tabulo::test {
+namespace {
+
+using internal::test::patchFile;
+
+class ApiFrameHunt : public TableTest {
+  protected:
+    // The frame of a message with this id that takes `length` bytes.
+    std::vector<std::byte> frameOf(std::int32_t id, std::size_t length) const {
+        std::vector<std::byte> frame;
+        encode({.uniformId = id, .wire = std::string_view()}, layout, frame);
+        const std::string text(length - frame.size(), 'x');
+        frame.clear();
+        encode({.uniformId = id, .wire = text}, layout, frame);
+        return frame;
+    }
+};
+
+TEST_F(ApiFrameHunt, FindsAMessageWhoseLengthStandsAcrossTheEndOfWhatIsReadAtOnce) {
+    constexpr std::size_t READ_AT_ONCE = 256 * 1024;
+    // The search begins behind the damaged message's first byte; the last place of a stretch at which a whole length
+    // stands is the fourth from its end.
+    constexpr std::size_t DAMAGED = 1 + READ_AT_ONCE - 3;
+    layout = ordersLayout(100);
+    // The three bytes of the larger length that are still in the stretch are those of no message's length.
+    for (const std::size_t length : {std::size_t{200}, (std::size_t{1} << 24) + 0x10}) {
+        SCOPED_TRACE(length);
+        const std::vector<std::vector<std::byte>> frames = {frameOf(1, DAMAGED), frameOf(2, length), frameOf(3, 200)};
+        std::filesystem::remove(path());
+        writeTable(path(), layout, frames);
+        const Stretch damaged = TablePlan(layout, frames).frames[0];
+        patchFile(path().string(), damaged.begin, Bytes(DAMAGED, 0));
+        const Salvaged salvaged = salvageAll(path());
+        EXPECT_EQ(salvaged.ids(), (std::vector<std::int32_t>{2, 3})) << salvaged.text();
+        EXPECT_EQ(salvaged.result.gapBytes, static_cast<std::int64_t>(DAMAGED));
+    }
+}
+
+}  // namespace
+}  // namespace tabulo::test
