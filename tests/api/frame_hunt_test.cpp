@@ -27,8 +27,8 @@ TEST_F(ApiFrameHunt, FindsAMessageWhoseLengthStandsAcrossTheEndOfWhatIsReadAtOnc
     // stands is the fourth from its end.
     constexpr std::size_t DAMAGED = 1 + READ_AT_ONCE - 3;
     layout = ordersLayout(100);
-    // The three bytes of the larger length that are still in the stretch are those of no message's length.
-    for (const std::size_t length : {std::size_t{200}, (std::size_t{1} << 24) + 0x10}) {
+    // Of the larger length only the last byte is not 0: without it no message is looked for.
+    for (const std::size_t length : {std::size_t{200}, std::size_t{1} << 24}) {
         SCOPED_TRACE(length);
         const std::vector<std::vector<std::byte>> frames = {frameOf(1, DAMAGED), frameOf(2, length), frameOf(3, 200)};
         std::filesystem::remove(path());
