@@ -237,6 +237,32 @@ class DrawingTest(unittest.TestCase):
         self.assertIsNone(waiting.next())
 
 
+class BrokenBuild:
+    """Every test of it fails."""
+
+    own_library = "own"
+
+    def run(self, place, library, tests, seed):
+        return fault_tests.Outcome(tests[0].name, "fails")
+
+
+class JudgingTest(unittest.TestCase):
+    def setUp(self):
+        self.run_ = fault_run.Run.__new__(fault_run.Run)
+        self.run_._seed = 1
+        self.run_._trusted = set()
+        self.run_._build = BrokenBuild()
+        self.groups = [[fault_tests.Test("tests_query", "T.fails", 1)]]
+
+    def test_a_test_that_fails_without_the_fault_ends_the_run(self):
+        with self.assertRaises(fault_tests.CleanRunFailed):
+            self.run_._run(None, self.groups, None, "with a fault")
+
+    def test_a_test_that_fails_in_the_build_that_has_a_headers_fault_has_noticed_it(self):
+        verdict = self.run_._run(None, self.groups, None, BrokenBuild.own_library)
+        self.assertEqual(fault_run.Verdict("noticed", "T.fails fails"), verdict)
+
+
 class OrderTest(unittest.TestCase):
     def test_quick_tests_come_first_and_among_them_those_of_the_folder(self):
         def test(program, milliseconds):
