@@ -21,7 +21,7 @@ ErrorCode readMessageTable(KSVByteStream* stream, StoredHeader* header) {
     }
     internal::MessageTableHeader stored;
     const bool hasLayout = internal::byteStream_unread(stream) >= internal::LAYOUT_SIZE;
-    const ErrorCode read = internal::mtLayout_read(&stored, stream);
+    const ErrorCode read = internal::mtLayout_read(&stored, stream, true);
     // An impossible layout is told before the names that it makes up run out of data.
     const ErrorCode checked = hasLayout ? internal::mtLayout_check(&stored.layout) : internal::NO_ERROR;
     if (checked != internal::NO_ERROR || read != internal::NO_ERROR) {

@@ -138,7 +138,7 @@ ErrorCode readLayout(KSVByteStream* stream, MessageTableHeader* stored) {
     }
     // An impossible layout is told before names that it makes up run out of data.
     const bool hasLayout = byteStream_unread(stream) >= LAYOUT_SIZE;
-    const ErrorCode read = mtLayout_read(stored, stream);
+    const ErrorCode read = mtLayout_read(stored, stream, true);
     const ErrorCode checked = hasLayout ? mtLayout_check(&stored->layout) : NO_ERROR;
     return checked != NO_ERROR ? checked : read;
 }
@@ -151,7 +151,7 @@ ErrorCode headerSection_skim(KSVByteStream* stream, std::int32_t offset, Message
         return byteStream_error(stream);
     }
     MessageTableHeader stored;
-    const ErrorCode code = mtLayout_read(&stored, stream);
+    const ErrorCode code = mtLayout_read(&stored, stream, false);
     *layout = stored.layout;
     return code == NO_ERROR ? headerTail_parse(stream, records) : code;
 }

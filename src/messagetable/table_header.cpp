@@ -20,7 +20,7 @@ void writeName(const FieldName& name, KSVByteStream* stream) {
     }
 }
 
-void readName(FieldName* name, KSVByteStream* stream) {
+void readName(FieldName* name, KSVByteStream* stream, bool keep) {
     std::uint32_t length = 0;
     byteStream_get(stream, &length);
     if (length > static_cast<std::uint32_t>(byteStream_unread(stream))) {
@@ -28,7 +28,7 @@ void readName(FieldName* name, KSVByteStream* stream) {
         return;
     }
     const auto* text = reinterpret_cast<const char*>(byteStream_readPointer(stream));
-    if (!byteStream_skip(stream, static_cast<std::int32_t>(length)).failed()) {
+    if (!byteStream_skip(stream, static_cast<std::int32_t>(length)).failed() && keep) {
         *name = {length == 0 ? nullptr : text, static_cast<std::int32_t>(length)};
     }
 }
@@ -84,7 +84,7 @@ ErrorCode mtLayout_write(const MessageTableHeader* header, KSVByteStream* stream
     return byteStream_error(stream);
 }
 
-ErrorCode mtLayout_read(MessageTableHeader* header, KSVByteStream* stream) noexcept {
+ErrorCode mtLayout_read(MessageTableHeader* header, KSVByteStream* stream, bool keepNames) noexcept {
     MessageTableLayout& layout = header->layout;
     byteStream_get(stream, &layout.messagesPerBlock);
     byteStream_get(stream, &layout.stringFieldCount);
@@ -94,10 +94,10 @@ ErrorCode mtLayout_read(MessageTableHeader* header, KSVByteStream* stream) noexc
         return byteStream_error(stream);
     }
     for (std::int32_t i = 0; i < mtLayout_configuredStringCount(&layout); ++i) {
-        readName(&header->stringFieldNames[static_cast<std::size_t>(i)], stream);
+        readName(&header->stringFieldNames[static_cast<std::size_t>(i)], stream, keepNames);
     }
     for (std::int32_t i = 0; i < numericNameCount(layout); ++i) {
-        readName(&header->numericFieldNames[static_cast<std::size_t>(i)], stream);
+        readName(&header->numericFieldNames[static_cast<std::size_t>(i)], stream, keepNames);
     }
     return byteStream_error(stream);
 }

@@ -71,9 +71,10 @@ std::int32_t mtLayout_configuredStringCount(const MessageTableLayout* layout) no
 void mtLayout_fromConfig(MessageTableHeader* header, const KSVTboTableConfig* config) noexcept;
 // Appends layout and names; the result is the stream's error (STREAM_EXTENSION_ERROR).
 ErrorCode mtLayout_write(const MessageTableHeader* header, KSVByteStream* stream) noexcept;
-// Reads layout and names. Each name points into the stream's buffer, which must outlive its use. The result is the
-// stream's error: STREAM_NOT_ENOUGH_DATA_ERROR also for a name longer than what is unread.
-ErrorCode mtLayout_read(MessageTableHeader* header, KSVByteStream* stream) noexcept;
+// Reads layout and names. With keepNames each name points into the stream's buffer, which must outlive its use;
+// without, names are skipped. The result is the stream's error: STREAM_NOT_ENOUGH_DATA_ERROR also for a name longer
+// than what is unread.
+ErrorCode mtLayout_read(MessageTableHeader* header, KSVByteStream* stream, bool keepNames) noexcept;
 // HEADER_CORRUPTED_ERROR unless messagesPerBlock > 0, 2 <= stringFieldCount < 17, 0 <= summarisedStringFieldCount < 15
 // and 0 <= numericFieldCount < 17. (The lower bound 2, and not 4, is the format's rule.)
 ErrorCode mtLayout_check(const MessageTableLayout* layout) noexcept;

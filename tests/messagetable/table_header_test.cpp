@@ -103,7 +103,7 @@ TEST(TableLayout, IsReadBackWithNamesThatPointIntoTheStream) {
     Bytes bytes = layoutBytes({"ClOrdID", ""}, {"Price"});
     KSVByteStream stream = streamOver(bytes);
     MessageTableHeader header;
-    ASSERT_EQ(mtLayout_read(&header, &stream), NO_ERROR);
+    ASSERT_EQ(mtLayout_read(&header, &stream, true), NO_ERROR);
     EXPECT_EQ(byteStream_unread(&stream), 0);
     EXPECT_EQ(header.layout, (MessageTableLayout{1000, 6, 4, 1}));
     EXPECT_EQ(header.stringFieldNames[0].length, 8);
@@ -112,23 +112,38 @@ TEST(TableLayout, IsReadBackWithNamesThatPointIntoTheStream) {
     EXPECT_STREQ(header.numericFieldNames[0].text, "Price");
 }
 
-TEST(TableLayout, CutAnywhereIsNotEnoughData) {
+TEST(TableLayout, ReadWithoutNamesSkipsThem) {
+    Bytes bytes = layoutBytes({"ClOrdID"}, {"Price"});
+    KSVByteStream stream = streamOver(bytes);
+    MessageTableHeader header;
+    ASSERT_EQ(mtLayout_read(&header, &stream, false), NO_ERROR);
+    EXPECT_EQ(byteStream_unread(&stream), 0);
+    EXPECT_EQ(header.layout.stringFieldCount, 5);
+    EXPECT_EQ(header.stringFieldNames[0].text, nullptr);
+    EXPECT_EQ(header.stringFieldNames[0].length, 0);
+}
+
+TEST(TableLayout, CutAnywhereIsNotEnoughDataWithAndWithoutNames) {
     const Bytes whole = layoutBytes({"ClOrdID"}, {"Price"});
     for (std::size_t length = 0; length < whole.size(); ++length) {
         Bytes bytes(whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(length));
-        KSVByteStream stream = streamOver(bytes);
-        MessageTableHeader header;
-        EXPECT_EQ(mtLayout_read(&header, &stream), STREAM_NOT_ENOUGH_DATA_ERROR) << length << " bytes";
-        EXPECT_EQ(byteStream_error(&stream), STREAM_NOT_ENOUGH_DATA_ERROR);
+        for (const bool keepNames : {false, true}) {
+            KSVByteStream stream = streamOver(bytes);
+            MessageTableHeader header;
+            EXPECT_EQ(mtLayout_read(&header, &stream, keepNames), STREAM_NOT_ENOUGH_DATA_ERROR) << length << " bytes";
+            EXPECT_EQ(byteStream_error(&stream), STREAM_NOT_ENOUGH_DATA_ERROR);
+        }
     }
 }
 
 TEST(TableLayout, ANameLengthIsCheckedAgainstTheUnreadBytes) {
     for (const std::uint32_t length : {3U, 0x7FFFFFFFU, 0x80000000U, 0xFFFFFFFFU}) {
-        Bytes bytes = ExpectedBytes().i32(1000).i32(5).i32(2).i32(0).u32(length).text("ab").bytes();
-        KSVByteStream stream = streamOver(bytes);
-        MessageTableHeader header;
-        EXPECT_EQ(mtLayout_read(&header, &stream), STREAM_NOT_ENOUGH_DATA_ERROR) << length;
+        for (const bool keepNames : {false, true}) {
+            Bytes bytes = ExpectedBytes().i32(1000).i32(5).i32(2).i32(0).u32(length).text("ab").bytes();
+            KSVByteStream stream = streamOver(bytes);
+            MessageTableHeader header;
+            EXPECT_EQ(mtLayout_read(&header, &stream, keepNames), STREAM_NOT_ENOUGH_DATA_ERROR) << length;
+        }
     }
 }
 
@@ -142,7 +157,7 @@ TEST(TableLayout, ImpossibleCountsInAFileReadNoMoreNamesThanThereCanBe) {
     Bytes bytes = stored.bytes();
     KSVByteStream stream = streamOver(bytes);
     MessageTableHeader header;
-    EXPECT_EQ(mtLayout_read(&header, &stream), NO_ERROR);
+    EXPECT_EQ(mtLayout_read(&header, &stream, true), NO_ERROR);
     EXPECT_EQ(byteStream_unread(&stream), 4);
 }
 
