@@ -1,9 +1,7 @@
 #include <dirent.h>
 #include <fcntl.h>
-#include <linux/magic.h>
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
-#include <sys/vfs.h>
 #include <unistd.h>
 
 #include <array>
@@ -15,6 +13,7 @@
 #include <string_view>
 
 #include "storage/lock_list.h"
+#include "storage/network_platform.h"
 #include "storage/writer_platform.h"
 
 namespace tabulo::internal {
@@ -27,12 +26,6 @@ constexpr const char* LOCK_LIST = "/proc/locks";
 constexpr std::string_view WHOLE_MACHINE = "pid:[4026531836]";
 // A list that changes while it is read may miss a lock: it is believed when it has none several times.
 constexpr int LOOKS = 3;
-
-// File systems whose locks other machines may hold.
-constexpr std::uint32_t GFS2_MAGIC = 0x01161970;
-constexpr std::array<std::uint32_t, 11> SHARED_FILE_SYSTEMS = {
-    NFS_SUPER_MAGIC,  SMB_SUPER_MAGIC, SMB2_SUPER_MAGIC, CIFS_SUPER_MAGIC,  AFS_SUPER_MAGIC, AFS_FS_MAGIC,
-    CEPH_SUPER_MAGIC, V9FS_MAGIC,      FUSE_SUPER_MAGIC, OCFS2_SUPER_MAGIC, GFS2_MAGIC};
 
 // Closes a descriptor that is only read, also when there is no memory for what it gives.
 struct ReadDescriptor {
@@ -70,19 +63,6 @@ bool seesAllProcesses() {
     std::array<char, 64> name;
     const ssize_t length = ::readlink("/proc/self/ns/pid", name.data(), name.size());
     return length > 0 && std::string_view(name.data(), static_cast<std::size_t>(length)) == WHOLE_MACHINE;
-}
-
-bool isShared(const char* path) {
-    struct statfs status {};
-    if (::statfs(path, &status) != 0) {
-        return true;
-    }
-    for (const std::uint32_t magic : SHARED_FILE_SYSTEMS) {
-        if (static_cast<std::uint32_t>(status.f_type) == magic) {
-            return true;
-        }
-    }
-    return false;
 }
 
 // Whether a process holds a writer's lock on the file, told from its descriptors.
@@ -128,7 +108,7 @@ WriterPresence find(const char* path, const struct stat& file) {
             return presence;
         }
     }
-    return seesAllProcesses() && !isShared(path) ? WriterPresence::no : WriterPresence::unknown;
+    return seesAllProcesses() && !networkPlatform_isShared(path) ? WriterPresence::no : WriterPresence::unknown;
 }
 
 }  // namespace

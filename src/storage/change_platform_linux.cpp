@@ -1,0 +1,116 @@
+#include <poll.h>
+#include <sys/eventfd.h>
+#include <sys/inotify.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <cstdio>
+#include <ctime>
+
+#include "storage/change_platform.h"
+#include "storage/file_platform_posix.h"
+#include "storage/network_platform.h"
+
+namespace tabulo::internal {
+
+namespace {
+
+constexpr std::int64_t SECOND = 1000000000;
+constexpr std::int64_t LONGEST_WAIT = 86400 * SECOND;  // what is left of a longer one is waited for anew
+// A queue is emptied in so many reads at most: who writes without a rest must not keep a reader there.
+constexpr int READS = 64;
+
+SystemError linux_openQueue(int* queue) {
+    const int opened = ::inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
+    if (opened < 0) {
+        return errno;
+    }
+    *queue = opened;
+    return 0;
+}
+
+SystemError linux_watch(int queue, int descriptor, int* watch) {
+    if (networkPlatform_isShared(descriptor)) {
+        return EOPNOTSUPP;
+    }
+    // The file's own path may lead to another file by now; this one cannot, where it is what it seems to be.
+    std::array<char, 64> name;
+    (void)std::snprintf(name.data(), name.size(), "/proc/self/fd/%d", descriptor);  // it fits
+    bool isSame = false;
+    const SystemError error = posix_isAt(descriptor, name.data(), &isSame);
+    if (error.failed() || !isSame) {
+        return error.failed() ? error : ENOENT;
+    }
+    const int added = ::inotify_add_watch(queue, name.data(), IN_MODIFY);
+    if (added < 0) {
+        return errno;
+    }
+    *watch = added;
+    return 0;
+}
+
+SystemError linux_unwatch(int queue, int watch) {
+    return ::inotify_rm_watch(queue, watch) == 0 ? 0 : errno;
+}
+
+SystemError linux_empty(int queue) {
+    alignas(inotify_event) std::array<char, 16384> events;
+    ssize_t count = static_cast<ssize_t>(events.size());
+    for (int reads = 0; reads < READS && count > static_cast<ssize_t>(events.size() / 2); ++reads) {
+        count = ::read(queue, events.data(), events.size());
+    }
+    return count >= 0 || errno == EAGAIN ? 0 : errno;
+}
+
+SystemError linux_openWaker(int* waker) {
+    const int opened = ::eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC);
+    if (opened < 0) {
+        return errno;
+    }
+    *waker = opened;
+    return 0;
+}
+
+SystemError linux_wake(int waker) {
+    return ::eventfd_write(waker, 1) == 0 || errno == EAGAIN ? 0 : errno;
+}
+
+SystemError linux_calm(int waker) {
+    eventfd_t count = 0;
+    return ::eventfd_read(waker, &count) == 0 || errno == EAGAIN ? 0 : errno;
+}
+
+SystemError linux_wait(int queue, int waker, std::int64_t nanoseconds, bool* isChanged, bool* isWoken) {
+    std::array<pollfd, 2> looks{pollfd{waker, POLLIN, 0}, pollfd{queue, POLLIN, 0}};
+    const std::int64_t length = nanoseconds < LONGEST_WAIT ? nanoseconds : LONGEST_WAIT;
+    const timespec time{static_cast<std::time_t>(length / SECOND), static_cast<long>(length % SECOND)};
+    if (::ppoll(looks.data(), looks.size(), &time, nullptr) < 0) {
+        return errno;
+    }
+    for (const pollfd& look : looks) {
+        if ((look.revents & ~POLLIN) != 0) {
+            return EBADF;  // somebody else has closed it
+        }
+    }
+    *isWoken = looks[0].revents != 0;
+    *isChanged = looks[1].revents != 0;
+    return 0;
+}
+
+std::int64_t linux_now() {
+    timespec time{};
+    (void)::clock_gettime(CLOCK_MONOTONIC, &time);  // there is always one
+    return time.tv_sec * SECOND + time.tv_nsec;
+}
+
+constexpr ChangePlatform systemPlatform{linux_openQueue, linux_watch, linux_unwatch, linux_empty, linux_openWaker,
+                                        linux_wake,      linux_calm,  linux_wait,    posix_close, linux_now};
+
+}  // namespace
+
+const ChangePlatform& changePlatform_system() noexcept {
+    return systemPlatform;
+}
+
+}  // namespace tabulo::internal
