@@ -1,7 +1,5 @@
 #include "watcher/message_watcher.h"
 
-#include <chrono>
-#include <condition_variable>
 #include <deque>
 #include <limits>
 #include <mutex>
@@ -9,6 +7,8 @@
 #include <optional>
 
 #include "core/log.h"
+#include "storage/change_platform.h"
+#include "storage/file_changes.h"
 
 namespace tabulo::internal {
 
@@ -17,8 +17,8 @@ struct WatcherState {
     enum class Phase { idle, running, stopping };
 
     std::mutex access;
-    std::condition_variable changed;
     Phase phase = Phase::idle;  // guarded by `access`
+    FileChanges changes;        // of the files that are watched
 };
 
 namespace {
@@ -32,7 +32,6 @@ bool advance(WatcherState* state, Phase from, Phase to) {
         return false;
     }
     state->phase = to;
-    state->changed.notify_all();
     return true;
 }
 
@@ -41,16 +40,11 @@ bool isStopping(WatcherState* state) {
     return state->phase == Phase::stopping;
 }
 
-void waitUnlessStopping(WatcherState* state, std::int64_t milliseconds) {
-    std::unique_lock lock(state->access);
-    state->changed.wait_for(lock, std::chrono::milliseconds(milliseconds),
-                            [state] { return state->phase == Phase::stopping; });
-}
-
 constexpr const char* START = "messageWatcher_startWatching";
 constexpr std::int32_t NO_ID = -1;
 constexpr std::int32_t FIRST_ID = 1;  // what the starting id -1 stands for
 constexpr std::int32_t PASSES_WITHOUT_PAUSE = 10;
+constexpr std::int64_t NANOSECONDS_IN_A_MILLISECOND = 1000000;
 
 // One run of a watcher.
 struct Watch {
@@ -60,6 +54,8 @@ struct Watch {
     std::int32_t stop = 0;
     std::optional<std::int32_t> lastDelivered;  // forgotten at a gap
     std::int32_t lastThrough = NO_ID;           // for the line at the end
+    // When the pause ends that a change has interrupted, on the clock of the changes.
+    std::optional<std::int64_t> pauseEnd;
 };
 
 std::int32_t effectiveId(std::int32_t startingId) {
@@ -152,6 +148,8 @@ ErrorCode deliver(Watch* watch, TableReader* reader) {
     watch->lastDelivered = id;
     watch->lastThrough = id;
     watch->watcher->idlePasses = 0;
+    watch->pauseEnd.reset();
+    fileChanges_found(&watch->watcher->state->changes);
     log_debug(START, "uniformId = %d, reader src = %d.\n", id, reader->index);
     const MessageTableLayout& layout = mt_layout(reader->table);
     DecodedMessage message = reader->message;
@@ -168,24 +166,54 @@ ErrorCode deliver(Watch* watch, TableReader* reader) {
     return code;
 }
 
-// A pass that found nothing.
-ErrorCode idle(Watch* watch) {
-    ErrorCode code = watch->listener->onIdle(watch->listener->owner, &watch->stop);
-    code = code == NO_DATA_ERROR ? NO_ERROR : code;
+// Waits until the pause is over, a file that is followed changes, or the watch is asked to stop.
+void waitForPauseEnd(Watch* watch) {
+    const std::int64_t rest = *watch->pauseEnd - changePlatform().now();
+    if (rest <= 0 || fileChanges_wait(&watch->watcher->state->changes, rest) == WaitEnd::over) {
+        watch->pauseEnd.reset();
+    }
+}
+
+// The pause behind a pass that found nothing. A pass that a change has brought is none of those that are counted, and
+// what is left of its pause follows: so the pauses end when they would have ended without it.
+void pause(Watch* watch) {
     MessageWatcher* watcher = watch->watcher;
-    if (code != NO_ERROR || watch->stop != 0 || isStopping(watcher->state.get())) {
-        return code;
+    if (watch->pauseEnd.has_value()) {
+        waitForPauseEnd(watch);
+        return;
     }
     if (watcher->idlePasses < std::numeric_limits<std::int32_t>::max()) {
         watcher->idlePasses += 1;
     }
-    const std::int64_t pause = messageWatcher_pauseAfter(watcher->idlePasses);
-    if (pause > 0 && watcher->pause != nullptr) {
-        watcher->pause(pause);
-    } else if (pause > 0) {
-        waitUnlessStopping(watcher->state.get(), pause);
+    const std::int64_t milliseconds = messageWatcher_pauseAfter(watcher->idlePasses);
+    if (milliseconds > 0 && watcher->pause != nullptr) {
+        watcher->pause(milliseconds);
+    } else if (milliseconds > 0) {
+        watch->pauseEnd = changePlatform().now() + milliseconds * NANOSECONDS_IN_A_MILLISECOND;
+        waitForPauseEnd(watch);
     }
-    return NO_ERROR;
+}
+
+// A pass that found nothing.
+ErrorCode idle(Watch* watch) {
+    ErrorCode code = watch->listener->onIdle(watch->listener->owner, &watch->stop);
+    code = code == NO_DATA_ERROR ? NO_ERROR : code;
+    if (code == NO_ERROR && watch->stop == 0 && !isStopping(watch->watcher->state.get())) {
+        pause(watch);
+    }
+    return code;
+}
+
+// Before the readers are positioned: what is stored from then on ends a pause.
+void watchFiles(MessageWatcher* watcher) {
+    if (watcher->pause != nullptr) {
+        return;
+    }
+    FileChanges* changes = &watcher->state->changes;
+    fileChanges_open(changes, START);
+    for (const auto& reader : watcher->readers) {
+        (void)fileChanges_watch(changes, tableStorage_master(mt_storage(reader->table)));  // a pause ends all the same
+    }
 }
 
 ErrorCode positionReaders(Watch* watch) {
@@ -201,6 +229,10 @@ ErrorCode positionReaders(Watch* watch) {
 ErrorCode run(Watch* watch) {
     ErrorCode code = NO_ERROR;
     while ((code == NO_ERROR || code == NO_DATA_ERROR) && watch->stop == 0) {
+        // Only a pass behind which the watch may wait: what changes from here on ends that wait.
+        if (watch->watcher->idlePasses >= PASSES_WITHOUT_PAUSE) {
+            fileChanges_empty(&watch->watcher->state->changes);
+        }
         TableReader* reader = nullptr;
         code = findNextUniformId(watch->watcher, &reader);
         if (code != NO_ERROR) {
@@ -227,6 +259,7 @@ ErrorCode runAndLog(Watch* watch, std::int32_t count) {
             for (const auto& reader : watcher->readers) {
                 uses.emplace_back(reader->table);
             }
+            watchFiles(watcher);
             code = positionReaders(watch);
             if (code == NO_ERROR) {
                 code = run(watch);
@@ -240,6 +273,7 @@ ErrorCode runAndLog(Watch* watch, std::int32_t count) {
     }
     logEnd(*watch, code);
     watcher->idlePasses = 0;
+    fileChanges_close(&watcher->state->changes);
     return code;
 }
 
@@ -271,6 +305,7 @@ void messageWatcher_destroy(MessageWatcher* watcher) noexcept {
     }
     const std::shared_ptr<WatcherState> state = watcher->state;  // the watch may be gone behind the next line
     if (advance(state.get(), Phase::running, Phase::stopping) || isStopping(state.get())) {
+        fileChanges_wake(&state->changes);
         return;
     }
     delete watcher;

@@ -53,7 +53,7 @@ struct ChangeHooks::Calls {
             } else {
                 error = system.wait(queue, waker, nanoseconds, isChanged, isWoken);
             }
-            installed->calls.back() += *isChanged ? ": changed" : "";
+            installed->calls.back() += *isWoken ? ": woken" : *isChanged ? ": changed" : "";
             return error;
         });
     }

@@ -32,7 +32,8 @@ class ChangeHooks {
     // Every call of this name fails, from its n-th on, with this error number; with `once` only that one.
     void fail(const std::string& call, int error, int n = 1, bool once = false) { failures_[call] = {n, error, once}; }
 
-    // The names of the calls, but for `now`, in their order; a wait that a change has ended is "wait: changed".
+    // The names of the calls, but for `now` and `wake`, in their order. A wait that has ended early is "wait: changed"
+    // or "wait: woken".
     std::vector<std::string> calls;
     int count(const std::string& call) const;
 

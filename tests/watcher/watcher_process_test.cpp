@@ -218,10 +218,6 @@ struct Follower {
     }
 };
 
-void shortPause(std::int64_t) {
-    ::usleep(200);
-}
-
 // The first message is there before the watch starts: before its first delivery a watch cannot tell what is missing.
 bool makeTables() {
     for (std::size_t i = 0; i < TABLES; ++i) {
@@ -255,7 +251,6 @@ int follow(int kills) {
         handles[i] = tables[i].get();
     }
     const WatcherPtr watcher(messageWatcher_create(handles.data(), TABLES));
-    watcher->pause = shortPause;
     follower.limit.set(LEAD);
     follower.startWriter();
     follower.planKill();
