@@ -26,6 +26,7 @@ void begin(FollowedTable* table, std::shared_ptr<ReaderState> reader, const Posi
     table->shown = table->reader->table;
     table->position = position;
     table->fileEnd = 0;
+    table->isWatched = false;
 }
 
 // True for what is wrong with a file that is only being made.
@@ -121,6 +122,21 @@ void followedTable_look(FollowedTable* table, std::deque<FollowEvent>* events) {
     } else if (table->messages->ending() == Ending::dropped) {
         reopen(table, FollowEventKind::dropped, events);
     }
+}
+
+bool followedTable_watch(FollowedTable* table, internal::FileChanges* changes) {
+    if (table->isWatched) {
+        return false;
+    }
+    const int before = table->watch;
+    table->watch = internal::fileChanges_watch(changes, fileOf(*table));
+    table->isWatched = true;
+    internal::fileChanges_unwatch(changes, before);  // behind the other: it may be the same file
+    return true;
+}
+
+bool followedTable_isReported(const FollowedTable& table) {
+    return table.isWatched && table.watch != internal::NO_FILE_WATCH && !table.change.has_value();
 }
 
 void followedTable_take(FollowedTable* table) {

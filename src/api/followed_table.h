@@ -9,6 +9,7 @@
 #include <optional>
 
 #include "api/reader_state.h"
+#include "storage/file_changes.h"
 #include "tabulo/follower.h"
 
 namespace tabulo::api {
@@ -26,6 +27,8 @@ struct FollowedTable {
     // The file was dropped or replaced, and the one that stands there now could not be opened yet, since that moment.
     std::optional<FollowEventKind> change;
     std::chrono::steady_clock::time_point changedAt;
+    int watch = internal::NO_FILE_WATCH;  // of the file, or of the one before while `isWatched` is false
+    bool isWatched = false;               // as far as its changes are reported
 
     // Where in the table following begins. Throws vseek, and the codes of finding a uniform id. Called here only: as a
     // member it may look into a FollowFrom.
@@ -39,6 +42,11 @@ void followedTable_measure(FollowedTable* table);
 // Looks for the next message, when none is pending; a table that was dropped or replaced is opened anew, with events
 // that say so. Throws what reading gives.
 void followedTable_look(FollowedTable* table, std::deque<FollowEvent>* events);
+// Watches the table's file for changes. True when it was not watched before: it may have changed until now.
+bool followedTable_watch(FollowedTable* table, internal::FileChanges* changes);
+// True when there is nothing that a look would find before its file is reported to have changed, but for another file
+// at its path.
+bool followedTable_isReported(const FollowedTable& table);
 // The pending message has been given.
 void followedTable_take(FollowedTable* table);
 // Closes the file of a table that is out; its position and its layout stay.

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <atomic>
-#include <condition_variable>
 #include <deque>
 #include <mutex>
 #include <string>
@@ -11,6 +10,7 @@
 
 #include "api/call.h"
 #include "api/followed_table.h"
+#include "storage/file_changes.h"
 
 namespace tabulo {
 
@@ -25,15 +25,18 @@ struct FollowerState {
     FollowedTable* given = nullptr;             // whose message was given last, and is still lent
     std::optional<std::int64_t> lastUniformId;  // of the message that was given last
     std::atomic<bool> isStopped{false};
-    std::mutex waitMutex;
-    std::condition_variable stopped;
+    internal::FileChanges changes;
+    bool isWatching = false;     // `changes` is open: since the first wait
+    Clock::time_point nextLook;  // all tables were seen empty, and need no look before, unless one changes
 };
 
 namespace {
 
 using State = FollowerState;
 
-// Between two looks at tables that have nothing new.
+// Between two looks at tables that have nothing new: where the system reports changes, to see what it does not report,
+// another file at a table's path; and where it does not.
+constexpr std::chrono::milliseconds LONG_PAUSE(250);
 constexpr std::chrono::milliseconds PAUSE(1);
 // A limit in time that is no limit; deadlines beyond it could not be counted.
 constexpr std::chrono::hours NO_LIMIT(24 * 365 * 100);
@@ -60,6 +63,7 @@ void tryTable(FollowedTable* table, const Operation& operation) {
 
 // One look at every table that has no message waiting.
 void lookRound(State* state) {
+    internal::fileChanges_empty(&state->changes);
     for (const auto& table : state->tables) {
         if (!table->isOut) {
             tryTable(table.get(), followedTable_measure);
@@ -96,6 +100,7 @@ bool mayGive(const State& state, const FollowedTable& table) {
 
 FollowEvent give(State* state, FollowedTable* table) {
     state->given = table;
+    internal::fileChanges_found(&state->changes);
     state->lastUniformId = table->pending->uniformId();
     return {FollowEventKind::message, table->index, table->pending};
 }
@@ -118,6 +123,7 @@ void takeBack(State* state) {
 
 std::optional<FollowEvent> look(State* state) {
     const std::lock_guard lock(state->mutex);
+    state->nextLook = {};
     takeBack(state);
     for (bool isFresh = false;; isFresh = true) {
         if (!state->events.empty()) {
@@ -130,20 +136,54 @@ std::optional<FollowEvent> look(State* state) {
             return give(state, first);
         }
         if (first == nullptr && isFresh) {
+            state->nextLook = Clock::now() + LONG_PAUSE;
             return std::nullopt;
         }
         lookRound(state);
     }
 }
 
-// Waits a little. False when the time is over.
+enum class Reports { none, fresh, all };
+
+// Watches what is not watched yet. Fresh: a table that may have changed before it was.
+Reports watchTables(State* state) {
+    const Call call;
+    const std::lock_guard lock(state->mutex);
+    if (!state->isWatching) {
+        state->isWatching = true;
+        internal::fileChanges_open(&state->changes, "Follower::next");
+    }
+    Reports reports = internal::fileChanges_areReported(&state->changes) ? Reports::all : Reports::none;
+    bool isFresh = false;
+    for (const auto& table : state->tables) {
+        if (table->isOut) {
+            internal::fileChanges_unwatch(&state->changes, std::exchange(table->watch, internal::NO_FILE_WATCH));
+            continue;
+        }
+        isFresh = followedTable_watch(table.get(), &state->changes) || isFresh;
+        reports = followedTable_isReported(*table) ? reports : Reports::none;
+    }
+    return isFresh ? Reports::fresh : reports;
+}
+
+// Waits until it is time for another look, at most until the deadline. False when that is over.
 bool pause(State* state, Clock::time_point deadline) {
-    const auto now = Clock::now();
-    if (now >= deadline) {
+    if (Clock::now() >= deadline) {
         return false;
     }
-    std::unique_lock lock(state->waitMutex);
-    state->stopped.wait_until(lock, std::min(deadline, now + PAUSE), [&] { return state->isStopped.load(); });
+    const Reports reports = watchTables(state);
+    if (reports == Reports::fresh) {
+        state->nextLook = {};
+        return true;
+    }
+    const auto now = Clock::now();
+    const auto end = reports == Reports::all ? state->nextLook : now + PAUSE;
+    const std::chrono::nanoseconds rest = std::min(deadline, end) - now;
+    const internal::WaitEnd reason =
+        internal::fileChanges_wait(&state->changes, std::max<std::int64_t>(rest.count(), 0));
+    if (reports == Reports::none || reason != internal::WaitEnd::over) {
+        state->nextLook = {};
+    }
     return true;
 }
 
@@ -189,6 +229,7 @@ std::size_t Follower::add(const std::filesystem::path& path, const FollowFrom& f
     table->index = index;
     table->shown->index = index;
     state.tables.push_back(std::move(table));
+    internal::fileChanges_wake(&state.changes);
     return index;
 }
 
@@ -233,7 +274,8 @@ FollowEvent Follower::next(std::chrono::milliseconds timeout) {
         if (state.isStopped) {
             return {FollowEventKind::stopped, 0, nullptr};
         }
-        if (const std::optional<FollowEvent> event = api::look(&state)) {
+        const bool isDue = timeout.count() <= 0 || api::Clock::now() >= state.nextLook;
+        if (const std::optional<FollowEvent> event = isDue ? api::look(&state) : std::nullopt) {
             return *event;
         }
     } while (api::pause(&state, deadline));
@@ -246,9 +288,8 @@ FollowEvent Follower::next() {
 
 void Follower::stop() noexcept {
     if (state_ != nullptr) {
-        const std::lock_guard lock(state_->waitMutex);
         state_->isStopped = true;
-        state_->stopped.notify_all();
+        internal::fileChanges_wake(&state_->changes);
     }
 }
 

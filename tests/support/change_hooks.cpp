@@ -51,6 +51,9 @@ struct ChangeHooks::Calls {
                 *isChanged = waited.isChanged;
                 *isWoken = waited.isWoken;
             } else {
+                if (installed->beforeWait) {
+                    installed->beforeWait(nanoseconds / MILLISECOND);
+                }
                 error = system.wait(queue, waker, nanoseconds, isChanged, isWoken);
             }
             installed->calls.back() += *isWoken ? ": woken" : *isChanged ? ": changed" : "";

@@ -29,6 +29,9 @@ class ChangeHooks {
     // `forChanges` is false while only a wake may end the wait.
     void replaceWaits(std::function<Waited(std::int64_t milliseconds, bool forChanges)> wait);
 
+    // What happens before each of the system's waits, with what is waited for.
+    std::function<void(std::int64_t milliseconds)> beforeWait;
+
     // Every call of this name fails, from its n-th on, with this error number; with `once` only that one.
     void fail(const std::string& call, int error, int n = 1, bool once = false) { failures_[call] = {n, error, once}; }
 
