@@ -1,10 +1,12 @@
-// The time from the return of a write to the delivery of the message by a watcher in another process, for steady rates
-// and for bursts, and how much of it the watcher's pauses make.
+// The time from the return of a write to the delivery of the message by a watcher in another process, for steady rates,
+// for bursts, for messages behind a long silence and for many tables, and how much of it the watcher spent in pauses;
+// and what a watch costs that has nothing to do.
 //
 //   watcher_delay_benchmark [<part of a scenario's name> [<file for results>]]
 //
 // Works in a directory of its own, which is removed: the watcher's DEBUG lines take 250 bytes for each message.
 #include <sys/mman.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -18,31 +20,37 @@
 #include <ctime>
 #include <filesystem>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "benchmarks/fail.h"
 #include "benchmarks/measure.h"
 #include "benchmarks/stores/tabulo_store.h"
 #include "core/log.h"
+#include "core/platform.h"
+#include "storage/change_platform.h"
 #include "watcher/message_watcher.h"
 
 namespace {
 
 using namespace tabulo::internal;
 
-constexpr std::size_t TABLES = 2;
+constexpr std::size_t MOST_TABLES = 1000;  // of a scenario
 constexpr std::size_t WIRE_LENGTH = 200;
 constexpr std::size_t MOST_MESSAGES = 400000;
-constexpr std::size_t MOST_PAUSES = 10000;
+constexpr std::size_t MOST_PAUSES = 400000;
 constexpr std::int64_t SECOND = 1000000000;
 constexpr std::int64_t SHORTEST_SLEEP = 200000;  // shorter waits are spent looking at the clock
+constexpr std::int32_t PASSES_IN_AN_HOUR = 600;  // without messages; the pauses are 12 s then
+constexpr std::size_t IDLE_TABLES = 32;
+constexpr int IDLE_SECONDS = 10;
 
 struct Scenario {
     const char* name;
     int bursts;
     int messagesInBurst;
     std::int64_t interval;  // from the start of a burst to that of the next
+    std::size_t tables = 2;
+    bool afterAnHour = false;  // each message comes to a watcher that pauses as after an hour without any
 };
 
 constexpr Scenario SCENARIOS[] = {
@@ -54,7 +62,13 @@ constexpr Scenario SCENARIOS[] = {
     {"10 messages every 50 ms", 100, 10, SECOND / 20},
     {"1,000 messages every 1 s", 6, 1000, SECOND},
     {"10,000 messages every 3 s", 3, 10000, 3 * SECOND},
+    {"after an hour of silence", 60, 1, SECOND / 10, 2, true},
+    {"1,000 tables, 10/s", 60, 1, SECOND / 10, 1000},
+    {"1,000 tables, 100/s", 500, 1, SECOND / 100, 1000},
+    {"1,000 tables, 1,000/s", 4000, 1, SECOND / 1000, 1000},
 };
+
+constexpr const char* IDLE = "idle, 32 tables";
 
 struct Interval {
     std::int64_t start;
@@ -99,43 +113,63 @@ bench::TablePtr openTable(std::size_t number, OpenMode mode) {
 
 Times* times = nullptr;
 
-void recordPause(std::int64_t milliseconds) {
+ChangePlatform recording;
+
+SystemError recordWait(int queue, int waker, std::int64_t nanoseconds, bool* isChanged, bool* isWoken) {
     const std::int64_t start = now();
-    std::this_thread::sleep_for(std::chrono::milliseconds(milliseconds));
+    const SystemError error = changePlatform_system().wait(queue, waker, nanoseconds, isChanged, isWoken);
     if (times->pauseCount < MOST_PAUSES) {
         times->pauses[times->pauseCount++] = {start, now()};
     }
+    return error;
 }
 
-ErrorCode recordDelivery(void* last, const MessageView& message, std::int32_t, std::int32_t* stop) {
+struct Watching {
+    std::int32_t last = 0;  // the message that ends it
+    bool afterAnHour = false;
+    MessageWatcher* watcher = nullptr;
+};
+
+ErrorCode recordDelivery(void* owner, const MessageView& message, std::int32_t, std::int32_t* stop) {
     const std::int32_t id = message.metadata.uniformId;
     times->delivered[static_cast<std::size_t>(id)].store(now());
-    *stop = id == *static_cast<const std::int32_t*>(last) ? 1 : 0;
+    *stop = id == static_cast<const Watching*>(owner)->last ? 1 : 0;
+    return NO_ERROR;
+}
+
+ErrorCode passIdly(void* owner, std::int32_t*) {
+    const auto* watching = static_cast<const Watching*>(owner);
+    if (watching->afterAnHour && watching->watcher->idlePasses < PASSES_IN_AN_HOUR) {
+        watching->watcher->idlePasses = PASSES_IN_AN_HOUR;
+    }
     return NO_ERROR;
 }
 
 // The watching process.
-int watch(std::int32_t last) {
-    std::array<bench::TablePtr, TABLES> tables;
-    std::array<MessageTable*, TABLES> handles{};
-    for (std::size_t i = 0; i < TABLES; ++i) {
-        tables[i] = openTable(i, OpenMode::read);
-        handles[i] = tables[i].get();
+int watch(std::size_t count, Watching watching) {
+    std::vector<bench::TablePtr> tables;
+    std::vector<MessageTable*> handles;
+    for (std::size_t i = 0; i < count; ++i) {
+        tables.push_back(openTable(i, OpenMode::read));
+        handles.push_back(tables.back().get());
     }
-    MessageWatcher* watcher = messageWatcher_create(handles.data(), TABLES);
-    watcher->pause = recordPause;
-    const std::array<std::int32_t, TABLES> from{1, 1};
-    const WatchListener listener{&last, recordDelivery, [](void*, std::int32_t*) { return NO_ERROR; }};
-    const ErrorCode code = messageWatcher_startWatching(watcher, TABLES, from.data(), listener);
-    messageWatcher_destroy(watcher);
+    recording = changePlatform_system();
+    recording.wait = recordWait;
+    changePlatform_install(&recording);
+    watching.watcher = messageWatcher_create(handles.data(), static_cast<std::int32_t>(count));
+    const std::vector<std::int32_t> from(count, 1);
+    const WatchListener listener{&watching, recordDelivery, passIdly};
+    const ErrorCode code =
+        messageWatcher_startWatching(watching.watcher, static_cast<std::int32_t>(count), from.data(), listener);
+    messageWatcher_destroy(watching.watcher);
     return code;
 }
 
 class Writer {
   public:
-    Writer() {
-        for (std::size_t i = 0; i < TABLES; ++i) {
-            tables_[i] = openTable(i, OpenMode::create);
+    explicit Writer(std::size_t count) {
+        for (std::size_t i = 0; i < count; ++i) {
+            tables_.push_back(openTable(i, OpenMode::create));
         }
     }
     void write(std::int32_t id) {
@@ -143,7 +177,7 @@ class Writer {
             {{nullptr, 0}, {nullptr, 0}, {wire_.data(), static_cast<std::int32_t>(wire_.size())}, {nullptr, 0}}};
         MessageMetadata metadata;
         metadata.uniformId = id;
-        MessageTable* table = tables_[static_cast<std::size_t>(id) % TABLES].get();
+        MessageTable* table = tables_[static_cast<std::size_t>(id) * STEP % tables_.size()].get();
         if (mt_writeMessage(table, {metadata, strings, {}}) != NO_ERROR) {
             bench::fail("a message cannot be written");
         }
@@ -151,7 +185,9 @@ class Writer {
     }
 
   private:
-    std::array<bench::TablePtr, TABLES> tables_;
+    static constexpr std::size_t STEP = 389;  // from table to table
+
+    std::vector<bench::TablePtr> tables_;
     std::string wire_ = std::string(WIRE_LENGTH, 'w');
 };
 
@@ -199,21 +235,40 @@ void report(const Scenario& scenario, std::int32_t last, double seconds) {
     add("in pauses", "%", total == 0 ? 0 : 100 * static_cast<double>(paused) / static_cast<double>(total));
 }
 
-void run(const Scenario& scenario) {
-    const std::int32_t last = 1 + scenario.bursts * scenario.messagesInBurst;
+// Starts a watching process, which has delivered the first message when this returns.
+pid_t startWatch(Writer* writer, const Scenario& scenario, std::int32_t last) {
     times->pauseCount = 0;
     for (auto& delivered : times->delivered) {
         delivered.store(0);
     }
-    Writer writer;
-    writer.write(1);
+    writer->write(1);
     const pid_t watching = ::fork();
     if (watching == 0) {
-        ::_exit(watch(last));
+        ::_exit(watch(scenario.tables, {last, scenario.afterAnHour, nullptr}));
     }
     while (times->delivered[1].load() == 0) {
         ::usleep(1000);
     }
+    return watching;
+}
+
+// Waits for its end; the seconds of a processor that it took.
+double endWatch(pid_t watching) {
+    int status = 0;
+    rusage usage{};
+    if (::wait4(watching, &status, 0, &usage) != watching || status != 0) {
+        bench::fail("the watching process failed");
+    }
+    const auto seconds = [](const timeval& time) {
+        return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_usec) / 1e6;
+    };
+    return seconds(usage.ru_utime) + seconds(usage.ru_stime);
+}
+
+void run(const Scenario& scenario) {
+    const std::int32_t last = 1 + scenario.bursts * scenario.messagesInBurst;
+    Writer writer(scenario.tables);
+    const pid_t watching = startWatch(&writer, scenario, last);
     std::int32_t id = 1;
     const std::int64_t start = now();
     for (int burst = 0; burst < scenario.bursts; ++burst) {
@@ -223,11 +278,23 @@ void run(const Scenario& scenario) {
         }
     }
     const double seconds = static_cast<double>(std::max(now() - start, scenario.bursts * scenario.interval)) / 1e9;
-    int status = 0;
-    if (::waitpid(watching, &status, 0) != watching || status != 0) {
-        bench::fail("the watching process failed");
-    }
+    (void)endWatch(watching);
     report(scenario, last, seconds);
+}
+
+// The share of a core that a watch takes in which nothing comes: what a longer one takes more than a short one.
+void measureIdle() {
+    std::array<double, 2> seconds{};
+    for (const std::size_t turn : {0U, 1U}) {
+        Writer writer(IDLE_TABLES);
+        const pid_t watching = startWatch(&writer, {IDLE, 1, 1, 0, IDLE_TABLES}, 2);
+        ::sleep(static_cast<unsigned>(1 + IDLE_SECONDS * turn));
+        writer.write(2);
+        seconds[turn] = endWatch(watching);
+    }
+    const double share = 100 * (seconds[1] - seconds[0]) / IDLE_SECONDS;
+    std::printf("%-26s %10.4f %% of a core\n", IDLE, share);
+    bench::result_write("delay", IDLE, "share of a core", "%", share);
 }
 
 }  // namespace
@@ -243,12 +310,16 @@ int main(int argc, char** argv) {
     }
     times = new (memory) Times;
     log_setFacility(nullptr);
+    platform_raiseOpenFileLimit(2 * MOST_TABLES + 100);
     std::printf("%-26s %10s %12s %12s %12s %11s\n", "", "messages/s", "median ms", "99 % ms", "longest ms",
                 "in pauses");
     for (const Scenario& scenario : SCENARIOS) {
         if (argc < 2 || std::strstr(scenario.name, argv[1]) != nullptr) {
             run(scenario);
         }
+    }
+    if (argc < 2 || std::strstr(IDLE, argv[1]) != nullptr) {
+        measureIdle();
     }
     std::filesystem::current_path("/");
     std::filesystem::remove_all(directory);

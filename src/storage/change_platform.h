@@ -5,11 +5,15 @@
 // own to refuse calls, or to see which are made.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
+#include <span>
 
 #include "core/system_error.h"
 
 namespace tabulo::internal {
+
+inline constexpr int UNKNOWN_WATCH = -1;
 
 struct ChangePlatform {
     // Makes a queue for reports of changes; its descriptor does not outlive an exec.
@@ -20,8 +24,10 @@ struct ChangePlatform {
     SystemError (*watch)(int queue, int descriptor, int* watch);
     // Refused for a watch that has ended with its file.
     SystemError (*unwatch)(int queue, int watch);
-    // Forgets what the queue holds.
-    SystemError (*empty)(int queue);
+    // Takes reports from the queue, as many as `watches` has room for: the watches' numbers, one for each report, in
+    // the order of the changes. UNKNOWN_WATCH stands for reports that the queue had no room for. Fewer than there is
+    // room for are all there were.
+    SystemError (*take)(int queue, std::span<int> watches, std::size_t* count);
     // Makes what another thread ends a wait with; its descriptor does not outlive an exec.
     SystemError (*openWaker)(int* waker);
     // Ends the wait under way, and the later ones until it is calmed.

@@ -3,9 +3,11 @@
 #include <sys/inotify.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstdio>
+#include <cstring>
 #include <ctime>
 
 #include "storage/change_platform.h"
@@ -18,8 +20,7 @@ namespace {
 
 constexpr std::int64_t SECOND = 1000000000;
 constexpr std::int64_t LONGEST_WAIT = 86400 * SECOND;  // what is left of a longer one is waited for anew
-// A queue is emptied in so many reads at most: who writes without a rest must not keep a reader there.
-constexpr int READS = 64;
+constexpr std::size_t MOST_REPORTS = 1024;             // that are read at once
 
 SystemError linux_openQueue(int* queue) {
     const int opened = ::inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
@@ -54,13 +55,22 @@ SystemError linux_unwatch(int queue, int watch) {
     return ::inotify_rm_watch(queue, watch) == 0 ? 0 : errno;
 }
 
-SystemError linux_empty(int queue) {
-    alignas(inotify_event) std::array<char, 16384> events;
-    ssize_t count = static_cast<ssize_t>(events.size());
-    for (int reads = 0; reads < READS && count > static_cast<ssize_t>(events.size() / 2); ++reads) {
-        count = ::read(queue, events.data(), events.size());
+SystemError linux_take(int queue, std::span<int> watches, std::size_t* count) {
+    *count = 0;
+    alignas(inotify_event) std::array<char, MOST_REPORTS * sizeof(inotify_event)> bytes;
+    const std::size_t room = std::min(bytes.size(), watches.size() * sizeof(inotify_event));
+    const ssize_t length = ::read(queue, bytes.data(), room);
+    if (length < 0) {
+        return errno == EAGAIN ? 0 : errno;
     }
-    return count >= 0 || errno == EAGAIN ? 0 : errno;
+    const auto end = static_cast<std::size_t>(length);
+    for (std::size_t at = 0; at + sizeof(inotify_event) <= end;) {
+        inotify_event event{};
+        std::memcpy(&event, bytes.data() + at, sizeof event);
+        watches[(*count)++] = (event.mask & IN_Q_OVERFLOW) != 0 ? UNKNOWN_WATCH : event.wd;
+        at += sizeof event + event.len;  // a file's report has no name behind it
+    }
+    return 0;
 }
 
 SystemError linux_openWaker(int* waker) {
@@ -104,7 +114,7 @@ std::int64_t linux_now() {
     return time.tv_sec * SECOND + time.tv_nsec;
 }
 
-constexpr ChangePlatform systemPlatform{linux_openQueue, linux_watch, linux_unwatch, linux_empty, linux_openWaker,
+constexpr ChangePlatform systemPlatform{linux_openQueue, linux_watch, linux_unwatch, linux_take,  linux_openWaker,
                                         linux_wake,      linux_calm,  linux_wait,    posix_close, linux_now};
 
 }  // namespace

@@ -1,6 +1,7 @@
 #include "storage/file_changes.h"
 
 #include <algorithm>
+#include <array>
 #include <chrono>
 #include <limits>
 #include <new>
@@ -16,6 +17,10 @@ namespace {
 
 // Longer ones could not be added to the time of the clock.
 constexpr std::int64_t LONGEST_WAIT = std::numeric_limits<std::int64_t>::max() / 2;
+
+constexpr std::size_t REPORTS = 256;
+// Who writes without a rest must not keep a reader here.
+constexpr int MOST_TAKES = 256;
 
 template <typename Call>
 SystemError repeat(Call call) {
@@ -165,15 +170,26 @@ bool fileChanges_areReported(FileChanges* changes) noexcept {
     return usableQueue(changes) >= 0;
 }
 
-void fileChanges_empty(FileChanges* changes) noexcept {
+bool fileChanges_take(FileChanges* changes, void* owner, void (*changed)(void* owner, int watch)) noexcept {
     const int queue = usableQueue(changes);
-    if (queue < 0) {
-        return;
+    bool isKnown = queue >= 0;
+    std::array<int, REPORTS> watches;
+    std::size_t count = watches.size();
+    for (int take = 0; queue >= 0 && count == watches.size(); ++take) {
+        if (take == MOST_TAKES) {
+            return false;
+        }
+        const SystemError error = repeat([&] { return changePlatform().take(queue, watches, &count); });
+        if (error.failed()) {
+            giveUp(changes, error);
+            return false;
+        }
+        for (std::size_t i = 0; i < count; ++i) {
+            isKnown = isKnown && watches[i] != UNKNOWN_WATCH;
+            changed(owner, watches[i]);
+        }
     }
-    const SystemError error = repeat([queue] { return changePlatform().empty(queue); });
-    if (error.failed()) {
-        giveUp(changes, error);
-    }
+    return isKnown;
 }
 
 WaitEnd fileChanges_wait(FileChanges* changes, std::int64_t nanoseconds) noexcept {

@@ -1,9 +1,9 @@
 // Waiting for table files to change: a wait that ends early when one of them is written or cut, by whatever process, or
 // when another thread asks for it.
 //
-// No change is lost when, in this order, a file is watched, fileChanges_empty is called, the files are looked at, and
-// then fileChanges_wait: whatever the look has not seen ends that wait. An end may also come for nothing: for what the
-// look has seen already, or for half a message.
+// No change is lost when, in this order, a file is watched, fileChanges_take is called, the files are looked at, and
+// then fileChanges_wait: whatever the look has not seen ends that wait, and is handed over by the next
+// fileChanges_take. Both may also come for nothing: for what the look has seen already, or for half a message.
 //
 // Where changes are not reported, waits last their whole time unless another thread ends them: where the system has no
 // such reports or refuses them, for a file of a network, and in a child process that has inherited the object. The
@@ -58,9 +58,10 @@ void fileChanges_unwatch(FileChanges* changes, int watch) noexcept;
 // True when changes of the files that are watched end a wait.
 bool fileChanges_areReported(FileChanges* changes) noexcept;
 
-// Forgets the changes up to now.
-void fileChanges_empty(FileChanges* changes) noexcept;
-// Waits for a change since the last fileChanges_empty, or for fileChanges_wake since the last wait that it ended, at
+// Takes the changes up to now, which end no wait any more, and calls `changed` with the watch of each, some of them
+// again and again. False when any file may have changed: what changed is not known, or is not reported at all.
+bool fileChanges_take(FileChanges* changes, void* owner, void (*changed)(void* owner, int watch)) noexcept;
+// Waits for a change since the last fileChanges_take, or for fileChanges_wake since the last wait that it ended, at
 // most so many nanoseconds. After an end by a change it does not end by one again for EARLY_ENDS_APART, unless
 // fileChanges_found has been called meanwhile.
 WaitEnd fileChanges_wait(FileChanges* changes, std::int64_t nanoseconds) noexcept;

@@ -1,5 +1,6 @@
 #include "watcher/message_watcher.h"
 
+#include <algorithm>
 #include <deque>
 #include <limits>
 #include <mutex>
@@ -56,7 +57,32 @@ struct Watch {
     std::int32_t lastThrough = NO_ID;           // for the line at the end
     // When the pause ends that a change has interrupted, on the clock of the changes.
     std::optional<std::int64_t> pauseEnd;
+    bool looksAtAll = true;  // the next pass, and not only at what has changed since it was seen empty
 };
+
+const TableFile* fileOf(const TableReader& reader) {
+    return tableStorage_master(mt_storage(reader.table));
+}
+
+// Notes which tables may have something new, before a pass looks at them.
+void takeChanges(Watch* watch) {
+    MessageWatcher* watcher = watch->watcher;
+    // In a backlog every file is looked at, and there is no wait that a change could end.
+    if (watcher->idlePasses == 0 && std::all_of(watcher->readers.begin(), watcher->readers.end(),
+                                                [](const auto& reader) { return reader->mayHaveMore; })) {
+        return;
+    }
+    const bool areKnown = fileChanges_take(&watcher->state->changes, watcher, [](void* owner, int changed) {
+        const auto& byWatch = static_cast<MessageWatcher*>(owner)->byWatch;
+        const auto [first, last] = byWatch.equal_range(changed);
+        std::for_each(first, last, [](const auto& entry) { entry.second->mayHaveMore = true; });
+    });
+    for (const auto& reader : watcher->readers) {
+        const bool isUnwatched = reader->watch == NO_FILE_WATCH || fileOf(*reader) == nullptr;
+        reader->mayHaveMore = reader->mayHaveMore || watch->looksAtAll || !areKnown || isUnwatched;
+    }
+    watch->looksAtAll = false;
+}
 
 std::int32_t effectiveId(std::int32_t startingId) {
     return startingId == NO_ID ? FIRST_ID : startingId;
@@ -88,9 +114,13 @@ ErrorCode findNextUniformId(MessageWatcher* watcher, TableReader** found) {
     *found = nullptr;
     ErrorCode code = NO_ERROR;
     for (const auto& reader : watcher->readers) {
+        if (!reader->mayHaveMore) {
+            continue;
+        }
         code = tableReader_peek(reader.get());
         if (code == NO_DATA_ERROR) {
             code = NO_ERROR;
+            reader->mayHaveMore = false;
             continue;
         }
         if (code != NO_ERROR) {
@@ -143,6 +173,7 @@ ErrorCode deliver(Watch* watch, TableReader* reader) {
     if (watch->lastDelivered.has_value() && std::int64_t{id} != std::int64_t{*watch->lastDelivered} + 1) {
         log_debug(START, "uniform id gap occured: prevUniformId = %d, nextUniformId = %d\n", *watch->lastDelivered, id);
         watch->lastDelivered.reset();
+        watch->looksAtAll = true;
         return NO_ERROR;
     }
     watch->lastDelivered = id;
@@ -171,6 +202,7 @@ void waitForPauseEnd(Watch* watch) {
     const std::int64_t rest = *watch->pauseEnd - changePlatform().now();
     if (rest <= 0 || fileChanges_wait(&watch->watcher->state->changes, rest) == WaitEnd::over) {
         watch->pauseEnd.reset();
+        watch->looksAtAll = true;  // whatever is reported
     }
 }
 
@@ -206,13 +238,15 @@ ErrorCode idle(Watch* watch) {
 
 // Before the readers are positioned: what is stored from then on ends a pause.
 void watchFiles(MessageWatcher* watcher) {
+    watcher->byWatch.clear();
     if (watcher->pause != nullptr) {
         return;
     }
     FileChanges* changes = &watcher->state->changes;
     fileChanges_open(changes, START);
     for (const auto& reader : watcher->readers) {
-        (void)fileChanges_watch(changes, tableStorage_master(mt_storage(reader->table)));  // a pause ends all the same
+        reader->watch = fileChanges_watch(changes, fileOf(*reader));
+        watcher->byWatch.emplace(reader->watch, reader.get());
     }
 }
 
@@ -229,10 +263,7 @@ ErrorCode positionReaders(Watch* watch) {
 ErrorCode run(Watch* watch) {
     ErrorCode code = NO_ERROR;
     while ((code == NO_ERROR || code == NO_DATA_ERROR) && watch->stop == 0) {
-        // Only a pass behind which the watch may wait: what changes from here on ends that wait.
-        if (watch->watcher->idlePasses >= PASSES_WITHOUT_PAUSE) {
-            fileChanges_empty(&watch->watcher->state->changes);
-        }
+        takeChanges(watch);  // what changes from here on ends the wait behind this pass
         TableReader* reader = nullptr;
         code = findNextUniformId(watch->watcher, &reader);
         if (code != NO_ERROR) {

@@ -9,13 +9,17 @@
 //
 // Such a pause ends early when the file of a table changes (storage/file_changes.h). The pass that this brings is not
 // counted: when it finds nothing, what is left of the pause follows, so that passes x 20 + 50 milliseconds always lie
-// between two passes that are. Nothing else is different where changes are not reported, but for a NOTE at the start.
+// between two passes that are. Such passes, and those without a pause, read only the files that have changed since they
+// were seen empty, which is all that can be told from there; a pass behind a gap and one behind the end of a pause read
+// every file, so that neither order nor delivery rests on what the system reports. Nothing else is different where
+// changes are not reported, but for a NOTE at the start.
 //
 // The tables are borrowed and must outlive the watcher's use of them; other processes may write them. The listener may
 // write to, drop or destroy a table: a destroyed one ends the watch with MASTER_INACTIVE_ERROR.
 #pragma once
 
 #include <cstdint>
+#include <map>
 #include <memory>
 #include <vector>
 
@@ -32,6 +36,7 @@ struct MessageWatcher {
     std::int32_t idlePasses = 0;                         // passes in a row that found nothing
     void (*pause)(std::int64_t milliseconds) = nullptr;  // in place of the wait that a destroy ends; for tests
     std::vector<char> texts;                             // of the message being delivered
+    std::multimap<int, TableReader*> byWatch;            // the readers by the watches of their files
     std::shared_ptr<WatcherState> state;                 // outlives the watcher with whoever asks it to stop
 };
 

@@ -12,6 +12,7 @@
 #include "core/error_codes.h"
 #include "messagetable/frame.h"
 #include "messagetable/message_table.h"
+#include "storage/file_changes.h"
 
 namespace tabulo::internal {
 
@@ -28,6 +29,8 @@ struct TableReader {
     std::int32_t pending = 0;      // unconsumed bytes
     bool grew = false;             // the last refill brought more bytes than were pending before
     bool decoded = false;          // `message` is the next one
+    int watch = NO_FILE_WATCH;     // of its file
+    bool mayHaveMore = true;       // false: the file has not changed since a look found nothing new
     DecodedMessage message;
 };
 

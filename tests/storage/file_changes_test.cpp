@@ -11,7 +11,10 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <optional>
+#include <set>
 #include <thread>
+#include <vector>
 
 #include "tests/faults/resources.h"
 #include "tests/storage/open_table_file.h"
@@ -37,6 +40,15 @@ class FileChangesTest : public ::testing::Test {
         ASSERT_EQ(tableFileWrite(file.get(), text, 4), NO_ERROR);
         ASSERT_EQ(tableFileFlush(file.get()), NO_ERROR);
     }
+    // The watches whose files have changed; nothing when that is any of them.
+    using Changed = std::optional<std::set<int>>;
+    static Changed take(FileChanges* changes) {
+        std::set<int> watches;
+        const bool isKnown = fileChanges_take(
+            changes, &watches, [](void* owner, int watch) { static_cast<std::set<int>*>(owner)->insert(watch); });
+        return isKnown ? Changed(watches) : std::nullopt;
+    }
+    Changed take() { return take(&changes); }
     WaitEnd wait(std::int64_t nanoseconds = PATIENCE) { return fileChanges_wait(&changes, nanoseconds); }
     // After what must not have ended a wait.
     WaitEnd waitInVain() { return wait(5 * MILLISECOND); }
@@ -54,7 +66,7 @@ TEST_F(FileChangesTest, AWaitEndsWithAWriteAndWithACut) {
     EXPECT_EQ(waitInVain(), WaitEnd::over) << "nothing has changed yet";
     write(writer);
     EXPECT_EQ(wait(), WaitEnd::changed);
-    fileChanges_empty(&changes);
+    (void)take();
     ASSERT_EQ(tableFileTruncate(writer.get(), 0), NO_ERROR);
     EXPECT_EQ(wait(), WaitEnd::changed);
 }
@@ -79,15 +91,16 @@ TEST_F(FileChangesTest, ReadingEndsNoWait) {
     EXPECT_EQ(waitInVain(), WaitEnd::over);
 }
 
-TEST_F(FileChangesTest, WhatChangesBetweenTheEmptyingAndTheWaitEndsIt) {
-    fileChanges_watch(&changes, reader.get());
+TEST_F(FileChangesTest, WhatChangesBehindTheTakingEndsTheWait) {
+    const int watch = fileChanges_watch(&changes, reader.get());
+    EXPECT_EQ(take(), Changed(std::set<int>{}));
     write(writer);
-    fileChanges_empty(&changes);
-    EXPECT_EQ(waitInVain(), WaitEnd::over) << "it was forgotten";
-    fileChanges_empty(&changes);
+    EXPECT_EQ(take(), Changed(std::set<int>{watch}));
+    EXPECT_EQ(waitInVain(), WaitEnd::over) << "it was taken";
+    EXPECT_EQ(take(), Changed(std::set<int>{}));
     write(writer);
     EXPECT_EQ(wait(), WaitEnd::changed);
-    EXPECT_EQ(wait(), WaitEnd::changed) << "until the queue is emptied";
+    EXPECT_EQ(wait(), WaitEnd::changed) << "until it is taken";
 }
 
 TEST_F(FileChangesTest, AFileIsWatchedAndNotItsName) {
@@ -98,7 +111,7 @@ TEST_F(FileChangesTest, AFileIsWatchedAndNotItsName) {
     EXPECT_EQ(waitInVain(), WaitEnd::over) << "another file stands there";
     write(writer);
     EXPECT_EQ(wait(), WaitEnd::changed);
-    fileChanges_empty(&changes);
+    (void)take();
     std::filesystem::remove(path + ".old");
     EXPECT_EQ(waitInVain(), WaitEnd::over) << "its name is nothing to wait for";
     write(writer);
@@ -112,7 +125,7 @@ TEST_F(FileChangesTest, TheWatchOfAFileThatIsGoneIsEndedWithoutHarm) {
     writer.reset();
     fileChanges_unwatch(&changes, watch);
     fileChanges_unwatch(&changes, watch);
-    fileChanges_empty(&changes);
+    (void)take();
     EXPECT_EQ(waitInVain(), WaitEnd::over);
     writer = openTableFile(path, OpenMode::create);
     ASSERT_NE(fileChanges_watch(&changes, writer.get()), NO_FILE_WATCH);
@@ -127,7 +140,7 @@ TEST_F(FileChangesTest, AFileThatIsWatchedTwiceIsWatchedUntilBothWatchesEnd) {
     write(writer);
     EXPECT_EQ(wait(), WaitEnd::changed);
     fileChanges_unwatch(&changes, second);
-    fileChanges_empty(&changes);
+    (void)take();
     write(writer);
     EXPECT_EQ(waitInVain(), WaitEnd::over);
 }
@@ -135,17 +148,33 @@ TEST_F(FileChangesTest, AFileThatIsWatchedTwiceIsWatchedUntilBothWatchesEnd) {
 TEST_F(FileChangesTest, MoreChangesThanTheSystemCountsEndAWaitLikeOne) {
     const TableFilePtr another = openTableFile(path + "2", OpenMode::create);
     fileChanges_watch(&changes, writer.get());
-    fileChanges_watch(&changes, another.get());
+    const int watch = fileChanges_watch(&changes, another.get());
     int most = 0;
     std::ifstream("/proc/sys/fs/inotify/max_queued_events") >> most;
     for (int i = 0; i < std::min(most, 100000) + 2; ++i) {  // in turn, or two would count as one
         write(i % 2 == 0 ? writer : another);
     }
     EXPECT_EQ(wait(), WaitEnd::changed);
-    fileChanges_empty(&changes);
+    EXPECT_EQ(take(), std::nullopt) << "whose they were is not known";
     EXPECT_EQ(waitInVain(), WaitEnd::over);
     write(another);
     EXPECT_EQ(wait(), WaitEnd::changed);
+    EXPECT_EQ(take(), Changed(std::set<int>{watch}));
+}
+
+TEST_F(FileChangesTest, ChangesOfManyFilesAreAllTaken) {
+    std::vector<TableFilePtr> files;
+    std::set<int> watches;
+    for (int i = 0; i < 700; ++i) {  // more than are taken at once
+        files.push_back(openTableFile(path + std::to_string(i), OpenMode::create));
+        watches.insert(fileChanges_watch(&changes, files.back().get()));
+    }
+    ASSERT_EQ(watches.size(), files.size());
+    for (const TableFilePtr& file : files) {
+        write(file);
+    }
+    EXPECT_EQ(take(), Changed(watches));
+    EXPECT_EQ(take(), Changed(std::set<int>{}));
 }
 
 TEST_F(FileChangesTest, EndsForNothingLieApartAndTheOneBehindSomethingIsAtOnce) {
@@ -198,7 +227,7 @@ TEST_F(FileChangesTest, WithoutReportsAWaitLastsItsTimeUnlessItIsWoken) {
         EXPECT_FALSE(fileChanges_areReported(&refused));
         EXPECT_EQ(fileChanges_watch(&refused, reader.get()), NO_FILE_WATCH);
         fileChanges_unwatch(&refused, NO_FILE_WATCH);
-        fileChanges_empty(&refused);
+        EXPECT_EQ(take(&refused), std::nullopt);
         const std::int64_t before = changePlatform_system().now();
         write(writer);
         EXPECT_EQ(fileChanges_wait(&refused, 10 * MILLISECOND), WaitEnd::over);
@@ -222,7 +251,7 @@ TEST_F(FileChangesTest, AnyCallThatTheSystemRefusesIsToldOnceAndEndsInPlainWaits
                 fileChanges_open(&refused, "test");
                 const int watch = fileChanges_watch(&refused, reader.get());
                 (void)fileChanges_watch(&refused, writer.get());
-                fileChanges_empty(&refused);
+                (void)take(&refused);
                 EXPECT_EQ(fileChanges_wait(&refused, MILLISECOND), WaitEnd::over) << call;
                 fileChanges_wake(&refused);
                 if (call != "wake") {
@@ -254,7 +283,7 @@ TEST_F(FileChangesTest, InterruptedCallsAreMadeAgain) {
         FileChanges interrupted;
         fileChanges_open(&interrupted, "test");
         const int watch = fileChanges_watch(&interrupted, reader.get());
-        fileChanges_empty(&interrupted);
+        (void)take(&interrupted);
         write(writer);
         EXPECT_EQ(fileChanges_wait(&interrupted, PATIENCE), WaitEnd::changed) << call;
         fileChanges_wake(&interrupted);
@@ -284,15 +313,15 @@ TEST_F(FileChangesTest, AChildProcessTakesNothingFromItsParent) {
     const int result = runInChild([&] {
         const LogCapture log;
         write(writer);
-        fileChanges_empty(&changes);
+        const bool isAny = !take().has_value();
         const bool isOver = fileChanges_wait(&changes, MILLISECOND) == WaitEnd::over;
         fileChanges_wake(&changes);
         const bool isWoken = fileChanges_wait(&changes, PATIENCE) == WaitEnd::woken;
         fileChanges_close(&changes);
-        return isOver && isWoken && log.all().empty() ? 0 : 1;
+        return isAny && isOver && isWoken && log.all().empty() ? 0 : 1;
     });
     EXPECT_EQ(result, 0);
-    EXPECT_EQ(wait(), WaitEnd::changed) << "the child has emptied, woken or closed what is its parent's";
+    EXPECT_EQ(wait(), WaitEnd::changed) << "the child has taken, woken or closed what is its parent's";
     EXPECT_EQ(wait(), WaitEnd::changed);
 }
 

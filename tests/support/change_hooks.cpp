@@ -27,8 +27,16 @@ struct ChangeHooks::Calls {
     static SystemError unwatch(int queue, int watch) {
         return pass("unwatch", [&](const ChangePlatform& system) { return system.unwatch(queue, watch); });
     }
-    static SystemError empty(int queue) {
-        return pass("empty", [&](const ChangePlatform& system) { return system.empty(queue); });
+    static SystemError take(int queue, std::span<int> watches, std::size_t* count) {
+        return pass("take", [&](const ChangePlatform& system) {
+            const SystemError error = system.take(queue, watches, count);
+            if (installed->isLost) {
+                const auto taken = watches.first(*count);
+                *count = static_cast<std::size_t>(std::remove_if(taken.begin(), taken.end(), installed->isLost) -
+                                                  taken.begin());
+            }
+            return error;
+        });
     }
     static SystemError openWaker(int* waker) {
         return pass("openWaker", [&](const ChangePlatform& system) { return system.openWaker(waker); });
@@ -70,7 +78,7 @@ struct ChangeHooks::Calls {
 };
 
 ChangeHooks::ChangeHooks() {
-    record_ = {Calls::openQueue, Calls::watch, Calls::unwatch, Calls::empty, Calls::openWaker,
+    record_ = {Calls::openQueue, Calls::watch, Calls::unwatch, Calls::take,  Calls::openWaker,
                Calls::wake,      Calls::calm,  Calls::wait,    Calls::close, Calls::now};
     installed = this;
     changePlatform_install(&record_);

@@ -32,6 +32,9 @@ class ChangeHooks {
     // What happens before each of the system's waits, with what is waited for.
     std::function<void(std::int64_t milliseconds)> beforeWait;
 
+    // Says of a watch whether its reports are lost.
+    std::function<bool(int watch)> isLost;
+
     // Every call of this name fails, from its n-th on, with this error number; with `once` only that one.
     void fail(const std::string& call, int error, int n = 1, bool once = false) { failures_[call] = {n, error, once}; }
 
@@ -59,7 +62,7 @@ class ChangeHooks {
 };
 
 // The names of the calls that a record has, for tests that try them all.
-inline const std::vector<std::string> CHANGE_CALLS = {"openQueue", "watch", "unwatch", "empty", "openWaker",
+inline const std::vector<std::string> CHANGE_CALLS = {"openQueue", "watch", "unwatch", "take", "openWaker",
                                                       "wake",      "calm",  "wait",    "close"};
 
 }  // namespace tabulo::internal::test

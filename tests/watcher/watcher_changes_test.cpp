@@ -3,60 +3,15 @@
 #include <atomic>
 #include <cerrno>
 #include <filesystem>
-#include <functional>
 #include <thread>
 
 #include "tests/faults/resources.h"
-#include "tests/support/change_hooks.h"
 #include "tests/support/log_capture.h"
 #include "tests/watcher/read_hook.h"
-#include "tests/watcher/watched_tables.h"
+#include "tests/watcher/watcher_changes.h"
 
 namespace tabulo::internal::test {
 namespace {
-
-// Waits are events, and take no time: "wait 270" for a change or a stop, "rest 1" for a stop alone.
-class WatcherChanges : public WatcherTest {
-  protected:
-    using Waited = ChangeHooks::Waited;
-
-    void SetUp() override {
-        hooks.replaceWaits([this](std::int64_t milliseconds, bool forChanges) {
-            record.events.push_back((forChanges ? "wait " : "rest ") + std::to_string(milliseconds));
-            waits += forChanges ? 1 : 0;
-            return forChanges && onWait ? onWait(waits, milliseconds) : Waited{milliseconds};
-        });
-        writer = open("orders", OpenMode::create);
-        table = open("orders", OpenMode::read);
-        watcher = watch({table.get()});
-    }
-    // Stops at the given call without a message.
-    void stopAt(int call) {
-        record.onIdle = [this, call](int calls) {
-            if (calls == call) {
-                record.stop();
-            }
-            return NO_ERROR;
-        };
-    }
-    void run(const std::vector<std::int32_t>& from = {1}) {
-        ASSERT_EQ(record.runInRealTime(watcher.get(), from), NO_ERROR);
-    }
-    // The events behind the first passes, which do not pause.
-    Events behindTheFirst(int idles) const {
-        for (int i = 0; i < idles; ++i) {
-            EXPECT_EQ(record.events.at(static_cast<std::size_t>(i)), "idle") << i;
-        }
-        return {record.events.begin() + idles, record.events.end()};
-    }
-
-    ChangeHooks hooks;
-    WatchedTablePtr writer;
-    WatchedTablePtr table;
-    WatcherPtr watcher;
-    int waits = 0;
-    std::function<Waited(int wait, std::int64_t milliseconds)> onWait;  // without it a wait lasts its time
-};
 
 TEST_F(WatcherChanges, WithoutWritesTheEleventhPassWaits270MillisecondsAndTheTwelfth290) {
     stopAt(14);
@@ -101,23 +56,19 @@ TEST_F(WatcherChanges, EndsForNothingLieAMillisecondApartAlsoAcrossTheEndOfAPaus
         << "the pass that the change brought, and the one behind the pause";
 }
 
-TEST_F(WatcherChanges, APassThatMayWaitEmptiesTheQueueBeforeItLooks) {
-    bool isAtEnd = false;
-    const ReadHook read([&](std::size_t) {
-        if (isAtEnd) {
-            record.events.push_back(hooks.calls.back());
-            hooks.calls.back() = "seen";
-        }
-    });
+TEST_F(WatcherChanges, APassTakesTheChangesBeforeItLooks) {
+    std::string before;
+    const ReadHook read([&](std::size_t) { before = hooks.calls.back(); });
     record.onIdle = [&](int call) {
-        isAtEnd = call == 10;  // from the first pass on behind which there is a pause
-        if (call == 12) {
+        if (call == 11) {
+            before = "";
+        } else if (call == 12) {
             record.stop();
         }
         return NO_ERROR;
     };
     run();
-    EXPECT_EQ(behindTheFirst(10).at(0), "empty") << "the last call before the look";
+    EXPECT_EQ(before, "take") << "the last call before the look behind the pause";
 }
 
 TEST_F(WatcherChanges, FilesAreWatchedBeforeReadersArePositioned) {
