@@ -123,6 +123,20 @@ def table_rows(results):
     yield at_most("disk above the frames", 2, results.median("disk", "footers and header", "above the frames"), " %")
 
 
+def delay_rows(results):
+    def of(scenario, metric):
+        return results.median("delay", scenario, metric)
+    for rate in ("10", "100", "1,000", "10,000", "100,000"):
+        yield at_most(f"delivery, steady {rate}/s: median delay", 0.1, of(f"steady {rate}/s", "median"), " ms")
+        yield at_most(f"delivery, steady {rate}/s: 99 %", 1, of(f"steady {rate}/s", "99 %"), " ms")
+    for burst in ("10 messages every 50 ms", "1,000 messages every 1 s", "10,000 messages every 3 s"):
+        yield at_most(f"delivery, {burst}: the first of them, median", 0.1, of(burst, "first"), " ms")
+    yield at_most("delivery after an hour of silence: median delay", 0.1, of("after an hour of silence", "median"), " ms")
+    for rate in ("10", "100", "1,000"):
+        yield at_most(f"delivery, 1,000 tables, {rate}/s: median delay", 2, of(f"1,000 tables, {rate}/s", "median"), " ms")
+    yield at_most("a watch of 32 tables without messages, of a core", 0.1, results.median("watch", "idle", "share"), " %")
+
+
 def command_rows(results):
     def of(metric):
         return results.median("command", "tabulo", metric)
@@ -143,4 +157,5 @@ def rows(results):
     yield from append_rows(results)
     yield from read_rows(results)
     yield from table_rows(results)
+    yield from delay_rows(results)
     yield from command_rows(results)

@@ -26,9 +26,9 @@ import java.util.concurrent.Executor;
  * </pre>
  *
  * <p>A watch has handles of its own on the tables' files: the stores may be used, and closed, meanwhile. It occupies
- * one thread of its executor until it ends. What delay to expect is in docs/watcher.md: the longer nothing is stored,
- * the longer the watch sleeps between two looks; a stop does not wait for that. Any thread may call the methods of a
- * watch.
+ * one thread of its executor until it ends. A message is delivered as soon as it is stored, where the system reports
+ * that; where it does not, as for files on a network, the longer nothing is stored, the longer the watch sleeps between
+ * two looks (docs/watcher.md). A stop does not wait for that. Any thread may call the methods of a watch.
  */
 public final class Watch implements AutoCloseable {
     private final List<FollowedTable> tables;
