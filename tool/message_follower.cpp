@@ -14,7 +14,7 @@ namespace tabulo::tool {
 namespace {
 
 // How often a wait looks whether the user has asked to end.
-constexpr std::chrono::milliseconds LOOK_TIME(50);
+constexpr std::chrono::milliseconds LOOK_TIME(200);
 constexpr std::chrono::seconds LONGEST_UNSETTLED(1);
 // How often folders are looked at for new tables, and how often one that is no table yet is tried.
 constexpr std::chrono::milliseconds FOLDER_TIME(500);

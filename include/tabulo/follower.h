@@ -58,7 +58,7 @@ struct FollowEvent {
 //
 // A call that waits ends as soon as a table is written, where the system reports that: on Linux, but not for the files
 // of a network, nor when it has no more watches to give. There the tables are looked at every millisecond, which a note
-// in the log says once. A file at the path of another one is noticed within a quarter of a second.
+// in the log says once. A file at the path of another one is noticed within half a second.
 //
 // One thread uses a Follower; stop() and add() may be called from any thread at any time.
 class Follower {

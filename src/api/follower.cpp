@@ -36,7 +36,7 @@ using State = FollowerState;
 
 // Between two looks at tables that have nothing new: where the system reports changes, to see what it does not report,
 // another file at a table's path; and where it does not.
-constexpr std::chrono::milliseconds LONG_PAUSE(250);
+constexpr std::chrono::milliseconds LONG_PAUSE(500);
 constexpr std::chrono::milliseconds PAUSE(1);
 // A limit in time that is no limit; deadlines beyond it could not be counted.
 constexpr std::chrono::hours NO_LIMIT(24 * 365 * 100);
