@@ -197,7 +197,7 @@ bool isIgnored(const NumericFilter<Number>& filter, const MessageTableLayout& la
 
 template <typename Number>
 bool asksKnownRange(const NumericFilter<Number>& filter, const MessageTableLayout& layout) {
-    const std::int32_t pseudo = filter.fieldIndex - layout.numericFieldCount;
+    const std::int64_t pseudo = std::int64_t{filter.fieldIndex} - layout.numericFieldCount;
     return !filter.includeNull &&
            (pseudo == PSEUDO_UNIFORM_ID || pseudo == PSEUDO_SEQ_NUM || pseudo == PSEUDO_TIMESTAMP);
 }
