@@ -7,6 +7,7 @@
 #include "api/open_table.h"
 #include "api/query_state.h"
 #include "api/reader_state.h"
+#include "api/table_index.h"
 #include "api/work_watch.h"
 #include "query/match.h"
 #include "query/message_table_iterator.h"
@@ -62,14 +63,14 @@ bool mayGoOn(State* state, std::int64_t offset) {
     return state->watch.goOn(done, state->messagesRead);
 }
 
-// The walk has come to a block, which it has not seen before.
-void comeTo(State* state, std::int64_t block) {
+// The walk has come to a block, which it has not seen before, or has left some unread.
+void comeTo(State* state, std::int64_t block, std::int64_t count = 1) {
     if (!state->knowsOrdinal && state->message.blockOrdinal >= 0 && state->message.position.block == state->block) {
         state->knowsOrdinal = true;  // somebody has asked for it
         state->blockOrdinal = state->message.blockOrdinal;
     }
     state->block = block;
-    state->blockOrdinal += state->backward ? -1 : 1;
+    state->blockOrdinal += state->backward ? -count : count;
 }
 
 internal::ErrorCode enterBlock(State* state, std::int64_t block) {
@@ -98,10 +99,11 @@ internal::ErrorCode onBlock(void* owner, const internal::BlockSummary& summary, 
     return internal::NO_ERROR;
 }
 
-void onSkipped(void* owner, std::int64_t block) {
+void onSkipped(void* owner, std::int64_t count) {
+    constexpr std::int64_t NONE = -1;
     auto* state = static_cast<State*>(owner);
-    comeTo(state, block);
-    state->blocksSkipped += 1;
+    comeTo(state, NONE, count);
+    state->blocksSkipped += count;
 }
 
 internal::ErrorCode onMessage(void* owner, const internal::MessageView& message, internal::Visit* answer) {
@@ -247,6 +249,9 @@ std::pair<internal::FramePlace, internal::FramePlace> boundWalk(const Call& call
 Messages reader_messages(const std::shared_ptr<ReaderState>& reader, const Query& query, Work work) {
     const Call call(reader->path);
     const QueryState& asked = query.state();
+    if (reader->index != nullptr) {
+        tableIndex_update(call, reader->index.get(), reader->open.get(), FOLLOWED_BLOCKS, {});
+    }
     auto state = std::make_unique<MessagesState>(std::move(work));
     state->reader = reader;
     state->backward = asked.backward;

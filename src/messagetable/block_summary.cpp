@@ -52,7 +52,9 @@ void widenNumeric(NumericValue* minimum, NumericValue* maximum, const NumericVal
     }
 }
 
-void writeRecord(const RangeRecord& record, const MessageTableLayout& layout, KSVByteStream* stream) {
+}  // namespace
+
+void rangeRecord_write(const RangeRecord& record, const MessageTableLayout& layout, KSVByteStream* stream) noexcept {
     byteStream_put(stream, record.seqNum);
     byteStream_put(stream, record.uniformId);
     byteStream_put(stream, record.timestamp);
@@ -64,7 +66,7 @@ void writeRecord(const RangeRecord& record, const MessageTableLayout& layout, KS
     }
 }
 
-ErrorCode readRecord(RangeRecord* record, const MessageTableLayout& layout, KSVByteStream* stream) {
+ErrorCode rangeRecord_read(RangeRecord* record, const MessageTableLayout& layout, KSVByteStream* stream) noexcept {
     byteStream_get(stream, &record->seqNum);
     byteStream_get(stream, &record->uniformId);
     byteStream_get(stream, &record->timestamp);
@@ -79,8 +81,6 @@ ErrorCode readRecord(RangeRecord* record, const MessageTableLayout& layout, KSVB
     }
     return byteStream_error(stream) == NO_ERROR ? NO_ERROR : HEADER_CORRUPTED_ERROR;
 }
-
-}  // namespace
 
 ErrorCode blockSummary_init(BlockSummary* summary, const MessageTableLayout& layout) noexcept {
     try {
@@ -172,8 +172,8 @@ bool blockSummary_mayContain(const BlockSummary& summary, std::int32_t field, st
 
 ErrorCode blockSummary_writeFooter(const BlockSummary* summary, const MessageTableLayout& layout,
                                    KSVByteStream* stream) noexcept {
-    writeRecord(summary->minimum, layout, stream);
-    writeRecord(summary->maximum, layout, stream);
+    rangeRecord_write(summary->minimum, layout, stream);
+    rangeRecord_write(summary->maximum, layout, stream);
     for (const BloomFilter& filter : summary->filters) {
         (void)bloomFilter_write(&filter, stream);  // the stream keeps its first error
     }
@@ -183,9 +183,9 @@ ErrorCode blockSummary_writeFooter(const BlockSummary* summary, const MessageTab
 ErrorCode blockSummary_readFooter(BlockSummary* summary, const MessageTableLayout& layout, KSVByteStream* stream,
                                   std::uint64_t blockLength) noexcept {
     const std::int32_t footerSize = byteStream_unread(stream);
-    ErrorCode code = readRecord(&summary->minimum, layout, stream);
+    ErrorCode code = rangeRecord_read(&summary->minimum, layout, stream);
     if (code == NO_ERROR) {
-        code = readRecord(&summary->maximum, layout, stream);
+        code = rangeRecord_read(&summary->maximum, layout, stream);
     }
     if (code != NO_ERROR) {
         return code;

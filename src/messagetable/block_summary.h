@@ -44,6 +44,15 @@ struct RangeRecord {
     std::array<NumericValue, MAX_NUMERIC_FIELDS> numericValues{};
 };
 
+// Bytes of a stored record.
+inline std::int32_t rangeRecord_size(const MessageTableLayout& layout) noexcept {
+    return 36 + FIXED_NUMERIC_SIZE * layout.numericFieldCount;
+}
+// Appends a record; errors stay in the stream.
+void rangeRecord_write(const RangeRecord& record, const MessageTableLayout& layout, KSVByteStream* stream) noexcept;
+// HEADER_CORRUPTED_ERROR when it is not all there; CONSISTENCY_ERROR for an unknown numeric type.
+ErrorCode rangeRecord_read(RangeRecord* record, const MessageTableLayout& layout, KSVByteStream* stream) noexcept;
+
 struct BlockSummary {
     std::int32_t messageCount = 0;
     std::uint64_t frameBytes = 0;

@@ -364,6 +364,18 @@ std::int64_t mt_openBlockStart(const MessageTable* table) noexcept {
     return static_cast<std::int64_t>(headerTail_openBlock(table->records, table->storage->headerSize));
 }
 
+std::shared_ptr<void>& mt_sideIndex(MessageTable* table) noexcept {
+    return table->sideIndex;
+}
+
+void mt_useSideIndex(MessageTable* table, bool use) noexcept {
+    table->usesSideIndex = use;
+}
+
+bool mt_usesSideIndex(const MessageTable* table) noexcept {
+    return table->usesSideIndex;
+}
+
 KnownBlocks& mt_knownBlocks(MessageTable* table) noexcept {
     table->known.follow(*table->storage);
     return table->known;

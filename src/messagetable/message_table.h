@@ -30,10 +30,12 @@ struct MessageTable {
     TableStoragePtr storage;
     HeaderTailPtr tail;  // made when a file is opened
     BlockWriterPtr writer;
-    TableView view;                 // of a table that is open read-only
-    MessageTableHeader header;      // layout and names of the configuration
-    TailRecords records;            // what is saved and what lookups answer
-    KnownBlocks known;              // what readers have seen
+    TableView view;             // of a table that is open read-only
+    MessageTableHeader header;  // layout and names of the configuration
+    TailRecords records;        // what is saved and what lookups answer
+    KnownBlocks known;          // what readers have seen
+    std::shared_ptr<void> sideIndex;
+    bool usesSideIndex = true;
     bool opened = false;            // the last open succeeded
     std::int32_t uses = 0;          // operations under way that call back (MessageTableUse)
     bool destroyRequested = false;  // mt_destroy was called by such a callback
@@ -121,6 +123,11 @@ FramePlace mt_nextPlace(const MessageTable* table) noexcept;
 std::int64_t mt_openBlockStart(const MessageTable* table) noexcept;
 // What the table's readers have seen of its closed blocks since its files were opened; for them to add to.
 KnownBlocks& mt_knownBlocks(MessageTable* table) noexcept;
+// What was read of the side index (index/side_index.h) for the last query; null at first. For it alone.
+std::shared_ptr<void>& mt_sideIndex(MessageTable* table) noexcept;
+// Whether queries look for a side index; they do at first.
+void mt_useSideIndex(MessageTable* table, bool use) noexcept;
+bool mt_usesSideIndex(const MessageTable* table) noexcept;
 // True when a callback has asked to destroy the table that is still in use (MessageTableUse).
 bool mt_isDestroyed(const MessageTable* table) noexcept;
 

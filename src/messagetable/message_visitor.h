@@ -22,8 +22,8 @@ struct MessageVisitor {
     // A block that holds messages, before the first of them; not called for a damaged one, whose summary tells nothing.
     ErrorCode (*onBlock)(void* owner, const BlockSummary& summary, Visit* answer) = nullptr;
     ErrorCode (*onMessage)(void* owner, const MessageView& message, Visit* answer) = nullptr;
-    // Null, or told of the file offset of a closed block that an iterator leaves unread because of what is known of it.
-    void (*onSkipped)(void* owner, std::int64_t block) = nullptr;
+    // Null, or told how many closed blocks an iterator leaves unread because of what is known of them.
+    void (*onSkipped)(void* owner, std::int64_t count) = nullptr;
 };
 
 }  // namespace tabulo::internal

@@ -9,40 +9,21 @@ namespace {
 
 enum class Direction { forward, backward };
 
-// One walk. The visitor may write to, drop or destroy the table: the file is fetched anew behind every call of it.
+// One walk.
 struct Walk {
     BlockReader* reader;
     const MessageVisitor* visitor;
     Direction direction;
-    std::int64_t openings;  // of the storage, when the walk began
-    TableFile* file = nullptr;
-    bool ended = false;  // the visitor asked to stop, an error occurred, or the table was dropped
+    WalkFile file;
 };
 
-// Ends the walk when the file it walks is gone: silently when the table was dropped and its file opened anew.
-ErrorCode fetchFile(Walk* walk) {
-    const TableStorage* storage = walk->reader->storage;
-    walk->file = tableStorage_master(storage);
-    if (walk->file == nullptr) {
-        walk->ended = true;
-        return MASTER_INACTIVE_ERROR;
-    }
-    walk->ended = storage->openings != walk->openings;
-    return NO_ERROR;
-}
-
-// What the visitor's answer, or its failure, means for the walk.
 ErrorCode follow(Walk* walk, ErrorCode code, Visit answer) {
-    if (code != NO_ERROR || answer == Visit::stop) {
-        walk->ended = true;
-        return code;
-    }
-    return fetchFile(walk);
+    return walkFile_follow(&walk->file, code, answer);
 }
 
 FrameCursor framesOf(const Walk& walk, const Block& block) {
     const auto start = walk.direction == Direction::forward ? frameCursor_forward : frameCursor_backward;
-    return start(walk.reader, walk.file, block_framesStart(block), block.framesEnd, BLOCK_PIECE_SIZE);
+    return start(walk.reader, walk.file.file, block_framesStart(block), block.framesEnd, BLOCK_PIECE_SIZE);
 }
 
 // What ends the messages of a block before all of them were shown: another process has cut the open block since it was
@@ -60,7 +41,7 @@ ErrorCode walkMessages(Walk* walk, const Block& block) {
     FrameCursor cursor = framesOf(*walk, block);
     DecodedMessage message;
     for (std::int32_t i = 0; i < (isDamaged ? layout.messagesPerBlock : block.messageCount); ++i) {
-        cursor.file = walk->file;
+        cursor.file = walk->file.file;
         ErrorCode code = step(&cursor, &message);
         if (endsBlock(block, code)) {
             return NO_ERROR;
@@ -70,13 +51,13 @@ ErrorCode walkMessages(Walk* walk, const Block& block) {
             code = walk->visitor->onMessage(walk->visitor->owner, message_view(message, layout), &answer);
             code = follow(walk, code, answer);
         }
-        if (code != NO_ERROR || walk->ended) {
-            walk->ended = true;
+        if (code != NO_ERROR || walk->file.ended) {
+            walk->file.ended = true;
             return code;
         }
     }
     const bool wholeStretch = isDamaged || cursor.position == cursor.begin || cursor.position == cursor.end;
-    walk->ended = !wholeStretch;
+    walk->file.ended = !wholeStretch;
     return wholeStretch ? NO_ERROR : CONSISTENCY_ERROR;
 }
 
@@ -88,13 +69,13 @@ ErrorCode walkBlock(Walk* walk, const Block& block) {
             code = walk->visitor->onBlock(walk->visitor->owner, walk->reader->summary, &answer);
         }
         code = follow(walk, code, answer);
-        if (code != NO_ERROR || walk->ended || answer == Visit::skipBlock) {
+        if (code != NO_ERROR || walk->file.ended || answer == Visit::skipBlock) {
             return code;
         }
     }
     const ErrorCode code = walkMessages(walk, block);
-    if (block.state == BlockState::damaged && code == NO_ERROR && !walk->ended) {
-        walk->ended = true;
+    if (block.state == BlockState::damaged && code == NO_ERROR && !walk->file.ended) {
+        walk->file.ended = true;
         return block.damage;
     }
     return code;
@@ -106,18 +87,37 @@ bool holdsMessages(const Block& block) {
 
 }  // namespace
 
+ErrorCode walkFile_begin(BlockReader* reader, WalkFile* file) noexcept {
+    *file = {reader->storage, reader->storage->openings};
+    return walkFile_follow(file, NO_ERROR, Visit::goOn);
+}
+
+ErrorCode walkFile_follow(WalkFile* file, ErrorCode code, Visit answer) noexcept {
+    if (code != NO_ERROR || answer == Visit::stop) {
+        file->ended = true;
+        return code;
+    }
+    file->file = tableStorage_master(file->storage);
+    if (file->file == nullptr) {
+        file->ended = true;
+        return MASTER_INACTIVE_ERROR;
+    }
+    file->ended = file->storage->openings != file->openings;
+    return NO_ERROR;
+}
+
 ErrorCode mfr_readForward(BlockReader* reader, std::int64_t startBlock, const MessageVisitor& visitor) noexcept {
-    Walk walk{reader, &visitor, Direction::forward, reader->storage->openings};
+    Walk walk{reader, &visitor, Direction::forward, {}};
     BlockCursor cursor =
         blockCursor_at(reader, startBlock, BlockCursor::OpenBlocks::scanned, BlockCursor::ZeroWords::judged);
-    ErrorCode code = fetchFile(&walk);
-    while (code == NO_ERROR && !walk.ended) {
-        code = blockCursor_next(&cursor, walk.file);
+    ErrorCode code = walkFile_begin(reader, &walk.file);
+    while (code == NO_ERROR && !walk.file.ended) {
+        code = blockCursor_next(&cursor, walk.file.file);
         const Block block = cursor.block;
         if (code == NO_ERROR && holdsMessages(block)) {
             code = walkBlock(&walk, block);
         }
-        if (code == NO_ERROR && !walk.ended && cursor.position == block.start) {
+        if (code == NO_ERROR && !walk.file.ended && cursor.position == block.start) {
             return block.damage;  // the open block, nothing, or a table that was dropped: the data ends here
         }
     }
@@ -125,15 +125,15 @@ ErrorCode mfr_readForward(BlockReader* reader, std::int64_t startBlock, const Me
 }
 
 ErrorCode mfr_readBackward(BlockReader* reader, std::int64_t startBlock, const MessageVisitor& visitor) noexcept {
-    Walk walk{reader, &visitor, Direction::backward, reader->storage->openings};
+    Walk walk{reader, &visitor, Direction::backward, {}};
     BlockCursor cursor =
         blockCursor_at(reader, startBlock, BlockCursor::OpenBlocks::scanned, BlockCursor::ZeroWords::judged);
-    ErrorCode code = fetchFile(&walk);
-    if (code != NO_ERROR || walk.ended || startBlock < reader->storage->headerSize) {
+    ErrorCode code = walkFile_begin(reader, &walk.file);
+    if (code != NO_ERROR || walk.file.ended || startBlock < reader->storage->headerSize) {
         return code;
     }
     ErrorCode damage = NO_ERROR;  // behind the open block, told when all before it has been shown
-    code = blockCursor_next(&cursor, walk.file);
+    code = blockCursor_next(&cursor, walk.file.file);
     while (code == NO_ERROR && cursor.block.state != BlockState::gone) {
         const Block block = cursor.block;
         if (block.state == BlockState::open && damage == NO_ERROR) {
@@ -142,13 +142,13 @@ ErrorCode mfr_readBackward(BlockReader* reader, std::int64_t startBlock, const M
         if (holdsMessages(block)) {
             code = walkBlock(&walk, block);
         }
-        if (code != NO_ERROR || walk.ended) {
+        if (code != NO_ERROR || walk.file.ended) {
             return code;
         }
         if (block.start <= reader->storage->headerSize) {
             return damage;
         }
-        code = blockCursor_previous(&cursor, walk.file);
+        code = blockCursor_previous(&cursor, walk.file.file);
     }
     return code;
 }

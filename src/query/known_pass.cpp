@@ -17,9 +17,9 @@ bool isRuledOut(MessageTableIterator* iterator, const KnownBlock& block) {
     return !query_blockMayMatch(*iterator->conditions, iterator->knownSummary, iterator->reader->layout);
 }
 
-void leaveUnread(MessageTableIterator* iterator, const KnownBlock& block) {
+void leaveUnread(MessageTableIterator* iterator, std::size_t count) {
     if (iterator->match.onSkipped != nullptr) {
-        iterator->match.onSkipped(iterator->match.owner, block.start);
+        iterator->match.onSkipped(iterator->match.owner, static_cast<std::int64_t>(count));
     }
 }
 
@@ -39,9 +39,7 @@ void knownPass_forward(MessageTableIterator* iterator, TableFile* file) noexcept
     if (behind - *first < SHORTEST_PASS || !known.confirm(iterator->reader.get(), file)) {
         return;
     }
-    for (std::size_t i = *first; i < behind; ++i) {
-        leaveUnread(iterator, known.at(i));
-    }
+    leaveUnread(iterator, behind - *first);
     iterator->cursor.position = known.at(behind - 1).end;
 }
 
@@ -59,9 +57,7 @@ void knownPass_backward(MessageTableIterator* iterator, TableFile* file, std::in
     if (*last + 1 - first < SHORTEST_PASS || !known.confirm(iterator->reader.get(), file)) {
         return;
     }
-    for (std::size_t i = *last + 1; i > first; --i) {
-        leaveUnread(iterator, known.at(i - 1));
-    }
+    leaveUnread(iterator, *last + 1 - first);
     block.start = known.at(first).start;
 }
 

@@ -42,6 +42,8 @@ struct FilePlatform {
     SystemError (*isAt)(int descriptor, const char* path, bool* same);
     SystemError (*close)(int descriptor);
     SystemError (*remove)(const char* path);
+    // Gives a file another name, which takes the place of a file that has it.
+    SystemError (*rename)(const char* from, const char* to);
     // Seconds since the epoch.
     std::int64_t (*now)();
     // True for a file that was last written before this machine was started: what had not been committed to the disk

@@ -35,8 +35,9 @@ bool linux_writtenBeforeStart(int descriptor) {
 }
 
 constexpr FilePlatform systemPlatform{
-    posix_open,     linux_lock, linux_unlock, posix_readAt, posix_writeAt, posix_sync, posix_syncDirectory,
-    posix_truncate, posix_size, posix_isAt,   posix_close,  posix_remove,  posix_now,  linux_writtenBeforeStart};
+    posix_open,  linux_lock,          linux_unlock,   posix_readAt, posix_writeAt,
+    posix_sync,  posix_syncDirectory, posix_truncate, posix_size,   posix_isAt,
+    posix_close, posix_remove,        posix_rename,   posix_now,    linux_writtenBeforeStart};
 
 }  // namespace
 

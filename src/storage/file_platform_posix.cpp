@@ -6,6 +6,7 @@
 #include <array>
 #include <cerrno>
 #include <climits>
+#include <cstdio>
 #include <cstring>
 #include <ctime>
 #include <memory>
@@ -116,6 +117,10 @@ SystemError posix_close(int descriptor) {
 
 SystemError posix_remove(const char* path) {
     return ::unlink(path) == 0 ? 0 : errno;
+}
+
+SystemError posix_rename(const char* from, const char* to) {
+    return ::rename(from, to) == 0 ? 0 : errno;
 }
 
 std::int64_t posix_now() {

@@ -22,6 +22,7 @@ SystemError posix_size(int descriptor, std::int64_t* size);
 SystemError posix_isAt(int descriptor, const char* path, bool* same);
 SystemError posix_close(int descriptor);
 SystemError posix_remove(const char* path);
+SystemError posix_rename(const char* from, const char* to);
 std::int64_t posix_now();
 
 }  // namespace tabulo::internal
