@@ -1,5 +1,9 @@
-#include "messagetable/uniform_lookup.h"
+#include "index/uniform_lookup.h"
 
+#include <memory>
+#include <optional>
+
+#include "index/side_index.h"
 #include "messagetable/block_cursor.h"
 #include "messagetable/frame_cursor.h"
 #include "messagetable/message_table.h"
@@ -122,6 +126,58 @@ ErrorCode searchBlock(Search* search) {
     }
 }
 
+// Whether no message of some blocks has an id from the search's on.
+bool isBelow(void* owner, const RangeRecord& minimum, const RangeRecord& maximum) {
+    return minimum.uniformId <= maximum.uniformId && maximum.uniformId < static_cast<Search*>(owner)->id;
+}
+
+// Settles the place by the index when the block's ids ascend, and a frame of it is the first one from the id on: the
+// one with the lowest id there is, if it stands in this block. False when the block has to be searched.
+bool settleByIndex(Search* search, SideIndex* index, std::uint32_t number) {
+    IndexedBlock block;
+    const auto perBlock = static_cast<std::uint64_t>(readerOf(*search).layout.messagesPerBlock);
+    const std::optional<std::uint64_t> message = index->lowest(UNIFORM_ID_PART, number, keyOf(search->id));
+    if (!index->read(number, &block) || !block.uniformIdsAscend || !message.has_value() ||
+        *message / perBlock != number) {
+        return false;
+    }
+    const auto target = static_cast<std::int32_t>(*message % perBlock);
+    std::int32_t pieceSize = 0;
+    const FrameMark mark = indexedBlock_markBefore(block, readerOf(*search).layout, target, &pieceSize);
+    FrameCursor frames = frameCursor_forward(search->cursor.reader, search->file, block.start + BLOCK_LENGTH_SIZE,
+                                             block.end() - readerOf(*search).footerSize, SCAN_PIECE_SIZE);
+    std::int32_t at = 0;
+    DecodedMessage decoded;
+    if (frameJump_forward(&frames, mark, pieceSize, target, &at, &decoded) != NO_ERROR) {
+        return false;
+    }
+    const std::int64_t frame = frames.position;
+    if (frameCursor_next(&frames, &decoded) != NO_ERROR || decoded.metadata.uniformId < search->id) {
+        return false;
+    }
+    search->cursor.block.start = block.start;
+    settle(search, frame, target);
+    return true;
+}
+
+// Goes to the first block that may hold the message, or settles its place.
+void startByIndex(MessageTable* table, Search* search) {
+    const std::shared_ptr<SideIndex> index = sideIndex_of(table, search->file);
+    if (index == nullptr) {
+        return;
+    }
+    const std::optional<std::uint32_t> block = index->next(0, {search, isBelow});
+    const std::optional<std::int64_t> start = block.has_value() ? index->startOf(*block) : std::nullopt;
+    if (!start.has_value()) {
+        return;
+    }
+    search->cursor.position = *start;
+    search->blockOrdinal = std::int64_t{*block} * readerOf(*search).layout.messagesPerBlock;
+    if (*block < index->blocks()) {
+        (void)settleByIndex(search, index.get(), *block);  // else the search goes on there
+    }
+}
+
 }  // namespace
 
 ErrorCode mt_findUniformId(MessageTable* table, std::int32_t id, UniformPlace* place) noexcept {
@@ -143,6 +199,7 @@ ErrorCode mt_findUniformId(MessageTable* table, std::int32_t id, UniformPlace* p
     search.file = tableStorage_master(storage);
     search.id = id;
     search.place = place;
+    startByIndex(table, &search);
     while (code == NO_ERROR && !search.found) {
         code = blockCursor_next(&search.cursor, search.file);
         if (code == NO_ERROR) {

@@ -3,7 +3,7 @@
 
 #include <algorithm>
 
-#include "messagetable/uniform_lookup.h"
+#include "index/uniform_lookup.h"
 #include "tests/messagetable/table_image.h"
 
 namespace tabulo::internal::test {

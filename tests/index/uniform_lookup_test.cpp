@@ -1,5 +1,5 @@
 // Where the lookup of a uniform id says that reading goes on.
-#include "messagetable/uniform_lookup.h"
+#include "index/uniform_lookup.h"
 
 #include <limits>
 

@@ -14,7 +14,7 @@ AREAS = {
     "src/messagetable": ("messagetable", ["storage", "core"]),
     "src/index": ("index", ["messagetable", "storage", "core"]),
     "src/query": ("query", ["index", "messagetable", "storage", "core"]),
-    "src/watcher": ("watcher", ["messagetable", "storage", "core"]),
+    "src/watcher": ("watcher", ["index", "messagetable", "storage", "core"]),
     "src/api": ("api", [*_WHOLE_LIBRARY, "tabulo"]),
     "java/jni": ("jni", _WHOLE_LIBRARY),
     "tool": ("tool", ["tabulo"]),
