@@ -6,7 +6,7 @@
 #include "fuzz/conditions_input.h"
 #include "fuzz/harness.h"
 #include "messagetable/message_lookup.h"
-#include "messagetable/message_read.h"
+#include "query/message_read.h"
 #include "query/match.h"
 #include "tests/support/current_message.h"
 #include "watcher/message_watcher.h"

@@ -12,7 +12,7 @@
 #include "jni/on_message_table.h"
 #include "jni/table_open.h"
 #include "messagetable/message_lookup.h"
-#include "messagetable/message_read.h"
+#include "query/message_read.h"
 #include "query/message_table_iterator.h"
 
 namespace tabulo::internal {

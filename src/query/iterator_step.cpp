@@ -69,6 +69,7 @@ void enterBlock(MessageTableIterator* iterator, const FrameCursor& frames) {
     iterator->frames = frames;
     iterator->indexInBlock = 0;
     iterator->place = IteratorPlace::inBlock;
+    indexedWalk_enterBlock(iterator);
 }
 
 // To the next block; to the same one when it is not complete.
@@ -187,6 +188,9 @@ ErrorCode finishForward(MessageTableIterator* iterator, TableFile* file) {
 ErrorCode walkForward(MessageTableIterator* iterator, TableFile* file, bool* end) {
     iterator->frames.file = file;
     while (!isFull(iterator)) {
+        if (iterator->indexed.isInBlock && !indexedWalk_nextFrame(iterator)) {
+            break;
+        }
         ErrorCode code = frameCursor_next(&iterator->frames, &iterator->current);
         const bool isOpen = !block_isClosed(iterator->cursor.block);
         if (code == NO_DATA_ERROR || (code == CONSISTENCY_ERROR && isOpen)) {
@@ -247,8 +251,11 @@ ErrorCode startBackward(MessageTableIterator* iterator, TableFile* file) {
 
 // To the block that the walk begins with, or to the one before the block at hand; the iterator is done at the header.
 ErrorCode stepBack(MessageTableIterator* iterator, TableFile* file) {
-    if (iterator->asksKnown && iterator->place != IteratorPlace::beforeStart) {
-        knownPass_backward(iterator, file, firstBlock(iterator));
+    if (iterator->place != IteratorPlace::beforeStart) {
+        indexedWalk_backward(iterator, file, firstBlock(iterator));
+        if (iterator->asksKnown) {
+            knownPass_backward(iterator, file, firstBlock(iterator));
+        }
     }
     const BlockCursor before = iterator->cursor;
     ErrorCode code = NO_ERROR;
@@ -287,6 +294,9 @@ ErrorCode walkBackward(MessageTableIterator* iterator, TableFile* file, bool* en
     const Block& block = iterator->cursor.block;
     iterator->frames.file = file;
     while (block.state == BlockState::damaged || iterator->indexInBlock < block.messageCount) {
+        if (iterator->indexed.isInBlock && !indexedWalk_previousFrame(iterator)) {
+            return NO_ERROR;
+        }
         ErrorCode code = frameCursor_previous(&iterator->frames, &iterator->current);
         code = code == NO_ERROR ? matchMessage(iterator, end) : failBackward(iterator, file, code);
         if (code != NO_ERROR || !*end || isDone(iterator)) {
@@ -301,6 +311,7 @@ ErrorCode walkBackward(MessageTableIterator* iterator, TableFile* file, bool* en
 ErrorCode iteratorStep_forward(MessageTableIterator* iterator, TableFile* file, bool* end) noexcept {
     for (;;) {
         if (iterator->place != IteratorPlace::inBlock) {
+            indexedWalk_forward(iterator, file);
             if (iterator->asksKnown) {
                 knownPass_forward(iterator, file);
             }

@@ -27,18 +27,34 @@ bool query_blockMayMatch(const QueryConditions& conditions, const BlockSummary& 
     return true;
 }
 
+bool query_isSilent(const QueryConditions& conditions, const MessageTableLayout& layout) noexcept {
+    const auto isSilent = [&](const auto& filter) { return numericFilter_isSilent(filter, layout); };
+    const auto& doubles = conditions.doubleFilters;
+    const auto& longs = conditions.longFilters;
+    const auto& texts = conditions.stringFilters;
+    return metadataCondition_isSilent(conditions.metadata) && std::all_of(doubles.begin(), doubles.end(), isSilent) &&
+           std::all_of(longs.begin(), longs.end(), isSilent) &&
+           std::all_of(texts.begin(), texts.end(),
+                       [&](const StringFilter& filter) { return stringFilter_isSilent(filter, layout); });
+}
+
+bool query_asksRanges(const QueryConditions& conditions, const MessageTableLayout& layout) noexcept {
+    const auto asks = [&](const auto& filter) { return !filter.includeNull && numericFilter_isSilent(filter, layout); };
+    const auto& doubles = conditions.doubleFilters;
+    const auto& longs = conditions.longFilters;
+    return metadataCondition_asksKnownRange(conditions.metadata) || conditions.metadata.ids.has_value() ||
+           conditions.metadata.idsByClass.has_value() || std::any_of(doubles.begin(), doubles.end(), asks) ||
+           std::any_of(longs.begin(), longs.end(), asks);
+}
+
 bool query_asksKnownRanges(const QueryConditions& conditions, const MessageTableLayout& layout) noexcept {
     const auto asks = [&](const auto& filter) { return numericFilter_asksKnownRange(filter, layout); };
-    const auto isSilent = [&](const auto& filter) { return numericFilter_isSilent(filter, layout); };
     const auto& doubles = conditions.doubleFilters;
     const auto& longs = conditions.longFilters;
     const bool anyAsks = metadataCondition_asksKnownRange(conditions.metadata) ||
                          std::any_of(doubles.begin(), doubles.end(), asks) ||
                          std::any_of(longs.begin(), longs.end(), asks);
-    return anyAsks && metadataCondition_isSilent(conditions.metadata) &&
-           std::all_of(doubles.begin(), doubles.end(), isSilent) && std::all_of(longs.begin(), longs.end(), isSilent) &&
-           std::all_of(conditions.stringFilters.begin(), conditions.stringFilters.end(),
-                       [&](const StringFilter& filter) { return stringFilter_isSilent(filter, layout); });
+    return anyAsks && query_isSilent(conditions, layout);
 }
 
 bool query_messageMatches(const QueryConditions& conditions, const MessageView& message) noexcept {

@@ -12,8 +12,14 @@ namespace tabulo::internal {
 bool query_blockMayMatch(const QueryConditions& conditions, const BlockSummary& block,
                          const MessageTableLayout& layout) noexcept;
 
-// Whether blocks can be ruled out by their ranges of sequence numbers, uniform ids or times alone, and asking about a
-// block never writes to the log: then it may be asked by what is kept of it (known_blocks.h).
+// Whether asking about a block never writes to the log: then what is known of it may be asked in place of its footer.
+bool query_isSilent(const QueryConditions& conditions, const MessageTableLayout& layout) noexcept;
+
+// Whether blocks can be ruled out by their ranges, whatever these are of.
+bool query_asksRanges(const QueryConditions& conditions, const MessageTableLayout& layout) noexcept;
+
+// Whether blocks can be ruled out by their ranges of sequence numbers, uniform ids or times alone, and asking is
+// silent: then a block may be asked by what is kept of it (known_blocks.h).
 bool query_asksKnownRanges(const QueryConditions& conditions, const MessageTableLayout& layout) noexcept;
 
 // True when the message passes every condition. A pure function: the inverted flag and the direction are not looked at.

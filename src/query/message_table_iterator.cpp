@@ -94,6 +94,8 @@ MessageTableIteratorPtr create(MessageTable* table, QueryConditionsPtr condition
     iterator->conditions = std::move(conditions);
     iterator->asksKnown =
         !iterator->conditions->inverted && query_asksKnownRanges(*iterator->conditions, mt_layout(table));
+    iterator->indexed.mayAsk =
+        !iterator->conditions->inverted && query_isSilent(*iterator->conditions, mt_layout(table));
     iterator->openings = storage->openings;
     iterator->reader.reset(mfr_createReader(storage, mt_layout(table)));
     if (iterator->reader == nullptr) {

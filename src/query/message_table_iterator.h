@@ -20,6 +20,7 @@
 #include "messagetable/frame_place.h"
 #include "messagetable/message_table.h"
 #include "messagetable/message_visitor.h"
+#include "query/indexed_walk.h"
 #include "query/query_conditions.h"
 
 namespace tabulo::internal {
@@ -39,7 +40,8 @@ struct MessageTableIterator {
     QueryConditionsPtr conditions;
     MessageVisitor match;       // query_match or query_matchInverted
     bool asksKnown = false;     // blocks may be left unread for what the table knows of them
-    BlockSummary knownSummary;  // of the known block that is asked about
+    BlockSummary knownSummary;  // of the known block, or of those in an index, that is asked about
+    IndexedWalk indexed;
     IteratorPlace place = IteratorPlace::betweenBlocks;
     BlockCursor cursor;
     FrameCursor frames;             // of the block at hand

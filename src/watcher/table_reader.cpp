@@ -3,7 +3,7 @@
 #include <limits>
 #include <new>
 
-#include "messagetable/uniform_lookup.h"
+#include "index/uniform_lookup.h"
 
 namespace tabulo::internal {
 

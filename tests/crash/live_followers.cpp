@@ -5,7 +5,7 @@
 #include <chrono>
 
 #include "messagetable/message_lookup.h"
-#include "messagetable/message_read.h"
+#include "query/message_read.h"
 #include "query/message_table_iterator.h"
 #include "tests/crash/live_tables.h"
 #include "tests/support/current_message.h"

@@ -5,7 +5,7 @@
 #include <utility>
 
 #include "messagetable/message_lookup.h"
-#include "messagetable/message_read.h"
+#include "query/message_read.h"
 #include "messagetable/table_walk.h"
 #include "query/message_table_iterator.h"
 #include "tests/damage/table_queries.h"

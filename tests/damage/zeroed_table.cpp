@@ -8,7 +8,7 @@
 #include <optional>
 #include <utility>
 
-#include "messagetable/uniform_lookup.h"
+#include "index/uniform_lookup.h"
 #include "tests/damage/saved_frames.h"
 
 namespace tabulo::internal::test {

@@ -5,7 +5,7 @@
 #include <cerrno>
 
 #include "messagetable/message_lookup.h"
-#include "messagetable/message_read.h"
+#include "query/message_read.h"
 #include "tests/messagetable/table_image.h"
 #include "tests/messagetable/walk_record.h"
 #include "tests/support/fault_platform.h"

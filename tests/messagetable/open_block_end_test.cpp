@@ -5,8 +5,8 @@
 #include <algorithm>
 
 #include "messagetable/message_lookup.h"
-#include "messagetable/message_read.h"
-#include "messagetable/uniform_lookup.h"
+#include "query/message_read.h"
+#include "index/uniform_lookup.h"
 #include "tests/messagetable/table_image.h"
 #include "tests/messagetable/walk_record.h"
 

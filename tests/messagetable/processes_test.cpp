@@ -14,7 +14,7 @@
 #include <system_error>
 
 #include "messagetable/message_lookup.h"
-#include "messagetable/message_read.h"
+#include "query/message_read.h"
 #include "tests/messagetable/table_image.h"
 #include "tests/messagetable/walk_record.h"
 #include "tests/support/child_process.h"

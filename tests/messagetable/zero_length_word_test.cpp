@@ -4,7 +4,7 @@
 #include <algorithm>
 
 #include "messagetable/message_lookup.h"
-#include "messagetable/message_read.h"
+#include "query/message_read.h"
 #include "tests/messagetable/table_image.h"
 #include "tests/messagetable/walk_record.h"
 

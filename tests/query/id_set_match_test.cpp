@@ -1,4 +1,4 @@
-#include "messagetable/id_set_match.h"
+#include "query/id_set_match.h"
 
 #include <gtest/gtest.h>
 

@@ -7,7 +7,7 @@
 #include <iostream>
 #include <random>
 
-#include "messagetable/message_read.h"
+#include "query/message_read.h"
 #include "tests/query/query_fixture.h"
 #include "tests/support/child_process.h"
 

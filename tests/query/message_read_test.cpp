@@ -1,4 +1,4 @@
-#include "messagetable/message_read.h"
+#include "query/message_read.h"
 
 #include <gtest/gtest.h>
 

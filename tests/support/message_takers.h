@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <type_traits>
 
-#include "messagetable/message_read.h"
+#include "query/message_read.h"
 #include "messagetable/message_visitor.h"
 #include "watcher/message_watcher.h"
 

@@ -2,7 +2,7 @@
 #include <filesystem>
 
 #include "messagetable/message_lookup.h"
-#include "messagetable/message_read.h"
+#include "query/message_read.h"
 #include "query/message_table_iterator.h"
 #include "tests/sessioninfo/session_info_fixture.h"
 #include "tests/support/message_takers.h"
