@@ -172,6 +172,12 @@ class Reader {
     // The message with this number, from 0 on; none when there are fewer. indexOutOfBounds for a negative number.
     std::optional<Position> positionOf(std::int64_t ordinal);
 
+    // Whether queries and look-ups use the table's side index, if there is one (tabulo/index.h); they do at first.
+    void useIndex(bool use) noexcept;
+    // Covers the closed blocks by the side index now, as Indexer::complete, and again before a query that finds 16
+    // more. The errors of an Indexer, which this Reader is from then on.
+    void keepIndex(const Work& work = {});
+
     // The errors of the query's conditions; see Query.
     Messages messages(const Query& query = {}, Work work = {});
     Blocks blocks(Work work = {});

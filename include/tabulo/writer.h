@@ -81,6 +81,14 @@ class Writer {
     // whole or not at all, and Error::stored is the number of frames that are.
     std::int64_t appendFrames(std::span<const std::byte> frames);
 
+    // From now on keeps the table's side index (tabulo/index.h): the append that closes a block reads it again and adds
+    // it to the index, which takes about half a millisecond for a block of 1000, every 16th block a few more, and with
+    // large tables, rarely, the time of a merge (benchmarks/README.md has the figures). Covers what is closed already
+    // first. The errors of an Indexer's constructor and of Indexer::complete. Later, when the index cannot be written,
+    // it is given up and warnings() tells: appends never fail because of it.
+    void keepIndex(const Work& work = {});
+    bool keepsIndex() const noexcept;
+
     // Empties the table. When this fails the Writer may be closed (tableClosed from then on).
     void drop();
     // Commits what was written to the disk, whatever the policy. fileFlush when the system cannot.

@@ -5,7 +5,7 @@
 #include "api/call.h"
 #include "api/layout.h"
 #include "api/open_table.h"
-#include "messagetable/uniform_lookup.h"
+#include "index/uniform_lookup.h"
 #include "storage/table_file.h"
 
 namespace tabulo::api {

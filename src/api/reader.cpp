@@ -1,14 +1,17 @@
 #include "tabulo/reader.h"
 
+#include <algorithm>
 #include <utility>
 
 #include "api/layout.h"
 #include "api/open_table.h"
 #include "api/reader_state.h"
 #include "api/sequence_point.h"
+#include "api/table_index.h"
+#include "index/side_index.h"
+#include "index/uniform_lookup.h"
 #include "messagetable/frame_cursor.h"
 #include "messagetable/static_indexes.h"
-#include "messagetable/uniform_lookup.h"
 
 namespace tabulo {
 
@@ -49,6 +52,19 @@ std::optional<SequencePoint> pointSince(const std::shared_ptr<ReaderState>& stat
     const Call call(reader.path);
     const std::optional<SequencePoint> point = sequencePoint_of(indexesOf(call, reader), kind);
     return point.has_value() && point->time >= since ? point : std::nullopt;
+}
+
+// Moves the cursor to the block with this number, or behind those that the side index covers; the number of the block
+// that it has come to.
+std::int64_t startByIndex(const ReaderState& reader, std::int64_t block, internal::BlockCursor* cursor) {
+    const auto index = internal::sideIndex_of(reader.open.get(), openTable_file(reader.open.get()));
+    if (index == nullptr) {
+        return 0;
+    }
+    const auto reached = static_cast<std::uint32_t>(std::min<std::int64_t>(block, index->blocks()));
+    const std::optional<std::int64_t> start = index->startOf(reached);
+    cursor->position = start.value_or(cursor->position);
+    return start.has_value() ? reached : 0;
 }
 
 // The place of the message `index` of the block at the cursor; none when the block holds fewer.
@@ -142,6 +158,21 @@ std::optional<SequencePoint> Reader::lastPending(std::int64_t since) {
     return api::pointSince(state_, internal::LAST_PEND, since);
 }
 
+void Reader::useIndex(bool use) noexcept {
+    if (state_ != nullptr) {
+        internal::mt_useSideIndex(state_->open.get(), use);
+    }
+}
+
+void Reader::keepIndex(const Work& work) {
+    api::ReaderState& state = api::opened(state_);
+    const api::Call call(state.path);
+    if (state.index == nullptr) {
+        state.index = api::tableIndex_open(call, state.path, state.open.get());
+    }
+    api::tableIndex_update(call, state.index.get(), state.open.get(), api::EVERY_BLOCK, work);
+}
+
 Position Reader::begin() const {
     return api::reader_begin(api::opened(state_));
 }
@@ -171,7 +202,7 @@ std::optional<Position> Reader::positionOf(std::int64_t ordinal) {
     internal::BlockCursor cursor =
         internal::blockCursor_at(state.blocks.get(), Reader::begin().block, internal::BlockCursor::OpenBlocks::scanned,
                                  internal::BlockCursor::ZeroWords::judged);
-    for (std::int64_t block = 0;; ++block) {
+    for (std::int64_t block = api::startByIndex(state, ordinal / messagesPerBlock, &cursor);; ++block) {
         const std::int64_t start = cursor.position;
         call.check(internal::blockCursor_next(&cursor, file));
         const bool isThere = block == ordinal / messagesPerBlock;

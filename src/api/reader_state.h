@@ -7,6 +7,7 @@
 
 #include "api/call.h"
 #include "api/message_state.h"
+#include "index/index_builder.h"
 #include "messagetable/block_cursor.h"
 #include "messagetable/message_table.h"
 #include "tabulo/query.h"
@@ -18,7 +19,8 @@ struct ReaderState {
     std::filesystem::path path;
     std::shared_ptr<TableState> table;
     internal::MessageTablePtr open;
-    internal::BlockReaderPtr blocks;  // for look-ups of blocks
+    internal::BlockReaderPtr blocks;                // for look-ups of blocks
+    std::unique_ptr<internal::IndexBuilder> index;  // that is kept for queries; null: none is
 };
 
 // The table at a path, with the layout that its file has. Throws what a Reader does.

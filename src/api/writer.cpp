@@ -9,12 +9,20 @@
 #include "api/message_state.h"
 #include "api/open_table.h"
 #include "api/stored_header.h"
+#include "api/table_index.h"
+#include "index/index_builder.h"
 #include "messagetable/message_table.h"
 #include "storage/table_file.h"
 
 namespace tabulo {
 
 namespace api {
+
+namespace {
+
+void keepIndex(WriterState& state, std::uint32_t fewest) noexcept;
+
+}  // namespace
 
 struct WriterState {
     std::filesystem::path path;
@@ -24,10 +32,13 @@ struct WriterState {
     std::vector<std::string> warnings;
     MessageEncoder encoder;
     internal::MessageTablePtr table;
+    std::unique_ptr<internal::IndexBuilder> index;  // null: none is kept
+    std::int64_t indexedBlock = 0;                  // the open block's place when the index was kept last
 
     ~WriterState() {
         if (table != nullptr) {
             const Call call(path);
+            keepIndex(*this, EVERY_BLOCK);
             (void)internal::mt_close(table.get());  // a destructor has nobody to tell
             table.reset();
         }
@@ -56,6 +67,33 @@ std::unique_ptr<State> openWithLayout(const std::filesystem::path& path, const L
     const std::string checked = checkedPath(path);
     const Call call(path);
     return openWriter(call, path, checked, layout, presence);
+}
+
+// Brings the index that is kept up to date. It is given up, with a warning, when that fails.
+void keepIndex(WriterState& state, std::uint32_t fewest) noexcept {
+    if (state.index == nullptr) {
+        return;
+    }
+    try {
+        const Call call(state.path);
+        call.check(state.index->update(state.table.get(), fewest, {}));
+        call.check(state.index->isMergeDue() ? state.index->merge() : internal::NO_ERROR);
+        state.indexedBlock = internal::mt_openBlockStart(state.table.get());
+    } catch (const std::exception& failure) {
+        state.index.reset();
+        try {
+            state.warnings.push_back(std::string("the side index is not kept any more: ") + failure.what());
+        } catch (const std::bad_alloc&) {
+            return;  // there is no memory to say it
+        }
+    }
+}
+
+// Behind an append: a block may have been closed.
+void keepIndexUp(WriterState& state) noexcept {
+    if (state.index != nullptr && internal::mt_openBlockStart(state.table.get()) != state.indexedBlock) {
+        keepIndex(state, FOLLOWED_BLOCKS);
+    }
 }
 
 State& opened(const std::unique_ptr<State>& state) {
@@ -153,6 +191,7 @@ void Writer::append(const Message& message) {
         const bool stored = internal::mt_dataEnd(table) != before;
         call.fail(code, std::nullopt, {}, stored ? 1 : 0);
     }
+    api::keepIndexUp(state);
 }
 
 std::int64_t Writer::appendFrames(std::span<const std::byte> frames) {
@@ -167,7 +206,23 @@ std::int64_t Writer::appendFrames(std::span<const std::byte> frames) {
         call.fail(code, isFrame ? std::optional(static_cast<std::int64_t>(offset)) : std::nullopt,
                   isFrame ? "no whole frame of this layout stands there in the bytes given" : "", stored);
     }
+    api::keepIndexUp(state);
     return stored;
+}
+
+void Writer::keepIndex(const Work& work) {
+    api::WriterState& state = api::opened(state_);
+    const api::Call call(state.path);
+    if (state.index == nullptr) {
+        auto index = api::tableIndex_open(call, state.path, state.table.get());
+        api::tableIndex_update(call, index.get(), state.table.get(), api::EVERY_BLOCK, work);
+        state.index = std::move(index);
+        state.indexedBlock = internal::mt_openBlockStart(state.table.get());
+    }
+}
+
+bool Writer::keepsIndex() const noexcept {
+    return state_ != nullptr && state_->index != nullptr;
 }
 
 void Writer::drop() {
@@ -187,6 +242,8 @@ void Writer::close() {
         return;
     }
     const api::Call call(state_->path);
+    api::keepIndex(*state_, api::EVERY_BLOCK);
+    state_->index.reset();
     const auto table = std::move(state_->table);
     const internal::ErrorCode saved = internal::mt_close(table.get());
     const internal::ErrorCode closed = internal::mt_closeFiles(table.get());
