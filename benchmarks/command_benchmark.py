@@ -21,6 +21,7 @@ COMPARED = 1000  # messages whose values are compared one by one
 LAST = 50
 TAILS = 31
 LISTINGS = 5
+ORDERS = 31
 FIELDS = ["ClOrdID", "Symbol", "Account", "OrderQty", "Price"]
 COLUMNS = ["table", "uid", "seq", "prevSeq", "id", "class", "time", "timeRaw", "type", "possDup", "outOfSequence",
            "text0", "text1", *FIELDS, "wire", "nonMetadata", "wireBase64", "nonMetadataBase64"]
@@ -159,6 +160,23 @@ def milliseconds(command, times):
     return 1000 * statistics.median(drained(command)[0] for _ in range(times))
 
 
+def ask_for_orders(figures, tabulo, large):
+    """The life of an order of the large table: without its index, and with it."""
+    def order(number):
+        return [*tabulo, "order", f"C{number}", "reports"]
+    places = [1 + (number * 618033 + 271828) % (large // 4) for number in range(ORDERS)]
+    lines = lines_of(order(places[0]))
+    if sum(f"C{places[0]}" in line for line in lines) < 4:
+        sys.exit("The command does not find the messages of an order.")
+    figures.add("tabulo", "order, no index", "ms", milliseconds(order(places[0]), 1))
+    figures.add("tabulo", "index", "messages/s", large / drained([*tabulo, "index", "reports"])[0])
+    if lines_of(order(places[0])) != lines:
+        sys.exit("The command finds other messages with an index than without.")
+    times = [1000 * drained(order(place))[0] for place in places]
+    figures.add("tabulo", "order", "ms", statistics.median(times))
+    os.remove("reports.idx")
+
+
 def main():
     tabulo, driver, results = sys.argv[1:4]
     orders, large, tables, turns = (int(argument) for argument in sys.argv[4:])
@@ -173,13 +191,14 @@ def main():
     if os.path.exists("orders.sqlite"):
         os.remove("orders.sqlite")
 
-    subprocess.run([driver, "small", ".", str(large)], check=True)
-    tail = [*tabulo, "tail", "-n", str(LAST), "small"]
+    subprocess.run([driver, "reports", ".", str(large)], check=True)
+    tail = [*tabulo, "tail", "-n", str(LAST), "reports"]
     lines = lines_of(tail)
     if len(lines) != LAST or f" {large} " not in lines[-1]:
         sys.exit("The command does not print the last messages.")
     figures.add("tabulo", "tail", "ms", milliseconds(tail, TAILS))
-    os.remove("small")
+    ask_for_orders(figures, tabulo, large)
+    os.remove("reports")
 
     subprocess.run([driver, "folder", "folder", str(tables), "1500"], check=True)
     listing = [*tabulo, "ls", "folder"]

@@ -1,7 +1,7 @@
 // Makes the tables of command_benchmark.py, and reads one as its limit.
 //
 //   command_driver orders <directory> <orders>            the table "orders" of the workload
-//   command_driver small <directory> <messages>           the table "small", whose messages are as small as they get
+//   command_driver reports <directory> <messages>         the table "reports", of short messages that name their orders
 //   command_driver folder <directory> <tables> <orders>   so many tables of orders, "orders-0001" and so on
 //   command_driver scan <directory> <orders>              reads the table "orders"; fails unless it has so many
 //   command_driver pipe <directory> <orders>              the same, and writes the wire messages to standard output
@@ -37,15 +37,30 @@ void writeOrders(const std::string& directory, std::int32_t first, std::int32_t 
     store.close(table);
 }
 
-void writeSmall(const std::string& directory, std::int32_t messages) {
-    static constexpr char WIRE[] = "8=FIX.4.4|9=22|35=0|49=A|56=B|10=000|";
-    const std::array<StringField, 4> strings{{{}, {}, {WIRE, sizeof(WIRE)}, {}}};
+// Each order has four messages, a quarter of the table apart: it is sent, reported, replaced and reported again.
+void writeReports(const std::string& directory, std::int32_t messages) {
+    constexpr std::int32_t STEPS = 4;
+    constexpr std::array<char, STEPS> TYPES{'D', '8', 'G', '8'};
+    const std::int32_t orders = (messages - 1) / STEPS + 1;
     std::filesystem::create_directories(directory);
-    const TablePtr table = table_ofSmallMessages(directory);
+    const TablePtr table = table_ofReports(directory);
     table_open(table.get(), OpenMode::create);
     MessageMetadata metadata;
-    metadata.msgType[0] = '0';
     for (std::int32_t number = 1; number <= messages; ++number) {
+        const std::int32_t step = (number - 1) / orders;
+        const std::string order = std::to_string((number - 1) % orders + 1);
+        const std::string sent = "C" + order + (step > 1 ? "R" : "");
+        const std::string replaced = "C" + order;
+        const std::string taken = "O" + order;
+        const std::string wire = "8=FIX.4.4|35=" + std::string(1, TYPES[static_cast<std::size_t>(step)]) +
+                                 "|11=" + sent + (step == 2 ? "|41=" + replaced : "") +
+                                 (step % 2 == 1 ? "|37=" + taken : "") + "|";
+        const auto text = [](const std::string& value, bool isThere) {
+            return isThere ? StringField{value.c_str(), static_cast<std::int32_t>(value.size()) + 1} : StringField{};
+        };
+        const std::array<StringField, 7> strings{
+            {{}, {}, text(sent, true), text(replaced, step == 2), text(taken, step % 2 == 1), text(wire, true), {}}};
+        metadata.msgType[0] = TYPES[static_cast<std::size_t>(step)];
         metadata.uniformId = number;
         metadata.seqNum = number;
         metadata.connMsgId = number;
@@ -122,14 +137,14 @@ int main(int argc, char** argv) {
     const std::int32_t count = argc > 3 ? std::atoi(argv[3]) : 0;
     if (what == "orders" && argc == 4) {
         writeOrders(directory, 1, count);
-    } else if (what == "small" && argc == 4) {
-        writeSmall(directory, count);
+    } else if (what == "reports" && argc == 4) {
+        writeReports(directory, count);
     } else if (what == "folder" && argc == 5) {
         writeFolder(directory, count, std::atoi(argv[4]));
     } else if ((what == "scan" || what == "pipe") && argc == 4) {
         read(directory, count, what == "pipe");
     } else {
-        fail("usage: command_driver orders|small|folder|scan|pipe <directory> <count> [<orders of each table>]");
+        fail("usage: command_driver orders|reports|folder|scan|pipe <directory> <count> [<orders of each table>]");
     }
     return 0;
 }

@@ -1,4 +1,5 @@
-"""Draws the appends of a run as SVG: rates as bars, and beside them p50 and p99 on a logarithmic scale.
+"""Draws a run as SVG: of the appends the rates as bars, and beside them p50 and p99 on a logarithmic scale; and how times
+grow with a table.
 
 Colours are chosen by the reader's light or dark scheme; the background is the page's own.
 """
@@ -86,4 +87,60 @@ def appends(bars):
     parts += [_text(NAMES - 10, TOP + row * ROW + 18, bar[0], "end") for row, bar in enumerate(bars)]
     parts += _rates(bars, bottom)
     parts += _latencies(bars, bottom)
+    return "\n".join(parts + ["</svg>", ""])
+
+
+CURVE = 190  # height and width of a panel of curves
+CURVE_LEFT = 58
+CURVE_GAP = 34
+
+
+def _microseconds(power):
+    return f"{10 ** power:g} µs" if power < 3 else f"{10 ** (power - 3):g} ms" if power < 6 else f"{10 ** (power - 6):g} s"
+
+
+def _count(power):
+    return {0: "1", 3: "1 k", 4: "10 k", 5: "100 k", 6: "1 M", 7: "10 M"}.get(power, f"1e{power}")
+
+
+def _panel(title, curves, left, powers, sizes):
+    low, high = powers
+    first, last = sizes
+
+    def x(size):
+        return left + CURVE_LEFT + CURVE * (math.log10(size) - first) / max(1, last - first)
+
+    def y(value):
+        return TOP + CURVE - CURVE * (math.log10(value) - low) / (high - low)
+
+    yield _text(left + CURVE_LEFT, 24, title, kind="title")
+    for power in range(low, high + 1):
+        yield (f'<line class="grid" x1="{left + CURVE_LEFT}" y1="{y(10 ** power):.1f}" x2="{left + CURVE_LEFT + CURVE}" '
+               f'y2="{y(10 ** power):.1f}"/>')
+        yield _text(left + CURVE_LEFT - 6, y(10 ** power) + 4, _microseconds(power), "end", "small")
+    for power in range(first, last + 1):
+        yield _text(x(10 ** power), TOP + CURVE + 18, _count(power), "middle", "small")
+    for row, (name, points, kind) in enumerate(curves):
+        path = " ".join(f"{x(size):.1f},{y(value):.1f}" for size, value in points)
+        yield f'<polyline class="hollow {kind}" points="{path}"/>'
+        for size, value in points:
+            yield f'<circle class="{kind}" cx="{x(size):.1f}" cy="{y(value):.1f}" r="4"/>'
+        yield f'<circle class="{kind}" cx="{left + CURVE_LEFT + 4}" cy="{40 + 14 * row}" r="4"/>'
+        yield _text(left + CURVE_LEFT + 14, 44 + 14 * row, name, kind="small")
+
+
+def growth(panels):
+    """panels: (title, curves) with curves (name, points, kind), points (messages, microseconds); all axes logarithmic."""
+    panels = [(title, [curve for curve in curves if curve[1]]) for title, curves in panels]
+    points = [point for _, curves in panels for _, curve, _ in curves for point in curve]
+    powers = (math.floor(math.log10(min(value for _, value in points))),
+              math.ceil(math.log10(max(value for _, value in points))))
+    sizes = (math.floor(math.log10(min(size for size, _ in points))), math.ceil(math.log10(max(size for size, _ in points))))
+    step = CURVE_LEFT + CURVE + CURVE_GAP
+    width = step * len(panels)
+    height = TOP + CURVE + 36
+    parts = [f'<svg xmlns="http://www.w3.org/2000/svg" width="{width}" height="{height}" viewBox="0 0 {width} {height}" '
+             'role="img" aria-label="How times grow with the number of messages">', f"<style>{STYLE}</style>"]
+    for number, (title, curves) in enumerate(panels):
+        parts += _panel(title, curves, number * step, powers, sizes)
     return "\n".join(parts + ["</svg>", ""])

@@ -8,10 +8,13 @@
 #include <algorithm>
 #include <filesystem>
 #include <functional>
+#include <map>
+#include <utility>
 
 #include "benchmarks/append_turn.h"
 #include "benchmarks/measure.h"
 #include "benchmarks/quiet_turn.h"
+#include "benchmarks/stores/tabulo_store.h"
 
 namespace {
 
@@ -54,6 +57,22 @@ std::uint64_t digestOf(std::int32_t first, std::int32_t last) {
     return digest;
 }
 std::uint64_t digestOfAll = 0;
+
+// How many orders have a symbol, and the sum of their digests.
+std::pair<std::int32_t, std::uint64_t> ordersOf(const std::string& symbol) {
+    static std::map<std::string, std::pair<std::int32_t, std::uint64_t>> found;
+    if (found.empty()) {
+        OrderRecord record;
+        for (std::int32_t number = 1; number <= messages; ++number) {
+            order_make(&record, number);
+            const Order order = order_of(record);
+            auto& [count, digest] = found[std::string(stringField_withoutNul(order.texts[SYMBOL]))];
+            count += 1;
+            digest += order_digest(order);
+        }
+    }
+    return found[symbol];
+}
 
 void require(const Store& store, bool good, const std::string& what) {
     if (!good) {
@@ -130,6 +149,19 @@ void ranges(const Store& store, void* opened, const char* metric, Query (*range)
     });
 }
 
+// All orders of one symbol: about one in 500.
+void symbols(const Store& store, void* opened) {
+    repeat(store, "one symbol", 9, [&](int i) {
+        const std::string symbol = order_symbol(rangeStart(i));
+        Seen seen;
+        const std::int64_t start = now();
+        store.read(opened, {QueryKind::symbol, 0, 0, symbol, false}, see, &seen);
+        const std::int64_t time = now() - start;
+        require(store, ordersOf(symbol) == std::pair(seen.count, seen.digest), "one symbol");
+        return time;
+    });
+}
+
 void lookups(const Store& store, void* opened) {
     repeat(store, "ClOrdID present", 21, [&](int i) {
         const std::int32_t number = rangeStart(i);
@@ -154,6 +186,7 @@ void turn(const Store& store) {
     if (!store.bySequenceOnly) {
         ranges(store, opened, "time range", timeRange);
         lookups(store, opened);
+        symbols(store, opened);
     }
     repeat(store, "last 1000", 31, [&](int) {
         Query query;
@@ -191,6 +224,16 @@ void verify(const Store& store) {
     store.close(opened);
 }
 
+// Gives the table another name beside which its index stands.
+void index(const Store& indexed) {
+    const std::string directory = "store-" + std::string(indexed.name);
+    std::filesystem::create_directory(directory);
+    std::filesystem::create_hard_link("store-tabulo/orders", directory + "/orders");
+    TablePtr table = table_ofOrders(directory);
+    table_open(table.get(), OpenMode::read);
+    table_index(table.get());
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -206,6 +249,12 @@ int main(int argc, char** argv) {
     for (const Store* store : options.stores) {
         appendTurn_run(*store, "fill", "store-" + std::string(store->name), messages);
         child_run([&] { verify(*store); });
+    }
+    (void)ordersOf({});  // known to every turn
+    const Store indexed = tabulo_indexedStore();
+    if (std::filesystem::exists("store-tabulo")) {
+        child_run([&] { index(indexed); });
+        options.stores.push_back(&indexed);
     }
     for (std::int32_t i = 0; i < options.turns; ++i) {
         for (const Store* store : options.stores) {

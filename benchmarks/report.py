@@ -1,6 +1,6 @@
 """Writes the report of a benchmark run: a Markdown file and a plot.
 
-Run as report.py <folder of results> <build folder> <report.md> <plot.svg>. Every *.json in the folder is read: files of
+Run as report.py <folder of results> <build folder> <report.md> <plot.svg> <growth.svg>. Every *.json in the folder is read: files of
 one JSON object a line (group, subject, metric, unit, value), whoever wrote them, and Google Benchmark's own files.
 Several values of one figure are its turns, in their order; the report shows medians.
 """
@@ -19,6 +19,7 @@ import targets
 STORES = [
     ("raw", "raw limit: `write(2)`, `read(2)`", None),
     ("tabulo", "**Tabulo, native**", None),
+    ("tabulo-indexed", "**Tabulo, native, with its index**", None),
     ("java-strings", "**Tabulo through Java, strings**", None),
     ("java-bytes", "**Tabulo through Java, bytes**", None),
     ("java-frames", "**Tabulo through Java, frames**", None),
@@ -121,8 +122,51 @@ def read_rows(results):
             return results.median("read", store, metric)
         yield [title + results.mark("read", name), scaled(of("scan forward"), 1e6, 2),
                scaled(of("scan backward"), 1e6, 2), scaled(of("sequence range"), 1), scaled(of("time range"), 1),
-               scaled(of("ClOrdID present"), 1), scaled(of("ClOrdID absent"), 1), scaled(of("last 1000"), 1),
+               scaled(of("ClOrdID present"), 1), scaled(of("ClOrdID absent"), 1), scaled(of("one symbol"), 1),
+               scaled(of("last 1000"), 1),
                scaled(of("open and close"), 1), scaled(results.median("fill", name, "open after kill"), 1)]
+
+
+def growth_sizes(results):
+    return sorted({int(subject.split()[-1]) for subject in results.subjects("growth")})
+
+
+GROWTH = [("look-up of a ClOrdID", "ClOrdID present"), ("look-up of an absent one", "ClOrdID absent"),
+          ("1000 by sequence", "sequence range"), ("1000 by time", "time range"), ("uniform id", "uniform id"),
+          ("connection message id", "connection message id"), ("open and close", "open and close")]
+
+
+def growth_curve(results, subject, metric):
+    """The medians by size, where they were measured."""
+    found = ((size, results.median("growth", f"{subject} {size}", metric)) for size in growth_sizes(results))
+    return [(size, value) for size, value in found if value is not None]
+
+
+def growth_rows(results):
+    def row(title, subject, metric, divisor=1):
+        curve = dict(growth_curve(results, subject, metric))
+        return [title, *(number(curve[size] / divisor) if size in curve else "-" for size in growth_sizes(results))]
+    for title, metric in GROWTH:
+        yield row(f"{title}, no index", "no index", metric)
+        yield row(f"{title}, with the index", "index", metric)
+    for metric in ("ClOrdID present", "ClOrdID absent"):
+        yield row(f"{metric}, with the index: calls to read", "index", f"{metric}, reads")
+        yield row(f"{metric}, with the index: bytes read", "index", f"{metric}, read")
+    yield row("recover", "table", "recover")
+    yield row("build the index, ms", "index", "build", 1000)
+    yield row("build the index, messages/s", "index", "build rate")
+    yield row("the index, % of the table", "index", "share of the table")
+
+
+def growth_panels(results):
+    """What plot.growth draws: look-ups, ranges, opening, recovering, building."""
+    def pair(metric):
+        return [("without", growth_curve(results, "no index", metric), "raw"),
+                ("with the index", growth_curve(results, "index", metric), "own")]
+    return [("One ClOrdID", pair("ClOrdID present")), ("1000 by sequence", pair("sequence range")),
+            ("Open and close", pair("open and close")),
+            ("Recover", [("after a kill", growth_curve(results, "table", "recover"), "raw")]),
+            ("Build the index", [("from nothing", growth_curve(results, "index", "build"), "own")])]
 
 
 def delay_rows(results):
@@ -138,7 +182,7 @@ def command_rows(results):
         def of(metric, subject=name):
             return results.median("command", subject, metric)
         yield [title, *(scaled(of(metric), 1e6, 2) for metric in ("raw", "ndjson", "csv", "verify")), number(of("tail")),
-               number(of("ls"), 0)]
+               number(of("ls"), 0), number(of("order, no index"), 0), number(of("order"), 1), scaled(of("index"), 1e6, 2)]
 
 
 def first_line(command):
@@ -193,7 +237,7 @@ def missing(results):
     return names
 
 
-def report(results, build, plot_name):
+def report(results, build, plot_name, curves_name):
     append_messages = results.median("setting", "append", "messages")
     read_messages = results.median("setting", "read", "messages")
     yield "# Benchmark results"
@@ -236,7 +280,18 @@ def report(results, build, plot_name):
            " turns; milliseconds where nothing else is said.")
     yield ""
     yield from table(["store", "scan M/s", "backward M/s", "1000 by sequence", "1000 by time", "ClOrdID present",
-                      "ClOrdID absent", "last 1000", "open and close", "open after kill"], read_rows(results))
+                      "ClOrdID absent", "one symbol", "last 1000", "open and close", "open after kill"],
+                     read_rows(results))
+    if results.subjects("growth"):
+        yield ""
+        yield "## Growth"
+        yield ""
+        yield ("One table of orders, all of its blocks closed, without and with its side index; medians in microseconds,"
+               " without the debug log.")
+        yield ""
+        yield f"![Growth with the number of messages]({curves_name})"
+        yield ""
+        yield from table(["", *(number(size, 0) for size in growth_sizes(results))], growth_rows(results))
     if results.subjects("delay"):
         yield ""
         yield "## The watcher's delay"
@@ -250,10 +305,11 @@ def report(results, build, plot_name):
         yield "## The command"
         yield ""
         yield (f"Whole processes that write into a pipe. Millions of messages a second of a table of {setting('orders')}"
-               f" orders, medians of the turns; milliseconds for the last 50 of {setting('large table')} messages, and for"
-               f" the list of {setting('tables')} tables of 1,500 orders.")
+               f" orders, medians of the turns; milliseconds for the last 50 of {setting('large table')} messages, for"
+               f" the life of one order in them, and for the list of {setting('tables')} tables of 1,500 orders.")
         yield ""
-        yield from table(["", "raw M/s", "ndjson M/s", "csv M/s", "verify M/s", "tail -n 50", "ls"], command_rows(results))
+        yield from table(["", "raw M/s", "ndjson M/s", "csv M/s", "verify M/s", "tail -n 50", "ls", "order, no index",
+                      "order, index", "index M/s"], command_rows(results))
     if results.micro:
         yield ""
         yield "## Small steps"
@@ -263,12 +319,12 @@ def report(results, build, plot_name):
 
 
 def main():
-    folder, build, report_path, plot_path = sys.argv[1:]
+    folder, build, report_path, plot_path, curves_path = sys.argv[1:]
     results = Results(folder)
     if not results.figures:
         sys.exit(f"There are no results in {folder}.")
     with open(report_path, "w", encoding="utf-8") as file:
-        file.write("\n".join(report(results, build, os.path.basename(plot_path))))
+        file.write("\n".join(report(results, build, os.path.basename(plot_path), os.path.basename(curves_path))))
     bars = [(title.replace("*", "").replace("`", ""), results.median("append", name, "rate"),
              results.median("append", name, "p50"), results.median("append", name, "p99"),
              "raw" if name == "raw" else "own" if package is None else "peer")
@@ -276,6 +332,9 @@ def main():
     if bars:
         with open(plot_path, "w", encoding="utf-8") as file:
             file.write(plot.appends(bars))
+    if results.subjects("growth"):
+        with open(curves_path, "w", encoding="utf-8") as file:
+            file.write(plot.growth(growth_panels(results)))
     return 0
 
 

@@ -15,13 +15,13 @@ namespace tabulo::internal::bench {
 // Takes one order of a query; false ends the query.
 using VisitOrder = bool (*)(void* context, const Order& order);
 
-enum class QueryKind { everything, sequence, time, clOrdId };
+enum class QueryKind { everything, sequence, time, clOrdId, symbol };
 
 struct Query {
     QueryKind kind = QueryKind::everything;
     std::int64_t first = 0;  // of sequence numbers or times, inclusive
     std::int64_t last = 0;
-    std::string clOrdId;
+    std::string text;  // of a ClOrdID or a Symbol
     bool backward = false;
 };
 

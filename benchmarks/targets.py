@@ -97,6 +97,45 @@ def read_rows(results):
     yield at_most("one ClOrdID, present", 4, of("ClOrdID present"), " ms")
     yield at_most("one ClOrdID, absent", 3, of("ClOrdID absent"), " ms")
     yield at_most("last 1000 backward", 0.4, of("last 1000"), " ms")
+    yield from indexed_read_rows(results)
+
+
+def indexed_read_rows(results):
+    def of(metric):
+        return results.median("read", "tabulo-indexed", metric)
+    for metric in ("sequence range", "time range"):
+        others = [p for p in PLAIN + INDEXED + ["lmdb-mapped-indexed"] if not p.startswith("leveldb")]
+        times = [t for t in (results.median("read", p, metric) for p in others) if t]
+        yield at_most(f"1000 messages by {metric}, with the index", 0.25, of(metric), " ms")
+        yield at_least(f"the same: the fastest peer but LevelDB takes so many times as long", 1,
+                       min(times) / of(metric) if times and of(metric) else None)
+    yield at_most("all of one symbol of 500, with the index", 10, of("one symbol"), " ms")
+    rocksdb = results.median("read", "rocksdb-indexed", "one symbol")
+    yield at_least("the same: RocksDB with indexes takes so many times as long", 1,
+                   rocksdb / of("one symbol") if rocksdb and of("one symbol") else None)
+
+
+def growth_rows(results):
+    sizes = [size for size in (1_000_000, 10_000_000) if results.values("growth", f"index {size}", "ClOrdID present")]
+
+    def of(metric, size, subject="index"):
+        return results.median("growth", f"{subject} {size}", metric)
+    for metric, most in (("ClOrdID present", 25), ("ClOrdID absent", 12)):
+        for size in sizes:
+            yield at_most(f"with the index, {metric} among {text(size)}", most, of(metric, size), " µs")
+        if len(sizes) == 2:
+            yield at_most(f"the same: among {text(sizes[1])} times among {text(sizes[0])}", 1.5,
+                          of(metric, sizes[1]) / of(metric, sizes[0]))
+    for size in sizes:
+        for metric in ("sequence range", "time range"):
+            yield at_most(f"with the index, 1000 by {metric} among {text(size)}", 250, of(metric, size), " µs")
+        for metric, call in (("uniform id", "mt_findUniformId"), ("connection message id", "mt_readMessages")):
+            yield at_most(f"with the index, a {metric} by {call} among {text(size)}", 50, of(metric, size), " µs")
+        opened, plain = of("open and close", size), of("open and close", size, "no index")
+        yield at_most(f"opening and closing an indexed table of {text(size)}: more than without", 30,
+                      opened - plain, " µs")
+        yield at_most(f"the index of {text(size)}: of the table", 4, of("share of the table", size), " %")
+        yield at_least(f"building the index of {text(size)}", 2_000_000, of("build rate", size), "/s")
 
 
 def table_rows(results):
@@ -150,12 +189,14 @@ def command_rows(results):
         yield at_least(f"the command, cat -o {form}: times SQLite's shell", 2, beside(form, "sqlite3"))
     yield at_least("the command, verify: of a native scan", 1 / 3, beside("verify", "native scan"))
     yield at_most(f"the command, tail -n 50 of {text(large)} messages", 20, of("tail"), " ms")
+    yield at_most(f"the command, order of a ClOrdID among {text(large)}, with the index", 30, of("order"), " ms")
     yield at_most(f"the command, ls of {text(tables)} tables", 1000, of("ls"), " ms")
 
 
 def rows(results):
     yield from append_rows(results)
     yield from read_rows(results)
+    yield from growth_rows(results)
     yield from table_rows(results)
     yield from delay_rows(results)
     yield from command_rows(results)

@@ -173,6 +173,13 @@ std::string order_clOrdId(std::int32_t number) {
     return idOf(random(IDS, number));
 }
 
+std::string order_symbol(std::int32_t number) {
+    std::array<char, 8> text{};
+    Writer writer{text.data()};
+    (writer << "SYM").digits(draw(number).symbol, 3);
+    return text.data();
+}
+
 std::string order_absentClOrdId(std::int32_t number) {
     return idOf(random(ABSENT_IDS, number));
 }

@@ -39,6 +39,7 @@ struct OrderRecord {
 void order_make(OrderRecord* record, std::int32_t number);
 std::int64_t order_time(std::int32_t number);
 std::string order_clOrdId(std::int32_t number);
+std::string order_symbol(std::int32_t number);
 // An id of the same form that no order has.
 std::string order_absentClOrdId(std::int32_t number);
 

@@ -163,8 +163,11 @@ void lmdb_read(void* object, const Query& query, VisitOrder visit, void* context
         walkIndex(store, BY_TIME, OrderKey() << static_cast<std::uint64_t>(query.first),
                   OrderKey() << static_cast<std::uint64_t>(query.last), query, visit, context);
     } else if (store->indexed && query.kind == QueryKind::clOrdId) {
-        const OrderKey id = OrderKey() << query.clOrdId << '\0';
+        const OrderKey id = OrderKey() << query.text << '\0';
         walkIndex(store, BY_ID, id, id, query, visit, context);
+    } else if (store->indexed && query.kind == QueryKind::symbol) {
+        const OrderKey symbol = OrderKey() << query.text << '\0';
+        walkIndex(store, BY_SYMBOL, symbol, symbol, query, visit, context);
     } else {
         walk(store, query, visit, context);
     }

@@ -123,8 +123,11 @@ struct LsmStore {
             store->walkIndex(OrderKey() << BY_TIME << static_cast<std::uint64_t>(query.first),
                              OrderKey() << BY_TIME << static_cast<std::uint64_t>(query.last), query, visit, context);
         } else if (store->indexed && query.kind == QueryKind::clOrdId) {
-            const OrderKey id = OrderKey() << BY_ID << query.clOrdId << '\0';
+            const OrderKey id = OrderKey() << BY_ID << query.text << '\0';
             store->walkIndex(id, id, query, visit, context);
+        } else if (store->indexed && query.kind == QueryKind::symbol) {
+            const OrderKey symbol = OrderKey() << BY_SYMBOL << query.text << '\0';
+            store->walkIndex(symbol, symbol, query, visit, context);
         } else {
             store->walk(query, visit, context);
         }

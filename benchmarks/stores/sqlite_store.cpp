@@ -144,6 +144,9 @@ void sqlite_read(void* object, const Query& query, VisitOrder visit, void* conte
         case QueryKind::clOrdId:
             sql += " WHERE clOrdId = ?1";
             break;
+        case QueryKind::symbol:
+            sql += " WHERE symbol = ?1 ORDER BY id";
+            break;
         default:
             sql += query.backward ? " ORDER BY id DESC" : " ORDER BY id";
             break;
@@ -156,8 +159,8 @@ void sqlite_read(void* object, const Query& query, VisitOrder visit, void* conte
     } else if (query.kind == QueryKind::time) {
         sqlite3_bind_int64(select, 1, query.first);
         sqlite3_bind_int64(select, 2, query.last);
-    } else if (query.kind == QueryKind::clOrdId) {
-        sqlite3_bind_text(select, 1, query.clOrdId.c_str(), -1, SQLITE_STATIC);
+    } else if (query.kind == QueryKind::clOrdId || query.kind == QueryKind::symbol) {
+        sqlite3_bind_text(select, 1, query.text.c_str(), -1, SQLITE_STATIC);
     }
     DecodedOrder decoded;
     int code = sqlite3_step(select);

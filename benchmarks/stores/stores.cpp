@@ -81,7 +81,9 @@ bool query_matches(const Query& query, const Order& order) {
         case QueryKind::time:
             return order.metadata.timestamp >= query.first && order.metadata.timestamp <= query.last;
         case QueryKind::clOrdId:
-            return stringField_withoutNul(order.texts[CL_ORD_ID]) == query.clOrdId;
+            return stringField_withoutNul(order.texts[CL_ORD_ID]) == query.text;
+        case QueryKind::symbol:
+            return stringField_withoutNul(order.texts[SYMBOL]) == query.text;
         default:
             return true;
     }

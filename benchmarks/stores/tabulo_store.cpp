@@ -1,6 +1,7 @@
 #include "benchmarks/stores/tabulo_store.h"
 
 #include "benchmarks/stores/all_stores.h"
+#include "index/index_builder.h"
 #include "query/message_table_iterator.h"
 #include "query/query_conditions.h"
 #include "tests/support/current_message.h"
@@ -58,9 +59,11 @@ MessageTableIteratorPtr iterator_open(MessageTable* table, const Query& query) {
             (void)conditions_setEndingTime(conditions, query.last);
             break;
         case QueryKind::clOrdId:
-            (void)conditions_addStringFilter(conditions, CL_ORD_ID, false, false);
+        case QueryKind::symbol:
+            (void)conditions_addStringFilter(conditions, query.kind == QueryKind::symbol ? SYMBOL : CL_ORD_ID, false,
+                                             false);
             (void)conditions_setStringFilterValueCount(conditions, 1);
-            (void)conditions_setStringFilterValue(conditions, query.clOrdId.c_str(), 0);
+            (void)conditions_setStringFilterValue(conditions, query.text.c_str(), 0);
             break;
         default:
             break;
@@ -101,6 +104,17 @@ TablePtr table_ofOrders(const std::string& directory) {
     return table_create(config, directory, layout);
 }
 
+TablePtr table_ofReports(const std::string& directory) {
+    KSVTboTableConfig* config = tableConfig_create("reports", 1);
+    for (const char* name : {"ClOrdID", "OrigClOrdID", "OrderID"}) {
+        (void)tableConfig_addStringFieldName(config, name);
+    }
+    MessageTableLayout layout = config->layout;
+    layout.messagesPerBlock = MESSAGES_PER_BLOCK;
+    layout.summarisedStringFieldCount = LEADING_BUILT_IN_STRING_FIELDS + 3;
+    return table_create(config, directory, layout);
+}
+
 TablePtr table_ofSmallMessages(const std::string& directory) {
     return table_create(tableConfig_create("small", 1), directory, MessageTableLayout{});
 }
@@ -110,6 +124,21 @@ void table_open(MessageTable* table, OpenMode mode) {
     if (code != NO_ERROR) {
         fail(std::string("the table cannot be opened: ") + getErrorMessage(code));
     }
+}
+
+void table_index(MessageTable* table) {
+    const std::string path = tableStorage_master(mt_storage(table))->path;
+    IndexBuilder builder(path, mt_layout(table));
+    if (builder.open() != NO_ERROR || builder.update(table, 1, {}) != NO_ERROR || builder.merge() != NO_ERROR) {
+        fail("the index of " + path + " cannot be built");
+    }
+}
+
+Store tabulo_indexedStore() {
+    Store store = tabulo_store();
+    store.name = "tabulo-indexed";
+    store.title = "Tabulo, native, with its index";
+    return store;
 }
 
 Store tabulo_store() {

@@ -9,7 +9,7 @@ ErrorCode jump(FrameCursor* cursor, const FrameMark& mark, std::int32_t pieceSiz
                std::int32_t markDistance, ErrorCode (*step)(FrameCursor*, DecodedMessage*) noexcept,
                DecodedMessage* passed) {
     const FrameCursor before = *cursor;
-    if (markDistance < distance) {
+    if (markDistance <= distance) {
         if (mark.offset < cursor->begin || mark.offset > cursor->end) {
             return CONSISTENCY_ERROR;
         }
