@@ -6,10 +6,13 @@
 // At each size all blocks are closed: what an open one costs is the same at every size. The index is built from
 // nothing. Look-ups of an index are also counted: calls to the system, and bytes read. Recovering is timed with half a
 // block open, behind a writer that has died.
+#include <algorithm>
 #include <csignal>
 #include <filesystem>
 #include <functional>
+#include <numeric>
 
+#include "benchmarks/frame_codec.h"
 #include "benchmarks/measure.h"
 #include "benchmarks/stores/all_stores.h"
 #include "benchmarks/stores/tabulo_store.h"
@@ -17,6 +20,7 @@
 #include "index/uniform_lookup.h"
 #include "query/message_read.h"
 #include "storage/file_platform.h"
+#include "tabulo/writer.h"
 
 namespace {
 
@@ -192,6 +196,36 @@ void recover(std::int32_t size) {
     closeTable(table.get());
 }
 
+// Appends through the public API, with the index kept at the close of each block or without.
+void appendKept(const std::string& subject, std::int32_t orders, bool keepsIndex) {
+    directory_make("kept");
+    tabulo::Layout layout;
+    layout.texts = {"ClOrdID", "Symbol", "Account"};
+    layout.numbers = {"OrderQty", "Price"};
+    tabulo::Writer writer = tabulo::Writer::create("kept/orders", layout);
+    if (keepsIndex) {
+        writer.keepIndex();
+    }
+    std::vector<std::uint32_t> times;
+    OrderRecord record;
+    std::vector<std::byte> frame(LARGEST_ORDER);
+    for (std::int32_t number = 1; number <= orders; ++number) {
+        order_make(&record, number);
+        frame.resize(LARGEST_ORDER);
+        frame.resize(frame_encode(order_of(record), reinterpret_cast<std::uint8_t*>(frame.data())));
+        const std::int64_t start = now();
+        (void)writer.appendFrames(frame);  // one of them, or it throws
+        times.push_back(static_cast<std::uint32_t>(now() - start));
+    }
+    const double total = std::accumulate(times.begin(), times.end(), 0.0);
+    result_add("keep", subject, "append rate", "messages/s", 1e9 * orders / total);
+    for (const auto& [metric, part] :
+         {std::pair{"append p50", 0.5}, {"append p99.8", 0.998}, {"append p99.99", 0.9999}}) {
+        result_add("keep", subject, metric, "us", percentile(&times, part) / 1e3);
+    }
+    result_add("keep", subject, "longest append", "us", *std::max_element(times.begin(), times.end()) / 1e3);
+}
+
 void buildIndex(std::int32_t size) {
     TablePtr table = table_ofOrders("growing");
     table_open(table.get(), OpenMode::read);
@@ -211,6 +245,11 @@ int main(int argc, char** argv) {
     Options options = options_read(argc, argv, "growth");
     log_setFacility(nullptr);  // as programs on the public API have it
     const std::int32_t largest = options.messages == 0 ? 10'000'000 : options.messages;
+    for (int i = 0; i < 3; ++i) {
+        child_run([&] { appendKept("without", largest / 20, false); });
+        child_run([&] { appendKept("keeping the index", largest / 20, true); });
+    }
+    std::filesystem::remove_all("kept");
     directory_make("growing");
     std::int32_t written = 0;
     for (std::int64_t size = SMALLEST; size <= largest; size *= 10) {

@@ -158,6 +158,14 @@ def growth_rows(results):
     yield row("the index, % of the table", "index", "share of the table")
 
 
+def keep_rows(results):
+    for subject in results.subjects("keep"):
+        def of(metric, name=subject):
+            return results.median("keep", name, metric)
+        yield [subject, scaled(of("append rate"), 1000, 0),
+               *(scaled(of(metric), 1) for metric in ("append p50", "append p99.8", "append p99.99", "longest append"))]
+
+
 def growth_panels(results):
     """What plot.growth draws: look-ups, ranges, opening, recovering, building."""
     def pair(metric):
@@ -292,6 +300,11 @@ def report(results, build, plot_name, curves_name):
         yield f"![Growth with the number of messages]({curves_name})"
         yield ""
         yield from table(["", *(number(size, 0) for size in growth_sizes(results))], growth_rows(results))
+    if results.subjects("keep"):
+        yield ""
+        yield "Appends of a Writer that keeps the index, beside one that does not; microseconds."
+        yield ""
+        yield from table(["", "1000 messages/s", "p50", "p99.8", "p99.99", "longest"], keep_rows(results))
     if results.subjects("delay"):
         yield ""
         yield "## The watcher's delay"

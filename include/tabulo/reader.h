@@ -82,7 +82,8 @@ class Messages {
 
     Ending ending() const noexcept;
     // Blocks that were read and blocks whose messages were skipped unread, so far; messages that were looked at. Of the
-    // skipped ones the footer was read, or in an earlier query of this reader, which keeps its ranges.
+    // skipped ones the footer was read, or in an earlier query of this reader, which keeps its ranges; or nothing, when
+    // the side index has spared them.
     std::int64_t blocksRead() const noexcept;
     std::int64_t blocksSkipped() const noexcept;
     std::int64_t messagesRead() const noexcept;
@@ -172,7 +173,8 @@ class Reader {
     // The message with this number, from 0 on; none when there are fewer. indexOutOfBounds for a negative number.
     std::optional<Position> positionOf(std::int64_t ordinal);
 
-    // Whether queries and look-ups use the table's side index, if there is one (tabulo/index.h); they do at first.
+    // Whether queries and look-ups use the table's side index, if there is one (tabulo/index.h); they do at first. What
+    // they give does not change, but for the counts of Messages.
     void useIndex(bool use) noexcept;
     // Covers the closed blocks by the side index now, as Indexer::complete, and again before a query that finds 16
     // more. The errors of an Indexer, which this Reader is from then on.

@@ -40,9 +40,10 @@ ErrorCode openFile(const std::string& path, std::unique_ptr<FileStream>* opened,
         return FILE_OPEN_ERROR;
     }
     bool ours = false;
-    if (isOurs(file.get(), &ours).failed() || !ours) {
-        const bool unreadable = !ours && fileStream_close(file.get()).failed();  // nothing was written
-        return unreadable ? FILE_READ_ERROR : SIGNATURE_ERROR;
+    const SystemError unread = isOurs(file.get(), &ours);
+    if (unread.failed() || !ours) {
+        (void)fileStream_close(file.get());  // nothing was written
+        return unread.failed() ? FILE_READ_ERROR : SIGNATURE_ERROR;
     }
     *opened = std::move(file);
     return NO_ERROR;

@@ -176,6 +176,10 @@ std::uint64_t KeyMapCursor::number() noexcept {
 bool KeyMapCursor::next() noexcept {
     do {
         if (left_ > 0) {
+            if (at_ == end_) {
+                sound_ = false;  // an entry does not go on in the next page
+                return false;
+            }
             left_ -= 1;
             message_ += static_cast<std::uint32_t>(number());
             continue;

@@ -312,6 +312,7 @@ ErrorCode mt_closeFiles(MessageTable* table) noexcept {
         return NULL_POINTER_ERROR;
     }
     table->opened = false;
+    table->sideIndex.reset();  // its file is closed, too, when no iterator uses it
     const ErrorCode code = tableStorage_uninit(table->storage.get());
     if (code != NO_ERROR) {
         tableStorage_closeAll(table->storage.get());
