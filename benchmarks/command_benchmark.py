@@ -22,6 +22,7 @@ LAST = 50
 TAILS = 31
 LISTINGS = 5
 ORDERS = 31
+FOLLOWED = 500
 FIELDS = ["ClOrdID", "Symbol", "Account", "OrderQty", "Price"]
 COLUMNS = ["table", "uid", "seq", "prevSeq", "id", "class", "time", "timeRaw", "type", "possDup", "outOfSequence",
            "text0", "text1", *FIELDS, "wire", "nonMetadata", "wireBase64", "nonMetadataBase64"]
@@ -177,6 +178,28 @@ def ask_for_orders(figures, tabulo, large):
     os.remove("reports.idx")
 
 
+def follow(figures, tabulo, driver):
+    """How long after an append's return tail -f has shown the message."""
+    with subprocess.Popen([driver, "trickle", "trickle", str(FOLLOWED)], stdin=subprocess.PIPE, stdout=subprocess.PIPE,
+                          bufsize=0) as writer:
+        returned = iter(writer.stdout.readline, b"")
+        next(returned)
+        with subprocess.Popen([*tabulo, "tail", "-f", "-n", "0", "trickle/orders"], stdout=subprocess.PIPE,
+                              stderr=subprocess.DEVNULL, bufsize=0) as tail:
+            time.sleep(1)
+            writer.stdin.write(b"\n")
+            shown = []
+            while len(shown) < FOLLOWED and tail.stdout.readline():
+                shown.append(time.monotonic_ns())
+            tail.terminate()
+        delays = sorted(at - int(line) for at, line in zip(shown, returned))
+    if len(delays) != FOLLOWED:
+        sys.exit(f"tail -f has shown {len(delays)} of {FOLLOWED} messages.")
+    figures.add("tabulo", "tail -f, median", "ms", statistics.median(delays) / 1e6)
+    figures.add("tabulo", "tail -f, 99 %", "ms", delays[len(delays) * 99 // 100] / 1e6)
+    shutil.rmtree("trickle")
+
+
 def main():
     tabulo, driver, results = sys.argv[1:4]
     orders, large, tables, turns = (int(argument) for argument in sys.argv[4:])
@@ -199,6 +222,8 @@ def main():
     figures.add("tabulo", "tail", "ms", milliseconds(tail, TAILS))
     ask_for_orders(figures, tabulo, large)
     os.remove("reports")
+
+    follow(figures, tabulo, driver)
 
     subprocess.run([driver, "folder", "folder", str(tables), "1500"], check=True)
     listing = [*tabulo, "ls", "folder"]

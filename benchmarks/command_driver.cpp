@@ -2,16 +2,20 @@
 //
 //   command_driver orders <directory> <orders>            the table "orders" of the workload
 //   command_driver reports <directory> <messages>         the table "reports", of short messages that name their orders
+//   command_driver trickle <directory> <orders>           appends to the table "orders", from a line of input on
 //   command_driver folder <directory> <tables> <orders>   so many tables of orders, "orders-0001" and so on
 //   command_driver scan <directory> <orders>              reads the table "orders"; fails unless it has so many
 //   command_driver pipe <directory> <orders>              the same, and writes the wire messages to standard output
 #include <unistd.h>
 
 #include <array>
+#include <chrono>
+#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <string>
 #include <string_view>
+#include <thread>
 
 #include "benchmarks/stores/all_stores.h"
 #include "benchmarks/stores/tabulo_store.h"
@@ -72,6 +76,31 @@ void writeReports(const std::string& directory, std::int32_t messages) {
     if (mt_close(table.get()) != NO_ERROR) {
         fail("the table cannot be closed");
     }
+}
+
+std::int64_t nanoseconds() {
+    return std::chrono::duration_cast<std::chrono::nanoseconds>(std::chrono::steady_clock::now().time_since_epoch())
+        .count();
+}
+
+// Appends an order every few milliseconds, from the first line of standard input on, and prints when each append has
+// returned (nanoseconds of the monotonic clock).
+void trickle(const std::string& directory, std::int32_t orders) {
+    constexpr std::chrono::milliseconds APART{5};
+    const Store store = tabulo_store();
+    std::filesystem::create_directories(directory);
+    void* table = store.open(directory, Access::create);
+    std::printf("ready\n");
+    std::fflush(stdout);
+    (void)std::getchar();  // whatever it is, it is time to begin
+    OrderRecord record;
+    for (std::int32_t number = 1; number <= orders; ++number) {
+        order_make(&record, number);
+        store.append(table, order_of(record));
+        std::printf("%lld\n", static_cast<long long>(nanoseconds()));
+        std::this_thread::sleep_for(APART);
+    }
+    store.close(table);
 }
 
 void writeFolder(const std::string& directory, std::int32_t tables, std::int32_t orders) {
@@ -139,12 +168,16 @@ int main(int argc, char** argv) {
         writeOrders(directory, 1, count);
     } else if (what == "reports" && argc == 4) {
         writeReports(directory, count);
+    } else if (what == "trickle" && argc == 4) {
+        trickle(directory, count);
     } else if (what == "folder" && argc == 5) {
         writeFolder(directory, count, std::atoi(argv[4]));
     } else if ((what == "scan" || what == "pipe") && argc == 4) {
         read(directory, count, what == "pipe");
     } else {
-        fail("usage: command_driver orders|reports|folder|scan|pipe <directory> <count> [<orders of each table>]");
+        fail(
+            "usage: command_driver orders|reports|trickle|folder|scan|pipe <directory> <count> [<orders of each "
+            "table>]");
     }
     return 0;
 }

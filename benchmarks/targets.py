@@ -189,6 +189,7 @@ def command_rows(results):
         yield at_least(f"the command, cat -o {form}: times SQLite's shell", 2, beside(form, "sqlite3"))
     yield at_least("the command, verify: of a native scan", 1 / 3, beside("verify", "native scan"))
     yield at_most(f"the command, tail -n 50 of {text(large)} messages", 20, of("tail"), " ms")
+    yield at_most("the command, tail -f: from an append's return to the shown message, median", 1, of("tail -f, median"), " ms")
     yield at_most(f"the command, order of a ClOrdID among {text(large)}, with the index", 30, of("order"), " ms")
     yield at_most(f"the command, ls of {text(tables)} tables", 1000, of("ls"), " ms")
 
