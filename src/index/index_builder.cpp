@@ -32,18 +32,21 @@ SystemError isOurs(FileStream* file, bool* ours) {
     return error;
 }
 
-ErrorCode openFile(const std::string& path, std::unique_ptr<FileStream>* opened, bool* locked) {
-    auto file = std::make_unique<FileStream>();
-    const SystemError error = fileStream_open(file.get(), path.c_str(), FileAccess::createOrOpen, false);
+// The path must outlive the file.
+ErrorCode openFile(const std::string& path, IndexFile* opened, bool* locked) {
+    auto unopened = std::make_unique<FileStream>();
+    const SystemError error = fileStream_open(unopened.get(), path.c_str(), FileAccess::createOrOpen, false);
     *locked = filePlatform_isLocked(error);
     if (error.failed()) {
         return FILE_OPEN_ERROR;
     }
+    IndexFile file(unopened.release());
     bool ours = false;
-    const SystemError unread = isOurs(file.get(), &ours);
-    if (unread.failed() || !ours) {
-        (void)fileStream_close(file.get());  // nothing was written
-        return unread.failed() ? FILE_READ_ERROR : SIGNATURE_ERROR;
+    if (isOurs(file.get(), &ours).failed()) {
+        return FILE_READ_ERROR;
+    }
+    if (!ours) {
+        return SIGNATURE_ERROR;
     }
     *opened = std::move(file);
     return NO_ERROR;
@@ -98,10 +101,9 @@ IndexBuilder::IndexBuilder(std::string tablePath, const MessageTableLayout& layo
       content_(layout) {
 }
 
-IndexBuilder::~IndexBuilder() {
-    if (file_ != nullptr) {
-        (void)fileStream_close(file_.get());  // everything was handed over
-    }
+void IndexFileCloser::operator()(FileStream* file) const noexcept {
+    (void)fileStream_close(file);  // nothing is gathered any more
+    delete file;
 }
 
 ErrorCode IndexBuilder::open() {
@@ -115,7 +117,6 @@ ErrorCode IndexBuilder::open() {
         if (!filePlatform().isAt(file_->descriptor, path_.c_str(), &same).failed() && same) {
             return takeOver();
         }
-        (void)fileStream_close(file_.get());  // nothing was written
         file_.reset();
     }
     return FILE_OPEN_ERROR;
@@ -150,8 +151,6 @@ ErrorCode IndexBuilder::beginAnew() {
     IndexSlot slot;
     slot.fileKey = drawKey();
     slot.generation = 1;
-    content_.clear();
-    readEnd_ = 0;
     std::int64_t size = 0;
     if (fileStream_size(file_.get(), &size).failed()) {
         return FILE_READ_ERROR;
@@ -161,7 +160,7 @@ ErrorCode IndexBuilder::beginAnew() {
         code = makeFile(file_.get(), slot);
     } else {
         // What readers are reading must not change under them: another file takes the name.
-        std::unique_ptr<FileStream> made;
+        IndexFile made;
         code = openFile(newPath_, &made, &locked_);
         code = code == NO_ERROR ? makeFile(made.get(), slot) : code;
         code = code == NO_ERROR ? takeName(std::move(made)) : code;
@@ -169,19 +168,19 @@ ErrorCode IndexBuilder::beginAnew() {
     if (code == NO_ERROR) {
         slot_ = slot;
         pages_ = INDEX_SLOTS;
+        content_.clear();
+        readEnd_ = 0;
     }
     return code;
 }
 
 // The new file, which is locked already, becomes the index.
-ErrorCode IndexBuilder::takeName(std::unique_ptr<FileStream> made) {
+ErrorCode IndexBuilder::takeName(IndexFile made) {
     const SystemError error = filePlatform_repeat(
         "rename", newPath_.c_str(), [&] { return filePlatform().rename(newPath_.c_str(), path_.c_str()); });
     if (error.failed()) {
-        (void)fileStream_close(made.get());  // the index stays what it was
         return FILE_WRITE_ERROR;
     }
-    (void)fileStream_close(file_.get());  // nobody needs what it has
     file_ = std::move(made);
     file_->path = path_.c_str();
     return NO_ERROR;
@@ -337,7 +336,7 @@ ErrorCode IndexBuilder::mergeFrom(std::size_t first, IndexPages* pages) {
     // Appended, what is merged becomes garbage.
     constexpr std::uint32_t MOST_GARBAGE = 4;  // a quarter of the file
     const bool appends = (pages_ - INDEX_SLOTS - used + mergedPages) < (pages_ + mergedPages) / MOST_GARBAGE;
-    std::unique_ptr<FileStream> made;
+    IndexFile made;
     FileStream* target = file_.get();
     std::uint32_t end = pages_;
     bool readable = true;

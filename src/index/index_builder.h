@@ -32,11 +32,16 @@ struct IndexProgress {
     bool (*goOn)(void* owner, std::int64_t offset, std::int64_t messages) = nullptr;
 };
 
+// An open file of an index, locked; closed with its owner. What was written is handed over before.
+struct IndexFileCloser {
+    void operator()(FileStream* file) const noexcept;
+};
+using IndexFile = std::unique_ptr<FileStream, IndexFileCloser>;
+
 class IndexBuilder {
   public:
     // For the table at a path, with this layout. Throws std::bad_alloc.
     IndexBuilder(std::string tablePath, const MessageTableLayout& layout);
-    ~IndexBuilder();
     IndexBuilder(const IndexBuilder&) = delete;
     IndexBuilder& operator=(const IndexBuilder&) = delete;
 
@@ -69,7 +74,7 @@ class IndexBuilder {
     ErrorCode takeOver();
     ErrorCode beginAnew();
     ErrorCode makeFile(FileStream* file, const IndexSlot& slot);
-    ErrorCode takeName(std::unique_ptr<FileStream> made);
+    ErrorCode takeName(IndexFile made);
     ErrorCode follow(MessageTable* table, TableFile* file);
     ErrorCode readBlocks(MessageTable* table, TableFile* file, const IndexProgress& progress);
     ErrorCode cover(MessageTable* table, TableFile* file);
@@ -80,7 +85,7 @@ class IndexBuilder {
     std::string path_;
     std::string newPath_;
     MessageTableLayout layout_;
-    std::unique_ptr<FileStream> file_;
+    IndexFile file_;
     IndexSlot slot_;
     std::uint32_t pages_ = INDEX_SLOTS;  // of the file, as far as they are its own
     bool locked_ = false;

@@ -74,6 +74,15 @@ void RunContent::addMessage(const DecodedMessage& message, std::uint32_t number)
     }
 }
 
+// A block that could not be added, for damage or want of memory, has left entries: the last ones of each part.
+void RunContent::dropUnadded() noexcept {
+    for (std::vector<std::uint64_t>& part : parts_) {
+        while (!part.empty() && static_cast<std::uint32_t>(part.back()) >= messages()) {
+            part.pop_back();
+        }
+    }
+}
+
 ErrorCode RunContent::readFrames(BlockReader* reader, TableFile* file, const Block& block, IndexedBlock* added) {
     FrameCursor frames = frameCursor_forward(reader, file, block_framesStart(block), block.framesEnd, BLOCK_PIECE_SIZE);
     const std::int32_t step = blockMap_markStep(layout_);
@@ -102,28 +111,23 @@ ErrorCode RunContent::readFrames(BlockReader* reader, TableFile* file, const Blo
 }
 
 ErrorCode RunContent::add(BlockReader* reader, TableFile* file, const Block& block) {
-    std::vector<std::size_t> before;
-    for (const std::vector<std::uint64_t>& part : parts_) {
-        before.push_back(part.size());
-    }
     IndexedBlock added;
     added.start = block.start;
     added.length = block.framesEnd + reader->footerSize - block.start;
     added.uniformIdsAscend = true;
     added.minimum = reader->summary.minimum;
     added.maximum = reader->summary.maximum;
+    dropUnadded();
+    blocks_.reserve(blocks_.size() + 1);
     const ErrorCode code = readFrames(reader, file, block, &added);
-    if (code != NO_ERROR) {
-        for (std::size_t i = 0; i < parts_.size(); ++i) {
-            parts_[i].resize(before[i]);
-        }
-        return code;
+    if (code == NO_ERROR) {
+        blocks_.push_back(added);
     }
-    blocks_.push_back(added);
-    return NO_ERROR;
+    return code;
 }
 
 std::vector<IndexPart> RunContent::write(RunWriter* run) {
+    dropUnadded();
     std::vector<IndexPart> parts;
     BlockMapWriter blocks(run, layout_);
     for (const IndexedBlock& block : blocks_) {

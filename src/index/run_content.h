@@ -16,8 +16,8 @@ class RunContent {
   public:
     explicit RunContent(const MessageTableLayout& layout);
 
-    // Adds the closed block at the cursor, whose footer its reader has just read: reads its frames. CONSISTENCY_ERROR,
-    // with nothing added, when they do not fill the block; the codes of reading. Throws std::bad_alloc.
+    // Adds the closed block at the cursor, whose footer its reader has just read: reads its frames. CONSISTENCY_ERROR
+    // when they do not fill the block; the codes of reading. Throws std::bad_alloc. Nothing is added then.
     ErrorCode add(BlockReader* reader, TableFile* file, const Block& block);
     void clear() noexcept;
 
@@ -29,6 +29,7 @@ class RunContent {
 
   private:
     ErrorCode readFrames(BlockReader* reader, TableFile* file, const Block& block, IndexedBlock* added);
+    void dropUnadded() noexcept;
     void addMessage(const DecodedMessage& message, std::uint32_t number);
 
     MessageTableLayout layout_;
