@@ -6,8 +6,8 @@
 #include "fuzz/conditions_input.h"
 #include "fuzz/harness.h"
 #include "messagetable/message_lookup.h"
-#include "query/message_read.h"
 #include "query/match.h"
+#include "query/message_read.h"
 #include "tests/support/current_message.h"
 #include "watcher/message_watcher.h"
 

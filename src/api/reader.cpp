@@ -62,7 +62,7 @@ std::int64_t startByIndex(const ReaderState& reader, std::int64_t block, interna
         return 0;
     }
     const auto reached = static_cast<std::uint32_t>(std::min<std::int64_t>(block, index->blocks()));
-    const std::optional<std::int64_t> start = index->startOf(reached);
+    const std::optional<std::int64_t> start = index->blockStart(reached);
     cursor->position = start.value_or(cursor->position);
     return start.has_value() ? reached : 0;
 }

@@ -51,7 +51,9 @@ struct BlockRanges {
     RangeRecord minimum;
     RangeRecord maximum;
 };
+// Called here only: tests look at what is joined.
 void blockRanges_begin(BlockRanges* ranges, const IndexedBlock& block) noexcept;
+// Called here only, too.
 void blockRanges_add(BlockRanges* ranges, const RangeRecord& minimum, const RangeRecord& maximum) noexcept;
 
 class BlockMapWriter {

@@ -63,8 +63,6 @@ class IndexBuilder {
     const IndexSlot& slot() const noexcept { return slot_; }
     // Of the file, with its garbage.
     std::uint64_t bytes() const noexcept { return std::uint64_t{pages_} * INDEX_PAGE_SIZE; }
-    // What stands in the table behind the last block that was read.
-    std::int64_t readEnd() const noexcept { return readEnd_; }
     bool isMergeDue() const noexcept { return slot_.runs.size() > MOST_RUNS; }
 
   private:

@@ -9,9 +9,7 @@ constexpr std::size_t PARTS_OFFSET = 16;
 constexpr std::size_t PART_SIZE = 8;
 constexpr std::size_t GATHERED_PAGES = 64;
 
-}  // namespace
-
-IndexPage indexRun_writeParts(const std::vector<IndexPart>& parts) noexcept {
+IndexPage writeParts(const std::vector<IndexPart>& parts) {
     IndexPage page;
     page.put(PART_COUNT_OFFSET, static_cast<std::uint32_t>(parts.size()));
     std::size_t at = PARTS_OFFSET;
@@ -22,6 +20,8 @@ IndexPage indexRun_writeParts(const std::vector<IndexPart>& parts) noexcept {
     }
     return page;
 }
+
+}  // namespace
 
 std::optional<IndexPart> indexRun_part(IndexPages* pages, const IndexRun& run, std::uint32_t number) noexcept {
     const IndexPage* page = pages->page(run, 0);
@@ -72,7 +72,7 @@ std::uint32_t RunWriter::append(IndexPage* page) noexcept {
 
 SystemError RunWriter::finish(const std::vector<IndexPart>& parts) noexcept {
     writeOut();
-    IndexPage first = indexRun_writeParts(parts);
+    IndexPage first = writeParts(parts);
     indexPage_seal(&first, indexRun_pageSeed(slot_, run_, 0));
     if (!error_.failed()) {
         error_ = fileStream_seek(file_, static_cast<std::int64_t>(std::uint64_t{run_.firstPage} * INDEX_PAGE_SIZE));

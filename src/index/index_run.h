@@ -44,7 +44,6 @@ inline std::uint32_t indexRun_partCount(const MessageTableLayout& layout) noexce
     return FIRST_TEXT_PART + static_cast<std::uint32_t>(indexRun_textCount(layout));
 }
 
-IndexPage indexRun_writeParts(const std::vector<IndexPart>& parts) noexcept;
 // Where a part stands, which may have no leaves; none when the page does not tell, or the part reaches behind the run.
 std::optional<IndexPart> indexRun_part(IndexPages* pages, const IndexRun& run, std::uint32_t number) noexcept;
 

@@ -82,7 +82,7 @@ bool SideIndex::read(std::uint32_t block, IndexedBlock* found) {
            found->end() <= end();
 }
 
-std::optional<std::int64_t> SideIndex::startOf(std::uint32_t block) {
+std::optional<std::int64_t> SideIndex::blockStart(std::uint32_t block) {
     IndexedBlock found;
     if (block >= blocks()) {
         return end();
@@ -97,7 +97,7 @@ std::optional<std::uint32_t> SideIndex::blocksBefore(std::int64_t offset) {
     std::uint32_t first = 0;
     for (std::uint32_t left = blocks(); left > 0;) {
         const std::uint32_t half = left / 2;
-        const std::optional<std::int64_t> start = startOf(first + half);
+        const std::optional<std::int64_t> start = blockStart(first + half);
         if (!start.has_value()) {
             return std::nullopt;
         }

@@ -50,7 +50,7 @@ class SideIndex {
 
     bool read(std::uint32_t block, IndexedBlock* found);
     // Where a block begins; the end for the number behind the last one.
-    std::optional<std::int64_t> startOf(std::uint32_t block);
+    std::optional<std::int64_t> blockStart(std::uint32_t block);
     // How many blocks begin before this file offset.
     std::optional<std::uint32_t> blocksBefore(std::int64_t offset);
     // The first block from `block` on, or the last one before it, whose ranges do not rule it out; blocks() when there

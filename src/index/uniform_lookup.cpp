@@ -167,7 +167,7 @@ void startByIndex(MessageTable* table, Search* search) {
         return;
     }
     const std::optional<std::uint32_t> block = index->next(0, {search, isBelow});
-    const std::optional<std::int64_t> start = block.has_value() ? index->startOf(*block) : std::nullopt;
+    const std::optional<std::int64_t> start = block.has_value() ? index->blockStart(*block) : std::nullopt;
     if (!start.has_value()) {
         return;
     }

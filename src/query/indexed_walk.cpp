@@ -80,7 +80,7 @@ std::optional<std::uint32_t> blockAt(IndexedWalk* walk, std::int64_t offset) {
         return walk->block + 1;
     }
     const std::optional<std::uint32_t> block = walk->index->blocksBefore(offset);
-    const std::optional<std::int64_t> start = block.has_value() ? walk->index->startOf(*block) : std::nullopt;
+    const std::optional<std::int64_t> start = block.has_value() ? walk->index->blockStart(*block) : std::nullopt;
     return start == offset ? block : std::nullopt;
 }
 

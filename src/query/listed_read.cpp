@@ -18,7 +18,7 @@ struct Reading {
 
 // The block as the index has it, with its footer in the reader's summary; false when it is not there.
 bool findBlock(const Reading& reading, std::uint32_t number, IndexedBlock* marks, Block* block) {
-    const std::optional<std::int64_t> start = reading.index->startOf(number);
+    const std::optional<std::int64_t> start = reading.index->blockStart(number);
     if (!start.has_value() || !reading.index->read(number, marks)) {
         return false;
     }

@@ -8,10 +8,10 @@
 #include <filesystem>
 #include <stdexcept>
 
-#include "messagetable/message_lookup.h"
-#include "query/message_read.h"
-#include "messagetable/table_walk.h"
 #include "index/uniform_lookup.h"
+#include "messagetable/message_lookup.h"
+#include "messagetable/table_walk.h"
+#include "query/message_read.h"
 #include "query/message_table_iterator.h"
 #include "tests/bounds/sparse_platform.h"
 #include "tests/messagetable/message_table_fixture.h"

@@ -5,9 +5,9 @@
 #include <functional>
 #include <limits>
 
+#include "index/uniform_lookup.h"
 #include "messagetable/message_lookup.h"
 #include "query/message_read.h"
-#include "index/uniform_lookup.h"
 #include "query/message_table_iterator.h"
 #include "tests/messagetable/message_table_fixture.h"
 #include "tests/support/log_capture.h"

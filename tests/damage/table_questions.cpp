@@ -5,8 +5,8 @@
 #include <utility>
 
 #include "messagetable/message_lookup.h"
-#include "query/message_read.h"
 #include "messagetable/table_walk.h"
+#include "query/message_read.h"
 #include "query/message_table_iterator.h"
 #include "tests/damage/table_queries.h"
 #include "tests/support/current_message.h"

@@ -1,8 +1,8 @@
 // Message tables walked, read by id, looked up, queried and watched without memory.
-#include "messagetable/message_lookup.h"
-#include "query/message_read.h"
-#include "messagetable/table_walk.h"
 #include "index/uniform_lookup.h"
+#include "messagetable/message_lookup.h"
+#include "messagetable/table_walk.h"
+#include "query/message_read.h"
 #include "tests/faults/memory_case.h"
 #include "tests/messagetable/table_image.h"
 #include "tests/support/current_message.h"

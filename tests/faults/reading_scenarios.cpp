@@ -1,7 +1,7 @@
 // Message tables read: walks, queries, lookups and reads by id, of readers and of the writer itself.
+#include "index/uniform_lookup.h"
 #include "messagetable/message_lookup.h"
 #include "query/message_read.h"
-#include "index/uniform_lookup.h"
 #include "query/message_table_iterator.h"
 #include "tests/faults/fault_scenario.h"
 #include "tests/messagetable/table_image.h"

@@ -4,9 +4,9 @@
 
 #include <algorithm>
 
+#include "index/uniform_lookup.h"
 #include "messagetable/message_lookup.h"
 #include "query/message_read.h"
-#include "index/uniform_lookup.h"
 #include "tests/messagetable/table_image.h"
 #include "tests/messagetable/walk_record.h"
 

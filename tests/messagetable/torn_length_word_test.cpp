@@ -3,9 +3,9 @@
 
 #include <algorithm>
 
+#include "index/uniform_lookup.h"
 #include "messagetable/block_reader.h"
 #include "messagetable/message_lookup.h"
-#include "index/uniform_lookup.h"
 #include "query/message_table_iterator.h"
 #include "tests/messagetable/table_image.h"
 

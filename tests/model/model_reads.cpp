@@ -1,8 +1,8 @@
 // The operations of a model run that read.
 #include <algorithm>
 
-#include "query/message_read.h"
 #include "index/uniform_lookup.h"
+#include "query/message_read.h"
 #include "tests/model/model_run.h"
 #include "tests/query/random_query.h"
 

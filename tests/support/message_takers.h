@@ -4,8 +4,8 @@
 #include <cstdint>
 #include <type_traits>
 
-#include "query/message_read.h"
 #include "messagetable/message_visitor.h"
+#include "query/message_read.h"
 #include "watcher/message_watcher.h"
 
 namespace tabulo::internal::test {
