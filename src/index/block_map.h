@@ -53,7 +53,7 @@ struct BlockRanges {
 };
 // Called here only: tests look at what is joined.
 void blockRanges_begin(BlockRanges* ranges, const IndexedBlock& block) noexcept;
-// Called here only, too.
+// Called here only: as blockRanges_begin.
 void blockRanges_add(BlockRanges* ranges, const RangeRecord& minimum, const RangeRecord& maximum) noexcept;
 
 class BlockMapWriter {
