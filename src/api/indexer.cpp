@@ -44,7 +44,7 @@ std::unique_ptr<internal::IndexBuilder> tableIndex_open(const Call& call, const 
     const internal::ErrorCode code = builder->open();
     if (code == internal::SIGNATURE_ERROR) {
         call.fail(code, std::nullopt,
-                  "the file " + indexPath(path).string() + ", or that with .new behind it, is no index");
+                  "the file " + indexPath(path).string() + ", or that with .new behind it, is no index: move it away");
     }
     if (code == internal::FILE_OPEN_ERROR) {
         const char* why =
