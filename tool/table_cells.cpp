@@ -53,6 +53,14 @@ bool isSameDamage(const Error& a, const Error& b) {
            std::abs(*a.offset() - *b.offset()) <= LENGTH_WORD;
 }
 
+std::optional<IndexInfo> indexOf(const TableInfo& info) {
+    try {
+        return info.kind == TableKind::messages ? inspectIndex(info.path) : std::nullopt;
+    } catch (const Error&) {
+        return std::nullopt;  // what is wrong with the table is told as its problem
+    }
+}
+
 ListCell openCell(OpenForWriting open) {
     return open == OpenForWriting::unknown ? ListCell{{}, "unknown"} : ListCell{open == OpenForWriting::yes};
 }

@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "tabulo/index.h"
 #include "tabulo/table_info.h"
 #include "tool/listing.h"
 #include "tool/times.h"
@@ -32,6 +33,8 @@ std::vector<std::string> filteredTexts(const Layout& layout);
 std::optional<std::int64_t> sampleTime(const TableInfo& info);
 // Whether two errors tell of the same damage: a block's damage is told at its length word or at its first message.
 bool isSameDamage(const Error& a, const Error& b);
+// The side index that queries of a message table would use.
+std::optional<IndexInfo> indexOf(const TableInfo& info);
 // Yes, no, or none for unknown.
 ListCell openCell(OpenForWriting open);
 // A size in bytes.

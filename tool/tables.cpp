@@ -25,6 +25,24 @@ bool isOfFolder(const std::string& name) {
     return !name.starts_with('.') && !tableOfCutFile(name).has_value();
 }
 
+// The name of a side index, or of one that is being made anew.
+bool isIndexName(std::string_view name) {
+    return name.ends_with(".idx") || name.ends_with(".idx.new");
+}
+
+// A table may have any name: what is called like an index is one unless it is a table.
+bool isIndex(const std::filesystem::path& path) {
+    if (!isIndexName(path.filename().string())) {
+        return false;
+    }
+    try {
+        static_cast<void>(inspect(path));
+    } catch (const Error&) {
+        return true;
+    }
+    return false;
+}
+
 std::vector<NamedFile> filesOf(Console& console, const std::filesystem::path& folder) {
     std::vector<NamedFile> files;
     std::error_code error;
@@ -36,7 +54,7 @@ std::vector<NamedFile> filesOf(Console& console, const std::filesystem::path& fo
         const bool wanted = isOfFolder(name) && !std::filesystem::is_directory(status);
         if (wanted && !std::filesystem::is_regular_file(status)) {
             console.warn(fmt::format("{} is no file and was left out", shownPath(entry->path())));
-        } else if (wanted) {
+        } else if (wanted && !isIndex(entry->path())) {
             files.push_back({entry->path(), true});
         }
         entry.increment(error);
@@ -118,7 +136,8 @@ std::vector<std::filesystem::path> NewTables::look() const {
         std::filesystem::directory_iterator entry(folder, error);
         while (!error && entry != std::filesystem::directory_iterator()) {
             std::error_code unknown;
-            const bool isFile = entry->is_regular_file(unknown) && isOfFolder(entry->path().filename().string());
+            const std::string name = entry->path().filename().string();
+            const bool isFile = entry->is_regular_file(unknown) && isOfFolder(name) && !isIndexName(name);
             if (isFile && !known_.contains(entry->path())) {
                 found.push_back(entry->path());
             }

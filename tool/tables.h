@@ -21,9 +21,9 @@ struct NamedFile {
 };
 
 // The files that the arguments stand for, in their order; a folder stands for the files in it, by name, without its
-// folders, without names that begin with a dot, and without what recoveries have cut out. Failure for what does not
-// exist or is neither file nor folder, and for a folder that cannot be read. What is no file in a folder (a pipe, a
-// link that leads nowhere) is named and left out.
+// folders, without names that begin with a dot, without what recoveries have cut out, and without side indexes. Failure
+// for what does not exist or is neither file nor folder, and for a folder that cannot be read. What is no file in a
+// folder (a pipe, a link that leads nowhere) is named and left out.
 std::vector<NamedFile> expandPaths(Console& console, const std::vector<std::string>& arguments);
 
 // Tables that appear in folders while they are watched.
@@ -33,7 +33,8 @@ class NewTables {
     explicit NewTables(const std::vector<std::string>& arguments);
 
     bool watchesFolders() const noexcept { return !folders_.empty(); }
-    // What has come since, by name, each time that it is asked until it is known.
+    // What has come since, by name, each time that it is asked until it is known. A table that is called like a side
+    // index (".idx") is not found.
     std::vector<std::filesystem::path> look() const;
     void know(const std::filesystem::path& path) { known_.insert(path); }
 

@@ -31,6 +31,7 @@ extern const Verb orderVerb;
 extern const Verb statsVerb;
 extern const Verb blocksVerb;
 extern const Verb sessionVerb;
+extern const Verb indexVerb;
 extern const Verb verifyVerb;
 extern const Verb recoverVerb;
 extern const Verb backupVerb;

@@ -15,7 +15,7 @@ namespace {
 std::vector<std::string> documentedKeys(const std::string& verb) {
     std::vector<std::string> keys;
     bool isVerb = false;
-    for (const std::string& line : linesOf(documentSection("Looking at tables"))) {
+    for (const std::string& line : linesOf(commandDocument())) {
         if (line.starts_with("#")) {
             isVerb = line.starts_with("### `tabulo " + verb + " ");
         }
@@ -45,6 +45,8 @@ TEST_F(CommandDocumentTest, ObjectsHaveTheKeysThatAreListedInTheirOrder) {
         {"blocks", "orders"},
         {"session", "session"},
         {"stats", "orders", "--by", "type,class,table,field:NAME,minute,hour,day"},
+        {"index", "orders"},
+        {"index", "orders", "--check"},
     };
     Writer::create(file("named"), {.texts = {"NAME"}}).close();
     for (std::vector<std::string> arguments : commands) {

@@ -40,7 +40,8 @@ TEST_F(InfoVerbTest, ATableIsToldLineByLine) {
               "time unit ms (guessed)\n"
               "closed cleanly yes\n"
               "open for writing no\n"
-              "cut files -\n");
+              "cut files -\n"
+              "side index -\n");
 }
 
 TEST_F(InfoVerbTest, JsonHasTheSameKeysForBothKinds) {
@@ -60,7 +61,7 @@ TEST_F(InfoVerbTest, JsonHasTheSameKeysForBothKinds) {
         "\"firstPendingTime\":null,\"firstPendingTimeRaw\":null,\"lastPending\":null,\"lastPendingTime\":null,"
         "\"lastPendingTimeRaw\":null,\"firstTime\":\"2026-11-20T19:31:45.673Z\",\"firstTimeRaw\":\"1795203105673\","
         "\"lastTime\":\"2026-11-20T19:31:45.923Z\",\"lastTimeRaw\":\"1795203105923\",\"timeUnit\":\"ms\","
-        "\"closedCleanly\":true,\"openForWriting\":false,\"cutFiles\":[],\"problem\":null}\n"
+        "\"closedCleanly\":true,\"openForWriting\":false,\"cutFiles\":[],\"problem\":null,\"indexed\":null}\n"
         "{\"table\":\"session\",\"path\":\"session\",\"kind\":\"session\",\"format\":\"5.800\",\"bytes\":80,"
         "\"headerBytes\":56,\"texts\":null,\"numbers\":null,\"filters\":null,\"messagesPerBlock\":null,"
         "\"tags\":[1,2,9],\"messages\":null,\"closedBlocks\":null,\"openMessages\":null,\"counts\":null,"
@@ -68,7 +69,7 @@ TEST_F(InfoVerbTest, JsonHasTheSameKeysForBothKinds) {
         "\"lastGoodTime\":null,\"lastGoodTimeRaw\":null,\"firstPending\":null,\"firstPendingTime\":null,"
         "\"firstPendingTimeRaw\":null,\"lastPending\":null,\"lastPendingTime\":null,\"lastPendingTimeRaw\":null,"
         "\"firstTime\":null,\"firstTimeRaw\":null,\"lastTime\":null,\"lastTimeRaw\":null,\"timeUnit\":null,"
-        "\"closedCleanly\":true,\"openForWriting\":false,\"cutFiles\":[],\"problem\":null}\n");
+        "\"closedCleanly\":true,\"openForWriting\":false,\"cutFiles\":[],\"problem\":null,\"indexed\":null}\n");
 }
 
 TEST_F(InfoVerbTest, SeveralTablesAreSetApartForEyes) {

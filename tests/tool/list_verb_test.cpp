@@ -33,12 +33,12 @@ TEST_F(ListVerbTest, JsonHasAnObjectForEachTable) {
         withLockList(run({"ls", "-o", "ndjson", "session", "orders"}).output),
         "{\"table\":\"session\",\"path\":\"session\",\"kind\":\"session\",\"messages\":null,\"bytes\":80,"
         "\"firstTime\":null,\"firstTimeRaw\":null,\"lastTime\":null,\"lastTimeRaw\":null,\"openForWriting\":false,"
-        "\"cutFiles\":[],\"texts\":[],\"numbers\":[],\"tags\":[1,2,9],\"problem\":null}\n"
+        "\"cutFiles\":[],\"texts\":[],\"numbers\":[],\"tags\":[1,2,9],\"problem\":null,\"indexed\":null}\n"
         "{\"table\":\"orders\",\"path\":\"orders\",\"kind\":\"messages\",\"messages\":23,\"bytes\":29735,"
         "\"firstTime\":\"2026-11-20T19:31:45.673Z\",\"firstTimeRaw\":\"1795203105673\","
         "\"lastTime\":\"2026-11-20T19:31:51.173Z\",\"lastTimeRaw\":\"1795203111173\",\"openForWriting\":false,"
         "\"cutFiles\":[],\"texts\":[\"Symbol\",\"ClOrdID\"],\"numbers\":[\"Price\",\"OrderQty\"],\"tags\":[],"
-        "\"problem\":null}\n");
+        "\"problem\":null,\"indexed\":null}\n");
 }
 
 TEST_F(ListVerbTest, AWriterInAnotherProcessIsTold) {

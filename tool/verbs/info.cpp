@@ -147,9 +147,17 @@ ListRecord recordOf(Console& console, TableInfo& info, const Times& times, bool 
     record.add("closedCleanly", "closed cleanly", {info.closedCleanly});
     record.add("openForWriting", "open for writing", openCell(info.openForWriting));
     record.add("cutFiles", "cut files", pathsCell(cutFilesOf(info.path)));
+    const std::optional<IndexInfo> index = indexOf(info);
+    if (hasMessages) {
+        record.add("", "side index",
+                   {{},
+                    index.has_value() ? fmt::format("covers {} messages, {}", index->messages, shownBytes(index->bytes))
+                                      : "-"});
+    }
     const bool isDamaged = info.problem.has_value();
     record.add("problem", isDamaged ? "problem" : "",
                {isDamaged ? ListValue(std::string(info.problem->what())) : ListValue()});
+    record.add("indexed", "", {index.has_value() ? ListValue(index->messages) : ListValue()});
     return record;
 }
 

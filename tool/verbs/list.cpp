@@ -3,6 +3,7 @@
 
 #include <map>
 #include <memory>
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -76,6 +77,8 @@ ListRecord rowOf(const TableInfo& info, const Times& times, const std::vector<st
     fields.insert(fields.end(), info.layout.numbers.begin(), info.layout.numbers.end());
     record.add("", "FIELDS", hasMessages ? namesCell(fields) : ListCell{tags});
     record.add("problem", "", {info.problem.has_value() ? ListValue(std::string(info.problem->what())) : ListValue()});
+    const std::optional<IndexInfo> index = indexOf(info);
+    record.add("indexed", "", {index.has_value() ? ListValue(index->messages) : ListValue()});
     return record;
 }
 
