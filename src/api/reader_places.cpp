@@ -1,7 +1,9 @@
+#include <optional>
 #include <string>
 
 #include "api/open_table.h"
 #include "api/reader_state.h"
+#include "index/side_index.h"
 #include "messagetable/frame_cursor.h"
 #include "messagetable/frame_place.h"
 
@@ -44,14 +46,23 @@ Way stepTo(const Call& call, internal::BlockCursor* cursor, internal::TableFile*
     return cursor->position == block ? Way::there : Way::past;
 }
 
-// Steps as stepTo with the length words alone: the usual case, with 8 bytes read a block. False when they do not lead
-// there.
+// Steps as stepTo with the length words alone: the usual case, with 8 bytes read a block that no side index covers.
+// False when they do not lead there.
 bool leadTo(const Call& call, const ReaderState& reader, internal::TableFile* file, std::int64_t block,
             std::int64_t* steps) {
     std::int64_t size = 0;
     call.check(internal::tableFileGetSize(file, &size));
     std::int64_t position = reader_begin(reader).block;
-    for (*steps = 0; position < block && block <= size; ++*steps) {
+    *steps = 0;
+    if (const auto index = internal::sideIndex_of(reader.open.get(), file); index != nullptr) {
+        const std::optional<std::uint32_t> before = index->blocksBefore(block);
+        const std::optional<std::int64_t> start = before.has_value() ? index->startOf(*before) : std::nullopt;
+        if (start.has_value() && *start <= block) {
+            position = *start;
+            *steps = *before;
+        }
+    }
+    for (; position < block && block <= size; ++*steps) {
         std::uint64_t length = 0;
         call.check(internal::blockReader_readWord(file, position, &length));
         if (!internal::blockReader_isLength(*reader.blocks, length, size - position)) {
