@@ -148,7 +148,7 @@ void TableIndexes::tell(Table* table) {
 // What rows have not told yet.
 void TableIndexes::tellAll() {
     for (Table& table : tables_) {
-        if (!table.isOut && table.indexer->info().messages != table.told) {
+        if (!table.isOut && table.indexer.has_value() && table.indexer->info().messages != table.told) {
             tell(&table);
         }
     }
@@ -157,22 +157,24 @@ void TableIndexes::tellAll() {
 // Covers what is new in a table.
 void TableIndexes::look(Table* table) {
     const FileState now = stateOf(table->path);
+    if (now == FileState{}) {
+        return;  // it is gone, and may come again
+    }
     std::error_code unknown;
     const bool isIndexThere = std::filesystem::exists(indexPath(table->path), unknown) || unknown;
     const bool isSameFile = now.device == table->seen.device && now.file == table->seen.file;
     try {
-        if (!isSameFile || !isIndexThere) {
+        if (!table->indexer.has_value() || !isSameFile || !isIndexThere) {
             console_.say(fmt::format("{} {}: its index is made anew", shownPath(table->path),
                                      isSameFile ? "has no index any more" : "was replaced by another file"));
             complete(table);
             listing_.end();
             return;
         }
-        if (now == table->seen) {
-            return;
+        if (now != table->seen) {
+            table->seen = now;
+            static_cast<void>(table->indexer->keepUp(console_.watched("indexing " + shownPath(table->path))));
         }
-        table->seen = now;
-        static_cast<void>(table->indexer->keepUp());
         if (table->indexer->info().messages != table->told && Clock::now() - table->row > ROW_TIME) {
             tell(table);
         }
