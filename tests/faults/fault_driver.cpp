@@ -18,7 +18,7 @@ constexpr int MOST_BAD_FAULTS = 8;  // then a scenario is given up: more of the 
 
 constexpr FileCall ALL_CALLS[] = {FileCall::open,    FileCall::lock,  FileCall::unlock,        FileCall::readAt,
                                   FileCall::writeAt, FileCall::sync,  FileCall::syncDirectory, FileCall::truncate,
-                                  FileCall::size,    FileCall::close, FileCall::remove};
+                                  FileCall::size,    FileCall::close, FileCall::remove,        FileCall::rename};
 constexpr int ERRORS[] = {ENOSPC, EIO, EMFILE};
 constexpr TransferPart PARTS[] = {TransferPart::oneByte, TransferPart::half, TransferPart::allButOne};
 

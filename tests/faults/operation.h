@@ -76,6 +76,7 @@ inline std::vector<ErrorCode> refusalsOf(FileCall call, const Operation& operati
         case FileCall::unlock:
         case FileCall::syncDirectory:
         case FileCall::remove:
+        case FileCall::rename:
             return {};
     }
     return {};

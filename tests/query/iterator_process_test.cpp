@@ -127,7 +127,7 @@ TEST_P(BesideAWriter, BackwardIteratorsDeliverWithoutGapsAndRepetitions) {
 
 INSTANTIATE_TEST_SUITE_P(InBlocksOf, BesideAWriter, ::testing::Values(1, 3, 50, 1000));
 
-class IdSet : public QueryTest {
+class IdSetOfManyIds : public QueryTest {
   protected:
     static ErrorCode count(void* owner, const MessageView&, Visit*) {
         *static_cast<std::int64_t*>(owner) += 1;
@@ -135,7 +135,7 @@ class IdSet : public QueryTest {
     }
 };
 
-TEST_F(IdSet, OfAHundredThousandIdsIsMatchedWithAHundredThousandMessagesInSeconds) {
+TEST_F(IdSetOfManyIds, OfAHundredThousandIdsIsMatchedWithAHundredThousandMessagesInSeconds) {
     constexpr std::int32_t many = 100'000;
     layout = layoutOf(1000);
     create();
@@ -151,7 +151,7 @@ TEST_F(IdSet, OfAHundredThousandIdsIsMatchedWithAHundredThousandMessagesInSecond
     }
     std::shuffle(ids.begin(), ids.end(), std::mt19937(3));
     std::int64_t found = 0;
-    const MessageListener listener{&found, &IdSet::count, [](void*, ErrorCode code) { return code; }};
+    const MessageListener listener{&found, &IdSetOfManyIds::count, [](void*, ErrorCode code) { return code; }};
     const auto start = std::chrono::steady_clock::now();
     ASSERT_EQ(mt_readMessages(table.get(), ids.data(), many, &listener, false), NO_ERROR);
     const std::chrono::duration<double> seconds = std::chrono::steady_clock::now() - start;

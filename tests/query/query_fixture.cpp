@@ -93,7 +93,7 @@ std::vector<std::int32_t> idsFromTo(std::int32_t first, std::int32_t last) {
 
 WatchedIterator::WatchedIterator(MessageTableIterator* iterator, bool skipsBlocks)
     : asked_(iterator->match), skipsBlocks_(skipsBlocks) {
-    iterator->match = {this, askBlock, askMessage, WatchedIterator::skipBlock};
+    iterator->match = {this, askBlock, askMessage, WatchedIterator::skipBlocks};
     iterator->asksKnown = iterator->asksKnown && skipsBlocks;
 }
 
@@ -109,11 +109,11 @@ ErrorCode WatchedIterator::askBlock(void* owner, const BlockSummary& summary, Vi
     return code;
 }
 
-void WatchedIterator::skipBlock(void* owner, std::int64_t) {
+void WatchedIterator::skipBlocks(void* owner, std::int64_t count) {
     auto* self = static_cast<WatchedIterator*>(owner);
-    self->blocksAsked += 1;
-    self->blocksSkipped += 1;
-    self->blocksUnread += 1;
+    self->blocksAsked += static_cast<int>(count);
+    self->blocksSkipped += static_cast<int>(count);
+    self->blocksUnread += static_cast<int>(count);
 }
 
 ErrorCode WatchedIterator::askMessage(void* owner, const MessageView& message, Visit* answer) {

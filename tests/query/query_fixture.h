@@ -60,7 +60,7 @@ class WatchedIterator {
 
   private:
     static ErrorCode askBlock(void* owner, const BlockSummary& summary, Visit* answer);
-    static void skipBlock(void* owner, std::int64_t block);
+    static void skipBlocks(void* owner, std::int64_t count);
     static ErrorCode askMessage(void* owner, const MessageView& message, Visit* answer);
 
     MessageVisitor asked_;  // the iterator's own

@@ -72,6 +72,10 @@ struct FaultPlatform::Hooks {
         const SystemError error = active->record({FileCall::remove, -1, -1, -1, FileAccess::read, path});
         return error.failed() ? error : filePlatform_system().remove(path);
     }
+    static SystemError rename(const char* from, const char* to) {
+        const SystemError error = active->record({FileCall::rename, -1, -1, -1, FileAccess::read, to});
+        return error.failed() ? error : filePlatform_system().rename(from, to);
+    }
     static std::int64_t now() { return active->now_ >= 0 ? active->now_ : filePlatform_system().now(); }
 };
 
@@ -99,6 +103,8 @@ const char* fileCallName(FileCall call) {
             return "close";
         case FileCall::remove:
             return "remove";
+        case FileCall::rename:
+            return "rename";
     }
     return "?";
 }
@@ -106,6 +112,7 @@ const char* fileCallName(FileCall call) {
 FaultPlatform::FaultPlatform() {
     record_ = filePlatform_system();
     setFileOperations<Hooks>(&record_);
+    record_.rename = Hooks::rename;
     active = this;
     previous_ = filePlatform_install(&record_);
 }

@@ -11,7 +11,7 @@
 
 namespace tabulo::internal::test {
 
-enum class FileCall { open, lock, unlock, readAt, writeAt, sync, syncDirectory, truncate, size, close, remove };
+enum class FileCall { open, lock, unlock, readAt, writeAt, sync, syncDirectory, truncate, size, close, remove, rename };
 
 const char* fileCallName(FileCall call);
 
@@ -25,7 +25,7 @@ struct RecordedCall {
     std::int64_t offset = -1;  // of a transfer; the length of a truncate
     std::int64_t length = -1;  // of a transfer
     FileAccess access = FileAccess::read;
-    std::string path;
+    std::string path;  // of a rename the new name
 };
 
 // Installs itself for its life; one at a time. Calls are numbered from 1 for each kind, from the construction or the
