@@ -69,6 +69,9 @@ void tableIndex_update(const Call& call, internal::IndexBuilder* builder, intern
     call.check(builder->update(table, fewest, progress));
     if ((fewest == EVERY_BLOCK && !watch.isStopped()) || builder->isMergeDue()) {
         call.check(builder->merge());
+        if (builder->slot().coveredBlocks == 0) {  // a damaged page was found, and the index begun anew
+            call.check(builder->update(table, fewest, progress));
+        }
     }
     watch.rethrow();
 }

@@ -135,9 +135,13 @@ ErrorCode IndexBuilder::takeOver() {
     }
     slot_ = std::move(*slot);
     pages_ = endOf(slot_);
-    readEnd_ = slot_.coveredEnd;
-    readFooter_ = slot_.lastFooter;
+    forgetRead();
     return NO_ERROR;
+}
+
+void IndexBuilder::forgetRead() noexcept {
+    content_.clear();
+    readEnd_ = slot_.coveredEnd;
 }
 
 // Makes an empty file of a new one.
@@ -168,8 +172,7 @@ ErrorCode IndexBuilder::beginAnew() {
     if (code == NO_ERROR) {
         slot_ = slot;
         pages_ = INDEX_SLOTS;
-        content_.clear();
-        readEnd_ = 0;
+        forgetRead();
     }
     return code;
 }
@@ -196,17 +199,29 @@ ErrorCode IndexBuilder::save(FileStream* file, IndexSlot slot, std::uint32_t pag
     return NO_ERROR;
 }
 
+// Opens the index again when it was deleted, or another file has its name.
+ErrorCode IndexBuilder::keepName() {
+    bool same = false;
+    if (file_ != nullptr && !filePlatform().isAt(file_->descriptor, path_.c_str(), &same).failed() && same) {
+        return NO_ERROR;
+    }
+    file_.reset();
+    slot_ = {};
+    return open();
+}
+
 // Makes sure that what was read and what is covered belongs to what the table holds now.
 ErrorCode IndexBuilder::follow(MessageTable* table, TableFile* file) {
-    const TableStorage* storage = mt_storage(table);
     const std::int32_t footerSize = reader_->footerSize;
-    if (content_.blocks() > 0 && footerChecksum_read(file, readEnd_, footerSize) != readFooter_) {
-        content_.clear();
-        readEnd_ = slot_.coveredEnd;
+    const std::optional<std::uint64_t> identity = tableIdentity_read(file, mt_storage(table)->headerSize);
+    if (content_.blocks() > 0 &&
+        (identity != identity_ || footerChecksum_read(file, readEnd_, footerSize) != readFooter_)) {
+        forgetRead();
     }
+    identity_ = identity;
     const bool belongs =
-        slot_.coveredBlocks == 0 || (tableIdentity_read(file, storage->headerSize) == slot_.identity &&
-                                     footerChecksum_read(file, slot_.coveredEnd, footerSize) == slot_.lastFooter);
+        slot_.coveredBlocks == 0 ||
+        (identity == slot_.identity && footerChecksum_read(file, slot_.coveredEnd, footerSize) == slot_.lastFooter);
     return belongs ? NO_ERROR : beginAnew();
 }
 
@@ -219,7 +234,8 @@ ErrorCode IndexBuilder::update(MessageTable* table, std::uint32_t fewest, const 
     if (reader_ == nullptr) {
         return OUT_OF_MEMORY_ERROR;
     }
-    ErrorCode code = follow(table, file);
+    ErrorCode code = keepName();
+    code = code == NO_ERROR ? follow(table, file) : code;
     if (code == NO_ERROR) {
         code = readBlocks(table, file, progress);
     }
@@ -262,30 +278,31 @@ ErrorCode IndexBuilder::readBlocks(MessageTable* table, TableFile* file, const I
         readFooter_ = *footer;
         if (content_.messages() + perBlock > RUN_MESSAGES) {
             code = cover(table, file);
-            if (code != NO_ERROR) {
-                return code;
+            if (code != NO_ERROR || readEnd_ != cursor.position) {
+                return code;  // or what was read is forgotten
             }
         }
     }
 }
 
-// Appends a run of what was read.
+// Appends a run of what was read; forgets it when the table was dropped meanwhile.
 ErrorCode IndexBuilder::cover(MessageTable* table, TableFile* file) {
-    IndexSlot slot = slot_;
-    if (slot.coveredBlocks == 0) {
-        const std::optional<std::uint64_t> identity = tableIdentity_read(file, mt_storage(table)->headerSize);
-        if (!identity.has_value()) {
-            return FILE_READ_ERROR;
-        }
-        slot.identity = *identity;
+    const std::optional<std::uint64_t> identity = tableIdentity_read(file, mt_storage(table)->headerSize);
+    if (!identity.has_value()) {
+        return FILE_READ_ERROR;
     }
-    if (slot.runs.size() == MOST_INDEX_RUNS) {
+    if (identity != identity_) {
+        forgetRead();
+        return NO_ERROR;
+    }
+    if (slot_.runs.size() == MOST_INDEX_RUNS) {
         const ErrorCode code = merge();
-        if (code != NO_ERROR) {
+        if (code != NO_ERROR || content_.blocks() == 0) {
             return code;
         }
-        slot = slot_;
     }
+    IndexSlot slot = slot_;
+    slot.identity = *identity;
     RunWriter run(file_.get(), slot, pages_, slot.coveredBlocks, content_.blocks());
     const std::vector<IndexPart> parts = content_.write(&run);
     if (run.finish(parts).failed()) {
@@ -335,7 +352,7 @@ ErrorCode IndexBuilder::mergeFrom(std::size_t first, IndexPages* pages) {
     }
     // Appended, what is merged becomes garbage.
     constexpr std::uint32_t MOST_GARBAGE = 4;  // a quarter of the file
-    const bool appends = (pages_ - INDEX_SLOTS - used + mergedPages) < (pages_ + mergedPages) / MOST_GARBAGE;
+    const bool appends = (pages_ - INDEX_SLOTS - used + mergedPages) < pages_ / MOST_GARBAGE;
     IndexFile made;
     FileStream* target = file_.get();
     std::uint32_t end = pages_;

@@ -8,6 +8,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -53,11 +54,13 @@ class IndexBuilder {
     bool isLocked() const noexcept { return locked_; }
     // Reads the closed blocks that are not covered yet, up to the first that is damaged, and covers them when they are
     // at least this many; others are kept for the next time. An index that does not belong to the table any more is
-    // begun anew. MASTER_INACTIVE_ERROR without an active file; the codes of reading the table; FILE_WRITE_ERROR,
-    // FILE_OPEN_ERROR, SIGNATURE_ERROR (as open): the index is then what it was. Throws std::bad_alloc.
+    // begun anew, and one that was deleted is opened again. MASTER_INACTIVE_ERROR without an active file; the codes of
+    // reading the table; FILE_WRITE_ERROR, FILE_OPEN_ERROR, SIGNATURE_ERROR (as open): the index is then what it was.
+    // Throws std::bad_alloc.
     ErrorCode update(MessageTable* table, std::uint32_t fewest, const IndexProgress& progress);
-    // Merges runs until each is RUN_RATIO times as long as what follows it. The codes of writing, as update;
-    // FILE_READ_ERROR when the index cannot be read: it is then begun anew.
+    // Merges runs until each is RUN_RATIO times as long as the next one. The codes of writing, as update;
+    // FILE_READ_ERROR when the index cannot be opened. Where a page of a run is damaged the index is begun anew: it
+    // then covers nothing.
     ErrorCode merge();
 
     const IndexSlot& slot() const noexcept { return slot_; }
@@ -70,6 +73,8 @@ class IndexBuilder {
     static constexpr std::uint64_t RUN_RATIO = 4;
 
     ErrorCode takeOver();
+    ErrorCode keepName();
+    void forgetRead() noexcept;
     ErrorCode beginAnew();
     ErrorCode makeFile(FileStream* file, const IndexSlot& slot);
     ErrorCode takeName(IndexFile made);
@@ -89,7 +94,8 @@ class IndexBuilder {
     bool locked_ = false;
     RunContent content_;  // blocks that were read and are not covered yet
     std::int64_t readEnd_ = 0;
-    std::uint64_t readFooter_ = 0;  // of the last of them
+    std::uint64_t readFooter_ = 0;           // of the last of them
+    std::optional<std::uint64_t> identity_;  // of the table when they were read
     BlockReaderPtr reader_;
 };
 
