@@ -3,6 +3,7 @@
 #include <filesystem>
 
 #include "tests/index/indexed_table.h"
+#include "tests/support/allocation_failure.h"
 #include "tests/support/fault_platform.h"
 
 namespace tabulo::internal::test {
@@ -209,6 +210,36 @@ TEST_F(IndexBuilderFailure, ABuilderThatWasRefusedOnceGoesOn) {
     ASSERT_EQ(builder->update(table.get(), 1, {}), NO_ERROR);
     ASSERT_EQ(builder->merge(), NO_ERROR);
     EXPECT_EQ(covered(), 16U);
+    EXPECT_EQ(indexFault(written), "");
+}
+
+// The builder is used again behind each failure.
+TEST_F(IndexBuilderFailure, WithoutMemoryLeavesABuilderThatGoesOn) {
+    const MessageTablePtr table = openReader();
+    const auto builder = openBuilder();
+    int failures = 0;
+    for (std::int64_t n = 1; n < 400; ++n) {
+        writeBlocks(2);
+        bool isWithoutMemory = false;
+        {
+            const AllocationFailure failure(n);
+            try {
+                isWithoutMemory = builder->update(table.get(), 1, {}) == OUT_OF_MEMORY_ERROR;
+                isWithoutMemory = builder->merge() == OUT_OF_MEMORY_ERROR || isWithoutMemory;
+            } catch (const std::bad_alloc&) {
+                isWithoutMemory = true;
+            }
+            if (!failure.happened()) {
+                EXPECT_FALSE(isWithoutMemory);
+                break;
+            }
+        }
+        failures += isWithoutMemory ? 1 : 0;
+        const ErrorCode code = builder->update(table.get(), 1, {});
+        ASSERT_EQ(code, NO_ERROR) << "behind allocation " << n << ": " << getErrorMessage(code);
+        ASSERT_EQ(covered(), static_cast<std::uint32_t>(written) / 4) << "allocation " << n;
+    }
+    EXPECT_GT(failures, 10);
     EXPECT_EQ(indexFault(written), "");
 }
 

@@ -38,6 +38,12 @@ std::vector<Bytes> runContents(const Bytes& index, const IndexSlot& slot) {
 IndexedTableTest::IndexedTableTest() {
     shape.messagesPerBlock = 4;
     shape.stringNames = {"ClOrdID", "Symbol"};
+    begin("orders");
+}
+
+void IndexedTableTest::begin(const std::string& name) {
+    shape.name = name;
+    written = 0;
     writer = openTable(directory.root(), OpenMode::create, shape);
 }
 

@@ -23,6 +23,8 @@ class IndexedTableTest : public ::testing::Test {
   protected:
     IndexedTableTest();
 
+    // Another table, of this name and the shape of now, takes the place of the one at hand.
+    void begin(const std::string& name);
     // Messages with the uniform ids first to last.
     void write(std::int32_t first, std::int32_t last);
     void writeBlocks(std::int32_t count);
