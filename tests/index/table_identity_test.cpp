@@ -82,7 +82,7 @@ TEST_F(TableIdentity, AFootersChecksumIsThatOfAllItsBytesAndOfNoOther) {
     const auto at = static_cast<std::int64_t>(end);
     const std::optional<std::uint64_t> sum = footerOf(image, at);
     ASSERT_TRUE(sum.has_value());
-    for (std::size_t i = start - 3; i < end + 3; ++i) {
+    for (std::size_t i = start - 3; i < end + 3; i += i < start + 100 || i + 100 > end ? 1 : 37) {
         EXPECT_EQ(footerOf(changed(image, i), at) != sum, i >= start && i < end) << "with byte " << i << " changed";
     }
 }
