@@ -118,7 +118,9 @@ ErrorCode RunContent::add(BlockReader* reader, TableFile* file, const Block& blo
     added.minimum = reader->summary.minimum;
     added.maximum = reader->summary.maximum;
     dropUnadded();
-    blocks_.reserve(blocks_.size() + 1);
+    if (blocks_.size() == blocks_.capacity()) {
+        blocks_.reserve(2 * blocks_.size() + 1);  // one more alone would copy them all for each block
+    }
     const ErrorCode code = readFrames(reader, file, block, &added);
     if (code == NO_ERROR) {
         blocks_.push_back(added);
