@@ -19,6 +19,31 @@ IndexRun readRun(const IndexPage& page, std::size_t at) {
             page.get<std::uint32_t>(at + 12)};
 }
 
+// None for a page that is not sound, or whose runs do not follow each other.
+std::optional<IndexSlot> readSlot(const IndexPage& page) {
+    const auto runCount = page.get<std::uint32_t>(RUN_COUNT_OFFSET);
+    if (!indexSlot_isOne(page) || runCount > MOST_INDEX_RUNS || !indexPage_isSound(page, SLOT_SEED)) {
+        return std::nullopt;
+    }
+    IndexSlot slot;
+    slot.generation = page.get<std::uint64_t>(GENERATION_OFFSET);
+    slot.fileKey = page.get<std::uint64_t>(FILE_KEY_OFFSET);
+    slot.identity = page.get<std::uint64_t>(IDENTITY_OFFSET);
+    slot.lastFooter = page.get<std::uint64_t>(LAST_FOOTER_OFFSET);
+    slot.coveredEnd = page.get<std::int64_t>(COVERED_END_OFFSET);
+    slot.coveredBlocks = page.get<std::uint32_t>(COVERED_BLOCKS_OFFSET);
+    std::uint64_t blocks = 0;
+    for (std::uint32_t i = 0; i < runCount; ++i) {
+        const IndexRun run = readRun(page, INDEX_RUNS_OFFSET + i * INDEX_RUN_SIZE);
+        if (run.firstBlock != blocks || run.blocks == 0 || run.pages == 0) {
+            return std::nullopt;
+        }
+        blocks += run.blocks;
+        slot.runs.push_back(run);
+    }
+    return blocks == slot.coveredBlocks && slot.coveredEnd >= 0 ? std::optional(std::move(slot)) : std::nullopt;
+}
+
 }  // namespace
 
 IndexPage indexSlot_write(const IndexSlot& slot) noexcept {
@@ -46,33 +71,9 @@ bool indexSlot_isOne(const IndexPage& page) noexcept {
     return page.get<std::uint64_t>(MAGIC_OFFSET) == INDEX_MAGIC;
 }
 
-std::optional<IndexSlot> indexSlot_read(const IndexPage& page) {
-    const auto runCount = page.get<std::uint32_t>(RUN_COUNT_OFFSET);
-    if (!indexSlot_isOne(page) || runCount > MOST_INDEX_RUNS || !indexPage_isSound(page, SLOT_SEED)) {
-        return std::nullopt;
-    }
-    IndexSlot slot;
-    slot.generation = page.get<std::uint64_t>(GENERATION_OFFSET);
-    slot.fileKey = page.get<std::uint64_t>(FILE_KEY_OFFSET);
-    slot.identity = page.get<std::uint64_t>(IDENTITY_OFFSET);
-    slot.lastFooter = page.get<std::uint64_t>(LAST_FOOTER_OFFSET);
-    slot.coveredEnd = page.get<std::int64_t>(COVERED_END_OFFSET);
-    slot.coveredBlocks = page.get<std::uint32_t>(COVERED_BLOCKS_OFFSET);
-    std::uint64_t blocks = 0;
-    for (std::uint32_t i = 0; i < runCount; ++i) {
-        const IndexRun run = readRun(page, INDEX_RUNS_OFFSET + i * INDEX_RUN_SIZE);
-        if (run.firstBlock != blocks || run.blocks == 0 || run.pages == 0) {
-            return std::nullopt;
-        }
-        blocks += run.blocks;
-        slot.runs.push_back(run);
-    }
-    return blocks == slot.coveredBlocks && slot.coveredEnd >= 0 ? std::optional(std::move(slot)) : std::nullopt;
-}
-
 std::optional<IndexSlot> indexSlot_choose(const IndexSlotPages& pages) {
-    std::optional<IndexSlot> one = indexSlot_read(pages[0]);
-    std::optional<IndexSlot> other = indexSlot_read(pages[1]);
+    std::optional<IndexSlot> one = readSlot(pages[0]);
+    std::optional<IndexSlot> other = readSlot(pages[1]);
     const bool takesOther = other.has_value() && (!one.has_value() || one->generation < other->generation);
     return takesOther ? other : one;
 }

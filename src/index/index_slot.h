@@ -60,10 +60,8 @@ struct IndexSlot {
 IndexPage indexSlot_write(const IndexSlot& slot) noexcept;
 // True when a page begins as that of a slot: then the file is an index, though maybe a damaged one.
 bool indexSlot_isOne(const IndexPage& page) noexcept;
-// None for a page that is not sound, or whose runs do not follow each other from block 0 to the last covered one.
-// Throws std::bad_alloc. Called here only: tests look at one page at a time.
-std::optional<IndexSlot> indexSlot_read(const IndexPage& page);
-// The slot that holds of a file's two; none when neither is sound. Throws std::bad_alloc.
+// The slot that holds of a file's two; none when neither is sound, with runs that follow each other from block 0 to the
+// last covered one. Throws std::bad_alloc.
 using IndexSlotPages = std::array<IndexPage, INDEX_SLOTS>;
 static_assert(sizeof(IndexSlotPages) == INDEX_SLOTS * INDEX_PAGE_SIZE);
 std::optional<IndexSlot> indexSlot_choose(const IndexSlotPages& pages);

@@ -123,11 +123,11 @@ TEST_F(SideIndexTest, TellsWhereEachBlockBeginsAndHowManyBeginBeforeAnOffset) {
     EXPECT_EQ(found->messages(), static_cast<std::uint64_t>(written));
     for (std::uint32_t i = 0; i < 27; ++i) {
         const auto start = static_cast<std::int64_t>(map.blockStarts.at(i));
-        EXPECT_EQ(found->startOf(i), start);
+        EXPECT_EQ(found->blockStart(i), start);
         EXPECT_EQ(found->blocksBefore(start), i);
         EXPECT_EQ(found->blocksBefore(start + 1), i + 1);
     }
-    EXPECT_EQ(found->startOf(27), found->end());
+    EXPECT_EQ(found->blockStart(27), found->end());
     EXPECT_EQ(found->blocksBefore(0), 0U);
     EXPECT_EQ(found->blocksBefore(found->end()), 27U);
     EXPECT_EQ(found->blocksBefore(INT64_MAX), 27U);
