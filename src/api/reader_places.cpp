@@ -56,7 +56,7 @@ bool leadTo(const Call& call, const ReaderState& reader, internal::TableFile* fi
     *steps = 0;
     if (const auto index = internal::sideIndex_of(reader.open.get(), file); index != nullptr) {
         const std::optional<std::uint32_t> before = index->blocksBefore(block);
-        const std::optional<std::int64_t> start = before.has_value() ? index->startOf(*before) : std::nullopt;
+        const std::optional<std::int64_t> start = before.has_value() ? index->blockStart(*before) : std::nullopt;
         if (start.has_value() && *start <= block) {
             position = *start;
             *steps = *before;
