@@ -134,6 +134,37 @@ void putSessions(Corpus* corpus) {
     }
 }
 
+// The third block of an index said to begin where the first one does.
+Bytes leadingBack(const MessageTableLayout& layout) {
+    const std::size_t record = 16 + 2 * (296 + 2 * (36 + 9 * static_cast<std::size_t>(layout.numericFieldCount)));
+    const std::size_t header = tableFile(layout, 0, true).size();
+    const auto byte = [](std::size_t number, unsigned at) { return static_cast<std::uint8_t>(number >> (8 * at)); };
+    return {3, byte(record, 0), byte(record, 1), 4, byte(header, 0), byte(header, 1), byte(header, 2), 0};
+}
+
+// What is written over an index: nothing, ranges and lengths of the first run's blocks, keys and numbers of messages,
+// places of runs and parts.
+void putIndexes(Corpus* corpus) {
+    const Bytes none;
+    const Bytes starts = {3, 16, 0, 8, 40, 0, 0, 0, 0, 0, 0, 0, 3, 24, 0, 2, 255, 255};
+    const Bytes keys = {4, 8, 0, 8, 0, 0, 0, 0, 24, 0, 1, 200, 5, 20, 0, 4, 255, 255, 255, 127};
+    const Bytes runs = {1, 64, 0, 16, 2, 0, 0, 0, 9, 0, 0, 0, 0, 0, 0, 0, 40, 0, 0, 0, 2, 16, 0, 4, 9, 9, 0, 0};
+    const Bytes covered = {0, 48, 0, 8, 1, 1, 0, 0, 0, 0, 0, 0, 0, 56, 0, 4, 3, 0, 0, 0};
+    for (std::uint8_t l = 0; l < layouts().size(); ++l) {
+        std::size_t number = 0;
+        for (const Bytes& written : {none, starts, keys, runs, covered, leadingBack(layouts()[l])}) {
+            const Bytes& conditions = CONDITIONS[number % CONDITIONS.size()];
+            for (const std::uint8_t mends : Bytes{2, 3}) {
+                const auto size = static_cast<std::uint8_t>(conditions.size());
+                corpus->put("side_index",
+                            "layout" + std::to_string(l) + "-" + std::to_string(number) + (mends == 3 ? "-mended" : ""),
+                            joined({{l, mends, 0, size}, conditions, written}));
+            }
+            number += 1;
+        }
+    }
+}
+
 // A message as messageFrom reads it: ids and numbers of one byte, texts of few letters.
 Bytes messageBytes(std::uint8_t n, const MessageTableLayout& layout, std::uint8_t letters = 2) {
     Bytes bytes = {n, n, 0, 1, n, n, 1, 'D', 0, 0};
@@ -206,5 +237,6 @@ int main(int argumentCount, char** arguments) {
     tabulo::internal::fuzz::putTables(&corpus);
     tabulo::internal::fuzz::putSessions(&corpus);
     tabulo::internal::fuzz::putConditionsAndOperations(&corpus);
+    tabulo::internal::fuzz::putIndexes(&corpus);
     return 0;
 }

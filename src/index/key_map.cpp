@@ -175,6 +175,10 @@ std::uint64_t KeyMapCursor::number() noexcept {
 
 bool KeyMapCursor::next() noexcept {
     do {
+        if (left_ > 0 && at_ == end_) {
+            sound_ = false;  // an entry does not reach into another page
+            return false;
+        }
         if (left_ > 0) {
             if (at_ == end_) {
                 sound_ = false;  // an entry does not go on in the next page

@@ -173,7 +173,9 @@ void indexedWalk_forward(MessageTableIterator* iterator, TableFile* file) noexce
     std::int64_t& position = iterator->cursor.position;
     const std::optional<std::uint32_t> from = position < walk.index->end() ? blockAt(&walk, position) : std::nullopt;
     const std::optional<std::uint32_t> block = from.has_value() ? findForward(iterator, *from) : std::nullopt;
-    if (!block.has_value() || (*block < walk.index->blocks() && !moveTo(&walk, *block))) {
+    // Never back: a walk ends, whatever an index says.
+    if (!block.has_value() ||
+        (*block < walk.index->blocks() && (!moveTo(&walk, *block) || walk.marks.start < position))) {
         giveUp(&walk);
         return;
     }
@@ -202,12 +204,14 @@ void indexedWalk_backward(MessageTableIterator* iterator, TableFile* file, std::
     const std::optional<std::uint32_t> behind =
         before.has_value() ? findBackward(iterator, *before, firstBlock) : std::nullopt;
     // The block in front of it is read next: its end is where the walk goes on.
-    if (!behind.has_value() || !moveTo(&walk, *behind == 0 ? 0 : *behind - 1)) {
+    const bool isMoved = behind.has_value() && moveTo(&walk, *behind == 0 ? 0 : *behind - 1);
+    const std::int64_t next = isMoved && *behind > 0 ? walk.marks.end() : walk.marks.start;
+    if (!isMoved || next > start) {
         giveUp(&walk);
         return;
     }
     leaveUnread(iterator, *before - *behind);
-    start = *behind == 0 ? walk.marks.start : walk.marks.end();
+    start = next;
 }
 
 void indexedWalk_enterBlock(MessageTableIterator* iterator) noexcept {

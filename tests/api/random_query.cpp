@@ -325,16 +325,10 @@ void addRandomConditions(Random& random, const StoredTable& table, ModelQuery& m
     }
 }
 
-ModelQuery randomQuery(Random& random, const StoredTable& table, std::string* fault) {
-    ModelQuery model;
+void addRandomPlaces(Random& random, const StoredTable& table, ModelQuery& model) {
     const auto someNumber = [&] {
         return static_cast<std::size_t>(random.below(static_cast<std::int32_t>(table.count()) + 1));
     };
-    if (random.percent(20)) {
-        model.query.inverted();
-        model.inverted = true;
-    }
-    addRandomConditions(random, table, model, fault);
     if (random.percent(50)) {
         model.query.backward();
         model.backward = true;
@@ -350,6 +344,16 @@ ModelQuery randomQuery(Random& random, const StoredTable& table, std::string* fa
     model.words += (model.inverted ? "inverted " : "") + std::string(model.backward ? "backward " : "forward ");
     model.words += "from " + (model.from ? std::to_string(*model.from) : "the beginning");
     model.words += " before " + (model.before ? std::to_string(*model.before) : "the end");
+}
+
+ModelQuery randomQuery(Random& random, const StoredTable& table, std::string* fault) {
+    ModelQuery model;
+    if (random.percent(20)) {
+        model.query.inverted();
+        model.inverted = true;
+    }
+    addRandomConditions(random, table, model, fault);
+    addRandomPlaces(random, table, model);
     return model;
 }
 

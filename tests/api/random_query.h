@@ -10,5 +10,7 @@ namespace tabulo::test {
 ModelQuery randomQuery(Random& random, const StoredTable& table, std::string* fault);
 // The same without places and direction: up to three conditions.
 void addRandomConditions(Random& random, const StoredTable& table, ModelQuery& model, std::string* fault);
+// A direction, and mostly all messages, else those from some place on, or before one.
+void addRandomPlaces(Random& random, const StoredTable& table, ModelQuery& model);
 
 }  // namespace tabulo::test

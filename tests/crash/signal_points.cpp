@@ -86,6 +86,10 @@ SystemError close(int descriptor) {
     return around([&] { return filePlatform_system().close(descriptor); });
 }
 
+SystemError rename(const char* from, const char* to) {
+    return around([&] { return filePlatform_system().rename(from, to); });
+}
+
 void install(std::uint64_t random) {
     numbers.seed(random);
     platform = filePlatform_system();
@@ -95,6 +99,7 @@ void install(std::uint64_t random) {
     platform.writeAt = writeAt;
     platform.truncate = truncate;
     platform.close = close;
+    platform.rename = rename;
     filePlatform_install(&platform);
 }
 

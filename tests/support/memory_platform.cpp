@@ -126,12 +126,33 @@ struct MemoryPlatform::Hooks {
     static SystemError remove(const char* path) {
         return active->files_.erase(path) == 1 ? SystemError{} : failed(ENOENT);
     }
+    static SystemError isAt(int descriptor, const char* path, bool* same) {
+        const Descriptor* found = active->find(descriptor);
+        const auto there = active->files_.find(path);
+        if (found == nullptr || there == active->files_.end()) {
+            return failed(found == nullptr ? EBADF : ENOENT);
+        }
+        *same = there->second == found->file;
+        return 0;
+    }
+    static SystemError rename(const char* from, const char* to) {
+        const auto found = active->files_.find(from);
+        if (found == active->files_.end()) {
+            return failed(ENOENT);
+        }
+        const std::shared_ptr<File> file = found->second;
+        active->files_.erase(found);
+        active->files_[to] = file;
+        return 0;
+    }
     static std::int64_t now() { return filePlatform_system().now(); }
     static bool writtenBeforeStart(int) { return false; }
 };
 
 MemoryPlatform::MemoryPlatform() {
     setFileOperations<Hooks>(&record_);
+    record_.isAt = Hooks::isAt;
+    record_.rename = Hooks::rename;
     record_.writtenBeforeStart = Hooks::writtenBeforeStart;
     active = this;
     previous_ = filePlatform_install(&record_);
