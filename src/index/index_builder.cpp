@@ -142,6 +142,7 @@ ErrorCode IndexBuilder::takeOver() {
 void IndexBuilder::forgetRead() noexcept {
     content_.clear();
     readEnd_ = slot_.coveredEnd;
+    readFooter_ = slot_.lastFooter;
 }
 
 // Makes an empty file of a new one.
@@ -255,6 +256,13 @@ ErrorCode IndexBuilder::readBlocks(MessageTable* table, TableFile* file, const I
         if (covered + perBlock > UINT32_MAX) {
             return NO_ERROR;  // messages are told by 32 bits: the rest is walked over
         }
+        if (content_.messages() + perBlock > RUN_MESSAGES && content_.blocks() > 0) {
+            const std::int64_t reached = readEnd_;
+            const ErrorCode code = cover(table, file);
+            if (code != NO_ERROR || readEnd_ != reached) {
+                return code;  // or what was read is forgotten
+            }
+        }
         if (progress.goOn != nullptr &&
             !progress.goOn(progress.owner, cursor.position, static_cast<std::int64_t>(covered))) {
             return NO_ERROR;
@@ -262,6 +270,15 @@ ErrorCode IndexBuilder::readBlocks(MessageTable* table, TableFile* file, const I
         ErrorCode code = blockCursor_next(&cursor, file);
         if (code != NO_ERROR || cursor.block.state != BlockState::closed) {
             return code;
+        }
+        // The block in front is what it was: this one is of the same content of the table.
+        if (readEnd_ != 0 && footerChecksum_read(file, readEnd_, reader_->footerSize) != readFooter_) {
+            forgetRead();
+            return NO_ERROR;
+        }
+        const std::optional<std::uint64_t> footer = footerChecksum_read(file, cursor.position, reader_->footerSize);
+        if (!footer.has_value()) {
+            return FILE_READ_ERROR;
         }
         code = content_.add(reader_.get(), file, cursor.block);
         if (code == CONSISTENCY_ERROR) {
@@ -271,17 +288,7 @@ ErrorCode IndexBuilder::readBlocks(MessageTable* table, TableFile* file, const I
             return code;
         }
         readEnd_ = cursor.position;
-        const std::optional<std::uint64_t> footer = footerChecksum_read(file, readEnd_, reader_->footerSize);
-        if (!footer.has_value()) {
-            return FILE_READ_ERROR;
-        }
         readFooter_ = *footer;
-        if (content_.messages() + perBlock > RUN_MESSAGES) {
-            code = cover(table, file);
-            if (code != NO_ERROR || readEnd_ != cursor.position) {
-                return code;  // or what was read is forgotten
-            }
-        }
     }
 }
 

@@ -35,7 +35,8 @@ std::optional<IndexSlot> readSlot(const IndexPage& page) {
     std::uint64_t blocks = 0;
     for (std::uint32_t i = 0; i < runCount; ++i) {
         const IndexRun run = readRun(page, INDEX_RUNS_OFFSET + i * INDEX_RUN_SIZE);
-        if (run.firstBlock != blocks || run.blocks == 0 || run.pages == 0) {
+        if (run.firstBlock != blocks || run.blocks == 0 || run.pages == 0 || run.firstPage < INDEX_SLOTS ||
+            run.pages > UINT32_MAX - run.firstPage) {
             return std::nullopt;
         }
         blocks += run.blocks;
