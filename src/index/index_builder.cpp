@@ -42,11 +42,9 @@ ErrorCode openFile(const std::string& path, IndexFile* opened, bool* locked) {
     }
     IndexFile file(unopened.release());
     bool ours = false;
-    if (isOurs(file.get(), &ours).failed()) {
-        return FILE_READ_ERROR;
-    }
-    if (!ours) {
-        return SIGNATURE_ERROR;
+    const bool unread = isOurs(file.get(), &ours).failed();
+    if (unread || !ours) {
+        return unread ? FILE_READ_ERROR : SIGNATURE_ERROR;
     }
     *opened = std::move(file);
     return NO_ERROR;
