@@ -55,11 +55,8 @@ std::vector<std::filesystem::path> cutFilesOf(const std::filesystem::path& path)
         }
     }
     std::sort(found.begin(), found.end());
-    std::vector<std::filesystem::path> files;
-    files.reserve(found.size());
-    for (auto& [numbers, file] : found) {
-        files.push_back(std::move(file));
-    }
+    std::vector<std::filesystem::path> files(found.size());
+    std::transform(found.begin(), found.end(), files.begin(), [](auto& file) { return std::move(file.second); });
     return files;
 }
 

@@ -32,13 +32,13 @@ bool FrameHunt::isLength(std::uint32_t length, std::int64_t room) const {
            length <= static_cast<std::uint32_t>(std::numeric_limits<std::int32_t>::max());
 }
 
-// Where the frame at `start` ends by its fields; 0 when they do not fit before `end`.
-std::int64_t FrameHunt::fieldsEnd(std::int64_t start, std::int64_t end) {
+// Where the frame at `start` ends by its fields; nothing when they do not fit before `end`.
+std::optional<std::int64_t> FrameHunt::fieldsEnd(std::int64_t start, std::int64_t end) {
     std::int64_t position = start + internal::FRAME_FIXED_SIZE;
     for (std::int32_t i = 0; i < table_.layout.numericFieldCount; ++i) {
         std::uint8_t type = 0;
         if (position >= end || !bytes_.get(position, &type) || !internal::numericValue_isType(type)) {
-            return 0;
+            return std::nullopt;
         }
         const bool absent = static_cast<internal::NumericType>(type) == internal::NumericType::absent;
         position += absent ? 1 : internal::FIXED_NUMERIC_SIZE;
@@ -46,11 +46,11 @@ std::int64_t FrameHunt::fieldsEnd(std::int64_t start, std::int64_t end) {
     for (std::int32_t i = 0; i < table_.layout.stringFieldCount; ++i) {
         std::uint32_t length = 0;
         if (end - position < WORD || !bytes_.get(position, &length)) {
-            return 0;
+            return std::nullopt;
         }
         position += WORD + std::int64_t{length};
     }
-    return position + WORD <= end ? position + WORD : 0;
+    return position + WORD <= end ? std::optional(position + WORD) : std::nullopt;
 }
 
 std::int64_t FrameHunt::frameAt(std::int64_t offset, std::int64_t end) {
@@ -85,7 +85,7 @@ std::int64_t FrameHunt::damagedFrameEnd(std::int64_t start, std::int64_t end, bo
     const auto isConfirmed = [&](std::int64_t place) { return place == end ? endIsKnown : frameAt(place, end) != 0; };
     std::uint32_t leading = 0;
     std::uint32_t trailing = 0;
-    const std::int64_t byFields = fieldsEnd(start, end);
+    const std::optional<std::int64_t> byFields = fieldsEnd(start, end);
     if (bytes_.get(start, &leading) && isLength(leading, end - start)) {
         const std::int64_t byLength = start + leading;
         const bool agree = bytes_.get(byLength - WORD, &trailing) && trailing == leading;
@@ -93,10 +93,10 @@ std::int64_t FrameHunt::damagedFrameEnd(std::int64_t start, std::int64_t end, bo
             return byLength;
         }
     }
-    if (byFields != 0) {
-        const bool agree = bytes_.get(byFields - WORD, &trailing) && trailing == byFields - start;
-        if (agree || isConfirmed(byFields)) {
-            return byFields;
+    if (byFields.has_value()) {
+        const bool agree = bytes_.get(*byFields - WORD, &trailing) && trailing == *byFields - start;
+        if (agree || isConfirmed(*byFields)) {
+            return *byFields;
         }
     }
     const bool endTells = endIsKnown && bytes_.get(end - WORD, &trailing) && trailing == end - start;
@@ -202,10 +202,7 @@ void FrameHunt::dropQuoted(std::vector<FrameRun>* runs, bool endIsKnown) {
     std::vector<FrameRun> kept;
     for (std::size_t i = 0; i < runs->size(); ++i) {
         FrameRun run = (*runs)[i];
-        if (quoted[i]) {
-            run.whole = false;
-            run.frames = -1;
-        }
+        run.whole = run.whole && !quoted[i];  // joins the damage behind it, which holds it
         addRun(&kept, run);
     }
     *runs = std::move(kept);

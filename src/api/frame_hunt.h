@@ -11,6 +11,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <vector>
 
 #include "api/raw_table.h"
@@ -40,7 +41,7 @@ class FrameHunt {
 
   private:
     bool isLength(std::uint32_t length, std::int64_t room) const;
-    std::int64_t fieldsEnd(std::int64_t start, std::int64_t end);
+    std::optional<std::int64_t> fieldsEnd(std::int64_t start, std::int64_t end);
     std::int64_t damagedFrameEnd(std::int64_t start, std::int64_t end, bool endIsKnown);
     std::int64_t textAround(std::int64_t start, std::int64_t end, std::int64_t place, std::int64_t placeEnd);
     std::int64_t nextFrame(std::int64_t from, std::int64_t end);

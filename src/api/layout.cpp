@@ -23,8 +23,7 @@ namespace api {
 namespace {
 
 std::string nameOf(const internal::FieldName& name) {
-    std::string_view text(name.text == nullptr ? "" : name.text,
-                          name.text == nullptr ? 0 : static_cast<std::size_t>(name.length));
+    std::string_view text(name.text, static_cast<std::size_t>(name.length));
     if (!text.empty() && text.back() == '\0') {
         text.remove_suffix(1);
     }

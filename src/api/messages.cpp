@@ -20,8 +20,8 @@ namespace api {
 struct MessagesState {
     std::shared_ptr<ReaderState> reader;
     internal::MessageTableIteratorPtr iterator;  // goes before the reader
-    bool backward = false;
-    bool inverted = false;
+    const bool backward;
+    const bool inverted;
     std::int64_t first = 0;                                       // file offsets: messages in front of it are left out,
     std::int64_t end = std::numeric_limits<std::int64_t>::max();  // and those from it on
     WorkWatch watch;
@@ -42,7 +42,8 @@ struct MessagesState {
     std::int64_t blocksSkipped = 0;
     std::int64_t messagesRead = 0;
 
-    explicit MessagesState(Work work) : watch(std::move(work)) {}
+    MessagesState(const QueryState& asked, Work work)
+        : backward(asked.backward), inverted(asked.inverted), watch(std::move(work)) {}
 };
 
 namespace {
@@ -252,10 +253,8 @@ Messages reader_messages(const std::shared_ptr<ReaderState>& reader, const Query
     if (reader->index != nullptr) {
         tableIndex_update(call, reader->index.get(), reader->open.get(), FOLLOWED_BLOCKS, {});
     }
-    auto state = std::make_unique<MessagesState>(std::move(work));
+    auto state = std::make_unique<MessagesState>(asked, std::move(work));
     state->reader = reader;
-    state->backward = asked.backward;
-    state->inverted = asked.inverted;
     internal::QueryConditionsPtr conditions = query_build(asked, *reader->table);
     const auto [first, end] = boundWalk(call, state.get(), asked);
     state->knowsOrdinal = !state->backward && first.block == reader_begin(*reader).block;

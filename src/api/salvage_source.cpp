@@ -48,7 +48,7 @@ void SalvageSource::beginCutFile(std::int64_t size) {
     const std::int64_t floor = table_.headerEnd;  // below 0 but for a cut that begins in the header
     position_ = std::max<std::int64_t>(floor, 0);
     const bool isFrame = frames_.frameAt(position_, size) != 0;
-    if (position_ >= size || (!isFrame && blocks_.beginsAt(position_, size) && position_ < size)) {
+    if (position_ >= size || (!isFrame && blocks_.beginsAt(position_, size))) {
         return;
     }
     Segment rest{.begin = position_, .end = size};

@@ -26,12 +26,6 @@ bool isDamage(const std::vector<Finding>& findings) {
     return std::any_of(findings.begin(), findings.end(), [](const Finding& finding) { return finding.damage; });
 }
 
-bool sameTail(const internal::TailRecords& left, const internal::TailRecords& right) {
-    return left.blockInfo.lastBlockEnd == right.blockInfo.lastBlockEnd &&
-           left.dataInfo.dataEnd == right.dataInfo.dataEnd &&
-           left.dataInfo.messageCount == right.dataInfo.messageCount && left.staticIndexes == right.staticIndexes;
-}
-
 class Verification {
   public:
     Verification(const Call& call, FileHandle file, const StoredHeader& header, bool beingWritten,
@@ -84,7 +78,7 @@ void Verification::checkNotDropped(bool isGone) const {
     if (code != internal::NO_DATA_ERROR) {  // else the file is shorter than it was, as the size tells
         call_.check(code);
     }
-    const bool isChanged = table_.size() != header_.fileSize || !sameTail(tail, header_.tail);
+    const bool isChanged = table_.size() != header_.fileSize || tail != header_.tail;
     if ((isGone && isChanged) || table_.size() < header_.fileSize ||
         tail.dataInfo.dataEnd < header_.tail.dataInfo.dataEnd ||
         tail.blockInfo.lastBlockEnd < header_.tail.blockInfo.lastBlockEnd) {
@@ -181,7 +175,7 @@ void Verification::checkHeader(const VerifyChain& chain, std::int64_t end) {
         call_.check(code);
     }
     // A writer has saved it meanwhile, and may have been doing so when it was read.
-    if (!isDamage(findings) || sameTail(now, header_.tail)) {
+    if (!isDamage(findings) || now == header_.tail) {
         tell(findings);
     }
 }

@@ -152,7 +152,7 @@ void BlockVerify::checkDamaged(const internal::Block& block) {
     (void)table_.bytes.get(start_, &word);  // a block that is damaged has one
     next = extent.next;
     isEnd = next >= size;
-    const bool isOpen = block.state == internal::BlockState::open && !extent.isKnown && isEnd;
+    const bool isOpen = block.state == internal::BlockState::open && isEnd;
     if (extent.isKnown && word != static_cast<std::uint64_t>(next - start_)) {
         add(FindingKind::lengthWord, start_,
             "the block's length says " + std::to_string(word) + ", it takes " + number(next - start_) + " bytes");

@@ -40,7 +40,6 @@ struct WriterState {
             const Call call(path);
             keepIndex(*this, EVERY_BLOCK);
             (void)internal::mt_close(table.get());  // a destructor has nobody to tell
-            table.reset();
         }
     }
 };

@@ -168,7 +168,6 @@ ErrorCode judge(BlockCursor* cursor, TableFile* file, std::int64_t end) {
 // A block whose length word is 0; `end` as in judge.
 ErrorCode readZeroWord(BlockCursor* cursor, TableFile* file, std::int64_t end) {
     cursor->block.state = BlockState::open;
-    cursor->block.framesEnd = block_framesStart(cursor->block);
     if (cursor->openBlocks == OpenBlocks::unread) {
         return NO_ERROR;
     }

@@ -17,6 +17,8 @@ struct TailRecords {
     BlockInfo blockInfo;
     DataInfo dataInfo;
     mthStaticIndexes staticIndexes;
+
+    bool operator==(const TailRecords&) const = default;
 };
 
 // Appends the three records; the result is the stream's error.

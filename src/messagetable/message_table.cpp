@@ -190,7 +190,6 @@ ErrorCode mt_open(MessageTable* table, OpenMode mode) noexcept {
     if (table == nullptr || table->storage == nullptr) {
         return NULL_POINTER_ERROR;
     }
-    table->opened = false;
     resetState(table);
     const ErrorCode code = tableStorage_init(table->storage.get(), mode);
     table->opened = code == NO_ERROR;

@@ -29,7 +29,7 @@ void readName(FieldName* name, KSVByteStream* stream, bool keep) {
     }
     const auto* text = reinterpret_cast<const char*>(byteStream_readPointer(stream));
     if (!byteStream_skip(stream, static_cast<std::int32_t>(length)).failed() && keep) {
-        *name = {length == 0 ? nullptr : text, static_cast<std::int32_t>(length)};
+        *name = {text, static_cast<std::int32_t>(length)};
     }
 }
 
@@ -39,7 +39,7 @@ std::int32_t numericNameCount(const MessageTableLayout& layout) {
 
 // The stored bytes, their NUL included; none for an absent name and for one that is a NUL alone.
 std::string_view textOf(const FieldName& name) {
-    const std::string_view text(name.text, name.text == nullptr ? 0 : static_cast<std::size_t>(name.length));
+    const std::string_view text(name.text, static_cast<std::size_t>(name.length));
     return text == std::string_view("\0", 1) ? std::string_view() : text;
 }
 

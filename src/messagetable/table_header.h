@@ -58,11 +58,15 @@ struct MessageTableHeader {
 struct BlockInfo {
     std::uint64_t reserved = 0;      // kept as read
     std::uint64_t lastBlockEnd = 0;  // file offset behind the last closed block: where the open block begins
+
+    bool operator==(const BlockInfo&) const = default;
 };
 
 struct DataInfo {
     std::uint64_t dataEnd = 0;      // file offset behind the last complete message
     std::int32_t messageCount = 0;  // stops at the largest int32
+
+    bool operator==(const DataInfo&) const = default;
 };
 
 // Configured string fields of a layout: 0 to 12.

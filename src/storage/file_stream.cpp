@@ -114,7 +114,7 @@ SystemError fileStream_read(FileStream* stream, void* destination, std::size_t l
     auto* out = static_cast<std::uint8_t*>(destination);
     while (!error.failed() && *count < length) {
         const std::int64_t ahead = stream->bufferStart + static_cast<std::int64_t>(stream->bufferLength);
-        if (stream->bufferLength > 0 && stream->position >= stream->bufferStart && stream->position < ahead) {
+        if (stream->position >= stream->bufferStart && stream->position < ahead) {
             const std::size_t part = std::min(length - *count, static_cast<std::size_t>(ahead - stream->position));
             std::memcpy(out + *count, stream->buffer.data() + (stream->position - stream->bufferStart), part);
             stream->position += static_cast<std::int64_t>(part);

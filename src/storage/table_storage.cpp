@@ -14,12 +14,8 @@ bool isInitialised(const TableStorage* storage) {
 
 // The slot in `files` of the active file at a position of the active list, or -1.
 std::int32_t activeFileIndex(const TableStorage* storage, std::int32_t position) {
-    if (position < 0 || position >= storage->activeCount ||
-        position >= static_cast<std::int32_t>(storage->activeIndexes.size())) {
-        return -1;
-    }
-    const std::int32_t index = storage->activeIndexes[static_cast<std::size_t>(position)];
-    return index < static_cast<std::int32_t>(storage->files.size()) ? index : -1;
+    const bool isActive = position >= 0 && position < storage->activeCount;
+    return isActive ? storage->activeIndexes[static_cast<std::size_t>(position)] : -1;
 }
 
 TableFile* activeFile(const TableStorage* storage, std::int32_t position) {
@@ -69,7 +65,7 @@ ErrorCode tableStorage_init(TableStorage* storage, OpenMode mode) noexcept {
         storage->mode = mode == OpenMode::create ? OpenMode::write : mode;
         try {
             const auto count = static_cast<std::size_t>(tableConfig_getFileCount(storage->config));
-            storage->activeIndexes.assign(count, -1);
+            storage->activeIndexes.resize(count);
             storage->files.assign(count, nullptr);
         } catch (const std::bad_alloc&) {
             code = OUT_OF_MEMORY_ERROR;
