@@ -55,6 +55,24 @@ TEST_F(ApiBlockHunt, AFooterThatAMessageQuotesEndsNoBlock) {
     }
 }
 
+TEST_F(ApiBlockHunt, ABlockWhoseLengthIsDamagedIsFoundByItsFooterAndTheMessagesAtItsEnds) {
+    for (const std::optional<std::int32_t> summarisedTexts : {std::optional<std::int32_t>(0), {}}) {
+        SCOPED_TRACE(summarisedTexts.has_value() ? "without filters" : "with filters");
+        layout.summarisedTexts = summarisedTexts;
+        make(eachFrame(layout, 9));
+        zero(plan().blocks[0], plan().footers[0].end);
+        patchFile(path().string(), plan().blocks[1], pattern(8, 77));
+        patchFile(path().string(), plan().blocks[2], pattern(8, 77));
+        if (!summarisedTexts.has_value()) {  // filters tell enough
+            zero(plan().frames[5].end - 4, plan().frames[5].end);
+        }
+        const Salvaged salvaged = salvageAll(path());
+        ASSERT_GE(salvaged.messages.size(), 5U) << salvaged.text();
+        EXPECT_EQ(salvaged.messages[0].uniformId, 4) << salvaged.text();
+        EXPECT_EQ(salvaged.messages[0].position.block, static_cast<std::int64_t>(plan().blocks[1])) << salvaged.text();
+    }
+}
+
 // What was cut out of a table from the beginning of its second block on: that block's length, and that of its first
 // message, are damaged.
 class ApiBlockHuntInACut : public ApiBlockHunt {

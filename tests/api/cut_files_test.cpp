@@ -126,6 +126,17 @@ TEST_F(ApiSalvageCutFiles, TellOfALostMessageAlsoWhenOneOfItsLengthHasTakenItsPl
     EXPECT_EQ(salvaged.ids(), (std::vector<std::int32_t>{1, 2, 3, 4, 5, 6, 8})) << salvaged.text();
 }
 
+TEST_F(ApiSalvageCutFiles, TellOfALostMessageAlsoWhenOthersStandInItsPlaceAndBehindIt) {
+    layout = ordersLayout(100);
+    make(8);
+    damageFrame(4);
+    recover(4, 4);
+    recover(9, 9);  // message 5 stood there
+    const Salvaged salvaged = salvageAll(path());
+    EXPECT_EQ(salvaged.result.gaps, 1) << salvaged.text();
+    EXPECT_EQ(salvaged.result.messages, 9) << salvaged.text();
+}
+
 TEST_F(ApiSalvageCutFiles, CountMessagesThatStandInSeveralFilesOnce) {
     layout = ordersLayout(4);
     make(30);

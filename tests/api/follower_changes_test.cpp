@@ -1,7 +1,11 @@
 #include <filesystem>
 #include <fstream>
+#include <functional>
+#include <optional>
 #include <thread>
+#include <utility>
 
+#include "storage/file_platform.h"
 #include "tabulo/reader.h"
 #include "tests/api/follower_test.h"
 
@@ -40,6 +44,48 @@ TEST_F(ApiFollowerChanges, GivesWhatWasStoredBeforeAFileWasReplaced) {
     EXPECT_EQ(all(follower), (Events{"orders 2", "orders 3", "replaced orders", "orders 4"}));
     append(fresh, {5, 6, 8, 9});
     EXPECT_EQ(all(follower), (Events{"orders 5", "orders 6", "orders 8", "orders 9"}));
+}
+
+// Something that happens once, in front of the question whether a file is still the one at its path.
+class ReplacementHook {
+  public:
+    explicit ReplacementHook(std::function<void()> action) {
+        inFront = std::move(action);
+        record = internal::filePlatform();
+        record.isAt = [](int descriptor, const char* path, bool* same) {
+            if (const auto once = std::exchange(inFront, nullptr)) {
+                once();
+            }
+            return under->isAt(descriptor, path, same);
+        };
+        under = internal::filePlatform_install(&record);
+    }
+    ~ReplacementHook() { internal::filePlatform_install(under); }
+    ReplacementHook(const ReplacementHook&) = delete;
+    ReplacementHook& operator=(const ReplacementHook&) = delete;
+
+  private:
+    static inline internal::FilePlatform record{};
+    static inline const internal::FilePlatform* under = nullptr;
+    static inline std::function<void()> inFront;
+};
+
+TEST_F(ApiFollowerChanges, GivesWhatWasStoredBetweenTheLastLookAndTheReplacement) {
+    Writer orders = make("orders");
+    append(orders, {1});
+    follower.add(path("orders"));
+    EXPECT_EQ(next(follower), "orders 1");
+    std::optional<Writer> fresh;
+    const ReplacementHook hook([&] {
+        append(orders, {2});
+        orders.close();
+        std::filesystem::rename(path("orders"), path("orders.old"));
+        fresh.emplace(make("orders"));
+        append(*fresh, {4});
+    });
+    EXPECT_EQ(next(follower), "orders 2");
+    EXPECT_EQ(next(follower), "replaced orders");
+    EXPECT_EQ(next(follower), "orders 4");
 }
 
 TEST_F(ApiFollowerChanges, TellsThatTheNewFileHasAnotherLayout) {

@@ -51,6 +51,17 @@ class ApiFollowerWaiting : public FollowerTest {
     std::vector<std::string> lines;
 };
 
+TEST_F(ApiFollowerWaiting, AMessageThatIsStoredWhenTheWatchingBeginsIsSeenWithoutAWait) {
+    Writer orders = make("orders");
+    follower.add(path("orders"));
+    hooks.beforeWatch = [&] { append(orders, {1}); };
+    int waits = 0;
+    hooks.beforeWait = [&](std::int64_t) { waits += 1; };
+    EXPECT_EQ(next(follower), "orders 1");
+    EXPECT_EQ(waits, 0);
+    EXPECT_EQ(hooks.count("watch"), 1);
+}
+
 TEST_F(ApiFollowerWaiting, AMessageEndsAWaitThatWouldLastLonger) {
     Writer orders = make("orders");
     follower.add(path("orders"));

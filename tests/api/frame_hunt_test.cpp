@@ -41,5 +41,16 @@ TEST_F(ApiFrameHunt, FindsAMessageWhoseLengthStandsAcrossTheEndOfWhatIsReadAtOnc
     }
 }
 
+TEST_F(ApiFrameHunt, FindsAMessageRightBehindAByteWithWhichALengthSeemsToBegin) {
+    layout = ordersLayout(100);
+    const std::vector<std::vector<std::byte>> frames = {frameOf(1, 200), frameOf(2, 200), frameOf(3, 60000)};
+    writeTable(path(), layout, frames);
+    // With a zero in front of it the length of message 2 reads as 51 200, for which there is room.
+    const Stretch damaged = TablePlan(layout, frames).frames[0];
+    patchFile(path().string(), damaged.begin, Bytes(damaged.end - damaged.begin, 0));
+    const Salvaged salvaged = salvageAll(path());
+    EXPECT_EQ(salvaged.ids(), (std::vector<std::int32_t>{2, 3})) << salvaged.text();
+}
+
 }  // namespace
 }  // namespace tabulo::test

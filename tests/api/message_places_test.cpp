@@ -203,6 +203,20 @@ TEST_F(ApiMessagePlaces, ThatAreHostileAreRefused) {
     expectNoPlace(reader, {table.end().offset, table.end().offset + 8}, "a block behind the open one");
 }
 
+TEST_F(ApiMessagePlaces, ARefusalTellsWhatStandsThere) {
+    const StoredTable table(path(), layout, simpleMessages(8));
+    Reader reader(path());
+    const auto told = [&](const Position& place) {
+        return errorOf([&] { static_cast<void>(reader.messages(Query().from(place))); }).detail();
+    };
+    const Position place = table.place(3);
+    EXPECT_NE(told({place.block, place.block + 7}).find("messages stand behind their block's length"),
+              std::string::npos)
+        << told({place.block, place.block + 7});
+    EXPECT_NE(told({place.block + 1, place.block + 9}).find("no block begins there"), std::string::npos)
+        << told({place.block + 1, place.block + 9});
+}
+
 TEST_F(ApiMessagePlaces, OfAnotherTableAreRefusedWhereNoMessageStandsHere) {
     const StoredTable table(path(), layout, simpleMessages(8));
     StoredMessage longer = simpleMessage(1);

@@ -126,6 +126,11 @@ TEST_F(ApiQueryRefusal, OfEmptySetsLeavesTheQueryAsItWas) {
     expectRefused("excludeTypes", [](Query& query) { query.excludeTypes(std::span<const std::string>()); });
 }
 
+TEST_F(ApiQueryRefusal, OfAnEmptySetSaysSo) {
+    EXPECT_EQ(errorOf([] { Query().ids(std::span<const IdRange>()); }).detail(), "a set of ranges of ids is empty");
+    EXPECT_EQ(errorOf([] { Query().idSet({}); }).detail(), "a set of ids is empty");
+}
+
 TEST_F(ApiQueryRefusal, OfIdsThatDoNotBelongTogetherLeavesTheQueryAsItWas) {
     expectRefused("a range over two classes", [](Query& query) { query.ids(5, 536870911); });
     expectRefused("a range from no class", [](Query& query) { query.ids(-1, 5); });

@@ -103,6 +103,25 @@ TEST_F(ApiVerifyBlock, BehindLostMessagesAndAFooterIsComparedWithItsStatisticsAg
     }
 }
 
+TEST_F(ApiVerifyBlock, ThatLacksAMessageHasARangeWithAllThatIsLeft) {
+    make(8);
+    patchFile(path().string(), plan().frames[1].begin, pattern(4));
+    patchFile(path().string(), plan().footers[0].begin, Bytes{2, 0, 0, 0});  // the smallest sequence number is 1
+    const Verified verified = verifyAll(path());
+    ASSERT_EQ(verified.damages().size(), 2U) << verified.text();
+    EXPECT_EQ(verified.damages()[1].kind, FindingKind::range) << verified.text();
+    EXPECT_EQ(verified.damages()[1].offset, static_cast<std::int64_t>(plan().footers[0].begin)) << verified.text();
+}
+
+TEST_F(ApiVerifyBlock, AtTheEndWithALengthAndWithoutAFooterIsDamage) {
+    make(8);
+    patchFile(path().string(), plan().blocks[2], pattern(8, 77));
+    const std::vector<Finding> findings = blockFindings();
+    ASSERT_EQ(findings.size(), 1U);
+    EXPECT_EQ(findings[0].kind, FindingKind::lengthWord) << findings[0].text;
+    EXPECT_TRUE(findings[0].damage);
+}
+
 TEST_F(ApiVerifyBlock, ThatLacksAMessageAndHasNoSoundFooterIsToldSoInThisOrder) {
     make(8);
     // One message in the place of two.

@@ -286,6 +286,20 @@ TEST_F(ApiVerify, NotesUniformIdsThatFall) {
     EXPECT_EQ(verified.result.notes, 1);
 }
 
+TEST_F(ApiVerify, TellsWhereUniformIdsFallFirst) {
+    layout = ordersLayout(10);
+    std::vector<std::int64_t> offsets;
+    Writer writer = Writer::create(path(), layout);
+    for (const std::int32_t n : {1, 2, 5, 4, 6, 3, 7}) {
+        offsets.push_back(writer.end().offset);
+        writer.append(SimpleMessage(n).message);
+    }
+    writer.close();
+    const Verified verified = verifyAll(path());
+    ASSERT_EQ(verified.findings.size(), 1U) << verified.text();
+    EXPECT_EQ(verified.findings[0].offset, offsets[3]);
+}
+
 TEST_F(ApiVerify, IsToldToEndAndTellsHowFarItHasCome) {
     layout = ordersLayout(5000);
     make(4000);

@@ -74,5 +74,17 @@ TEST_F(BlockLooks, ARefusedReadIsAReadError) {
     }
 }
 
+TEST_F(BlockLooks, ARefusedReadOfWhatClosesABlockIsAReadError) {
+    const auto start = static_cast<std::int64_t>(map(7).blockStarts[0]);
+    look(unclosedImage(shape, simpleMessages(1, 7, shape)));
+    bool closed = false;
+    ASSERT_EQ(blockLook_isClosed(*reader, file, start, seen, &closed), NO_ERROR);
+    ASSERT_TRUE(closed);
+    FaultPlatform platform;
+    platform.failAll(FileCall::readAt, EIO);
+    EXPECT_EQ(blockLook_isClosed(*reader, file, start, seen, &closed), FILE_READ_ERROR);
+    EXPECT_FALSE(closed);
+}
+
 }  // namespace
 }  // namespace tabulo::internal::test

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "tests/messagetable/message_table_fixture.h"
+#include "tests/messagetable/table_image.h"
 #include "tests/support/allocation_failure.h"
 #include "tests/support/debug_log.h"
 
@@ -122,6 +123,21 @@ TEST_F(FrameWriter, KeepsItsStaticIndexesWhenABlockIsClosed) {
     EXPECT_EQ(table->writer->summary.messageCount, 0);
     EXPECT_EQ(table->writer->summary.staticIndexes.lastUniform, 3);
     EXPECT_EQ(table->writer->summary.filters[0].words, std::vector<std::uint32_t>(313));
+}
+
+TEST_F(FrameWriter, MakesRoomForTheLargestBlockOfABatch) {
+    // Blocks of three messages, of which the first is there already: two of 30 000 bytes each share the third block.
+    open(OpenMode::create);
+    ASSERT_EQ(writeSimple(1, 1), NO_ERROR);
+    constexpr std::int32_t LARGE = 30000;
+    Bytes frames;
+    for (const std::int32_t length : {100, 100, 100, 100, 100, LARGE, LARGE, 100}) {
+        Bytes frame(static_cast<std::size_t>(length), 0);
+        putU32(&frame, 0, static_cast<std::uint32_t>(length));
+        frames = concatenated(frames, frame);
+    }
+    ASSERT_EQ(blockWriter_makeRoom(table->writer.get(), frames), NO_ERROR);
+    EXPECT_EQ(byteStream_capacity(table->writer->stream.get()), 8 + 2 * LARGE + 100 + table->writer->footerSize);
 }
 
 TEST(FooterSize, OfADefaultTableIs2652AndOfTheWidestOne18012) {

@@ -36,6 +36,28 @@ TEST_F(Recovery, AFileThatWasClosedIsNotRecovered) {
     }
 }
 
+TEST_F(Recovery, AFileThatWasClosedIsNotRecoveredBehindALossOfPowerEither) {
+    FilePlatform startedSince = filePlatform();
+    startedSince.writtenBeforeStart = [](int) { return true; };
+    const FilePlatform* before = filePlatform_install(&startedSince);
+    for (const std::int32_t last : {0, 3, 4, 6, 9}) {
+        place(closed(last));
+        EXPECT_EQ(recover(), NO_ERROR);
+        EXPECT_EQ(log.warnings(), std::vector<std::string>{}) << last << " messages";
+        EXPECT_EQ(difference(fileBytes(), closed(last)), "") << last << " messages";
+    }
+    filePlatform_install(before);
+}
+
+TEST_F(Recovery, AFullBlockWithoutItsFooterIsClosedAlsoWhenTheHeaderCountsItsMessages) {
+    for (const std::int32_t last : {4, 8}) {
+        Bytes bytes = footerless(last);
+        putU64(&bytes, map(last).storedDataEnd(), bytes.size());
+        putU32(&bytes, map(last).storedMessageCount(), static_cast<std::uint32_t>(last));
+        expectRecoveredTo(bytes, last);
+    }
+}
+
 TEST_F(Recovery, AFileThatWasNotClosedGetsTheTailOfAClosedOneAndLosesNothing) {
     for (const std::int32_t last : {1, 3, 5, 7, 11}) {
         expectRecoveredTo(unclosed(last), last);

@@ -266,6 +266,17 @@ TEST_F(Conditions, EverySetterRefusesAMissingRecord) {
     conditions_destroy(nullptr);
 }
 
+TEST_F(Conditions, ANumericFilterRefusesAMissingArrayOfEitherKind) {
+    const double real = 1;
+    const std::int64_t whole = 1;
+    EXPECT_EQ(conditions_addDoubleFilter(conditions, 0, nullptr, &real, 1, &real, 1, false), NULL_POINTER_ERROR);
+    EXPECT_EQ(conditions_addDoubleFilter(conditions, 0, &real, nullptr, 1, nullptr, 0, false), NULL_POINTER_ERROR);
+    EXPECT_EQ(conditions_addLongFilter(conditions, 0, &whole, &whole, 1, nullptr, 1, false), NULL_POINTER_ERROR);
+    EXPECT_EQ(conditions_addLongFilter(conditions, 0, nullptr, nullptr, 0, nullptr, 1, false), NULL_POINTER_ERROR);
+    EXPECT_TRUE(conditions->doubleFilters.empty());
+    EXPECT_TRUE(conditions->longFilters.empty());
+}
+
 TEST_F(Conditions, NumericFiltersAreKeptByTheirType) {
     const double low = 1;
     const double high = 2;

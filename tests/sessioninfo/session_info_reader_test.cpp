@@ -121,6 +121,16 @@ TEST_F(SessionInfoReader, WithoutAnActiveFileReadingIsAnInactiveMaster) {
     EXPECT_EQ(readCode(table.get(), {99}), MASTER_INACTIVE_ERROR) << "before the tags are looked at";
 }
 
+TEST_F(SessionInfoReader, ARefusedWriteLeavesItTheTagsOfTheFile) {
+    const Tags asked = {3, 5};
+    open(OpenMode::read, asked);
+    ASSERT_EQ(tagsOf(table.get()), defaultTags);
+    const SessionInfoTablePtr writer = openSessionTable(directory.root(), OpenMode::write);
+    EXPECT_EQ(writeValues(table.get(), {3}, {33}), FILE_OPEN_ERROR) << "another writer has the file";
+    EXPECT_EQ(tagsOf(table.get()), defaultTags);
+    EXPECT_EQ(readValues(table.get(), defaultTags), someValues);
+}
+
 TEST_F(SessionInfoReader, TheFirstActiveFileIsTheOneThatIsRead) {
     const std::string other = directory.file("other");
     writeFile(other, sessionFile(defaultTags, {1, 2, 3, 4, 5, 6}));

@@ -325,6 +325,16 @@ TEST_F(FileChangesTest, AChildProcessTakesNothingFromItsParent) {
     EXPECT_EQ(wait(), WaitEnd::changed);
 }
 
+TEST_F(FileChangesTest, AChildProcessThatWakesItselfDoesNotWakeItsParent) {
+    fileChanges_watch(&changes, reader.get());
+    EXPECT_EQ(runInChild([&] {
+                  fileChanges_wake(&changes);
+                  return 0;
+              }),
+              0);
+    EXPECT_EQ(waitInVain(), WaitEnd::over);
+}
+
 TEST_F(FileChangesTest, NothingStaysOpenOrReachesAnotherProgram) {
     const std::ptrdiff_t descriptors = openDescriptors();
     fileChanges_watch(&changes, reader.get());

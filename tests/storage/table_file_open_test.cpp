@@ -1,6 +1,7 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <filesystem>
@@ -9,6 +10,7 @@
 #include "tests/storage/open_table_file.h"
 #include "tests/support/allocation_failure.h"
 #include "tests/support/bytes.h"
+#include "tests/support/child_process.h"
 #include "tests/support/debug_log.h"
 #include "tests/support/fault_platform.h"
 #include "tests/support/log_capture.h"
@@ -41,6 +43,20 @@ TEST_F(TableFileOpening, ForReadingAMissingFileFailsWithAWarningAndCreatesNothin
     EXPECT_FALSE(std::filesystem::exists(path));
     EXPECT_EQ(log.all(),
               std::vector<std::string>{warningLine("tableFileOpen", "fopen() failed: No such file or directory")});
+}
+
+TEST_F(TableFileOpening, WorksInAProcessWithoutStandardInput) {
+    const int result = runInChild([&] {
+        ::close(STDIN_FILENO);
+        if (open(OpenMode::create) != NO_ERROR || file->stream.descriptor != STDIN_FILENO) {
+            return 1;
+        }
+        std::int64_t size = -1;
+        const bool isRead = tableFileWrite(file, "text", 4) == NO_ERROR && tableFileFlush(file) == NO_ERROR &&
+                            tableFileGetSize(file, &size) == NO_ERROR && size == 4;
+        return isRead && tableFileClose(file) == NO_ERROR ? 0 : 2;
+    });
+    EXPECT_EQ(result, 0);
 }
 
 TEST_F(TableFileOpening, ForWritingAMissingFileIsCreatedAndReported) {

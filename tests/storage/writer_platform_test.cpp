@@ -113,6 +113,17 @@ TEST_F(WriterPlatform, SaysWhyAFileCannotBeLookedAt) {
     EXPECT_EQ(writerPlatform_find("", &presence).number, ENOENT);
 }
 
+TEST_F(WriterPlatform, FindsAWriterAlsoInAProcessWithoutStandardInput) {
+    const TableFilePtr writer = openTableFile(path, OpenMode::write);
+    const int result = runInChild([&] {
+        ::close(STDIN_FILENO);
+        WriterPresence presence = WriterPresence::unknown;
+        const bool failed = writerPlatform_find(path.c_str(), &presence).failed();
+        return !failed && presence == WriterPresence::yes ? 0 : 1;
+    });
+    EXPECT_EQ(result, 0);
+}
+
 TEST_F(WriterPlatform, NeverHoldsALockItself) {
     const TableFilePtr writer = openTableFile(path, OpenMode::write);
     writeFile(directory.file("free"), pattern(10));

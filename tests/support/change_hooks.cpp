@@ -22,6 +22,9 @@ struct ChangeHooks::Calls {
         return pass("openQueue", [&](const ChangePlatform& system) { return system.openQueue(queue); });
     }
     static SystemError watch(int queue, int descriptor, int* watch) {
+        if (installed->beforeWatch) {
+            installed->beforeWatch();
+        }
         return pass("watch", [&](const ChangePlatform& system) { return system.watch(queue, descriptor, watch); });
     }
     static SystemError unwatch(int queue, int watch) {

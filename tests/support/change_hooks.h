@@ -32,6 +32,9 @@ class ChangeHooks {
     // What happens before each of the system's waits, with what is waited for.
     std::function<void(std::int64_t milliseconds)> beforeWait;
 
+    // What happens before each watch of a file.
+    std::function<void()> beforeWatch;
+
     // Says of a watch whether its reports are lost.
     std::function<bool(int watch)> isLost;
 
