@@ -126,18 +126,21 @@ TEST_F(FrameWriter, KeepsItsStaticIndexesWhenABlockIsClosed) {
 }
 
 TEST_F(FrameWriter, MakesRoomForTheLargestBlockOfABatch) {
-    // Blocks of three messages, of which the first is there already: two of 30 000 bytes each share the third block.
     open(OpenMode::create);
     ASSERT_EQ(writeSimple(1, 1), NO_ERROR);
-    constexpr std::int32_t LARGE = 30000;
-    Bytes frames;
-    for (const std::int32_t length : {100, 100, 100, 100, 100, LARGE, LARGE, 100}) {
-        Bytes frame(static_cast<std::size_t>(length), 0);
-        putU32(&frame, 0, static_cast<std::uint32_t>(length));
-        frames = concatenated(frames, frame);
-    }
-    ASSERT_EQ(blockWriter_makeRoom(table->writer.get(), frames), NO_ERROR);
-    EXPECT_EQ(byteStream_capacity(table->writer->stream.get()), 8 + 2 * LARGE + 100 + table->writer->footerSize);
+    const auto roomFor = [&](const std::vector<std::int32_t>& lengths) {
+        Bytes frames;
+        for (const std::int32_t length : lengths) {
+            Bytes frame(static_cast<std::size_t>(length), 0);
+            putU32(&frame, 0, static_cast<std::uint32_t>(length));
+            frames = concatenated(frames, frame);
+        }
+        EXPECT_EQ(blockWriter_makeRoom(table->writer.get(), frames), NO_ERROR);
+        return byteStream_capacity(table->writer->stream.get()) - 8 - table->writer->footerSize;
+    };
+    // Blocks of three messages, of which the first has one already.
+    EXPECT_EQ(roomFor({20000}), 20000);
+    EXPECT_EQ(roomFor({100, 100, 100, 100, 100, 30000, 30000, 100}), 60100) << "the third block is the largest";
 }
 
 TEST(FooterSize, OfADefaultTableIs2652AndOfTheWidestOne18012) {
