@@ -110,13 +110,17 @@ ErrorCode siX_load(SessionInfoTable* table, TableFile* file, KSVByteStream* stre
 }
 
 ErrorCode siX_loadValues(SessionInfoTable* table, TableFile* file) noexcept {
+    std::int64_t size = 0;
+    ErrorCode code = tableFileGetSize(file, &size);
+    if (code != NO_ERROR) {
+        return code;
+    }
     const ByteStreamPtr stream(byteStream_create(valueAreaSize(table)));
     if (stream == nullptr) {
         return OUT_OF_MEMORY_ERROR;
     }
-    ErrorCode code = readValueArea(table, file, stream.get());
+    code = readValueArea(table, file, stream.get());
     if (code != NO_ERROR) {
-        std::int64_t size = 0;
         const ErrorCode sized = tableFileGetSize(file, &size);
         if (sized == NO_ERROR && size == table->storage->headerSize) {
             return NO_ERROR;
