@@ -121,6 +121,18 @@ TEST_F(SessionInfoReader, WithoutAnActiveFileReadingIsAnInactiveMaster) {
     EXPECT_EQ(readCode(table.get(), {99}), MASTER_INACTIVE_ERROR) << "before the tags are looked at";
 }
 
+TEST_F(SessionInfoReader, ASizeThatCannotBeAskedIsToldAndTheValuesStay) {
+    ASSERT_EQ(readValues(table.get(), defaultTags), someValues);
+    change(0, 99);
+    {
+        FaultPlatform platform;
+        platform.failNth(FileCall::size, 1, EIO);
+        EXPECT_EQ(readCode(table.get(), {2}), SYSTEM_FILE_ERROR);
+        EXPECT_EQ(platform.count(FileCall::readAt), 0) << "nothing is read before";
+    }
+    EXPECT_EQ(readValues(table.get(), {2}), Values{99});
+}
+
 TEST_F(SessionInfoReader, ARefusedWriteLeavesItTheTagsOfTheFile) {
     const Tags asked = {3, 5};
     open(OpenMode::read, asked);
