@@ -84,7 +84,8 @@ TEST_F(ApiIndexer, LeavesAFileThatIsNoIndexAsItIs) {
     putForeignIndex();
     const Error error = errorOf([this] { Indexer(this->path()); });
     EXPECT_EQ(error.code(), Code::signature);
-    EXPECT_EQ(error.detail(), "the file " + indexPath(path()).string() + ", or that with .new behind it, is no index");
+    EXPECT_EQ(error.detail(),
+              "the file " + indexPath(path()).string() + ", or that with .new behind it, is no index: move it away");
     EXPECT_EQ(internal::test::readText(indexPath(path()).string()), "this is no index");
     EXPECT_EQ(inspectIndex(path()), std::nullopt);
     Reader reader(path());
