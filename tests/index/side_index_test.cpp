@@ -266,6 +266,18 @@ TEST_F(SideIndexTest, OfAnEarlierFillingOfTheTableIsNotUsed) {
     EXPECT_EQ(index(table.get()), nullptr) << "the last covered block is another one";
 }
 
+TEST_F(SideIndexTest, OfATableThatDiffersInItsFirstMessageAloneIsNotUsed) {
+    writeBlocks(3);
+    build();
+    ASSERT_EQ(covered(), 3U);
+    ASSERT_EQ(mt_drop(writer.get()), NO_ERROR);
+    mark = 'd';
+    write(1, 1);
+    mark = 'c';
+    write(2, 12);
+    EXPECT_EQ(covered(), 0U) << "the footer of the last block is what it was";
+}
+
 TEST_F(SideIndexTest, WhoseSlotsAreOverwrittenIsNotUsed) {
     writeBlocks(3);
     build();
