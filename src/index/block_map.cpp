@@ -81,17 +81,15 @@ void joinNumbers(NumericValue* minimum, NumericValue* maximum, const NumericValu
         *maximum = otherMaximum;
         return;
     }
-    const bool isOneType =
-        minimum->type == maximum->type && otherMinimum.type == minimum->type && otherMaximum.type == minimum->type;
-    if (!isOneType) {
+    const std::array<NumericValue, 4> all{*minimum, *maximum, otherMinimum, otherMaximum};
+    const bool tells = std::all_of(all.begin(), all.end(), [&](const NumericValue& value) {
+        return value.type == minimum->type && !numericValue_isNaN(value);
+    });
+    if (!tells) {
         *minimum = {};
         *maximum = numericValue_ofLong(0);
     } else if (minimum->type == NumericType::longValue) {
         join(&minimum->longValue, &maximum->longValue, otherMinimum.longValue, otherMaximum.longValue);
-    } else if (numericValue_isNaN(*minimum) || numericValue_isNaN(*maximum) || numericValue_isNaN(otherMinimum) ||
-               numericValue_isNaN(otherMaximum)) {
-        *minimum = {};
-        *maximum = numericValue_ofLong(0);
     } else {
         join(&minimum->doubleValue, &maximum->doubleValue, otherMinimum.doubleValue, otherMaximum.doubleValue);
     }
