@@ -29,6 +29,8 @@ int open(const char* path, int flags, ...) {
     if (std::string_view(path) == "/proc/locks" && tabulo::internal::test::systemCalls.emptyLists > 0) {
         tabulo::internal::test::systemCalls.emptyLists -= 1;
         path = "/dev/null";
+    } else if (std::string_view(path) == "/proc/locks" && tabulo::internal::test::systemCalls.lockList != nullptr) {
+        path = tabulo::internal::test::systemCalls.lockList;
     }
     return static_cast<int>(::syscall(SYS_openat, AT_FDCWD, path, flags, mode));
 }

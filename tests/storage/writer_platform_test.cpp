@@ -3,10 +3,12 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/file.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <array>
 #include <cerrno>
+#include <fstream>
 #include <string>
 
 #include "storage/table_file.h"
@@ -82,6 +84,23 @@ TEST_F(WriterPlatform, FindsAWriterThatTheListOfLocksMissesTwice) {
         EXPECT_EQ(find() == WriterPresence::yes, missed < 3) << "missed " << missed << " times";
         EXPECT_EQ(systemCalls.emptyLists, 0) << "missed " << missed << " times";
     }
+}
+
+// As of a file system whose list of locks has another device than the files tell.
+TEST_F(WriterPlatform, WhereTheListNamesAnotherDeviceLooksAtTheDescriptorsOfTheProcess) {
+    const SystemCallsGuard guard;
+    struct stat status {};
+    ASSERT_EQ(::stat(path.c_str(), &status), 0);
+    const std::string list = directory.file("locks");
+    std::ofstream(list) << "1: FLOCK  ADVISORY  WRITE " << ::getpid() << " ff:ff:" << status.st_ino << " 0 EOF\n";
+    systemCalls.lockList = list.c_str();
+    writeFile(directory.file("other"), pattern(10));
+    const TableFilePtr other = openTableFile(directory.file("other"), OpenMode::write);
+    expectNo();
+    const TableFilePtr reader = openTableFile(path, OpenMode::read);
+    expectNo();
+    const TableFilePtr writer = openTableFile(path, OpenMode::write);
+    EXPECT_EQ(find(), WriterPresence::yes);
 }
 
 TEST_F(WriterPlatform, FindsALockThatLivesOnInAForkedChild) {
