@@ -8,6 +8,7 @@
 #include "index/uniform_lookup.h"
 #include "query/message_read.h"
 #include "tests/query/query_fixture.h"
+#include "tests/support/allocation_failure.h"
 #include "tests/support/fault_platform.h"
 
 namespace tabulo::internal::test {
@@ -152,6 +153,29 @@ TEST_F(IndexedQuery, OfBlocksOfAThousandCostsAFewCallsToo) {
 }
 
 // A check of a block that says something says it for each block, with an index or without.
+TEST_F(IndexedQuery, AllocatesAsOftenAmongTwentyTimesTheMessages) {
+    // The first allocation that a look-up does not come to, less one.
+    const auto allocations = [this](std::int32_t messages, const std::string& text) {
+        fill(messages);
+        const MessageTablePtr reader = openReader();
+        static_cast<void>(cost(reader.get(), byText(textOf(messages / 3))));
+        for (std::int64_t n = 1;; ++n) {
+            QueryConditionsPtr conditions = byText(text);
+            bool end = false;
+            const AllocationFailure failure(n);
+            const MessageTableIteratorPtr iterator(mtIterator_open(reader.get(), conditions.release()));
+            while (iterator != nullptr && !end && mtIterator_next(iterator.get(), &end) == NO_ERROR) {
+            }
+            if (!failure.happened()) {
+                return n - 1;
+            }
+        }
+    };
+    EXPECT_EQ(allocations(4000, textOf(2000)), allocations(200, textOf(100)));
+    EXPECT_EQ(allocations(4000, "nowhere"), allocations(200, "nowhere"));
+    EXPECT_LE(allocations(4000, textOf(2000)), 30);
+}
+
 TEST_F(IndexedQuery, ThatHasToWriteLinesWritesThemAsWithoutTheIndex) {
     fill(100);
     const auto linesOf = [this](bool usesIndex) {
