@@ -161,11 +161,21 @@ struct VolatileDisk::Hooks {
 };
 
 VolatileDisk::VolatileDisk() {
-    record_ = {Hooks::open,    Hooks::lock,   Hooks::unlock,        Hooks::readAt,
-               Hooks::writeAt, Hooks::sync,   Hooks::syncDirectory, Hooks::truncate,
+    record_ = {Hooks::open,
+               Hooks::lock,
+               Hooks::unlock,
+               Hooks::readAt,
+               Hooks::writeAt,
+               Hooks::sync,
+               Hooks::syncDirectory,
+               Hooks::truncate,
                Hooks::size,
                nullptr,  // isAt: nobody asks whether a file of this disk was replaced
-               Hooks::close,   Hooks::remove, Hooks::now,           Hooks::writtenBeforeStart};
+               Hooks::close,
+               Hooks::remove,
+               nullptr,  // rename: nor gives one another name
+               Hooks::now,
+               Hooks::writtenBeforeStart};
     active = this;
     previous_ = filePlatform_install(&record_);
 }
