@@ -106,7 +106,7 @@ void mendSlot(Bytes* index, std::size_t number, MessageTable* table) {
     TableFile* file = tableStorage_master(mt_storage(table));
     IndexPage page = pageOf(*index, number);
     indexPage_seal(&page, SLOT_SEED);
-    const std::optional<IndexSlot> slot = indexSlot_read(page);
+    const std::optional<IndexSlot> slot = indexSlot_choose({page, IndexPage{}});
     if (!slot.has_value()) {
         return;
     }
