@@ -46,7 +46,7 @@ TEST_F(TableFileOpening, ForReadingAMissingFileFailsWithAWarningAndCreatesNothin
 }
 
 TEST_F(TableFileOpening, WorksInAProcessWithoutStandardInput) {
-    const LogCapture log;  // else the log's file takes the descriptor
+    const DebugLog debug;  // else the log takes the descriptor
     const int result = runInChild([&] {
         ::close(STDIN_FILENO);
         if (open(OpenMode::create) != NO_ERROR || file->stream.descriptor != STDIN_FILENO) {
