@@ -45,8 +45,10 @@ class IndexRandomLookups : public ::testing::Test {
     }
 
     void findUniformId() {
-        const std::int32_t id = random->percent(95) ? someMessage().uniformId + random->between(-1, 1)
-                                                    : random->between(-2'000'000'000, 2'000'000'000);
+        const std::int64_t near = std::int64_t{someMessage().uniformId} + random->between(-1, 1);
+        const auto id =
+            static_cast<std::int32_t>(random->percent(95) ? std::clamp<std::int64_t>(near, INT32_MIN, INT32_MAX)
+                                                          : random->between(-1'000'000'000, 1'000'000'000));
         SCOPED_TRACE("uniform id " + std::to_string(id));
         const auto found = std::ranges::find_if(table().messages, [=](const auto& m) { return m.uniformId >= id; });
         const auto number = static_cast<std::size_t>(found - table().messages.begin());
