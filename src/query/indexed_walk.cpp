@@ -232,6 +232,9 @@ void indexedWalk_enterBlock(MessageTableIterator* iterator) noexcept {
 bool indexedWalk_nextFrame(MessageTableIterator* iterator) noexcept {
     IndexedWalk& walk = iterator->indexed;
     const std::uint64_t first = std::uint64_t{walk.block} * perBlock(iterator);
+    if (walk.left > 0 && walk.messages[walk.left - 1] == first + static_cast<std::uint32_t>(iterator->indexInBlock)) {
+        return true;  // it could not be read: the same one again
+    }
     if (walk.left == walk.messages.size() || walk.messages[walk.left] >= first + perBlock(iterator)) {
         iterator->frames.position = iterator->cursor.block.framesEnd;
         iterator->indexInBlock = iterator->reader->layout.messagesPerBlock;
@@ -248,6 +251,10 @@ bool indexedWalk_previousFrame(MessageTableIterator* iterator) noexcept {
     IndexedWalk& walk = iterator->indexed;
     const std::uint64_t first = std::uint64_t{walk.block} * perBlock(iterator);
     const std::int32_t count = iterator->reader->layout.messagesPerBlock;
+    const auto next = static_cast<std::uint32_t>(count - 1 - iterator->indexInBlock);
+    if (walk.left < walk.messages.size() && walk.messages[walk.left] == first + next) {
+        return true;  // it could not be read: the same one again
+    }
     if (walk.left == 0 || walk.messages[walk.left - 1] < first) {
         return false;
     }

@@ -153,6 +153,32 @@ TEST_F(IndexedQuery, OfBlocksOfAThousandCostsAFewCallsToo) {
 }
 
 // A check of a block that says something says it for each block, with an index or without.
+TEST_F(IndexedQuery, TellsADamagedMessageAgainWhenItIsAskedAgain) {
+    fill(2000);
+    std::vector<std::uint8_t> bytes = readFile(path());
+    // Message 1005: the length that ends its frame is that of its text's neighbour no more.
+    const std::string text = textOf(1005) + '\0';
+    const auto found = std::search(bytes.begin(), bytes.end(), text.begin(), text.end());
+    ASSERT_NE(found, bytes.end());
+    std::fill_n(found - 4, 4, std::uint8_t{0xFF});
+    writeFile(path(), bytes);
+    for (const bool backward : {false, true}) {
+        const MessageTablePtr reader = openReader();
+        QueryConditionsPtr conditions = newConditions(backward);
+        const std::int64_t low = 1003;
+        const std::int64_t high = 1008;
+        ASSERT_EQ(conditions_addLongFilter(conditions.get(), 1, &low, &high, 1, nullptr, 0, false), NO_ERROR);
+        const MessageTableIteratorPtr iterator = openIterator(reader.get(), std::move(conditions));
+        bool end = false;
+        ErrorCode code = NO_ERROR;
+        for (int i = 0; i < 10 && code == NO_ERROR; ++i) {
+            code = mtIterator_next(iterator.get(), &end);
+        }
+        EXPECT_NE(code, NO_ERROR);
+        EXPECT_EQ(mtIterator_next(iterator.get(), &end), code) << (backward ? "backward" : "forward");
+    }
+}
+
 TEST_F(IndexedQuery, AllocatesAsOftenAmongTwentyTimesTheMessages) {
     // The first allocation that a look-up does not come to, less one.
     const auto allocations = [this](std::int32_t messages, const std::string& text) {
