@@ -3,85 +3,12 @@
 
 #include <filesystem>
 
-#include "index/index_builder.h"
 #include "index/side_index.h"
-#include "index/uniform_lookup.h"
-#include "query/message_read.h"
-#include "tests/query/query_fixture.h"
+#include "tests/query/indexed_query_fixture.h"
 #include "tests/support/allocation_failure.h"
-#include "tests/support/fault_platform.h"
 
 namespace tabulo::internal::test {
 namespace {
-
-// What a query has asked of the system.
-struct Cost {
-    std::vector<std::int32_t> ids;
-    int calls = 0;
-    std::int64_t bytes = 0;
-    int blocksRead = 0;
-    int messagesAsked = 0;
-};
-
-class IndexedQuery : public QueryTest {
-  protected:
-    IndexedQuery() { layout = layoutOf(10, 1, 1); }
-
-    void build() {
-        IndexBuilder builder(path(), layout);
-        ASSERT_EQ(builder.open(), NO_ERROR);
-        const MessageTablePtr reader = openReader();
-        ASSERT_EQ(builder.update(reader.get(), 1, {}), NO_ERROR);
-        ASSERT_EQ(builder.merge(), NO_ERROR);
-    }
-    // The table anew, with an index of all its closed blocks.
-    void fill(std::int32_t messages) {
-        table.reset();
-        std::filesystem::remove(path());
-        std::filesystem::remove(path() + ".idx");
-        create();
-        writePlain(1, messages);
-        build();
-    }
-    static void setText(QueryConditions* conditions, const std::string& text) {
-        EXPECT_EQ(conditions_addStringFilter(conditions, 2, false, false), NO_ERROR);
-        EXPECT_EQ(conditions_setStringFilterValueCount(conditions, 1), NO_ERROR);
-        EXPECT_EQ(conditions_setStringFilterValue(conditions, text.c_str(), 0), NO_ERROR);
-    }
-    static QueryConditionsPtr byText(const std::string& text, bool backward = false) {
-        QueryConditionsPtr conditions = newConditions(backward);
-        setText(conditions.get(), text);
-        return conditions;
-    }
-    static QueryConditionsPtr bySeqNum(std::int32_t first, std::int32_t last, bool backward = false) {
-        QueryConditionsPtr conditions = newConditions(backward);
-        EXPECT_EQ(conditions_setSeqNumRange(conditions.get(), first, last), NO_ERROR);
-        return conditions;
-    }
-    static std::string textOf(std::int32_t n) { return "f2-" + std::to_string(n); }
-
-    static Cost cost(MessageTable* reader, QueryConditionsPtr conditions) {
-        Cost found;
-        FaultPlatform platform;
-        const MessageTableIteratorPtr iterator = openIterator(reader, std::move(conditions));
-        const WatchedIterator watched(iterator.get(), true);
-        found.ids = remainingIds(iterator.get());
-        found.calls = static_cast<int>(platform.calls().size());
-        for (const RecordedCall& call : platform.calls(FileCall::readAt)) {
-            found.bytes += call.length;
-        }
-        found.blocksRead = watched.blocksAsked - watched.blocksUnread;
-        found.messagesAsked = watched.messagesAsked;
-        return found;
-    }
-    // Of a query by a reader that has asked another one before: what is kept of the index is there.
-    Cost secondCost(const std::function<QueryConditionsPtr()>& query,
-                    const std::function<QueryConditionsPtr()>& first) {
-        const MessageTablePtr reader = openReader();
-        static_cast<void>(cost(reader.get(), first()));
-        return cost(reader.get(), query());
-    }
-};
 
 TEST_F(IndexedQuery, OfATextReadsTheBlockThatHoldsItAndLooksAtTheOneMessage) {
     fill(2000);
@@ -311,94 +238,6 @@ TEST_F(IndexedQuery, FindsEveryTextInEveryState) {
             ASSERT_EQ(remainingIds(iterator.get()), std::vector<std::int32_t>{n})
                 << (backward ? "backward" : "forward");
         }
-    }
-}
-
-// Reading by connection message ids, and finding a uniform id.
-class IndexedRead : public IndexedQuery {
-  protected:
-    static std::vector<std::int32_t> read(MessageTable* reader, const std::vector<std::int32_t>& ids, bool backward) {
-        std::vector<std::int32_t> found;
-        const MessageListener listener{
-            &found,
-            [](void* owner, const MessageView& message, Visit*) {
-                static_cast<std::vector<std::int32_t>*>(owner)->push_back(message.metadata.uniformId);
-                return NO_ERROR;
-            },
-            [](void*, ErrorCode code) { return code; }};
-        EXPECT_EQ(mt_readMessages(reader, ids.data(), static_cast<std::int32_t>(ids.size()), &listener, backward),
-                  NO_ERROR);
-        return found;
-    }
-};
-
-TEST_F(IndexedRead, OfMessageIdsGivesThemInTheOrderOfTheTableFromEveryPartOfIt) {
-    fill(200);
-    writePlain(201, 247);
-    const MessageTablePtr reader = openReader();
-    const std::vector<std::int32_t> ids{3, 10, 11, 150, 200, 201, 230, 247, 999};
-    std::vector<std::int32_t> expected(ids.begin(), ids.end() - 1);
-    EXPECT_EQ(read(reader.get(), ids, false), expected);
-    std::reverse(expected.begin(), expected.end());
-    EXPECT_EQ(read(reader.get(), ids, true), expected);
-}
-
-TEST_F(IndexedRead, OfAMessageIdCostsAsMuchInALargerTable) {
-    const auto calls = [this](std::int32_t messages) {
-        fill(messages);
-        const MessageTablePtr reader = openReader();
-        EXPECT_EQ(read(reader.get(), {5}, false), std::vector<std::int32_t>{5});
-        FaultPlatform platform;
-        EXPECT_EQ(read(reader.get(), {messages / 2}, false), std::vector<std::int32_t>{messages / 2});
-        return static_cast<int>(platform.calls().size());
-    };
-    const int small = calls(1000);
-    const int large = calls(20'000);
-    EXPECT_LE(large, small + 1);
-    EXPECT_LE(large, 11);
-}
-
-TEST_F(IndexedRead, AUniformIdIsFoundAtTheSameCostInALargerTable) {
-    const auto calls = [this](std::int32_t messages) {
-        fill(messages);
-        const MessageTablePtr reader = openReader();
-        UniformPlace place;
-        EXPECT_EQ(mt_findUniformId(reader.get(), 5, &place), NO_ERROR);
-        FaultPlatform platform;
-        EXPECT_EQ(mt_findUniformId(reader.get(), messages / 2, &place), NO_ERROR);
-        EXPECT_EQ(place.ordinal, messages / 2 - 1);
-        return static_cast<int>(platform.calls().size());
-    };
-    const int small = calls(1000);
-    const int large = calls(20'000);
-    EXPECT_LE(large, small + 2);
-    EXPECT_LE(large, 9);
-}
-
-// The first in the order of the file, whatever the order of the ids.
-TEST_F(IndexedRead, AUniformIdIsFoundAsWithoutTheIndexWhereTheIdsDoNotAscend) {
-    create();
-    for (const std::int32_t id : {5, 3, 9, 9, 1, 2, 7, 7, 30, 4, 4, 6, 20, 8, 40, 41, 39, 38, 50, 12, 13, 60, 11}) {
-        for (std::int32_t i = 0; i < 7; ++i) {
-            Message message = plain(id + i % 3);
-            message.metadata.uniformId = id + i % 3;
-            write(message);
-        }
-    }
-    build();
-    const MessageTablePtr with = openReader();
-    const MessageTablePtr without = openReader();
-    mt_useSideIndex(without.get(), false);
-    for (std::int32_t id = -1; id <= 64; ++id) {
-        UniformPlace found;
-        UniformPlace expected;
-        ASSERT_EQ(mt_findUniformId(with.get(), id, &found), NO_ERROR);
-        ASSERT_EQ(mt_findUniformId(without.get(), id, &expected), NO_ERROR);
-        EXPECT_EQ(found.ordinal, expected.ordinal) << "id " << id;
-        EXPECT_EQ(found.offset, expected.offset) << "id " << id;
-        EXPECT_EQ(found.skip, expected.skip) << "id " << id;
-        EXPECT_EQ(found.frame.frame, expected.frame.frame) << "id " << id;
-        EXPECT_EQ(found.frame.block, expected.frame.block) << "id " << id;
     }
 }
 
