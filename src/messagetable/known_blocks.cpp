@@ -34,6 +34,10 @@ void KnownBlocks::reserve(const BlockReader& reader, const TableFile& file) noex
     }
 }
 
+bool KnownBlocks::isLastFooter(const BlockReader& reader) const noexcept {
+    return std::equal(lastFooter_.begin(), lastFooter_.end(), byteStream_buffer(reader.footer.get()));
+}
+
 void KnownBlocks::add(const BlockCursor& cursor) noexcept {
     const BlockReader& reader = *cursor.reader;
     if (cursor.block.state != BlockState::closed || lastFooter_.empty()) {
@@ -41,8 +45,15 @@ void KnownBlocks::add(const BlockCursor& cursor) noexcept {
     }
     const std::int64_t start = cursor.block.start;
     const std::int64_t end = cursor.block.framesEnd + reader.footerSize;
-    const bool isLast = count() == 0 || at(count() - 1).end == start;
-    const bool isFirst = !isLast && at(0).start == end;
+    if (count() > 0 && at(count() - 1).start == start) {
+        isConfirmed_ = isLastFooter(reader);
+        if (isConfirmed_) {
+            return;
+        }
+        forget();
+    }
+    const bool isLast = count() == 0 || (isConfirmed_ && at(count() - 1).end == start);
+    const bool isFirst = !isLast && isConfirmed_ && at(0).start == end;
     std::vector<KnownBlock>& blocks = isFirst ? inFront_ : behind_;
     if ((!isLast && !isFirst) || blocks.size() >= std::min(blocks.capacity(), MOST_KNOWN_BLOCKS)) {
         return;
@@ -54,17 +65,30 @@ void KnownBlocks::add(const BlockCursor& cursor) noexcept {
     const RangeRecord& largest = reader.summary.maximum;
     blocks.push_back({start, end, smallest.seqNum, largest.seqNum, smallest.uniformId, largest.uniformId,
                       smallest.timestamp, largest.timestamp});
+    isConfirmed_ = true;
 }
 
 bool KnownBlocks::confirm(BlockReader* reader, TableFile* file) noexcept {
     std::uint64_t length = 0;
-    const bool isSame = count() > 0 &&
-                        blockReader_readFooterBefore(reader, file, at(count() - 1).end, &length) == NO_ERROR &&
-                        std::equal(lastFooter_.begin(), lastFooter_.end(), byteStream_buffer(reader->footer.get()));
-    if (!isSame) {
+    isConfirmed_ = count() > 0 &&
+                   blockReader_readFooterBefore(reader, file, at(count() - 1).end, &length) == NO_ERROR &&
+                   isLastFooter(*reader);
+    if (!isConfirmed_) {
         forget();
     }
-    return isSame;
+    return isConfirmed_;
+}
+
+void KnownBlocks::confirmBefore(std::int64_t start, BlockReader* reader, TableFile* file) noexcept {
+    if (!isConfirmed_ && count() > 0 && at(count() - 1).end == start) {
+        (void)confirm(reader, file);  // what it comes to is kept
+    }
+}
+
+void KnownBlocks::confirmBehind(std::int64_t end, BlockReader* reader, TableFile* file) noexcept {
+    if (!isConfirmed_ && count() > 0 && at(0).start == end) {
+        (void)confirm(reader, file);  // what it comes to is kept
+    }
 }
 
 const KnownBlock& KnownBlocks::at(std::size_t number) const noexcept {

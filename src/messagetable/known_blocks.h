@@ -3,8 +3,9 @@
 //
 // Kept are blocks that stand one behind the other, with the ranges of sequence numbers, uniform ids and times that
 // their footers tell, and the bytes of the last one's footer. Closed blocks change only when the table is dropped, or
-// recovered, by somebody: whoever leaves blocks unread for what is kept reads that last footer first
-// (knownBlocks_confirm).
+// recovered, by somebody: whoever leaves blocks unread for what is kept reads that last footer first (confirm).
+// Likewise a block joins those that are kept only when that footer has been seen to stand since the walk was asked last
+// (ask): else blocks of two contents of a table could stand side by side, and the newer footer speak for both.
 #pragma once
 
 #include <cstddef>
@@ -37,12 +38,18 @@ class KnownBlocks {
     void follow(const TableStorage& storage) noexcept;
     // Makes room for the blocks that the file can have, as far as there is memory: add takes none.
     void reserve(const BlockReader& reader, const TableFile& file) noexcept;
+    // A walk has been asked for its next message: until then anybody may have written another content.
+    void ask() noexcept { isConfirmed_ = false; }
     // Keeps the closed block at the cursor, whose footer its reader has just read, when it stands in front of those
-    // that are kept or behind them, and there is room.
+    // that are kept or behind them, these are confirmed, and there is room. The last one that is kept is compared: all
+    // are forgotten for another one in its place.
     void add(const BlockCursor& cursor) noexcept;
     // Whether the last footer stands in the file as it was kept: all is forgotten when it does not, or cannot be read.
     // The reader's footer and what it has read ahead are gone.
     bool confirm(BlockReader* reader, TableFile* file) noexcept;
+    // Confirms, unless that is done, when the next block that is read is the one behind all that are kept, or in front.
+    void confirmBefore(std::int64_t start, BlockReader* reader, TableFile* file) noexcept;
+    void confirmBehind(std::int64_t end, BlockReader* reader, TableFile* file) noexcept;
 
     std::size_t count() const noexcept { return inFront_.size() + behind_.size(); }
     // In the order of the file.
@@ -53,11 +60,13 @@ class KnownBlocks {
 
   private:
     void forget() noexcept;
+    bool isLastFooter(const BlockReader& reader) const noexcept;
 
     // Each begins where the one before ends; those in front of the first one that was kept stand in reverse.
     std::vector<KnownBlock> inFront_;
     std::vector<KnownBlock> behind_;
     std::vector<std::uint8_t> lastFooter_;
+    bool isConfirmed_ = false;   // the last footer was seen since a walk was asked
     std::int64_t openings_ = 0;  // of the storage, when the blocks were seen
 };
 

@@ -29,6 +29,9 @@ void knownPass_forward(MessageTableIterator* iterator, TableFile* file) noexcept
     KnownBlocks& known = mt_knownBlocks(iterator->table);
     const std::optional<std::size_t> first = known.beginningAt(iterator->cursor.position);
     if (!first.has_value()) {
+        if (iterator->indexed.index == nullptr) {  // else nothing more need be kept
+            known.confirmBefore(iterator->cursor.position, iterator->reader.get(), file);
+        }
         return;
     }
     std::size_t behind = *first;
@@ -48,6 +51,9 @@ void knownPass_backward(MessageTableIterator* iterator, TableFile* file, std::in
     Block& block = iterator->cursor.block;
     const std::optional<std::size_t> last = known.endingAt(block.start);
     if (!last.has_value()) {
+        if (iterator->indexed.index == nullptr) {  // else nothing more need be kept
+            known.confirmBehind(block.start, iterator->reader.get(), file);
+        }
         return;
     }
     std::size_t first = *last + 1;

@@ -80,6 +80,9 @@ ErrorCode step(MessageTableIterator* iterator, bool* end) {
     if (file == nullptr) {
         return MASTER_INACTIVE_ERROR;
     }
+    if (iterator->asksKnown) {
+        mt_knownBlocks(iterator->table).ask();
+    }
     return iterator->conditions->iterateBackward ? iteratorStep_backward(iterator, file, end)
                                                  : iteratorStep_forward(iterator, file, end);
 }

@@ -163,7 +163,9 @@ std::string viewFault(const MessageView& view, const StoredTable& table, std::si
     return fault.str().empty() ? "" : "message " + std::to_string(index) + ": " + fault.str();
 }
 
-std::string walkFault(Messages& messages, const StoredTable& table, const std::vector<std::size_t>& expected) {
+namespace {
+
+std::string stepFault(Messages& messages, const StoredTable& table, const std::vector<std::size_t>& expected) {
     for (std::size_t i = 0; i < expected.size(); ++i) {
         const std::string place = "step " + std::to_string(i) + " of " + std::to_string(expected.size()) + ": ";
         const MessageView* message = messages.next();
@@ -186,6 +188,16 @@ std::string walkFault(Messages& messages, const StoredTable& table, const std::v
         return "the ending is " + std::to_string(static_cast<int>(messages.ending())) + " or something is current";
     }
     return "";
+}
+
+}  // namespace
+
+std::string walkFault(Messages& messages, const StoredTable& table, const std::vector<std::size_t>& expected) {
+    try {
+        return stepFault(messages, table, expected);
+    } catch (const Error& error) {
+        return std::string("the walk ends in an error: ") + error.what();
+    }
 }
 
 std::vector<std::size_t> numbersOf(std::size_t first, std::size_t last, bool backward) {

@@ -109,6 +109,22 @@ TEST_F(KnownBlocksOfATable, AreForgottenWhenAnotherTableStandsInTheFile) {
     }
 }
 
+// A query that reads every block that is kept, and others behind or in front of them, must not make one list of both.
+TEST_F(KnownBlocksOfATable, OfAnotherContentAreNotKeptTogetherWithThoseOfThisOne) {
+    for (const bool backward : {false, true}) {
+        // Frames of one length, so that blocks begin where they began; the first blocks stay as they are.
+        replaceTable(1000);
+        reader = openReader();
+        ask(seqNums(1, 1, backward));
+        ASSERT_EQ(mt_drop(table.get()), NO_ERROR);
+        writePlain(1000, 1029);
+        writePlain(3000, 3500);
+        EXPECT_EQ(ask(seqNums(1000, 3500, backward)).ids.size(), 531U);
+        EXPECT_EQ(ask(seqNums(3100, 3100, backward)).ids, std::vector<std::int32_t>{3100})
+            << (backward ? "backward" : "forward");
+    }
+}
+
 TEST_F(KnownBlocksOfATable, AreForgottenWhenTheTableIsDropped) {
     reader = std::move(table);
     ask(seqNums(1, 2));
