@@ -11,6 +11,7 @@ setup_packages=(
     openjdk-17-jdk-headless junit5
     python3 binutils clang-format strace
     libcli11-dev libfmt-dev rapidjson-dev libpugixml-dev libhowardhinnant-date-dev tzdata
+    libsqlite3-dev libedit-dev sqlite3
 )
 # What looks at the code, for the tests about the tree.
 setup_tree_packages=(clang-tidy)
