@@ -183,6 +183,9 @@ class Reader {
     // The errors of the query's conditions; see Query.
     Messages messages(const Query& query = {}, Work work = {});
     Blocks blocks(Work work = {});
+    // From a block on that has been given before, which is read again: it may have been open then. vseek when no block
+    // begins there any more.
+    Blocks blocksFrom(const BlockRecord& block, Work work = {});
 
   private:
     std::shared_ptr<api::ReaderState> state_;

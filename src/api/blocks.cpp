@@ -144,7 +144,9 @@ void step(State* state) {
     }
 }
 
-std::unique_ptr<BlocksState> blocks_open(const std::shared_ptr<ReaderState>& reader, Work work) {
+// From the block with this offset and ordinal on.
+std::unique_ptr<BlocksState> blocks_open(const std::shared_ptr<ReaderState>& reader, std::int64_t first,
+                                         std::int64_t ordinal, Work work) {
     const Call call(reader->path);
     auto state = std::make_unique<BlocksState>(std::move(work));
     state->reader = reader;
@@ -154,8 +156,8 @@ std::unique_ptr<BlocksState> blocks_open(const std::shared_ptr<ReaderState>& rea
     }
     std::int64_t size = 0;
     call.check(internal::tableFileGetSize(openTable_file(reader->open.get()), &size));
-    const std::int64_t first = reader_begin(*reader).block;
-    state->watch.begin(std::max<std::int64_t>(0, size - first));
+    state->nextOrdinal = ordinal;
+    state->watch.begin(std::max<std::int64_t>(0, size - reader_begin(*reader).block));
     state->cursor = internal::blockCursor_at(state->blocks.get(), first, internal::BlockCursor::OpenBlocks::scanned,
                                              internal::BlockCursor::ZeroWords::judged);
     return state;
@@ -167,7 +169,20 @@ std::unique_ptr<BlocksState> blocks_open(const std::shared_ptr<ReaderState>& rea
 
 Blocks Reader::blocks(Work work) {
     api::use(state_, "the reader");
-    return Blocks(api::blocks_open(state_, std::move(work)));
+    return Blocks(api::blocks_open(state_, api::reader_begin(*state_).block, 0, std::move(work)));
+}
+
+Blocks Reader::blocksFrom(const BlockRecord& block, Work work) {
+    api::use(state_, "the reader");
+    const api::Call call(state_->path);
+    internal::TableFile* file = api::openTable_file(state_->open.get());
+    const std::int64_t first = api::reader_begin(*state_).block;
+    if (block.offset != first &&
+        (block.offset < first ||
+         internal::mfr_loadPreviousFooter(state_->blocks.get(), file, block.offset) != internal::NO_ERROR)) {
+        call.fail(internal::VSEEK_ERROR, block.offset, "no block ends in front of it");
+    }
+    return Blocks(api::blocks_open(state_, block.offset, block.ordinal, std::move(work)));
 }
 
 Blocks::Blocks(std::unique_ptr<api::BlocksState> state) noexcept : state_(std::move(state)) {

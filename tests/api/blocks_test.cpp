@@ -342,6 +342,43 @@ TEST_F(ApiBlocks, InFrontOfADamagedOneAreGivenBeforeTheError) {
     }
 }
 
+TEST_F(ApiBlocks, GoOnFromOneThatWasGivenBeforeAndReadItAgain) {
+    StoredTable table(path(), layout, simpleMessages(10));
+    Reader reader(path());
+    std::vector<BlockRecord> given;
+    for (const BlockRecord& block : reader.blocks()) {
+        given.push_back(block);
+    }
+    ASSERT_GE(given.size(), 3U);
+    EXPECT_FALSE(given.back().closed);
+    table.appendAll(simpleMessages(4));
+    for (std::size_t first = 0; first < given.size(); ++first) {
+        Blocks blocks = reader.blocksFrom(given[first]);
+        for (std::size_t block = first; block < table.blockCount(); ++block) {
+            ASSERT_NE(blocks.next(), nullptr) << "block " << block << " from " << first << " on";
+            expectSame(*blocks.current(), expectedRecord(table, block * table.perBlock()));
+        }
+        EXPECT_EQ(blocks.next(), nullptr);
+    }
+}
+
+TEST_F(ApiBlocks, GoOnFromNoPlaceWhereNoBlockBegins) {
+    StoredTable table(path(), layout, simpleMessages(10));
+    Reader reader(path());
+    Blocks blocks = reader.blocks();
+    blocks.next();
+    blocks.next();
+    BlockRecord moved = *blocks.current();
+    for (const std::int64_t offset :
+         {std::int64_t{0}, std::int64_t{-8}, moved.offset - 1, moved.offset + 1, moved.offset + 1'000'000}) {
+        moved.offset = offset;
+        EXPECT_EQ(errorOf([&] { reader.blocksFrom(moved); }).code(), Code::vseek) << "at " << offset;
+    }
+    const BlockRecord second = *blocks.current();
+    table.drop();
+    EXPECT_EQ(errorOf([&] { reader.blocksFrom(second); }).code(), Code::vseek);
+}
+
 TEST_F(ApiBlocks, EndWhenTheTableIsDroppedUnderThem) {
     StoredTable table(path(), layout, simpleMessages(10));
     Blocks blocks = Reader(path()).blocks();

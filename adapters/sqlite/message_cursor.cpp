@@ -1,0 +1,126 @@
+#include "adapters/sqlite/message_cursor.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "adapters/sqlite/demand.h"
+#include "adapters/sqlite/failure.h"
+
+namespace tabulo::sqlite {
+
+namespace {
+
+MessageCursor* cursorOf(sqlite3_vtab_cursor* cursor) {
+    return static_cast<MessageCursor*>(cursor);
+}
+
+int closeCursor(sqlite3_vtab_cursor* cursor) {
+    delete cursorOf(cursor);
+    return SQLITE_OK;
+}
+
+int openCursor(sqlite3_vtab* table, sqlite3_vtab_cursor** cursor) {
+    return guarded(&table->zErrMsg, [&] {
+        *cursor = new MessageCursor(static_cast<MessageVirtualTable*>(table));
+        return SQLITE_OK;
+    });
+}
+
+int stepCursor(sqlite3_vtab_cursor* cursor) {
+    return guarded(&cursor->pVtab->zErrMsg, [&] {
+        cursorOf(cursor)->step();
+        return SQLITE_OK;
+    });
+}
+
+int isAtEnd(sqlite3_vtab_cursor* cursor) {
+    return cursorOf(cursor)->isAtEnd() ? 1 : 0;
+}
+
+int giveColumn(sqlite3_vtab_cursor* cursor, sqlite3_context* context, int column) {
+    return guarded(&cursor->pVtab->zErrMsg, [&] {
+        cursorOf(cursor)->giveColumn(context, column);
+        return SQLITE_OK;
+    });
+}
+
+int giveRowid(sqlite3_vtab_cursor* cursor, sqlite3_int64* rowid) {
+    return guarded(&cursor->pVtab->zErrMsg, [&] {
+        *rowid = cursorOf(cursor)->rowid();
+        return SQLITE_OK;
+    });
+}
+
+}  // namespace
+
+int MessageVirtualTable::numberOf(const Plan& plan) {
+    const auto found = std::find(plans.begin(), plans.end(), plan);
+    if (found != plans.end()) {
+        return static_cast<int>(found - plans.begin());
+    }
+    plans.push_back(plan);
+    return static_cast<int>(plans.size()) - 1;
+}
+
+MessageCursor::MessageCursor(MessageVirtualTable* table) : sqlite3_vtab_cursor{table}, table_(table) {
+    table_->connection->cursorOpened();
+}
+
+MessageCursor::~MessageCursor() {
+    stream_.reset();
+    table_->connection->cursorClosed();
+}
+
+void MessageCursor::begin(const Plan& plan, std::shared_ptr<TableSet> tables, sqlite3_value** arguments,
+                          std::string argument) {
+    stream_.reset();
+    current_ = nullptr;
+    tables_ = std::move(tables);
+    argument_ = std::move(argument);
+    const auto& files = tables_->files();
+    const Demand demand(table_->connection->database(), plan, table_->columns, arguments);
+    IntegerDemand ordinals;
+    if (plan.offsetArgument >= 0) {
+        ordinals.keep(std::max<std::int64_t>(0, sqlite3_value_int64(arguments[plan.offsetArgument])), INT64_MAX);
+    }
+    std::vector<Source> sources;
+    for (std::size_t number = 0; number < files.size() && !demand.isEmpty(); ++number) {
+        Source source{.number = number, .file = files[number].get(), .ordinals = ordinals};
+        if (source.file == nullptr || !demand.mayHold(number, *source.file, &source.ordinals)) {
+            continue;
+        }
+        source.unit = tables_->unitOf(*source.file);
+        if (std::optional<Query> query = demand.query(source.file->reader().layout(), source.unit); query.has_value()) {
+            source.query = std::move(*query);
+            sources.push_back(std::move(source));
+        }
+    }
+    stream_ = std::make_unique<MessageStream>(*table_->connection, std::move(sources), plan.order, plan.isBackward);
+    step();
+}
+
+void MessageCursor::giveColumn(sqlite3_context* context, int column) const {
+    const Column& asked = table_->columns[static_cast<std::size_t>(column)];
+    if (asked.kind == ColumnKind::files) {
+        sqlite3_result_text64(context, argument_.data(), argument_.size(), SQLITE_TRANSIENT, SQLITE_UTF8);
+        return;
+    }
+    const Source& source = stream_->source();
+    sqlite::giveColumn(context, asked, {current_, &source.file->path(), source.unit});
+}
+
+sqlite3_int64 MessageCursor::rowid() const {
+    const auto number = static_cast<std::int64_t>(stream_->source().number);
+    return (number << ROWID_FILE_SHIFT) | current_->ordinal();
+}
+
+void setCursorMethods(sqlite3_module* module) noexcept {
+    module->xOpen = openCursor;
+    module->xClose = closeCursor;
+    module->xNext = stepCursor;
+    module->xEof = isAtEnd;
+    module->xColumn = giveColumn;
+    module->xRowid = giveRowid;
+}
+
+}  // namespace tabulo::sqlite

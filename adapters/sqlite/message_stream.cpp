@@ -1,0 +1,60 @@
+#include "adapters/sqlite/message_stream.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "adapters/sqlite/file_stream.h"
+
+namespace tabulo::sqlite {
+
+MessageStream::MessageStream(Connection& connection, std::vector<Source> sources, Order order, bool isBackward)
+    : connection_(connection), order_(order), isBackward_(isBackward) {
+    for (Source& source : sources) {
+        files_.push_back(std::make_unique<FileStream>(connection, std::move(source), order, isBackward));
+    }
+}
+
+MessageStream::~MessageStream() = default;
+
+// A tie goes to the file that comes first; backward, to the one that comes last.
+bool MessageStream::isBehind(std::size_t a, std::size_t b) const noexcept {
+    const std::int64_t keyA = files_[a]->key();
+    const std::int64_t keyB = files_[b]->key();
+    const bool isLater = keyA != keyB ? keyA > keyB : a > b;
+    return isLater != isBackward_;
+}
+
+void MessageStream::begin() {
+    for (std::size_t i = 0; i < files_.size(); ++i) {
+        if (files_[i]->next() != nullptr) {
+            heads_.push_back(i);
+        }
+    }
+    std::make_heap(heads_.begin(), heads_.end(), [this](std::size_t a, std::size_t b) { return isBehind(a, b); });
+}
+
+const MessageView* MessageStream::next() {
+    const auto behind = [this](std::size_t a, std::size_t b) { return isBehind(a, b); };
+    if (!hasBegun_) {
+        hasBegun_ = true;
+        begin();
+    } else if (!heads_.empty()) {
+        std::pop_heap(heads_.begin(), heads_.end(), behind);
+        if (files_[heads_.back()]->next() == nullptr) {
+            heads_.pop_back();
+        } else {
+            std::push_heap(heads_.begin(), heads_.end(), behind);
+        }
+    }
+    if (heads_.empty()) {
+        return nullptr;
+    }
+    given_ = heads_.front();
+    return files_[given_]->current();
+}
+
+const Source& MessageStream::source() const noexcept {
+    return files_[given_]->source();
+}
+
+}  // namespace tabulo::sqlite
