@@ -5,6 +5,8 @@
 //     <fields>   <field number="54" name="Side" type="CHAR"> <value enum="1" description="BUY"/> ... </field> ...
 //
 // The values of a field may also stand in a <values> inside it. Whatever else there is is not looked at.
+#include "tool/fix_dictionary_file.h"
+
 #include <fmt/format.h>
 
 #include <algorithm>
@@ -14,7 +16,6 @@
 #include <pugixml.hpp>
 #include <unordered_map>
 
-#include "tool/fix_dictionary.h"
 #include "tool/status.h"
 
 namespace tabulo::tool {
@@ -48,8 +49,6 @@ std::string contentsOf(const std::filesystem::path& path) {
     return text;
 }
 
-}  // namespace
-
 // Holds the file while it is read, so that every error can name its place.
 class FixDictionaryFile {
   public:
@@ -68,15 +67,14 @@ class FixDictionaryFile {
         for (const pugi::xml_node field : root.child("fields").children("field")) {
             readField(field);
         }
-        if (dictionary_.tags_.empty()) {
+        if (names_.empty()) {
             refuse(root.offset_debug(), "no FIX data dictionary: there is no <field> in <fields>");
         }
         for (const pugi::xml_node message : root.child("messages").children("message")) {
             const std::string type = required(message, "msgtype");
-            dictionary_.messages_.emplace(type, required(message, "name"));
+            dictionary_.nameMessage(type, required(message, "name"));
         }
         readDataFields(root.child("fields"));
-        dictionary_.fallback_ = &FixDictionary::builtIn();
         return std::move(dictionary_);
     }
 
@@ -108,28 +106,27 @@ class FixDictionaryFile {
 
     void readField(const pugi::xml_node& field) {
         const std::int32_t tag = tagOf(field);
-        FixDictionary::Tag& entry = dictionary_.tags_[tag];
         const std::string name = required(field, "name");
-        if (!entry.name.empty() && entry.name != name) {
+        if (names_.try_emplace(tag, name).first->second != name) {
             refuse(field.offset_debug(), fmt::format("the second name of tag {}", tag));
         }
-        entry.name = name;
-        readValues(field, &entry);
-        readValues(field.child("values"), &entry);
+        dictionary_.nameTag(tag, name);
+        readValues(field, tag);
+        readValues(field.child("values"), tag);
     }
 
-    void readValues(const pugi::xml_node& parent, FixDictionary::Tag* entry) const {
+    void readValues(const pugi::xml_node& parent, std::int32_t tag) {
         for (const pugi::xml_node value : parent.children("value")) {
             const std::string name = value.attribute("description").value();
-            entry->values.emplace(required(value, "enum"), name);  // of several names the first one holds
+            dictionary_.nameValue(tag, required(value, "enum"), name);
         }
     }
 
     // A field of type DATA has its length in the field of the same name with Len or Length behind it.
     void readDataFields(const pugi::xml_node& fields) {
         std::unordered_map<std::string, std::int32_t> tags;
-        for (const auto& [tag, entry] : dictionary_.tags_) {
-            tags.emplace(entry.name, tag);
+        for (const auto& [tag, name] : names_) {
+            tags.emplace(name, tag);
         }
         for (const pugi::xml_node field : fields.children("field")) {
             const std::string_view type = field.attribute("type").value();
@@ -139,7 +136,7 @@ class FixDictionaryFile {
             for (const char* ending : {"Len", "Length"}) {
                 const auto length = tags.find(required(field, "name") + ending);
                 if (length != tags.end()) {
-                    dictionary_.dataFields_.add(length->second, tagOf(field));
+                    dictionary_.addDataField(length->second, tagOf(field));
                 }
             }
         }
@@ -148,10 +145,13 @@ class FixDictionaryFile {
     std::filesystem::path path_;
     std::string text_;
     pugi::xml_document document_;
-    FixDictionary dictionary_;
+    FixDictionary dictionary_{&FixDictionary::builtIn()};
+    std::unordered_map<std::int32_t, std::string> names_;  // of the tags in the file
 };
 
-FixDictionary FixDictionary::read(const std::filesystem::path& path) {
+}  // namespace
+
+FixDictionary readFixDictionary(const std::filesystem::path& path) {
     return FixDictionaryFile(path).read();
 }
 

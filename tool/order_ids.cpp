@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "tool/fix_message.h"
+#include "tabulo/fix.h"
 
 namespace tabulo::tool {
 

@@ -5,9 +5,8 @@
 #include <algorithm>
 #include <charconv>
 
+#include "tabulo/fix.h"
 #include "tabulo/table_info.h"
-#include "tool/fix_dictionary.h"
-#include "tool/fix_message.h"
 
 namespace tabulo::tool {
 

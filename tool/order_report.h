@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "tool/fix_dictionary.h"
+#include "tabulo/fix.h"
 #include "tool/listing.h"
 #include "tool/order_life.h"
 #include "tool/times.h"

@@ -3,7 +3,6 @@
 #include <date/tz.h>
 #include <fmt/format.h>
 
-#include <array>
 #include <charconv>
 #include <stdexcept>
 
@@ -13,71 +12,13 @@ namespace tabulo::tool {
 
 namespace {
 
-constexpr std::int64_t YEAR_1990 = 631152000;
-constexpr std::int64_t YEAR_2100 = 4102444800;
-constexpr std::int64_t YEAR_0 = -62167219200;
-constexpr std::int64_t YEAR_10000 = 253402300800;
 constexpr std::int64_t MINUTE = 60;
 constexpr std::int64_t HOUR = 60 * MINUTE;
 constexpr std::int64_t DAY = 24 * HOUR;
 constexpr std::int64_t NANOSECONDS = 1000000000;
 
-struct UnitName {
-    std::string_view name;
-    std::string_view plural;
-    std::int64_t perSecond;
-    int digits;  // behind the point
-};
-constexpr std::array<UnitName, 4> UNITS = {{{"s", "seconds", 1, 0},
-                                            {"ms", "milliseconds", 1000, 3},
-                                            {"us", "microseconds", 1000000, 6},
-                                            {"ns", "nanoseconds", NANOSECONDS, 9}}};
-
-const UnitName& nameOf(TimeUnit unit) noexcept {
-    return UNITS[static_cast<std::size_t>(unit)];
-}
-
 std::int64_t floorDivide(std::int64_t number, std::int64_t divisor) noexcept {
     return number / divisor - (number % divisor < 0 ? 1 : 0);
-}
-
-void putDigits(char* to, std::int64_t number, int count) noexcept {
-    for (char* digit = to + count; digit != to; number /= 10) {
-        *--digit = static_cast<char>('0' + number % 10);
-    }
-}
-
-// "2026-11-20T19:31:45" of a second whose year has four digits, with another sign for the T.
-std::array<char, 19> secondText(std::int64_t second, char between) noexcept {
-    const std::int64_t days = floorDivide(second, DAY);
-    const std::int64_t inDay = second - days * DAY;
-    const date::year_month_day day{date::sys_days{date::days{days}}};
-    std::array<char, 19> text{};
-    putDigits(&text[0], static_cast<int>(day.year()), 4);
-    text[4] = '-';
-    putDigits(&text[5], static_cast<unsigned>(day.month()), 2);
-    text[7] = '-';
-    putDigits(&text[8], static_cast<unsigned>(day.day()), 2);
-    text[10] = between;
-    putDigits(&text[11], inDay / HOUR, 2);
-    text[13] = ':';
-    putDigits(&text[14], inDay / MINUTE % 60, 2);
-    text[16] = ':';
-    putDigits(&text[17], inDay % MINUTE, 2);
-    return text;
-}
-
-bool hasFourDigits(std::int64_t second) noexcept {
-    return second >= YEAR_0 && second < YEAR_10000;
-}
-
-// What of a time lies behind its second.
-void putFraction(std::string* text, std::int64_t time, const UnitName& unit) {
-    if (unit.digits > 0) {
-        std::array<char, 10> shown{'.'};
-        putDigits(&shown[1], (time % unit.perSecond + unit.perSecond) % unit.perSecond, unit.digits);
-        text->append(shown.data(), static_cast<std::size_t>(unit.digits) + 1);
-    }
 }
 
 [[noreturn]] void refuse(std::string_view text, std::string_view why) {
@@ -208,30 +149,31 @@ const date::time_zone* zoneNamed(const std::string& name) {
     }
 }
 
+std::string_view pluralOf(TimeUnit unit) noexcept {
+    switch (unit) {
+        case TimeUnit::seconds:
+            return "seconds";
+        case TimeUnit::milliseconds:
+            return "milliseconds";
+        case TimeUnit::microseconds:
+            return "microseconds";
+        case TimeUnit::nanoseconds:
+            break;
+    }
+    return "nanoseconds";
+}
+
 TimeUnit unitNamed(std::string_view name) {
-    for (std::size_t i = 0; i < UNITS.size(); ++i) {
-        if (UNITS[i].name == name) {
-            return static_cast<TimeUnit>(i);
+    for (const TimeUnit unit :
+         {TimeUnit::seconds, TimeUnit::milliseconds, TimeUnit::microseconds, TimeUnit::nanoseconds}) {
+        if (timeUnitName(unit) == name) {
+            return unit;
         }
     }
     throw UsageError(fmt::format("'{}' is no unit of time; they are s, ms, us and ns", name));
 }
 
 }  // namespace
-
-std::string_view timeUnitName(TimeUnit unit) noexcept {
-    return nameOf(unit).name;
-}
-
-std::optional<TimeUnit> guessTimeUnit(std::int64_t time) noexcept {
-    for (std::size_t i = 0; i < UNITS.size(); ++i) {
-        const std::int64_t second = floorDivide(time, UNITS[i].perSecond);
-        if (second >= YEAR_1990 && second < YEAR_2100) {
-            return static_cast<TimeUnit>(i);
-        }
-    }
-    return std::nullopt;
-}
 
 Times::Times(const TimeOptions& options, std::optional<std::int64_t> sample, Console& console)
     : zone_(zoneNamed(options.zone)) {
@@ -240,18 +182,18 @@ Times::Times(const TimeOptions& options, std::optional<std::int64_t> sample, Con
     } else if (sample.has_value()) {
         unit_ = guessTimeUnit(*sample);
         if (unit_.has_value()) {
-            console.say(fmt::format("times are taken for {} (--time-unit)", nameOf(*unit_).plural));
+            console.say(fmt::format("times are taken for {} (--time-unit)", pluralOf(*unit_)));
         }
     }
 }
 
 std::optional<std::int64_t> Times::second(std::int64_t time) const noexcept {
-    return unit_.has_value() ? std::optional(floorDivide(time, nameOf(*unit_).perSecond)) : std::nullopt;
+    return unit_.has_value() ? std::optional(secondOfTime(time, *unit_)) : std::nullopt;
 }
 
 std::int64_t Times::local(std::int64_t second) const {
     const auto* zone = static_cast<const date::time_zone*>(zone_);
-    if (zone == nullptr || !hasFourDigits(second)) {
+    if (zone == nullptr || !hasFourDigitYear(second)) {
         return second;
     }
     if (second < offset_.begin || second >= offset_.end) {
@@ -262,34 +204,29 @@ std::int64_t Times::local(std::int64_t second) const {
 }
 
 std::string Times::iso(std::int64_t time) const {
-    const auto inSeconds = second(time);
-    if (!inSeconds.has_value() || !hasFourDigits(*inSeconds)) {
-        return std::to_string(time);
-    }
-    const std::array<char, 19> shown = secondText(*inSeconds, 'T');
-    std::string text(shown.data(), shown.size());
-    putFraction(&text, time, nameOf(*unit_));
-    text += 'Z';
-    return text;
+    return isoTime(time, unit_);
 }
 
 std::string Times::text(std::int64_t time) const {
     const auto inSeconds = second(time);
-    if (!inSeconds.has_value() || !hasFourDigits(*inSeconds) || !hasFourDigits(local(*inSeconds))) {
+    if (!inSeconds.has_value() || !hasFourDigitYear(*inSeconds) || !hasFourDigitYear(local(*inSeconds))) {
         return std::to_string(time);
     }
-    const std::array<char, 19> shown = secondText(local(*inSeconds), ' ');
-    std::string text(shown.data(), shown.size());
-    putFraction(&text, time, nameOf(*unit_));
+    std::string text;
+    appendSecond(local(*inSeconds), ' ', &text);
+    appendFraction(time, *unit_, &text);
     return text;
 }
 
 std::string Times::localStart(std::int64_t time, std::int64_t step, std::size_t shown) const {
     const auto inSeconds = second(time);
-    if (!inSeconds.has_value() || !hasFourDigits(*inSeconds) || !hasFourDigits(local(*inSeconds))) {
+    if (!inSeconds.has_value() || !hasFourDigitYear(*inSeconds) || !hasFourDigitYear(local(*inSeconds))) {
         return std::to_string(time);
     }
-    return {secondText(floorDivide(local(*inSeconds), step) * step, ' ').data(), shown};
+    std::string text;
+    appendSecond(floorDivide(local(*inSeconds), step) * step, ' ', &text);
+    text.resize(shown);
+    return text;
 }
 
 std::string Times::minute(std::int64_t time) const {
@@ -306,12 +243,12 @@ std::string Times::day(std::int64_t time) const {
 
 // A second and what is behind it in the table's unit.
 std::int64_t Times::scaled(std::string_view text, std::int64_t second, std::int64_t nanoseconds) const {
-    const std::int64_t perSecond = nameOf(*unit_).perSecond;
+    const std::int64_t perSecond = timesPerSecond(*unit_);
     const std::int64_t nanosecondsEach = NANOSECONDS / perSecond;
     const std::int64_t behind = (nanoseconds + nanosecondsEach - 1) / nanosecondsEach;
     std::int64_t time = 0;
     if (__builtin_mul_overflow(second, perSecond, &time) || __builtin_add_overflow(time, behind, &time)) {
-        refuse(text, fmt::format("it does not fit into 64 bits of {}", nameOf(*unit_).plural));
+        refuse(text, fmt::format("it does not fit into 64 bits of {}", pluralOf(*unit_)));
     }
     return time;
 }
@@ -329,7 +266,7 @@ std::int64_t Times::back(std::string_view text, std::int64_t newest) const {
     std::int64_t distance = 0;
     std::int64_t time = 0;
     if (parsed.ec != std::errc() || __builtin_mul_overflow(count, length, &distance) ||
-        __builtin_mul_overflow(distance, nameOf(*unit_).perSecond, &distance) ||
+        __builtin_mul_overflow(distance, timesPerSecond(*unit_), &distance) ||
         __builtin_sub_overflow(newest, distance, &time)) {
         refuse(text, "it is too far back");
     }

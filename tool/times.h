@@ -1,4 +1,4 @@
-// Times as people write and read them. A table stores numbers whose unit nobody has told it.
+// Times as people write and read them, in the zone of their choice.
 #pragma once
 
 #include <cstdint>
@@ -8,6 +8,7 @@
 #include <string_view>
 #include <utility>
 
+#include "tabulo/times.h"
 #include "tool/console.h"
 
 namespace CLI {
@@ -15,13 +16,6 @@ class App;
 }  // namespace CLI
 
 namespace tabulo::tool {
-
-enum class TimeUnit { seconds, milliseconds, microseconds, nanoseconds };
-
-// "s", "ms", "us", "ns".
-std::string_view timeUnitName(TimeUnit unit) noexcept;
-// The unit in which a time lies between 1990 and 2100; none when no unit does (0, for example).
-std::optional<TimeUnit> guessTimeUnit(std::int64_t time) noexcept;
 
 // What the options --time-unit and --tz have said.
 struct TimeOptions {

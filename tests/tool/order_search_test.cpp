@@ -11,12 +11,12 @@
 #include <utility>
 #include <vector>
 
+#include "tabulo/fix.h"
 #include "tabulo/writer.h"
 #include "tests/support/captured_output.h"
 #include "tests/support/test_run.h"
 #include "tests/tool/recorded_session.h"
 #include "tests/tool/tool_test.h"
-#include "tool/fix_message.h"
 
 namespace tabulo::tool::test {
 

@@ -5,11 +5,11 @@
 #include <utility>
 #include <vector>
 
+#include "tabulo/fix.h"
 #include "tabulo/reader.h"
 #include "tabulo/writer.h"
 #include "tests/tool/recorded_session.h"
 #include "tests/tool/tool_test.h"
-#include "tool/fix_message.h"
 #include "tool/listing.h"
 
 namespace tabulo::tool::test {

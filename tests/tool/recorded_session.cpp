@@ -6,9 +6,9 @@
 #include <fstream>
 #include <stdexcept>
 
+#include "tabulo/fix.h"
 #include "tabulo/message.h"
 #include "tabulo/writer.h"
-#include "tool/fix_message.h"
 
 namespace tabulo::tool::test {
 

@@ -29,21 +29,6 @@ class TimesTest : public ::testing::Test {
     Console console;
 };
 
-TEST_F(TimesTest, AUnitIsGuessedFromTheYearsAround1990To2100) {
-    EXPECT_EQ(guessTimeUnit(1795203105), TimeUnit::seconds);
-    EXPECT_EQ(guessTimeUnit(1795203105673), TimeUnit::milliseconds);
-    EXPECT_EQ(guessTimeUnit(1795203105673000), TimeUnit::microseconds);
-    EXPECT_EQ(guessTimeUnit(1795203105673000000), TimeUnit::nanoseconds);
-    EXPECT_EQ(guessTimeUnit(631152000), TimeUnit::seconds);
-    EXPECT_EQ(guessTimeUnit(631151999), std::nullopt);
-    EXPECT_EQ(guessTimeUnit(4102444799), TimeUnit::seconds);
-    EXPECT_EQ(guessTimeUnit(4102444800), std::nullopt);
-    EXPECT_EQ(guessTimeUnit(0), std::nullopt);
-    EXPECT_EQ(guessTimeUnit(-1795203105), std::nullopt);
-    EXPECT_EQ(guessTimeUnit(std::numeric_limits<std::int64_t>::min()), std::nullopt);
-    EXPECT_EQ(guessTimeUnit(std::numeric_limits<std::int64_t>::max()), std::nullopt);
-}
-
 TEST_F(TimesTest, AGuessIsToldOnceAndAGivenUnitIsNot) {
     internal::test::CapturedOutput errors(stderr);
     const Times guessed({}, NEWEST, console);

@@ -6,7 +6,7 @@
 #include <iterator>
 #include <map>
 
-#include "tool/format/field_names.h"
+#include "tabulo/columns.h"
 #include "tool/format/pieces.h"
 #include "tool/format/printers.h"
 #include "tool/text_bytes.h"

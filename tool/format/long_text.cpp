@@ -6,7 +6,7 @@
 #include <memory>
 #include <optional>
 
-#include "tool/fix_dictionary.h"
+#include "tool/fix_dictionary_file.h"
 #include "tool/format/pieces.h"
 #include "tool/listing.h"
 
@@ -39,7 +39,7 @@ class LongText {
           hasColour_(options.colour),
           spill_(options.spill) {
         if (!options.dictionary.empty()) {
-            named_ = FixDictionary::read(options.dictionary);
+            named_ = readFixDictionary(options.dictionary);
         }
     }
 

@@ -8,7 +8,7 @@
 #include <iterator>
 #include <memory>
 
-#include "tool/format/field_names.h"
+#include "tabulo/columns.h"
 #include "tool/format/json_text.h"
 #include "tool/format/pieces.h"
 #include "tool/format/printers.h"

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "tool/fix_dictionary.h"
+#include "tool/fix_dictionary_file.h"
 #include "tool/order_report.h"
 #include "tool/order_search.h"
 #include "tool/tables.h"
@@ -50,7 +50,7 @@ void showOrder(Console& console, const OrderOptions& options) {
     }
     std::optional<FixDictionary> named;
     if (!options.dictionary.empty()) {
-        named = FixDictionary::read(options.dictionary);
+        named = readFixDictionary(options.dictionary);
     }
     const FixDictionary& dictionary = named ? *named : FixDictionary::builtIn();
     std::vector<Reader> readers = openTables(console, expandPaths(console, options.files));

@@ -1,5 +1,3 @@
-#include "tool/fix_message.h"
-
 #include <gtest/gtest.h>
 
 #include <random>
@@ -7,9 +5,10 @@
 #include <utility>
 #include <vector>
 
+#include "tabulo/fix.h"
 #include "tests/support/test_run.h"
 
-namespace tabulo::tool {
+namespace tabulo::test {
 
 namespace {
 
@@ -160,4 +159,4 @@ TEST(FixMessageTest, FieldsOfRandomBytesHoldAllOfThem) {
 
 }  // namespace
 
-}  // namespace tabulo::tool
+}  // namespace tabulo::test

@@ -3,7 +3,7 @@
 
 #include <string_view>
 
-namespace tabulo::tool {
+namespace tabulo::api {
 
 // Pairs "<tag> <name>", separated by blanks, by rising tag.
 extern const std::string_view FIX_TAG_NAMES;
@@ -12,4 +12,4 @@ extern const std::string_view FIX_MESSAGE_NAMES;
 // Lines "<tag> <value>=<name>;<value>=<name>...", by rising tag; a tag may have several lines.
 extern const std::string_view FIX_VALUE_NAMES;
 
-}  // namespace tabulo::tool
+}  // namespace tabulo::api

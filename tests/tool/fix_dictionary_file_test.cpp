@@ -1,13 +1,9 @@
-#include "tool/fix_dictionary.h"
+#include "tool/fix_dictionary_file.h"
 
 #include <algorithm>
-#include <set>
-#include <sstream>
 #include <string>
-#include <utility>
 
 #include "tests/tool/tool_test.h"
-#include "tool/fix_dictionary_text.h"
 #include "tool/status.h"
 
 namespace tabulo::tool::test {
@@ -39,10 +35,10 @@ constexpr std::string_view SMALL = R"(<?xml version="1.0" encoding="UTF-8"?>
 </fix>
 )";
 
-class FixDictionaryTest : public ToolTest {
+class FixDictionaryFileTest : public ToolTest {
   protected:
     FixDictionary read(std::string_view content) const {
-        return FixDictionary::read(makeFile("dictionary.xml", content));
+        return readFixDictionary(makeFile("dictionary.xml", content));
     }
     // Why a dictionary is refused, without the folder of its file.
     std::string refusal(std::string_view content) const {
@@ -57,63 +53,7 @@ class FixDictionaryTest : public ToolTest {
     }
 };
 
-TEST_F(FixDictionaryTest, TheBuiltInListNamesTagsValuesAndMessages) {
-    const FixDictionary& dictionary = FixDictionary::builtIn();
-    EXPECT_EQ(dictionary.tagName(11), "ClOrdID");
-    EXPECT_EQ(dictionary.tagName(1409), "SessionStatus");
-    EXPECT_EQ(dictionary.tagName(5001), "");
-    EXPECT_EQ(dictionary.tagName(0), "");
-    EXPECT_EQ(dictionary.messageName("D"), "NewOrderSingle");
-    EXPECT_EQ(dictionary.messageName("AE"), "TradeCaptureReport");
-    EXPECT_EQ(dictionary.messageName(""), "");
-    EXPECT_EQ(dictionary.valueName(39, "E"), "Pending replace");
-    EXPECT_EQ(dictionary.valueName(54, "?"), "");
-    EXPECT_EQ(dictionary.valueName(103, "99"), "Other");
-    EXPECT_EQ(dictionary.valueName(58, "1"), "");
-}
-
-TEST_F(FixDictionaryTest, OfSeveralValuesEachIsNamed) {
-    const FixDictionary& dictionary = FixDictionary::builtIn();
-    EXPECT_EQ(dictionary.valueName(18, "6 G"), "Participate, do not initiate; All or none");
-    EXPECT_EQ(dictionary.valueName(18, "? G  "), "All or none");
-    EXPECT_EQ(dictionary.valueName(18, "   "), "");
-}
-
-// Counts what is read from the list against the list itself.
-TEST_F(FixDictionaryTest, EveryLineOfTheBuiltInListIsRead) {
-    const FixDictionary& dictionary = FixDictionary::builtIn();
-    std::istringstream tags{std::string(FIX_TAG_NAMES)};
-    std::set<std::string> names;
-    std::int32_t last = 0;
-    std::int32_t tag = 0;
-    for (std::string name; tags >> tag >> name; last = tag) {
-        EXPECT_GT(tag, last) << name;
-        EXPECT_EQ(dictionary.tagName(tag), name);
-        EXPECT_TRUE(names.insert(name).second) << name << " stands there twice";
-    }
-    EXPECT_TRUE(tags.eof()) << "behind tag " << last;
-    EXPECT_GT(names.size(), 800U);
-    std::istringstream lines{std::string(FIX_VALUE_NAMES)};
-    std::set<std::pair<std::int32_t, std::string>> values;
-    for (std::string line; std::getline(lines, line);) {
-        if (line.empty()) {
-            continue;
-        }
-        std::istringstream words(line);
-        ASSERT_TRUE(words >> tag) << line;
-        EXPECT_NE(dictionary.tagName(tag), "") << line;
-        words.get();
-        for (std::string pair; std::getline(words, pair, ';');) {
-            const std::size_t equals = pair.find('=');
-            ASSERT_NE(equals, std::string::npos) << line;
-            EXPECT_EQ(dictionary.valueName(tag, pair.substr(0, equals)), pair.substr(equals + 1)) << line;
-            EXPECT_TRUE(values.emplace(tag, pair.substr(0, equals)).second) << pair << " of " << tag << " is a second";
-        }
-    }
-    EXPECT_GT(values.size(), 600U);
-}
-
-TEST_F(FixDictionaryTest, AFileNamesWhatItHasAndTheBuiltInListTheRest) {
+TEST_F(FixDictionaryFileTest, AFileNamesWhatItHasAndTheBuiltInListTheRest) {
     const FixDictionary dictionary = read(SMALL);
     EXPECT_EQ(dictionary.tagName(5001), "HouseFlags");
     EXPECT_EQ(dictionary.tagName(11), "ClOrdID");
@@ -128,7 +68,7 @@ TEST_F(FixDictionaryTest, AFileNamesWhatItHasAndTheBuiltInListTheRest) {
     EXPECT_EQ(dictionary.dataFields().dataTagOf(95), 96);
 }
 
-TEST_F(FixDictionaryTest, WhatIsNoXmlIsRefusedWithItsPlace) {
+TEST_F(FixDictionaryFileTest, WhatIsNoXmlIsRefusedWithItsPlace) {
     EXPECT_EQ(refusal(""), "dictionary.xml:1:1: No document element found");
     EXPECT_EQ(refusal("<fix>\n  <fields>\n   <field number='1'</fields></fix>"),
               "dictionary.xml:3:21: Error parsing start element tag");
@@ -136,7 +76,7 @@ TEST_F(FixDictionaryTest, WhatIsNoXmlIsRefusedWithItsPlace) {
     EXPECT_TRUE(refusal(std::string_view("\0\x01\xFF", 3)).starts_with("dictionary.xml:1:"));
 }
 
-TEST_F(FixDictionaryTest, WhatIsNoDictionaryIsRefusedWithItsPlace) {
+TEST_F(FixDictionaryFileTest, WhatIsNoDictionaryIsRefusedWithItsPlace) {
     EXPECT_EQ(refusal("<html><body/></html>"),
               "dictionary.xml:1:2: no FIX data dictionary: it begins with <html>, not with <fix>");
     EXPECT_EQ(refusal("<fix><fields/></fix>"),
@@ -157,24 +97,24 @@ TEST_F(FixDictionaryTest, WhatIsNoDictionaryIsRefusedWithItsPlace) {
         "dictionary.xml:2:12: a <message> without msgtype");
 }
 
-TEST_F(FixDictionaryTest, AFileThatCannotBeReadIsRefused) {
-    EXPECT_THROW((void)FixDictionary::read(file("missing.xml")), Failure);
+TEST_F(FixDictionaryFileTest, AFileThatCannotBeReadIsRefused) {
+    EXPECT_THROW((void)readFixDictionary(file("missing.xml")), Failure);
     try {
-        (void)FixDictionary::read(directory.path());
+        (void)readFixDictionary(directory.path());
         ADD_FAILURE() << "a folder was read";
     } catch (const Failure& failure) {
         EXPECT_NE(std::string(failure.what()).find("is a folder"), std::string::npos) << failure.what();
     }
     std::filesystem::resize_file(makeFile("huge.xml", "<fix>"), 65 * 1024 * 1024);
     try {
-        (void)FixDictionary::read(file("huge.xml"));
+        (void)readFixDictionary(file("huge.xml"));
         ADD_FAILURE() << "65 MiB were read";
     } catch (const Failure& failure) {
         EXPECT_NE(std::string(failure.what()).find("larger than 64 MiB"), std::string::npos) << failure.what();
     }
 }
 
-TEST_F(FixDictionaryTest, DeepNestingAndEntitiesDoNoHarm) {
+TEST_F(FixDictionaryFileTest, DeepNestingAndEntitiesDoNoHarm) {
     std::string deep = "<fix>";
     for (int n = 0; n < 200000; ++n) {
         deep += "<a>";

@@ -1,10 +1,9 @@
-#include "tool/fix_dictionary.h"
+#include <algorithm>
 
-#include <utility>
+#include "api/fix_dictionary_text.h"
+#include "tabulo/fix.h"
 
-#include "tool/fix_dictionary_text.h"
-
-namespace tabulo::tool {
+namespace tabulo {
 
 namespace {
 
@@ -32,25 +31,37 @@ void forEachPair(std::string_view text, const Use& use) {
 const FixDictionary& FixDictionary::builtIn() {
     static const FixDictionary BUILT_IN = [] {
         FixDictionary dictionary;
-        forEachPair(FIX_TAG_NAMES, [&](std::string_view tag, std::string_view name) {
-            dictionary.tags_[fixTag(tag).value()].name = name;
+        forEachPair(api::FIX_TAG_NAMES, [&](std::string_view tag, std::string_view name) {
+            dictionary.nameTag(fixTag(tag).value(), name);
         });
-        forEachPair(FIX_MESSAGE_NAMES,
-                    [&](std::string_view type, std::string_view name) { dictionary.messages_.emplace(type, name); });
-        for (std::string_view text = FIX_VALUE_NAMES; !text.empty();) {
+        forEachPair(api::FIX_MESSAGE_NAMES,
+                    [&](std::string_view type, std::string_view name) { dictionary.nameMessage(type, name); });
+        for (std::string_view text = api::FIX_VALUE_NAMES; !text.empty();) {
             std::string_view line = take(&text, "\n");
             if (line.empty()) {
                 continue;
             }
-            Tag& tag = dictionary.tags_[fixTag(take(&line, " ")).value()];
+            const std::int32_t tag = fixTag(take(&line, " ")).value();
             while (!line.empty()) {
                 const std::string_view value = take(&line, "=");
-                tag.values.emplace(value, take(&line, ";"));
+                dictionary.nameValue(tag, value, take(&line, ";"));
             }
         }
         return dictionary;
     }();
     return BUILT_IN;
+}
+
+void FixDictionary::nameTag(std::int32_t tag, std::string_view name) {
+    tags_[tag].name = name;
+}
+
+void FixDictionary::nameValue(std::int32_t tag, std::string_view value, std::string_view name) {
+    tags_[tag].values.emplace(value, name);
+}
+
+void FixDictionary::nameMessage(std::string_view type, std::string_view name) {
+    messages_.emplace(type, name);
 }
 
 const FixDictionary::Tag* FixDictionary::find(std::int32_t tag) const noexcept {
@@ -59,7 +70,8 @@ const FixDictionary::Tag* FixDictionary::find(std::int32_t tag) const noexcept {
 }
 
 std::string_view FixDictionary::tagName(std::int32_t tag) const noexcept {
-    if (const Tag* found = find(tag)) {
+    const Tag* found = find(tag);
+    if (found != nullptr && !found->name.empty()) {  // else only its values are named here
         return found->name;
     }
     return fallback_ == nullptr ? std::string_view() : fallback_->tagName(tag);
@@ -98,4 +110,4 @@ std::string FixDictionary::valueName(std::int32_t tag, std::string_view value) c
     return names;
 }
 
-}  // namespace tabulo::tool
+}  // namespace tabulo

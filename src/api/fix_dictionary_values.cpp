@@ -1,7 +1,7 @@
 // What the values of the common tags of FIX 4.2 to 5.0 are called.
-#include "tool/fix_dictionary_text.h"
+#include "api/fix_dictionary_text.h"
 
-namespace tabulo::tool {
+namespace tabulo::api {
 
 // A tag a line, its values behind it. Where versions differ the newest name stands.
 const std::string_view FIX_VALUE_NAMES = R"(
@@ -171,4 +171,4 @@ const std::string_view FIX_VALUE_NAMES = R"(
 1409 5=Invalid user or password;6=Account locked;7=Logons not allowed now;8=Password expired
 )";
 
-}  // namespace tabulo::tool
+}  // namespace tabulo::api

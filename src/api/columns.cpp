@@ -1,13 +1,9 @@
-#include "tool/format/field_names.h"
-
-#include <fmt/format.h>
+#include "tabulo/columns.h"
 
 #include <algorithm>
 #include <array>
 
-#include "tool/text_bytes.h"
-
-namespace tabulo::tool {
+namespace tabulo {
 
 namespace {
 
@@ -23,7 +19,7 @@ void addName(const std::string& name, const std::string& placeName, std::vector<
     }
     std::string unique = base;
     for (int number = 2; std::find(names->begin(), names->end(), unique) != names->end(); ++number) {
-        unique = fmt::format("{}#{}", base, number);
+        unique = base + "#" + std::to_string(number);
     }
     names->push_back(std::move(unique));
 }
@@ -41,12 +37,12 @@ std::span<const std::string_view> trailingColumns() noexcept {
 std::vector<std::string> fieldNames(const Layout& layout) {
     std::vector<std::string> names;
     for (std::size_t i = 0; i < layout.texts.size(); ++i) {
-        addName(layout.texts[i], fmt::format("field{}", i), &names);
+        addName(layout.texts[i], "field" + std::to_string(i), &names);
     }
     for (std::size_t i = 0; i < layout.numbers.size(); ++i) {
-        addName(layout.numbers[i], fmt::format("field{}", layout.texts.size() + i), &names);
+        addName(layout.numbers[i], "field" + std::to_string(layout.texts.size() + i), &names);
     }
     return names;
 }
 
-}  // namespace tabulo::tool
+}  // namespace tabulo

@@ -1,7 +1,7 @@
 // The common tags of FIX 4.2 to 5.0 with their names, and the names of the types of messages.
-#include "tool/fix_dictionary_text.h"
+#include "api/fix_dictionary_text.h"
 
-namespace tabulo::tool {
+namespace tabulo::api {
 
 // Names without blanks, each behind its tag. Where versions differ the newest name stands.
 const std::string_view FIX_TAG_NAMES = R"(
@@ -188,4 +188,4 @@ BX ApplicationMessageRequestAck BY ApplicationMessageReport BZ OrderMassActionRe
 CB UserNotification
 )";
 
-}  // namespace tabulo::tool
+}  // namespace tabulo::api

@@ -1,10 +1,10 @@
-#include "tool/fix_message.h"
+#include "tabulo/fix.h"
 
 #include <algorithm>
 #include <charconv>
 #include <limits>
 
-namespace tabulo::tool {
+namespace tabulo {
 
 namespace {
 
@@ -120,4 +120,4 @@ std::optional<std::string_view> fixValue(std::string_view wire, std::int32_t tag
     return std::nullopt;
 }
 
-}  // namespace tabulo::tool
+}  // namespace tabulo
