@@ -11,7 +11,7 @@ namespace tabulo::sqlite {
 namespace {
 
 // An SQL identifier, quoted.
-std::string quoted(std::string_view name) {
+std::string identifier(const std::string& name) {
     std::string text = "\"";
     for (const char character : name) {
         text.append(character == '"' ? 2 : 1, character);
@@ -135,7 +135,7 @@ std::vector<Column> columnsOf(const Layout* layout) {
 std::string declarationOf(const std::vector<Column>& columns) {
     std::string text;
     for (const Column& column : columns) {
-        text += (text.empty() ? "CREATE TABLE x(" : ", ") + quoted(column.name);
+        text += (text.empty() ? "CREATE TABLE x(" : ", ") + identifier(column.name);
         text += typeOf(column.kind);
         text += isHidden(column.kind) ? " HIDDEN" : "";
     }

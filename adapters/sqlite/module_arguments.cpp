@@ -34,7 +34,8 @@ std::string unquoted(std::string_view text) {
     std::string value;
     for (std::size_t i = 1; i + 1 < text.size(); ++i) {
         value += text[i];
-        i += text[i] == quote && text[i + 1] == quote && i + 2 < text.size() ? 1 : 0;
+        const bool isDoubled = text[i] == quote && text[i + 1] == quote && i + 2 < text.size();
+        i += isDoubled ? 1U : 0U;
     }
     return value;
 }

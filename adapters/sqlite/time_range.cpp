@@ -10,11 +10,6 @@ namespace {
 constexpr std::int64_t YEAR_0 = -62'167'219'200;      // in seconds since 1970
 constexpr std::int64_t YEAR_10000 = 253'402'300'800;  // likewise
 
-std::int64_t perSecond(TimeUnit unit) {
-    constexpr std::int64_t PER_SECOND[] = {1, 1000, 1'000'000, 1'000'000'000};
-    return PER_SECOND[static_cast<int>(unit)];
-}
-
 // The first time for which a condition holds that holds for all behind it, too.
 template <typename Holds>
 std::int64_t firstTime(TimeUnit unit, const Holds& holds) {
@@ -41,7 +36,7 @@ std::int64_t firstTime(TimeUnit unit, const Holds& holds) {
 
 IsoTimes isoTimes(TimeUnit unit) noexcept {
     constexpr std::int64_t most = std::numeric_limits<std::int64_t>::max();
-    const std::int64_t scale = perSecond(unit);
+    const std::int64_t scale = timesPerSecond(unit);
     const bool isAll = most / scale < YEAR_10000;
     return isAll ? IsoTimes{std::numeric_limits<std::int64_t>::min(), most}
                  : IsoTimes{YEAR_0 * scale, YEAR_10000 * scale - 1};
