@@ -114,7 +114,10 @@ std::vector<Column> columnsOf(const Layout* layout) {
         columns.push_back({kind, 0, name});
     }
     if (layout == nullptr) {
-        columns.push_back({ColumnKind::files, 0, "files"});
+        // The first hidden column is the first argument.
+        const auto file =
+            std::find_if(columns.begin(), columns.end(), [](const Column& c) { return c.kind == ColumnKind::file; });
+        columns.insert(file, {ColumnKind::files, 0, "files"});
         return columns;
     }
     // Names are given with regard to all others, whatever the order in which the columns come.
