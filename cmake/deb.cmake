@@ -10,7 +10,8 @@ gives them back after a restart, answers queries while the engine goes on
 writing, and lets others follow what is stored.
 .
 This package holds the command tabulo, which shows, verifies and rescues
-tables; the library for programs in C++20; and the jar for programs in Java,
+tables; the library for programs in C++20; an extension that shows tables in
+SQLite (.load tabulo_sqlite); and the jar for programs in Java,
 which brings its native library along.")
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
 set(CPACK_STRIP_FILES ON)

@@ -1,5 +1,5 @@
 # What cmake --install puts where, and the Debian package of the same: the library for C++ with what finds it, the command with
-# its page and completions, the jar. Parts that are not built are left out.
+# its page and completions, the SQLite extension, the jar. Parts that are not built are left out.
 include(GNUInstallDirs)
 include(CMakePackageConfigHelpers)
 
@@ -30,6 +30,11 @@ if(TARGET tabulo_command)
         DESTINATION ${shares}/fish/vendor_completions.d RENAME tabulo.fish)
 endif()
 
+# Where SQLite finds it by its name alone: ".load tabulo_sqlite".
+if(TARGET tabulo_sqlite)
+    install(TARGETS tabulo_sqlite LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
+endif()
+
 if(TARGET tabulo_packaged_jar)
     install(FILES ${TABULO_PACKAGED_JAR} DESTINATION ${CMAKE_INSTALL_DATADIR}/java)
     install(CODE "
@@ -39,7 +44,7 @@ endif()
 
 # All of that without the tests, for who builds it to install or to pack it.
 add_custom_target(tabulo_installed DEPENDS tabulo_api)
-foreach(part tabulo_manual tabulo_packaged_jar)
+foreach(part tabulo_manual tabulo_sqlite tabulo_packaged_jar)
     if(TARGET ${part})
         add_dependencies(tabulo_installed ${part})
     endif()
