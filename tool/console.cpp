@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>
@@ -20,13 +21,14 @@ constexpr std::size_t LARGEST_GATHERED = std::size_t{64} * 1024;
 constexpr std::chrono::seconds QUIET_TIME(1);
 constexpr std::chrono::milliseconds REDRAW_TIME(200);
 
-volatile std::sig_atomic_t interrupted = 0;
+std::atomic<int> interrupted = 0;  // the signal
+static_assert(std::atomic<int>::is_always_lock_free, "a signal handler sets it");
 
-void onInterrupt(int) {
+void onInterrupt(int signal) {
     if (interrupted != 0) {
         _exit(interruptedStatus);  // asked twice: whatever it is waiting for
     }
-    interrupted = 1;
+    interrupted = signal;
 }
 
 // Writes all of it. The system's error number, or 0.
@@ -144,6 +146,19 @@ void Console::checkInterrupt() {
     if (interrupted != 0) {
         throw Interrupted();
     }
+}
+
+bool Console::isInterrupted() noexcept {
+    return interrupted != 0;
+}
+
+bool Console::takeInterrupt() {
+    if (interrupted == SIGTERM) {
+        throw Interrupted();
+    }
+    const bool isTaken = interrupted != 0;
+    interrupted = 0;
+    return isTaken;
 }
 
 Work Console::watched(std::string what) {

@@ -46,6 +46,11 @@ class Console {
 
     // Throws Interrupted when the user has interrupted. Loops that can be long call it.
     static void checkInterrupt();
+    // Whether the user has, for other threads.
+    static bool isInterrupted() noexcept;
+    // For those who go on after Ctrl-C: whether it was pressed, which is then forgotten. Interrupted when the command
+    // was asked to end by SIGTERM.
+    static bool takeInterrupt();
 
     // Work that ends when the user interrupts, and tells how far it has come (bytes, rate, time left) on a terminal
     // when it takes longer than a second. The Console must outlive it.

@@ -29,6 +29,7 @@ extern const Verb catVerb;
 extern const Verb tailVerb;
 extern const Verb orderVerb;
 extern const Verb statsVerb;
+extern const Verb sqlVerb;
 extern const Verb blocksVerb;
 extern const Verb sessionVerb;
 extern const Verb indexVerb;

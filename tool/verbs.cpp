@@ -5,9 +5,9 @@
 namespace tabulo::tool {
 
 std::span<const Verb* const> verbs() noexcept {
-    static constexpr std::array ALL = {&listVerb,   &infoVerb,    &catVerb,   &tailVerb,      &orderVerb,   &statsVerb,
-                                       &blocksVerb, &sessionVerb, &indexVerb, &verifyVerb,    &recoverVerb, &backupVerb,
-                                       &splitVerb,  &exportVerb,  &helpVerb,  &completionVerb};
+    static constexpr std::array ALL = {&listVerb,   &infoVerb,   &catVerb,     &tailVerb,  &orderVerb,     &statsVerb,
+                                       &sqlVerb,    &blocksVerb, &sessionVerb, &indexVerb, &verifyVerb,    &recoverVerb,
+                                       &backupVerb, &splitVerb,  &exportVerb,  &helpVerb,  &completionVerb};
     return ALL;
 }
 

@@ -2,11 +2,11 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <array>
 #include <iterator>
 #include <map>
 
 #include "tabulo/columns.h"
+#include "tool/format/csv_value.h"
 #include "tool/format/pieces.h"
 #include "tool/format/printers.h"
 #include "tool/text_bytes.h"
@@ -14,42 +14,6 @@
 namespace tabulo::tool {
 
 namespace {
-
-// The characters for which a value is quoted.
-constexpr auto SPECIAL = [] {
-    std::array<bool, 256> special{};
-    for (const char character : {',', '"', '\r', '\n'}) {
-        special[static_cast<unsigned char>(character)] = true;
-    }
-    return special;
-}();
-
-bool isPlain(std::string_view text) {
-    bool isSpecial = text.empty();
-    for (const char character : text) {
-        isSpecial |= SPECIAL[static_cast<unsigned char>(character)];
-    }
-    return !isSpecial;
-}
-
-// A text with its quotes doubled.
-void appendDoubled(std::string_view text, std::string* out) {
-    for (std::size_t quote = text.find('"'); quote != std::string_view::npos; quote = text.find('"')) {
-        out->append(text.substr(0, quote + 1)).push_back('"');
-        text.remove_prefix(quote + 1);
-    }
-    out->append(text);
-}
-
-// A value, quoted where it must be. The empty text is quoted too: nothing between commas is an absent one.
-void appendQuoted(std::string_view text, std::string* out, const Spill& spill = {}) {
-    const std::string_view quote = isPlain(text) ? "" : "\"";
-    out->append(quote);
-    appendPieces(text, out, spill, [&](std::string_view piece) {
-        quote.empty() ? static_cast<void>(out->append(piece)) : appendDoubled(piece, out);
-    });
-    out->append(quote);
-}
 
 // The names of the fields of all layouts, in the order in which they come.
 std::vector<std::string> fieldColumns(const std::vector<const Layout*>& layouts) {
@@ -99,7 +63,7 @@ class CsvPrinter {
   private:
     void addText(const Text& text, std::string* out) {
         if (text.has_value()) {
-            appendQuoted(*text, out, spill_);
+            appendCsvValue(*text, out, spill_);
         }
         out->push_back(',');
     }
@@ -134,7 +98,7 @@ class CsvPrinter {
         for (std::size_t i = 0; i < 2; ++i) {
             isText[i] = texts[i].has_value() && isUtf8(*texts[i]);
             if (isText[i]) {
-                appendQuoted(*texts[i], out, spill_);
+                appendCsvValue(*texts[i], out, spill_);
             }
             out->push_back(',');
         }
@@ -185,7 +149,7 @@ std::string csvHead(const PrinterOptions& options) {
     }
     for (const std::string& field : fieldColumns(options.layouts)) {
         const bool isTaken = contains(leadingColumns(), field) || contains(trailingColumns(), field);
-        appendQuoted((isTaken ? "fields." : "") + field, &head);
+        appendCsvValue((isTaken ? "fields." : "") + field, &head);
         head.push_back(',');
     }
     for (const std::string_view column : trailingColumns()) {

@@ -1,0 +1,243 @@
+#include "tool/sql_session.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <chrono>
+#include <condition_variable>
+#include <mutex>
+#include <new>
+#include <stop_token>
+#include <thread>
+
+#include "adapters/sqlite/extension.h"
+#include "tool/listing.h"
+#include "tool/sql_output.h"
+#include "tool/sql_words.h"
+#include "tool/table_cells.h"
+#include "tool/text_bytes.h"
+
+namespace tabulo::tool {
+
+namespace {
+
+constexpr std::chrono::milliseconds INTERRUPT_TIME(10);
+constexpr std::size_t SHOWN_OF_STATEMENT = 40;
+
+struct StatementCloser {
+    void operator()(sqlite3_stmt* statement) const noexcept { sqlite3_finalize(statement); }
+};
+using Statement = std::unique_ptr<sqlite3_stmt, StatementCloser>;
+
+// Interrupts what a connection does when the user asks for it.
+class InterruptWatch {
+  public:
+    explicit InterruptWatch(sqlite3* connection)
+        : thread_([this, connection](const std::stop_token& stop) { watch(connection, stop); }) {}
+
+  private:
+    void watch(sqlite3* connection, const std::stop_token& stop) {
+        std::unique_lock lock(mutex_);
+        while (!stop.stop_requested()) {
+            if (Console::isInterrupted()) {
+                sqlite3_interrupt(connection);  // again and again: it is forgotten when no statement runs
+            }
+            wake_.wait_for(lock, stop, INTERRUPT_TIME, [] { return false; });
+        }
+    }
+
+    std::mutex mutex_;
+    std::condition_variable_any wake_;
+    std::jthread thread_;  // the last one: it ends before what it uses
+};
+
+std::string lowered(std::string text) {
+    std::transform(text.begin(), text.end(), text.begin(), [](char letter) {
+        return letter >= 'A' && letter <= 'Z' ? static_cast<char>(letter + 32) : letter;
+    });
+    return text;
+}
+
+std::string pathArgument(const std::filesystem::path& path) {
+    return sqlQuoted(path.string(), '\'');
+}
+
+std::string unitArgument(const std::string& timeUnit) {
+    return timeUnit.empty() ? "" : fmt::format(", time_unit='{}'", timeUnit);
+}
+
+}  // namespace
+
+SqlSession::SqlSession(Console& console) : console_(console) {
+    sqlite3* opened = nullptr;
+    constexpr int FLAGS = SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_MEMORY | SQLITE_OPEN_NOMUTEX;
+    const int code = sqlite3_open_v2(":memory:", &opened, FLAGS, nullptr);
+    connection_.reset(opened);
+    if (opened == nullptr) {
+        throw std::bad_alloc();
+    }
+    char* message = nullptr;
+    if (code != SQLITE_OK || sqlite::addTo(opened, &message) != SQLITE_OK) {
+        const std::string why = message != nullptr ? message : sqlite3_errmsg(opened);
+        sqlite3_free(message);
+        throw Failure(fmt::format("SQLite cannot be used: {}", shownText(why)));
+    }
+    sqlite3_set_authorizer(opened, authorize, this);
+}
+
+int SqlSession::authorize(void* session, int action, const char*, const char*, const char*, const char*) {
+    if (action != SQLITE_ATTACH) {
+        return SQLITE_OK;
+    }
+    static_cast<SqlSession*>(session)->isRefused_ = true;
+    return SQLITE_DENY;
+}
+
+void SqlSession::addTables(const std::vector<std::string>& arguments, const std::string& timeUnit) {
+    std::vector<TableInfo> messages;
+    for (const NamedFile& file : expandPaths(console_, arguments)) {
+        Console::checkInterrupt();
+        try {
+            TableInfo info = inspect(file.path);
+            addTable(file, info, timeUnit);
+            if (info.kind == TableKind::messages) {
+                messages.push_back(std::move(info));
+            }
+        } catch (const Error&) {
+            skipOrThrow(console_, file);
+        }
+    }
+    if (taken_.empty() && !arguments.empty()) {
+        throw Failure("there is no table to read");
+    }
+    addMessages(messages, timeUnit);
+}
+
+void SqlSession::addTable(const NamedFile& file, const TableInfo& info, const std::string& timeUnit) {
+    const bool hasMessages = info.kind == TableKind::messages;
+    const std::string name = nameFor(info);
+    const bool isMade = create(fmt::format("CREATE VIRTUAL TABLE {} USING {}({}{})", sqlQuoted(name, '"'),
+                                           hasMessages ? "tabulo" : "tabulo_session", pathArgument(file.path),
+                                           hasMessages ? unitArgument(timeUnit) : ""));
+    if (!isMade) {
+        const std::string why = shownText(sqlite3_errmsg(connection_.get()));
+        if (!file.fromFolder) {
+            throw Failure(why);
+        }
+        console_.warn(fmt::format("{} is left out: {}", shownPath(file.path), why));
+        return;
+    }
+    taken_.insert(lowered(name));
+    if (name != info.name) {
+        console_.say(fmt::format("{} is the table {}", shownPath(file.path), name));
+    }
+}
+
+// All message tables as one, where they can be.
+void SqlSession::addMessages(const std::vector<TableInfo>& tables, const std::string& timeUnit) {
+    const auto isOther = [&tables](const TableInfo& info) {
+        return info.layout.texts != tables[0].layout.texts || info.layout.numbers != tables[0].layout.numbers;
+    };
+    const std::string name = "messages";
+    if (tables.size() < 2 || taken_.contains(name) || std::any_of(tables.begin(), tables.end(), isOther)) {
+        return;
+    }
+    std::string paths;
+    for (const TableInfo& info : tables) {
+        paths += (paths.empty() ? "" : ", ") + pathArgument(info.path);
+    }
+    if (create(fmt::format("CREATE VIRTUAL TABLE {} USING tabulo({}{})", name, paths, unitArgument(timeUnit)))) {
+        taken_.insert(name);
+    } else {
+        console_.say(fmt::format("there is no table {}: {}", name, shownText(sqlite3_errmsg(connection_.get()))));
+    }
+}
+
+// The name of a table for a file: free, and none that SQLite keeps for itself.
+std::string SqlSession::nameFor(const TableInfo& info) {
+    std::string name = isUtf8(info.name) ? info.name : shownText(info.name);
+    if (lowered(name).starts_with("sqlite_")) {
+        name.insert(0, "_");
+    }
+    std::string unique = name;
+    for (int n = 2; taken_.contains(lowered(unique)); ++n) {
+        unique = fmt::format("{}_{}", name, n);
+    }
+    return unique;
+}
+
+bool SqlSession::create(const std::string& statement) {
+    return sqlite3_exec(connection_.get(), statement.c_str(), nullptr, nullptr, nullptr) == SQLITE_OK;
+}
+
+void SqlSession::run(const std::string& text, SqlFormat format) {
+    const InterruptWatch watch(connection_.get());
+    const char* next = text.c_str();
+    while (*next != '\0') {
+        Console::checkInterrupt();
+        isRefused_ = false;
+        const char* const begin = next;
+        sqlite3_stmt* prepared = nullptr;
+        const int code = sqlite3_prepare_v2(connection_.get(), next, -1, &prepared, &next);
+        const Statement statement(prepared);
+        if (code != SQLITE_OK) {
+            fail(code, begin);
+        }
+        if (statement != nullptr) {  // else there was but a comment
+            runStatement(statement.get(), format);
+        }
+    }
+    Console::checkInterrupt();
+}
+
+void SqlSession::runStatement(sqlite3_stmt* statement, SqlFormat format) {
+    SqlOutput output(console_, format, statement);
+    int code = SQLITE_ROW;
+    while ((code = sqlite3_step(statement)) == SQLITE_ROW) {
+        output.add();
+    }
+    output.end();
+    if (code != SQLITE_DONE) {
+        fail(code, {});
+    }
+}
+
+void SqlSession::fail(int code, std::string_view statement) const {
+    console_.flush();
+    if (code == SQLITE_INTERRUPT) {
+        Console::checkInterrupt();
+    }
+    if (code == SQLITE_NOMEM) {
+        throw std::bad_alloc();
+    }
+    if (isRefused_) {
+        throw Failure(
+            "ATTACH and VACUUM are refused, because they can write files and this verb never does; copy rows out with "
+            "-o csv or -o ndjson, or load the extension tabulo_sqlite into sqlite3 to use tables beside a database");
+    }
+    std::string why = shownText(sqlite3_errmsg(connection_.get()));
+    const int offset = statement.empty() ? -1 : sqlite3_error_offset(connection_.get());
+    if (offset >= 0 && static_cast<std::size_t>(offset) < statement.size()) {
+        const std::string place = shownText(statement.substr(static_cast<std::size_t>(offset)));
+        why += fmt::format(", at: {}", cutText(place, SHOWN_OF_STATEMENT));
+    }
+    throw Failure(why);
+}
+
+std::vector<std::string> SqlSession::texts(const std::string& query) const {
+    std::vector<std::string> texts;
+    sqlite3_stmt* prepared = nullptr;
+    if (sqlite3_prepare_v2(connection_.get(), query.c_str(), -1, &prepared, nullptr) != SQLITE_OK) {
+        return texts;
+    }
+    const Statement statement(prepared);
+    while (sqlite3_step(prepared) == SQLITE_ROW) {
+        const auto* text = reinterpret_cast<const char*>(sqlite3_column_text(prepared, 0));
+        if (text != nullptr) {
+            texts.emplace_back(text);
+        }
+    }
+    return texts;
+}
+
+}  // namespace tabulo::tool
