@@ -185,6 +185,7 @@ void SqlSession::run(const std::string& text, SqlFormat format) {
         }
         if (statement != nullptr) {  // else there was but a comment
             runStatement(statement.get(), format);
+            console_.flush();
         }
     }
     Console::checkInterrupt();
