@@ -82,6 +82,7 @@ SqlSession::SqlSession(Console& console) : console_(console) {
         sqlite3_free(message);
         throw Failure(fmt::format("SQLite cannot be used: {}", shownText(why)));
     }
+    sqlite3_db_config(opened, SQLITE_DBCONFIG_DQS_DML, 0, nullptr);  // a misspelled "name" is an error, and no text
     sqlite3_set_authorizer(opened, authorize, this);
 }
 

@@ -21,6 +21,7 @@ const std::vector<std::string> SECTIONS = {"Looking at tables",
                                            "Messages",
                                            "Checking, rescuing and copying tables",
                                            "Side indexes",
+                                           "SQL",
                                            "Orders",
                                            "Help",
                                            "The long form, and dictionaries"};
@@ -114,6 +115,15 @@ TEST_F(DocumentExamplesTest, SideIndexes) {
     makeSession("data/session");
     makeRecorded(file("client-day1"), "client-day1", orderIdsLayout());
     expectExamples("Side indexes", true);
+}
+
+TEST_F(DocumentExamplesTest, Sql) {
+#ifndef TABULO_HAS_SQLITE
+    GTEST_SKIP() << "built without SQLite";
+#endif
+    makeOrders("orders", 23);
+    makeSession("session");
+    expectExamples("SQL");
 }
 
 TEST_F(DocumentExamplesTest, Orders) {

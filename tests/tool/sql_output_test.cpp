@@ -30,7 +30,7 @@ TEST(SqlOutputTest, EyesSeeNullsAsDashesAndNumbersAtTheRight) {
 
 TEST(SqlOutputTest, EyesSeeWhatIsNotPrintableEscaped) {
     EXPECT_EQ(printed("SELECT char(27) || '[2J' AS t, x'383D463901FF' AS b, 1 AS \"\", 2 AS \"a\nb\"", SqlFormat::text),
-              "t         b              a\\x0Ab\n"
+              "t        b             a\\x0Ab\n"
               "\\x1B[2J  8=F9|\\xFF  1       2\n");
 }
 

@@ -45,8 +45,8 @@ TEST_F(SqlVerbTest, AStatementIsAnsweredInEachFormat) {
         "SELECT type, count(*) AS messages, max(Price) AS top FROM orders GROUP BY type ORDER BY type";
     EXPECT_EQ(run({"sql", statement, "orders"}).output,
               "type  messages     top\n"
-              "0            2  102.50\n"
-              "8            9  105.50\n"
+              "0            2   102.5\n"
+              "8            9   105.5\n"
               "D           12  105.75\n");
     EXPECT_EQ(run({"sql", "-o", "csv", statement, "orders"}).output,
               "type,messages,top\r\n0,2,102.5\r\n8,9,105.5\r\nD,12,105.75\r\n");
@@ -135,6 +135,9 @@ TEST_F(SqlVerbTest, ErrorsAreSqlitesWordsWithThePlace) {
     EXPECT_EQ(unknown.status, 1);
     EXPECT_EQ(unknown.output, "");
     EXPECT_EQ(unknown.errors, "tabulo: no such column: Symbl, at: Symbl FROM orders WHERE uid = 1\n");
+    const ProgramResult quoted = run({"sql", "SELECT uid FROM orders WHERE \"Symbl\" = 'ACME'", "orders"});
+    EXPECT_EQ(quoted.status, 1) << "a misspelled name in quotes is no text";
+    EXPECT_NE(quoted.errors.find("no such column: Symbl"), std::string::npos) << quoted.errors;
     const ProgramResult second = run({"sql", "-o", "csv", "SELECT 1 AS a; SELEKT 2", "orders"});
     EXPECT_EQ(second.status, 1);
     EXPECT_EQ(second.output, "a\r\n1\r\n");
