@@ -59,7 +59,7 @@ const std::vector<Layout>& twinLayouts() {
         {.texts = {"Symbol", "ClOrdID"}, .numbers = {"Price", "OrderQty"}},
         {.texts = {"ClOrdID", "OrderID", "Symbol"}, .numbers = {"OrderQty"}, .summarisedTexts = 3},
         {.texts = {"Symbol"}, .numbers = {"Price"}, .summarisedTexts = 0},
-        {.texts = {"Symbol", "ClOrdID"}, .numbers = {"Price"}, .summarisedTexts = 1, .builtInTexts = 3},
+        {.texts = {"Symbol", "ClOrdID"}, .numbers = {"Price"}, .summarisedTexts = 1},
     };
     return layouts;
 }
