@@ -169,6 +169,8 @@ TwinTables::TwinTables(Connection& connection, Random& random, const std::filesy
             column.name == "rowid" ? "" : (declaration.empty() ? "" : ", ") + column.name + declaredType(column.type);
     }
     connection.must("CREATE TABLE kept" + std::to_string(number) + "(" + declaration + ")");
+    // The indexes that SQLite makes for a join have filters that take texts equal by RTRIM for different.
+    connection.must("PRAGMA automatic_index = OFF");
     store(random, random.between(8, 70));
     const bool isGlob = random.percent(40);
     connection.must("CREATE VIRTUAL TABLE " + name + " USING tabulo(" +
