@@ -88,7 +88,10 @@ void IntegerDemand::keep(std::set<std::int64_t> wanted) {
 
 Demand::Demand(sqlite3* database, const Plan& plan, const std::vector<Column>& columns, sqlite3_value** arguments)
     : columns_(columns), database_(database) {
-    for (const Term& term : plan.terms) {
+    for (Term term : plan.terms) {
+        if (term.isIdentity && sqlite3_value_type(arguments[term.argument]) == SQLITE_NULL) {
+            term.comparison = Comparison::isNull;
+        }
         take(term, arguments[term.argument]);
     }
 }

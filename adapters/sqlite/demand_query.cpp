@@ -175,10 +175,18 @@ bool askClass(const TextDemand& demand, Query* query) {
             classes.push_back(*named);
         }
     }
-    if (!classes.empty()) {
-        query->classes(classes);
+    if (classes.empty()) {
+        return false;
     }
-    return !classes.empty();
+    try {
+        query->classes(classes);
+    } catch (const Error& error) {
+        if (error.code() != Code::wrongParameter) {
+            throw;
+        }
+        return false;  // none of the ids that are asked for is of these classes
+    }
+    return true;
 }
 
 bool askType(const TextDemand& demand, Query* query) {

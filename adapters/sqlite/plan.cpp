@@ -106,7 +106,7 @@ std::optional<Term> termOf(sqlite3_index_info* info, int number, const std::vect
     }
     // The values of an IN one after another for a rowid, all at once for the others.
     const bool isList = constraint.iColumn != ROWID && sqlite3_vtab_in(info, number, 1) != 0;
-    return Term{constraint.iColumn, *comparison, isList, isLiteral, 0};
+    return Term{constraint.iColumn, *comparison, isList, isLiteral, 0, constraint.op == SQLITE_INDEX_CONSTRAINT_IS};
 }
 
 // The part of the messages that a term leaves, as a guess.

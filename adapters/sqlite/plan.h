@@ -20,9 +20,10 @@ enum class Comparison { equal, isNull, below, atMost, above, atLeast };
 struct Term {
     int column = ROWID;
     Comparison comparison = Comparison::equal;
-    bool isList = false;     // of an IN
-    bool isLiteral = false;  // its value stands in the statement, and is not converted to suit another column
-    int argument = 0;        // among those that SQLite hands over
+    bool isList = false;      // of an IN
+    bool isLiteral = false;   // its value stands in the statement, and is not converted to suit another column
+    int argument = 0;         // among those that SQLite hands over
+    bool isIdentity = false;  // of an IS: NULL is NULL
 
     bool operator==(const Term&) const noexcept = default;
 };
