@@ -134,13 +134,13 @@ void SqlSession::addTable(const NamedFile& file, const TableInfo& info, const st
     }
 }
 
-// All message tables as one, where they can be.
+// All message tables as one, where they can be; a single one by a name that is always there.
 void SqlSession::addMessages(const std::vector<TableInfo>& tables, const std::string& timeUnit) {
     const auto isOther = [&tables](const TableInfo& info) {
         return info.layout.texts != tables[0].layout.texts || info.layout.numbers != tables[0].layout.numbers;
     };
     const std::string name = "messages";
-    if (tables.size() < 2 || taken_.contains(name) || std::any_of(tables.begin(), tables.end(), isOther)) {
+    if (tables.empty() || taken_.contains(name) || std::any_of(tables.begin(), tables.end(), isOther)) {
         return;
     }
     std::string paths;
