@@ -65,8 +65,8 @@ TEST_F(SqlFunctions, ATextOfAMessageHasBars) {
 
 TEST_F(SqlFunctions, NamesAreThoseOfTheDictionary) {
     EXPECT_EQ(valueOf("SELECT fix_name(54)"), "'Side'");
-    EXPECT_EQ(valueOf("SELECT fix_name(54, '1')"), "'BUY'");
-    EXPECT_EQ(valueOf("SELECT fix_name(54, 1)"), "'BUY'");
+    EXPECT_EQ(valueOf("SELECT fix_name(54, '1')"), "'Buy'");
+    EXPECT_EQ(valueOf("SELECT fix_name(54, 1)"), "'Buy'");
     EXPECT_EQ(valueOf("SELECT fix_name(54, 'no such')"), "NULL");
     EXPECT_EQ(valueOf("SELECT fix_name(987654)"), "NULL");
     EXPECT_EQ(valueOf("SELECT fix_name(NULL)"), "NULL");
