@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <span>
 #include <string_view>
 
 #include "tabulo/columns.h"
@@ -19,13 +20,15 @@ std::string identifier(const std::string& name) {
     return text + "\"";
 }
 
-bool isTaken(const std::vector<Column>& columns, const std::string& name) {
+bool isTaken(std::span<const Column> columns, const std::string& name) {
     return std::any_of(columns.begin(), columns.end(),
                        [&](const Column& column) { return sqlite3_stricmp(column.name.c_str(), name.c_str()) == 0; });
 }
 
-void addField(ColumnKind kind, std::size_t field, const std::string& name, std::vector<Column>* columns) {
-    const std::string base = isTaken(*columns, name) ? "fields." + name : name;
+// `common`: how many columns, in front, are of no field.
+void addField(ColumnKind kind, std::size_t field, const std::string& name, std::size_t common,
+              std::vector<Column>* columns) {
+    const std::string base = isTaken(std::span(*columns).first(common), name) ? "fields." + name : name;
     std::string unique = base;
     for (int number = 2; isTaken(*columns, unique); ++number) {
         unique = base + "#" + std::to_string(number);
@@ -124,14 +127,14 @@ std::vector<Column> columnsOf(const Layout* layout) {
     const auto wire =
         std::find_if(columns.begin(), columns.end(), [](const Column& c) { return c.kind == ColumnKind::wire; });
     const std::ptrdiff_t place = wire - columns.begin();
-    const auto common = static_cast<std::ptrdiff_t>(columns.size());
+    const std::size_t common = columns.size();
     const std::vector<std::string> names = fieldNames(*layout);
     for (std::size_t i = 0; i < names.size(); ++i) {
         const bool isText = i < layout->texts.size();
         addField(isText ? ColumnKind::text : ColumnKind::number, isText ? i : i - layout->texts.size(), names[i],
-                 &columns);
+                 common, &columns);
     }
-    std::rotate(columns.begin() + place, columns.begin() + common, columns.end());
+    std::rotate(columns.begin() + place, columns.begin() + static_cast<std::ptrdiff_t>(common), columns.end());
     return columns;
 }
 

@@ -79,13 +79,9 @@ void MessageCursor::begin(const Plan& plan, std::shared_ptr<TableSet> tables, sq
     argument_ = std::move(argument);
     const auto& files = tables_->files();
     const Demand demand(table_->connection->database(), plan, table_->columns, arguments);
-    IntegerDemand ordinals;
-    if (plan.offsetArgument >= 0) {
-        ordinals.keep(std::max<std::int64_t>(0, sqlite3_value_int64(arguments[plan.offsetArgument])), INT64_MAX);
-    }
     std::vector<Source> sources;
     for (std::size_t number = 0; number < files.size() && !demand.isEmpty(); ++number) {
-        Source source{.number = number, .file = files[number].get(), .ordinals = ordinals};
+        Source source{.number = number, .file = files[number].get(), .ordinals = {}};
         if (source.file == nullptr || !demand.mayHold(number, *source.file, &source.ordinals)) {
             continue;
         }

@@ -91,7 +91,7 @@ int choose(sqlite3_vtab* base, sqlite3_index_info* info) {
             tables = table->tablesOf(textOf(value));
         }
         Plan plan = choosePlan(info, table->columns, tables.get());
-        plan.tablesArgument = static_cast<int>(plan.terms.size()) + (plan.offsetArgument >= 0 ? 1 : 0);
+        plan.tablesArgument = static_cast<int>(plan.terms.size());
         info->aConstraintUsage[argument].argvIndex = plan.tablesArgument + 1;
         info->aConstraintUsage[argument].omit = 1;
         info->idxNum = table->numberOf(plan);

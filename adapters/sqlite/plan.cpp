@@ -244,26 +244,6 @@ void chooseOrder(sqlite3_index_info* info, const std::vector<Column>& columns, T
     info->orderByConsumed = 1;
 }
 
-// OFFSET counts what is selected: it can be passed over unread where everything is, in one file.
-void chooseOffset(sqlite3_index_info* info, TableSet& tables, Plan* plan) {
-    int offset = -1;
-    for (int i = 0; i < info->nConstraint; ++i) {
-        const auto& constraint = info->aConstraint[i];
-        if (constraint.op == SQLITE_INDEX_CONSTRAINT_OFFSET && constraint.usable != 0) {
-            offset = i;
-        } else if (constraint.op != SQLITE_INDEX_CONSTRAINT_LIMIT && constraint.op != SQLITE_INDEX_CONSTRAINT_OFFSET) {
-            return;
-        }
-    }
-    const bool isStored = info->nOrderBy == 0 || (info->orderByConsumed != 0 && plan->order == Order::stored);
-    if (offset < 0 || !isStored || tables.files().size() != 1 || plan->isBackward) {
-        return;
-    }
-    plan->offsetArgument = 0;
-    info->aConstraintUsage[offset].argvIndex = 1;
-    info->aConstraintUsage[offset].omit = 1;
-}
-
 }  // namespace
 
 std::string describe(const Plan& plan, const std::vector<Column>& columns) {
@@ -278,12 +258,13 @@ std::string describe(const Plan& plan, const std::vector<Column>& columns) {
         text += std::string(text.empty() ? "" : " ") + "ORDER BY " + ORDERS[static_cast<int>(plan.order)];
     }
     text += plan.isBackward ? std::string(text.empty() ? "" : " ") + "DESC" : "";
-    text += plan.offsetArgument >= 0 ? "OFFSET ?" : "";
     return text;
 }
 
 Plan choosePlan(sqlite3_index_info* info, const std::vector<Column>& columns, TableSet* tables) {
     Plan plan;
+    // LIMIT and OFFSET are left to SQLite, which steps no further than it needs: it offers them also for a WHERE that
+    // compares two columns of the table, of which it tells nothing.
     for (int i = 0; i < info->nConstraint; ++i) {
         if (std::optional<Term> term = termOf(info, i, columns); term.has_value()) {
             term->argument = static_cast<int>(plan.terms.size());
@@ -293,9 +274,6 @@ Plan choosePlan(sqlite3_index_info* info, const std::vector<Column>& columns, Ta
     }
     if (tables != nullptr) {
         chooseOrder(info, columns, *tables, &plan);
-        if (plan.terms.empty()) {
-            chooseOffset(info, *tables, &plan);
-        }
     }
     tellCosts(info, plan, columns, tables);
     return plan;

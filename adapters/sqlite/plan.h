@@ -39,7 +39,6 @@ struct Plan {
     std::vector<Term> terms;
     Order order = Order::stored;
     bool isBackward = false;
-    int offsetArgument = -1;  // how many messages of the only file to pass over
     int tablesArgument = -1;  // what names the tables of tabulo_messages
 
     bool operator==(const Plan&) const noexcept = default;
