@@ -11,8 +11,9 @@ class Maker {
     Maker(Random& random, const std::vector<const TwinTables*>& tables)
         : random_(random), tables_(tables), conditions_(random, &made.parameters) {}
 
-    void make() {
-        const int kind = random_.below(100);
+    // The kinds from 72 on join tables.
+    void make(int kinds) {
+        const int kind = random_.below(kinds);
         if (kind < 40) return rows();
         if (kind < 55) return aggregates();
         if (kind < 67) return groups();
@@ -212,7 +213,13 @@ std::string RandomStatement::overKept() const {
 
 RandomStatement randomStatement(Random& random, const std::vector<const TwinTables*>& tables) {
     Maker maker(random, tables);
-    maker.make();
+    maker.make(100);
+    return maker.made;
+}
+
+RandomStatement randomScan(Random& random, const std::vector<const TwinTables*>& tables) {
+    Maker maker(random, tables);
+    maker.make(72);
     return maker.made;
 }
 

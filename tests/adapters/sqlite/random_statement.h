@@ -21,5 +21,7 @@ struct RandomStatement {
 
 // The tables' numbers are 0 and 1.
 RandomStatement randomStatement(Random& random, const std::vector<const TwinTables*>& tables);
+// One whose time does not grow with the product of two tables' sizes.
+RandomStatement randomScan(Random& random, const std::vector<const TwinTables*>& tables);
 
 }  // namespace tabulo::sqlite::test

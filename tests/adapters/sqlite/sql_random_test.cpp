@@ -4,9 +4,11 @@
 #include <algorithm>
 #include <iostream>
 
+#include "tabulo/index.h"
 #include "tests/adapters/sqlite/random_statement.h"
 #include "tests/support/temporary_directory.h"
 #include "tests/support/test_run.h"
+#include "tests/tool/recorded_session.h"
 
 namespace tabulo::sqlite::test {
 namespace {
@@ -16,6 +18,7 @@ using internal::test::testSeed;
 
 // In each of the parts, which can run side by side.
 constexpr int statementsPerRun = 5000;
+constexpr int recordedStatementsPerRun = 20;
 constexpr int statementsPerConnection = 50;
 constexpr std::uint32_t partDistance = 104'729;
 
@@ -170,6 +173,28 @@ TEST_P(RandomStatements, AnswerAsOverOrdinaryTables) {
     EXPECT_GE(tally.filled * 100, tally.statements * 50) << "statements hardly ever give rows";
     EXPECT_LE(tally.failed * 100, tally.statements * 2) << "statements fail too often to test much";
     internal::test::reportFigure("sql", "random statements", tally.statements);
+}
+
+TEST_P(RandomStatements, AnswerAsOverOrdinaryTablesOfRecordedSessions) {
+    const std::uint32_t seed = testSeed();
+    Random random(seed + GetParam() * partDistance);
+    const internal::test::TemporaryDirectory directory;
+    const Layout layout{.texts = {"ClOrdID", "OrderID", "Symbol"}, .numbers = {}, .messagesPerBlock = 100};
+    const std::int32_t next = tool::test::makeRecorded(directory.file("day1"), "client-day1", layout);
+    tool::test::makeRecorded(directory.file("day2"), "client-day2", layout, next);
+    Indexer(directory.file("day2")).complete();
+    Connection connection;
+    const TwinTables first(connection, directory.file("day1"), 0);
+    const TwinTables second(connection, directory.file("day2"), 1);
+    const std::vector<const TwinTables*> tables = {&first, &second};
+    expectSameTables(connection, tables);
+    while (tally.statements < recordedStatementsPerRun * testEffort() && !HasFailure()) {
+        ask(connection, randomScan(random, tables));
+    }
+    const std::int64_t before = connection.stat("blocksSkipped");
+    EXPECT_EQ(connection.text("SELECT count(*) FROM live0 WHERE uid = 5000"), "1\n");
+    EXPECT_GE(connection.stat("blocksSkipped") - before, 100) << "blocks of a hundred messages, most of 11,000";
+    internal::test::reportFigure("sql", "random statements about recorded sessions", tally.statements);
 }
 
 INSTANTIATE_TEST_SUITE_P(Part, RandomStatements, ::testing::Values(1U, 2U, 3U, 4U));

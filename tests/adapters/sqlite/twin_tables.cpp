@@ -7,6 +7,7 @@
 #include <limits>
 
 #include "tabulo/index.h"
+#include "tabulo/reader.h"
 
 namespace tabulo::sqlite::test {
 
@@ -131,9 +132,13 @@ std::vector<TwinColumn> twinColumns(const Layout& layout) {
     return columns;
 }
 
-std::string isoMilliseconds(std::int64_t time) {
-    const std::int64_t rest = ((time % 1000) + 1000) % 1000;
-    const auto second = static_cast<std::time_t>(time / 1000 - (time % 1000 < 0 ? 1 : 0));
+std::string isoText(std::int64_t time, int digits) {
+    std::int64_t perSecond = 1;
+    for (int i = 0; i < digits; ++i) {
+        perSecond *= 10;
+    }
+    const std::int64_t rest = ((time % perSecond) + perSecond) % perSecond;
+    const auto second = static_cast<std::time_t>(time / perSecond - (time % perSecond < 0 ? 1 : 0));
     std::tm parts{};
     if (::gmtime_r(&second, &parts) == nullptr || parts.tm_year < -1900 || parts.tm_year > 9999 - 1900) {
         return std::to_string(time);
@@ -141,8 +146,8 @@ std::string isoMilliseconds(std::int64_t time) {
     std::array<char, 40> text{};
     const std::size_t size = std::strftime(text.data(), text.size(), "%m-%dT%H:%M:%S", &parts);
     std::array<char, 80> whole{};
-    std::snprintf(whole.data(), whole.size(), "%04d-%.*s.%03dZ", parts.tm_year + 1900, static_cast<int>(size),
-                  text.data(), static_cast<int>(rest));
+    std::snprintf(whole.data(), whole.size(), "%04d-%.*s.%0*dZ", parts.tm_year + 1900, static_cast<int>(size),
+                  text.data(), digits, static_cast<int>(rest));
     return whole.data();
 }
 
@@ -163,14 +168,7 @@ TwinTables::TwinTables(Connection& connection, Random& random, const std::filesy
         words += path.filename().string() + " with blocks of " + std::to_string(layout.messagesPerBlock) + ", ";
     }
     words += ascends_ ? "uids ascend" : "uids jump";
-    std::string declaration;
-    for (const TwinColumn& column : columns) {
-        declaration +=
-            column.name == "rowid" ? "" : (declaration.empty() ? "" : ", ") + column.name + declaredType(column.type);
-    }
-    connection.must("CREATE TABLE kept" + std::to_string(number) + "(" + declaration + ")");
-    // The indexes that SQLite makes for a join have filters that take texts equal by RTRIM for different.
-    connection.must("PRAGMA automatic_index = OFF");
+    createKept();
     store(random, random.between(8, 70));
     const bool isGlob = random.percent(40);
     connection.must("CREATE VIRTUAL TABLE " + name + " USING tabulo(" +
@@ -184,6 +182,46 @@ TwinTables::TwinTables(Connection& connection, Random& random, const std::filesy
     if (random.percent(30)) {
         store(random, random.between(1, 12));
     }
+}
+
+TwinTables::TwinTables(Connection& connection, const std::filesystem::path& path, int number)
+    : words(path.filename().string()), connection_(connection), number_(number) {
+    Reader reader(path);
+    columns = twinColumns(reader.layout());
+    createKept();
+    for (const MessageView& view : reader.messages()) {
+        const auto owned = [](const Text& text) { return text ? StoredText(*text) : StoredText(); };
+        StoredMessage message{.uniformId = view.uniformId(),
+                              .seqNum = view.seqNum(),
+                              .prevSeqNum = view.prevSeqNum(),
+                              .id = view.id(),
+                              .time = view.time(),
+                              .type = std::string(view.type()),
+                              .possDup = view.possDup(),
+                              .outOfSequence = view.outOfSequence(),
+                              .text0 = owned(view.text0()),
+                              .text1 = owned(view.text1()),
+                              .wire = owned(view.wire()),
+                              .nonMetadata = owned(view.nonMetadata())};
+        for (std::size_t i = 0; i < view.textCount(); ++i)
+            message.texts.push_back(owned(view.text(i)));
+        for (std::size_t i = 0; i < view.numberCount(); ++i)
+            message.numbers.push_back(view.number(i));
+        keep(message, path, view.position(), isoText(view.time(), 6), static_cast<std::int64_t>(rows.size()));
+    }
+    connection.must("CREATE VIRTUAL TABLE live" + std::to_string(number) + " USING tabulo(" + sqlText(path.string()) +
+                    ")");
+}
+
+void TwinTables::createKept() {
+    std::string declaration;
+    for (const TwinColumn& column : columns) {
+        declaration +=
+            column.name == "rowid" ? "" : (declaration.empty() ? "" : ", ") + column.name + declaredType(column.type);
+    }
+    connection_.must("CREATE TABLE kept" + std::to_string(number_) + "(" + declaration + ")");
+    // The indexes that SQLite makes for a join have filters that take texts equal by RTRIM for different.
+    connection_.must("PRAGMA automatic_index = OFF");
 }
 
 void TwinTables::store(Random& random, int count) {
@@ -222,32 +260,37 @@ StoredMessage TwinTables::nextMessage(Random& random, const StoredTable& file) {
 void TwinTables::keep(const StoredTable& file, std::size_t fileNumber) {
     const std::size_t index = file.count() - 1;
     const StoredMessage& message = file.messages[index];
-    const Position place = file.place(index);
+    keep(message, file.writer.path(), file.place(index),
+         times_ == TwinTimes::withoutUnit ? std::to_string(message.time) : isoText(message.time, 3),
+         static_cast<std::int64_t>(fileNumber << 40 | index));
+}
+
+void TwinTables::keep(const StoredMessage& message, const std::filesystem::path& path, const Position& place,
+                      const std::string& time, std::int64_t rowid) {
     const auto messageClass = classOf(message.id);
-    std::vector<SqlValue> row = {
-        file.writer.path().filename().string(),
-        std::int64_t{message.uniformId},
-        std::int64_t{message.seqNum},
-        std::int64_t{message.prevSeqNum},
-        std::int64_t{message.id},
-        messageClass ? SqlValue(std::string(className(*messageClass))) : SqlValue(),
-        times_ == TwinTimes::withoutUnit ? std::to_string(message.time) : isoMilliseconds(message.time),
-        message.time,
-        message.type,
-        std::int64_t{message.possDup},
-        std::int64_t{message.outOfSequence},
-        textValue(message.text0),
-        textValue(message.text1)};
+    std::vector<SqlValue> row = {path.filename().string(),
+                                 std::int64_t{message.uniformId},
+                                 std::int64_t{message.seqNum},
+                                 std::int64_t{message.prevSeqNum},
+                                 std::int64_t{message.id},
+                                 messageClass ? SqlValue(std::string(className(*messageClass))) : SqlValue(),
+                                 time,
+                                 message.time,
+                                 message.type,
+                                 std::int64_t{message.possDup},
+                                 std::int64_t{message.outOfSequence},
+                                 textValue(message.text0),
+                                 textValue(message.text1)};
     for (const StoredText& text : message.texts)
         row.push_back(textValue(text));
     for (const Number& number : message.numbers)
         row.push_back(numberValue(number));
     row.push_back(message.wire ? SqlValue(Blob{*message.wire}) : SqlValue());
     row.push_back(textValue(message.nonMetadata));
-    row.emplace_back(file.writer.path().string());
+    row.emplace_back(path.string());
     row.emplace_back(place.block);
     row.emplace_back(place.offset);
-    row.emplace_back(static_cast<std::int64_t>(fileNumber << 40 | index));
+    row.emplace_back(rowid);
     std::string names;
     std::string marks;
     for (const TwinColumn& column : columns) {

@@ -36,13 +36,16 @@ enum class TwinTimes {
     withoutUnit,  // small numbers
 };
 
-// ISO 8601 of milliseconds in UTC; the number where the year has not four digits.
-std::string isoMilliseconds(std::int64_t time);
+// ISO 8601 in UTC of a time with so many digits behind the second's point; the number where the year has not four.
+std::string isoText(std::int64_t time, int digits);
 
 class TwinTables {
   public:
     // Makes one to three files in the folder, and the tables live<number> and kept<number>.
     TwinTables(Connection& connection, Random& random, const std::filesystem::path& folder, int number);
+
+    // The same over a file that there is, with times in microseconds.
+    TwinTables(Connection& connection, const std::filesystem::path& path, int number);
 
     // Stores messages, in random files and in both tables.
     void store(Random& random, int count);
@@ -55,7 +58,10 @@ class TwinTables {
 
   private:
     StoredMessage nextMessage(Random& random, const StoredTable& file);
+    void createKept();
     void keep(const StoredTable& file, std::size_t fileNumber);
+    void keep(const StoredMessage& message, const std::filesystem::path& path, const Position& place,
+              const std::string& time, std::int64_t rowid);
 
     Connection& connection_;
     int number_;
