@@ -208,11 +208,11 @@ bool askTime(const TextDemand& demand, std::optional<TimeUnit> unit, Query* quer
     if (demand.isNull || !unit.has_value()) {
         return !demand.isNull;
     }
-    const auto [first, last] = isoTimes(*unit);
+    const IsoTimes iso = isoTimes(*unit);
     std::vector<std::pair<std::int64_t, std::int64_t>> ranges;
     const auto add = [&](const std::string& low, const std::string* high) {
         const std::int64_t from = firstTimeAtLeast(low, *unit);
-        const std::int64_t behind = high == nullptr ? last : firstTimeAbove(*high, *unit);
+        const std::int64_t behind = high == nullptr ? iso.last : firstTimeAbove(*high, *unit);
         if (from <= behind) {
             ranges.emplace_back(from, behind);  // one more than needed, at an end that cannot be stepped over
         }
@@ -224,13 +224,13 @@ bool askTime(const TextDemand& demand, std::optional<TimeUnit> unit, Query* quer
     } else {
         add(demand.first.value_or(""), demand.last.has_value() ? &*demand.last : nullptr);
     }
-    if (first == std::numeric_limits<std::int64_t>::min() && ranges.size() == 1) {
+    if (iso.first == std::numeric_limits<std::int64_t>::min() && ranges.size() == 1) {
         query->times(ranges[0].first, ranges[0].second);
         return true;
     }
     std::optional<IntegerCondition> condition;
-    if (first != std::numeric_limits<std::int64_t>::min()) {
-        condition = IntegerCondition::below(first) || IntegerCondition::above(last);
+    if (iso.first != std::numeric_limits<std::int64_t>::min()) {
+        condition = IntegerCondition::below(iso.first) || IntegerCondition::above(iso.last);
     }
     for (const auto& [from, to] : ranges) {
         const IntegerCondition range = IntegerCondition::between(from, to);

@@ -87,7 +87,7 @@ void MessageCursor::begin(const Plan& plan, std::shared_ptr<TableSet> tables, sq
         }
         source.unit = tables_->unitOf(*source.file);
         if (std::optional<Query> query = demand.query(source.file->reader().layout(), source.unit); query.has_value()) {
-            source.query = std::move(*query);
+            source.query = *query;
             sources.push_back(std::move(source));
         }
     }

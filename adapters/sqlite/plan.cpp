@@ -64,7 +64,6 @@ Ability abilityOf(int column, const std::vector<Column>& columns) {
         case ColumnKind::timeRaw:
         case ColumnKind::possDup:
         case ColumnKind::outOfSequence:
-            return {.equal = true, .isNull = true, .range = true};
         case ColumnKind::number:
             return {.equal = true, .isNull = true, .range = true};
         case ColumnKind::table:
