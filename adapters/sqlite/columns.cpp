@@ -37,14 +37,10 @@ void addField(ColumnKind kind, std::size_t field, const std::string& name, std::
 }
 
 std::string_view typeOf(ColumnKind kind) {
+    if (isInteger(kind)) {
+        return " INTEGER";
+    }
     switch (kind) {
-        case ColumnKind::uid:
-        case ColumnKind::seq:
-        case ColumnKind::prevSeq:
-        case ColumnKind::id:
-        case ColumnKind::timeRaw:
-        case ColumnKind::possDup:
-        case ColumnKind::outOfSequence:
         case ColumnKind::block:
         case ColumnKind::offset:
             return " INTEGER";
@@ -93,6 +89,21 @@ void giveWire(sqlite3_context* context, const Text& wire) {
 }
 
 }  // namespace
+
+bool isInteger(ColumnKind kind) noexcept {
+    switch (kind) {
+        case ColumnKind::uid:
+        case ColumnKind::seq:
+        case ColumnKind::prevSeq:
+        case ColumnKind::id:
+        case ColumnKind::timeRaw:
+        case ColumnKind::possDup:
+        case ColumnKind::outOfSequence:
+            return true;
+        default:
+            return false;
+    }
+}
 
 std::vector<Column> columnsOf(const Layout* layout) {
     std::vector<Column> columns;

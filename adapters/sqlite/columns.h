@@ -38,6 +38,9 @@ enum class ColumnKind {
     files,   // hidden: the argument of tabulo_messages
 };
 
+// Columns of whole numbers that are never NULL, and that a query can ask for.
+bool isInteger(ColumnKind kind) noexcept;
+
 struct Column {
     ColumnKind kind;
     std::size_t field = 0;  // of a text or a number: which of the layout's

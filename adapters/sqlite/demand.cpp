@@ -97,21 +97,14 @@ Demand::Demand(sqlite3* database, const Plan& plan, const std::vector<Column>& c
 }
 
 void Demand::take(const Term& term, sqlite3_value* value) {
-    const ColumnKind kind =
-        term.column == ROWID ? ColumnKind::uid : columns_[static_cast<std::size_t>(term.column)].kind;
-    switch (kind) {
-        case ColumnKind::uid:
-        case ColumnKind::seq:
-        case ColumnKind::prevSeq:
-        case ColumnKind::id:
-        case ColumnKind::timeRaw:
-        case ColumnKind::possDup:
-        case ColumnKind::outOfSequence:
-            return takeInteger(&integers_[term.column], term, value);
-        case ColumnKind::number:
-            return takeNumber(&numbers_[term.column], term, value);
-        default:
-            return takeText(&texts_[term.column], term, value);
+    const bool isRowid = term.column == ROWID;
+    const ColumnKind kind = isRowid ? ColumnKind::uid : columns_[static_cast<std::size_t>(term.column)].kind;
+    if (isRowid || isInteger(kind)) {
+        takeInteger(&integers_[term.column], term, value);
+    } else if (kind == ColumnKind::number) {
+        takeNumber(&numbers_[term.column], term, value);
+    } else {
+        takeText(&texts_[term.column], term, value);
     }
 }
 

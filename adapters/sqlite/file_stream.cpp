@@ -112,7 +112,7 @@ const MessageView* FileStream::read() {
 }
 
 const MessageView* FileStream::next() {
-    if (order_ == Order::stored) {
+    if (order_ == Order::stored || order_ == Order::rowids) {
         current_ = read();
     } else if (!arePlacesSorted_ && source_.file->isOrdered(keyOfOrder(order_))) {
         current_ = nextOfBlock();

@@ -20,7 +20,7 @@ MessageStream::~MessageStream() = default;
 bool MessageStream::isBehind(std::size_t a, std::size_t b) const noexcept {
     const std::int64_t keyA = files_[a]->key();
     const std::int64_t keyB = files_[b]->key();
-    const bool isLater = keyA != keyB ? keyA > keyB : a > b;
+    const bool isLater = keyA != keyB && order_ != Order::rowids ? keyA > keyB : a > b;
     return isLater != isBackward_;
 }
 

@@ -56,14 +56,11 @@ Ability abilityOf(int column, const std::vector<Column>& columns) {
     if (column == ROWID) {
         return {.equal = true, .range = true};
     }
-    switch (columns[static_cast<std::size_t>(column)].kind) {
-        case ColumnKind::uid:
-        case ColumnKind::seq:
-        case ColumnKind::prevSeq:
-        case ColumnKind::id:
-        case ColumnKind::timeRaw:
-        case ColumnKind::possDup:
-        case ColumnKind::outOfSequence:
+    const ColumnKind kind = columns[static_cast<std::size_t>(column)].kind;
+    if (isInteger(kind)) {
+        return {.equal = true, .isNull = true, .range = true};
+    }
+    switch (kind) {
         case ColumnKind::number:
             return {.equal = true, .isNull = true, .range = true};
         case ColumnKind::table:
@@ -191,11 +188,6 @@ void tellCosts(sqlite3_index_info* info, const Plan& plan, const std::vector<Col
     info->idxFlags = isOne ? SQLITE_INDEX_SCAN_UNIQUE : 0;
 }
 
-std::size_t fileCount(TableSet& tables) {
-    return static_cast<std::size_t>(
-        std::count_if(tables.files().begin(), tables.files().end(), [](const auto& file) { return file != nullptr; }));
-}
-
 bool areOrdered(TableSet& tables, TableFile::Key key) {
     return std::all_of(tables.files().begin(), tables.files().end(),
                        [&](const auto& file) { return file == nullptr || file->isOrdered(key); });
@@ -228,8 +220,8 @@ void chooseOrder(sqlite3_index_info* info, const std::vector<Column>& columns, T
     const int column = info->aOrderBy[0].iColumn;
     const bool isBackward = info->aOrderBy[0].desc != 0;
     const ColumnKind kind = column == ROWID ? ColumnKind::files : columns[static_cast<std::size_t>(column)].kind;
-    if (column == ROWID && fileCount(tables) == 1 && tables.files().size() == 1) {
-        plan->order = Order::stored;
+    if (column == ROWID) {
+        plan->order = Order::rowids;
     } else if (kind == ColumnKind::uid && areOrdered(tables, TableFile::Key::uniformId)) {
         plan->order = Order::uniformIds;
     } else if (kind == ColumnKind::timeRaw && areOrdered(tables, TableFile::Key::time)) {
@@ -252,7 +244,7 @@ std::string describe(const Plan& plan, const std::vector<Column>& columns) {
         text += term.column == ROWID ? "rowid" : columns[static_cast<std::size_t>(term.column)].name;
         text += term.isList ? " IN (?)" : symbolOf(term.comparison);
     }
-    constexpr const char* ORDERS[] = {"", "uid", "time_raw", "time"};
+    constexpr const char* ORDERS[] = {"", "rowid", "uid", "time_raw", "time"};
     if (plan.order != Order::stored) {
         text += std::string(text.empty() ? "" : " ") + "ORDER BY " + ORDERS[static_cast<int>(plan.order)];
     }

@@ -29,7 +29,8 @@ struct Term {
 };
 
 enum class Order {
-    stored,      // file by file as it is stored; several files merged by uniform id
+    stored,      // each file as it is stored; several files merged by uniform id
+    rowids,      // file by file
     uniformIds,  // ascending, or
     times,
     isoTimes,  // the texts of times, where none is shown as a number

@@ -203,6 +203,19 @@ TEST_F(Pushdown, SeveralFilesAreMergedByUniformId) {
               "9|4|0\n8|3|1\n");
 }
 
+TEST_F(Pushdown, RowidsOfSeveralFilesAscendFileByFileWithoutSorting) {
+    StoredTable second(path("orders-2"), ordersLayout(), simpleMessages(4));
+    ASSERT_EQ(show("both", "orders*").text(), "");
+    for (const char* order : {"", " DESC"}) {
+        const std::string statement = "SELECT \"table\", uid FROM both ORDER BY rowid" + std::string(order);
+        EXPECT_FALSE(sorts(statement)) << statement;
+        EXPECT_EQ(
+            connection.must(statement).text(),
+            connection.must("SELECT \"table\", uid FROM both ORDER BY \"table\"" + std::string(order) + ", uid" + order)
+                .text());
+    }
+}
+
 TEST_F(Pushdown, NamesOfFieldsAreMadeUnique) {
     const Layout layout{.texts = {"A", "a", "uid", ""}, .numbers = {"Price", "Time"}, .messagesPerBlock = 3};
     StoredTable table(path("names"), layout);
