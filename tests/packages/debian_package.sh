@@ -25,7 +25,7 @@ loaded() {
     local question="SELECT 'messages: ' || count(*) FROM tabulo_messages('$tables/*')"
     packaged_program
     sqlite3 :memory: ".load ${extension%.so}" "$question"
-    python3 - "$extension" "$question" <<'END'
+    /usr/bin/python3 - "$extension" "$question" <<'END'
 import sqlite3, sys
 connection = sqlite3.connect(":memory:")
 connection.enable_load_extension(True)
