@@ -42,7 +42,7 @@ bool Matcher::operator()(const MessageView& message) const {
         state.last = tested.table;
     }
     return internal::query_messageMatches(
-               *state.conditions, internal::message_view(tested.message, state.table.numbers)) != state.inverted;
+               *state.conditions, internal::message_view(*tested.message, state.table.numbers)) != state.inverted;
 }
 
 }  // namespace tabulo

@@ -27,7 +27,7 @@ Text textOf(const internal::StringField& field) {
 Text slotText(const api::MessageState& state, std::int32_t slot) {
     return slot < 0 || slot >= state.table->numbers.stringFieldCount
                ? Text()
-               : textOf(state.message.stringFields[static_cast<std::size_t>(slot)]);
+               : textOf(state.message->stringFields[static_cast<std::size_t>(slot)]);
 }
 
 Text slotTextFromEnd(const api::MessageState& state, std::int32_t back) {
@@ -82,19 +82,19 @@ std::optional<MessageClass> classNamed(std::string_view name) noexcept {
 }
 
 std::int32_t MessageView::uniformId() const noexcept {
-    return state_->message.metadata.uniformId;
+    return state_->message->metadata.uniformId;
 }
 
 std::int32_t MessageView::seqNum() const noexcept {
-    return state_->message.metadata.seqNum;
+    return state_->message->metadata.seqNum;
 }
 
 std::int32_t MessageView::prevSeqNum() const noexcept {
-    return state_->message.metadata.prevSeqNum;
+    return state_->message->metadata.prevSeqNum;
 }
 
 std::int32_t MessageView::id() const noexcept {
-    return state_->message.metadata.connMsgId;
+    return state_->message->metadata.connMsgId;
 }
 
 std::optional<MessageClass> MessageView::messageClass() const noexcept {
@@ -102,19 +102,19 @@ std::optional<MessageClass> MessageView::messageClass() const noexcept {
 }
 
 std::int64_t MessageView::time() const noexcept {
-    return state_->message.metadata.timestamp;
+    return state_->message->metadata.timestamp;
 }
 
 std::string_view MessageView::type() const noexcept {
-    return state_->message.metadata.msgType.data();
+    return state_->message->metadata.msgType.data();
 }
 
 bool MessageView::possDup() const noexcept {
-    return state_->message.metadata.isPossDupFlag != 0;
+    return state_->message->metadata.isPossDupFlag != 0;
 }
 
 bool MessageView::outOfSequence() const noexcept {
-    return state_->message.metadata.isOutOfSequence != 0;
+    return state_->message->metadata.isOutOfSequence != 0;
 }
 
 Text MessageView::text0() const noexcept {
@@ -144,7 +144,7 @@ Text MessageView::text(std::string_view name) const {
 
 Number MessageView::number(std::size_t index) const {
     checkIndex(index, numberCount());
-    const internal::NumericValue& value = state_->message.numericFields[index];
+    const internal::NumericValue& value = state_->message->numericFields[index];
     switch (value.type) {
         case internal::NumericType::doubleValue:
             return value.doubleValue;
@@ -168,7 +168,7 @@ Text MessageView::nonMetadata() const noexcept {
 }
 
 std::span<const std::byte> MessageView::frame() const noexcept {
-    return {state_->frame, static_cast<std::size_t>(state_->message.frameLength)};
+    return {state_->frame, static_cast<std::size_t>(state_->message->frameLength)};
 }
 
 const Layout& MessageView::layout() const noexcept {
@@ -211,7 +211,7 @@ std::size_t layout_numberNamed(const Layout& layout, std::string_view name) {
 
 Position messageState_next(const MessageState& state) noexcept {
     const internal::FramePlace next =
-        internal::framePlace_behind(state.position.block, state.position.offset + state.message.frameLength,
+        internal::framePlace_behind(state.position.block, state.position.offset + state.message->frameLength,
                                     state.indexInBlock + 1, state.table->numbers, state.table->footerSize);
     return {next.block, next.frame};
 }
@@ -227,9 +227,10 @@ void decodeCopy(api::MessageCopyState* state) {
     const auto length = static_cast<std::int64_t>(state->frame.size());
     const api::Call call;
     call.check(internal::mfr_decodeFrame(reinterpret_cast<const std::uint8_t*>(message.frame), length,
-                                         message.table->numbers, &message.message));
-    if (message.message.frameLength != length) {
-        call.fail(internal::NO_DATA_ERROR, message.message.frameLength, "something stands behind the frame");
+                                         message.table->numbers, &state->decoded));
+    message.message = &state->decoded;
+    if (state->decoded.frameLength != length) {
+        call.fail(internal::NO_DATA_ERROR, state->decoded.frameLength, "something stands behind the frame");
     }
 }
 

@@ -31,8 +31,8 @@ struct BlockCounter {
 
 struct MessageState {
     std::shared_ptr<const TableState> table;
-    internal::DecodedMessage message;
-    const std::byte* frame = nullptr;  // message.frameLength bytes
+    const internal::DecodedMessage* message = nullptr;  // of whoever shows it: to copy it takes as long as to decode it
+    const std::byte* frame = nullptr;                   // message->frameLength bytes
     Position position;
     std::int32_t indexInBlock = 0;
     mutable std::int64_t blockOrdinal = -1;  // -1: the counter tells, once
@@ -41,6 +41,7 @@ struct MessageState {
 
 struct MessageCopyState {
     std::vector<std::byte> frame;
+    internal::DecodedMessage decoded;
     MessageState message;
 };
 

@@ -136,7 +136,7 @@ internal::ErrorCode onMessage(void* owner, const internal::MessageView& message,
 void showCurrent(State* state) {
     const internal::MessagePlace place = internal::mtIterator_place(state->iterator.get());
     MessageState& message = state->message;
-    message.message = state->iterator->current;
+    message.message = &state->iterator->current;
     message.frame = reinterpret_cast<const std::byte*>(place.bytes);
     message.position = {place.frame.block, place.frame.frame};
     message.indexInBlock = place.indexInBlock;

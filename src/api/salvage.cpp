@@ -105,8 +105,8 @@ bool Salvage::hasSameMessage(std::size_t source, const std::vector<std::size_t>&
     const MessageState& one = sources_[source]->item().message;
     return std::any_of(heads.begin(), heads.end(), [&](std::size_t head) {
         const SalvageItem& item = sources_[head]->item();
-        return head > source && !item.isGap && item.message.message.frameLength == one.message.frameLength &&
-               std::memcmp(item.message.frame, one.frame, static_cast<std::size_t>(one.message.frameLength)) == 0;
+        return head > source && !item.isGap && item.message.message->frameLength == one.message->frameLength &&
+               std::memcmp(item.message.frame, one.frame, static_cast<std::size_t>(one.message->frameLength)) == 0;
     });
 }
 
@@ -114,7 +114,7 @@ void Salvage::giveMessage(std::size_t source) {
     const SalvageItem& item = sources_[source]->item();
     result.messages += 1;
     result.fromCutFiles += sources_[source]->isCutFile() ? 1 : 0;
-    lastId_ = item.message.message.metadata.uniformId;
+    lastId_ = item.message.message->metadata.uniformId;
     if (sink_.message) {
         sink_.message(MessageView(&item.message), sources_[source]->path());
     }

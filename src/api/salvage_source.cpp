@@ -183,7 +183,8 @@ void SalvageSource::takeMessage(const internal::DecodedMessage& message) {
     item_.end = base_ + end;
     MessageState& state = item_.message;
     state.table = state_;
-    state.message = message;
+    decoded_ = message;
+    state.message = &decoded_;
     state.frame = reinterpret_cast<const std::byte*>(internal::byteStream_buffer(table_.frames->frames.get()) +
                                                      (begin - cursor_->pieceStart));
     state.position = {segment.block.has_value() ? base_ + *segment.block : 0, base_ + begin};

@@ -99,6 +99,7 @@ class SalvageSource {
     std::int64_t lastEnd_ = -1;
     std::optional<std::int32_t> lastId_;
     SalvageItem item_;
+    internal::DecodedMessage decoded_;  // that the item shows
 };
 
 }  // namespace tabulo::api
