@@ -25,6 +25,8 @@ class StoredOnceTest extends OnStores {
     private static final int RANDOM_RUNS = 8;
     private static final String[] ERRORS = {"ENOSPC", "EIO", "EFBIG", "EDQUOT"};
 
+    private int tables;
+
     private void lookForStrace() throws IOException, InterruptedException {
         String probe = directory.resolve("probe").toString();
         Process strace = new ProcessBuilder("strace", "-o", probe, "true").inheritIO().start();
@@ -55,7 +57,8 @@ class StoredOnceTest extends OnStores {
     /** Stores with some calls refused, counted from 1, and looks what is there; gives how often a call has thrown. */
     private int storeWithout(int first, int last, String error) throws Exception {
         lookForStrace();
-        Path table = directory.resolve("t" + first + "-" + last + error);
+        tables += 1;  // the same calls may be refused twice
+        Path table = directory.resolve("t" + tables);
         Path calls = directory.resolve("calls");
         String trace = "exec strace -f -qq -o " + calls + " -P " + table + " -e trace=pwrite64 -e inject=pwrite64"
                 + ":error=" + error + ":when=" + first + ".." + last + " \"$@\";";
