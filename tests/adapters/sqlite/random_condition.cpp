@@ -146,7 +146,9 @@ std::string RandomCondition::operand(const NamedTable& table, const TwinColumn& 
     if (random_.percent(4)) return "+" + name;
     if (random_.percent(3)) return "CAST(" + name + " AS TEXT)";
     if (random_.percent(3)) return "length(" + name + ")";
-    return name + collation();
+    // Of a plain column on the left SQLite forgets the collation, where another column is equal to it: its mistake.
+    const std::string collated = collation();
+    return (collated.empty() ? "" : "+") + name + collated;
 }
 
 std::string RandomCondition::oneOf(const NamedTable& table, const TwinColumn& column) {
@@ -182,7 +184,7 @@ std::string RandomCondition::simple(const NamedTable& table) {
     if (kind < 50) {
         const std::string left = operand(table, column);
         const std::string comparison = " " + random_.of(comparisons) + " ";
-        return left + comparison + value(table, column) + (random_.percent(10) ? collation() : "");
+        return left + comparison + value(table, column) + (random_.percent(50) ? collation() : "");
     }
     if (kind < 56) {
         const std::string left = value(table, column);
