@@ -1,7 +1,6 @@
 #include "adapters/sqlite/columns.h"
 
 #include <algorithm>
-#include <cmath>
 #include <span>
 #include <string_view>
 

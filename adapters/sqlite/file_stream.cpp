@@ -20,6 +20,8 @@ FileStream::FileStream(Connection& connection, Source source, Order order, bool 
       source_(std::move(source)),
       order_(order),
       isBackward_(isBackward),
+      isStored_(order == Order::stored || order == Order::rowids),
+      isOrdered_(!isStored_ && source_.file->isOrdered(keyOfOrder(order))),
       end_(source_.file->end()) {
     Reader& reader = source_.file->reader();
     if (source_.ordinals.last < INT64_MAX - 1) {
@@ -64,13 +66,12 @@ std::int64_t FileStream::keyOf(const MessageView& message) const noexcept {
 
 // A time that is shown as a number, stored since the plan was made, has no place in the order of texts.
 void FileStream::checkTime(const MessageView& message) const {
-    const auto [first, last] = isoTimes(*source_.unit);
-    if (message.time() < first || message.time() > last) {
+    const IsoTimes iso = source_.unit.has_value() ? isoTimes(*source_.unit) : IsoTimes{1, 0};
+    if (message.time() < iso.first || message.time() > iso.last) {
         throw Error({.code = Code::consistency,
                      .path = source_.file->path(),
                      .offset = message.position().offset,
-                     .detail = "a time beyond the year 9999 or before the year 0 has been stored meanwhile; run the "
-                               "statement again"});
+                     .detail = "a time that is no date has been stored meanwhile; run the statement again"});
     }
 }
 
@@ -112,13 +113,7 @@ const MessageView* FileStream::read() {
 }
 
 const MessageView* FileStream::next() {
-    if (order_ == Order::stored || order_ == Order::rowids) {
-        current_ = read();
-    } else if (!arePlacesSorted_ && source_.file->isOrdered(keyOfOrder(order_))) {
-        current_ = nextOfBlock();
-    } else {
-        current_ = nextOfPlaces();
-    }
+    current_ = isStored_ ? read() : isOrdered_ ? nextOfBlock() : nextOfPlaces();
     if (current_ == nullptr) {
         count();
     }

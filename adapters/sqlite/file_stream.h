@@ -42,6 +42,8 @@ class FileStream {
     Source source_;
     const Order order_;
     const bool isBackward_;
+    const bool isStored_;          // given as it is stored
+    const bool isOrdered_;         // else: whether the blocks have the order still, that the plan has found
     std::optional<Position> end_;  // messages from there on are not given
     bool isNothing_ = false;
     std::optional<Messages> messages_;

@@ -1,7 +1,6 @@
 #include "adapters/sqlite/plan.h"
 
 #include <algorithm>
-#include <cmath>
 
 #include "adapters/sqlite/time_range.h"
 

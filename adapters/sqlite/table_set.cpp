@@ -2,8 +2,6 @@
 
 #include <glob.h>
 
-#include <cerrno>
-#include <cstring>
 #include <filesystem>
 #include <set>
 #include <utility>
