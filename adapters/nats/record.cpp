@@ -1,0 +1,195 @@
+#include "adapters/nats/record.h"
+
+#include <algorithm>
+#include <array>
+#include <optional>
+
+#include "adapters/nats/subject_token.h"
+#include "adapters/nats/text_lines.h"
+
+namespace tabulo::shipping {
+
+namespace {
+
+constexpr const char* TABLE = "Tabulo-Table";
+constexpr const char* INCARNATION = "Tabulo-Incarnation";
+constexpr const char* OFFSET = "Tabulo-Offset";
+constexpr const char* UID = "Tabulo-Uid";
+constexpr const char* SEQ = "Tabulo-Seq";
+constexpr const char* TIME = "Tabulo-Time";
+constexpr const char* PART = "Tabulo-Part";
+constexpr const char* KEPT = "Tabulo-Kept";
+
+constexpr std::string_view NO_CLASS = "@none";
+// By kind; a message has none.
+constexpr std::array<std::string_view, 7> MARKS = {"", "@layout", "@drop", "@rewind", "@gap", "@session", "@owner"};
+
+std::string_view markOf(RecordKind kind) {
+    return MARKS[static_cast<std::size_t>(kind)];
+}
+
+std::string joined(std::string_view stream, std::string_view table, std::string_view rest) {
+    return std::string(stream) + '.' + escaped(table) + '.' + std::string(rest);
+}
+
+// What a stored record's headers say, or why they cannot be those of a record.
+class Headers {
+  public:
+    explicit Headers(const Stored& stored) : stored_(stored) {}
+
+    [[noreturn]] void refuse(const std::string& why) const {
+        throw ForeignRecord("the record " + std::to_string(stored_.sequence) + " on " + stored_.subject + ": " + why);
+    }
+    const std::string* find(std::string_view name) const {
+        const auto found = std::find_if(stored_.headers.begin(), stored_.headers.end(),
+                                        [&](const auto& header) { return header.first == name; });
+        return found == stored_.headers.end() ? nullptr : &found->second;
+    }
+    const std::string& text(std::string_view name) const {
+        const std::string* value = find(name);
+        if (value == nullptr) {
+            refuse("it has no header " + std::string(name));
+        }
+        return *value;
+    }
+    template <typename Integer>
+    Integer number(std::string_view name) const {
+        const std::optional<Integer> value = integerOf<Integer>(text(name));
+        if (!value.has_value()) {
+            refuse("its header " + std::string(name) + " is no number that can be");
+        }
+        return *value;
+    }
+    std::int64_t place(std::string_view name) const {
+        const auto value = number<std::int64_t>(name);
+        if (value < 0) {
+            refuse("its header " + std::string(name) + " is negative");
+        }
+        return value;
+    }
+
+  private:
+    const Stored& stored_;
+};
+
+void takeParts(const Headers& headers, Record* record) {
+    const auto size = static_cast<std::int64_t>(record->payload.size());
+    record->whole = size;
+    if (const std::string* part = headers.find(PART); part != nullptr) {
+        const auto words = splitAt('/', *part);
+        const auto at = words.size() == 2 ? integerOf<std::int64_t>(words[0]) : std::nullopt;
+        const auto whole = words.size() == 2 ? integerOf<std::int64_t>(words[1]) : std::nullopt;
+        if (!at.has_value() || !whole.has_value() || *at < 0 || *whole > INT32_MAX || *at > *whole - size) {
+            headers.refuse("its header Tabulo-Part does not fit its payload");
+        }
+        record->at = *at;
+        record->whole = *whole;
+    }
+    if (size == 0) {
+        headers.refuse("a message without a payload");
+    }
+}
+
+RecordKind kindOf(std::string_view lastPart) {
+    const auto found = std::find(MARKS.begin() + 1, MARKS.end(), lastPart);
+    return found == MARKS.end() ? RecordKind::message : static_cast<RecordKind>(found - MARKS.begin());
+}
+
+}  // namespace
+
+Record recordOf(const MessageView& message, std::int64_t incarnation, std::int64_t at, std::int64_t length) {
+    const auto frame = message.frame();
+    return {.kind = RecordKind::message,
+            .table = std::string(message.table()),
+            .incarnation = incarnation,
+            .offset = message.position().offset,
+            .uniformId = message.uniformId(),
+            .seqNum = message.seqNum(),
+            .time = message.time(),
+            .at = at,
+            .whole = static_cast<std::int64_t>(frame.size()),
+            .payload = frame.subspan(static_cast<std::size_t>(at), static_cast<std::size_t>(length))};
+}
+
+Envelope envelopeOf(const Record& record, std::string_view stream, const MessageView* message) {
+    if (record.kind == RecordKind::owner) {
+        return {ownerSubject(stream), {}, record.payload};
+    }
+    Envelope envelope;
+    envelope.payload = record.payload;
+    envelope.headers.reserve(7);
+    envelope.headers.push_back({TABLE, escaped(record.table)});
+    envelope.headers.push_back({INCARNATION, std::to_string(record.incarnation)});
+    if (record.kind != RecordKind::session) {
+        envelope.headers.push_back({OFFSET, std::to_string(record.offset)});
+    }
+    if (record.kind == RecordKind::rewind && !record.payload.empty()) {
+        envelope.headers.push_back({KEPT, std::to_string(record.at)});
+    }
+    if (record.kind != RecordKind::message) {
+        envelope.subject = joined(stream, record.table, markOf(record.kind));
+        return envelope;
+    }
+    const auto messageClass = message->messageClass();
+    envelope.subject =
+        joined(stream, record.table, messageClass.has_value() ? tabulo::className(*messageClass) : NO_CLASS) + '.' +
+        escaped(message->type());
+    envelope.headers.push_back({UID, std::to_string(record.uniformId)});
+    envelope.headers.push_back({SEQ, std::to_string(record.seqNum)});
+    envelope.headers.push_back({TIME, std::to_string(record.time)});
+    if (static_cast<std::int64_t>(record.payload.size()) != record.whole) {
+        envelope.headers.push_back({PART, std::to_string(record.at) + '/' + std::to_string(record.whole)});
+    }
+    return envelope;
+}
+
+Record recordOf(const Stored& stored) {
+    const Headers headers(stored);
+    const auto parts = splitAt('.', stored.subject);
+    Record record;
+    record.payload = stored.payload;
+    record.kind = kindOf(parts.back());
+    if (record.kind == RecordKind::owner) {
+        return record;
+    }
+    // The name of a stream has no dot.
+    if (parts.size() != (record.kind == RecordKind::message ? 4U : 3U)) {
+        headers.refuse("no subject of a record");
+    }
+    const auto table = unescaped(parts[1]);
+    if (!table.has_value() || headers.text(TABLE) != parts[1]) {
+        headers.refuse("its subject and its header Tabulo-Table name no table, or two");
+    }
+    record.table = *table;
+    record.incarnation = headers.number<std::int64_t>(INCARNATION);
+    if (record.incarnation < 1) {
+        headers.refuse("its header Tabulo-Incarnation is below 1");
+    }
+    if (record.kind != RecordKind::session) {
+        record.offset = headers.place(OFFSET);
+    }
+    if (record.kind == RecordKind::rewind && !record.payload.empty()) {
+        record.at = headers.place(KEPT);
+    }
+    if (record.kind == RecordKind::message) {
+        record.uniformId = headers.number<std::int32_t>(UID);
+        record.seqNum = headers.number<std::int32_t>(SEQ);
+        record.time = headers.number<std::int64_t>(TIME);
+        takeParts(headers, &record);
+    }
+    return record;
+}
+
+std::string subjectsOf(std::string_view stream, std::string_view table) {
+    return joined(stream, table, ">");
+}
+
+std::string subjectOf(std::string_view stream, std::string_view table, RecordKind kind) {
+    return joined(stream, table, markOf(kind));
+}
+
+std::string ownerSubject(std::string_view stream) {
+    return std::string(stream) + '.' + std::string(markOf(RecordKind::owner));
+}
+
+}  // namespace tabulo::shipping
