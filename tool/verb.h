@@ -38,6 +38,9 @@ extern const Verb recoverVerb;
 extern const Verb backupVerb;
 extern const Verb splitVerb;
 extern const Verb exportVerb;
+extern const Verb shipVerb;
+extern const Verb receiveVerb;
+extern const Verb lagVerb;
 extern const Verb helpVerb;
 extern const Verb completionVerb;
 

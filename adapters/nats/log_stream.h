@@ -68,7 +68,8 @@ class LogStream {
     // Of what was published, what is stored for sure.
     virtual std::uint64_t settled() const noexcept = 0;
 
-    // Answers what others ask on a subject outside of the stream, in a thread of the transport, as long as the stream.
+    // Answers what others ask on a subject outside of the stream, in a thread of the transport, also while and after
+    // this object goes: what the answer needs it must own.
     virtual void answer(const std::string& subject, std::function<std::string()> answer) = 0;
     // Asks all who answer there, and takes what comes in such a time; one answer is enough when `one`.
     virtual std::vector<std::string> ask(const std::string& subject, std::chrono::milliseconds time, bool one) = 0;

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "adapters/nats/log_stream.h"
+#include "adapters/nats/publisher.h"
 #include "adapters/nats/words.h"
 
 namespace tabulo::shipping {
@@ -29,18 +30,13 @@ class Shipper {
     ~Shipper();
 
     // Until it is stopped, or behind the ends with `once`, when all is stored in the stream. What is wrong with a table
-    // is told (Words::warn) and ends that table alone. Unreachable: to be run again, which asks the stream what it
-    // holds. Superseded when another shipper has it.
+    // is told (Words::warn) and ends that table alone; a stream that is ahead of a table ends all of it. Unreachable:
+    // to be run again, which asks the stream what it holds. Superseded when another shipper has it.
     void run();
 
   private:
     struct State;
     std::unique_ptr<State> state_;
-};
-
-// Another shipper publishes this stream; the text names it and says what to do.
-struct Superseded : std::runtime_error {
-    using std::runtime_error::runtime_error;
 };
 
 }  // namespace tabulo::shipping

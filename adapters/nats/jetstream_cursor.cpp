@@ -1,0 +1,80 @@
+#include "adapters/nats/jetstream_cursor.h"
+
+#include "adapters/nats/nats_message.h"
+#include "adapters/nats/nats_status.h"
+
+namespace tabulo::shipping {
+
+namespace {
+
+constexpr std::int64_t NANOSECONDS = 1'000'000'000;
+
+}  // namespace
+
+JetStreamCursor::JetStreamCursor(natsConnection* connection, const std::string& stream, std::uint64_t from)
+    : connection_(connection), stream_(stream), next_(from) {
+    subscribe();
+}
+
+JetStreamCursor::~JetStreamCursor() = default;
+
+void JetStreamCursor::subscribe() {
+    subscription_.reset();
+    if (context_ == nullptr) {
+        jsCtx* made = nullptr;
+        check(natsConnection_JetStream(&made, connection_, nullptr), "reading " + stream_);
+        context_.reset(made);
+    }
+    jsSubOptions options;
+    jsSubOptions_Init(&options);
+    options.Stream = stream_.c_str();
+    options.Config.DeliverPolicy = js_DeliverByStartSequence;
+    options.Config.OptStartSeq = next_;
+    options.Config.AckPolicy = js_AckNone;
+    options.Config.MaxDeliver = 1;
+    // The server stops sending until what it has sent was taken, so that no backlog fills the memory.
+    options.Config.FlowControl = true;
+    options.Config.Heartbeat = NANOSECONDS;
+    options.Config.MemoryStorage = true;
+    options.Config.Replicas = 1;
+    natsSubscription* made = nullptr;
+    jsErrCode code{};
+    const std::string subjects = stream_ + ".>";
+    check(js_SubscribeSync(&made, context_.get(), subjects.c_str(), nullptr, &options, &code), "reading " + stream_);
+    subscription_.reset(made);
+    check(natsSubscription_SetPendingLimits(made, -1, 32 << 20), "reading " + stream_);
+    delivered_ = 0;
+}
+
+std::optional<Stored> JetStreamCursor::next(std::chrono::milliseconds timeout) {
+    if (subscription_ == nullptr) {
+        subscribe();
+    }
+    natsMsg* message = nullptr;
+    // A wait of 0 is none that libnats takes.
+    const natsStatus status =
+        natsSubscription_NextMsg(&message, subscription_.get(), std::max<std::int64_t>(timeout.count(), 1));
+    if (status == NATS_TIMEOUT) {
+        return std::nullopt;
+    }
+    if (status != NATS_OK) {
+        subscription_.reset();
+        if (status == NATS_MISSED_HEARTBEAT || status == NATS_MISMATCH) {
+            return std::nullopt;  // the consumer is gone, with its server perhaps
+        }
+        check(status, "reading " + stream_);
+    }
+    const MessageHandle handle(message);
+    jsMsgMetaData* found = nullptr;
+    check(natsMsg_GetMetaData(&found, message), "reading " + stream_);
+    const MetaDataHandle meta(found);
+    delivered_ += 1;
+    if (meta->Sequence.Consumer != delivered_ || meta->Sequence.Stream < next_) {
+        subscription_.reset();  // something was lost on the way
+        return std::nullopt;
+    }
+    next_ = meta->Sequence.Stream + 1;
+    return storedOf(message, natsMsg_GetSubject(message), meta->Sequence.Stream);
+}
+
+}  // namespace tabulo::shipping

@@ -1,0 +1,31 @@
+// Reads a stream in order through a consumer of its own, which is made anew, behind what was read, when it breaks.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "adapters/nats/log_stream.h"
+#include "adapters/nats/nats_handles.h"
+
+namespace tabulo::shipping {
+
+class JetStreamCursor : public LogCursor {
+  public:
+    // Both must outlive it.
+    JetStreamCursor(natsConnection* connection, const std::string& stream, std::uint64_t from);
+    ~JetStreamCursor() override;
+
+    std::optional<Stored> next(std::chrono::milliseconds timeout) override;
+
+  private:
+    void subscribe();
+
+    natsConnection* connection_;
+    std::string stream_;
+    std::uint64_t next_;  // the sequence that is due
+    ContextHandle context_;
+    SubscriptionHandle subscription_;
+    std::uint64_t delivered_ = 0;  // by this consumer
+};
+
+}  // namespace tabulo::shipping

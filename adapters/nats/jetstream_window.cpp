@@ -1,0 +1,125 @@
+#include "adapters/nats/jetstream_window.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "adapters/nats/log_stream.h"
+#include "adapters/nats/nats_message.h"
+#include "adapters/nats/nats_status.h"
+
+namespace tabulo::shipping {
+
+namespace {
+
+constexpr std::size_t MOST_RECORDS = 4096;
+constexpr std::size_t MOST_BYTES = 8 << 20;
+// Longer than a cluster takes to find a new leader, mostly. Without it a lost acknowledgement would be waited for for
+// ever.
+constexpr std::int64_t ACKNOWLEDGED_WITHIN_MS = 5000;
+
+}  // namespace
+
+struct JetStreamWindow::Flight {
+    std::mutex mutex;
+    std::condition_variable changed;
+    std::size_t records = 0;
+    std::size_t bytes = 0;
+    std::uint64_t settled = 0;
+    std::optional<std::string> doubt;
+};
+
+JetStreamWindow::JetStreamWindow(std::string stream) : stream_(std::move(stream)), flight_(new Flight) {
+}
+
+JetStreamWindow::~JetStreamWindow() {
+    giveUp();
+}
+
+void JetStreamWindow::acknowledged(jsCtx*, natsMsg* message, jsPubAck* ack, jsPubAckErr* error, void* closure) {
+    const MessageHandle handle(message);
+    auto& flight = *static_cast<Flight*>(closure);
+    const std::scoped_lock lock(flight.mutex);
+    flight.records -= 1;
+    flight.bytes -= static_cast<std::size_t>(natsMsg_GetDataLength(message));
+    if (ack != nullptr) {
+        flight.settled = std::max(flight.settled, ack->Sequence);
+    } else if (!flight.doubt.has_value()) {
+        const bool hasText = error != nullptr && error->ErrText != nullptr;
+        flight.doubt = hasText ? error->ErrText : natsStatus_GetText(error == nullptr ? NATS_ERR : error->Err);
+    }
+    flight.changed.notify_one();
+}
+
+void JetStreamWindow::begin(natsConnection* connection) {
+    jsOptions options;
+    jsOptions_Init(&options);
+    options.PublishAsync.MaxPending = 0;  // bounded here, by bytes too
+    options.PublishAsync.AckHandler = acknowledged;
+    options.PublishAsync.AckHandlerClosure = flight_.get();
+    jsCtx* made = nullptr;
+    check(natsConnection_JetStream(&made, connection, &options), "publishing");
+    context_.reset(made);
+}
+
+void JetStreamWindow::giveUp() {
+    if (context_ == nullptr) {
+        return;
+    }
+    natsMsgList pending{};
+    js_PublishAsyncGetPendingList(&pending, context_.get());
+    natsMsgList_Destroy(&pending);
+    context_.reset();
+    auto next = std::make_unique<Flight>();
+    next->settled = settled();
+    past_.push_back(std::exchange(flight_, std::move(next)));
+}
+
+// Until no more than so many are in flight.
+void JetStreamWindow::wait(std::size_t records, std::size_t bytes) {
+    std::unique_lock lock(flight_->mutex);
+    flight_->changed.wait(
+        lock, [&] { return flight_->doubt.has_value() || (flight_->records <= records && flight_->bytes <= bytes); });
+    if (const std::optional<std::string> doubt = flight_->doubt; doubt.has_value()) {
+        lock.unlock();
+        giveUp();
+        throw Unreachable("publishing to " + stream_ + ": " + *doubt);
+    }
+}
+
+void JetStreamWindow::publish(natsConnection* connection, const Envelope& envelope, std::uint64_t expected) {
+    if (context_ == nullptr) {
+        begin(connection);
+    }
+    const std::size_t bytes = envelope.payload.size();
+    wait(MOST_RECORDS - 1, MOST_BYTES - std::min(bytes, MOST_BYTES));
+    MessageHandle message = messageOf(envelope);
+    jsPubOptions options;
+    jsPubOptions_Init(&options);
+    options.MaxWait = ACKNOWLEDGED_WITHIN_MS;
+    options.ExpectStream = stream_.c_str();
+    options.ExpectLastSeq = expected;
+    options.ExpectNoMessage = expected == 0;
+    {
+        const std::scoped_lock lock(flight_->mutex);
+        flight_->records += 1;
+        flight_->bytes += bytes;
+    }
+    natsMsg* given = message.release();
+    const natsStatus status = js_PublishMsgAsync(context_.get(), &given, &options);
+    message.reset(given);  // null when it was taken
+    if (status != NATS_OK) {
+        giveUp();
+        check(status, "publishing to " + stream_);
+    }
+}
+
+void JetStreamWindow::settle() {
+    wait(0, 0);
+}
+
+std::uint64_t JetStreamWindow::settled() const {
+    const std::scoped_lock lock(flight_->mutex);
+    return flight_->settled;
+}
+
+}  // namespace tabulo::shipping

@@ -1,0 +1,82 @@
+#include "adapters/nats/owner.h"
+
+#include <unistd.h>
+
+#include <array>
+#include <cstdio>
+#include <ctime>
+#include <random>
+#include <vector>
+
+#include "adapters/nats/subject_token.h"
+#include "adapters/nats/text_lines.h"
+
+namespace tabulo::shipping {
+
+namespace {
+
+std::string randomId() {
+    std::random_device random;
+    std::array<char, 17> id{};
+    std::snprintf(id.data(), id.size(), "%08x%08x", static_cast<unsigned>(random()), static_cast<unsigned>(random()));
+    return id.data();
+}
+
+bool isId(std::string_view text) {
+    return text.size() == 16 && text.find_first_not_of("0123456789abcdef") == std::string_view::npos;
+}
+
+}  // namespace
+
+Owner Owner::here() {
+    std::array<char, 256> host{};
+    const bool hasName = ::gethostname(host.data(), host.size() - 1) == 0;
+    return {hasName ? host.data() : "unknown", ::getpid(), std::time(nullptr), randomId()};
+}
+
+std::string Owner::text() const {
+    return "host " + escaped(host) + "\npid " + std::to_string(pid) + "\nstarted " + std::to_string(started) + "\nid " +
+           id + "\n";
+}
+
+std::string Owner::sentence() const {
+    const std::time_t seconds = started;
+    std::tm time{};
+    std::array<char, 32> shown{};
+    if (::gmtime_r(&seconds, &time) == nullptr ||
+        std::strftime(shown.data(), shown.size(), "%Y-%m-%dT%H:%M:%SZ", &time) == 0) {
+        shown[0] = '\0';
+    }
+    return "process " + std::to_string(pid) + " on " + host + ", since " + shown.data();
+}
+
+std::string Owner::subject(std::string_view stream) const {
+    return "_TABULO." + std::string(stream) + ".owner." + id;
+}
+
+std::optional<Owner> ownerOf(std::string_view text) {
+    Owner owner;
+    std::vector<std::string_view> values;
+    const auto lines = splitAt('\n', text);
+    for (const std::string_view line : lines) {
+        const std::size_t space = line.find(' ');
+        values.push_back(space == std::string_view::npos ? std::string_view() : line.substr(space + 1));
+    }
+    if (values.size() != 4) {
+        return std::nullopt;
+    }
+    const auto host = unescaped(values[0]);
+    const auto pid = integerOf<std::int64_t>(values[1]);
+    const auto started = integerOf<std::int64_t>(values[2]);
+    if (!host.has_value() || !pid.has_value() || !started.has_value() || !isId(values[3])) {
+        return std::nullopt;
+    }
+    owner = {*host, *pid, *started, std::string(values[3])};
+    return owner.text() == text ? std::optional(owner) : std::nullopt;
+}
+
+std::string lagSubject(std::string_view stream) {
+    return "_TABULO." + std::string(stream) + ".lag";
+}
+
+}  // namespace tabulo::shipping

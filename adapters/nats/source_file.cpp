@@ -1,0 +1,49 @@
+#include "adapters/nats/source_file.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstring>
+#include <utility>
+
+namespace tabulo::shipping {
+
+SourceFile::SourceFile(const std::filesystem::path& path) noexcept
+    : descriptor_(::open(path.c_str(), O_RDONLY | O_CLOEXEC)) {
+}
+
+SourceFile::SourceFile(SourceFile&& other) noexcept : descriptor_(std::exchange(other.descriptor_, -1)) {
+}
+
+SourceFile& SourceFile::operator=(SourceFile&& other) noexcept {
+    std::swap(descriptor_, other.descriptor_);
+    return *this;
+}
+
+SourceFile::~SourceFile() {
+    if (isOpen()) {
+        ::close(descriptor_);
+    }
+}
+
+bool SourceFile::holds(std::int64_t offset, std::span<const std::byte> bytes) const noexcept {
+    std::array<std::byte, 16384> buffer;
+    while (!bytes.empty()) {
+        const ssize_t count =
+            ::pread(descriptor_, buffer.data(), std::min(buffer.size(), bytes.size()), static_cast<off_t>(offset));
+        if (count < 0 && errno == EINTR) {
+            continue;
+        }
+        if (count <= 0 || std::memcmp(buffer.data(), bytes.data(), static_cast<std::size_t>(count)) != 0) {
+            return false;
+        }
+        bytes = bytes.subspan(static_cast<std::size_t>(count));
+        offset += count;
+    }
+    return isOpen();
+}
+
+}  // namespace tabulo::shipping

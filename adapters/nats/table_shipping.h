@@ -1,0 +1,84 @@
+// Follows the message tables that are shipped, and publishes what comes.
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <filesystem>
+#include <functional>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "adapters/nats/publisher.h"
+#include "adapters/nats/source_table.h"
+#include "tabulo/follower.h"
+
+namespace tabulo::shipping {
+
+// What is to be done with a stream that does not fit its tables.
+struct ShipLeave {
+    bool acceptRewind = false;
+    bool allowGap = false;
+};
+
+class TableShipping {
+  public:
+    TableShipping(Publisher& publisher, Words words, ShipLeave leave);
+
+    // From where the stream has it, or from its beginning. False when it is left out, which was told.
+    bool add(const std::filesystem::path& path);
+    // A table that the stream has and the folder has not. False when that is an error, which was told.
+    void tellMissing(const std::string& table);
+
+    // Publishes the next message, or does what has happened to a table; false when nothing has come in that time.
+    bool step(std::chrono::milliseconds timeout);
+    // Whether the stream was found ahead of a table: nothing more is to be shipped.
+    bool isRewound() const noexcept { return isRewound_; }
+
+    // Notes where the tables end now; and whether all that stands in front of there is published.
+    void noteEnds();
+    bool hasReachedEnds() const;
+    bool has(const std::string& table) const;
+
+    // How far behind, as of now; any thread may ask.
+    struct Lag {
+        std::int64_t messages = 0;
+        std::int64_t bytes = 0;
+    };
+    Lag lag() const;
+
+  private:
+    struct Following {
+        SourceTable table;
+        std::optional<std::size_t> number{};  // in the follower; none when it is left out
+        std::int64_t incarnation = 0;
+        SourceFile file{};
+        std::vector<std::byte> newest{};  // the first bytes of the frame that was shipped last, and where it stands
+        std::int64_t newestAt = 0;
+        std::int64_t next = 0;     // offset behind it
+        std::int64_t shipped = 0;  // messages
+        std::int64_t end = 0;      // as noted
+    };
+
+    bool resume(Following* following, bool isLive);
+    bool begin(Following* following, std::int64_t incarnation);
+    bool resumeRewound(Following* following, const Shipped& shipped);
+    bool startAnew(Following* following, const Shipped& shipped, bool isLive);
+    bool follow(Following* following, const Shipped& shipped);
+    bool hasLayoutOf(const Following& following) const;
+    void change(Following* following);
+    void leaveOut(Following* following, const std::string& why);
+    void ship(const MessageView& message);
+    Following* numbered(std::size_t number);
+
+    Publisher& publisher_;
+    Words words_;
+    ShipLeave leave_;
+    Follower follower_;
+    mutable std::mutex mutex_;  // of what `lag` looks at
+    std::vector<Following> tables_;
+    bool isRewound_ = false;
+};
+
+}  // namespace tabulo::shipping
