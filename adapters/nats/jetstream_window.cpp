@@ -1,6 +1,7 @@
 #include "adapters/nats/jetstream_window.h"
 
 #include <algorithm>
+#include <chrono>
 #include <utility>
 
 #include "adapters/nats/log_stream.h"
@@ -13,9 +14,9 @@ namespace {
 
 constexpr std::size_t MOST_RECORDS = 4096;
 constexpr std::size_t MOST_BYTES = 8 << 20;
-// Longer than a cluster takes to find a new leader, mostly. Without it a lost acknowledgement would be waited for for
-// ever.
-constexpr std::int64_t ACKNOWLEDGED_WITHIN_MS = 5000;
+// Longer than a cluster takes to find a new leader, mostly. A lost acknowledgement never comes. The library could watch
+// each record for that (jsPubOptions.MaxWait), which halves the rate; here none at all in such a time is what tells it.
+constexpr std::chrono::seconds ACKNOWLEDGED_WITHIN{5};
 
 }  // namespace
 
@@ -26,6 +27,12 @@ struct JetStreamWindow::Flight {
     std::size_t bytes = 0;
     std::uint64_t settled = 0;
     std::optional<std::string> doubt;
+    // What a waiting publisher waits for: it is woken once, not by each acknowledgement.
+    bool isAwaited = false;
+    std::size_t awaitedRecords = 0;
+    std::size_t awaitedBytes = 0;
+
+    bool hasCome() const { return doubt.has_value() || (records <= awaitedRecords && bytes <= awaitedBytes); }
 };
 
 JetStreamWindow::JetStreamWindow(std::string stream) : stream_(std::move(stream)), flight_(new Flight) {
@@ -47,7 +54,10 @@ void JetStreamWindow::acknowledged(jsCtx*, natsMsg* message, jsPubAck* ack, jsPu
         const bool hasText = error != nullptr && error->ErrText != nullptr;
         flight.doubt = hasText ? error->ErrText : natsStatus_GetText(error == nullptr ? NATS_ERR : error->Err);
     }
-    flight.changed.notify_one();
+    if (flight.isAwaited && flight.hasCome()) {
+        flight.isAwaited = false;
+        flight.changed.notify_one();
+    }
 }
 
 void JetStreamWindow::begin(natsConnection* connection) {
@@ -74,11 +84,25 @@ void JetStreamWindow::giveUp() {
     past_.push_back(std::exchange(flight_, std::move(next)));
 }
 
+bool JetStreamWindow::isFull(std::size_t bytes) const {
+    const std::scoped_lock lock(flight_->mutex);
+    return flight_->doubt.has_value() || flight_->records >= MOST_RECORDS || flight_->bytes + bytes > MOST_BYTES;
+}
+
 // Until no more than so many are in flight.
 void JetStreamWindow::wait(std::size_t records, std::size_t bytes) {
     std::unique_lock lock(flight_->mutex);
-    flight_->changed.wait(
-        lock, [&] { return flight_->doubt.has_value() || (flight_->records <= records && flight_->bytes <= bytes); });
+    flight_->awaitedRecords = records;
+    flight_->awaitedBytes = bytes;
+    while (!flight_->hasCome()) {
+        const std::size_t before = flight_->records;
+        flight_->isAwaited = true;
+        flight_->changed.wait_for(lock, ACKNOWLEDGED_WITHIN, [&] { return flight_->hasCome(); });
+        flight_->isAwaited = false;
+        if (!flight_->hasCome() && flight_->records == before) {
+            flight_->doubt = "no acknowledgement has come for " + std::to_string(ACKNOWLEDGED_WITHIN.count()) + " s";
+        }
+    }
     if (const std::optional<std::string> doubt = flight_->doubt; doubt.has_value()) {
         lock.unlock();
         giveUp();
@@ -91,11 +115,12 @@ void JetStreamWindow::publish(natsConnection* connection, const Envelope& envelo
         begin(connection);
     }
     const std::size_t bytes = envelope.payload.size();
-    wait(MOST_RECORDS - 1, MOST_BYTES - std::min(bytes, MOST_BYTES));
+    if (isFull(bytes)) {
+        wait(MOST_RECORDS / 2, MOST_BYTES / 2);
+    }
     MessageHandle message = messageOf(envelope);
     jsPubOptions options;
     jsPubOptions_Init(&options);
-    options.MaxWait = ACKNOWLEDGED_WITHIN_MS;
     options.ExpectStream = stream_.c_str();
     options.ExpectLastSeq = expected;
     options.ExpectNoMessage = expected == 0;
