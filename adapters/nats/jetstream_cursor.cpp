@@ -74,6 +74,7 @@ std::optional<Stored> JetStreamCursor::next(std::chrono::milliseconds timeout) {
         return std::nullopt;
     }
     next_ = meta->Sequence.Stream + 1;
+    pending_ = meta->NumPending;
     return storedOf(message, natsMsg_GetSubject(message), meta->Sequence.Stream);
 }
 

@@ -16,6 +16,7 @@ class JetStreamCursor : public LogCursor {
     ~JetStreamCursor() override;
 
     std::optional<Stored> next(std::chrono::milliseconds timeout) override;
+    std::uint64_t pending() const noexcept override { return pending_; }
 
   private:
     void subscribe();
@@ -25,6 +26,7 @@ class JetStreamCursor : public LogCursor {
     std::uint64_t next_;  // the sequence that is due
     ContextHandle context_;
     SubscriptionHandle subscription_;
+    std::uint64_t pending_ = 0;
     std::uint64_t delivered_ = 0;  // by this consumer
 };
 

@@ -32,6 +32,8 @@ class LogCursor {
     // The next one, or none when there was none for so long; 0 gives what has come already. Sequences ascend; one that
     // is left out is not in the stream any more. Unreachable.
     virtual std::optional<Stored> next(std::chrono::milliseconds timeout) = 0;
+    // How many records stood behind the one that was given last, when it was sent.
+    virtual std::uint64_t pending() const noexcept = 0;
 };
 
 // One thread uses a LogStream. Every operation may throw Unreachable and Refused.

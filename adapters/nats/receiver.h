@@ -2,11 +2,9 @@
 // says from where the stream need not be read again.
 #pragma once
 
-#include <atomic>
 #include <cstdint>
 #include <filesystem>
 #include <functional>
-#include <map>
 #include <memory>
 #include <string>
 
@@ -14,8 +12,6 @@
 #include "adapters/nats/words.h"
 
 namespace tabulo::shipping {
-
-class CopyTable;
 
 struct ReceiveOptions {
     std::filesystem::path folder{};
@@ -30,7 +26,7 @@ class Receiver {
 
     // Until it is stopped, or behind the end with `once`. Whatever is wrong with a table is told (Words::warn) and ends
     // that table alone; the others go on. The tables are closed at the end. Unreachable: to be run again, which goes on
-    // where the tables end. Errors of the folder are thrown.
+    // where the tables end. Refused, std::filesystem::filesystem_error for a folder that cannot be used.
     void run();
 
   private:

@@ -49,7 +49,7 @@ Shipped SourceTable::ask(LogStream& stream) const {
 }
 
 Since SourceTable::compare(LogStream& stream, const Shipped& shipped) const {
-    const SourceFile file(path_);
+    const TableBytes file(path_);
     if (!file.isOpen()) {
         return Since::missing;
     }
@@ -88,7 +88,7 @@ SourceTable::Place SourceTable::placeBehind(const Shipped& shipped) const {
 }
 
 Shipped SourceTable::newestCommon(LogStream& stream, const Shipped& shipped, ValueRange<std::int32_t>* lost) const {
-    const SourceFile file(path_);
+    const TableBytes file(path_);
     const std::string subjects = subjectsOf(stream.name(), name_);
     const std::string ours = subjects.substr(0, subjects.size() - 1);
     *lost = {shipped.uniformId, shipped.uniformId};

@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "adapters/nats/log_stream.h"
-#include "adapters/nats/source_file.h"
+#include "adapters/nats/table_bytes.h"
 #include "tabulo/reader.h"
 
 namespace tabulo::shipping {

@@ -98,7 +98,7 @@ bool TableShipping::begin(Following* following, std::int64_t incarnation) {
 bool TableShipping::follow(Following* following, const Shipped& shipped) {
     const SourceTable::Place place = following->table.placeBehind(shipped);
     const std::size_t number = follower_.add(following->table.path(), FollowFrom::position(place.position));
-    SourceFile file(following->table.path());
+    TableBytes file(following->table.path());
     if (!shipped.bytes.empty() && !file.holds(shipped.bytesAt, shipped.bytes)) {
         follower_.remove(number);
         throw Unreachable(following->table.name() + " has just become another one");

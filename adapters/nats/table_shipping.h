@@ -53,7 +53,7 @@ class TableShipping {
         SourceTable table;
         std::optional<std::size_t> number{};  // in the follower; none when it is left out
         std::int64_t incarnation = 0;
-        SourceFile file{};
+        TableBytes file{};
         std::vector<std::byte> newest{};  // the first bytes of the frame that was shipped last, and where it stands
         std::int64_t newestAt = 0;
         std::int64_t next = 0;     // offset behind it

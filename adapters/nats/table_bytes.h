@@ -1,4 +1,4 @@
-// The bytes of a table's file, to be compared with what was shipped of it.
+// The bytes of a table's file, to be compared with those that went over.
 #pragma once
 
 #include <cstddef>
@@ -8,14 +8,14 @@
 
 namespace tabulo::shipping {
 
-class SourceFile {
+class TableBytes {
   public:
     // Opens it for reading; isOpen tells whether that went well.
-    explicit SourceFile(const std::filesystem::path& path) noexcept;
-    SourceFile() noexcept = default;
-    SourceFile(SourceFile&& other) noexcept;
-    SourceFile& operator=(SourceFile&& other) noexcept;
-    ~SourceFile();
+    explicit TableBytes(const std::filesystem::path& path) noexcept;
+    TableBytes() noexcept = default;
+    TableBytes(TableBytes&& other) noexcept;
+    TableBytes& operator=(TableBytes&& other) noexcept;
+    ~TableBytes();
 
     bool isOpen() const noexcept { return descriptor_ >= 0; }
     // Whether just these bytes stand at the place. False also when the file ends in front of their end, or cannot be

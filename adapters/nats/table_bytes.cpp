@@ -1,4 +1,4 @@
-#include "adapters/nats/source_file.h"
+#include "adapters/nats/table_bytes.h"
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -11,25 +11,25 @@
 
 namespace tabulo::shipping {
 
-SourceFile::SourceFile(const std::filesystem::path& path) noexcept
+TableBytes::TableBytes(const std::filesystem::path& path) noexcept
     : descriptor_(::open(path.c_str(), O_RDONLY | O_CLOEXEC)) {
 }
 
-SourceFile::SourceFile(SourceFile&& other) noexcept : descriptor_(std::exchange(other.descriptor_, -1)) {
+TableBytes::TableBytes(TableBytes&& other) noexcept : descriptor_(std::exchange(other.descriptor_, -1)) {
 }
 
-SourceFile& SourceFile::operator=(SourceFile&& other) noexcept {
+TableBytes& TableBytes::operator=(TableBytes&& other) noexcept {
     std::swap(descriptor_, other.descriptor_);
     return *this;
 }
 
-SourceFile::~SourceFile() {
+TableBytes::~TableBytes() {
     if (isOpen()) {
         ::close(descriptor_);
     }
 }
 
-bool SourceFile::holds(std::int64_t offset, std::span<const std::byte> bytes) const noexcept {
+bool TableBytes::holds(std::int64_t offset, std::span<const std::byte> bytes) const noexcept {
     std::array<std::byte, 16384> buffer;
     while (!bytes.empty()) {
         const ssize_t count =

@@ -1,0 +1,314 @@
+#include "adapters/nats/receiver.h"
+
+#include <chrono>
+#include <map>
+#include <mutex>
+#include <optional>
+#include <set>
+#include <utility>
+
+#include "adapters/nats/copy_table.h"
+#include "adapters/nats/lag.h"
+#include "adapters/nats/owner.h"
+#include "adapters/nats/receive_note.h"
+#include "adapters/nats/session_text.h"
+#include "tabulo/reader.h"
+#include "tabulo/session_info.h"
+
+namespace tabulo::shipping {
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+constexpr std::chrono::milliseconds WAIT{100};
+constexpr std::chrono::seconds NOTED_EVERY{1};
+
+// What answers how far behind the receiver is.
+struct ReceiverLag {
+    std::mutex mutex;
+    LagReport report;
+    Clock::time_point upToDate = Clock::now();
+    std::int64_t records = 0;
+    std::int64_t bytes = 0;
+
+    std::string text() {
+        const std::scoped_lock lock(mutex);
+        // Those that are to come are taken to be like those that came.
+        report.bytes = records == 0 ? 0 : report.messages * (bytes / records);
+        report.seconds = report.messages == 0 ? 0 : std::chrono::duration<double>(Clock::now() - upToDate).count();
+        return lagText(report);
+    }
+    void took(std::size_t size, std::uint64_t pending) {
+        const std::scoped_lock lock(mutex);
+        records += 1;
+        bytes += static_cast<std::int64_t>(size);
+        report.messages = static_cast<std::int64_t>(pending);
+        if (pending == 0) {
+            upToDate = Clock::now();
+        }
+    }
+};
+
+}  // namespace
+
+struct Receiver::State {
+    LogStream& stream;
+    ReceiveOptions options;
+    Words words;
+    ReceiveNote note{};  // what is to be noted; its sequence is that of the last record that was taken
+    std::map<std::string, CopyTable> tables{};
+    std::map<std::string, SessionInfo> sessions{};
+    std::set<std::string> refused{};
+    std::set<std::string> readAgain{};
+    std::map<std::string, std::uint64_t>
+        skipped{};  // by table: records in front of this one are of a content that is gone
+    std::unique_ptr<LogCursor> cursor{};
+    std::shared_ptr<ReceiverLag> lag{};
+    Clock::time_point notedAt = Clock::now();
+    std::uint64_t noted = 0;
+
+    void begin(LogStream::Ends ends);
+    void forgetContents();
+    void take(const Stored& stored);
+    void takeOf(const Record& record);
+    void takeSession(const Record& record);
+    void readTableAgain(const Record& record, const std::string& why);
+    void refuse(const std::string& table, const std::string& why);
+    void flush();
+    void keepNote(bool now);
+    void end();
+};
+
+Receiver::Receiver(LogStream& stream, ReceiveOptions options, Words words)
+    : state_(new State{.stream = stream, .options = std::move(options), .words = std::move(words)}) {
+}
+
+Receiver::~Receiver() = default;
+
+void Receiver::State::refuse(const std::string& table, const std::string& why) {
+    if (refused.insert(table).second) {
+        words.warn(why);
+    }
+    tables.erase(table);
+}
+
+// Of the tables that stand there and nothing is noted of, the newest content is the one to compare with.
+void Receiver::State::forgetContents() {
+    const std::string& name = stream.name();
+    for (const std::string& subject : stream.subjects(name + ".*.@layout")) {
+        const std::optional<Stored> layout = stream.last(subject);
+        if (layout.has_value()) {
+            const Record record = recordOf(*layout);
+            if (std::filesystem::exists(options.folder / record.table)) {
+                skipped[record.table] = layout->sequence;
+            }
+        }
+    }
+}
+
+void Receiver::State::begin(LogStream::Ends ends) {
+    std::filesystem::create_directories(options.folder);
+    tables.clear();
+    sessions.clear();
+    skipped.clear();
+    const std::optional<ReceiveNote> found = readNote(options.folder);
+    if (found.has_value() && found->stream != stream.name()) {
+        throw Refused(options.folder.string() + " holds the tables of the stream " + found->stream +
+                      ": a folder is of one stream");
+    }
+    const bool isKnown = found.has_value() && found->sequence <= ends.last;
+    note = isKnown ? *found : ReceiveNote{.stream = stream.name()};
+    if (!isKnown) {
+        forgetContents();
+        note.sequence = ends.first > 0 ? ends.first - 1 : 0;
+    }
+    noted = note.sequence;
+    cursor = stream.read(note.sequence + 1);
+    if (lag == nullptr) {
+        const Owner here = Owner::here();
+        lag = std::make_shared<ReceiverLag>();
+        lag->report = {.stream = stream.name(), .role = "receiver", .host = here.host, .pid = here.pid};
+        stream.answer(lagSubject(stream.name()), [source = lag] { return source->text(); });
+    }
+}
+
+void Receiver::State::takeSession(const Record& record) {
+    const auto values = sessionValuesOf({reinterpret_cast<const char*>(record.payload.data()), record.payload.size()});
+    if (!values.has_value()) {
+        throw CopyRefused("the values of " + record.table + " that have come are none");
+    }
+    std::vector<std::int32_t> tags;
+    for (const SessionValue& value : *values) {
+        tags.push_back(value.tag);
+    }
+    const std::filesystem::path path = options.folder / record.table;
+    auto open = sessions.find(record.table);
+    if (open == sessions.end() && std::filesystem::exists(path)) {
+        open = sessions.emplace(record.table, SessionInfo::openForWriting(path)).first;
+    }
+    if (open != sessions.end() && open->second.tags() != tags) {
+        open->second.close();
+        sessions.erase(open);
+        open = sessions.end();
+        std::filesystem::remove(path);
+    }
+    if (open == sessions.end()) {
+        open = sessions.emplace(record.table, SessionInfo::create(path, tags)).first;
+    }
+    open->second.write(*values);
+}
+
+// A record does not follow what its table has: all of the table's content is read, and compared, once.
+void Receiver::State::readTableAgain(const Record& record, const std::string& why) {
+    const std::optional<Stored> layout = stream.last(subjectOf(stream.name(), record.table, RecordKind::layout));
+    const bool isOfRecord = layout.has_value() && recordOf(*layout).incarnation == record.incarnation;
+    if (!isOfRecord || !readAgain.insert(record.table).second) {
+        std::string has = "nothing";
+        try {
+            if (const auto last = Reader(options.folder / record.table).lastUniformId(); last.has_value()) {
+                has = "messages up to the uniform id " + std::to_string(*last);
+            }
+        } catch (const Error&) {
+            has = "no table";
+        }
+        refuse(record.table, why + ", and the stream does not hold what is missing any more: the copy has " + has +
+                                 ", and the stream goes on with " + std::to_string(record.uniformId) + " at offset " +
+                                 std::to_string(record.offset) + ": " + record.table + " is not received any more");
+        return;
+    }
+    words.say(why + ": " + record.table + " is compared from its beginning on");
+    flush();
+    tables.erase(record.table);
+    note.incarnations.erase(record.table);
+    note.sequence = layout->sequence - 1;
+    cursor = stream.read(layout->sequence);
+}
+
+void Receiver::State::takeOf(const Record& record) {
+    const auto known = note.incarnations.find(record.table);
+    auto table = tables.find(record.table);
+    if (table == tables.end()) {
+        const std::int64_t incarnation = known == note.incarnations.end() ? 0 : known->second;
+        table = tables.emplace(record.table, CopyTable(options.folder / record.table, incarnation, words)).first;
+    }
+    const bool isTurn = table->second.isTurn(record);
+    if (isTurn) {  // if this ends in the middle of it, it is done again, and nothing of what stands in front of it
+        flush();
+        keepNote(true);
+        if (refused.contains(record.table)) {
+            return;
+        }
+    }
+    try {
+        table->second.apply(record);
+        if (table->second.incarnation() != 0) {
+            note.incarnations[record.table] = table->second.incarnation();
+        }
+    } catch (const CopyBehind& behind) {
+        readTableAgain(record, behind.what());
+    }
+}
+
+void Receiver::State::take(const Stored& stored) {
+    std::string name;
+    try {
+        const Record record = recordOf(stored);
+        name = record.table;
+        const auto skip = skipped.find(name);
+        const bool isGone = skip != skipped.end() && stored.sequence < skip->second;
+        if (record.kind == RecordKind::owner || refused.contains(name) ||
+            (isGone && record.kind != RecordKind::session)) {
+            note.sequence = stored.sequence;
+            return;
+        }
+        const std::uint64_t before = note.sequence;
+        if (record.kind == RecordKind::session) {
+            takeSession(record);
+        } else if (record.kind == RecordKind::gap) {
+            words.say(name + ": " +
+                      std::string(reinterpret_cast<const char*>(record.payload.data()), record.payload.size()));
+        } else {
+            takeOf(record);
+        }
+        if (note.sequence == before) {  // it was not set back
+            note.sequence = stored.sequence;
+        }
+        if (record.kind == RecordKind::layout || record.kind == RecordKind::drop || record.kind == RecordKind::rewind) {
+            keepNote(true);
+        }
+    } catch (const ForeignRecord& error) {
+        words.warn(error.what());
+        note.sequence = stored.sequence;
+    } catch (const CopyRefused& error) {
+        refuse(name, error.what());
+    } catch (const Error& error) {
+        refuse(name, error.what());
+    }
+}
+
+void Receiver::State::flush() {
+    for (auto table = tables.begin(); table != tables.end();) {
+        const std::string name = table->first;
+        try {
+            table->second.flush();
+            ++table;
+        } catch (const std::exception& error) {
+            ++table;
+            refuse(name, error.what());
+        }
+    }
+}
+
+// Everything in front of it has been appended.
+void Receiver::State::keepNote(bool now) {
+    if (noted != note.sequence && (now || Clock::now() - notedAt > NOTED_EVERY)) {
+        flush();
+        writeNote(options.folder, note);
+        noted = note.sequence;
+        notedAt = Clock::now();
+    }
+}
+
+void Receiver::State::end() {
+    for (auto& [name, table] : tables) {
+        try {
+            table.close();
+        } catch (const std::exception& error) {
+            words.warn(error.what());
+        }
+    }
+    tables.clear();
+    sessions.clear();
+    keepNote(true);
+}
+
+void Receiver::run() {
+    State& state = *state_;
+    const LogStream::Ends ends = state.stream.ends();
+    state.begin(ends);
+    try {
+        while (!(state.options.isStopped && state.options.isStopped())) {
+            if (state.options.once && state.note.sequence >= ends.last) {
+                break;
+            }
+            std::optional<Stored> stored = state.cursor->next(std::chrono::milliseconds(0));
+            if (!stored.has_value()) {
+                state.flush();
+                state.keepNote(false);
+                stored = state.cursor->next(WAIT);
+            }
+            if (stored.has_value()) {
+                state.take(*stored);
+                state.lag->took(stored->payload.size(), state.cursor->pending());
+                state.keepNote(false);
+            }
+        }
+    } catch (...) {
+        state.end();
+        throw;
+    }
+    state.end();
+}
+
+}  // namespace tabulo::shipping
