@@ -29,6 +29,7 @@ class JetStream : public LogStream {
     std::optional<Stored> from(std::uint64_t sequence, const std::string& subjects) override;
     std::vector<std::string> subjects(const std::string& matching) override;
     std::unique_ptr<LogCursor> read(std::uint64_t from) override;
+    std::uint64_t append(const Envelope& envelope) override;
     void publish(const Envelope& envelope, std::uint64_t expected) override;
     void settle() override;
     std::uint64_t settled() const noexcept override;

@@ -7,6 +7,7 @@
 #include "adapters/nats/log_stream.h"
 #include "adapters/nats/nats_message.h"
 #include "adapters/nats/nats_status.h"
+#include "adapters/nats/owner.h"
 
 namespace tabulo::shipping {
 
@@ -61,6 +62,8 @@ void JetStreamWindow::acknowledged(jsCtx*, natsMsg* message, jsPubAck* ack, jsPu
 }
 
 void JetStreamWindow::begin(natsConnection* connection) {
+    chain_ = randomId() + '-';
+    published_ = 0;
     jsOptions options;
     jsOptions_Init(&options);
     options.PublishAsync.MaxPending = 0;  // bounded here, by bytes too
@@ -123,7 +126,12 @@ void JetStreamWindow::publish(natsConnection* connection, const Envelope& envelo
     jsPubOptions_Init(&options);
     options.ExpectStream = stream_.c_str();
     options.ExpectLastSeq = expected;
-    options.ExpectNoMessage = expected == 0;
+    // The sequence alone would let the rest of a window in behind records that others have put in front of it.
+    const std::string id = chain_ + std::to_string(published_ + 1);
+    const std::string before = chain_ + std::to_string(published_);
+    options.MsgId = id.c_str();
+    options.ExpectLastMsgId = published_ == 0 ? nullptr : before.c_str();
+    published_ += 1;
     {
         const std::scoped_lock lock(flight_->mutex);
         flight_->records += 1;

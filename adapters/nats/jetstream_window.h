@@ -36,6 +36,10 @@ class JetStreamWindow {
     void wait(std::size_t records, std::size_t bytes);
 
     std::string stream_;
+    // Each record names itself by the window and its number in it, and but for the first one, the record that must
+    // stand in front of it.
+    std::string chain_;
+    std::uint64_t published_ = 0;
     ContextHandle context_;
     std::unique_ptr<Flight> flight_;
     // Of windows that were given up: a last acknowledgement may be on its way to them.

@@ -60,10 +60,13 @@ class LogStream {
     virtual std::vector<std::string> subjects(const std::string& matching) = 0;
     virtual std::unique_ptr<LogCursor> read(std::uint64_t from) = 0;
 
-    // Publishes a record as the one behind `expected`; of an empty stream (0) as the first one of its subject. Returns
-    // before it is stored, unless the window of such records is full. Unreachable as soon as one of them is in doubt:
-    // it timed out, or was refused as something else has become the record of its sequence. The window is then given
-    // up: each record of it is or is not stored, none behind one that is not.
+    // Publishes a record behind whatever is the newest one, waits until it is stored, and gives its sequence. Of what
+    // others have in flight then, nothing comes behind it.
+    virtual std::uint64_t append(const Envelope& envelope) = 0;
+    // Publishes a record as the one behind the sequence `expected`. Returns before it is stored, unless the window of
+    // such records is full. Unreachable as soon as one of them is in doubt: it timed out, or was refused as something
+    // else has become the record of its sequence. The window is then given up: each record of it is or is not stored,
+    // none behind one that is not.
     virtual void publish(const Envelope& envelope, std::uint64_t expected) = 0;
     // Waits until all are stored.
     virtual void settle() = 0;

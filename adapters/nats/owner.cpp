@@ -15,18 +15,18 @@ namespace tabulo::shipping {
 
 namespace {
 
+bool isId(std::string_view text) {
+    return text.size() == 16 && text.find_first_not_of("0123456789abcdef") == std::string_view::npos;
+}
+
+}  // namespace
+
 std::string randomId() {
     std::random_device random;
     std::array<char, 17> id{};
     std::snprintf(id.data(), id.size(), "%08x%08x", static_cast<unsigned>(random()), static_cast<unsigned>(random()));
     return id.data();
 }
-
-bool isId(std::string_view text) {
-    return text.size() == 16 && text.find_first_not_of("0123456789abcdef") == std::string_view::npos;
-}
-
-}  // namespace
 
 Owner Owner::here() {
     std::array<char, 256> host{};

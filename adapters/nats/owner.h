@@ -33,6 +33,9 @@ struct Owner {
 // None for a text that Owner::text cannot have made.
 std::optional<Owner> ownerOf(std::string_view text);
 
+// 16 hexadecimal digits that no other call has given.
+std::string randomId();
+
 // Where all shippers and receivers of a stream answer how far behind they are.
 std::string lagSubject(std::string_view stream);
 

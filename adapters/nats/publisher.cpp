@@ -22,15 +22,12 @@ std::string textOf(const Stored& stored) {
 Publisher::Publisher(LogStream& stream, Words words) : stream_(stream), words_(std::move(words)) {
 }
 
-// Whether the newest owner record is ours. Superseded for one whose shipper is there, or has come after us.
-bool Publisher::isOurs(bool takeover) {
+// Superseded for a newest owner record whose shipper is there, or has come after us.
+void Publisher::checkOwner(bool takeover) {
     const std::optional<Stored> newest = stream_.last(ownerSubject(stream_.name()));
     const std::optional<Owner> other = newest.has_value() ? ownerOf(textOf(*newest)) : std::nullopt;
-    if (!other.has_value()) {
-        return false;
-    }
-    if (other->id == owner_.id) {
-        return true;
+    if (!other.has_value() || other->id == owner_.id) {
+        return;
     }
     if (hasClaimed_) {
         throw Superseded("the stream " + stream_.name() + " was taken over by " + other->sentence());
@@ -40,7 +37,6 @@ bool Publisher::isOurs(bool takeover) {
                          ": end that one, or take over with --takeover");
     }
     words_.say("taking over from " + other->sentence() + (takeover ? "" : ", which does not answer"));
-    return false;
 }
 
 void Publisher::begin(bool takeover) {
@@ -48,12 +44,10 @@ void Publisher::begin(bool takeover) {
         stream_.answer(owner_.subject(stream_.name()), [text = owner_.text()] { return text; });
         isAnswering_ = true;
     }
-    last_ = stream_.ends().last;
-    if (!isOurs(takeover)) {
-        const std::string text = owner_.text();
-        publish({.kind = RecordKind::owner, .payload = bytesOf(text)});
-        stream_.settle();
-    }
+    checkOwner(takeover);
+    // Each time anew: what is asked of the stream behind it has all that was published before.
+    const std::string text = owner_.text();
+    last_ = stream_.append(envelopeOf({.kind = RecordKind::owner, .payload = bytesOf(text)}, stream_.name(), nullptr));
     hasClaimed_ = true;
 }
 

@@ -31,7 +31,7 @@ class Publisher {
     const Owner& owner() const noexcept { return owner_; }
 
   private:
-    bool isOurs(bool takeover);
+    void checkOwner(bool takeover);
 
     LogStream& stream_;
     Words words_;

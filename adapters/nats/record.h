@@ -9,7 +9,7 @@
 //                                                  Tabulo-Offset and behind it is not in the source any more
 //   gap       NAME.<table>.@gap                    a sentence: what is missing here is known to be missing
 //   session   NAME.<table>.@session                the values of a session info table (session_text.h)
-//   owner     NAME.@owner                          the shipper that publishes from here on (owner.h)
+//   owner     NAME.@owner                          the shipper that publishes from here on, or goes on (owner.h)
 //
 // <table> and <MsgType> are escaped (subject_token.h); <class> is APP_FROM, APP_TO, ADMIN_FROM, ADMIN_TO, RESENT, or
 // @none for a message without one. Headers, each in its kinds:
