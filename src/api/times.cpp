@@ -98,7 +98,6 @@ std::string isoTime(std::int64_t time, std::optional<TimeUnit> unit) {
         return std::to_string(time);
     }
     std::string text;
-    text.reserve(30);  // to the nanosecond
     appendSecond(secondOfTime(time, *unit), 'T', &text);
     appendFraction(time, *unit, &text);
     text += 'Z';

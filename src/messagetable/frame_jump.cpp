@@ -20,11 +20,9 @@ ErrorCode jump(FrameCursor* cursor, const FrameMark& mark, std::int32_t pieceSiz
     for (; distance > 0; --distance) {
         const ErrorCode code = step(cursor, passed);
         if (code != NO_ERROR) {
-            const std::int64_t pieceStart = cursor->pieceStart;
-            const std::int64_t pieceEnd = cursor->pieceEnd;
             *cursor = before;
-            cursor->pieceStart = pieceStart;  // of what the reader holds by now
-            cursor->pieceEnd = pieceEnd;
+            cursor->pieceStart = cursor->position;  // the reader may hold another piece by now
+            cursor->pieceEnd = cursor->position;
             return code;
         }
     }

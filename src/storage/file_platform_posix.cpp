@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <climits>
@@ -54,14 +55,14 @@ SystemError posix_open(const char* path, FileAccess access, int* descriptor) {
 SystemError posix_readAt(int descriptor, void* buffer, std::size_t length, std::int64_t offset,
                          std::size_t* transferred) {
     const ssize_t count = ::pread(descriptor, buffer, length, offset);
-    *transferred = count < 0 ? 0 : static_cast<std::size_t>(count);
+    *transferred = static_cast<std::size_t>(std::max<ssize_t>(count, 0));
     return count < 0 ? errno : 0;
 }
 
 SystemError posix_writeAt(int descriptor, const void* buffer, std::size_t length, std::int64_t offset,
                           std::size_t* transferred) {
     const ssize_t count = ::pwrite(descriptor, buffer, length, offset);
-    *transferred = count < 0 ? 0 : static_cast<std::size_t>(count);
+    *transferred = static_cast<std::size_t>(std::max<ssize_t>(count, 0));
     return count < 0 ? errno : 0;
 }
 

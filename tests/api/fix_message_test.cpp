@@ -157,6 +157,20 @@ TEST(FixMessageTest, FieldsOfRandomBytesHoldAllOfThem) {
     }
 }
 
+TEST(FixDataFields, KnowsTheLengthsOfTheStandardsDataFieldsAndNoOther) {
+    const std::vector<std::pair<std::int32_t, std::int32_t>> pairs = {
+        {90, 91},     {93, 89},     {95, 96},     {212, 213},   {348, 349},   {350, 351},   {352, 353},   {354, 355},
+        {356, 357},   {358, 359},   {360, 361},   {362, 363},   {364, 365},   {445, 446},   {618, 619},   {621, 622},
+        {1184, 1185}, {1277, 1278}, {1280, 1281}, {1282, 1283}, {1397, 1398}, {1401, 1402}, {1403, 1404}, {1468, 1469}};
+    std::vector<std::pair<std::int32_t, std::int32_t>> found;
+    for (std::int32_t tag = 1; tag < 10'000; ++tag) {
+        if (const std::int32_t data = FixDataFields::standard().dataTagOf(tag); data != 0) {
+            found.emplace_back(tag, data);
+        }
+    }
+    EXPECT_EQ(found, pairs);
+}
+
 }  // namespace
 
 }  // namespace tabulo::test

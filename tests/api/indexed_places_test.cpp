@@ -1,4 +1,5 @@
 // Places in a table that has a side index: the same are good as without it, and the same are refused.
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -6,6 +7,7 @@
 #include "tabulo/reader.h"
 #include "tabulo/writer.h"
 #include "tests/api/api_test.h"
+#include "tests/support/fault_platform.h"
 
 namespace tabulo::test {
 namespace {
@@ -67,6 +69,31 @@ TEST_F(IndexedPlaces, EveryPlaceOfAMessageIsGood) {
     expectSame(without.end());
     EXPECT_EQ(messages, 31);
     EXPECT_EQ(refused, 0);
+}
+
+TEST_F(IndexedPlaces, AQueryFromAPlaceLeavesTheBlocksBetweenItAndItsMessagesUnread) {
+    Writer writer = Writer::open(path());
+    append(&writer, 32, 400);
+    writer.close();
+    EXPECT_GE(Indexer(path()).complete().messages, 390);
+    std::optional<Position> place;
+    for (const MessageView& message : Reader(path()).messages(Query().uniformIds(100, 100))) {
+        place = message.position();
+    }
+    ASSERT_TRUE(place.has_value());
+    place->offset = place->block + 8;
+    const auto reads = [&](bool useIndex) {
+        Reader reader(path());
+        reader.useIndex(useIndex);
+        const internal::test::FaultPlatform platform;
+        std::vector<std::int64_t> ids;
+        for (const MessageView& message : reader.messages(Query().from(*place).seqNums(390, 391))) {
+            ids.push_back(message.uniformId());
+        }
+        EXPECT_EQ(ids, (std::vector<std::int64_t>{390, 391}));
+        return platform.count(internal::test::FileCall::readAt);
+    };
+    EXPECT_LT(reads(true), reads(false) / 2);
 }
 
 TEST_F(IndexedPlaces, EveryOtherPlaceIsRefusedInTheSameWords) {

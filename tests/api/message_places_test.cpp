@@ -8,6 +8,7 @@
 #include "tests/api/api_test.h"
 #include "tests/api/stored_table.h"
 #include "tests/support/bytes.h"
+#include "tests/support/fault_platform.h"
 
 namespace tabulo::test {
 namespace {
@@ -293,6 +294,21 @@ TEST_F(ApiMessagePlaces, LieBehindAFooterWhoseBlockIsNotClosedYet) {
         table.append(simpleMessage(7));
         EXPECT_EQ(walkFault(behind, table, {6}), "");
     }
+}
+
+TEST_F(ApiMessagePlaces, OrdinalsOfAWalkFromTheBeginningCostNoReads) {
+    const StoredTable table(path(), layout, simpleMessages(300));
+    const auto reads = [&](bool asks) {
+        Reader reader(path());
+        const internal::test::FaultPlatform platform;
+        for (const MessageView& message : reader.messages()) {
+            if (asks && message.uniformId() == 300) {
+                EXPECT_EQ(message.ordinal(), 299);
+            }
+        }
+        return platform.count(internal::test::FileCall::readAt);
+    };
+    EXPECT_EQ(reads(true), reads(false));
 }
 
 }  // namespace

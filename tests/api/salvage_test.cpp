@@ -268,6 +268,18 @@ TEST_F(ApiSalvage, TakesTheGivenLayoutWhenTheHeaderIsLost) {
     EXPECT_TABULO_ERROR(signature, static_cast<void>(salvageAll(path())));
 }
 
+TEST_F(ApiSalvage, TakesAGivenLayoutWithFieldsThatHaveNoName) {
+    layout.texts[0].clear();
+    layout.numbers[1].clear();
+    make(7);
+    zero(0, plan().headerEnd);
+    const Salvaged salvaged = salvageAll(path(), {.layout = layout});
+    EXPECT_EQ(salvaged.ids(), upTo(7)) << salvaged.text();
+    ASSERT_FALSE(salvaged.messages.empty());
+    EXPECT_EQ(salvaged.messages[0].position.block, static_cast<std::int64_t>(plan().headerEnd)) << salvaged.text();
+    EXPECT_EQ(salvaged.result.gaps, 0) << salvaged.text();
+}
+
 TEST_F(ApiSalvage, RefusesALayoutThatIsNotTheTablesOwn) {
     make(4);
     EXPECT_EQ(salvageAll(path(), {.layout = layout}).ids(), upTo(4));

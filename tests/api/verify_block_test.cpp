@@ -144,5 +144,23 @@ TEST_F(ApiVerifyBlock, ThatLacksAMessageAndHasNoSoundFooterIsToldSoInThisOrder) 
     EXPECT_EQ(verified.damages()[0].offset, verified.damages()[1].offset) << verified.text();
 }
 
+TEST_F(ApiVerifyBlock, TellsWhereItsFilterLacksATextAndWhereItHasOneTooMany) {
+    make(4);
+    const std::size_t bits = plan().footers[0].begin + 2 * (36 + 18) + 4;  // behind the two records and their number
+    std::size_t set = bits;
+    while (sound[set] == 0) {
+        ++set;
+    }
+    for (const std::uint8_t byte : Bytes{0, 255}) {
+        patchFile(path().string(), 0, sound);
+        patchFile(path().string(), set, Bytes{byte});
+        const Verified verified = verifyAll(path());
+        ASSERT_EQ(verified.findings.size(), 1U) << verified.text();
+        EXPECT_EQ(verified.findings[0].kind, FindingKind::filter) << verified.text();
+        EXPECT_EQ(verified.findings[0].damage, byte == 0) << verified.text();
+        EXPECT_EQ(verified.findings[0].offset, static_cast<std::int64_t>(bits + (set - bits) / 4 * 4));
+    }
+}
+
 }  // namespace
 }  // namespace tabulo::test

@@ -214,6 +214,27 @@ TEST_F(ApiVerify, FindsWhatTheHeaderSaysWrongly) {
     }
 }
 
+TEST_F(ApiVerify, FindsThatTheHeadersPlacesAreWrongInFrontOfBlocksThatCannotBeTold) {
+    make(11);
+    zero(plan().frames[4].begin, sound.size());
+    sound = fileBytes();
+    const std::size_t tail = plan().headerEnd - 88;
+    const auto headers = [&] {
+        const std::vector<Finding> damages = verifyAll(path()).damages();
+        return std::count_if(damages.begin(), damages.end(),
+                             [](const Finding& finding) { return finding.kind == FindingKind::header; });
+    };
+    EXPECT_EQ(headers(), 0) << verifyAll(path()).text();
+    for (const std::size_t place : {tail + 8, tail + 16}) {
+        patchFile(path().string(), 0, sound);
+        const std::uint64_t wrong = plan().frames[1].begin + 1;
+        Bytes bytes(sizeof(wrong));
+        std::memcpy(bytes.data(), &wrong, sizeof(wrong));
+        patchFile(path().string(), place, bytes);
+        EXPECT_EQ(headers(), 1) << place - tail << ": " << verifyAll(path()).text();
+    }
+}
+
 TEST_F(ApiVerify, TakesATableThatWasNotClosedForAStaleOne) {
     for (std::int32_t messages = 0; messages <= 8; ++messages) {
         std::filesystem::remove(path());
@@ -322,6 +343,24 @@ TEST_F(ApiVerify, IsToldToEndAndTellsHowFarItHasCome) {
     patchFile(path().string(), plan().frames[7].begin, pattern(4));
     const auto report = [](const Finding&) { throw std::runtime_error("enough"); };
     EXPECT_THROW(static_cast<void>(verify(path(), report)), std::runtime_error);
+}
+
+TEST_F(ApiVerify, RefusesATableWhoseHeaderKnowsLessThanWhenTheVerifyingBegan) {
+    layout = ordersLayout(1200);
+    make(3000);
+    patchFile(path().string(), plan().frames[2700].begin, pattern(4));
+    const std::size_t tail = plan().headerEnd - 88;
+    for (const std::size_t end : {tail + 8, tail + 16}) {  // of the last block, and of the messages
+        patchFile(path().string(), tail,
+                  Bytes(sound.begin() + static_cast<std::ptrdiff_t>(tail),
+                        sound.begin() + static_cast<std::ptrdiff_t>(tail + 24)));
+        const Work work{.progress = [&](const Progress& progress) {
+            if (progress.messages == 1000) {
+                patchFile(path().string(), end, Bytes{static_cast<std::uint8_t>(sound[end] - 1)});
+            }
+        }};
+        EXPECT_TABULO_ERROR(vseek, static_cast<void>(verify(path(), {}, work)));
+    }
 }
 
 TEST_F(ApiVerify, RefusesWhatHasNoLayoutToCheckAgainst) {

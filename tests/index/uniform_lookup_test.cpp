@@ -1,7 +1,11 @@
 // Where the lookup of a uniform id says that reading goes on.
 #include "index/uniform_lookup.h"
 
+#include <cerrno>
+#include <filesystem>
+#include <functional>
 #include <limits>
+#include <utility>
 
 #include "tests/messagetable/table_image.h"
 #include "tests/support/fault_platform.h"
@@ -160,6 +164,64 @@ TEST_F(UniformLookup, AHalfFrameIsNotThere) {
         ASSERT_EQ(place.code, NO_ERROR) << "cut at byte " << size;
         EXPECT_EQ(place.offset, static_cast<std::int64_t>(start)) << "cut at byte " << size;
         EXPECT_EQ(place.ordinal, 4) << "cut at byte " << size;
+    }
+}
+
+TEST_F(UniformLookup, AnyRefusedReadIsAReadError) {
+    fill({10, 20, 30, 40, 50});
+    writeFile(path(), cutAt(fileBytes(), mapOf(shape, messages).frame(5).end - 1));  // the frames are looked at twice
+    ASSERT_EQ(find(60).code, NO_ERROR);
+    FaultPlatform platform;
+    ASSERT_EQ(find(60).code, NO_ERROR);
+    const int reads = platform.count(FileCall::readAt);
+    ASSERT_GE(reads, 3);
+    for (int n = 1; n <= reads; ++n) {
+        platform.clear();
+        platform.failNth(FileCall::readAt, n, EIO);
+        EXPECT_EQ(find(60).code, FILE_READ_ERROR) << "read " << n << " of " << reads;
+    }
+}
+
+// Runs something in front of the n-th read.
+class ReadHook {
+  public:
+    ReadHook(int n, std::function<void()> action) {
+        left = n;
+        inFront = std::move(action);
+        record = filePlatform();
+        record.readAt = [](int descriptor, void* buffer, std::size_t length, std::int64_t offset, std::size_t* count) {
+            if (--left == 0) {
+                inFront();
+            }
+            return under->readAt(descriptor, buffer, length, offset, count);
+        };
+        under = filePlatform_install(&record);
+    }
+    ~ReadHook() { filePlatform_install(under); }
+    ReadHook(const ReadHook&) = delete;
+    ReadHook& operator=(const ReadHook&) = delete;
+
+    static inline int left = 0;
+
+  private:
+    static inline FilePlatform record{};
+    static inline const FilePlatform* under = nullptr;
+    static inline std::function<void()> inFront;
+};
+
+TEST_F(UniformLookup, AnOpenBlockThatIsCutAwayMeanwhileHasNoMessageInFrontOfTheEnd) {
+    fill({10, 20, 30, 40, 50});
+    const TableMap map = mapOf(shape, messages);
+    const Bytes image = cutAt(fileBytes(), map.frame(5).end - 1);
+    bool isOver = false;
+    for (int n = 1; !isOver; ++n) {
+        writeFile(path(), image);
+        const ReadHook hook(n, [&] { std::filesystem::resize_file(path(), map.openBlockStart); });
+        const Place place = find(60);
+        isOver = ReadHook::left > 0;
+        const bool isBehindTheClosed = place.offset == static_cast<std::int64_t>(map.openBlockStart);
+        EXPECT_TRUE(place.code != NO_ERROR || isBehindTheClosed || isOver) << "cut in front of read " << n;
+        EXPECT_EQ(place.ordinal, isBehindTheClosed ? 3 : (isOver ? 4 : -1)) << "cut in front of read " << n;
     }
 }
 

@@ -49,6 +49,34 @@ TEST_F(Recovery, AFileThatWasClosedIsNotRecoveredBehindALossOfPowerEither) {
     filePlatform_install(before);
 }
 
+TEST_F(Recovery, BehindALossOfPowerTheClosedBlocksHaveToEndWhereTheHeaderSays) {
+    // The first block's length leads over the second one, to a footer that the open block's message quotes.
+    const TableMap places = map(9);
+    const Bytes sound = closed(9);
+    const std::size_t footer = places.frame(4).end;
+    Bytes quoted(sound.begin() + static_cast<std::ptrdiff_t>(footer),
+                 sound.begin() + static_cast<std::ptrdiff_t>(places.blockStarts[1]));
+    std::vector<Message> messages = simpleMessages(1, 9, shape);
+    messages[8].strings[0] = std::string(quoted.size(), 'q');
+    Bytes bytes = closedImage(shape, messages);
+    const Bytes wanted(quoted.size(), 'q');
+    const auto begin = std::search(bytes.begin(), bytes.end(), wanted.begin(), wanted.end());
+    ASSERT_NE(begin, bytes.end());
+    const std::size_t start = places.blockStarts[0];
+    const auto end = static_cast<std::size_t>(begin - bytes.begin()) + quoted.size();
+    putU64(&quoted, quoted.size() - 8, end - start);
+    std::copy(quoted.begin(), quoted.end(), begin);
+    putU64(&bytes, start, end - start);
+
+    FilePlatform startedSince = filePlatform();
+    startedSince.writtenBeforeStart = [](int) { return true; };
+    const FilePlatform* before = filePlatform_install(&startedSince);
+    place(bytes);
+    (void)recover();
+    EXPECT_FALSE(log.warnings().empty()) << "the header is not to be trusted";
+    filePlatform_install(before);
+}
+
 TEST_F(Recovery, AFullBlockWithoutItsFooterIsClosedAlsoWhenTheHeaderCountsItsMessages) {
     for (const std::int32_t last : {4, 8}) {
         Bytes bytes = footerless(last);

@@ -72,6 +72,17 @@ TEST_F(KnownBlocksOfATable, AreReadOnceForAllRangesThatRuleThemOut) {
     }
 }
 
+// Two are asked one by one, which takes as many reads as confirming what is kept.
+TEST_F(KnownBlocksOfATable, ArePassedThreeAtATimeAndNotTwo) {
+    constexpr std::int32_t LAST = BLOCKS * PER_BLOCK + 1;
+    ask(seqNums(1, 1));
+    for (const int passed : {2, 3, 4}) {
+        const int unread = passed < 3 ? 0 : passed;
+        EXPECT_EQ(ask(seqNums(passed * PER_BLOCK + 1, LAST)).unread, unread);
+        EXPECT_EQ(ask(seqNums(passed * PER_BLOCK + 1, LAST, true)).unread, unread);
+    }
+}
+
 TEST_F(KnownBlocksOfATable, ServeTimesAndTheNumbersOfTheMetadataToo) {
     ask(seqNums(1, 1));
     QueryConditionsPtr times = newConditions();

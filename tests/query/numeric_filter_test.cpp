@@ -7,6 +7,8 @@
 #include <sstream>
 #include <utility>
 
+#include "query/pseudo_field.h"
+
 namespace tabulo::internal::test {
 namespace {
 
@@ -203,6 +205,13 @@ TEST(NumericFilter, EveryPointOfALongFilterIsFoundAndNothingBetweenThem) {
     ASSERT_EQ(filter.entries.size(), 500U);
     for (Long value = -2; value < 1502; ++value) {
         EXPECT_EQ(matches(filter, value), value >= 0 && value < 1500 && value % 3 == 0) << value;
+    }
+}
+
+TEST(PseudoField, ANumberThatNamesNoneHasTheValueZero) {
+    const MessageMetadata metadata{};
+    for (const std::int32_t field : {-1, std::int32_t{PSEUDO_FIELD_COUNT}, 1000}) {
+        EXPECT_EQ(pseudoField_value(metadata, field), 0) << field;
     }
 }
 

@@ -113,6 +113,13 @@ TEST(StringFilter, TextsEndAtTheirFirstNulOrTheirEnd) {
     EXPECT_TRUE(stringFilter_accepts(filter, "abc"sv.substr(0, 2))) << "nothing behind the stored end counts";
     EXPECT_FALSE(stringFilter_accepts(filter, "a\0b"sv));
     EXPECT_TRUE(stringFilter_accepts(filterOf({""}), "\0ab"sv));
+    EXPECT_TRUE(stringFilter_accepts(filterOf({"ab"}, {}, true), "AB\0cd"sv));
+    for (const auto compare : {text_compare, text_compareIgnoringCase}) {
+        EXPECT_EQ(compare("ab\0x"sv, "ab"sv), 0);
+        EXPECT_EQ(compare("ab"sv, "ab\0x"sv), 0);
+        EXPECT_LT(compare("ab\0x"sv, "abc"sv), 0);
+        EXPECT_GT(compare("abc"sv, "ab\0x"sv), 0);
+    }
 }
 
 TEST(StringFilter, TheMsgTypeIsComparedByFiveCharacters) {

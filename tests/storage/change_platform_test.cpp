@@ -8,6 +8,8 @@
 
 #include <cerrno>
 #include <cstdint>
+#include <filesystem>
+#include <string>
 
 #include "tests/support/bytes.h"
 #include "tests/support/child_process.h"
@@ -39,6 +41,27 @@ TEST_F(SystemsChangePlatform, WithoutTheSystemsViewOfItsDescriptorsNoFileCanBeWa
     const int result = runInChild([&] {
         const int descriptor = ::open(directory.file("table").c_str(), O_RDONLY | O_CLOEXEC);
         if (::chroot(directory.root().c_str()) != 0) {  // there is no /proc in it
+            return NOT_ALLOWED;
+        }
+        int watch = UNKNOWN_WATCH;
+        const bool isRefused = platform.watch(queue, descriptor, &watch).failed();
+        return isRefused && watch == UNKNOWN_WATCH ? 0 : 1;
+    });
+    if (result == NOT_ALLOWED) {
+        GTEST_SKIP() << "a process may change its root only with the rights for it";
+    }
+    EXPECT_EQ(result, 0);
+}
+
+TEST_F(SystemsChangePlatform, AnotherFileWhereTheDescriptorsShouldBeIsNotWatchedInstead) {
+    const TemporaryDirectory directory;
+    writeFile(directory.file("table"), pattern(10));
+    constexpr int NOT_ALLOWED = 77;
+    const int result = runInChild([&] {
+        const int descriptor = ::open(directory.file("table").c_str(), O_RDONLY | O_CLOEXEC);
+        std::filesystem::create_directories(directory.file("proc/self/fd"));
+        writeFile(directory.file("proc/self/fd/" + std::to_string(descriptor)), pattern(10));
+        if (::chroot(directory.root().c_str()) != 0) {
             return NOT_ALLOWED;
         }
         int watch = UNKNOWN_WATCH;

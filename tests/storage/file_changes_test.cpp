@@ -16,6 +16,7 @@
 #include <thread>
 #include <vector>
 
+#include "core/log.h"
 #include "tests/faults/resources.h"
 #include "tests/storage/open_table_file.h"
 #include "tests/support/change_hooks.h"
@@ -333,6 +334,29 @@ TEST_F(FileChangesTest, AChildProcessThatWakesItselfDoesNotWakeItsParent) {
               }),
               0);
     EXPECT_EQ(waitInVain(), WaitEnd::over);
+}
+
+TEST_F(FileChangesTest, AWaitEndsAlsoInAProcessWithoutStandardInput) {
+    const int result = runInChild([&] {
+        log_debug("tests", "the log is open, and does not take the descriptor.\n");
+        ::close(STDIN_FILENO);
+        fileChanges_open(&changes, "test");
+        const int watch = fileChanges_watch(&changes, reader.get());
+        if (changes.queue != STDIN_FILENO || watch == NO_FILE_WATCH || !fileChanges_areReported(&changes)) {
+            return 1;
+        }
+        write(writer);
+        if (wait() != WaitEnd::changed || take() != Changed({watch})) {
+            return 2;
+        }
+        fileChanges_unwatch(&changes, watch);
+        (void)take();
+        write(writer);
+        const bool isOver = waitInVain() == WaitEnd::over;
+        fileChanges_close(&changes);
+        return isOver && ::fcntl(STDIN_FILENO, F_GETFD) == -1 ? 0 : 3;
+    });
+    EXPECT_EQ(result, 0);
 }
 
 TEST_F(FileChangesTest, NothingStaysOpenOrReachesAnotherProgram) {

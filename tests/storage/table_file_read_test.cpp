@@ -220,6 +220,15 @@ TEST_F(TableFileReading, InterruptedAndPartialReadsAreContinued) {
     EXPECT_EQ(readHex(file, 9000), hexOf(content, 100, 9000));
 }
 
+TEST_F(TableFileReading, AReadOfTheBuffersSizeBypassesTheBuffer) {
+    FaultPlatform platform;
+    platform.limitTransfer(1000);
+    EXPECT_EQ(readHex(file, FILE_STREAM_BUFFER), hexOf(content, 0, FILE_STREAM_BUFFER));
+    for (const RecordedCall& call : platform.calls(FileCall::readAt)) {
+        EXPECT_EQ(call.offset + call.length, static_cast<std::int64_t>(FILE_STREAM_BUFFER)) << "reads ahead";
+    }
+}
+
 TEST_F(TableFileReading, AFailedDiscardReadIsASeekErrorThatLeavesTheVirtualPosition) {
     ASSERT_EQ(tableFileSeekSet(file.get(), 100), NO_ERROR);
     FaultPlatform platform;

@@ -1,0 +1,52 @@
+// What the layer of files asks of the operating system, call by call.
+#include "storage/file_platform.h"
+
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <cstddef>
+#include <cstdint>
+
+#include "tests/support/bytes.h"
+#include "tests/support/temporary_directory.h"
+
+namespace tabulo::internal::test {
+namespace {
+
+class SystemsFilePlatform : public ::testing::Test {
+  protected:
+    void SetUp() override {
+        writeFile(path, pattern(10));
+        ASSERT_FALSE(platform.open(path.c_str(), FileAccess::readWrite, &descriptor).failed());
+    }
+    void TearDown() override { EXPECT_FALSE(platform.close(descriptor).failed()); }
+
+    const TemporaryDirectory directory;
+    const std::string path = directory.file("orders");
+    const FilePlatform& platform = filePlatform_system();
+    int descriptor = -1;
+    std::uint8_t byte = 0;
+    std::size_t transferred = 77;
+};
+
+TEST_F(SystemsFilePlatform, ATransferOfNothingIsNoErrorWhateverFailedBeforeIt) {
+    errno = EIO;
+    EXPECT_EQ(platform.readAt(descriptor, &byte, 1, 10, &transferred).number, 0) << "at the end of the file";
+    EXPECT_EQ(transferred, 0U);
+    transferred = 77;
+    EXPECT_EQ(platform.writeAt(descriptor, &byte, 0, 5, &transferred).number, 0);
+    EXPECT_EQ(transferred, 0U);
+    EXPECT_EQ(readFile(path), pattern(10));
+}
+
+TEST_F(SystemsFilePlatform, ARefusedTransferHasItsErrorAndTransfersNothing) {
+    EXPECT_EQ(platform.readAt(descriptor, &byte, 1, -1, &transferred).number, EINVAL);
+    EXPECT_EQ(transferred, 0U);
+    transferred = 77;
+    EXPECT_EQ(platform.writeAt(descriptor, &byte, 1, -1, &transferred).number, EINVAL);
+    EXPECT_EQ(transferred, 0U);
+    EXPECT_EQ(readFile(path), pattern(10));
+}
+
+}  // namespace
+}  // namespace tabulo::internal::test
