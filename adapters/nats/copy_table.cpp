@@ -64,6 +64,11 @@ void CopyTable::apply(const Record& record) {
     }
 }
 
+std::string CopyTable::elsewhere(std::int64_t offset) const {
+    return path_.string() + " has something else at offset " + std::to_string(offset) +
+           " than the stream, as if somebody else had written to it";
+}
+
 void CopyTable::takeLayout(const Record& record) {
     const std::optional<Layout> layout =
         layoutOf({reinterpret_cast<const char*>(record.payload.data()), record.payload.size()});
@@ -133,9 +138,7 @@ void CopyTable::takeFrame(const Record& record) {
         }
         if (record.offset < end) {
             if (!TableBytes(path_).holds(record.offset, frame)) {
-                throw CopyRefused(
-                    path_.string() + " has something else at offset " + std::to_string(record.offset) +
-                    " than the stream: somebody else has written to it; move it away, to have it built anew");
+                throw CopyBehind(elsewhere(record.offset));
             }
             return;
         }
@@ -186,8 +189,14 @@ void CopyTable::save(std::int64_t from) const {
 void CopyTable::rewind(const Record& record) {
     flush();
     partsOffset_ = -1;
+    if (incarnation_ == 0) {
+        incarnation_ = record.incarnation;
+    }
     if (writer().end().offset <= record.offset) {
         return;
+    }
+    if (!record.payload.empty() && !TableBytes(path_).holds(record.at, record.payload)) {
+        throw CopyBehind(elsewhere(record.at));
     }
     const Layout layout = writer().layout();
     close();

@@ -19,7 +19,8 @@ struct CopyRefused : std::runtime_error {
     using std::runtime_error::runtime_error;
 };
 
-// Something is missing between what the copy has and a record: the stream is to be read again from the table's layout.
+// A record does not follow what the copy has: what is noted of the copy may be wrong, and the stream is to be read
+// again from where the table's content begins. The text says what is wrong if it is not.
 struct CopyBehind : std::runtime_error {
     using std::runtime_error::runtime_error;
 };
@@ -47,6 +48,7 @@ class CopyTable {
     void drop();
     void rewind(const Record& record);
     void save(std::int64_t from) const;
+    std::string elsewhere(std::int64_t offset) const;
     bool open();
     Writer& writer();
 

@@ -60,7 +60,7 @@ struct Receiver::State {
     std::map<std::string, CopyTable> tables{};
     std::map<std::string, SessionInfo> sessions{};
     std::set<std::string> refused{};
-    std::set<std::string> readAgain{};
+    std::map<std::string, int> attempts{};  // by table: how often its content was read again, from other places
     std::map<std::string, std::uint64_t>
         skipped{};  // by table: records in front of this one are of a content that is gone
     std::unique_ptr<LogCursor> cursor{};
@@ -69,6 +69,7 @@ struct Receiver::State {
     std::uint64_t noted = 0;
 
     void begin(LogStream::Ends ends);
+    std::optional<std::uint64_t> beginningOf(const std::string& table);
     void forgetContents();
     void take(const Stored& stored);
     void takeOf(const Record& record);
@@ -93,16 +94,28 @@ void Receiver::State::refuse(const std::string& table, const std::string& why) {
     tables.erase(table);
 }
 
-// Of the tables that stand there and nothing is noted of, the newest content is the one to compare with.
+// From where a table's content is to be compared: its newest rewind, behind which nothing was taken back; when that has
+// not helped, its newest layout, once.
+std::optional<std::uint64_t> Receiver::State::beginningOf(const std::string& table) {
+    const std::optional<Stored> layout = stream.last(subjectOf(stream.name(), table, RecordKind::layout));
+    const std::optional<Stored> rewind = stream.last(subjectOf(stream.name(), table, RecordKind::rewind));
+    int& tried = attempts[table];
+    if (!layout.has_value() || tried == 2) {
+        return std::nullopt;
+    }
+    const bool isRewind = tried == 0 && rewind.has_value() && rewind->sequence > layout->sequence;
+    tried = isRewind ? 1 : 2;
+    return isRewind ? rewind->sequence : layout->sequence;
+}
+
+// Nothing is noted of the tables that stand there.
 void Receiver::State::forgetContents() {
     const std::string& name = stream.name();
     for (const std::string& subject : stream.subjects(name + ".*.@layout")) {
         const std::optional<Stored> layout = stream.last(subject);
-        if (layout.has_value()) {
-            const Record record = recordOf(*layout);
-            if (std::filesystem::exists(options.folder / record.table)) {
-                skipped[record.table] = layout->sequence;
-            }
+        const std::string table = layout.has_value() ? recordOf(*layout).table : "";
+        if (layout.has_value() && std::filesystem::exists(options.folder / table)) {
+            skipped[table] = beginningOf(table).value_or(layout->sequence);
         }
     }
 }
@@ -112,6 +125,7 @@ void Receiver::State::begin(LogStream::Ends ends) {
     tables.clear();
     sessions.clear();
     skipped.clear();
+    attempts.clear();
     const std::optional<ReceiveNote> found = readNote(options.folder);
     if (found.has_value() && found->stream != stream.name()) {
         throw Refused(options.folder.string() + " holds the tables of the stream " + found->stream +
@@ -159,11 +173,10 @@ void Receiver::State::takeSession(const Record& record) {
     open->second.write(*values);
 }
 
-// A record does not follow what its table has: all of the table's content is read, and compared, once.
+// A record does not follow what its table has: the table's content is read again, and compared.
 void Receiver::State::readTableAgain(const Record& record, const std::string& why) {
-    const std::optional<Stored> layout = stream.last(subjectOf(stream.name(), record.table, RecordKind::layout));
-    const bool isOfRecord = layout.has_value() && recordOf(*layout).incarnation == record.incarnation;
-    if (!isOfRecord || !readAgain.insert(record.table).second) {
+    const std::optional<std::uint64_t> beginning = beginningOf(record.table);
+    if (!beginning.has_value()) {
         std::string has = "nothing";
         try {
             if (const auto last = Reader(options.folder / record.table).lastUniformId(); last.has_value()) {
@@ -172,17 +185,19 @@ void Receiver::State::readTableAgain(const Record& record, const std::string& wh
         } catch (const Error&) {
             has = "no table";
         }
-        refuse(record.table, why + ", and the stream does not hold what is missing any more: the copy has " + has +
+        refuse(record.table, why + ", or the stream does not hold what is missing any more: the copy has " + has +
                                  ", and the stream goes on with " + std::to_string(record.uniformId) + " at offset " +
-                                 std::to_string(record.offset) + ": " + record.table + " is not received any more");
+                                 std::to_string(record.offset) + ". " + record.table +
+                                 " is not received any more; moved away, it is built anew from what the stream has");
         return;
     }
-    words.say(why + ": " + record.table + " is compared from its beginning on");
+    words.say(why + ": it is compared with the stream");
     flush();
     tables.erase(record.table);
     note.incarnations.erase(record.table);
-    note.sequence = layout->sequence - 1;
-    cursor = stream.read(layout->sequence);
+    skipped[record.table] = *beginning;
+    note.sequence = *beginning - 1;
+    cursor = stream.read(*beginning);
 }
 
 void Receiver::State::takeOf(const Record& record) {
@@ -262,8 +277,11 @@ void Receiver::State::flush() {
 
 // Everything in front of it has been appended.
 void Receiver::State::keepNote(bool now) {
-    if (noted != note.sequence && (now || Clock::now() - notedAt > NOTED_EVERY)) {
+    if (refused.empty() && noted != note.sequence && (now || Clock::now() - notedAt > NOTED_EVERY)) {
         flush();
+        if (!refused.empty()) {
+            return;  // what a table has not got is to come again with the next run
+        }
         writeNote(options.folder, note);
         noted = note.sequence;
         notedAt = Clock::now();

@@ -146,6 +146,9 @@ Envelope envelopeOf(const Record& record, std::string_view stream, const Message
 Record recordOf(const Stored& stored) {
     const Headers headers(stored);
     const auto parts = splitAt('.', stored.subject);
+    if (parts.empty()) {
+        headers.refuse("no subject of a record");
+    }
     Record record;
     record.payload = stored.payload;
     record.kind = kindOf(parts.back());
