@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "adapters/nats/log_stream.h"
 #include "adapters/nats/nats_status.h"
 #include "adapters/nats/text_lines.h"
 
@@ -79,8 +80,17 @@ NatsConnection::~NatsConnection() = default;
 void NatsConnection::connect() {
     const NatsOptionsHandle options = optionsOf(options_, client_);
     natsConnection* made = nullptr;
-    check(natsConnection_Connect(&made, options.get()), "connecting to " + options_.servers);
+    const natsStatus status = natsConnection_Connect(&made, options.get());
+    const bool isTls = !options_.authority.empty() || !options_.certificate.empty() ||
+                       options_.servers.find("tls://") != std::string::npos;
+    if (status == NATS_PROTOCOL_ERROR && isTls && !wasConnected_) {
+        throw Refused("connecting to " + options_.servers +
+                      ": the server has ended the TLS connection, as it does when it asks for a certificate that it " +
+                      "trusts: name one with --cert and --key");
+    }
+    check(status, "connecting to " + options_.servers);
     connection_.reset(made);
+    wasConnected_ = true;
 }
 
 natsConnection* NatsConnection::get() {

@@ -42,6 +42,7 @@ class NatsConnection {
     NatsOptions options_;
     std::string client_;
     ConnectionHandle connection_;
+    bool wasConnected_ = false;
     std::vector<SubscriptionHandle> subscriptions_;
 };
 
