@@ -182,14 +182,22 @@ void finish(State* state, const Call& call) {
 
 // One step of the walk. True when a message has become current.
 bool step(State* state) {
+    const bool mayStep = !state->isLast && !state->watch.isStopped();
+    bool end = true;
+    internal::ErrorCode code =
+        mayStep ? internal::mtIterator_nextLoaded(state->iterator.get(), &end) : internal::NO_ERROR;
+    if (code == internal::NO_ERROR && !end) {
+        return true;  // nothing was called that has anything to say: most messages are spared the Call
+    }
     const Call call(state->reader->path);
-    if (state->isLast || state->watch.isStopped()) {
+    if (!mayStep) {
         (void)endWalk(state, state->isLast ? Ending::data : Ending::stopped);  // there is no walk to end by its code
         finish(state, call);
         return false;
     }
-    bool end = true;
-    const internal::ErrorCode code = internal::mtIterator_next(state->iterator.get(), &end);
+    if (code == internal::NO_ERROR) {
+        code = internal::mtIterator_next(state->iterator.get(), &end);
+    }
     state->watch.rethrow();
     if (state->isOver) {
         finish(state, call);
