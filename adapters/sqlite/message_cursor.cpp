@@ -67,14 +67,17 @@ MessageCursor::MessageCursor(MessageVirtualTable* table) : sqlite3_vtab_cursor{t
 }
 
 MessageCursor::~MessageCursor() {
+    grouped_.reset();
     stream_.reset();
     table_->connection->cursorClosed();
 }
 
 void MessageCursor::begin(const Plan& plan, std::shared_ptr<TableSet> tables, sqlite3_value** arguments,
                           std::string argument) {
+    grouped_.reset();
     stream_.reset();
-    current_ = nullptr;
+    source_ = nullptr;
+    shown_ = {};
     tables_ = std::move(tables);
     argument_ = std::move(argument);
     const auto& files = tables_->files();
@@ -91,8 +94,29 @@ void MessageCursor::begin(const Plan& plan, std::shared_ptr<TableSet> tables, sq
             sources.push_back(std::move(source));
         }
     }
+    if (plan.order == Order::groups) {
+        grouped_ = std::make_unique<GroupedRows>(
+            GroupKeys(table_->columns, plan.groups), [connection = table_->connection, sources = std::move(sources)] {
+                return std::make_unique<MessageStream>(*connection, sources, Order::rowids, false);
+            });
+        return;
+    }
     stream_ = std::make_unique<MessageStream>(*table_->connection, std::move(sources), plan.order, plan.isBackward);
     step();
+}
+
+void MessageCursor::step() {
+    if (grouped_ != nullptr) {
+        grouped_->next();
+        return;
+    }
+    shown_.message = nullptr;
+    shown_.message = stream_->next();
+    if (shown_.message != nullptr && source_ != &stream_->source()) {
+        source_ = &stream_->source();
+        shown_.path = &source_->file->path();
+        shown_.unit = source_->unit;
+    }
 }
 
 void MessageCursor::giveColumn(sqlite3_context* context, int column) const {
@@ -101,13 +125,15 @@ void MessageCursor::giveColumn(sqlite3_context* context, int column) const {
         sqlite3_result_text64(context, argument_.data(), argument_.size(), SQLITE_TRANSIENT, SQLITE_UTF8);
         return;
     }
-    const Source& source = stream_->source();
-    sqlite::giveColumn(context, asked, {current_, &source.file->path(), source.unit});
+    if (grouped_ != nullptr) {
+        grouped_->give(context, column);
+        return;
+    }
+    sqlite::giveColumn(context, asked, shown_);
 }
 
-sqlite3_int64 MessageCursor::rowid() const {
-    const auto number = static_cast<std::int64_t>(stream_->source().number);
-    return (number << ROWID_FILE_SHIFT) | current_->ordinal();
+sqlite3_int64 MessageCursor::rowid() {
+    return grouped_ != nullptr ? grouped_->rowid() : rowidOf(*source_, *shown_.message);
 }
 
 void setCursorMethods(sqlite3_module* module) noexcept {

@@ -7,6 +7,7 @@
 
 #include "adapters/sqlite/columns.h"
 #include "adapters/sqlite/connection.h"
+#include "adapters/sqlite/grouped_rows.h"
 #include "adapters/sqlite/message_stream.h"
 #include "adapters/sqlite/plan.h"
 #include "adapters/sqlite/table_set.h"
@@ -33,17 +34,19 @@ class MessageCursor : public sqlite3_vtab_cursor {
 
     // Begins with the first message. `argument` is what the tables were named by, where that is a column.
     void begin(const Plan& plan, std::shared_ptr<TableSet> tables, sqlite3_value** arguments, std::string argument);
-    void step() { current_ = stream_->next(); }
-    bool isAtEnd() const noexcept { return current_ == nullptr; }
+    void step();
+    bool isAtEnd() const noexcept { return grouped_ == nullptr ? shown_.message == nullptr : grouped_->isAtEnd(); }
     void giveColumn(sqlite3_context* context, int column) const;
-    sqlite3_int64 rowid() const;
+    sqlite3_int64 rowid();
 
   private:
     MessageVirtualTable* table_;
     std::shared_ptr<TableSet> tables_;
     std::string argument_;
+    std::unique_ptr<GroupedRows> grouped_;  // or
     std::unique_ptr<MessageStream> stream_;
-    const MessageView* current_ = nullptr;
+    const Source* source_ = nullptr;  // of the message at hand
+    ShownMessage shown_;
 };
 
 // Fills in what both modules do alike: closing, stepping, columns, rowid.
