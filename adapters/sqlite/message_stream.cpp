@@ -57,7 +57,9 @@ const MessageView* MessageStream::next() {
             heads_.front() = heads_.back();
             heads_.pop_back();
         }
-        sink();
+        if (heads_.size() > 1) {
+            sink();
+        }
     }
     if (heads_.empty()) {
         return nullptr;
