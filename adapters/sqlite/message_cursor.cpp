@@ -51,6 +51,18 @@ int giveRowid(sqlite3_vtab_cursor* cursor, sqlite3_int64* rowid) {
     });
 }
 
+// Times of several units, which a file that has come since the plan was made can have, cannot be merged as numbers.
+void checkUnits(const std::vector<Source>& sources) {
+    const auto other = std::find_if(sources.begin(), sources.end(),
+                                    [&](const Source& source) { return source.unit != sources.front().unit; });
+    if (other != sources.end()) {
+        throw Error({.code = Code::configMismatch,
+                     .path = other->file->path(),
+                     .detail = "its times have another unit than those of " + sources.front().file->path() +
+                               "; it has come since the statement was prepared, which is to be done again"});
+    }
+}
+
 }  // namespace
 
 int MessageVirtualTable::numberOf(const Plan& plan) {
@@ -93,6 +105,9 @@ void MessageCursor::begin(const Plan& plan, std::shared_ptr<TableSet> tables, sq
             source.query = *query;
             sources.push_back(std::move(source));
         }
+    }
+    if (plan.order == Order::isoTimes) {
+        checkUnits(sources);
     }
     if (plan.order == Order::groups) {
         grouped_ = std::make_unique<GroupedRows>(

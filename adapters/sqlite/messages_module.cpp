@@ -6,6 +6,7 @@
 #include "adapters/sqlite/failure.h"
 #include "adapters/sqlite/message_cursor.h"
 #include "adapters/sqlite/modules.h"
+#include "adapters/sqlite/value_bytes.h"
 
 namespace tabulo::sqlite {
 
@@ -52,11 +53,6 @@ int destroy(sqlite3_vtab* table) {
     return SQLITE_OK;
 }
 
-std::string textOf(sqlite3_value* value) {
-    const auto* text = reinterpret_cast<const char*>(sqlite3_value_text(value));
-    return text == nullptr ? std::string() : std::string(text);
-}
-
 // The constraint that gives the argument; -1 when there is none, -2 when it is not known yet in this order of a join.
 int argumentOf(const sqlite3_index_info& info, const std::vector<Column>& columns) {
     int found = -1;
@@ -88,7 +84,7 @@ int choose(sqlite3_vtab* base, sqlite3_index_info* info) {
         sqlite3_value* value = nullptr;
         std::shared_ptr<TableSet> tables;
         if (sqlite3_vtab_rhs_value(info, argument, &value) == SQLITE_OK && value != nullptr) {
-            tables = table->tablesOf(textOf(value));
+            tables = table->tablesOf(std::string(textOf(value)));
         }
         Plan plan = choosePlan(info, table->columns, tables.get());
         plan.tablesArgument = static_cast<int>(plan.terms.size());
@@ -105,7 +101,7 @@ int filter(sqlite3_vtab_cursor* cursor, int number, const char*, int, sqlite3_va
     auto* table = static_cast<FunctionTable*>(cursor->pVtab);
     return guarded(&table->zErrMsg, [&] {
         const Plan plan = table->plans[static_cast<std::size_t>(number)];
-        const std::string pattern = textOf(arguments[plan.tablesArgument]);
+        const std::string pattern(textOf(arguments[plan.tablesArgument]));
         static_cast<MessageCursor*>(cursor)->begin(plan, table->tablesOf(pattern), arguments, pattern);
         return SQLITE_OK;
     });
