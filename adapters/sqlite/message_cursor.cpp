@@ -14,6 +14,11 @@ MessageCursor* cursorOf(sqlite3_vtab_cursor* cursor) {
     return static_cast<MessageCursor*>(cursor);
 }
 
+int disconnect(sqlite3_vtab* table) {
+    delete static_cast<MessageVirtualTable*>(table);
+    return SQLITE_OK;
+}
+
 int closeCursor(sqlite3_vtab_cursor* cursor) {
     delete cursorOf(cursor);
     return SQLITE_OK;
@@ -151,7 +156,17 @@ sqlite3_int64 MessageCursor::rowid() {
     return grouped_ != nullptr ? grouped_->rowid() : rowidOf(*source_, *shown_.message);
 }
 
-void setCursorMethods(sqlite3_module* module) noexcept {
+int declare(sqlite3* database, std::unique_ptr<MessageVirtualTable> table, sqlite3_vtab** made) {
+    const int code = sqlite3_declare_vtab(database, declarationOf(table->columns).c_str());
+    if (code == SQLITE_OK) {
+        sqlite3_vtab_config(database, SQLITE_VTAB_DIRECTONLY);
+        *made = table.release();
+    }
+    return code;
+}
+
+void setCommonMethods(sqlite3_module* module) noexcept {
+    module->xDisconnect = disconnect;
     module->xOpen = openCursor;
     module->xClose = closeCursor;
     module->xNext = stepCursor;

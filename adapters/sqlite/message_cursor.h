@@ -16,6 +16,8 @@ namespace tabulo::sqlite {
 
 // SQLite holds it by its base.
 struct MessageVirtualTable : sqlite3_vtab {
+    virtual ~MessageVirtualTable() = default;
+
     std::shared_ptr<Connection> connection;
     std::vector<Column> columns;
     std::vector<Plan> plans;  // by the number that the chosen one is known by
@@ -49,7 +51,9 @@ class MessageCursor : public sqlite3_vtab_cursor {
     ShownMessage shown_;
 };
 
-// Fills in what both modules do alike: closing, stepping, columns, rowid.
-void setCursorMethods(sqlite3_module* module) noexcept;
+// What both modules do alike. Declares the table's columns to SQLite, which owns it from then on; and fills in the
+// methods that disconnect, close, step and give columns and rowids.
+int declare(sqlite3* database, std::unique_ptr<MessageVirtualTable> table, sqlite3_vtab** made);
+void setCommonMethods(sqlite3_module* module) noexcept;
 
 }  // namespace tabulo::sqlite

@@ -39,18 +39,8 @@ int connect(sqlite3* database, void* owner, int, const char* const*, sqlite3_vta
         auto table = std::make_unique<FunctionTable>();
         table->connection = *static_cast<Shared*>(owner);
         table->columns = columnsOf(nullptr);
-        const int code = sqlite3_declare_vtab(database, declarationOf(table->columns).c_str());
-        if (code == SQLITE_OK) {
-            sqlite3_vtab_config(database, SQLITE_VTAB_DIRECTONLY);
-            *made = table.release();
-        }
-        return code;
+        return declare(database, std::move(table), made);
     });
-}
-
-int destroy(sqlite3_vtab* table) {
-    delete static_cast<FunctionTable*>(table);
-    return SQLITE_OK;
 }
 
 // The constraint that gives the argument; -1 when there is none, -2 when it is not known yet in this order of a join.
@@ -114,9 +104,8 @@ int addMessagesModule(const Shared& connection) {
         sqlite3_module methods{};
         methods.xConnect = connect;
         methods.xBestIndex = choose;
-        methods.xDisconnect = destroy;
         methods.xFilter = filter;
-        setCursorMethods(&methods);
+        setCommonMethods(&methods);
         return methods;
     }();
     return sqlite3_create_module_v2(connection->database(), "tabulo_messages", &module, new Shared(connection),
