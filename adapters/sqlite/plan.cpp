@@ -225,6 +225,7 @@ bool isEqualTo(const Plan& plan, int column) {
 std::vector<GroupTerm> groupsOf(const sqlite3_index_info& info, const std::vector<Column>& columns, const Plan& plan) {
     constexpr std::size_t TOLD_COLUMNS = 63;  // one by one
     std::vector<GroupTerm> groups;
+    groups.reserve(static_cast<std::size_t>(info.nOrderBy));
     for (int i = 0; i < info.nOrderBy; ++i) {
         groups.push_back({info.aOrderBy[i].iColumn, info.aOrderBy[i].desc != 0});
     }
