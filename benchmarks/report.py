@@ -193,6 +193,15 @@ def command_rows(results):
                number(of("ls"), 0), number(of("order, no index"), 0), number(of("order"), 1), scaled(of("index"), 1e6, 2)]
 
 
+def sql_rows(results):
+    for name, title in (("tabulo", "**the table**"), ("sqlite", "SQLite's own table"),
+                        ("tabulo-indexed", "**the table with its side index**"),
+                        ("sqlite-indexed", "SQLite's own table with indexes")):
+        def of(metric, subject=name):
+            return number(results.median("sql", subject, metric))
+        yield [title, of("aggregate"), of("group by"), of("ClOrdID"), of("join")]
+
+
 def first_line(command):
     try:
         run = subprocess.run(command, stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, text=True, check=False)
@@ -323,6 +332,12 @@ def report(results, build, plot_name, curves_name):
         yield ""
         yield from table(["", "raw M/s", "ndjson M/s", "csv M/s", "verify M/s", "tail -n 50", "ls", "order, no index",
                       "order, index", "index M/s"], command_rows(results))
+    if results.subjects("sql"):
+        yield ""
+        yield "## SQL"
+        yield ""
+        yield from table(["", "aggregate s", "GROUP BY s", "one ClOrdID, µs", "join of 1,000 orders, ms"],
+                         sql_rows(results))
     if results.micro:
         yield ""
         yield "## Small steps"

@@ -194,6 +194,21 @@ def command_rows(results):
     yield at_most(f"the command, ls of {text(tables)} tables", 1000, of("ls"), " ms")
 
 
+def sql_rows(results):
+    def beside(metric, subject, other):
+        return ratio(results, "sql", metric, subject, other)
+    yield at_least("SQL, an aggregate of all messages: SQLite's own table takes so many times as long", 1.5,
+                   beside("aggregate", "sqlite", "tabulo"))
+    yield at_least("SQL, GROUP BY of a text: SQLite's own table takes so many times as long", 1.5,
+                   beside("group by", "sqlite", "tabulo"))
+    yield at_least("SQL, one ClOrdID: SQLite's own table without an index takes so many times as long", 50,
+                   beside("ClOrdID", "sqlite", "tabulo"))
+    yield at_most("SQL, one ClOrdID with the side index: times SQLite's own table with an index", 3,
+                  beside("ClOrdID", "tabulo-indexed", "sqlite-indexed"))
+    yield at_most("SQL, 1,000 orders joined with their reports, with the side index", 30,
+                  results.median("sql", "tabulo-indexed", "join"), " ms")
+
+
 def rows(results):
     yield from append_rows(results)
     yield from read_rows(results)
@@ -201,3 +216,4 @@ def rows(results):
     yield from table_rows(results)
     yield from delay_rows(results)
     yield from command_rows(results)
+    yield from sql_rows(results)

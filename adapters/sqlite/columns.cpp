@@ -61,14 +61,6 @@ const char* dataOf(std::string_view text) {
     return text.empty() ? "" : text.data();
 }
 
-void giveText(sqlite3_context* context, const Text& text) {
-    if (text.has_value()) {
-        sqlite3_result_text64(context, dataOf(*text), text->size(), SQLITE_TRANSIENT, SQLITE_UTF8);
-    } else {
-        sqlite3_result_null(context);
-    }
-}
-
 void giveNumber(sqlite3_context* context, const Number& number) {
     if (const auto* integer = std::get_if<std::int64_t>(&number)) {
         sqlite3_result_int64(context, *integer);
@@ -158,11 +150,40 @@ std::string declarationOf(const std::vector<Column>& columns) {
     return text + ")";
 }
 
+Text textOf(const MessageView& message, const Column& column) {
+    switch (column.kind) {
+        case ColumnKind::table:
+            return message.table();
+        case ColumnKind::messageClass: {
+            const auto messageClass = message.messageClass();
+            return messageClass.has_value() ? Text(className(*messageClass)) : Text();
+        }
+        case ColumnKind::type:
+            return message.type();
+        case ColumnKind::text0:
+            return message.text0();
+        case ColumnKind::text1:
+            return message.text1();
+        case ColumnKind::text:
+            return message.text(column.field);
+        case ColumnKind::nonMetadata:
+            return message.nonMetadata();
+        default:
+            return std::nullopt;
+    }
+}
+
+void giveText(sqlite3_context* context, const Text& text) {
+    if (text.has_value()) {
+        sqlite3_result_text64(context, dataOf(*text), text->size(), SQLITE_TRANSIENT, SQLITE_UTF8);
+    } else {
+        sqlite3_result_null(context);
+    }
+}
+
 void giveColumn(sqlite3_context* context, const Column& column, const ShownMessage& shown) {
     const MessageView& message = *shown.message;
     switch (column.kind) {
-        case ColumnKind::table:
-            return giveText(context, message.table());
         case ColumnKind::uid:
             return sqlite3_result_int64(context, message.uniformId());
         case ColumnKind::seq:
@@ -171,32 +192,18 @@ void giveColumn(sqlite3_context* context, const Column& column, const ShownMessa
             return sqlite3_result_int64(context, message.prevSeqNum());
         case ColumnKind::id:
             return sqlite3_result_int64(context, message.id());
-        case ColumnKind::messageClass: {
-            const auto messageClass = message.messageClass();
-            return giveText(context, messageClass.has_value() ? Text(className(*messageClass)) : Text());
-        }
         case ColumnKind::time:
             return giveText(context, isoTime(message.time(), shown.unit));
         case ColumnKind::timeRaw:
             return sqlite3_result_int64(context, message.time());
-        case ColumnKind::type:
-            return giveText(context, message.type());
         case ColumnKind::possDup:
             return sqlite3_result_int64(context, message.possDup());
         case ColumnKind::outOfSequence:
             return sqlite3_result_int64(context, message.outOfSequence());
-        case ColumnKind::text0:
-            return giveText(context, message.text0());
-        case ColumnKind::text1:
-            return giveText(context, message.text1());
-        case ColumnKind::text:
-            return giveText(context, message.text(column.field));
         case ColumnKind::number:
             return giveNumber(context, message.number(column.field));
         case ColumnKind::wire:
             return giveWire(context, message.wire());
-        case ColumnKind::nonMetadata:
-            return giveText(context, message.nonMetadata());
         case ColumnKind::file:
             return giveText(context, std::string_view(*shown.path));
         case ColumnKind::block:
@@ -205,6 +212,14 @@ void giveColumn(sqlite3_context* context, const Column& column, const ShownMessa
             return sqlite3_result_int64(context, message.position().offset);
         case ColumnKind::files:
             return sqlite3_result_null(context);
+        case ColumnKind::table:
+        case ColumnKind::messageClass:
+        case ColumnKind::type:
+        case ColumnKind::text0:
+        case ColumnKind::text1:
+        case ColumnKind::text:
+        case ColumnKind::nonMetadata:
+            return giveText(context, textOf(message, column));
     }
 }
 

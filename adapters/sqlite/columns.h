@@ -52,6 +52,11 @@ std::vector<Column> columnsOf(const Layout* layout);
 // CREATE TABLE with them, as sqlite3_declare_vtab takes it.
 std::string declarationOf(const std::vector<Column>& columns);
 
+// The text of a column that is one: not of the time, nor of where a message stands.
+Text textOf(const MessageView& message, const Column& column);
+// Gives a text, which is copied, or NULL.
+void giveText(sqlite3_context* context, const Text& text);
+
 // What a message is shown with.
 struct ShownMessage {
     const MessageView* message = nullptr;

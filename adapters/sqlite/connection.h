@@ -4,6 +4,7 @@
 // meanwhile see of each file what it held when the moment began, so that a table joined with itself agrees with itself.
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <map>
 #include <memory>
@@ -42,7 +43,7 @@ class Connection {
     // is of a moment of its own.
     std::int64_t moment() noexcept { return openCursors_ > 0 ? moment_ : ++moment_; }
 
-    // Throws Interrupted when the running statement is to end.
+    // Throws Interrupted when the running statement is to end. Asked again and again during long work.
     void checkInterrupt();
     // The same as what watches long work of the library.
     Work work();
@@ -52,7 +53,8 @@ class Connection {
 
   private:
     sqlite3* database_;
-    sqlite3_stmt* question_ = nullptr;
+    sqlite3_stmt* question_ = nullptr;  // whether the statement was interrupted,
+    std::chrono::steady_clock::time_point askedLast_{};
     int openCursors_ = 0;
     std::int64_t moment_ = 0;
     std::vector<TableSet*> sets_;

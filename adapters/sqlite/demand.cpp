@@ -10,6 +10,7 @@
 #include <string_view>
 
 #include "adapters/sqlite/time_range.h"
+#include "adapters/sqlite/value_bytes.h"
 
 namespace tabulo::sqlite {
 
@@ -19,12 +20,6 @@ struct FreeValue {
     void operator()(sqlite3_value* value) const noexcept { sqlite3_value_free(value); }
 };
 using OwnedValue = std::unique_ptr<sqlite3_value, FreeValue>;
-
-std::string_view textOf(sqlite3_value* value) {
-    const auto* text = reinterpret_cast<const char*>(sqlite3_value_text(value));
-    return text == nullptr ? std::string_view()
-                           : std::string_view(text, static_cast<std::size_t>(sqlite3_value_bytes(value)));
-}
 
 // The values of an IN, or the one of any other term, each copied. Empty when there is no memory for them.
 std::vector<OwnedValue> valuesOf(const Term& term, sqlite3_value* argument) {

@@ -33,17 +33,32 @@ void MessageStream::begin() {
     std::make_heap(heads_.begin(), heads_.end(), [this](std::size_t a, std::size_t b) { return isBehind(a, b); });
 }
 
+// The file on top has just gone on: puts it where it belongs. Mostly it stays.
+void MessageStream::sink() {
+    for (std::size_t at = 0;;) {
+        std::size_t child = 2 * at + 1;
+        if (child + 1 < heads_.size() && isBehind(heads_[child], heads_[child + 1])) {
+            ++child;
+        }
+        if (child >= heads_.size() || !isBehind(heads_[at], heads_[child])) {
+            return;
+        }
+        std::swap(heads_[at], heads_[child]);
+        at = child;
+    }
+}
+
 const MessageView* MessageStream::next() {
-    const auto behind = [this](std::size_t a, std::size_t b) { return isBehind(a, b); };
     if (!hasBegun_) {
         hasBegun_ = true;
         begin();
     } else if (!heads_.empty()) {
-        std::pop_heap(heads_.begin(), heads_.end(), behind);
-        if (files_[heads_.back()]->next() == nullptr) {
+        if (files_[given_]->next() == nullptr) {
+            heads_.front() = heads_.back();
             heads_.pop_back();
-        } else {
-            std::push_heap(heads_.begin(), heads_.end(), behind);
+        }
+        if (heads_.size() > 1) {
+            sink();
         }
     }
     if (heads_.empty()) {

@@ -22,6 +22,11 @@ struct Source {
     std::optional<TimeUnit> unit{};
 };
 
+// Its number in the whole of the files.
+inline sqlite3_int64 rowidOf(const Source& source, const MessageView& message) {
+    return (static_cast<std::int64_t>(source.number) << ROWID_FILE_SHIFT) | message.ordinal();
+}
+
 class FileStream;
 
 class MessageStream {
@@ -41,6 +46,7 @@ class MessageStream {
   private:
     bool isBehind(std::size_t a, std::size_t b) const noexcept;
     void begin();
+    void sink();
 
     Connection& connection_;
     const Order order_;

@@ -6,6 +6,7 @@
 #include "adapters/sqlite/failure.h"
 #include "adapters/sqlite/message_cursor.h"
 #include "adapters/sqlite/modules.h"
+#include "adapters/sqlite/value_bytes.h"
 
 namespace tabulo::sqlite {
 
@@ -38,23 +39,8 @@ int connect(sqlite3* database, void* owner, int, const char* const*, sqlite3_vta
         auto table = std::make_unique<FunctionTable>();
         table->connection = *static_cast<Shared*>(owner);
         table->columns = columnsOf(nullptr);
-        const int code = sqlite3_declare_vtab(database, declarationOf(table->columns).c_str());
-        if (code == SQLITE_OK) {
-            sqlite3_vtab_config(database, SQLITE_VTAB_DIRECTONLY);
-            *made = table.release();
-        }
-        return code;
+        return declare(database, std::move(table), made);
     });
-}
-
-int destroy(sqlite3_vtab* table) {
-    delete static_cast<FunctionTable*>(table);
-    return SQLITE_OK;
-}
-
-std::string textOf(sqlite3_value* value) {
-    const auto* text = reinterpret_cast<const char*>(sqlite3_value_text(value));
-    return text == nullptr ? std::string() : std::string(text);
 }
 
 // The constraint that gives the argument; -1 when there is none, -2 when it is not known yet in this order of a join.
@@ -88,7 +74,7 @@ int choose(sqlite3_vtab* base, sqlite3_index_info* info) {
         sqlite3_value* value = nullptr;
         std::shared_ptr<TableSet> tables;
         if (sqlite3_vtab_rhs_value(info, argument, &value) == SQLITE_OK && value != nullptr) {
-            tables = table->tablesOf(textOf(value));
+            tables = table->tablesOf(std::string(textOf(value)));
         }
         Plan plan = choosePlan(info, table->columns, tables.get());
         plan.tablesArgument = static_cast<int>(plan.terms.size());
@@ -105,7 +91,7 @@ int filter(sqlite3_vtab_cursor* cursor, int number, const char*, int, sqlite3_va
     auto* table = static_cast<FunctionTable*>(cursor->pVtab);
     return guarded(&table->zErrMsg, [&] {
         const Plan plan = table->plans[static_cast<std::size_t>(number)];
-        const std::string pattern = textOf(arguments[plan.tablesArgument]);
+        const std::string pattern(textOf(arguments[plan.tablesArgument]));
         static_cast<MessageCursor*>(cursor)->begin(plan, table->tablesOf(pattern), arguments, pattern);
         return SQLITE_OK;
     });
@@ -118,9 +104,8 @@ int addMessagesModule(const Shared& connection) {
         sqlite3_module methods{};
         methods.xConnect = connect;
         methods.xBestIndex = choose;
-        methods.xDisconnect = destroy;
         methods.xFilter = filter;
-        setCursorMethods(&methods);
+        setCommonMethods(&methods);
         return methods;
     }();
     return sqlite3_create_module_v2(connection->database(), "tabulo_messages", &module, new Shared(connection),

@@ -1,7 +1,9 @@
 #include "adapters/sqlite/plan.h"
 
 #include <algorithm>
+#include <utility>
 
+#include "adapters/sqlite/grouped_rows.h"
 #include "adapters/sqlite/time_range.h"
 
 namespace tabulo::sqlite {
@@ -212,7 +214,50 @@ bool areIsoTimes(TableSet& tables) {
     return true;
 }
 
+bool isEqualTo(const Plan& plan, int column) {
+    return std::any_of(plan.terms.begin(), plan.terms.end(), [column](const Term& term) {
+        return term.column == column && term.comparison == Comparison::equal && !term.isList;
+    });
+}
+
+// The columns of ORDER BY, GROUP BY or DISTINCT, and those behind them that have one value each: none when that is not
+// all that the statement uses. Whether it uses rowids is not told; it does not look for them, at least.
+std::vector<GroupTerm> groupsOf(const sqlite3_index_info& info, const std::vector<Column>& columns, const Plan& plan) {
+    constexpr std::size_t TOLD_COLUMNS = 63;  // one by one
+    std::vector<GroupTerm> groups;
+    groups.reserve(static_cast<std::size_t>(info.nOrderBy));
+    for (int i = 0; i < info.nOrderBy; ++i) {
+        groups.push_back({info.aOrderBy[i].iColumn, info.aOrderBy[i].desc != 0});
+    }
+    std::uint64_t used = info.colUsed;
+    const auto isGroup = [&](const GroupTerm& group) {
+        const auto column = static_cast<std::size_t>(group.column);
+        used &= group.column < 0 ? used : ~(std::uint64_t{1} << std::min(column, TOLD_COLUMNS));
+        return group.column >= 0 && column < TOLD_COLUMNS && GroupKeys::canTake(columns[column].kind);
+    };
+    bool isAll = std::all_of(groups.begin(), groups.end(), isGroup);
+    for (std::size_t column = 0; isAll && column < std::min(columns.size(), TOLD_COLUMNS); ++column) {
+        if ((used >> column & 1U) != 0 && isEqualTo(plan, static_cast<int>(column))) {
+            groups.push_back({static_cast<int>(column), false});
+            isAll = isGroup(groups.back());
+        }
+    }
+    for (int i = 0; i < info.nConstraint; ++i) {
+        isAll = isAll && info.aConstraint[i].iColumn != ROWID;
+    }
+    return isAll && used == 0 ? groups : std::vector<GroupTerm>{};
+}
+
 void chooseOrder(sqlite3_index_info* info, const std::vector<Column>& columns, TableSet& tables, Plan* plan) {
+    if (info->nOrderBy > 0) {
+        std::vector<GroupTerm> groups = groupsOf(*info, columns, *plan);
+        if (!groups.empty() && haveFewValues(tables, columns, groups)) {
+            plan->order = Order::groups;
+            plan->groups = std::move(groups);
+            info->orderByConsumed = 1;
+            return;
+        }
+    }
     if (info->nOrderBy != 1) {
         return;
     }
@@ -243,8 +288,12 @@ std::string describe(const Plan& plan, const std::vector<Column>& columns) {
         text += term.column == ROWID ? "rowid" : columns[static_cast<std::size_t>(term.column)].name;
         text += term.isList ? " IN (?)" : symbolOf(term.comparison);
     }
+    for (const GroupTerm& group : plan.groups) {
+        text += std::string(text.empty() ? "" : " ") + (&group == plan.groups.data() ? "GROUP BY " : "AND ");
+        text += columns[static_cast<std::size_t>(group.column)].name;
+    }
     constexpr const char* ORDERS[] = {"", "rowid", "uid", "time_raw", "time"};
-    if (plan.order != Order::stored) {
+    if (plan.order != Order::stored && plan.order != Order::groups) {
         text += std::string(text.empty() ? "" : " ") + "ORDER BY " + ORDERS[static_cast<int>(plan.order)];
     }
     text += plan.isBackward ? std::string(text.empty() ? "" : " ") + "DESC" : "";

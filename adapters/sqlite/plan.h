@@ -34,13 +34,22 @@ enum class Order {
     uniformIds,  // ascending, or
     times,
     isoTimes,  // the texts of times, where none is shown as a number
+    groups,    // messages with the same values one after another, and these in order
+};
+
+struct GroupTerm {
+    int column = 0;
+    bool isDescending = false;
+
+    bool operator==(const GroupTerm&) const noexcept = default;
 };
 
 struct Plan {
     std::vector<Term> terms;
     Order order = Order::stored;
     bool isBackward = false;
-    int tablesArgument = -1;  // what names the tables of tabulo_messages
+    std::vector<GroupTerm> groups;  // of such an order: all columns that the statement uses
+    int tablesArgument = -1;        // what names the tables of tabulo_messages
 
     bool operator==(const Plan&) const noexcept = default;
 };

@@ -30,7 +30,7 @@ Reader openTable(const std::filesystem::path& path) {
 
 TableFile::TableFile(std::filesystem::path path)
     : path_(std::move(path)), pathText_(path_.string()), identity_(identity()), reader_(openTable(path_)) {
-    look();
+    look(false);
 }
 
 TableFile::Identity TableFile::identity() const {
@@ -38,16 +38,19 @@ TableFile::Identity TableFile::identity() const {
     return ::stat(path_.c_str(), &status) == 0 ? Identity{status.st_dev, status.st_ino} : Identity{};
 }
 
-void TableFile::look() {
+void TableFile::look(bool mayHaveOtherFields) {
     const Identity now = identity();
     if (now != identity_) {
         Reader reader = openTable(path_);
-        if (!(reader.layout() == reader_.layout())) {
+        const Layout& layout = reader.layout();
+        const Layout& known = reader_.layout();
+        if (!mayHaveOtherFields && (layout.texts != known.texts || layout.numbers != known.numbers)) {
             refuse(Code::configMismatch, path_,
                    "another table with other fields has taken its place; DROP the virtual table and create it again");
         }
         reader_ = std::move(reader);
         identity_ = now;
+        unit_.reset();
         last_.reset();
         rangesEnd_.reset();
     }

@@ -20,8 +20,8 @@ class TableFile {
     explicit TableFile(std::filesystem::path path);
 
     // A statement begins that sees what the file holds now: opens it anew when another file stands at its path. The
-    // errors of a Reader; configMismatch when that one has another layout.
-    void look();
+    // errors of a Reader; configMismatch when that one has other fields, and may not.
+    void look(bool mayHaveOtherFields);
 
     Reader& reader() noexcept { return reader_; }
     const std::string& path() const noexcept { return pathText_; }

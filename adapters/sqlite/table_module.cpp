@@ -62,12 +62,7 @@ int create(sqlite3* database, void* owner, int count, const char* const* argumen
         table->connection = *static_cast<Shared*>(owner);
         table->tables = std::make_shared<TableSet>(*table->connection, std::move(paths), TableSet::Layouts::one, unit);
         table->columns = columnsOf(&table->tables->layout());
-        const int code = sqlite3_declare_vtab(database, declarationOf(table->columns).c_str());
-        if (code == SQLITE_OK) {
-            sqlite3_vtab_config(database, SQLITE_VTAB_DIRECTONLY);
-            *made = table.release();
-        }
-        return code;
+        return declare(database, std::move(table), made);
     });
 }
 
@@ -75,11 +70,6 @@ int create(sqlite3* database, void* owner, int count, const char* const* argumen
 int connect(sqlite3* database, void* owner, int count, const char* const* arguments, sqlite3_vtab** made,
             char** message) {
     return create(database, owner, count, arguments, made, message);
-}
-
-int destroy(sqlite3_vtab* table) {
-    delete static_cast<NamedTable*>(table);
-    return SQLITE_OK;
 }
 
 int choose(sqlite3_vtab* base, sqlite3_index_info* info) {
@@ -110,10 +100,9 @@ int addTableModule(const Shared& connection) {
         methods.xCreate = create;
         methods.xConnect = connect;
         methods.xBestIndex = choose;
-        methods.xDisconnect = destroy;
-        methods.xDestroy = destroy;
         methods.xFilter = filter;
-        setCursorMethods(&methods);
+        setCommonMethods(&methods);
+        methods.xDestroy = methods.xDisconnect;
         return methods;
     }();
     return sqlite3_create_module_v2(connection->database(), "tabulo", &module, new Shared(connection),

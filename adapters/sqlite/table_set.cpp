@@ -81,7 +81,7 @@ void TableSet::find(std::int64_t moment) {
             if (number == numbers_.end() || files_[number->second] == nullptr) {
                 addFile(path, isFound);
             } else if (moment != moment_) {
-                files_[number->second]->look();
+                files_[number->second]->look(layouts_ == Layouts::any);
             }
         }
     }

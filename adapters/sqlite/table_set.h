@@ -37,6 +37,13 @@ class TableSet {
     // fields, or its own.
     std::optional<TimeUnit> unitOf(const TableFile& file) const noexcept;
 
+    // What was found, by looking at some messages, about the values of some columns (grouped_rows.h).
+    struct Guess {
+        double messages;  // that there were then
+        bool haveFewValues;
+    };
+    std::map<std::vector<int>, Guess> guesses;
+
   private:
     void find(std::int64_t moment);
     void addFile(const std::string& path, bool isFound);

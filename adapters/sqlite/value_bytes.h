@@ -19,4 +19,11 @@ inline std::optional<std::string_view> bytesOf(sqlite3_value* value) {
                             : std::string_view(bytes, static_cast<std::size_t>(sqlite3_value_bytes(value)));
 }
 
+// The same as text, to which a number is converted; empty for NULL.
+inline std::string_view textOf(sqlite3_value* value) {
+    const auto* text = reinterpret_cast<const char*>(sqlite3_value_text(value));
+    return text == nullptr ? std::string_view("")
+                           : std::string_view(text, static_cast<std::size_t>(sqlite3_value_bytes(value)));
+}
+
 }  // namespace tabulo::sqlite

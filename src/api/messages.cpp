@@ -22,11 +22,13 @@ struct MessagesState {
     internal::MessageTableIteratorPtr iterator;  // goes before the reader
     const bool backward;
     const bool inverted;
+    bool selectsAll = false;                                      // there is no condition to be asked
     std::int64_t first = 0;                                       // file offsets: messages in front of it are left out,
     std::int64_t end = std::numeric_limits<std::int64_t>::max();  // and those from it on
     WorkWatch watch;
     std::int64_t watchedFrom = 0;  // file offset at which the work begins
 
+    internal::MessagePlace place;  // of the message that was looked at last
     MessageState message;
     MessageView view{&message};
     bool isCurrent = false;
@@ -110,7 +112,8 @@ void onSkipped(void* owner, std::int64_t count) {
 internal::ErrorCode onMessage(void* owner, const internal::MessageView& message, internal::Visit* answer) {
     auto* state = static_cast<State*>(owner);
     const internal::MessageTableIterator& iterator = *state->iterator;
-    const std::int64_t offset = internal::mtIterator_place(&iterator).frame.frame;
+    state->place = internal::mtIterator_place(&iterator);
+    const std::int64_t offset = state->place.frame.frame;
     if (iterator.cursor.block.start != state->block) {  // an open or a damaged one
         const internal::ErrorCode code = enterBlock(state, iterator.cursor.block.start);
         if (code != internal::NO_ERROR) {
@@ -125,7 +128,7 @@ internal::ErrorCode onMessage(void* owner, const internal::MessageView& message,
     if (state->messagesRead % WorkWatch::messagesBetween == 0 && !mayGoOn(state, offset)) {
         return endWalk(state, Ending::stopped);
     }
-    if (internal::query_messageMatches(*iterator.conditions, message) != state->inverted) {
+    if (state->selectsAll || internal::query_messageMatches(*iterator.conditions, message) != state->inverted) {
         *answer = internal::Visit::stop;
         state->isLast = isLast(*state, offset);
         return internal::NO_ERROR;
@@ -134,7 +137,7 @@ internal::ErrorCode onMessage(void* owner, const internal::MessageView& message,
 }
 
 void showCurrent(State* state) {
-    const internal::MessagePlace place = internal::mtIterator_place(state->iterator.get());
+    const internal::MessagePlace& place = state->place;
     MessageState& message = state->message;
     message.message = &state->iterator->current;
     message.frame = reinterpret_cast<const std::byte*>(place.bytes);
@@ -182,14 +185,22 @@ void finish(State* state, const Call& call) {
 
 // One step of the walk. True when a message has become current.
 bool step(State* state) {
+    const bool mayStep = !state->isLast && !state->watch.isStopped();
+    bool end = true;
+    internal::ErrorCode code =
+        mayStep ? internal::mtIterator_nextLoaded(state->iterator.get(), &end) : internal::NO_ERROR;
+    if (code == internal::NO_ERROR && !end) {
+        return true;  // nothing was called that has anything to say: most messages are spared the Call
+    }
     const Call call(state->reader->path);
-    if (state->isLast || state->watch.isStopped()) {
+    if (!mayStep) {
         (void)endWalk(state, state->isLast ? Ending::data : Ending::stopped);  // there is no walk to end by its code
         finish(state, call);
         return false;
     }
-    bool end = true;
-    const internal::ErrorCode code = internal::mtIterator_next(state->iterator.get(), &end);
+    if (code == internal::NO_ERROR) {
+        code = internal::mtIterator_next(state->iterator.get(), &end);
+    }
     state->watch.rethrow();
     if (state->isOver) {
         finish(state, call);
@@ -256,6 +267,7 @@ Messages reader_messages(const std::shared_ptr<ReaderState>& reader, const Query
     auto state = std::make_unique<MessagesState>(asked, std::move(work));
     state->reader = reader;
     internal::QueryConditionsPtr conditions = query_build(asked, *reader->table);
+    state->selectsAll = !state->inverted && internal::query_isEmpty(*conditions);
     const auto [first, end] = boundWalk(call, state.get(), asked);
     state->knowsOrdinal = !state->backward && first.block == reader_begin(*reader).block;
     state->message.table = reader->table;

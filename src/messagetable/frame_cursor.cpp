@@ -100,6 +100,14 @@ ErrorCode frameCursor_next(FrameCursor* cursor, DecodedMessage* message) noexcep
     }
 }
 
+bool frameCursor_nextLoaded(FrameCursor* cursor, DecodedMessage* message) noexcept {
+    if (cursor->pieceEnd <= cursor->position || decodeHere(cursor, message) != NO_ERROR) {
+        return false;
+    }
+    cursor->position += message->frameLength;
+    return true;
+}
+
 ErrorCode frameCursor_previous(FrameCursor* cursor, DecodedMessage* message) noexcept {
     const std::int64_t frameEnd = cursor->position;
     const std::int64_t available = frameEnd - cursor->begin;

@@ -39,6 +39,9 @@ FrameCursor frameCursor_backward(BlockReader* reader, TableFile* file, std::int6
 // Decodes the next frame and moves behind it. NO_DATA_ERROR: no complete frame stands there, be it the stretch's end or
 // a cut frame. CONSISTENCY_ERROR, FILE_READ_ERROR, OUT_OF_MEMORY_ERROR. On failure the cursor stays.
 ErrorCode frameCursor_next(FrameCursor* cursor, DecodedMessage* message) noexcept;
+// The same for a frame that is loaded whole: false, and nothing has changed, for every other one, of which
+// frameCursor_next tells.
+bool frameCursor_nextLoaded(FrameCursor* cursor, DecodedMessage* message) noexcept;
 // Decodes the frame before the cursor and moves to its start, with the same errors; NO_DATA_ERROR at the stretch's
 // begin.
 ErrorCode frameCursor_previous(FrameCursor* cursor, DecodedMessage* message) noexcept;

@@ -336,6 +336,17 @@ ErrorCode iteratorStep_forward(MessageTableIterator* iterator, TableFile* file, 
     }
 }
 
+ErrorCode iteratorStep_loaded(MessageTableIterator* iterator, bool* end) noexcept {
+    while (iterator->place == IteratorPlace::inBlock && !iterator->indexed.isInBlock && !isFull(iterator) &&
+           frameCursor_nextLoaded(&iterator->frames, &iterator->current)) {
+        const ErrorCode code = matchMessage(iterator, end);
+        if (code != NO_ERROR || !*end) {
+            return code;
+        }
+    }
+    return NO_ERROR;
+}
+
 ErrorCode iteratorStep_backward(MessageTableIterator* iterator, TableFile* file, bool* end) noexcept {
     for (;;) {
         if (iterator->place == IteratorPlace::inBlock) {

@@ -11,4 +11,8 @@ namespace tabulo::internal {
 ErrorCode iteratorStep_forward(MessageTableIterator* iterator, TableFile* file, bool* end) noexcept;
 ErrorCode iteratorStep_backward(MessageTableIterator* iterator, TableFile* file, bool* end) noexcept;
 
+// What iteratorStep_forward does among the frames that are in memory already, without a call to the system or a line of
+// the log: *end stays true behind the last one of them, from where iteratorStep_forward goes on.
+ErrorCode iteratorStep_loaded(MessageTableIterator* iterator, bool* end) noexcept;
+
 }  // namespace tabulo::internal

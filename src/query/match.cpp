@@ -57,6 +57,11 @@ bool query_asksKnownRanges(const QueryConditions& conditions, const MessageTable
     return anyAsks && query_isSilent(conditions, layout);
 }
 
+bool query_isEmpty(const QueryConditions& conditions) noexcept {
+    return metadataCondition_isEmpty(conditions.metadata) && conditions.doubleFilters.empty() &&
+           conditions.longFilters.empty() && conditions.stringFilters.empty();
+}
+
 bool query_messageMatches(const QueryConditions& conditions, const MessageView& message) noexcept {
     if (!metadataCondition_matches(conditions.metadata, message.metadata)) {
         return false;

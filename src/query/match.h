@@ -22,6 +22,9 @@ bool query_asksRanges(const QueryConditions& conditions, const MessageTableLayou
 // silent: then a block may be asked by what is kept of it (known_blocks.h).
 bool query_asksKnownRanges(const QueryConditions& conditions, const MessageTableLayout& layout) noexcept;
 
+// Whether there is no condition, which every message passes.
+bool query_isEmpty(const QueryConditions& conditions) noexcept;
+
 // True when the message passes every condition. A pure function: the inverted flag and the direction are not looked at.
 bool query_messageMatches(const QueryConditions& conditions, const MessageView& message) noexcept;
 

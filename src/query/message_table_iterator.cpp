@@ -170,6 +170,20 @@ ErrorCode mtIterator_next(MessageTableIterator* iterator, bool* end) noexcept {
     return code;
 }
 
+ErrorCode mtIterator_nextLoaded(MessageTableIterator* iterator, bool* end) noexcept {
+    *end = true;
+    const TableStorage* storage = mt_storage(iterator->table);
+    if (iterator->conditions->iterateBackward || iterator->asksKnown || iterator->openings != storage->openings ||
+        tableStorage_master(storage) == nullptr) {
+        return NO_ERROR;
+    }
+    const ErrorCode code = iteratorStep_loaded(iterator, end);
+    if (code != NO_ERROR) {
+        clearCurrent(iterator);
+    }
+    return code;
+}
+
 MessagePlace mtIterator_place(const MessageTableIterator* iterator) noexcept {
     const FrameCursor& frames = iterator->frames;
     const Block& block = iterator->cursor.block;

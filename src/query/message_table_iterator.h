@@ -79,6 +79,11 @@ using MessageTableIteratorPtr = Handle<MessageTableIterator, mtIterator_close>;
 // SYSTEM_FILE_ERROR, OUT_OF_MEMORY_ERROR.
 ErrorCode mtIterator_next(MessageTableIterator* iterator, bool* end) noexcept;
 
+// The same while a walk forward needs nothing but what is in memory, which makes no call to the system and writes no
+// line of the log; *end is true also where more is to be read, and mtIterator_next goes on. Errors of the visitor
+// alone.
+ErrorCode mtIterator_nextLoaded(MessageTableIterator* iterator, bool* end) noexcept;
+
 // Where the message stands that was decoded last; valid while the iterator's block at hand stays.
 struct MessagePlace {
     FramePlace frame;

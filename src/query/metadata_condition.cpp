@@ -122,6 +122,12 @@ bool metadataCondition_isSilent(const MetadataCondition& condition) noexcept {
            classifyConnMsgId(condition.ids->first) == classifyConnMsgId(condition.ids->last);
 }
 
+bool metadataCondition_isEmpty(const MetadataCondition& condition) noexcept {
+    return !condition.seqNums.has_value() && !condition.ids.has_value() && !condition.idsByClass.has_value() &&
+           !condition.from.has_value() && !condition.until.has_value() && !condition.possDup.has_value() &&
+           condition.excludedMsgTypes.empty();
+}
+
 bool metadataCondition_matches(const MetadataCondition& condition, const MessageMetadata& metadata) noexcept {
     return idMatches(condition, metadata.connMsgId) &&
            (!condition.from.has_value() || metadata.timestamp >= *condition.from) &&

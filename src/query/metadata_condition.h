@@ -51,6 +51,8 @@ bool metadataCondition_mayMatchBlock(const MetadataCondition& condition, const B
 bool metadataCondition_asksKnownRange(const MetadataCondition& condition) noexcept;
 // True when asking about a block writes nothing to the log.
 bool metadataCondition_isSilent(const MetadataCondition& condition) noexcept;
+// True when every message meets it for want of anything that is asked.
+bool metadataCondition_isEmpty(const MetadataCondition& condition) noexcept;
 bool metadataCondition_matches(const MetadataCondition& condition, const MessageMetadata& metadata) noexcept;
 
 }  // namespace tabulo::internal

@@ -200,6 +200,32 @@ TEST_F(Iterator, KeepsTheTextsOfTheCurrentMessageUntilTheNextCall) {
     }
 }
 
+TEST_F(Iterator, StepsThroughWhatIsInMemoryAndGoesOnWhereThatEnds) {
+    constexpr std::int32_t count = 10;
+    create();
+    writePlain(1, count);
+    for (const bool backward : {false, true}) {
+        const MessageTableIteratorPtr iterator = iterate(backward);
+        std::vector<std::int32_t> ids;
+        std::int32_t loaded = 0;
+        for (bool end = true;; end = true) {
+            ASSERT_EQ(mtIterator_nextLoaded(iterator.get(), &end), NO_ERROR);
+            loaded += end ? 0 : 1;
+            if (end) {
+                ASSERT_EQ(mtIterator_next(iterator.get(), &end), NO_ERROR);
+            }
+            if (end) {
+                break;
+            }
+            ids.push_back(mtIterator_getMetadata(iterator.get()).uniformId);
+        }
+        EXPECT_EQ(ids, backward ? idsFromTo(count, 1) : idsFromTo(1, count));
+        EXPECT_EQ(loaded > 0, !backward) << loaded << " messages were in memory";
+        EXPECT_LT(loaded, count) << "the first of a block has to be read";
+        expectNothingCurrent(iterator.get());
+    }
+}
+
 TEST_F(Iterator, SkipsAClosedBlockThatCannotMatchAndAsksAboutEachOnce) {
     create();
     writePlain(1, 11);  // three closed blocks and two messages

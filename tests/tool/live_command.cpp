@@ -36,15 +36,7 @@ LiveCommand::LiveCommand(const std::string& outputs, const std::vector<std::stri
     process_ = std::make_unique<ChildProcess>([&] {
         appendTo(STDOUT_FILENO, outputs + ".out");
         appendTo(STDERR_FILENO, outputs + ".err");
-        std::vector<std::string> words{"tabulo"};
-        words.insert(words.end(), arguments.begin(), arguments.end());
-        std::vector<char*> pointers;
-        for (std::string& word : words) {
-            pointers.push_back(word.data());
-        }
-        pointers.push_back(nullptr);
-        ::execv(TABULO_COMMAND, pointers.data());
-        return 121;
+        return becomeCommand(arguments);
     });
 }
 

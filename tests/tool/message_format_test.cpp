@@ -217,33 +217,6 @@ TEST_F(MessageFormatTest, AnUnknownFormatIsRefusedWithTheNamesOfAll) {
     }
 }
 
-TEST(TextBytesTest, Utf8IsToldFromWhatOnlyLooksLikeIt) {
-    for (const std::string text : {"", "plain and longer than eight", "ä€😀", "12345678ä", "\001"}) {
-        EXPECT_TRUE(isUtf8(text)) << text;
-    }
-    const std::vector<std::string> broken = {"\x80",         "12345678\xFF", "\xC0\x80",
-                                             "\xE0\x80\x80", "\xED\xA0\x80", "\xF4\x90\x80\x80",
-                                             "\xC3",         "\xE2\x82",     "ä\xC3"};
-    for (const std::string& text : broken) {
-        std::string shown;
-        appendShown(text, &shown);
-        EXPECT_FALSE(isUtf8(text)) << shown;
-        EXPECT_TRUE(isUtf8(shown)) << shown;
-    }
-}
-
-TEST(TextBytesTest, WhatDoesNotFitIsLeftOutAsAWhole) {
-    std::string shown;
-    EXPECT_EQ(appendShown("ab\x1B"
-                          "cd",
-                          &shown, 5),
-              2U);
-    EXPECT_EQ(shown, "ab");
-    shown.clear();
-    EXPECT_EQ(appendShown("ääää", &shown, 3), 3U);
-    EXPECT_EQ(shown, "äää");
-}
-
 TEST(TextBytesTest, Base64IsPaddedForEveryLength) {
     const std::vector<std::pair<std::string, std::string>> known = {
         {"", ""}, {"f", "Zg=="}, {"fo", "Zm8="}, {"foo", "Zm9v"}, {"foob", "Zm9vYg=="}, {"\xFF\xFF\xFE", "///+"}};

@@ -95,6 +95,10 @@ ProgramResult runProgram(const char* program, const std::vector<std::string>& wo
 
 }  // namespace
 
+int becomeCommand(const std::vector<std::string>& arguments, const CommandSettings& settings) {
+    return execute(TABULO_COMMAND, commandWords(arguments), settings);
+}
+
 ProgramResult runCommand(const std::vector<std::string>& arguments, const CommandSettings& settings) {
     return runProgram(TABULO_COMMAND, commandWords(arguments), settings);
 }
@@ -119,7 +123,7 @@ ProgramResult runOnTerminal(const std::vector<std::string>& arguments, int colum
         ::dup2(terminal, STDIN_FILENO);
         ::dup2(terminal, STDOUT_FILENO);
         ::dup2(terminal, STDERR_FILENO);
-        return execute(TABULO_COMMAND, commandWords(arguments), settings);
+        return becomeCommand(arguments, settings);
     });
     ::close(terminal);
     ProgramResult result;

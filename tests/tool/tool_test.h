@@ -37,6 +37,8 @@ struct CommandSettings {
 
 // Runs build/<preset>/tabulo with arguments to its end; output and errors are its standard output and standard error.
 ProgramResult runCommand(const std::vector<std::string>& arguments, const CommandSettings& settings = {});
+// What a child process of a test ends with: the same in its place. 121 when it cannot be run.
+int becomeCommand(const std::vector<std::string>& arguments, const CommandSettings& settings = {});
 // Runs a script of bash, to which $TABULO names the command.
 ProgramResult runScript(const std::string& script, const CommandSettings& settings = {});
 // The same as runCommand with a terminal of so many columns as its standard output and standard error; what it has

@@ -1,7 +1,6 @@
 #include "tests/tool/typed_terminal.h"
 
 #include <pty.h>
-#include <stdlib.h>
 #include <sys/ioctl.h>
 #include <unistd.h>
 
@@ -28,21 +27,9 @@ TypedTerminal::TypedTerminal(const std::string& directory, const std::vector<std
             ::dup2(terminal, descriptor);
         }
         ::close(terminal);
-        ::setenv("TERM", "xterm", 1);
-        ::setenv("LC_ALL", "C.UTF-8", 1);
-        ::setenv("HOME", directory.c_str(), 1);  // no settings of the user's for editing
-        if (::chdir(directory.c_str()) != 0) {
-            return 120;
-        }
-        std::vector<std::string> words{"tabulo"};
-        words.insert(words.end(), arguments.begin(), arguments.end());
-        std::vector<char*> pointers;
-        for (std::string& word : words) {
-            pointers.push_back(word.data());
-        }
-        pointers.push_back(nullptr);
-        ::execv(TABULO_COMMAND, pointers.data());
-        return 121;
+        // The user's own settings for editing stand in another home.
+        return becomeCommand(
+            arguments, {.directory = directory, .environment = {"TERM=xterm", "LC_ALL=C.UTF-8", "HOME=" + directory}});
     });
     ::close(terminal);
     reader_ = std::thread([this] { read(); });

@@ -1,6 +1,7 @@
 // Tables that change, are damaged or go away under statements, and statements that are ended.
 #include <malloc.h>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <fstream>
@@ -106,6 +107,54 @@ TEST_F(LiveSql, AnotherLayoutAtThePathIsAnError) {
     StoredTable other(path("other"), Layout{.texts = {"Else"}});
     std::filesystem::rename(path("other"), path("orders"));
     EXPECT_EQ(connection.text("SELECT count(*) FROM orders").substr(0, 21), "CONFIG_MISMATCH_ERROR");
+    StoredTable third(path("other"), ordersLayout(), simpleMessages(2));
+    const std::string count = "SELECT count(*) FROM tabulo_messages(" + quoted("orders") + ")";
+    EXPECT_EQ(valueOf(count), "0");
+    std::filesystem::rename(path("other"), path("orders"));
+    EXPECT_EQ(valueOf(count), "2") << "a function that shows tables with any fields";
+}
+
+TEST_F(LiveSql, AnotherFileAtThePathMayHaveOtherBlocks) {
+    StoredTable table(path("orders"), ordersLayout(3), simpleMessages(20));
+    ASSERT_EQ(show("orders", "orders").text(), "");
+    EXPECT_EQ(valueOf("SELECT uid FROM orders WHERE rowid = 17"), "18");
+    StoredTable other(path("other"), ordersLayout(5), simpleMessages(23));
+    other.writer.close();
+    std::filesystem::rename(path("other"), path("orders"));
+    EXPECT_EQ(countOf("orders"), "23");
+    EXPECT_EQ(connection.must("SELECT uid, rowid FROM orders WHERE rowid BETWEEN 14 AND 16").text(),
+              "15|14\n16|15\n17|16\n");
+    EXPECT_EQ(connection.must("SELECT uid FROM orders WHERE uid > 13 ORDER BY uid DESC LIMIT 2").text(), "23\n22\n");
+    EXPECT_EQ(valueOf("SELECT group_concat(uid) FROM orders WHERE ClOrdID = 'order-19'"), "'19'");
+}
+
+TEST_F(LiveSql, AFileOfAnotherUnitThatComesUnderAPlanIsOrderedOrAnError) {
+    const auto write = [&](const char* name, std::int64_t scale) {
+        StoredTable table(path(name), ordersLayout());
+        for (std::int32_t n = 1; n <= 6; ++n) {
+            StoredMessage message = simpleMessage(n);
+            message.time = (1'795'000'000 + n) * scale;
+            table.append(message);
+        }
+    };
+    write("part-1", 1'000);
+    for (const char* order : {"time", "time DESC"}) {
+        std::filesystem::remove(path("part-2"));
+        Statement statement(connection, "SELECT time FROM tabulo_messages(" + quoted("part-*") + ") ORDER BY " + order);
+        write("part-2", 1'000'000);
+        std::vector<std::string> times;
+        int code = SQLITE_ROW;
+        while ((code = statement.step()) == SQLITE_ROW) {
+            times.emplace_back(reinterpret_cast<const char*>(sqlite3_column_text(statement.handle(), 0)));
+        }
+        std::vector<std::string> sorted = times;
+        std::sort(sorted.begin(), sorted.end());
+        if (std::string(order) != "time") {
+            std::reverse(sorted.begin(), sorted.end());
+        }
+        EXPECT_EQ(times, sorted) << order;
+        EXPECT_TRUE(code != SQLITE_DONE || times.size() == 12U) << times.size() << " rows and no error";
+    }
 }
 
 TEST_F(LiveSql, AFileThatComesOrGoesIsFoundByTheGlob) {
