@@ -77,7 +77,7 @@ void CopyTable::takeLayout(const Record& record) {
     }
     flush();
     const bool isNew = incarnation_ != 0 && record.incarnation > incarnation_;
-    if (isNew && open()) {
+    if (open() && (isNew || isEmpty())) {
         if (layoutText(writer_->layout()) == layoutText(*layout)) {
             drop();
         } else {
@@ -96,10 +96,15 @@ void CopyTable::takeLayout(const Record& record) {
     incarnation_ = record.incarnation;
 }
 
+// Of an open table.
+bool CopyTable::isEmpty() const {
+    return writer_->end().offset == Reader(path_).begin().offset;
+}
+
 void CopyTable::drop() {
     batch_.clear();
     partsOffset_ = -1;
-    if (open() && writer_->end().offset != Reader(path_).begin().offset) {
+    if (open() && !isEmpty()) {
         writer_->drop();
     }
 }

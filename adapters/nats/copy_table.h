@@ -50,6 +50,7 @@ class CopyTable {
     void save(std::int64_t from) const;
     std::string elsewhere(std::int64_t offset) const;
     bool open();
+    bool isEmpty() const;
     Writer& writer();
 
     std::filesystem::path path_;

@@ -36,7 +36,7 @@ void Publisher::checkOwner(bool takeover) {
         throw Superseded("the stream " + stream_.name() + " is shipped by " + other->sentence() +
                          ": end that one, or take over with --takeover");
     }
-    words_.say("taking over from " + other->sentence() + (takeover ? "" : ", which does not answer"));
+    words_.say("going on behind " + other->sentence() + (takeover ? "" : ", which does not answer any more"));
 }
 
 void Publisher::begin(bool takeover) {

@@ -12,6 +12,7 @@
 #include "adapters/nats/owner.h"
 #include "adapters/nats/receive_note.h"
 #include "adapters/nats/session_text.h"
+#include "adapters/nats/table_bytes.h"
 #include "tabulo/reader.h"
 #include "tabulo/session_info.h"
 
@@ -69,6 +70,7 @@ struct Receiver::State {
     std::uint64_t noted = 0;
 
     void begin(LogStream::Ends ends);
+    std::optional<Stored> layoutOf(const std::string& table);
     std::optional<std::uint64_t> beginningOf(const std::string& table);
     void forgetContents();
     void take(const Stored& stored);
@@ -94,16 +96,40 @@ void Receiver::State::refuse(const std::string& table, const std::string& why) {
     tables.erase(table);
 }
 
+// The layout record of the content that a copy has, which its first message tells; the newest one when it has none, or
+// a content that the stream has not got.
+std::optional<Stored> Receiver::State::layoutOf(const std::string& table) {
+    const std::string subject = subjectOf(stream.name(), table, RecordKind::layout);
+    std::vector<Stored> layouts;
+    for (std::optional<Stored> next = stream.from(0, subject); next.has_value();
+         next = stream.from(layouts.back().sequence + 1, subject)) {
+        layouts.push_back(std::move(*next));
+    }
+    const TableBytes bytes(options.folder / table);
+    for (auto layout = layouts.rbegin(); layout != layouts.rend(); ++layout) {
+        const std::optional<Stored> first = stream.from(layout->sequence + 1, messagesOf(stream.name(), table));
+        if (first.has_value()) {
+            const Record record = recordOf(*first);
+            if (record.incarnation == recordOf(*layout).incarnation &&
+                bytes.holds(record.offset + record.at, record.payload)) {
+                return *layout;
+            }
+        }
+    }
+    return layouts.empty() ? std::nullopt : std::optional(std::move(layouts.back()));
+}
+
 // From where a table's content is to be compared: its newest rewind, behind which nothing was taken back; when that has
-// not helped, its newest layout, once.
+// not helped, its layout, once.
 std::optional<std::uint64_t> Receiver::State::beginningOf(const std::string& table) {
-    const std::optional<Stored> layout = stream.last(subjectOf(stream.name(), table, RecordKind::layout));
-    const std::optional<Stored> rewind = stream.last(subjectOf(stream.name(), table, RecordKind::rewind));
+    const std::optional<Stored> layout = layoutOf(table);
     int& tried = attempts[table];
     if (!layout.has_value() || tried == 2) {
         return std::nullopt;
     }
-    const bool isRewind = tried == 0 && rewind.has_value() && rewind->sequence > layout->sequence;
+    const std::optional<Stored> rewind = stream.last(subjectOf(stream.name(), table, RecordKind::rewind));
+    const bool isRewind =
+        tried == 0 && rewind.has_value() && recordOf(*rewind).incarnation == recordOf(*layout).incarnation;
     tried = isRewind ? 1 : 2;
     return isRewind ? rewind->sequence : layout->sequence;
 }
@@ -111,7 +137,7 @@ std::optional<std::uint64_t> Receiver::State::beginningOf(const std::string& tab
 // Nothing is noted of the tables that stand there.
 void Receiver::State::forgetContents() {
     const std::string& name = stream.name();
-    for (const std::string& subject : stream.subjects(name + ".*.@layout")) {
+    for (const std::string& subject : stream.subjects(name + ".*.=layout")) {
         const std::optional<Stored> layout = stream.last(subject);
         const std::string table = layout.has_value() ? recordOf(*layout).table : "";
         if (layout.has_value() && std::filesystem::exists(options.folder / table)) {
@@ -196,8 +222,10 @@ void Receiver::State::readTableAgain(const Record& record, const std::string& wh
     tables.erase(record.table);
     note.incarnations.erase(record.table);
     skipped[record.table] = *beginning;
-    note.sequence = *beginning - 1;
-    cursor = stream.read(*beginning);
+    if (*beginning <= note.sequence) {  // else it is still to come, behind records of other tables
+        note.sequence = *beginning - 1;
+        cursor = stream.read(*beginning);
+    }
 }
 
 void Receiver::State::takeOf(const Record& record) {

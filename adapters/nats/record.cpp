@@ -20,9 +20,9 @@ constexpr const char* TIME = "Tabulo-Time";
 constexpr const char* PART = "Tabulo-Part";
 constexpr const char* KEPT = "Tabulo-Kept";
 
-constexpr std::string_view NO_CLASS = "@none";
+constexpr std::string_view NO_CLASS = "=none";
 // By kind; a message has none.
-constexpr std::array<std::string_view, 7> MARKS = {"", "@layout", "@drop", "@rewind", "@gap", "@session", "@owner"};
+constexpr std::array<std::string_view, 7> MARKS = {"", "=layout", "=drop", "=rewind", "=gap", "=session", "=owner"};
 
 std::string_view markOf(RecordKind kind) {
     return MARKS[static_cast<std::size_t>(kind)];
@@ -185,6 +185,10 @@ Record recordOf(const Stored& stored) {
 
 std::string subjectsOf(std::string_view stream, std::string_view table) {
     return joined(stream, table, ">");
+}
+
+std::string messagesOf(std::string_view stream, std::string_view table) {
+    return joined(stream, table, "*.*");
 }
 
 std::string subjectOf(std::string_view stream, std::string_view table, RecordKind kind) {

@@ -2,17 +2,19 @@
 //
 //   kind      subject                              payload
 //   message   NAME.<table>.<class>.<MsgType>       the stored frame, or one part of it
-//   layout    NAME.<table>.@layout                 the table's layout, before its first message (layout_text.h)
-//   drop      NAME.<table>.@drop                   none: the table was emptied
-//   rewind    NAME.<table>.@rewind                 the beginning of the last frame that is kept, or none: what stands
+//   layout    NAME.<table>.=layout                 the table's layout, before its first message (layout_text.h)
+//   drop      NAME.<table>.=drop                   none: the table was emptied
+//   rewind    NAME.<table>.=rewind                 the beginning of the last frame that is kept, or none: what stands
 //   at
 //                                                  Tabulo-Offset and behind it is not in the source any more
-//   gap       NAME.<table>.@gap                    a sentence: what is missing here is known to be missing
-//   session   NAME.<table>.@session                the values of a session info table (session_text.h)
-//   owner     NAME.@owner                          the shipper that publishes from here on, or goes on (owner.h)
+//   gap       NAME.<table>.=gap                    a sentence: what is missing here is known to be missing
+//   session   NAME.<table>.=session                the values of a session info table (session_text.h)
+//   owner     NAME.=owner                          the shipper that publishes from here on, or goes on (owner.h)
+//
+// The marks begin with '=', as servers lose what stands in front of an '@' on their way between each other.
 //
 // <table> and <MsgType> are escaped (subject_token.h); <class> is APP_FROM, APP_TO, ADMIN_FROM, ADMIN_TO, RESENT, or
-// @none for a message without one. Headers, each in its kinds:
+// =none for a message without one. Headers, each in its kinds:
 //
 //   Tabulo-Table        all but owner     the table's name, escaped as in the subject
 //   Tabulo-Incarnation  all but owner     1 for the table's first content, one more after each drop or replacement
@@ -86,8 +88,9 @@ Envelope envelopeOf(const Record& record, std::string_view stream, const Message
 // Borrows the payload. ForeignRecord.
 Record recordOf(const Stored& stored);
 
-// The subjects of all records of a table, and of one kind of them that is no message.
+// The subjects of all records of a table, of its messages, and of one kind of them that is no message.
 std::string subjectsOf(std::string_view stream, std::string_view table);
+std::string messagesOf(std::string_view stream, std::string_view table);
 std::string subjectOf(std::string_view stream, std::string_view table, RecordKind kind);
 std::string ownerSubject(std::string_view stream);
 

@@ -62,7 +62,7 @@ struct Shipper::State {
     void begin();
     void add(const std::filesystem::path& path);
     void tellMissing();
-    void addNew();
+    void addNew(bool now);
     void lookAtSessions();
     void publishSessions();
 
@@ -72,6 +72,7 @@ struct Shipper::State {
     std::vector<std::filesystem::path> paths;  // those given, and those that have come since
     std::unique_ptr<TableShipping> tables;     // of this run
     std::vector<SessionSource> sessions;
+    bool areHeldBack = false;     // which was said
     bool areSessionsDue = false;  // behind the ends that were noted when they were read
     Clock::time_point lookedAt{};
     Clock::time_point foldersAt{};
@@ -100,7 +101,7 @@ void Shipper::State::add(const std::filesystem::path& path) {
 // The tables that the stream has, and nobody has named.
 void Shipper::State::tellMissing() {
     const std::string& stream = publisher.stream().name();
-    for (const std::string& subject : publisher.stream().subjects(stream + ".*.@layout")) {
+    for (const std::string& subject : publisher.stream().subjects(stream + ".*.=layout")) {
         const auto parts = splitAt('.', subject);
         const std::optional<std::string> table = parts.size() == 3 ? unescaped(parts[1]) : std::nullopt;
         if (table.has_value() && !tables->has(*table)) {
@@ -130,8 +131,8 @@ void Shipper::State::begin() {
     tellMissing();
 }
 
-void Shipper::State::addNew() {
-    if (!options.newTables || Clock::now() - foldersAt < FOLDER_PAUSE) {
+void Shipper::State::addNew(bool now) {
+    if (!options.newTables || (!now && Clock::now() - foldersAt < FOLDER_PAUSE)) {
         return;
     }
     foldersAt = Clock::now();
@@ -158,12 +159,19 @@ void Shipper::State::lookAtSessions() {
         }
     }
     if (areSessionsDue) {
+        addNew(true);  // a table that has come before the values were read
         tables->noteEnds();
     }
 }
 
 void Shipper::State::publishSessions() {
     if (!areSessionsDue || !tables->hasReachedEnds()) {
+        return;
+    }
+    if (!tables->isWhole()) {
+        if (!std::exchange(areHeldBack, true)) {
+            words.say("the values of session info tables are not shipped while a table is left out");
+        }
         return;
     }
     areSessionsDue = false;
@@ -197,7 +205,7 @@ void Shipper::run() {
         const bool hasCome = tables.step(SESSION_PAUSE);
         state.publishSessions();
         if (!hasCome) {
-            state.addNew();
+            state.addNew(false);
             state.lag->isUpToDate();
         }
     }

@@ -60,9 +60,7 @@ Since SourceTable::compare(LogStream& stream, const Shipped& shipped) const {
     if (!layout.has_value()) {
         return Since::rewound;  // the stream's limits have taken it: what cannot be told apart is taken for the worse
     }
-    const std::string messages = subjectsOf(stream.name(), name_);
-    const std::optional<Stored> first =
-        stream.from(layout->sequence + 1, messages.substr(0, messages.size() - 1) + "*.*");
+    const std::optional<Stored> first = stream.from(layout->sequence + 1, messagesOf(stream.name(), name_));
     if (!first.has_value()) {
         return Since::rewound;
     }

@@ -41,6 +41,7 @@ bool TableShipping::has(const std::string& table) const {
 
 void TableShipping::leaveOut(Following* following, const std::string& why) {
     following->number.reset();
+    isWhole_ = false;
     words_.warn(why);
 }
 
@@ -145,6 +146,7 @@ void TableShipping::tellMissing(const std::string& table) {
                              " is in the stream, but not among the tables: what it held behind the uniform id " +
                              std::to_string(shipped.uniformId) + " is not in the stream";
     if (!leave_.allowGap) {
+        isWhole_ = false;
         words_.warn(what + "; name its file, or record that with --allow-gap");
         return;
     }

@@ -35,6 +35,8 @@ class TableShipping {
     bool step(std::chrono::milliseconds timeout);
     // Whether the stream was found ahead of a table: nothing more is to be shipped.
     bool isRewound() const noexcept { return isRewound_; }
+    // Whether no table is left out: else what the stream has may lack messages that session values count.
+    bool isWhole() const noexcept { return isWhole_; }
 
     // Notes where the tables end now; and whether all that stands in front of there is published.
     void noteEnds();
@@ -79,6 +81,7 @@ class TableShipping {
     mutable std::mutex mutex_;  // of what `lag` looks at
     std::vector<Following> tables_;
     bool isRewound_ = false;
+    bool isWhole_ = true;
 };
 
 }  // namespace tabulo::shipping

@@ -62,7 +62,7 @@ TEST_F(RoundTrip, SessionValuesComeBehindTheMessages) {
     SessionInfo session = SessionInfo::create(source("session"), tags);
     session.write(3, 5);
     EXPECT_EQ(ship(), std::vector<std::string>());
-    EXPECT_EQ(log.records.back().subject, "ENG1.session.@session");
+    EXPECT_EQ(log.records.back().subject, "ENG1.session.=session");
     EXPECT_EQ(receive(), std::vector<std::string>());
     session.write(1, -8);
     session.close();
@@ -82,7 +82,7 @@ TEST_F(RoundTrip, ATableThatWasEmptiedUnseenIsToldWithItsIds) {
     EXPECT_EQ(log.countOf("ENG1.orders.APP_TO."), 5U);
 
     EXPECT_EQ(ship({.allowGap = true}), std::vector<std::string>());
-    EXPECT_EQ(log.countOf("ENG1.orders.@gap"), 1U);
+    EXPECT_EQ(log.countOf("ENG1.orders.=gap"), 1U);
     EXPECT_EQ(receive(), std::vector<std::string>());
     EXPECT_EQ(copyFault("orders"), "");
 }
