@@ -46,8 +46,9 @@ class Node:
         self._configuration = os.path.join(folder, name + ".conf")
         text = (f"server_name: {name}\nlisten: 127.0.0.1:{self.port}\nhttp: 127.0.0.1:{self._monitor}\n"
                 f"jetstream {{ store_dir: \"{folder}/{name}\", max_mem_store: 64MB, max_file_store: 2GB }}\n")
-        if routes:
+        if routes:  # clients are not told of the other servers: they would go round the proxies
             text += (f"cluster {{ name: tests, listen: 127.0.0.1:{route}, "
+                     f"no_advertise: true, "
                      f"routes: [{', '.join(f'nats://127.0.0.1:{port}' for port in routes)}] }}\n")
         with open(self._configuration, "w", encoding="utf-8") as file:
             file.write(text + settings)

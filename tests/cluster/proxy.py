@@ -38,6 +38,8 @@ class Proxy:
     def __exit__(self, *_):
         self._become("ended")
         self._thread.join()
+        self._wake.close()
+        self._wakened.close()
 
     def cut(self):
         """Ends all connections, and every new one."""
