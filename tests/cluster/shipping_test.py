@@ -11,7 +11,7 @@ import table_file
 from cluster import Cluster
 from nats_client import NatsError
 from processes import Process, wait_until
-from stream_check import check_stream
+from stream_check import check_stream, session_values_in
 
 STREAM = "ENG1"
 
@@ -138,10 +138,15 @@ class ShippingTest(unittest.TestCase):
         return check
 
     def missing_in_stream(self, name=STREAM):
-        """The tables whose newest message the stream does not hold yet."""
+        """The tables whose newest message, or values, the stream does not hold yet."""
         missing = []
+        messages, sessions = self.tables()
         with self.cluster.client() as client:
-            for table in self.tables()[0]:
+            for table in sessions:
+                record = client.last(name, f"{name}.{table}.@session")
+                if not record or session_values_in(record) != table_file.session_values(os.path.join(self.source, table)):
+                    missing.append(table)
+            for table in messages:
                 last = table_file.last_frame(os.path.join(self.source, table))
                 record = client.last(name, f"{name}.{table}.>")
                 if last and not (record and record.headers["Tabulo-Offset"] == str(last.offset) and
@@ -160,9 +165,11 @@ class ShippingTest(unittest.TestCase):
 
     def wait_until_received(self, seconds=60):
         def is_received():
+            messages, sessions = self.tables()
             return all(os.path.exists(os.path.join(self.copy, table)) and
-                       table_file.last_frame(os.path.join(self.copy, table)) ==
-                       table_file.last_frame(os.path.join(self.source, table)) for table in self.tables()[0])
+                       content(os.path.join(self.copy, table)) == content(os.path.join(self.source, table))
+                       for tables, content in ((messages, table_file.last_frame), (sessions, table_file.session_values))
+                       for table in tables)
 
         wait_until(is_received, seconds, lambda: "the copy has what the tables have: " + self.told())
 

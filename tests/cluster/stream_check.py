@@ -14,6 +14,11 @@ def _layout_of(record):
     return Layout(int(record.headers["Tabulo-Offset"]), int(lines["messagesPerBlock"]), texts, len(lines["numbers"].split()))
 
 
+def session_values_in(record):
+    """The values of a session record by their tags."""
+    return {int(tag): int(value) for tag, value in (line.split() for line in record.payload.decode().splitlines())}
+
+
 class _Content:
     """One incarnation of a table as the stream tells it."""
 
@@ -81,7 +86,7 @@ class StreamCheck:
             known[-1].rewind(int(record.headers["Tabulo-Offset"]))
 
     def _take_session(self, record, table):
-        values = {int(tag): int(value) for tag, value in (line.split() for line in record.payload.decode().splitlines())}
+        values = session_values_in(record)
         self.sessions[table] = values
         while self._contiguous + 1 in self.ids:
             self._contiguous += 1
