@@ -4,6 +4,7 @@ import unittest
 
 from processes import wait_until
 from shipping_test import STREAM, ShippingTest, end_on_signals
+from stream_check import MARK
 
 
 class BothWaysTest(ShippingTest):
@@ -33,7 +34,7 @@ class BothWaysTest(ShippingTest):
         first = self.assert_stream_is_right()
         self.ended(self.ship("--once"))
         second = self.assert_stream_is_right()
-        for kind in ("message", "@layout"):
+        for kind in ("message", MARK + "layout"):
             self.assertEqual(first.kinds[kind], second.kinds[kind])
         self.written(5000)
         self.ended(self.ship("--once"))

@@ -6,6 +6,7 @@ import unittest
 import table_file
 from processes import wait_until
 from shipping_test import STREAM, ShippingTest, end_on_signals
+from stream_check import MARK
 
 
 class ChangesTest(ShippingTest):
@@ -65,7 +66,7 @@ class ChangesTest(ShippingTest):
                          "the other table is not shipped")
         self.ended(self.ship("--once", "--allow-gap"))
         check = self.assert_stream_is_right()
-        self.assertEqual(check.kinds.get("@gap"), 1)
+        self.assertEqual(check.kinds.get(MARK + "gap"), 1)
         self.ended(self.receive("--once"))
         self.assert_copied()
 
@@ -124,7 +125,7 @@ class ChangesTest(ShippingTest):
             self.assertEqual(client.last(STREAM, f"{STREAM}.*.*.*").sequence, before, "messages were shipped nevertheless")
         self.ended(self.ship("--once", "--accept-rewind"))
         check = self.assert_stream_is_right()
-        self.assertEqual(check.kinds.get("@rewind"), 1)
+        self.assertEqual(check.kinds.get(MARK + "rewind"), 1)
         was = table_file.read(self.path("copy", "orders"))
         self.ended(self.receive("--once"))
         self.assert_copied()

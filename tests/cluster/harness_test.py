@@ -13,7 +13,7 @@ from nats_client import StreamMessage
 from processes import wait_until
 from proxy import Proxy
 from shipping_test import ShippingTest, end_on_signals
-from stream_check import StreamCheck
+from stream_check import MARK, StreamCheck
 
 
 class HarnessTest(ShippingTest):
@@ -24,7 +24,7 @@ class HarnessTest(ShippingTest):
             file = table_file.TableFile(os.path.join(self.source, table))
             common = {"Tabulo-Table": table, "Tabulo-Incarnation": "1"}
             sequence += 1
-            yield StreamMessage(sequence, f"ENG1.{table}.@layout", {**common, "Tabulo-Offset": str(file.header)},
+            yield StreamMessage(sequence, f"ENG1.{table}.{MARK}layout", {**common, "Tabulo-Offset": str(file.header)},
                                 b"texts ClOrdID Symbol\nnumbers OrderQty Price\nmessagesPerBlock 7\n")
             for frame in file.frames():
                 sequence += 1
@@ -50,7 +50,7 @@ class HarnessTest(ShippingTest):
             changed = records[at]._replace(payload=records[at].payload[:-5] + b"?" + records[at].payload[-4:])
             self.assertTrue(self.problems(records[:at] + [changed] + records[at + 1:]), f"changed record {at}")
         self.assertTrue(self.problems(records[:8] + [records[9], records[8]] + records[10:]))
-        early = StreamMessage(0, "ENG1.session.@session", {"Tabulo-Table": "session", "Tabulo-Incarnation": "1"}, b"1 1\n2 1\n")
+        early = StreamMessage(0, f"ENG1.session.{MARK}session", {"Tabulo-Table": "session", "Tabulo-Incarnation": "1"}, b"1 1\n2 1\n")
         self.assertTrue(self.problems([early, *records]))
 
     def test_a_copy_that_differs_is_noticed(self):

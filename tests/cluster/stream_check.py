@@ -6,6 +6,8 @@ from urllib.parse import unquote
 
 from table_file import FrameWalk, Layout, TableFile
 
+MARK = "@"  # begins the parts of subjects that name no table and no type
+
 
 def _layout_of(record):
     """What a layout record's payload tells of the blocks."""
@@ -64,8 +66,8 @@ class StreamCheck:
         parts = record.subject.split(".")
         if parts[0] != self._name or len(parts) not in (2, 3, 4):
             self._wrong(record, "is no subject of this stream")
-        elif parts[1] == "@owner":
-            self._count("@owner")
+        elif parts[1] == MARK + "owner":
+            self._count(MARK + "owner")
         elif len(parts) == 3:
             self._take_mark(record, parts[1], parts[2])
         else:
@@ -77,12 +79,12 @@ class StreamCheck:
             self._wrong(record, "names another table in its headers")
         incarnation = int(record.headers.get("Tabulo-Incarnation", 0))
         known = self.contents.setdefault(unquote(table), [])
-        if kind == "@session":
+        if kind == MARK + "session":
             self._take_session(record, unquote(table))
-        elif kind == "@layout":
+        elif kind == MARK + "layout":
             if not known or known[-1].number != incarnation:
                 known.append(_Content(incarnation, _layout_of(record)))
-        elif kind == "@rewind" and known:
+        elif kind == MARK + "rewind" and known:
             known[-1].rewind(int(record.headers["Tabulo-Offset"]))
 
     def _take_session(self, record, table):
@@ -98,7 +100,7 @@ class StreamCheck:
         self._count("message")
         headers = record.headers
         known = self.contents.get(unquote(table))
-        if not re.fullmatch(r"(APP|ADMIN)_(FROM|TO)|RESENT|@none", message_class):
+        if not re.fullmatch(rf"(APP|ADMIN)_(FROM|TO)|RESENT|{re.escape(MARK)}none", message_class):
             self._wrong(record, "names no class")
         if not known:
             return self._wrong(record, "comes before its table's layout")
