@@ -11,7 +11,7 @@ import table_file
 from cluster import Cluster
 from nats_client import NatsError
 from processes import Process, wait_until
-from stream_check import MARK, check_stream, session_values_in
+from stream_check import MARK, check_stream, escaped, session_values_in
 
 STREAM = "ENG1"
 
@@ -143,12 +143,12 @@ class ShippingTest(unittest.TestCase):
         messages, sessions = self.tables()
         with self.cluster.client() as client:
             for table in sessions:
-                record = client.last(name, f"{name}.{table}.{MARK}session")
+                record = client.last(name, f"{name}.{escaped(table)}.{MARK}session")
                 if not record or session_values_in(record) != table_file.session_values(os.path.join(self.source, table)):
                     missing.append(table)
             for table in messages:
                 last = table_file.last_frame(os.path.join(self.source, table))
-                record = client.last(name, f"{name}.{table}.>")
+                record = client.last(name, f"{name}.{escaped(table)}.>")
                 if last and not (record and record.headers["Tabulo-Offset"] == str(last.offset) and
                                  record.payload == last.data[len(last.data) - len(record.payload):]):
                     missing.append(table)

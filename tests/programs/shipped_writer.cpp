@@ -141,11 +141,12 @@ Table opened(const Options& options, const std::string& name) {
     return {std::move(layout), std::move(writer)};
 }
 
-// The newest id of any table in the folder, and of the session.
+// The newest id of any table in the folder, and of the session. Files with a '.' in their names are none, or not asked.
 std::int32_t newestId(const Options& options, const SessionInfo& session) {
     auto newest = static_cast<std::int32_t>(session.read(1));
     for (const auto& entry : std::filesystem::directory_iterator(options.folder)) {
-        if (entry.is_regular_file() && entry.file_size() > 0 && entry.path().extension().empty()) {
+        const std::string name = entry.path().filename().string();
+        if (entry.is_regular_file() && entry.file_size() > 0 && name.find('.') == std::string::npos) {
             newest = std::max(newest, inspect(entry.path()).lastUniformId.value_or(0));
         }
     }
