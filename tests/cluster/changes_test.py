@@ -41,6 +41,7 @@ class ChangesTest(ShippingTest):
         self.ended(self.ship("--once"))
         self.ended(self.receive("--once"))
         shipper = self.ship()
+        self.written(1001)  # what is shipped shows that the tables are followed
         self.wait_until_shipped()
         for step, options in ((1500, {"drop": "orders"}), (2000, {"recreate": "fills", "layout": 2}), (2500, {"drop": "orders"})):
             self.written(step, **options)
