@@ -1,0 +1,94 @@
+"""Processes that end with the test that has started them, also when that is killed."""
+
+import ctypes
+import os
+import signal
+import subprocess
+import time
+
+_libc = ctypes.CDLL(None)
+_PR_SET_PDEATHSIG = 1
+
+
+def wait_until(condition, seconds, what, pause=0.05):
+    """Waits until a condition holds and returns what it has given; fails behind the time."""
+    end = time.monotonic() + seconds
+    while True:
+        result = condition()
+        if result:
+            return result
+        if time.monotonic() > end:
+            raise AssertionError(f"after {seconds} s still not so: {what() if callable(what) else what}")
+        time.sleep(pause)
+
+
+class Process:
+    """A process with its output in files. To be made by the main thread: the process ends with the thread that has made it."""
+
+    _count = 0
+
+    def __init__(self, command, folder, name, environment=None, before=None):
+        Process._count += 1
+        self.name = name
+        self.command = command
+        self._path = os.path.join(folder, f"{Process._count:03}-{name}")
+        parent = os.getpid()
+
+        def in_child():
+            _libc.prctl(_PR_SET_PDEATHSIG, signal.SIGKILL)
+            if os.getppid() != parent:
+                os._exit(1)
+            if before:
+                before()
+
+        with open(self._path + ".out", "wb") as out, open(self._path + ".err", "wb") as err:
+            self._process = subprocess.Popen(command, stdin=subprocess.DEVNULL, stdout=out, stderr=err, preexec_fn=in_child,
+                                             env={**os.environ, **(environment or {})})
+
+    @property
+    def pid(self):
+        return self._process.pid
+
+    def status(self):
+        """The exit status, minus the signal that has ended it, or None while it runs."""
+        return self._process.poll()
+
+    def runs(self):
+        return self.status() is None
+
+    def signal(self, number):
+        if self.runs():
+            self._process.send_signal(number)
+
+    def wait(self, seconds):
+        """The exit status; fails and kills when it does not end in that time."""
+        try:
+            return self._process.wait(seconds)
+        except subprocess.TimeoutExpired:
+            told = self.told()
+            self.kill()
+            raise AssertionError(f"{self.name} has not ended after {seconds} s; it has told:\n{told}") from None
+
+    def stop(self, seconds=30):
+        """Asks it to end, and returns its status."""
+        self.signal(signal.SIGTERM)
+        return self.wait(seconds)
+
+    def kill(self):
+        if self.runs():
+            self._process.kill()
+        return self._process.wait()
+
+    def out(self):
+        return self._read(".out")
+
+    def err(self):
+        return self._read(".err")
+
+    def told(self):
+        """The end of all that it has told, for a failing test."""
+        return f"[{' '.join(self.command)}: status {self.status()}]\n{self.out()[-2000:]}{self.err()[-4000:]}"
+
+    def _read(self, suffix):
+        with open(self._path + suffix, encoding="utf-8", errors="replace") as file:
+            return file.read()
