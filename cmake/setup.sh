@@ -12,7 +12,7 @@ setup_packages=(
     python3 binutils clang-format strace
     libcli11-dev libfmt-dev rapidjson-dev libpugixml-dev libhowardhinnant-date-dev tzdata
     libsqlite3-dev libedit-dev sqlite3
-    libnats-dev nats-server
+    libnats-dev nats-server openssl
 )
 # What looks at the code, for the tests about the tree.
 setup_tree_packages=(clang-tidy)

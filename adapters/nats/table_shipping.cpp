@@ -1,6 +1,7 @@
 #include "adapters/nats/table_shipping.h"
 
 #include <algorithm>
+#include <thread>
 #include <utility>
 
 #include "adapters/nats/layout_text.h"
@@ -11,6 +12,7 @@ namespace {
 
 // Of a frame that was shipped so much is compared with the file: its beginning has what tells messages apart.
 constexpr std::size_t MOST_COMPARED = 4096;
+constexpr std::chrono::seconds MADE_WITHIN{2};
 
 std::span<const std::byte> bytesOf(const std::string& text) {
     return std::as_bytes(std::span(text));
@@ -18,6 +20,19 @@ std::span<const std::byte> bytesOf(const std::string& text) {
 
 std::span<const std::byte> comparedOf(std::span<const std::byte> bytes) {
     return bytes.first(std::min(bytes.size(), MOST_COMPARED));
+}
+
+// A table that is made anew is away for a moment, or has no header yet.
+void waitUntilThere(const std::filesystem::path& path) {
+    const auto end = std::chrono::steady_clock::now() + MADE_WITHIN;
+    while (std::chrono::steady_clock::now() < end) {
+        try {
+            const Reader reader(path);
+            return;
+        } catch (const Error&) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        }
+    }
 }
 
 }  // namespace
@@ -193,7 +208,10 @@ bool TableShipping::resumeRewound(Following* following, const Shipped& shipped) 
 void TableShipping::change(Following* following) {
     follower_.remove(*following->number);
     following->number.reset();
-    resume(following, true);
+    waitUntilThere(following->table.path());
+    if (resume(following, true)) {
+        noteEnd(following);  // session values that wait may tell of what it holds now
+    }
 }
 
 void TableShipping::ship(const MessageView& message) {
@@ -243,13 +261,20 @@ bool TableShipping::step(std::chrono::milliseconds timeout) {
     return true;
 }
 
+void TableShipping::noteEnd(Following* following) {
+    try {
+        following->end = Reader(following->table.path()).end().offset;
+        if (following->end < following->next) {
+            following->end = INT64_MAX;  // another content, whose end is noted when the change is seen
+        }
+    } catch (const Error&) {
+        following->end = 0;  // told when it is reached
+    }
+}
+
 void TableShipping::noteEnds() {
     for (Following& following : tables_) {
-        try {
-            following.end = Reader(following.table.path()).end().offset;
-        } catch (const Error&) {
-            following.end = 0;  // told when it is reached
-        }
+        noteEnd(&following);
     }
 }
 

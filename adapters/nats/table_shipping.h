@@ -70,6 +70,7 @@ class TableShipping {
     bool follow(Following* following, const Shipped& shipped);
     bool hasLayoutOf(const Following& following) const;
     void change(Following* following);
+    static void noteEnd(Following* following);
     void leaveOut(Following* following, const std::string& why);
     void ship(const MessageView& message);
     Following* numbered(std::size_t number);

@@ -6,7 +6,7 @@ from urllib.parse import unquote
 
 from table_file import FrameWalk, Layout, TableFile
 
-MARK = "@"  # begins the parts of subjects that name no table and no type
+MARK = "="  # begins the parts of subjects that name no table and no type
 
 
 def _layout_of(record):
