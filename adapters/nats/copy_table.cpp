@@ -11,7 +11,7 @@ namespace tabulo::shipping {
 
 namespace {
 
-constexpr std::size_t BATCH = 256 * 1024;
+constexpr std::size_t BATCH = std::size_t{256} * 1024;
 
 bool isThere(const std::filesystem::path& path) {
     return std::filesystem::exists(path);

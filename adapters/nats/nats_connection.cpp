@@ -24,6 +24,7 @@ NatsOptionsHandle optionsOf(const NatsOptions& options, const std::string& clien
         servers.emplace_back(server);
     }
     std::vector<const char*> urls;
+    urls.reserve(servers.size());
     for (const std::string& server : servers) {
         urls.push_back(server.c_str());
     }

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <compare>
 
 #include "core/log.h"
 #include "messagetable/range_compare.h"
@@ -99,16 +98,16 @@ void build(NumericFilter<Number>* filter, const Number* minimums, const Number* 
     }
 }
 
-// Where a value lies: below the entry (less), above it (greater) or inside (equal).
+// Where a value lies: below the entry (-1), above it (1) or inside (0).
 template <typename Number>
-std::strong_ordering compare(Number value, const NumericFilterEntry<Number>& entry) {
+int compare(Number value, const NumericFilterEntry<Number>& entry) {
     if (value < entry.low || (!(value > entry.low) && (entry.flags & LOW_INCLUSIVE) == 0)) {
-        return std::strong_ordering::less;
+        return -1;
     }
     if (value > entry.high || (!(value < entry.high) && (entry.flags & HIGH_INCLUSIVE) == 0)) {
-        return std::strong_ordering::greater;
+        return 1;
     }
-    return std::strong_ordering::equal;
+    return 0;
 }
 
 template <typename Number>
