@@ -83,6 +83,10 @@ void JetStream::make(int replicas) {
         throw Refused("the stream " + name_ + " is there and keeps other subjects than " + subjects +
                       ": choose another name with --stream");
     }
+    if (!config.AllowDirect) {
+        throw Refused("the stream " + name_ + " is there and does not allow its records to be read directly " +
+                      "(allow_direct), by which the beginning of a table is found");
+    }
 }
 
 StreamInfoHandle JetStream::info(const char* subjects) {

@@ -1,5 +1,6 @@
 #include "adapters/nats/nats_message.h"
 
+#include <cstdlib>
 #include <cstring>
 #include <new>
 
@@ -31,7 +32,7 @@ Stored storedOf(natsMsg* message, std::string subject, std::uint64_t sequence) {
                 stored.headers.emplace_back(keys[i], value);
             }
         }
-        free(keys);
+        std::free(keys);
     }
     const auto* data = reinterpret_cast<const std::byte*>(natsMsg_GetData(message));
     stored.payload.assign(data, data + natsMsg_GetDataLength(message));

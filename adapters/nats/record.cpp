@@ -90,6 +90,12 @@ void takeParts(const Headers& headers, Record* record) {
     }
 }
 
+// Whether a table can be called so: it is a file of a receiver's folder, and of no other one.
+bool isTableName(std::string_view name) {
+    return !name.empty() && name.size() <= 255 && name != "." && name != ".." &&
+           name.find_first_of(std::string_view("/\0", 2)) == std::string_view::npos && !name.starts_with(".tabulo-");
+}
+
 RecordKind kindOf(std::string_view lastPart) {
     const auto found = std::find(MARKS.begin() + 1, MARKS.end(), lastPart);
     return found == MARKS.end() ? RecordKind::message : static_cast<RecordKind>(found - MARKS.begin());
@@ -162,6 +168,9 @@ Record recordOf(const Stored& stored) {
     const auto table = unescaped(parts[1]);
     if (!table.has_value() || headers.text(TABLE) != parts[1]) {
         headers.refuse("its subject and its header Tabulo-Table name no table, or two");
+    }
+    if (!isTableName(*table)) {
+        headers.refuse("no table can be called so");
     }
     record.table = *table;
     record.incarnation = headers.number<std::int64_t>(INCARNATION);

@@ -106,6 +106,15 @@ TEST(StoredRecord, IsRefusedOnASubjectThatIsNoneOfOurs) {
     }
 }
 
+TEST(StoredRecord, IsRefusedForATableThatWouldBeAFileOfAnotherFolder) {
+    for (const char* name : {"..", ".", "../orders", "/tmp/orders", "a/b", ".tabulo-receive", ""}) {
+        const std::string part = escaped(name);
+        EXPECT_NE(refusalOf(stored("ENG1." + part + ".APP_TO.D", with(MESSAGE, "Tabulo-Table", part))), "") << name;
+    }
+    const std::string odd = escaped("..orders");
+    EXPECT_EQ(refusalOf(stored("ENG1." + odd + ".APP_TO.D", with(MESSAGE, "Tabulo-Table", odd))), "");
+}
+
 TEST(LayoutText, GivesEveryLayoutBack) {
     const Layout layouts[] = {
         {},
