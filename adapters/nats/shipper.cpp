@@ -145,10 +145,14 @@ void Shipper::State::addNew(bool now) {
 
 // Their values are read first, then the ends of the tables; what stands in front of these is published before them.
 void Shipper::State::lookAtSessions() {
-    if (areSessionsDue || Clock::now() - lookedAt < SESSION_PAUSE) {
+    if (Clock::now() - lookedAt < SESSION_PAUSE) {
         return;
     }
     lookedAt = Clock::now();
+    if (areSessionsDue) {
+        tables->renewEnds();
+        return;
+    }
     for (SessionSource& session : sessions) {
         try {
             areSessionsDue |= session.look();

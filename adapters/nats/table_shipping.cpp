@@ -272,6 +272,14 @@ void TableShipping::noteEnd(Following* following) {
     }
 }
 
+void TableShipping::renewEnds() {
+    for (Following& following : tables_) {
+        if (following.end == INT64_MAX) {
+            noteEnd(&following);
+        }
+    }
+}
+
 void TableShipping::noteEnds() {
     for (Following& following : tables_) {
         noteEnd(&following);

@@ -40,6 +40,8 @@ class TableShipping {
 
     // Notes where the tables end now; and whether all that stands in front of there is published.
     void noteEnds();
+    // Again for those that held another content than the one that is followed: it may be gone.
+    void renewEnds();
     bool hasReachedEnds() const;
     bool has(const std::string& table) const;
 

@@ -56,6 +56,7 @@ class StreamCheck:
         self.sessions = {}  # by table: the newest values
         self.kinds = {}  # how many records of each kind
         self.ids = set()
+        self.message_subjects = []  # of every message record
         self._contiguous = 0
 
     def _wrong(self, record, what):
@@ -103,6 +104,7 @@ class StreamCheck:
 
     def _take_message(self, record, table, message_class):
         self._count("message")
+        self.message_subjects.append(record.subject)
         headers = record.headers
         known = self.contents.get(unquote(table))
         if not re.fullmatch(rf"(APP|ADMIN)_(FROM|TO)|RESENT|{re.escape(MARK)}none", message_class):

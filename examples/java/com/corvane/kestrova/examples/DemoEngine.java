@@ -14,6 +14,7 @@ import java.util.Locale;
 public final class DemoEngine {
     private static final int EXIT_DIFFERS = 1;
     private static final int EXIT_USAGE = 2;
+    private static final String STORE_ONLY = "store-only";
 
     private final Path libraryFile;
     private final Path dataDirectory;
@@ -39,12 +40,14 @@ public final class DemoEngine {
     /**
      * Runs the demo; the exit status is 0 when all came back as it was stored.
      *
-     * @param args path of libtabulo.so, directory of the recorded sessions, directory to work in
+     * @param args path of libtabulo.so, directory of the recorded sessions, directory to work in; and {@value #STORE_ONLY}
+     *             to end when the recorded days are stored and read back
      */
     public static void main(String[] args) {
         Locale.setDefault(Locale.ROOT);
-        if (args.length != 3) {
-            System.err.println("usage: DemoEngine <libtabulo.so> <data directory> <work directory>");
+        boolean storesOnly = args.length == 4 && args[3].equals(STORE_ONLY);
+        if (args.length != 3 && !storesOnly) {
+            System.err.println("usage: DemoEngine <libtabulo.so> <data directory> <work directory> [" + STORE_ONLY + "]");
             System.exit(EXIT_USAGE);
         }
         int status = EXIT_DIFFERS;
@@ -52,7 +55,7 @@ public final class DemoEngine {
             Path library = Path.of(args[0]);
             Tabulo.load(library);
             Tabulo.logTo(new DemoLog());
-            new DemoEngine(library, Path.of(args[1]), TableDirectory.makeEmpty(Path.of(args[2], "tables"))).run();
+            new DemoEngine(library, Path.of(args[1]), TableDirectory.makeEmpty(Path.of(args[2], "tables"))).run(storesOnly);
             status = 0;
         } catch (DemoFailure failure) {
             System.err.println("\nFAILED: " + failure.getMessage());
@@ -66,13 +69,16 @@ public final class DemoEngine {
         System.exit(status);
     }
 
-    private void run() throws IOException, InterruptedException {
+    private void run(boolean storesOnly) throws IOException, InterruptedException {
         System.out.println("""
                 Tabulo keeps the messages of a FIX engine in files: one table for each connection, appended to for
                 every message sent or received, read after a restart. This is a small Java engine that uses it.
                 """);
         store();
         readBack();
+        if (storesOnly) {
+            return;
+        }
         crash();
         lookUp();
         query();
