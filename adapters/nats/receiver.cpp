@@ -12,7 +12,9 @@
 #include "adapters/nats/owner.h"
 #include "adapters/nats/receive_note.h"
 #include "adapters/nats/session_text.h"
+#include "adapters/nats/subject_token.h"
 #include "adapters/nats/table_bytes.h"
+#include "adapters/nats/text_lines.h"
 #include "tabulo/reader.h"
 #include "tabulo/session_info.h"
 
@@ -62,8 +64,8 @@ struct Receiver::State {
     std::map<std::string, SessionInfo> sessions{};
     std::set<std::string> refused{};
     std::map<std::string, int> attempts{};  // by table: how often its content was read again, from other places
-    std::map<std::string, std::uint64_t>
-        skipped{};  // by table: records in front of this one are of a content that is gone
+    // By table: records in front of this one are of a content that is gone.
+    std::map<std::string, std::uint64_t> skipped{};
     std::unique_ptr<LogCursor> cursor{};
     std::shared_ptr<ReceiverLag> lag{};
     Clock::time_point notedAt = Clock::now();
@@ -122,26 +124,31 @@ std::optional<Stored> Receiver::State::layoutOf(const std::string& table) {
 // From where a table's content is to be compared: its newest rewind, behind which nothing was taken back; when that has
 // not helped, its layout, once.
 std::optional<std::uint64_t> Receiver::State::beginningOf(const std::string& table) {
-    const std::optional<Stored> layout = layoutOf(table);
-    int& tried = attempts[table];
-    if (!layout.has_value() || tried == 2) {
+    try {
+        const std::optional<Stored> layout = layoutOf(table);
+        int& tried = attempts[table];
+        if (!layout.has_value() || tried == 2) {
+            return std::nullopt;
+        }
+        const std::optional<Stored> rewind = stream.last(subjectOf(stream.name(), table, RecordKind::rewind));
+        const bool isRewind =
+            tried == 0 && rewind.has_value() && recordOf(*rewind).incarnation == recordOf(*layout).incarnation;
+        tried = isRewind ? 1 : 2;
+        return isRewind ? rewind->sequence : layout->sequence;
+    } catch (const ForeignRecord& error) {
+        words.warn(error.what());
         return std::nullopt;
     }
-    const std::optional<Stored> rewind = stream.last(subjectOf(stream.name(), table, RecordKind::rewind));
-    const bool isRewind =
-        tried == 0 && rewind.has_value() && recordOf(*rewind).incarnation == recordOf(*layout).incarnation;
-    tried = isRewind ? 1 : 2;
-    return isRewind ? rewind->sequence : layout->sequence;
 }
 
 // Nothing is noted of the tables that stand there.
 void Receiver::State::forgetContents() {
     const std::string& name = stream.name();
     for (const std::string& subject : stream.subjects(name + ".*.=layout")) {
-        const std::optional<Stored> layout = stream.last(subject);
-        const std::string table = layout.has_value() ? recordOf(*layout).table : "";
-        if (layout.has_value() && std::filesystem::exists(options.folder / table)) {
-            skipped[table] = beginningOf(table).value_or(layout->sequence);
+        const auto parts = splitAt('.', subject);
+        const std::optional<std::string> table = unescaped(parts[1]);
+        if (table.has_value() && isTableName(*table) && std::filesystem::exists(options.folder / *table)) {
+            skipped[*table] = beginningOf(*table).value_or(0);
         }
     }
 }
@@ -181,6 +188,10 @@ void Receiver::State::takeSession(const Record& record) {
     std::vector<std::int32_t> tags;
     for (const SessionValue& value : *values) {
         tags.push_back(value.tag);
+    }
+    flush();  // what the values may count
+    if (!refused.empty()) {
+        return;
     }
     const std::filesystem::path path = options.folder / record.table;
     auto open = sessions.find(record.table);
@@ -321,6 +332,7 @@ void Receiver::State::end() {
         try {
             table.close();
         } catch (const std::exception& error) {
+            refused.insert(name);
             words.warn(error.what());
         }
     }

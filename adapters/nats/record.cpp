@@ -90,18 +90,17 @@ void takeParts(const Headers& headers, Record* record) {
     }
 }
 
-// Whether a table can be called so: it is a file of a receiver's folder, and of no other one.
-bool isTableName(std::string_view name) {
-    return !name.empty() && name.size() <= 255 && name != "." && name != ".." &&
-           name.find_first_of(std::string_view("/\0", 2)) == std::string_view::npos && !name.starts_with(".tabulo-");
-}
-
 RecordKind kindOf(std::string_view lastPart) {
     const auto found = std::find(MARKS.begin() + 1, MARKS.end(), lastPart);
     return found == MARKS.end() ? RecordKind::message : static_cast<RecordKind>(found - MARKS.begin());
 }
 
 }  // namespace
+
+bool isTableName(std::string_view name) {
+    return !name.empty() && name.size() <= 255 && name != "." && name != ".." &&
+           name.find_first_of(std::string_view("/\0", 2)) == std::string_view::npos && !name.starts_with(".tabulo-");
+}
 
 Record recordOf(const MessageView& message, std::int64_t incarnation, std::int64_t at, std::int64_t length) {
     const auto frame = message.frame();

@@ -88,6 +88,9 @@ Envelope envelopeOf(const Record& record, std::string_view stream, const Message
 // Borrows the payload. ForeignRecord.
 Record recordOf(const Stored& stored);
 
+// Whether a table can be called so: it is a file of a receiver's folder, and of no other one.
+bool isTableName(std::string_view name);
+
 // The subjects of all records of a table, of its messages, and of one kind of them that is no message.
 std::string subjectsOf(std::string_view stream, std::string_view table);
 std::string messagesOf(std::string_view stream, std::string_view table);

@@ -29,6 +29,9 @@ class MemoryCursor : public LogCursor {
         if (next_ > log_.records.size()) {
             return std::nullopt;
         }
+        if (log_.beforeRead) {
+            log_.beforeRead(next_);
+        }
         next_ += 1;
         return log_.records[next_ - 2];
     }

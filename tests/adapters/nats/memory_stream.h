@@ -18,6 +18,7 @@ struct MemoryLog {
     std::vector<Stored> records{};  // sequence 1 first
     std::uint64_t first = 1;        // those in front of it are gone
     std::multimap<std::string, std::function<std::string()>> answers{};
+    std::function<void(std::uint64_t)> beforeRead{};  // called with the sequence that a cursor is about to give
 
     // The frames of a table's messages, in their order, parts joined.
     std::size_t countOf(const std::string& subjectStart) const;

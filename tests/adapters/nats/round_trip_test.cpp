@@ -2,6 +2,7 @@
 #include <fstream>
 #include <random>
 
+#include "tabulo/reader.h"
 #include "tabulo/session_info.h"
 #include "tabulo/writer.h"
 #include "tests/adapters/nats/shipping_test.h"
@@ -69,6 +70,26 @@ TEST_F(RoundTrip, SessionValuesComeBehindTheMessages) {
     ship();
     receive();
     EXPECT_EQ(copyFault("session"), "");
+}
+
+TEST_F(RoundTrip, ReceivedSessionValuesAreNeverAheadOfTheMessages) {
+    store("orders", 1, 3);
+    const std::vector<std::int32_t> tags = {1};
+    SessionInfo session = SessionInfo::create(source("session"), tags);
+    session.write(1, 3);
+    ship();
+    store("orders", 4, 4);
+    ship();
+    bool isSeen = false;
+    log.beforeRead = [&](std::uint64_t sequence) {
+        if (sequence > 1 && log.records[sequence - 2].subject == "ENG1.session.=session") {
+            isSeen = true;
+            EXPECT_EQ(Reader(copy("orders")).lastUniformId(), 3);
+            EXPECT_EQ(SessionInfo::open(copy("session")).read(1), 3);
+        }
+    };
+    EXPECT_EQ(receive(), std::vector<std::string>());
+    EXPECT_TRUE(isSeen);
 }
 
 TEST_F(RoundTrip, ATableThatWasEmptiedUnseenIsToldWithItsIds) {
