@@ -1,5 +1,6 @@
 """Tables that are shipped and received while they are written."""
 
+import os
 import unittest
 
 from processes import wait_until
@@ -48,6 +49,21 @@ class BothWaysTest(ShippingTest):
         self.assertGreater(check.kinds["message"], 2500)
         self.ended(self.receive("--once"))
         self.assert_copied()
+
+    def test_the_streams_of_two_engines_are_received_into_a_folder_each(self):
+        self.start_cluster(1)
+        self.written(700)
+        desk = self.path("desk")
+        command, url = os.environ["TABULO_COMMAND"], self.cluster.url()
+        for stream in ("ENG1", "ENG2"):
+            self.ended(self.start("ship", [command, "ship", self.source, "--stream", stream, "--server", url,
+                                           "--replicas", "1", "--once"]))
+        self.ended(self.start("receive", [command, "receive", desk, "--stream", "ENG1,ENG2", "--server", url, "--once"]))
+        for stream in ("ENG1", "ENG2"):
+            self.assert_copied(os.path.join(desk, stream))
+        # A folder is of one stream.
+        foreign = [command, "receive", os.path.join(desk, "ENG1"), "--stream", "ENG2", "--server", url, "--once"]
+        self.assertIn("a folder is of one stream", self.ended(self.start("receive", foreign), 1))
 
     def test_both_wait_for_a_cluster_that_is_away(self):
         cluster = self.start_cluster(1)
