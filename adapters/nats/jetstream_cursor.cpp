@@ -8,6 +8,8 @@ namespace tabulo::shipping {
 namespace {
 
 constexpr std::int64_t NANOSECONDS = 1'000'000'000;
+// After so much of it the consumer is asked for.
+constexpr std::chrono::seconds SILENCE{2};
 
 }  // namespace
 
@@ -44,6 +46,20 @@ void JetStreamCursor::subscribe() {
     subscription_.reset(made);
     check(natsSubscription_SetPendingLimits(made, -1, 32 << 20), "reading " + stream_);
     delivered_ = 0;
+    heardAt_ = std::chrono::steady_clock::now();
+}
+
+// Whether the consumer is still there, and has sent nothing that has not come. One that was kept by a server that has
+// gone is gone with it, and the library does not tell.
+bool JetStreamCursor::isComplete() {
+    jsConsumerInfo* info = nullptr;
+    jsErrCode code{};
+    if (natsSubscription_GetConsumerInfo(&info, subscription_.get(), nullptr, &code) != NATS_OK) {
+        return false;
+    }
+    const bool isComplete = info->NumPending == 0 && info->Delivered.Stream < next_;
+    jsConsumerInfo_Destroy(info);
+    return isComplete;
 }
 
 std::optional<Stored> JetStreamCursor::next(std::chrono::milliseconds timeout) {
@@ -55,8 +71,16 @@ std::optional<Stored> JetStreamCursor::next(std::chrono::milliseconds timeout) {
     const natsStatus status =
         natsSubscription_NextMsg(&message, subscription_.get(), std::max<std::int64_t>(timeout.count(), 1));
     if (status == NATS_TIMEOUT) {
+        const auto now = std::chrono::steady_clock::now();
+        if (now - heardAt_ > SILENCE) {
+            heardAt_ = now;
+            if (!isComplete()) {
+                subscription_.reset();
+            }
+        }
         return std::nullopt;
     }
+    heardAt_ = std::chrono::steady_clock::now();
     if (status != NATS_OK) {
         subscription_.reset();
         if (status == NATS_MISSED_HEARTBEAT || status == NATS_MISMATCH) {

@@ -20,6 +20,7 @@ class JetStreamCursor : public LogCursor {
 
   private:
     void subscribe();
+    bool isComplete();
 
     natsConnection* connection_;
     std::string stream_;
@@ -27,6 +28,7 @@ class JetStreamCursor : public LogCursor {
     ContextHandle context_;
     SubscriptionHandle subscription_;
     std::uint64_t pending_ = 0;
+    std::chrono::steady_clock::time_point heardAt_{};
     std::uint64_t delivered_ = 0;  // by this consumer
 };
 
