@@ -49,17 +49,17 @@ void JetStreamCursor::subscribe() {
     heardAt_ = std::chrono::steady_clock::now();
 }
 
-// Whether the consumer is still there, and has sent nothing that has not come. One that was kept by a server that has
-// gone is gone with it, and the library does not tell.
+// Whether all that the stream holds has come, and the consumer is still there. One may be gone with its server, or be
+// kept by a server that has fallen behind and stays so; the library tells neither.
 bool JetStreamCursor::isComplete() {
-    jsConsumerInfo* info = nullptr;
+    jsStreamInfo* found = nullptr;
     jsErrCode code{};
-    if (natsSubscription_GetConsumerInfo(&info, subscription_.get(), nullptr, &code) != NATS_OK) {
-        return false;
-    }
-    const bool isComplete = info->NumPending == 0 && info->Delivered.Stream < next_;
-    jsConsumerInfo_Destroy(info);
-    return isComplete;
+    check(js_GetStreamInfo(&found, context_.get(), stream_.c_str(), nullptr, &code), "reading " + stream_);
+    const StreamInfoHandle stream(found);
+    jsConsumerInfo* consumer = nullptr;
+    const bool isThere = natsSubscription_GetConsumerInfo(&consumer, subscription_.get(), nullptr, &code) == NATS_OK;
+    jsConsumerInfo_Destroy(consumer);
+    return isThere && stream->State.LastSeq < next_;
 }
 
 std::optional<Stored> JetStreamCursor::next(std::chrono::milliseconds timeout) {
