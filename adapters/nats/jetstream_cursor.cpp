@@ -1,5 +1,7 @@
 #include "adapters/nats/jetstream_cursor.h"
 
+#include <thread>
+
 #include "adapters/nats/nats_message.h"
 #include "adapters/nats/nats_status.h"
 
@@ -10,6 +12,8 @@ namespace {
 constexpr std::int64_t NANOSECONDS = 1'000'000'000;
 // After so much of it the consumer is asked for.
 constexpr std::chrono::seconds SILENCE{2};
+// Before another consumer is made, which another server may keep.
+constexpr std::chrono::milliseconds ANOTHER_PAUSE{50};
 
 }  // namespace
 
@@ -62,6 +66,19 @@ bool JetStreamCursor::isComplete() {
     return isThere && stream->State.LastSeq < next_;
 }
 
+// Whether the stream's leader has a record.
+bool JetStreamCursor::isAtLeader(std::uint64_t sequence) {
+    natsMsg* found = nullptr;
+    jsErrCode code{};
+    const natsStatus status = js_GetMsg(&found, context_.get(), stream_.c_str(), sequence, nullptr, &code);
+    const MessageHandle message(found);
+    if (status == NATS_NOT_FOUND || code == JSNoMessageFoundErr) {
+        return false;
+    }
+    check(status, "reading " + stream_);
+    return true;
+}
+
 std::optional<Stored> JetStreamCursor::next(std::chrono::milliseconds timeout) {
     if (subscription_ == nullptr) {
         subscribe();
@@ -95,6 +112,11 @@ std::optional<Stored> JetStreamCursor::next(std::chrono::milliseconds timeout) {
     delivered_ += 1;
     if (meta->Sequence.Consumer != delivered_ || meta->Sequence.Stream < next_) {
         subscription_.reset();  // something was lost on the way
+        return std::nullopt;
+    }
+    if (meta->Sequence.Stream > next_ && isAtLeader(next_)) {
+        subscription_.reset();  // the server that keeps the consumer lacks what the stream has
+        std::this_thread::sleep_for(ANOTHER_PAUSE);
         return std::nullopt;
     }
     next_ = meta->Sequence.Stream + 1;

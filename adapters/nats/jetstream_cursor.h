@@ -21,6 +21,7 @@ class JetStreamCursor : public LogCursor {
   private:
     void subscribe();
     bool isComplete();
+    bool isAtLeader(std::uint64_t sequence);
 
     natsConnection* connection_;
     std::string stream_;
