@@ -15,6 +15,7 @@ namespace tabulo::shipping {
 namespace {
 
 constexpr std::int64_t ANSWERED_WITHIN_MS = 2000;
+constexpr int DUPLICATES_SECONDS = 120;
 // What the server counts beside a payload: the headers, whose longest is the table's name, escaped.
 constexpr std::size_t HEADERS = 4096;
 
@@ -67,7 +68,8 @@ void JetStream::make(int replicas) {
         config.Discard = js_DiscardNew;
         config.Replicas = replicas;
         config.AllowDirect = true;
-        config.Duplicates = 1'000'000'000;  // records are told apart by their places: no time of nanoseconds is needed
+        // A server that starts again knows the id of its newest record only if that is not older than this.
+        config.Duplicates = std::int64_t{DUPLICATES_SECONDS} * 1'000'000'000;
         status = js_AddStream(&made, context(), &config, nullptr, &code);
         if (status != NATS_OK && code != 0) {
             const char* words = nats_GetLastError(nullptr);

@@ -62,8 +62,6 @@ void JetStreamWindow::acknowledged(jsCtx*, natsMsg* message, jsPubAck* ack, jsPu
 }
 
 void JetStreamWindow::begin(natsConnection* connection) {
-    chain_ = randomId() + '-';
-    published_ = 0;
     jsOptions options;
     jsOptions_Init(&options);
     options.PublishAsync.MaxPending = 0;  // bounded here, by bytes too
@@ -85,6 +83,11 @@ void JetStreamWindow::giveUp() {
     auto next = std::make_unique<Flight>();
     next->settled = settled();
     past_.push_back(std::exchange(flight_, std::move(next)));
+}
+
+bool JetStreamWindow::isEmpty() const {
+    const std::scoped_lock lock(flight_->mutex);
+    return flight_->records == 0 && !flight_->doubt.has_value();
 }
 
 bool JetStreamWindow::isFull(std::size_t bytes) const {
@@ -126,7 +129,12 @@ void JetStreamWindow::publish(natsConnection* connection, const Envelope& envelo
     jsPubOptions_Init(&options);
     options.ExpectStream = stream_.c_str();
     options.ExpectLastSeq = expected;
-    // The sequence alone would let the rest of a window in behind records that others have put in front of it.
+    // The sequence alone would let the rest of a window in behind records that others have put in front of it. Where
+    // nothing is in flight no id is asked for: a server that has started again may have forgotten it.
+    if (isEmpty()) {
+        chain_ = randomId() + '-';
+        published_ = 0;
+    }
     const std::string id = chain_ + std::to_string(published_ + 1);
     const std::string before = chain_ + std::to_string(published_);
     options.MsgId = id.c_str();

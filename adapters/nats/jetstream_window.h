@@ -32,6 +32,7 @@ class JetStreamWindow {
 
     static void acknowledged(jsCtx* context, natsMsg* message, jsPubAck* ack, jsPubAckErr* error, void* closure);
     void begin(natsConnection* connection);
+    bool isEmpty() const;
     bool isFull(std::size_t bytes) const;
     void wait(std::size_t records, std::size_t bytes);
 
