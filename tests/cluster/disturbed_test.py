@@ -94,8 +94,7 @@ class DisturbedTest(ShippingTest):
         wait_until(has_all, 90, lambda: "the copy has what the tables had: " + "\n".join(
             process.told() for process in self.running.values()), 0.3)
 
-    # Servers of release 2.9 do not always find together again after such rounds (a replica that falls behind for good), so
-    # that a run may fail without a mistake of ours: ./check leaves it to ./check cluster and ./check long.
+    # About a minute with both cores, and what the servers do then takes as long as it takes: ./check leaves it out.
     @unittest.skipUnless(os.environ.get("TABULO_DISTURBED") or effort() > 1, "./check cluster and ./check long run it")
     def test_nothing_is_lost_repeated_or_out_of_order(self):
         self.start_cluster()
