@@ -13,19 +13,30 @@ void SessionSource::begin(LogStream& stream) {
     const std::optional<Stored> newest = stream.last(subjectOf(stream.name(), name_, RecordKind::session));
     published_.clear();
     if (newest.has_value()) {
-        published_.assign(reinterpret_cast<const char*>(newest->payload.data()), newest->payload.size());
+        published_ = textOf(newest->payload);
     }
 }
 
 // Opened each time: another file may have taken its place.
-bool SessionSource::look() {
-    SessionInfo info = SessionInfo::open(path_);
-    seen_ = sessionText(info.values());
+bool SessionSource::look(std::chrono::milliseconds patience) {
+    try {
+        seen_ = sessionText(SessionInfo::open(path_).values());
+    } catch (const Error&) {
+        const auto now = std::chrono::steady_clock::now();
+        unreadableSince_ = unreadableSince_.value_or(now);
+        if (isTold_ || now - *unreadableSince_ < patience) {
+            return false;
+        }
+        isTold_ = true;
+        throw;
+    }
+    unreadableSince_.reset();
+    isTold_ = false;
     return isDue();
 }
 
 void SessionSource::publish(Publisher& publisher) {
-    publisher.publish({.kind = RecordKind::session, .table = name_, .payload = std::as_bytes(std::span(seen_))});
+    publisher.publish({.kind = RecordKind::session, .table = name_, .payload = bytesOf(seen_)});
     published_ = seen_;
 }
 

@@ -22,6 +22,8 @@ using Clock = std::chrono::steady_clock;
 // How often the values of sessions and the folders are looked at.
 constexpr std::chrono::milliseconds SESSION_PAUSE{20};
 constexpr std::chrono::milliseconds FOLDER_PAUSE{500};
+// A session info table that is away for so long is told.
+constexpr std::chrono::milliseconds UNREADABLE_FOR{2000};
 
 // What answers how far behind the shipper is: `tables` are of its newest run, none when it has ended.
 struct LagSource {
@@ -155,11 +157,9 @@ void Shipper::State::lookAtSessions() {
     }
     for (SessionSource& session : sessions) {
         try {
-            areSessionsDue |= session.look();
+            areSessionsDue |= session.look(options.once ? std::chrono::milliseconds(0) : UNREADABLE_FOR);
         } catch (const Error& error) {
-            if (options.once) {
-                words.warn(error.what());
-            }
+            words.warn(error.what());
         }
     }
     if (areSessionsDue) {
@@ -205,7 +205,9 @@ void Shipper::run() {
         if (state.options.once && tables.hasReachedEnds()) {
             break;
         }
-        state.lookAtSessions();
+        if (!state.options.once || state.areSessionsDue) {  // the ends that were noted at the beginning stay
+            state.lookAtSessions();
+        }
         const bool hasCome = tables.step(SESSION_PAUSE);
         state.publishSessions();
         if (!hasCome) {

@@ -136,6 +136,9 @@ std::uint64_t MemoryStream::append(const Envelope& envelope) {
 
 void MemoryStream::publish(const Envelope& envelope, std::uint64_t expected) {
     mayFail();
+    if (log_.beforePublish) {
+        log_.beforePublish();
+    }
     if (expected != log_.records.size() + inFlight_.size()) {
         inFlight_.clear();
         throw Unreachable("wrong last sequence");

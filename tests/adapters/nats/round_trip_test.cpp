@@ -1,7 +1,9 @@
 // From the tables of one folder through a log to those of another one.
 #include <fstream>
 #include <random>
+#include <thread>
 
+#include "adapters/nats/session_source.h"
 #include "tabulo/reader.h"
 #include "tabulo/session_info.h"
 #include "tabulo/writer.h"
@@ -90,6 +92,38 @@ TEST_F(RoundTrip, ReceivedSessionValuesAreNeverAheadOfTheMessages) {
     };
     EXPECT_EQ(receive(), std::vector<std::string>());
     EXPECT_TRUE(isSeen);
+}
+
+TEST_F(RoundTrip, ShippingOnceEndsBesideAnEngineThatNeverDoes) {
+    store("orders", 1, 2);
+    const std::vector<std::int32_t> tags = {1};
+    SessionInfo session = SessionInfo::create(source("session"), tags);
+    session.write(1, 2);
+    std::int32_t next = 3;
+    log.beforePublish = [&] {
+        if (next < 200) {
+            store("orders", next, next);
+            session.write(1, next);
+            next += 1;
+            std::this_thread::sleep_for(std::chrono::milliseconds(25));  // so that sessions would be looked at again
+        }
+    };
+    EXPECT_EQ(ship(), std::vector<std::string>());
+    EXPECT_LT(next, 20) << "it has shipped what came behind its start, as long as that came";
+}
+
+TEST_F(RoundTrip, ASessionInfoTableThatStaysUnreadableIsToldOnceAndAgainWhenItWasReadable) {
+    const std::vector<std::int32_t> tags = {1};
+    SessionSource session(source("session"));
+    const auto look = [&](std::int64_t patience) { return session.look(std::chrono::milliseconds(patience)); };
+    EXPECT_FALSE(look(1000)) << "a file that takes another one's place is away for a moment";
+    EXPECT_THROW(look(0), Error);
+    EXPECT_FALSE(look(0)) << "told twice";
+    SessionInfo::create(source("session"), tags).write(1, 7);
+    EXPECT_TRUE(look(0));
+    std::filesystem::remove(source("session"));
+    EXPECT_FALSE(look(1000));
+    EXPECT_THROW(look(0), Error);
 }
 
 TEST_F(RoundTrip, ATableThatWasEmptiedUnseenIsToldWithItsIds) {
