@@ -2,6 +2,7 @@
 # stored, receives them into another folder, kills a server and the shipper on the way, and compares. Needs $build, $root and
 # $jdk, runs in build/demo.
 
+PATH+=:/usr/sbin  # where the package puts nats-server, and plain users do not look
 readonly shipping_ports=(24222 24223 24224)
 readonly shipping_urls=$(printf ',nats://127.0.0.1:%s' "${shipping_ports[@]}" | cut -c2-)
 shipping_processes=()
