@@ -70,8 +70,7 @@ std::string CopyTable::elsewhere(std::int64_t offset) const {
 }
 
 void CopyTable::takeLayout(const Record& record) {
-    const std::optional<Layout> layout =
-        layoutOf({reinterpret_cast<const char*>(record.payload.data()), record.payload.size()});
+    const std::optional<Layout> layout = layoutOf(textOf(record.payload));
     if (!layout.has_value()) {
         throw CopyRefused("the layout of " + path_.filename().string() + " that has come is none");
     }
@@ -148,8 +147,13 @@ void CopyTable::takeFrame(const Record& record) {
             return;
         }
     }
-    batch_.insert(batch_.end(), frame.begin(), frame.end());
     batchEnd_ = record.offset + static_cast<std::int64_t>(frame.size());
+    if (frame.data() == parts_.data()) {
+        batch_.insert(batch_.end(), frame.begin(), frame.end());
+        parts_ = {};  // a large frame's memory is not kept
+    } else {
+        batch_.insert(batch_.end(), frame.begin(), frame.end());
+    }
     if (batch_.size() >= BATCH) {
         flush();
     }

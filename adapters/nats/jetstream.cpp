@@ -189,10 +189,6 @@ void JetStream::settle() {
     window_.settle();
 }
 
-std::uint64_t JetStream::settled() const noexcept {
-    return window_.settled();
-}
-
 void JetStream::answer(const std::string& subject, std::function<std::string()> answer) {
     connection_.answer(subject, std::move(answer));
 }

@@ -32,7 +32,6 @@ class JetStream : public LogStream {
     std::uint64_t append(const Envelope& envelope) override;
     void publish(const Envelope& envelope, std::uint64_t expected) override;
     void settle() override;
-    std::uint64_t settled() const noexcept override;
     void answer(const std::string& subject, std::function<std::string()> answer) override;
     std::vector<std::string> ask(const std::string& subject, std::chrono::milliseconds time, bool one) override;
 

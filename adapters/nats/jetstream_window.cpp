@@ -1,6 +1,5 @@
 #include "adapters/nats/jetstream_window.h"
 
-#include <algorithm>
 #include <chrono>
 #include <utility>
 
@@ -26,7 +25,6 @@ struct JetStreamWindow::Flight {
     std::condition_variable changed;
     std::size_t records = 0;
     std::size_t bytes = 0;
-    std::uint64_t settled = 0;
     std::optional<std::string> doubt;
     // What a waiting publisher waits for: it is woken once, not by each acknowledgement.
     bool isAwaited = false;
@@ -49,9 +47,7 @@ void JetStreamWindow::acknowledged(jsCtx*, natsMsg* message, jsPubAck* ack, jsPu
     const std::scoped_lock lock(flight.mutex);
     flight.records -= 1;
     flight.bytes -= static_cast<std::size_t>(natsMsg_GetDataLength(message));
-    if (ack != nullptr) {
-        flight.settled = std::max(flight.settled, ack->Sequence);
-    } else if (!flight.doubt.has_value()) {
+    if (ack == nullptr && !flight.doubt.has_value()) {
         const bool hasText = error != nullptr && error->ErrText != nullptr;
         flight.doubt = hasText ? error->ErrText : natsStatus_GetText(error == nullptr ? NATS_ERR : error->Err);
     }
@@ -80,9 +76,7 @@ void JetStreamWindow::giveUp() {
     js_PublishAsyncGetPendingList(&pending, context_.get());
     natsMsgList_Destroy(&pending);
     context_.reset();
-    auto next = std::make_unique<Flight>();
-    next->settled = settled();
-    past_.push_back(std::exchange(flight_, std::move(next)));
+    past_.push_back(std::exchange(flight_, std::make_unique<Flight>()));
 }
 
 bool JetStreamWindow::isEmpty() const {
@@ -156,11 +150,6 @@ void JetStreamWindow::publish(natsConnection* connection, const Envelope& envelo
 
 void JetStreamWindow::settle() {
     wait(0, 0);
-}
-
-std::uint64_t JetStreamWindow::settled() const {
-    const std::scoped_lock lock(flight_->mutex);
-    return flight_->settled;
 }
 
 }  // namespace tabulo::shipping

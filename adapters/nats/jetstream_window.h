@@ -25,7 +25,6 @@ class JetStreamWindow {
     void settle();
     // Forgets what is in flight: it is or is not stored.
     void giveUp();
-    std::uint64_t settled() const;
 
   private:
     struct Flight;

@@ -18,11 +18,7 @@ std::string lagText(const LagReport& report) {
 }
 
 std::optional<LagReport> lagReportOf(std::string_view text) {
-    std::vector<std::string_view> values;
-    for (const std::string_view line : splitAt('\n', text)) {
-        const std::size_t space = line.find(' ');
-        values.push_back(space == std::string_view::npos ? std::string_view() : line.substr(space + 1));
-    }
+    const std::vector<std::string_view> values = valuesOfLines(text);
     if (values.size() != 7) {
         return std::nullopt;
     }

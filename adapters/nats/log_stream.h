@@ -70,8 +70,6 @@ class LogStream {
     virtual void publish(const Envelope& envelope, std::uint64_t expected) = 0;
     // Waits until all are stored.
     virtual void settle() = 0;
-    // Of what was published, what is stored for sure.
-    virtual std::uint64_t settled() const noexcept = 0;
 
     // Answers what others ask on a subject outside of the stream, in a thread of the transport, also while and after
     // this object goes: what the answer needs it must own.

@@ -55,13 +55,7 @@ std::string Owner::subject(std::string_view stream) const {
 }
 
 std::optional<Owner> ownerOf(std::string_view text) {
-    Owner owner;
-    std::vector<std::string_view> values;
-    const auto lines = splitAt('\n', text);
-    for (const std::string_view line : lines) {
-        const std::size_t space = line.find(' ');
-        values.push_back(space == std::string_view::npos ? std::string_view() : line.substr(space + 1));
-    }
+    const std::vector<std::string_view> values = valuesOfLines(text);
     if (values.size() != 4) {
         return std::nullopt;
     }
@@ -71,7 +65,7 @@ std::optional<Owner> ownerOf(std::string_view text) {
     if (!host.has_value() || !pid.has_value() || !started.has_value() || !isId(values[3])) {
         return std::nullopt;
     }
-    owner = {*host, *pid, *started, std::string(values[3])};
+    const Owner owner{*host, *pid, *started, std::string(values[3])};
     return owner.text() == text ? std::optional(owner) : std::nullopt;
 }
 

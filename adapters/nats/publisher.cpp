@@ -9,14 +9,6 @@ namespace {
 
 constexpr std::chrono::milliseconds OWNER_ANSWERS_WITHIN{2000};
 
-std::span<const std::byte> bytesOf(const std::string& text) {
-    return std::as_bytes(std::span(text));
-}
-
-std::string textOf(const Stored& stored) {
-    return {reinterpret_cast<const char*>(stored.payload.data()), stored.payload.size()};
-}
-
 }  // namespace
 
 Publisher::Publisher(LogStream& stream, Words words) : stream_(stream), words_(std::move(words)) {
@@ -25,7 +17,7 @@ Publisher::Publisher(LogStream& stream, Words words) : stream_(stream), words_(s
 // Superseded for a newest owner record whose shipper is there, or has come after us.
 void Publisher::checkOwner(bool takeover) {
     const std::optional<Stored> newest = stream_.last(ownerSubject(stream_.name()));
-    const std::optional<Owner> other = newest.has_value() ? ownerOf(textOf(*newest)) : std::nullopt;
+    const std::optional<Owner> other = newest.has_value() ? ownerOf(textOf(newest->payload)) : std::nullopt;
     if (!other.has_value() || other->id == owner_.id) {
         return;
     }

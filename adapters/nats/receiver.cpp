@@ -181,7 +181,7 @@ void Receiver::State::begin(LogStream::Ends ends) {
 }
 
 void Receiver::State::takeSession(const Record& record) {
-    const auto values = sessionValuesOf({reinterpret_cast<const char*>(record.payload.data()), record.payload.size()});
+    const auto values = sessionValuesOf(textOf(record.payload));
     if (!values.has_value()) {
         throw CopyRefused("the values of " + record.table + " that have come are none");
     }
@@ -280,8 +280,7 @@ void Receiver::State::take(const Stored& stored) {
         if (record.kind == RecordKind::session) {
             takeSession(record);
         } else if (record.kind == RecordKind::gap) {
-            words.say(name + ": " +
-                      std::string(reinterpret_cast<const char*>(record.payload.data()), record.payload.size()));
+            words.say(name + ": " + std::string(textOf(record.payload)));
         } else {
             takeOf(record);
         }

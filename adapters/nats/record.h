@@ -5,8 +5,7 @@
 //   layout    NAME.<table>.=layout                 the table's layout, before its first message (layout_text.h)
 //   drop      NAME.<table>.=drop                   none: the table was emptied
 //   rewind    NAME.<table>.=rewind                 the beginning of the last frame that is kept, or none: what stands
-//   at
-//                                                  Tabulo-Offset and behind it is not in the source any more
+//                                                  at Tabulo-Offset and behind it is not in the source any more
 //   gap       NAME.<table>.=gap                    a sentence: what is missing here is known to be missing
 //   session   NAME.<table>.=session                the values of a session info table (session_text.h)
 //   owner     NAME.=owner                          the shipper that publishes from here on, or goes on (owner.h)
@@ -18,9 +17,8 @@
 //
 //   Tabulo-Table        all but owner     the table's name, escaped as in the subject
 //   Tabulo-Incarnation  all but owner     1 for the table's first content, one more after each drop or replacement
-//   Tabulo-Offset       all but owner, session: in the table's file: where the frame stands; of a layout, where the
-//   first
-//                                         block begins; of a rewind or a gap, where the table goes on
+//   Tabulo-Offset       message, layout, rewind: in the table's file: where the frame stands; where the first block
+//                                         begins; where the table goes on. Of a drop or a gap 0
 //   Tabulo-Uid, Tabulo-Seq, Tabulo-Time   message: uniform id, MsgSeqNum, time, as stored
 //   Tabulo-Part         message in parts  "<first byte>/<bytes of the whole frame>"
 //   Tabulo-Kept         rewind            where the frame stands that its payload begins
@@ -59,6 +57,14 @@ struct Header {
     const char* name;
     std::string value;
 };
+
+// A text as a payload, which borrows it; and a payload as a text.
+inline std::span<const std::byte> bytesOf(const std::string& text) noexcept {
+    return std::as_bytes(std::span(text));
+}
+inline std::string_view textOf(std::span<const std::byte> payload) noexcept {
+    return {reinterpret_cast<const char*>(payload.data()), payload.size()};
+}
 
 // A record as a transport takes it.
 struct Envelope {

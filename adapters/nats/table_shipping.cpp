@@ -14,10 +14,6 @@ namespace {
 constexpr std::size_t MOST_COMPARED = 4096;
 constexpr std::chrono::seconds MADE_WITHIN{2};
 
-std::span<const std::byte> bytesOf(const std::string& text) {
-    return std::as_bytes(std::span(text));
-}
-
 std::span<const std::byte> comparedOf(std::span<const std::byte> bytes) {
     return bytes.first(std::min(bytes.size(), MOST_COMPARED));
 }
@@ -41,12 +37,11 @@ TableShipping::TableShipping(Publisher& publisher, Words words, ShipLeave leave)
     : publisher_(publisher), words_(std::move(words)), leave_(leave) {
 }
 
-bool TableShipping::add(const std::filesystem::path& path) {
+void TableShipping::add(const std::filesystem::path& path) {
     Following following{.table = SourceTable(path)};
-    const bool isGood = resume(&following, false);
+    (void)resume(&following, false);  // it is left out then, which was told
     const std::scoped_lock lock(mutex_);
     tables_.push_back(std::move(following));
-    return isGood;
 }
 
 bool TableShipping::has(const std::string& table) const {
@@ -142,11 +137,8 @@ bool TableShipping::startAnew(Following* following, const Shipped& shipped, bool
             return false;
         }
         words_.say(what);
-        publisher_.publish({.kind = RecordKind::gap,
-                            .table = name,
-                            .incarnation = shipped.incarnation,
-                            .offset = following->next,
-                            .payload = bytesOf(what)});
+        publisher_.publish(
+            {.kind = RecordKind::gap, .table = name, .incarnation = shipped.incarnation, .payload = bytesOf(what)});
     }
     publisher_.publish({.kind = RecordKind::drop, .table = name, .incarnation = shipped.incarnation});
     return begin(following, shipped.incarnation + 1);

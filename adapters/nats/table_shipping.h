@@ -26,9 +26,9 @@ class TableShipping {
   public:
     TableShipping(Publisher& publisher, Words words, ShipLeave leave);
 
-    // From where the stream has it, or from its beginning. False when it is left out, which was told.
-    bool add(const std::filesystem::path& path);
-    // A table that the stream has and the folder has not. False when that is an error, which was told.
+    // From where the stream has it, or from its beginning; or leaves it out, and tells that.
+    void add(const std::filesystem::path& path);
+    // A table that the stream has and the folder has not: tells that, or records it.
     void tellMissing(const std::string& table);
 
     // Publishes the next message, or does what has happened to a table; false when nothing has come in that time.

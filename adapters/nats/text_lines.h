@@ -25,6 +25,16 @@ inline std::vector<std::string_view> splitAt(char separator, std::string_view te
     return parts;
 }
 
+// The values of lines that are a name, a space and a value each; of a line without a space an empty one.
+inline std::vector<std::string_view> valuesOfLines(std::string_view text) {
+    std::vector<std::string_view> values;
+    for (const std::string_view line : splitAt('\n', text)) {
+        const std::size_t space = line.find(' ');
+        values.push_back(space == std::string_view::npos ? std::string_view() : line.substr(space + 1));
+    }
+    return values;
+}
+
 // A whole number, and nothing beside it, within the type.
 template <typename Integer>
 std::optional<Integer> integerOf(std::string_view text) {
