@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <charconv>
+#include <chrono>
+#include <thread>
 #include <utility>
 
 #include "adapters/nats/jetstream_cursor.h"
@@ -15,6 +17,9 @@ namespace tabulo::shipping {
 namespace {
 
 constexpr std::int64_t ANSWERED_WITHIN_MS = 2000;
+// A record that nobody acknowledges; and how often it is asked for.
+constexpr std::chrono::seconds STORED_WITHIN{5};
+constexpr std::chrono::milliseconds STORED_PAUSE{2};
 constexpr int DUPLICATES_SECONDS = 120;
 // What the server counts beside a payload: the headers, whose longest is the table's name, escaped.
 constexpr std::size_t HEADERS = 4096;
@@ -28,7 +33,7 @@ std::string headerOf(natsMsg* message, const char* name) {
 }  // namespace
 
 JetStream::JetStream(NatsOptions options, std::string stream, std::string client)
-    : name_(std::move(stream)), window_(name_), connection_(std::move(options), std::move(client)) {
+    : name_(std::move(stream)), connection_(std::move(options), std::move(client)), window_(name_) {
 }
 
 JetStream::~JetStream() = default;
@@ -187,6 +192,22 @@ void JetStream::publish(const Envelope& envelope, std::uint64_t expected) {
 
 void JetStream::settle() {
     window_.settle();
+    const std::uint64_t newest = window_.unasked();
+    if (newest == 0) {
+        return;
+    }
+    // Nobody was asked for those at the end: the stream's leader tells whether it has them, and nothing behind them.
+    const auto end = std::chrono::steady_clock::now() + STORED_WITHIN;
+    std::uint64_t last = ends().last;
+    while (last < newest && std::chrono::steady_clock::now() < end) {
+        std::this_thread::sleep_for(STORED_PAUSE);
+        last = ends().last;
+    }
+    window_.giveUp();
+    if (last != newest) {
+        throw Unreachable("publishing to " + name_ + ": the stream ends with the record " + std::to_string(last) +
+                          " instead of " + std::to_string(newest));
+    }
 }
 
 void JetStream::answer(const std::string& subject, std::function<std::string()> answer) {

@@ -41,8 +41,8 @@ class JetStream : public LogStream {
     StreamInfoHandle info(const char* subjects);
 
     std::string name_;
-    JetStreamWindow window_;  // outlives the connection, whose last acknowledgements reach it
     NatsConnection connection_;
+    JetStreamWindow window_;
     ContextHandle context_;
     natsConnection* of_ = nullptr;  // whose the context is
     std::size_t payloadLimit_ = 4096;

@@ -1,6 +1,8 @@
 #include "adapters/nats/jetstream_window.h"
 
+#include <algorithm>
 #include <chrono>
+#include <string_view>
 #include <utility>
 
 #include "adapters/nats/log_stream.h"
@@ -14,137 +16,155 @@ namespace {
 
 constexpr std::size_t MOST_RECORDS = 4096;
 constexpr std::size_t MOST_BYTES = 8 << 20;
-// Longer than a cluster takes to find a new leader, mostly. A lost acknowledgement never comes. The library could watch
-// each record for that (jsPubOptions.MaxWait), which halves the rate; here none at all in such a time is what tells it.
-constexpr std::chrono::seconds ACKNOWLEDGED_WITHIN{5};
+constexpr std::size_t ASKED_EVERY = 64;
+constexpr std::chrono::milliseconds ASKED_WITHIN{5};
+// Longer than a cluster takes to find a new leader, mostly. A lost acknowledgement never comes: none at all in such a
+// time is what tells it.
+constexpr std::chrono::milliseconds ACKNOWLEDGED_WITHIN{5000};
+
+std::string_view contentOf(natsMsg* message) {
+    return {natsMsg_GetData(message), static_cast<std::size_t>(natsMsg_GetDataLength(message))};
+}
+
+// The words of a refusal: {"error":{"code":400,"err_code":10071,"description":"wrong last sequence: 7"},...
+std::string wordsOf(std::string_view content) {
+    constexpr std::string_view name = R"("description":")";
+    const std::size_t at = content.find(name);
+    if (at == std::string_view::npos) {
+        return "the acknowledgement is none: " + std::string(content);
+    }
+    const std::string_view words = content.substr(at + name.size());
+    return std::string(words.substr(0, words.find('"')));
+}
 
 }  // namespace
 
-struct JetStreamWindow::Flight {
-    std::mutex mutex;
-    std::condition_variable changed;
-    std::size_t records = 0;
-    std::size_t bytes = 0;
-    std::optional<std::string> doubt;
-    // What a waiting publisher waits for: it is woken once, not by each acknowledgement.
-    bool isAwaited = false;
-    std::size_t awaitedRecords = 0;
-    std::size_t awaitedBytes = 0;
-
-    bool hasCome() const { return doubt.has_value() || (records <= awaitedRecords && bytes <= awaitedBytes); }
-};
-
-JetStreamWindow::JetStreamWindow(std::string stream) : stream_(std::move(stream)), flight_(new Flight) {
-}
-
-JetStreamWindow::~JetStreamWindow() {
-    giveUp();
-}
-
-void JetStreamWindow::acknowledged(jsCtx*, natsMsg* message, jsPubAck* ack, jsPubAckErr* error, void* closure) {
-    const MessageHandle handle(message);
-    auto& flight = *static_cast<Flight*>(closure);
-    const std::scoped_lock lock(flight.mutex);
-    flight.records -= 1;
-    flight.bytes -= static_cast<std::size_t>(natsMsg_GetDataLength(message));
-    if (ack == nullptr && !flight.doubt.has_value()) {
-        const bool hasText = error != nullptr && error->ErrText != nullptr;
-        flight.doubt = hasText ? error->ErrText : natsStatus_GetText(error == nullptr ? NATS_ERR : error->Err);
-    }
-    if (flight.isAwaited && flight.hasCome()) {
-        flight.isAwaited = false;
-        flight.changed.notify_one();
-    }
+JetStreamWindow::JetStreamWindow(std::string stream)
+    : stream_(std::move(stream)), acknowledged_(R"({"stream":")" + stream_ + '"'), id_(randomId() + '-') {
 }
 
 void JetStreamWindow::begin(natsConnection* connection) {
-    jsOptions options;
-    jsOptions_Init(&options);
-    options.PublishAsync.MaxPending = 0;  // bounded here, by bytes too
-    options.PublishAsync.AckHandler = acknowledged;
-    options.PublishAsync.AckHandlerClosure = flight_.get();
-    jsCtx* made = nullptr;
-    check(natsConnection_JetStream(&made, connection, &options), "publishing");
-    context_.reset(made);
+    natsInbox* inbox = nullptr;
+    check(natsInbox_Create(&inbox), "publishing");
+    inbox_ = inbox;
+    natsInbox_Destroy(inbox);
+    natsSubscription* made = nullptr;
+    check(natsConnection_SubscribeSync(&made, connection, inbox_.c_str()), "publishing");
+    subscription_.reset(made);
+    check(natsSubscription_SetPendingLimits(made, -1, -1), "publishing");  // bounded by what is in flight
 }
 
-void JetStreamWindow::giveUp() {
-    if (context_ == nullptr) {
-        return;
+void JetStreamWindow::giveUp() noexcept {
+    subscription_.reset();
+    asked_.clear();
+    unasked_ = inFlight_ = {};
+}
+
+void JetStreamWindow::doubt(const std::string& why) {
+    giveUp();
+    throw Unreachable("publishing to " + stream_ + ": " + why);
+}
+
+bool JetStreamWindow::isFull(std::size_t bytes) const noexcept {
+    return inFlight_.records >= MOST_RECORDS || inFlight_.bytes + bytes > MOST_BYTES;
+}
+
+// They come in the order of the records, as the stream takes these in their order alone.
+void JetStreamWindow::take(natsMsg* acknowledgement) {
+    const MessageHandle handle(acknowledgement);
+    if (natsMsg_IsNoResponders(acknowledgement)) {
+        doubt("the stream has no leader");
     }
-    natsMsgList pending{};
-    js_PublishAsyncGetPendingList(&pending, context_.get());
-    natsMsgList_Destroy(&pending);
-    context_.reset();
-    past_.push_back(std::exchange(flight_, std::make_unique<Flight>()));
+    const std::string_view content = contentOf(acknowledgement);
+    if (!content.starts_with(acknowledged_) || asked_.empty()) {
+        doubt(wordsOf(content));
+    }
+    inFlight_.records -= asked_.front().records;
+    inFlight_.bytes -= asked_.front().bytes;
+    asked_.pop_front();
 }
 
-bool JetStreamWindow::isEmpty() const {
-    const std::scoped_lock lock(flight_->mutex);
-    return flight_->records == 0 && !flight_->doubt.has_value();
+void JetStreamWindow::takeWhatHasCome() {
+    int messages = 0;
+    int bytes = 0;
+    check(natsSubscription_GetPending(subscription_.get(), &messages, &bytes), "publishing to " + stream_);
+    for (; messages > 0; --messages) {
+        natsMsg* message = nullptr;
+        check(natsSubscription_NextMsg(&message, subscription_.get(), ACKNOWLEDGED_WITHIN.count()),
+              "publishing to " + stream_);
+        take(message);
+    }
 }
 
-bool JetStreamWindow::isFull(std::size_t bytes) const {
-    const std::scoped_lock lock(flight_->mutex);
-    return flight_->doubt.has_value() || flight_->records >= MOST_RECORDS || flight_->bytes + bytes > MOST_BYTES;
-}
-
-// Until no more than so many are in flight.
+// Until no more than so many are in flight, or only those that nobody was asked for.
 void JetStreamWindow::wait(std::size_t records, std::size_t bytes) {
-    std::unique_lock lock(flight_->mutex);
-    flight_->awaitedRecords = records;
-    flight_->awaitedBytes = bytes;
-    while (!flight_->hasCome()) {
-        const std::size_t before = flight_->records;
-        flight_->isAwaited = true;
-        flight_->changed.wait_for(lock, ACKNOWLEDGED_WITHIN, [&] { return flight_->hasCome(); });
-        flight_->isAwaited = false;
-        if (!flight_->hasCome() && flight_->records == before) {
-            flight_->doubt = "no acknowledgement has come for " + std::to_string(ACKNOWLEDGED_WITHIN.count()) + " s";
+    while (!asked_.empty() && (inFlight_.records > records || inFlight_.bytes > bytes)) {
+        natsMsg* message = nullptr;
+        const natsStatus status = natsSubscription_NextMsg(&message, subscription_.get(), ACKNOWLEDGED_WITHIN.count());
+        if (status == NATS_TIMEOUT) {
+            doubt("no acknowledgement has come for " + std::to_string(ACKNOWLEDGED_WITHIN.count() / 1000) + " s");
         }
+        if (status != NATS_OK) {
+            giveUp();
+            check(status, "publishing to " + stream_);
+        }
+        take(message);
     }
-    if (const std::optional<std::string> doubt = flight_->doubt; doubt.has_value()) {
-        lock.unlock();
-        giveUp();
-        throw Unreachable("publishing to " + stream_ + ": " + *doubt);
+}
+
+// Whether the acknowledgement of the record that is published next is to be asked for.
+bool JetStreamWindow::isTimeToAsk() {
+    const auto now = std::chrono::steady_clock::now();
+    if (unasked_.records + 1 < ASKED_EVERY && unasked_.bytes < MOST_BYTES / 8 && now - askedAt_ < ASKED_WITHIN) {
+        return false;
     }
+    askedAt_ = now;
+    return true;
+}
+
+MessageHandle JetStreamWindow::messageWith(const Envelope& envelope, std::uint64_t expected, bool isAsked) {
+    MessageHandle message = messageOf(envelope, isAsked ? inbox_ : std::string());
+    const auto set = [&](const char* name, const std::string& value) {
+        check(natsMsgHeader_Set(message.get(), name, value.c_str()), "publishing to " + stream_);
+    };
+    // The sequence alone would let the rest of a window in behind records that others have put in front of it. Where
+    // nothing is in flight no id is asked for: a server that has started again may have forgotten it.
+    set("Nats-Expected-Last-Sequence", std::to_string(expected));
+    if (inFlight_.records > 0) {
+        set("Nats-Expected-Last-Msg-Id", newestId_);
+    }
+    published_ += 1;
+    newestId_ = id_ + std::to_string(published_);
+    set("Nats-Msg-Id", newestId_);
+    return message;
 }
 
 void JetStreamWindow::publish(natsConnection* connection, const Envelope& envelope, std::uint64_t expected) {
-    if (context_ == nullptr) {
+    if (subscription_ == nullptr) {
         begin(connection);
     }
     const std::size_t bytes = envelope.payload.size();
     if (isFull(bytes)) {
         wait(MOST_RECORDS / 2, MOST_BYTES / 2);
     }
-    MessageHandle message = messageOf(envelope);
-    jsPubOptions options;
-    jsPubOptions_Init(&options);
-    options.ExpectStream = stream_.c_str();
-    options.ExpectLastSeq = expected;
-    // The sequence alone would let the rest of a window in behind records that others have put in front of it. Where
-    // nothing is in flight no id is asked for: a server that has started again may have forgotten it.
-    if (isEmpty()) {
-        chain_ = randomId() + '-';
-        published_ = 0;
+    const bool isAsked = isTimeToAsk();
+    if (isAsked) {
+        takeWhatHasCome();
+        sent_.clear();
     }
-    const std::string id = chain_ + std::to_string(published_ + 1);
-    const std::string before = chain_ + std::to_string(published_);
-    options.MsgId = id.c_str();
-    options.ExpectLastMsgId = published_ == 0 ? nullptr : before.c_str();
-    published_ += 1;
-    {
-        const std::scoped_lock lock(flight_->mutex);
-        flight_->records += 1;
-        flight_->bytes += bytes;
-    }
-    natsMsg* given = message.release();
-    const natsStatus status = js_PublishMsgAsync(context_.get(), &given, &options);
-    message.reset(given);  // null when it was taken
+    sent_.push_back(messageWith(envelope, expected, isAsked));
+    const natsStatus status = natsConnection_PublishMsg(connection, sent_.back().get());
     if (status != NATS_OK) {
         giveUp();
         check(status, "publishing to " + stream_);
+    }
+    newest_ = expected + 1;
+    for (Group* group : {&unasked_, &inFlight_}) {
+        group->records += 1;
+        group->bytes += bytes;
+    }
+    if (isAsked) {
+        asked_.push_back(std::exchange(unasked_, {}));
     }
 }
 

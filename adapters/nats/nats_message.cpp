@@ -8,12 +8,12 @@
 
 namespace tabulo::shipping {
 
-MessageHandle messageOf(const Envelope& envelope) {
+MessageHandle messageOf(const Envelope& envelope, const std::string& reply) {
     natsMsg* made = nullptr;
-    check(
-        natsMsg_Create(&made, envelope.subject.c_str(), nullptr, reinterpret_cast<const char*>(envelope.payload.data()),
-                       static_cast<int>(envelope.payload.size())),
-        "making a message");
+    check(natsMsg_Create(&made, envelope.subject.c_str(), reply.empty() ? nullptr : reply.c_str(),
+                         reinterpret_cast<const char*>(envelope.payload.data()),
+                         static_cast<int>(envelope.payload.size())),
+          "making a message");
     MessageHandle message(made);
     for (const Header& header : envelope.headers) {
         check(natsMsgHeader_Set(made, header.name, header.value.c_str()), "making a message's header");

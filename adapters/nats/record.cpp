@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <optional>
+#include <type_traits>
 
 #include "adapters/nats/subject_token.h"
 #include "adapters/nats/text_lines.h"
@@ -12,11 +13,8 @@ namespace tabulo::shipping {
 namespace {
 
 constexpr const char* TABLE = "Tabulo-Table";
-constexpr const char* INCARNATION = "Tabulo-Incarnation";
-constexpr const char* OFFSET = "Tabulo-Offset";
-constexpr const char* UID = "Tabulo-Uid";
-constexpr const char* SEQ = "Tabulo-Seq";
-constexpr const char* TIME = "Tabulo-Time";
+constexpr const char* PLACE = "Tabulo-Place";
+constexpr const char* MESSAGE = "Tabulo-Message";
 constexpr const char* PART = "Tabulo-Part";
 constexpr const char* KEPT = "Tabulo-Kept";
 
@@ -28,8 +26,16 @@ std::string_view markOf(RecordKind kind) {
     return MARKS[static_cast<std::size_t>(kind)];
 }
 
-std::string joined(std::string_view stream, std::string_view table, std::string_view rest) {
+std::string subjectWith(std::string_view stream, std::string_view table, std::string_view rest) {
     return std::string(stream) + '.' + escaped(table) + '.' + std::string(rest);
+}
+
+// Numbers as a header has them.
+template <typename... Integers>
+std::string joined(std::int64_t first, Integers... others) {
+    std::string text = std::to_string(first);
+    ((text += '/', text += std::to_string(others)), ...);
+    return text;
 }
 
 // What a stored record's headers say, or why they cannot be those of a record.
@@ -52,20 +58,20 @@ class Headers {
         }
         return *value;
     }
-    template <typename Integer>
-    Integer number(std::string_view name) const {
-        const std::optional<Integer> value = integerOf<Integer>(text(name));
-        if (!value.has_value()) {
-            refuse("its header " + std::string(name) + " is no number that can be");
+    // The numbers of a header, with a '/' between them.
+    template <typename... Integers>
+    void numbers(std::string_view name, Integers*... values) const {
+        const auto words = splitAt('/', text(name));
+        std::size_t taken = 0;
+        const auto take = [&](auto* value) {
+            const auto found = integerOf<std::remove_pointer_t<decltype(value)>>(words[taken]);
+            taken += 1;
+            *value = found.value_or(0);
+            return found.has_value();
+        };
+        if (words.size() != sizeof...(values) || !(take(values) && ...)) {
+            refuse("its header " + std::string(name) + " has no numbers that can be");
         }
-        return *value;
-    }
-    std::int64_t place(std::string_view name) const {
-        const auto value = number<std::int64_t>(name);
-        if (value < 0) {
-            refuse("its header " + std::string(name) + " is negative");
-        }
-        return value;
     }
 
   private:
@@ -75,15 +81,11 @@ class Headers {
 void takeParts(const Headers& headers, Record* record) {
     const auto size = static_cast<std::int64_t>(record->payload.size());
     record->whole = size;
-    if (const std::string* part = headers.find(PART); part != nullptr) {
-        const auto words = splitAt('/', *part);
-        const auto at = words.size() == 2 ? integerOf<std::int64_t>(words[0]) : std::nullopt;
-        const auto whole = words.size() == 2 ? integerOf<std::int64_t>(words[1]) : std::nullopt;
-        if (!at.has_value() || !whole.has_value() || *at < 0 || *whole > INT32_MAX || *at > *whole - size) {
+    if (headers.find(PART) != nullptr) {
+        headers.numbers(PART, &record->at, &record->whole);
+        if (record->at < 0 || record->whole > INT32_MAX || record->at > record->whole - size) {
             headers.refuse("its header Tabulo-Part does not fit its payload");
         }
-        record->at = *at;
-        record->whole = *whole;
     }
     if (size == 0) {
         headers.refuse("a message without a payload");
@@ -122,28 +124,23 @@ Envelope envelopeOf(const Record& record, std::string_view stream, const Message
     }
     Envelope envelope;
     envelope.payload = record.payload;
-    envelope.headers.reserve(7);
+    envelope.headers.reserve(4);
     envelope.headers.push_back({TABLE, escaped(record.table)});
-    envelope.headers.push_back({INCARNATION, std::to_string(record.incarnation)});
-    if (record.kind != RecordKind::session) {
-        envelope.headers.push_back({OFFSET, std::to_string(record.offset)});
-    }
+    envelope.headers.push_back({PLACE, joined(record.incarnation, record.offset)});
     if (record.kind == RecordKind::rewind && !record.payload.empty()) {
         envelope.headers.push_back({KEPT, std::to_string(record.at)});
     }
     if (record.kind != RecordKind::message) {
-        envelope.subject = joined(stream, record.table, markOf(record.kind));
+        envelope.subject = subjectWith(stream, record.table, markOf(record.kind));
         return envelope;
     }
     const auto messageClass = message->messageClass();
     envelope.subject =
-        joined(stream, record.table, messageClass.has_value() ? tabulo::className(*messageClass) : NO_CLASS) + '.' +
-        escaped(message->type());
-    envelope.headers.push_back({UID, std::to_string(record.uniformId)});
-    envelope.headers.push_back({SEQ, std::to_string(record.seqNum)});
-    envelope.headers.push_back({TIME, std::to_string(record.time)});
+        subjectWith(stream, record.table, messageClass.has_value() ? tabulo::className(*messageClass) : NO_CLASS) +
+        '.' + escaped(message->type());
+    envelope.headers.push_back({MESSAGE, joined(record.uniformId, record.seqNum, record.time)});
     if (static_cast<std::int64_t>(record.payload.size()) != record.whole) {
-        envelope.headers.push_back({PART, std::to_string(record.at) + '/' + std::to_string(record.whole)});
+        envelope.headers.push_back({PART, joined(record.at, record.whole)});
     }
     return envelope;
 }
@@ -172,35 +169,30 @@ Record recordOf(const Stored& stored) {
         headers.refuse("no table can be called so");
     }
     record.table = *table;
-    record.incarnation = headers.number<std::int64_t>(INCARNATION);
-    if (record.incarnation < 1) {
-        headers.refuse("its header Tabulo-Incarnation is below 1");
-    }
-    if (record.kind != RecordKind::session) {
-        record.offset = headers.place(OFFSET);
-    }
+    headers.numbers(PLACE, &record.incarnation, &record.offset);
     if (record.kind == RecordKind::rewind && !record.payload.empty()) {
-        record.at = headers.place(KEPT);
+        headers.numbers(KEPT, &record.at);
+    }
+    if (record.incarnation < 1 || record.offset < 0 || record.at < 0) {
+        headers.refuse("its place is before the beginning of a table");
     }
     if (record.kind == RecordKind::message) {
-        record.uniformId = headers.number<std::int32_t>(UID);
-        record.seqNum = headers.number<std::int32_t>(SEQ);
-        record.time = headers.number<std::int64_t>(TIME);
+        headers.numbers(MESSAGE, &record.uniformId, &record.seqNum, &record.time);
         takeParts(headers, &record);
     }
     return record;
 }
 
 std::string subjectsOf(std::string_view stream, std::string_view table) {
-    return joined(stream, table, ">");
+    return subjectWith(stream, table, ">");
 }
 
 std::string messagesOf(std::string_view stream, std::string_view table) {
-    return joined(stream, table, "*.*");
+    return subjectWith(stream, table, "*.*");
 }
 
 std::string subjectOf(std::string_view stream, std::string_view table, RecordKind kind) {
-    return joined(stream, table, markOf(kind));
+    return subjectWith(stream, table, markOf(kind));
 }
 
 std::string ownerSubject(std::string_view stream) {

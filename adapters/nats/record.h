@@ -5,7 +5,7 @@
 //   layout    NAME.<table>.=layout                 the table's layout, before its first message (layout_text.h)
 //   drop      NAME.<table>.=drop                   none: the table was emptied
 //   rewind    NAME.<table>.=rewind                 the beginning of the last frame that is kept, or none: what stands
-//                                                  at Tabulo-Offset and behind it is not in the source any more
+//                                                  at that place and behind it is not in the source any more
 //   gap       NAME.<table>.=gap                    a sentence: what is missing here is known to be missing
 //   session   NAME.<table>.=session                the values of a session info table (session_text.h)
 //   owner     NAME.=owner                          the shipper that publishes from here on, or goes on (owner.h)
@@ -16,12 +16,15 @@
 // =none for a message without one. Headers, each in its kinds:
 //
 //   Tabulo-Table        all but owner     the table's name, escaped as in the subject
-//   Tabulo-Incarnation  all but owner     1 for the table's first content, one more after each drop or replacement
-//   Tabulo-Offset       message, layout, rewind: in the table's file: where the frame stands; where the first block
-//                                         begins; where the table goes on. Of a drop or a gap 0
-//   Tabulo-Uid, Tabulo-Seq, Tabulo-Time   message: uniform id, MsgSeqNum, time, as stored
+//   Tabulo-Place        all but owner     "<incarnation>/<offset>": 1 for the table's first content, one more after
+//   each
+//                                         drop or replacement; and in the table's file, where the frame stands, a
+//                                         layout's first block begins, or the table goes on behind a rewind; else 0
+//   Tabulo-Message      message           "<uniform id>/<MsgSeqNum>/<time>", as stored
 //   Tabulo-Part         message in parts  "<first byte>/<bytes of the whole frame>"
 //   Tabulo-Kept         rewind            where the frame stands that its payload begins
+// Few headers with several numbers each, and not one for each number: the client library takes a fifth of a record's
+// time for three of them.
 #pragma once
 
 #include <cstddef>

@@ -211,6 +211,7 @@ void Shipper::run() {
         const bool hasCome = tables.step(SESSION_PAUSE);
         state.publishSessions();
         if (!hasCome) {
+            state.publisher.stream().settle();
             state.addNew(false);
             state.lag->isUpToDate();
         }

@@ -22,15 +22,15 @@ class HarnessTest(ShippingTest):
         sequence = 0
         for table in self.tables()[0]:
             file = table_file.TableFile(os.path.join(self.source, table))
-            common = {"Tabulo-Table": table, "Tabulo-Incarnation": "1"}
+            common = {"Tabulo-Table": table}
             sequence += 1
-            yield StreamMessage(sequence, f"ENG1.{table}.{MARK}layout", {**common, "Tabulo-Offset": str(file.header)},
+            yield StreamMessage(sequence, f"ENG1.{table}.{MARK}layout", {**common, "Tabulo-Place": f"1/{file.header}"},
                                 b"texts ClOrdID Symbol\nnumbers OrderQty Price\nmessagesPerBlock 7\n")
             for frame in file.frames():
                 sequence += 1
                 uid, seq = struct.unpack_from("<ii", frame.data, 4)
                 yield StreamMessage(sequence, f"ENG1.{table}.APP_TO.D", {
-                    **common, "Tabulo-Offset": str(frame.offset), "Tabulo-Uid": str(uid), "Tabulo-Seq": str(seq)}, frame.data)
+                    **common, "Tabulo-Place": f"1/{frame.offset}", "Tabulo-Message": f"{uid}/{seq}/0"}, frame.data)
 
     def problems(self, records):
         check = StreamCheck("ENG1")
@@ -50,7 +50,7 @@ class HarnessTest(ShippingTest):
             changed = records[at]._replace(payload=records[at].payload[:-5] + b"?" + records[at].payload[-4:])
             self.assertTrue(self.problems(records[:at] + [changed] + records[at + 1:]), f"changed record {at}")
         self.assertTrue(self.problems(records[:8] + [records[9], records[8]] + records[10:]))
-        early = StreamMessage(0, f"ENG1.session.{MARK}session", {"Tabulo-Table": "session", "Tabulo-Incarnation": "1"}, b"1 1\n2 1\n")
+        early = StreamMessage(0, f"ENG1.session.{MARK}session", {"Tabulo-Table": "session", "Tabulo-Place": "1/0"}, b"1 1\n2 1\n")
         self.assertTrue(self.problems([early, *records]))
 
     def test_a_copy_that_differs_is_noticed(self):

@@ -9,6 +9,7 @@ import unittest
 
 import table_file
 from processes import wait_until
+from stream_check import message_of
 from shipping_test import STREAM, ShippingTest, end_on_signals
 
 
@@ -55,8 +56,8 @@ class LimitsTest(ShippingTest):
             self.assertGreater(client.stream(STREAM)["state"]["first_seq"], 3000, "the test needs a stream that has deleted")
             kept = {name: [] for name in had}
             for record in client.read_stream(STREAM):
-                if "Tabulo-Uid" in record.headers:
-                    kept[record.headers["Tabulo-Table"]].append(int(record.headers["Tabulo-Uid"]))
+                if "Tabulo-Message" in record.headers:
+                    kept[record.headers["Tabulo-Table"]].append(message_of(record)[0])
         told = self.ended(self.receive("--once"), 3)
         numbers = set(map(int, re.findall(r"\d+", told)))
         for name, data in had.items():

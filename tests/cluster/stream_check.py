@@ -9,11 +9,22 @@ from table_file import FrameWalk, Layout, TableFile
 MARK = "="  # begins the parts of subjects that name no table and no type
 
 
+def place_of(record):
+    """The incarnation and the offset that a record's headers tell."""
+    incarnation, offset = record.headers["Tabulo-Place"].split("/")
+    return int(incarnation), int(offset)
+
+
+def message_of(record):
+    """The uniform id, the sequence number and the time that a message's headers tell."""
+    return [int(number) for number in record.headers["Tabulo-Message"].split("/")]
+
+
 def _layout_of(record):
     """What a layout record's payload tells of the blocks."""
     lines = dict(line.partition(" ")[::2] for line in record.payload.decode().splitlines())
     texts = int(lines.get("summarisedTexts", 2 + len(lines["texts"].split())))
-    return Layout(int(record.headers["Tabulo-Offset"]), int(lines["messagesPerBlock"]), texts, len(lines["numbers"].split()))
+    return Layout(place_of(record)[1], int(lines["messagesPerBlock"]), texts, len(lines["numbers"].split()))
 
 
 def escaped(name):
@@ -83,7 +94,7 @@ class StreamCheck:
         self._count(kind)
         if record.headers.get("Tabulo-Table") != table:
             self._wrong(record, "names another table in its headers")
-        incarnation = int(record.headers.get("Tabulo-Incarnation", 0))
+        incarnation, offset = place_of(record)
         known = self.contents.setdefault(unquote(table), [])
         if kind == MARK + "session":
             self._take_session(record, unquote(table))
@@ -91,7 +102,7 @@ class StreamCheck:
             if not known or known[-1].number != incarnation:
                 known.append(_Content(incarnation, _layout_of(record)))
         elif kind == MARK + "rewind" and known:
-            known[-1].rewind(int(record.headers["Tabulo-Offset"]))
+            known[-1].rewind(offset)
 
     def _take_session(self, record, table):
         values = session_values_in(record)
@@ -112,11 +123,11 @@ class StreamCheck:
         if not known:
             return self._wrong(record, "comes before its table's layout")
         content = known[-1]
-        if int(headers.get("Tabulo-Incarnation", 0)) != content.number:
+        incarnation, offset = place_of(record)
+        if incarnation != content.number:
             # After a drop the layout may stay the one of before.
-            content = _Content(int(headers["Tabulo-Incarnation"]), content.layout)
+            content = _Content(incarnation, content.layout)
             known.append(content)
-        offset = int(headers["Tabulo-Offset"])
         if offset != content.walk.next:
             return self._wrong(record, f"incarnation {content.number}: stands at {offset} instead of {content.walk.next}: " + (
                 "lost" if offset > content.walk.next else "repeated or out of order"))
@@ -138,7 +149,7 @@ class StreamCheck:
         length, uniform_id, sequence = struct.unpack_from("<Iii", frame)
         if length != len(frame) or struct.unpack_from("<I", frame, length - 4)[0] != length:
             return self._wrong(record, "its payload is no whole frame")
-        if int(record.headers["Tabulo-Uid"]) != uniform_id or int(record.headers["Tabulo-Seq"]) != sequence:
+        if message_of(record)[:2] != [uniform_id, sequence]:
             self._wrong(record, "its headers tell other numbers than its frame")
         content.frames.append((offset, frame))
         content.walk.add(length)

@@ -17,8 +17,7 @@ namespace {
 
 using Headers = std::vector<std::pair<std::string, std::string>>;
 
-const Headers MESSAGE = {{"Tabulo-Table", "orders"}, {"Tabulo-Incarnation", "2"}, {"Tabulo-Offset", "171"},
-                         {"Tabulo-Uid", "-5"},       {"Tabulo-Seq", "7"},         {"Tabulo-Time", "9"}};
+const Headers MESSAGE = {{"Tabulo-Table", "orders"}, {"Tabulo-Place", "2/171"}, {"Tabulo-Message", "-5/7/9"}};
 
 Stored stored(const std::string& subject, Headers headers, std::size_t size = 10) {
     return {.sequence = 4, .subject = subject, .headers = std::move(headers), .payload = std::vector<std::byte>(size)};
@@ -69,6 +68,8 @@ TEST(StoredRecord, OfAMessageHasWhatItsHeadersSay) {
     EXPECT_EQ(record.incarnation, 2);
     EXPECT_EQ(record.offset, 171);
     EXPECT_EQ(record.uniformId, -5);
+    EXPECT_EQ(record.seqNum, 7);
+    EXPECT_EQ(record.time, 9);
     EXPECT_EQ(record.whole, 10);
     EXPECT_TRUE(record.isLastPart());
 }
@@ -82,12 +83,16 @@ TEST(StoredRecord, IsRefusedWithASentenceWhenAHeaderIsMissing) {
 }
 
 TEST(StoredRecord, IsRefusedForNumbersThatCannotBe) {
-    for (const auto& [name, value] : Headers{{"Tabulo-Offset", "-1"},
-                                             {"Tabulo-Offset", "9223372036854775808"},
-                                             {"Tabulo-Offset", "1 "},
-                                             {"Tabulo-Incarnation", "0"},
-                                             {"Tabulo-Uid", "2147483648"},
-                                             {"Tabulo-Time", ""},
+    for (const auto& [name, value] : Headers{{"Tabulo-Place", "2/-1"},
+                                             {"Tabulo-Place", "2/9223372036854775808"},
+                                             {"Tabulo-Place", "2/1 "},
+                                             {"Tabulo-Place", "0/171"},
+                                             {"Tabulo-Place", "171"},
+                                             {"Tabulo-Place", "2/171/3"},
+                                             {"Tabulo-Message", "2147483648/7/9"},
+                                             {"Tabulo-Message", "-5/7/"},
+                                             {"Tabulo-Message", "-5//9"},
+                                             {"Tabulo-Message", ""},
                                              {"Tabulo-Part", "0/5"},
                                              {"Tabulo-Part", "-1/20"},
                                              {"Tabulo-Part", "11/20"},
