@@ -13,6 +13,7 @@ setup_packages=(
     libcli11-dev libfmt-dev rapidjson-dev libpugixml-dev libhowardhinnant-date-dev tzdata
     libsqlite3-dev libedit-dev sqlite3
     libnats-dev nats-server openssl
+    libquickfix-dev
 )
 # What looks at the code, for the tests about the tree.
 setup_tree_packages=(clang-tidy)

@@ -11,8 +11,8 @@ namespace tabulo {
 namespace quickfix {
 
 // Makes logs that store what is received, and what is sent without having been given to the store (resent messages, gap
-// fills), in the table of the same session of `store`. Everything goes on to the logs of another factory as well, when one
-// is given; events, clear, backup and the global log go there alone.
+// fills), in the table of the same session of `store`. Everything goes on to the logs of another factory as well, when
+// one is given; events, clear, backup and the global log go there alone.
 //
 // A log never throws. When a received message cannot be stored, the session's next store operation throws
 // FIX::IOException, so that the engine disconnects before it has counted that message.

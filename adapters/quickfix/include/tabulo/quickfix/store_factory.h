@@ -13,15 +13,17 @@ class Tables;
 
 // Makes the stores of an engine's sessions, one message table and one session info table each, in the folder that the
 // setting TabuloStorePath names (it is made when it is missing). A table is opened by one factory at a time, in any
-// process: create throws FIX::ConfigError for a session whose table another one has, and for settings that mean nothing.
+// process: create throws FIX::ConfigError for a session whose table another one has, and for settings that mean
+// nothing.
 //
 // Settings of a session, or of all of them under [DEFAULT]:
 //   TabuloStorePath      the folder; required
 //   TabuloStringFields   tags, by number or name, with commas: texts to index (11, 37, 41, 55, 1 when it is left out)
 //   TabuloNumericFields  the same for numbers (38, 44)
 //   TabuloLogHeartbeats  Y or N: received heartbeats are kept too (N)
-//   TabuloSync           off, always, every N (messages), every Ts (seconds): when writes are committed to the disk (off)
-//   TabuloRoll           none, or keep N: at a session reset the table is put aside under its creation time and a new one
+//   TabuloSync           off, always, every N (messages), every Ts (seconds): when writes are committed to the disk
+//   (off) TabuloRoll           none, or keep N: at a session reset the table is put aside under its creation time and a
+//   new one
 //                        begun; the newest N of those stay (none)
 //
 // The factory outlives its stores. Any number of threads.

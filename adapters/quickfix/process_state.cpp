@@ -1,0 +1,95 @@
+#include "adapters/quickfix/process_state.h"
+
+#include <algorithm>
+#include <atomic>
+#include <limits>
+#include <mutex>
+#include <optional>
+#include <set>
+#include <tuple>
+
+#include "adapters/quickfix/session_store.h"
+#include "tabulo/error.h"
+#include "tabulo/table_info.h"
+#include "tabulo/writer.h"
+
+namespace tabulo::quickfix {
+
+namespace {
+
+struct Shared {
+    std::mutex mutex;
+    std::set<std::filesystem::path> folders;
+    std::optional<SyncSetting> sync;
+    std::atomic<std::int64_t> newestId{0};
+};
+
+Shared& shared() {
+    static Shared state;
+    return state;
+}
+
+std::int64_t newestIdIn(const std::filesystem::path& folder) {
+    std::int64_t newest = 0;
+    for (const auto& entry : std::filesystem::directory_iterator(folder)) {
+        if (!entry.is_regular_file()) {
+            continue;
+        }
+        try {
+            newest = std::max<std::int64_t>(newest, inspect(entry.path()).lastUniformId.value_or(0));
+        } catch (const Error&) {
+            continue;  // no table
+        }
+    }
+    return newest;
+}
+
+SyncPolicy policyOf(const SyncSetting& sync) {
+    if (sync.isAlways) {
+        return SyncPolicy::always();
+    }
+    if (sync.messages > 0) {
+        return SyncPolicy::after(sync.messages);
+    }
+    return sync.seconds > 0 ? SyncPolicy::every(std::chrono::seconds(sync.seconds)) : SyncPolicy::off();
+}
+
+auto fieldsOf(const SyncSetting& sync) {
+    return std::tie(sync.isAlways, sync.messages, sync.seconds);
+}
+
+}  // namespace
+
+void startUniformIdsAbove(const std::filesystem::path& folder) {
+    Shared& state = shared();
+    const std::scoped_lock lock(state.mutex);
+    if (!state.folders.insert(std::filesystem::canonical(folder)).second) {
+        return;
+    }
+    const std::int64_t newest = newestIdIn(folder);
+    std::int64_t known = state.newestId;
+    while (known < newest && !state.newestId.compare_exchange_weak(known, newest)) {
+    }
+}
+
+std::int32_t nextUniformId() {
+    const std::int64_t id = ++shared().newestId;
+    if (id > std::numeric_limits<std::int32_t>::max()) {
+        throw StoreFailure("all uniform ids are used up: move the tables to another folder and begin anew");
+    }
+    return static_cast<std::int32_t>(id);
+}
+
+void shareSync(const SyncSetting& sync) {
+    Shared& state = shared();
+    const std::scoped_lock lock(state.mutex);
+    if (state.sync.has_value() && fieldsOf(*state.sync) != fieldsOf(sync)) {
+        throw StoreFailure("TabuloSync holds for the whole process, and another session asks for something else");
+    }
+    if (!state.sync.has_value()) {
+        setSyncPolicy(policyOf(sync));
+        state.sync = sync;
+    }
+}
+
+}  // namespace tabulo::quickfix
