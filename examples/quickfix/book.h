@@ -1,4 +1,5 @@
-// The things that an application has counted, one a line in a file, so that it still knows them when it comes back. C++14.
+// The things that an application has counted, one a line in a file, so that it still knows them when it comes back.
+// C++14.
 #pragma once
 
 #include <fstream>

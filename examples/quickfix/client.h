@@ -34,8 +34,9 @@ class Client : public FIX::NullApplication {
         return order;
     }
 
-    void fromApp(const FIX::Message& message, const FIX::SessionID&)
-        throw(FIX::FieldNotFound, FIX::IncorrectDataFormat, FIX::IncorrectTagValue, FIX::UnsupportedMessageType) override {
+    void fromApp(const FIX::Message& message, const FIX::SessionID&) throw(FIX::FieldNotFound, FIX::IncorrectDataFormat,
+                                                                           FIX::IncorrectTagValue,
+                                                                           FIX::UnsupportedMessageType) override {
         if (message.getHeader().getField(FIX::FIELD::MsgType) == "8") {
             reports_.add(message.getField(FIX::FIELD::ExecID));
         }

@@ -10,15 +10,16 @@
 #include "examples/quickfix/sent_messages.h"
 
 // Counts each order once, and answers it with a report that it is new and one that it is filled. An order that comes
-// again (the process was killed before the engine had counted the message) is dropped, but for the reports that are still
-// missing in the store.
+// again (the process was killed before the engine had counted the message) is dropped, but for the reports that are
+// still missing in the store.
 class Exchange : public FIX::NullApplication {
   public:
     // `folder` is the TabuloStorePath, `book` a file of the ClOrdIDs that were counted.
     Exchange(const std::string& folder, const std::string& book) : sent_(folder), orders_(book) {}
 
-    void fromApp(const FIX::Message& message, const FIX::SessionID& session)
-        throw(FIX::FieldNotFound, FIX::IncorrectDataFormat, FIX::IncorrectTagValue, FIX::UnsupportedMessageType) override {
+    void fromApp(const FIX::Message& message,
+                 const FIX::SessionID& session) throw(FIX::FieldNotFound, FIX::IncorrectDataFormat,
+                                                      FIX::IncorrectTagValue, FIX::UnsupportedMessageType) override {
         if (message.getHeader().getField(FIX::FIELD::MsgType) != "D") {
             throw FIX::UnsupportedMessageType();
         }

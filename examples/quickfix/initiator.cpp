@@ -21,7 +21,8 @@ int main(int count, char** arguments) {
     try {
         const FIX::SessionSettings settings(arguments[1]);
         const FIX::Dictionary& shared = settings.get();
-        Client client(shared.getString("TabuloStorePath"), shared.getString("OrderBook"), shared.getString("ReportBook"));
+        Client client(shared.getString("TabuloStorePath"), shared.getString("OrderBook"),
+                      shared.getString("ReportBook"));
         tabulo::quickfix::TabuloStoreFactory stores(settings);  // was FIX::FileStoreFactory stores(settings);
         tabulo::quickfix::TabuloLogFactory logs(stores);        // was FIX::FileLogFactory logs(settings);
         FIX::SocketInitiator initiator(client, stores, settings, logs);

@@ -27,11 +27,14 @@ bool SentMessages::has(const std::string& sender, const std::string& target, con
             }
             tabulo::Reader table(entry.path());
             tabulo::Query query;
-            query.classes({tabulo::MessageClass::appTo}).types({type}).text("ClOrdID", tabulo::TextCondition::anyOf({clOrdId}));
+            query.classes({tabulo::MessageClass::appTo})
+                .types({type})
+                .text("ClOrdID", tabulo::TextCondition::anyOf({clOrdId}));
             auto messages = table.messages(query);
             for (const tabulo::MessageView& message : messages) {
                 const std::string_view wire = message.wire().value_or("");
-                if (hasField(wire, 49, sender) && hasField(wire, 56, target) && (execId.empty() || hasField(wire, 17, execId))) {
+                if (hasField(wire, 49, sender) && hasField(wire, 56, target) &&
+                    (execId.empty() || hasField(wire, 17, execId))) {
                     return true;
                 }
             }

@@ -1,10 +1,11 @@
-// An engine that tests start, tell what to do and kill: the example's exchange or client on the store that is asked for.
+// An engine that tests start, tell what to do and kill: the example's exchange or client on the store that is asked
+// for.
 //
 //   engine_program exchange|client <settings> tabulo|file|memory <folder>
 //
 // <folder> holds the tables or the file store's files in <folder>/store, the application's books and, in
-// <folder>/deliveries, a line for each message that the application was given: ClOrdID or ExecID, sequence number, PossDup.
-// Commands come from standard input, one a line, and are answered on standard output:
+// <folder>/deliveries, a line for each message that the application was given: ClOrdID or ExecID, sequence number,
+// PossDup. Commands come from standard input, one a line, and are answered on standard output:
 //   numbers            "numbers <next sender> <next target>" for each session in the order of their ids
 //   sender N, target N set the next number of every session
 //   send N             gives N orders to each session; "sent N"
@@ -30,9 +31,9 @@
 
 #include <quickfix/FileStore.h>
 #include <quickfix/SocketAcceptor.h>
+#include <quickfix/SocketInitiator.h>
 #include <quickfix/ThreadedSocketAcceptor.h>
 #include <quickfix/ThreadedSocketInitiator.h>
-#include <quickfix/SocketInitiator.h>
 
 #include "examples/quickfix/client.h"
 #include "examples/quickfix/exchange.h"
@@ -74,8 +75,9 @@ class Recorded : public Application {
     explicit Recorded(const std::string& deliveries, const Arguments&... arguments)
         : Application(arguments...), deliveries_(deliveries) {}
 
-    void fromApp(const FIX::Message& message, const FIX::SessionID& session)
-        throw(FIX::FieldNotFound, FIX::IncorrectDataFormat, FIX::IncorrectTagValue, FIX::UnsupportedMessageType) override {
+    void fromApp(const FIX::Message& message,
+                 const FIX::SessionID& session) throw(FIX::FieldNotFound, FIX::IncorrectDataFormat,
+                                                      FIX::IncorrectTagValue, FIX::UnsupportedMessageType) override {
         deliveries_.add(message);
         Application::fromApp(message, session);
     }
@@ -106,8 +108,9 @@ class Applications : public FIX::NullApplication {
     void onLogon(const FIX::SessionID& session) override { tell("on " + session.toString()); }
     void onLogout(const FIX::SessionID& session) override { tell("off " + session.toString()); }
 
-    void fromApp(const FIX::Message& message, const FIX::SessionID& session)
-        throw(FIX::FieldNotFound, FIX::IncorrectDataFormat, FIX::IncorrectTagValue, FIX::UnsupportedMessageType) override {
+    void fromApp(const FIX::Message& message,
+                 const FIX::SessionID& session) throw(FIX::FieldNotFound, FIX::IncorrectDataFormat,
+                                                      FIX::IncorrectTagValue, FIX::UnsupportedMessageType) override {
         if (clients_.count(session) != 0) {
             clients_.at(session)->fromApp(message, session);
         } else {
@@ -226,13 +229,12 @@ void followAll(Engine engine) {
 }
 
 template <typename Connection>
-void run(bool exchange, const FIX::SessionSettings& settings, const std::string& folder, FIX::MessageStoreFactory& stores,
-         FIX::LogFactory* logs) {
+void run(bool exchange, const FIX::SessionSettings& settings, const std::string& folder,
+         FIX::MessageStoreFactory& stores, FIX::LogFactory* logs) {
     const std::set<FIX::SessionID> sessions = settings.getSessions();
     Applications applications(exchange, folder, sessions);
-    std::unique_ptr<Connection> connection(logs != nullptr
-                                               ? new Connection(applications, stores, settings, *logs)
-                                               : new Connection(applications, stores, settings));
+    std::unique_ptr<Connection> connection(logs != nullptr ? new Connection(applications, stores, settings, *logs)
+                                                           : new Connection(applications, stores, settings));
     if (!exchange) {
         for (const FIX::SessionID& session : sessions) {
             applications.client(session).sendUnsent(session);

@@ -56,6 +56,9 @@ class Counterparty:
         self._socket = connection
         self._rest = ""
 
+    def connected(self):
+        return self._socket is not None
+
     def close(self):
         if self._socket:
             self._socket.close()

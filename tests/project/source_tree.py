@@ -22,7 +22,7 @@ AREAS = {
     "examples": ("examples", ["tabulo"]),
     "benchmarks": ("benchmarks", [*_WHOLE_LIBRARY, "api", "tabulo", "jni", "tests"]),
     "fuzz": ("fuzz", [*_WHOLE_LIBRARY, "api", "tabulo", "tests"]),
-    "tests": ("tests", [*_WHOLE_LIBRARY, "api", "tabulo", "jni", "tool", "adapters"]),
+    "tests": ("tests", [*_WHOLE_LIBRARY, "api", "tabulo", "jni", "tool", "adapters", "examples"]),
 }
 
 # The areas that depend on the C++ library alone (java/jni besides on jni.h).
