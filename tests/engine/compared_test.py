@@ -244,6 +244,7 @@ class ComparedTest(EngineTest):
                     side.use(listener.accept()[0])
                     side.until("A")
                     side.logon()
+                    engine.told_line("on", count=2 if connection == "two" else 1)
                     engine.command("send 5", "sent")
                     side.settle(f"{part} orders, connection {connection}")
                     side.ask(1, 0)
