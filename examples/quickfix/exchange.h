@@ -53,6 +53,10 @@ class Exchange : public FIX::NullApplication {
         report.setField(FIX::FIELD::Symbol, order.getField(FIX::FIELD::Symbol));
         report.setField(FIX::FIELD::Side, order.getField(FIX::FIELD::Side));
         report.setField(FIX::FIELD::OrderQty, quantity);
+        if (filled) {
+            report.setField(FIX::FIELD::LastQty, quantity);
+            report.setField(FIX::FIELD::LastPx, order.getField(FIX::FIELD::Price));
+        }
         report.setField(FIX::FIELD::LeavesQty, filled ? "0" : quantity);
         report.setField(FIX::FIELD::CumQty, filled ? quantity : "0");
         report.setField(FIX::FIELD::AvgPx, filled ? order.getField(FIX::FIELD::Price) : "0");

@@ -10,6 +10,7 @@ import unittest
 
 sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "cluster"))
 
+import table_file  # noqa: E402, F401  (for tests; stands in the folder named above)
 from processes import Process, free_ports, wait_until  # noqa: E402  (stands in the folder named above)
 
 # BeginString, and what else a session of that version is set with.

@@ -6,10 +6,11 @@ import random
 import time
 import unittest
 
-import table_file
-from engine import VERSIONS, Engine, EngineTest, effort, wait_until
+from engine import VERSIONS, Engine, EngineTest, effort, table_file, wait_until
 
 ROUNDS = 10 if effort() == 1 else 10 * effort()
+# The tags of the session table's next numbers.
+SENDER, TARGET = 1, 2
 RATE = 1700  # orders a second, each of three messages: itself and two reports
 
 
@@ -117,7 +118,8 @@ class KilledTest(EngineTest):
         sessions = [os.path.join(engine.store, name) for name in os.listdir(engine.store)
                     if b"SessionInfoTable" in table_file.read(os.path.join(engine.store, name))[:40]]
         self.assertEqual(len(sessions), 1)
-        found["next"] = self.next_numbers(sessions[0])
+        values = table_file.session_values(sessions[0])
+        found["next"] = (values[SENDER], values[TARGET])
         self.assertEqual(given, set(range(1, found["next"][0])), self.says(f"the {role}'s table lacks sent messages"))
         return found
 

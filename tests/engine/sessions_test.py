@@ -182,7 +182,7 @@ class TablesOfARunningEngineTest(EngineTest):
         client.process.tell("flow 500")
         wait_until(lambda: len(client.lines("reports")) > 200, 30, "reports come")
         order = client.lines("orders")[20]
-        self.assertIn(f"{order}-fill", self.tabulo("order", "-o", "ndjson", order, table))
+        self.assertIn('"statusName":"Filled"', self.tabulo("order", "-o", "ndjson", order, table))
         counted = self.tabulo("sql", "SELECT count(*) FROM messages WHERE type = 'D'", table)
         self.assertGreater(int("".join(character for character in counted if character.isdigit())), 20)
         for _ in range(5):
