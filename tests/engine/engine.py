@@ -53,10 +53,12 @@ class Engine:
         with open(self._settings, "w", encoding="utf-8") as file:
             file.write("\n".join(lines) + "\n")
 
-    def start(self):
+    def start(self, sets=0, targets=0):
+        """With numbers it kills itself: behind so many stored messages, or before so many received ones are counted."""
         self.process = self._test.start(self.role, [
-            os.environ["TABULO_ENGINE"], self.role, self._settings, self._store, self.folder])
-        self.told_line("created")
+            os.environ["TABULO_ENGINE"], self.role, self._settings, self._store, self.folder, str(sets), str(targets)])
+        if not sets and not targets:  # else it may have died before
+            self.told_line("created")
 
     def told(self, beginning):
         return [line for line in self.process.out().splitlines() if line.startswith(beginning)]

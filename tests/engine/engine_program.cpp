@@ -1,7 +1,7 @@
 // An engine that tests start, tell what to do and kill: the example's exchange or client on the store that is asked
 // for.
 //
-//   engine_program exchange|client <settings> tabulo|file|memory <folder>
+//   engine_program exchange|client <settings> tabulo|file|memory <folder> [<sets> <targets>]
 //
 // <folder> holds the tables or the file store's files in <folder>/store, the application's books and, in
 // <folder>/deliveries, a line for each message that the application was given: ClOrdID or ExecID, sequence number,
@@ -12,7 +12,8 @@
 //   flow N             sends about N orders a second in each session, from a thread for each, until "hold" ("held")
 //   logout, logon      of every session
 //   quit               ends (the end of the input does too); with logouts
-// Unasked it tells "created", "on <session>" and "off <session>".
+// The last two arguments are when it kills itself, as Death says. Unasked it tells "created", "on <session>" and "off
+// <session>".
 #include <unistd.h>
 
 #include <atomic>
@@ -39,6 +40,7 @@
 #include "examples/quickfix/exchange.h"
 #include "tabulo/quickfix/log_factory.h"
 #include "tabulo/quickfix/store_factory.h"
+#include "tests/engine/dying_store.h"
 
 namespace {
 
@@ -264,8 +266,9 @@ void runOn(FIX::MessageStoreFactory& stores, FIX::LogFactory* logs, bool exchang
 }  // namespace
 
 int main(int count, char** arguments) {
-    if (count != 5) {
-        std::cerr << "usage: " << arguments[0] << " exchange|client <settings> tabulo|file|memory <folder>\n";
+    if (count != 5 && count != 7) {
+        std::cerr << "usage: " << arguments[0]
+                  << " exchange|client <settings> tabulo|file|memory <folder> [<sets> <targets>]\n";
         return 2;
     }
     try {
@@ -276,7 +279,13 @@ int main(int count, char** arguments) {
         if (kind == "tabulo") {
             tabulo::quickfix::TabuloStoreFactory stores(settings);
             tabulo::quickfix::TabuloLogFactory logs(stores);
-            runOn(stores, &logs, exchange, settings, folder);
+            Death death;
+            if (count == 7) {
+                death.afterSets = std::stoi(arguments[5]);
+                death.beforeTargets = std::stoi(arguments[6]);
+            }
+            DyingStoreFactory dying(stores, death);
+            runOn(dying, &logs, exchange, settings, folder);
         } else if (kind == "file") {
             FIX::FileStoreFactory stores(settings);
             runOn(stores, nullptr, exchange, settings, folder);

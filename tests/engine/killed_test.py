@@ -36,10 +36,14 @@ class KilledTest(EngineTest):
         for _ in range(ROUNDS):
             if self.random.random() < 0.7:  # else also while they find together, or resend
                 wait_until(lambda: self.counts(sides["client"].told("on"), 1), 60, self.says("the engines log on again"))
-            time.sleep(self.random.uniform(0.05, 1.5))
             killed = self.random.choice(sorted(sides))
             kills[killed] += 1
-            sides[killed].kill()
+            if self.random.random() < 0.3:
+                self.die_inside(sides[killed])
+                kills[killed] += 1
+            else:
+                time.sleep(self.random.uniform(0.05, 1.5))
+                sides[killed].kill()
             time.sleep(self.random.choice([0, self.random.uniform(0, 0.5)]))
             sides[killed].start()
             if killed == "client":
@@ -61,7 +65,19 @@ class KilledTest(EngineTest):
         return len(lines) >= least
 
     def go_on(self, client):
-        client.process.tell(f"flow {RATE}")
+        try:
+            client.process.tell(f"flow {RATE}")
+        except BrokenPipeError:
+            pass  # it has died already
+
+    def die_inside(self, engine):
+        """Starts an engine again that dies between storing or handing over a message and counting it."""
+        engine.kill()
+        moment = self.random.choice(["sets", "targets"])
+        engine.start(**{moment: self.random.randrange(3, 1500)})
+        if engine.role == "client":
+            self.go_on(engine)
+        wait_until(lambda: not engine.process.runs(), 60, self.says(f"the {engine.role} dies by its {moment}"))
 
     def agree(self, sides):
         """Waits until what one side has sent is what the other one expects next."""
