@@ -2,36 +2,12 @@
 
 import json
 import os
-import random
 import signal
-import socket
 import urllib.error
 import urllib.request
 
 from nats_client import NatsClient, NatsError
-from processes import Process, wait_until
-
-
-def free_ports(count):
-    """Ports that nobody listens at, below those that the system gives to outgoing connections, so that they stay free while a
-    server is down."""
-    found = []
-    sockets = []
-    try:
-        while len(found) < count:
-            port = random.SystemRandom().randrange(10000, 32000)
-            probe = socket.socket()
-            try:
-                probe.bind(("127.0.0.1", port))
-            except OSError:
-                probe.close()
-                continue
-            sockets.append(probe)
-            found.append(port)
-    finally:
-        for probe in sockets:
-            probe.close()
-    return found
+from processes import Process, free_ports, wait_until
 
 
 class Node:

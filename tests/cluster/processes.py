@@ -2,7 +2,9 @@
 
 import ctypes
 import os
+import random
 import signal
+import socket
 import subprocess
 import time
 
@@ -22,12 +24,35 @@ def wait_until(condition, seconds, what, pause=0.05):
         time.sleep(pause)
 
 
+def free_ports(count):
+    """Ports that nobody listens at, below those that the system gives to outgoing connections, so that they stay free while a
+    server is down."""
+    found = []
+    sockets = []
+    try:
+        while len(found) < count:
+            port = random.SystemRandom().randrange(10000, 32000)
+            probe = socket.socket()
+            try:
+                probe.bind(("127.0.0.1", port))
+            except OSError:
+                probe.close()
+                continue
+            sockets.append(probe)
+            found.append(port)
+    finally:
+        for probe in sockets:
+            probe.close()
+    return found
+
+
 class Process:
-    """A process with its output in files. To be made by the main thread: the process ends with the thread that has made it."""
+    """A process with its output in files. To be made by the main thread: the process ends with the thread that has made it.
+    One that is commanded takes lines with tell; others have nothing to read."""
 
     _count = 0
 
-    def __init__(self, command, folder, name, environment=None, before=None):
+    def __init__(self, command, folder, name, environment=None, before=None, commanded=False):
         Process._count += 1
         self.name = name
         self.command = command
@@ -42,8 +67,8 @@ class Process:
                 before()
 
         with open(self._path + ".out", "wb") as out, open(self._path + ".err", "wb") as err:
-            self._process = subprocess.Popen(command, stdin=subprocess.DEVNULL, stdout=out, stderr=err, preexec_fn=in_child,
-                                             env={**os.environ, **(environment or {})})
+            self._process = subprocess.Popen(command, stdin=subprocess.PIPE if commanded else subprocess.DEVNULL, stdout=out,
+                                             stderr=err, preexec_fn=in_child, env={**os.environ, **(environment or {})})
 
     @property
     def pid(self):
@@ -69,6 +94,10 @@ class Process:
             self.kill()
             raise AssertionError(f"{self.name} has not ended after {seconds} s; it has told:\n{told}") from None
 
+    def tell(self, line):
+        self._process.stdin.write(line.encode() + b"\n")
+        self._process.stdin.flush()
+
     def stop(self, seconds=30):
         """Asks it to end, and returns its status."""
         self.signal(signal.SIGTERM)
@@ -77,6 +106,11 @@ class Process:
     def kill(self):
         if self.runs():
             self._process.kill()
+        if self._process.stdin:
+            try:
+                self._process.stdin.close()
+            except BrokenPipeError:
+                pass
         return self._process.wait()
 
     def out(self):

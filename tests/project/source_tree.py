@@ -19,10 +19,10 @@ AREAS = {
     "java/jni": ("jni", _WHOLE_LIBRARY),
     "adapters": ("adapters", ["tabulo"]),
     "tool": ("tool", ["adapters", "tabulo"]),
-    "examples": ("examples", ["tabulo"]),
+    "examples": ("examples", ["adapters", "tabulo"]),
     "benchmarks": ("benchmarks", [*_WHOLE_LIBRARY, "api", "tabulo", "jni", "tests"]),
     "fuzz": ("fuzz", [*_WHOLE_LIBRARY, "api", "tabulo", "tests"]),
-    "tests": ("tests", [*_WHOLE_LIBRARY, "api", "tabulo", "jni", "tool", "adapters"]),
+    "tests": ("tests", [*_WHOLE_LIBRARY, "api", "tabulo", "jni", "tool", "adapters", "examples"]),
 }
 
 # The areas that depend on the C++ library alone (java/jni besides on jni.h).
@@ -30,6 +30,9 @@ LIBRARY_AREAS = [area for area in AREAS if area.startswith(("include/", "src/", 
 
 CPP_SUFFIXES = (".h", ".cpp")
 CODE_SUFFIXES = CPP_SUFFIXES + (".java", ".py", ".sh", ".cmake", "CMakeLists.txt", "/check", "/demo", "/bench", "/package", "/run")
+
+# What programs include of an adapter: how such an include begins, and where the files stand.
+_ADAPTER_HEADERS = {"tabulo/quickfix/": ("adapters", "adapters/quickfix/include/")}
 
 _SKIPPED_FOLDERS = {"build", "__pycache__"}
 _INCLUDE = re.compile(r'^\s*#\s*include\s*([<"])([^>"]*)[>"]')
@@ -70,10 +73,16 @@ def area(path):
 
 def area_of_include(name):
     """The area whose files are included by such a name, or nothing."""
+    for beginning, (adapter, _) in _ADAPTER_HEADERS.items():
+        if name.startswith(beginning):
+            return adapter
     first = name.split("/", 1)[0] if "/" in name else ""
     return next((area for area, (prefix, _) in AREAS.items() if prefix == first), "")
 
 
 def included_path(name):
     """The path of an included file of the tree: "core/log.h" is src/core/log.h."""
+    for beginning, (_, folder) in _ADAPTER_HEADERS.items():
+        if name.startswith(beginning):
+            return folder + name
     return area_of_include(name) + "/" + name.split("/", 1)[1]
