@@ -1,5 +1,5 @@
 # What cmake --install puts where, and the Debian package of the same: the library for C++ with what finds it, the command with
-# its page and completions, the SQLite extension, the jar. Parts that are not built are left out.
+# its page and completions, the SQLite extension, the store for QuickFIX, the jar. Parts that are not built are left out.
 include(GNUInstallDirs)
 include(CMakePackageConfigHelpers)
 
@@ -35,6 +35,14 @@ if(TARGET tabulo_sqlite)
     install(TARGETS tabulo_sqlite LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
 endif()
 
+# A component of its own: find_package(tabulo COMPONENTS quickfix).
+if(TARGET tabulo_quickfix)
+    install(TARGETS tabulo_quickfix EXPORT tabuloQuickfix ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR})
+    install(DIRECTORY ${PROJECT_SOURCE_DIR}/adapters/quickfix/include/tabulo DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}
+        FILES_MATCHING PATTERN "*.h")
+    install(EXPORT tabuloQuickfix NAMESPACE tabulo:: FILE tabuloQuickfixTargets.cmake DESTINATION ${package_directory})
+endif()
+
 if(TARGET tabulo_packaged_jar)
     install(FILES ${TABULO_PACKAGED_JAR} DESTINATION ${CMAKE_INSTALL_DATADIR}/java)
     install(CODE "
@@ -44,7 +52,7 @@ endif()
 
 # All of that without the tests, for who builds it to install or to pack it.
 add_custom_target(tabulo_installed DEPENDS tabulo_api)
-foreach(part tabulo_manual tabulo_sqlite tabulo_packaged_jar)
+foreach(part tabulo_manual tabulo_sqlite tabulo_quickfix tabulo_packaged_jar)
     if(TARGET ${part})
         add_dependencies(tabulo_installed ${part})
     endif()

@@ -237,7 +237,7 @@ void run(bool exchange, const FIX::SessionSettings& settings, const std::string&
     Applications applications(exchange, folder, sessions);
     std::unique_ptr<Connection> connection(logs != nullptr ? new Connection(applications, stores, settings, *logs)
                                                            : new Connection(applications, stores, settings));
-    if (!exchange) {
+    if (!exchange && logs != nullptr) {  // the other stores cannot be asked what they hold
         for (const FIX::SessionID& session : sessions) {
             applications.client(session).sendUnsent(session);
         }

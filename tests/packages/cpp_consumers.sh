@@ -20,6 +20,13 @@ fetch_consumer() {
 }
 prove "FetchContent in CMake finds the target" 'tabulo_api: ' fetch_consumer
 
+engine_consumer() {
+    cmake -S "$here/quickfix" -B "$work/cpp_quickfix" -G Ninja -D CMAKE_BUILD_TYPE=Release -D CMAKE_PREFIX_PATH="$prefix" &&
+        cmake --build "$work/cpp_quickfix" -- --quiet && "$work/cpp_quickfix/engine" "$work/engine_tables" &&
+        "$prefix/bin/tabulo" cat "$work/engine_tables/FIX.4.4-CLIENT-EXCHANGE"
+}
+prove "find_package of the store for QuickFIX" '35=D.11=ORDER-1' engine_consumer
+
 pkgconfig_consumer() {
     local flags
     read -ra flags < <(PKG_CONFIG_PATH="$prefix/lib/pkgconfig" pkg-config --cflags --libs tabulo) &&
