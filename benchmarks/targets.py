@@ -209,6 +209,45 @@ def sql_rows(results):
                   results.median("sql", "tabulo-indexed", "join"), " ms")
 
 
+def shipping_rows(results):
+    for replicas in (1, 3):
+        subject = f"tabulo, replicas {replicas}"
+        where = f"with replicas {replicas}"
+        yield at_least(f"shipping {where}: of libnats' own publishing", 0.7,
+                       ratio(results, "shipping", "publish", subject, f"libnats, replicas {replicas}"))
+        yield at_least(f"receiving {where}: of the shipping rate", 1, _receiving(results, subject))
+        for who in ("shipper", "receiver"):
+            yield at_most(f"shipping {where}: memory of the {who}", 64,
+                          results.median("shipping", subject, f"memory of the {who}"), " MiB")
+        yield at_most(f"shipping {where}, 10,000/s: from the append to the copy, median", 5,
+                      results.median("shipping", subject, "delay, median"), " ms")
+        yield at_most(f"shipping {where}, 10,000/s: from the append to the copy, 99 %", 50,
+                      results.median("shipping", subject, "delay, 99 %"), " ms")
+    yield shown("append, beside a shipper of the table: of the rate alone",
+                ratio(results, "shipping", "append", "engine beside a shipper", "engine"))
+
+
+def _receiving(results, subject):
+    pairs = list(zip(results.values("shipping", subject, "receive"), results.values("shipping", subject, "publish")))
+    return Turns(a / b for a, b in pairs) if pairs else None
+
+
+def engine_rows(results):
+    def beside(metric, first, second):
+        return ratio(results, "engine", metric, first, second)
+    count = text(results.median("engine", "setting", "messages") or 0)
+    yield at_least("the store for QuickFIX, set: times the engine's file store", 3, beside("set", "tabulo", "file store"))
+    yield shown("the store for QuickFIX, set and count: times the engine's file store",
+                beside("set and count", "tabulo", "file store"))
+    yield at_least(f"the store for QuickFIX, start with {count} messages: the file store takes so many times as long", 50,
+                   beside("start", "file store", "tabulo"))
+    yield at_least(f"the store for QuickFIX, 1,000 of {count}: the file store takes so many times as long", 1,
+                   beside("get", "file store", "tabulo"))
+    yield shown(f"the store for QuickFIX, the first get behind a start, of 1,000 of {count}",
+                results.median("engine", "tabulo", "first get"), " ms")
+    yield shown("the store for QuickFIX: memory", results.median("engine", "tabulo", "memory"), " MiB")
+
+
 def rows(results):
     yield from append_rows(results)
     yield from read_rows(results)
@@ -217,3 +256,5 @@ def rows(results):
     yield from delay_rows(results)
     yield from command_rows(results)
     yield from sql_rows(results)
+    yield from shipping_rows(results)
+    yield from engine_rows(results)

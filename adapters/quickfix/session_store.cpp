@@ -240,15 +240,24 @@ void SessionStore::get(int first, int last, std::vector<std::string>* messages) 
         if (first > last) {
             return;
         }
-        std::map<int, std::string> found;
+        std::vector<int> numbers;  // of the messages found, mostly ascending
+        bool isAscending = true;
         Messages selected = state.reader->messages(
             Query().from(state.begun).classes({MessageClass::appTo, MessageClass::adminTo}).seqNums(first, last));
         while (const MessageView* message = selected.next()) {
-            found.insert_or_assign(found.end(), message->seqNum(), std::string(message->wire().value_or("")));
+            isAscending = isAscending && (numbers.empty() || message->seqNum() > numbers.back());
+            numbers.push_back(message->seqNum());
+            messages->emplace_back(message->wire().value_or(""));
         }
-        messages->reserve(found.size());
-        for (auto& [number, wire] : found) {
-            messages->push_back(std::move(wire));
+        if (!isAscending) {
+            std::map<int, std::string> newest;
+            for (std::size_t i = 0; i < numbers.size(); ++i) {
+                newest.insert_or_assign(numbers[i], std::move((*messages)[i]));
+            }
+            messages->clear();
+            for (auto& [number, wire] : newest) {
+                messages->push_back(std::move(wire));
+            }
         }
     });
 }

@@ -17,14 +17,15 @@ class Tables;
 // nothing.
 //
 // Settings of a session, or of all of them under [DEFAULT]:
+//
 //   TabuloStorePath      the folder; required
-//   TabuloStringFields   tags, by number or name, with commas: texts to index (11, 37, 41, 55, 1 when it is left out)
-//   TabuloNumericFields  the same for numbers (38, 44)
+//   TabuloStringFields   tags, by number or name, with commas: texts to index (11,41,37,55,1)
+//   TabuloNumericFields  the same for numbers (38,44)
 //   TabuloLogHeartbeats  Y or N: received heartbeats are kept too (N)
-//   TabuloSync           off, always, every N (messages), every Ts (seconds): when writes are committed to the disk
-//   (off) TabuloRoll           none, or keep N: at a session reset the table is put aside under its creation time and a
-//   new one
-//                        begun; the newest N of those stay (none)
+//   TabuloSync           when writes are committed to the disk; of the process, so that all sessions must say the
+//                        same: off, always, every N (messages), every Ns (seconds) (off)
+//   TabuloRoll           keep N: at a session reset the table is put aside as "<table>.<when it was begun>", of which
+//                        the newest N stay; none (none)
 //
 // The factory outlives its stores. Any number of threads.
 class TabuloStoreFactory : public FIX::MessageStoreFactory {
