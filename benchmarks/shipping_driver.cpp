@@ -128,28 +128,35 @@ double store(const char* path, std::int32_t count) {
 
 // From an append's return to the moment at which a follower of the copy has the message; both in this process.
 void delays(const char* path, const char* copy, std::int32_t rate, std::int32_t count) {
-    std::vector<std::atomic<std::int64_t>> stored(static_cast<std::size_t>(count) + 1);
+    std::vector<std::atomic<std::int64_t>> stored(static_cast<std::size_t>(count) + 2);
     const auto now = [] { return Clock::now().time_since_epoch().count(); };
     Engine engine(path);
-    std::thread storing([&] {
-        const auto begin = Clock::now();
-        for (std::int32_t id = 1; id <= count; ++id) {
-            std::this_thread::sleep_until(begin + std::chrono::nanoseconds(1'000'000'000LL * id / rate));
-            engine.store(id);
-            stored[static_cast<std::size_t>(id)] = now();
-        }
-    });
+    engine.store(1);  // by which shipper and receiver find each other
     while (!std::filesystem::exists(copy) || std::filesystem::file_size(copy) == 0) {
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
     }
     tabulo::Follower follower;
     follower.add(copy);
-    std::vector<double> found;
-    while (found.size() < static_cast<std::size_t>(count)) {
+    const auto next = [&] {
         const tabulo::FollowEvent event = follower.next(std::chrono::seconds(60));
         if (event.kind == tabulo::FollowEventKind::timedOut) {
             fail("the copy has nothing new for a minute");
         }
+        return event;
+    };
+    while (next().kind != tabulo::FollowEventKind::message) {
+    }
+    std::thread storing([&] {
+        const auto begin = Clock::now();
+        for (std::int32_t id = 2; id <= count + 1; ++id) {
+            std::this_thread::sleep_until(begin + std::chrono::nanoseconds(1'000'000'000LL * id / rate));
+            engine.store(id);
+            stored[static_cast<std::size_t>(id)] = now();
+        }
+    });
+    std::vector<double> found;
+    while (found.size() < static_cast<std::size_t>(count)) {
+        const tabulo::FollowEvent event = next();
         if (event.kind == tabulo::FollowEventKind::message) {
             const std::int64_t at = stored[static_cast<std::size_t>(event.message->uniformId())];
             found.push_back(std::max(0.0, static_cast<double>(now() - at) / 1e6));
@@ -157,7 +164,6 @@ void delays(const char* path, const char* copy, std::int32_t rate, std::int32_t 
     }
     storing.join();
     engine.close();
-    found.erase(found.begin(), found.begin() + count / 10);  // while shipper and receiver find each other
     std::sort(found.begin(), found.end());
     std::printf("%.3f %.3f\n", found[found.size() / 2], found[found.size() * 99 / 100]);
 }
