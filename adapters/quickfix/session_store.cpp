@@ -338,7 +338,7 @@ void SessionStore::refresh() {
 
 std::string SessionStore::received(const std::string& wire) noexcept {
     State& state = *state_;
-    const std::string failure = state.attempt([&] { state.append(wire, Way::received, std::nullopt); });
+    std::string failure = state.attempt([&] { state.append(wire, Way::received, std::nullopt); });
     if (!failure.empty()) {
         const std::scoped_lock lock(state.mutex);
         state.pending = failure;

@@ -33,7 +33,7 @@ std::shared_ptr<SessionStore> Tables::of(const FIX::SessionID& session) {
         texts.roll = settingOf(settings, "TabuloRoll");
         const SessionName name = {session.getBeginString().getString(), session.getSenderCompID().getString(),
                                   session.getTargetCompID().getString(), session.getSessionQualifier()};
-        const std::shared_ptr<SessionStore> made = std::make_shared<SessionStore>(storeSettingsOf(texts), name);
+        std::shared_ptr<SessionStore> made = std::make_shared<SessionStore>(storeSettingsOf(texts), name);
         known = made;
         return made;
     } catch (const std::exception& error) {

@@ -40,18 +40,14 @@ std::string_view typeIn(std::string_view text) {
 }
 
 std::vector<std::int32_t> tagsOf(const std::vector<IndexedField>& fields) {
-    std::vector<std::int32_t> tags;
-    for (const IndexedField& field : fields) {
-        tags.push_back(field.tag);
-    }
+    std::vector<std::int32_t> tags(fields.size());
+    std::transform(fields.begin(), fields.end(), tags.begin(), [](const IndexedField& field) { return field.tag; });
     return tags;
 }
 
 std::vector<std::string> namesOf(const std::vector<IndexedField>& fields) {
-    std::vector<std::string> names;
-    for (const IndexedField& field : fields) {
-        names.push_back(field.name);
-    }
+    std::vector<std::string> names(fields.size());
+    std::transform(fields.begin(), fields.end(), names.begin(), [](const IndexedField& field) { return field.name; });
     return names;
 }
 
