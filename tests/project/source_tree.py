@@ -20,7 +20,7 @@ AREAS = {
     "adapters": ("adapters", ["tabulo"]),
     "tool": ("tool", ["adapters", "tabulo"]),
     "examples": ("examples", ["adapters", "tabulo"]),
-    "benchmarks": ("benchmarks", [*_WHOLE_LIBRARY, "api", "tabulo", "jni", "tests"]),
+    "benchmarks": ("benchmarks", [*_WHOLE_LIBRARY, "api", "tabulo", "jni", "adapters", "tests"]),
     "fuzz": ("fuzz", [*_WHOLE_LIBRARY, "api", "tabulo", "tests"]),
     "tests": ("tests", [*_WHOLE_LIBRARY, "api", "tabulo", "jni", "tool", "adapters", "examples"]),
 }
