@@ -1,6 +1,5 @@
 #include "adapters/quickfix/engine_log.h"
 
-#include <exception>
 #include <utility>
 
 namespace tabulo {
@@ -16,7 +15,7 @@ void handOn(FIX::Log* others, const Operation& operation) {
     }
     try {
         operation();
-    } catch (const std::exception&) {
+    } catch (...) {
         return;  // there is nobody to tell but this log
     }
 }
@@ -37,7 +36,7 @@ void EngineLog::backup() {
 
 void EngineLog::tell(const char* what, const std::string& failure) {
     if (!failure.empty()) {
-        onEvent(what + failure);
+        handOn(others_, [&] { others_->onEvent(what + failure); });
     }
 }
 

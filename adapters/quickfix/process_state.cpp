@@ -5,7 +5,6 @@
 #include <limits>
 #include <mutex>
 #include <optional>
-#include <set>
 #include <tuple>
 
 #include "adapters/quickfix/session_store.h"
@@ -19,7 +18,6 @@ namespace {
 
 struct Shared {
     std::mutex mutex;
-    std::set<std::filesystem::path> folders;
     std::optional<SyncSetting> sync;
     std::atomic<std::int64_t> newestId{0};
 };
@@ -61,14 +59,10 @@ auto fieldsOf(const SyncSetting& sync) {
 }  // namespace
 
 void startUniformIdsAbove(const std::filesystem::path& folder) {
-    Shared& state = shared();
-    const std::scoped_lock lock(state.mutex);
-    if (!state.folders.insert(std::filesystem::canonical(folder)).second) {
-        return;
-    }
+    std::atomic<std::int64_t>& next = shared().newestId;
     const std::int64_t newest = newestIdIn(folder);
-    std::int64_t known = state.newestId;
-    while (known < newest && !state.newestId.compare_exchange_weak(known, newest)) {
+    std::int64_t known = next;
+    while (known < newest && !next.compare_exchange_weak(known, newest)) {
     }
 }
 

@@ -8,8 +8,8 @@
 
 namespace tabulo::quickfix {
 
-// Raises the next uniform id above that of every message table in a folder, the first time that the folder is named.
-// Files that are no tables are passed over. The errors of a folder that cannot be read.
+// Raises the next uniform id above that of every message table in a folder. Files that are no tables are passed over.
+// The errors of a folder that cannot be read.
 void startUniformIdsAbove(const std::filesystem::path& folder);
 // The next one, for any thread. StoreFailure when there is none left.
 std::int32_t nextUniformId();

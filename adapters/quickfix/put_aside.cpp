@@ -56,10 +56,10 @@ void putTableAside(const std::filesystem::path& table, std::int64_t begun) {
     for (int number = 1; std::filesystem::exists(name); ++number) {
         name = base + "-" + std::to_string(number);
     }
-    std::filesystem::rename(table, name);
-    if (std::filesystem::exists(indexOf(table))) {
+    if (std::filesystem::exists(indexOf(table))) {  // first, so that no index stands beside the table that is made next
         std::filesystem::rename(indexOf(table), indexOf(name));
     }
+    std::filesystem::rename(table, name);
 }
 
 void removeOldest(const std::filesystem::path& table, int kept) {

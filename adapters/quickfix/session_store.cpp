@@ -8,6 +8,7 @@
 #include <limits>
 #include <map>
 #include <mutex>
+#include <new>
 #include <optional>
 #include <utility>
 
@@ -66,7 +67,7 @@ struct SessionStore::State {
     void writeNumbers();
     void putAside(std::int64_t begunAt);
     void append(std::string_view wire, Way way, std::optional<int> number);
-    void throwPending(bool isOfReceived);
+    void settlePending();
 
     // Runs an operation on open tables; what it throws is told as StoreFailure.
     template <typename Operation>
@@ -88,10 +89,14 @@ struct SessionStore::State {
     template <typename Operation>
     std::string attempt(const Operation& operation) noexcept {
         try {
-            run(operation);
-            return {};
-        } catch (const std::exception& error) {
-            return error.what();
+            try {
+                run(operation);
+                return {};
+            } catch (const std::exception& error) {
+                return error.what();
+            }
+        } catch (...) {
+            return "out of memory";  // short enough to need none
         }
     }
 
@@ -111,8 +116,9 @@ struct SessionStore::State {
     Position counted;  // where the message table ended when `sender` was written
     Position begun;    // where the present series begins
     std::string lastSet;
-    bool isLastSetDue = false;  // the log is told of it next
-    std::string pending;        // why a received message could not be stored
+    bool isLastSetDue = false;         // the log is told of it next
+    std::vector<std::string> pending;  // received messages that could not be stored
+    std::string pendingFailure;        // why, until an operation has told it
 };
 
 void SessionStore::State::openMessages() {
@@ -153,6 +159,9 @@ void SessionStore::State::readNumbers() {
     // The table ends in front of a place when it has lost its end, as without power, or was put aside.
     counted = values[4] > end.offset ? end : Position{values[3], values[4]};
     begun = values[6] > end.offset ? end : Position{values[5], values[6]};
+    if (values[4] > end.offset || values[6] > end.offset) {
+        writeNumbers();  // before anything is stored behind those places
+    }
     Messages behind = reader->messages(
         Query().from(counted).classes({MessageClass::appTo, MessageClass::adminTo}).seqNums(sender, std::nullopt));
     while (const MessageView* message = behind.next()) {
@@ -204,15 +213,15 @@ void SessionStore::State::append(std::string_view wire, Way way, std::optional<i
     lastIds[index] += 1;
 }
 
-void SessionStore::State::throwPending(bool isOfReceived) {
-    if (pending.empty()) {
-        return;
+// Tells the failure once; from then on the messages are stored before anything else is done, or that fails too.
+void SessionStore::State::settlePending() {
+    if (!pendingFailure.empty()) {
+        throw StoreFailure("a received message could not be stored: " + std::exchange(pendingFailure, {}));
     }
-    const StoreFailure failure("a received message could not be stored: " + pending);
-    if (isOfReceived) {
-        pending.clear();
+    while (!pending.empty()) {
+        append(pending.front(), Way::received, std::nullopt);
+        pending.erase(pending.begin());
     }
-    throw failure;
 }
 
 SessionStore::SessionStore(StoreSettings settings, const SessionName& session)
@@ -226,7 +235,7 @@ SessionStore::~SessionStore() = default;
 void SessionStore::set(int number, const std::string& wire) {
     State& state = *state_;
     state.run([&] {
-        state.throwPending(false);
+        state.settlePending();
         state.append(wire, Way::set, number);
         state.lastSet = wire;
         state.isLastSetDue = true;
@@ -273,7 +282,7 @@ int SessionStore::nextTarget() {
 void SessionStore::setNextSender(int number) {
     State& state = *state_;
     state.run([&] {
-        state.throwPending(false);
+        state.settlePending();
         state.sender = number;
         state.counted = state.writer->end();
         state.writeNumbers();
@@ -283,7 +292,7 @@ void SessionStore::setNextSender(int number) {
 void SessionStore::setNextTarget(int number) {
     State& state = *state_;
     state.run([&] {
-        state.throwPending(true);
+        state.settlePending();
         state.target = number;
         state.writeNumbers();
     });
@@ -292,7 +301,7 @@ void SessionStore::setNextTarget(int number) {
 void SessionStore::incrementNextSender() {
     State& state = *state_;
     state.run([&] {
-        state.throwPending(false);
+        state.settlePending();
         state.sender += 1;
         state.counted = state.writer->end();
         state.writeNumbers();
@@ -302,7 +311,7 @@ void SessionStore::incrementNextSender() {
 void SessionStore::incrementNextTarget() {
     State& state = *state_;
     state.run([&] {
-        state.throwPending(true);
+        state.settlePending();
         state.target += 1;
         state.writeNumbers();
     });
@@ -315,7 +324,7 @@ std::int64_t SessionStore::creationTime() {
 void SessionStore::reset() {
     State& state = *state_;
     state.run([&] {
-        state.throwPending(true);
+        state.settlePending();
         const std::int64_t before = std::exchange(state.created, now());
         state.sender = state.target = 1;
         state.counted = state.begun = state.writer->end();
@@ -330,7 +339,7 @@ void SessionStore::reset() {
 void SessionStore::refresh() {
     State& state = *state_;
     state.run([&] {
-        state.throwPending(true);
+        state.settlePending();
         state.isSound = false;
         state.open();
     });
@@ -341,7 +350,12 @@ std::string SessionStore::received(const std::string& wire) noexcept {
     std::string failure = state.attempt([&] { state.append(wire, Way::received, std::nullopt); });
     if (!failure.empty()) {
         const std::scoped_lock lock(state.mutex);
-        state.pending = failure;
+        try {
+            state.pendingFailure = failure;
+            state.pending.push_back(wire);
+        } catch (const std::bad_alloc&) {
+            state.pendingFailure = "out of memory";  // short enough to need none
+        }
     }
     return failure;
 }

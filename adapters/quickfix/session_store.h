@@ -63,8 +63,8 @@ class SessionStore {
     // Opens the tables again.
     void refresh();
 
-    // Stores what was received. Gives the reason when it could not: the next operation of the store that counts or
-    // stores throws it then, and each one until one that concerns received numbers has.
+    // Stores what was received. Gives the reason when it could not: the next operation that stores or counts throws it
+    // then, and those behind it store the message first, or throw why that fails.
     std::string received(const std::string& wire) noexcept;
     // Stores what is sent and was not `set` right before: a message that is sent again, or one that fills a gap. Gives
     // the reason when it could not.
