@@ -29,6 +29,10 @@ struct Kind {
     bool forgets;  // messages of before a reset: the file store throws when it is asked for one of them
 };
 
+void PrintTo(const Kind& kind, std::ostream* out) {
+    *out << kind.name;
+}
+
 class StoreConformance : public ::testing::TestWithParam<Kind> {
   protected:
     std::unique_ptr<OpenStore> open() {
