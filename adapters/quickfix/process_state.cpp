@@ -9,7 +9,7 @@
 
 #include "adapters/quickfix/session_store.h"
 #include "tabulo/error.h"
-#include "tabulo/table_info.h"
+#include "tabulo/reader.h"
 #include "tabulo/writer.h"
 
 namespace tabulo::quickfix {
@@ -34,7 +34,8 @@ std::int64_t newestIdIn(const std::filesystem::path& folder) {
             continue;
         }
         try {
-            newest = std::max<std::int64_t>(newest, inspect(entry.path()).lastUniformId.value_or(0));
+            // Not by inspect, which also asks the system who writes the table: that can take ten milliseconds.
+            newest = std::max<std::int64_t>(newest, Reader(entry.path()).lastUniformId().value_or(0));
         } catch (const Error&) {
             continue;  // no table
         }
