@@ -80,10 +80,11 @@ class KilledTest(EngineTest):
         wait_until(lambda: not engine.process.runs(), 60, self.says(f"the {engine.role} dies by its {moment}"))
 
     def agree(self, sides):
-        """Waits until what one side has sent is what the other one expects next."""
+        """Waits until what one side has sent is what the other one expects next. What was lost at the end is missed when the
+        next message comes, which is a heartbeat, within 30 seconds."""
         def numbers():
             return sides["client"].numbers()[0], sides["exchange"].numbers()[0][::-1]
-        wait_until(lambda: len(set(numbers())) == 1, 30, lambda: self.says(f"the engines agree on the numbers: {numbers()}"))
+        wait_until(lambda: len(set(numbers())) == 1, 75, lambda: self.says(f"the engines agree on the numbers: {numbers()}"))
 
     def check(self, sides, orders, kills):
         client, exchange = sides["client"], sides["exchange"]
