@@ -1,6 +1,5 @@
-// Tables that were put aside at a reset: the files "<table>.20261123-091500.250", after when their content was begun,
-// with
-// "-1", "-2" and so on behind it where two were begun in the same millisecond.
+// Tables that were put aside at a reset: the files "<table>.20261123-091500.250", named after when their content was
+// begun, with "-1" and so on behind it where two were begun in the same millisecond.
 #pragma once
 
 #include <cstdint>
