@@ -190,23 +190,39 @@ void JetStream::publish(const Envelope& envelope, std::uint64_t expected) {
     window_.publish(of_, envelope, expected);
 }
 
+// Whether the stream's leader has a record in its place; Unreachable when another one stands there.
+bool JetStream::isStored(std::uint64_t sequence, const std::string& id) {
+    natsMsg* found = nullptr;
+    jsErrCode code{};
+    const natsStatus status = js_GetMsg(&found, context(), name_.c_str(), sequence, nullptr, &code);
+    const MessageHandle message(found);
+    if (status == NATS_NOT_FOUND || code == JSNoMessageFoundErr) {
+        return false;
+    }
+    check(status, "publishing to " + name_);
+    if (headerOf(found, "Nats-Msg-Id") != id) {
+        throw Unreachable("publishing to " + name_ + ": somebody else's record has the sequence " +
+                          std::to_string(sequence));
+    }
+    return true;
+}
+
 void JetStream::settle() {
     window_.settle();
-    const std::uint64_t newest = window_.unasked();
-    if (newest == 0) {
+    const std::optional<JetStreamWindow::Newest> newest = window_.unasked();
+    if (!newest.has_value()) {
         return;
     }
-    // Nobody was asked for those at the end: the stream's leader tells whether it has them, and nothing behind them.
+    // Nobody was asked for those at the end, and the stream takes a record only behind the one in front of it: the
+    // newest one tells of all.
     const auto end = std::chrono::steady_clock::now() + STORED_WITHIN;
-    std::uint64_t last = ends().last;
-    while (last < newest && std::chrono::steady_clock::now() < end) {
-        std::this_thread::sleep_for(STORED_PAUSE);
-        last = ends().last;
-    }
     window_.giveUp();
-    if (last != newest) {
-        throw Unreachable("publishing to " + name_ + ": the stream ends with the record " + std::to_string(last) +
-                          " instead of " + std::to_string(newest));
+    while (!isStored(newest->sequence, newest->id)) {
+        if (std::chrono::steady_clock::now() > end) {
+            throw Unreachable("publishing to " + name_ + ": the record " + std::to_string(newest->sequence) +
+                              " does not come");
+        }
+        std::this_thread::sleep_for(STORED_PAUSE);
     }
 }
 

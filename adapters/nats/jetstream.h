@@ -39,6 +39,7 @@ class JetStream : public LogStream {
     jsCtx* context();
     std::optional<Stored> found(natsStatus status, jsErrCode code, natsMsg* message);
     StreamInfoHandle info(const char* subjects);
+    bool isStored(std::uint64_t sequence, const std::string& id);
 
     std::string name_;
     NatsConnection connection_;

@@ -4,6 +4,7 @@
 #include <chrono>
 #include <cstdint>
 #include <deque>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -26,8 +27,14 @@ class JetStreamWindow {
     void publish(natsConnection* connection, const Envelope& envelope, std::uint64_t expected);
     // Waits for the acknowledgements that were asked for.
     void settle();
-    // The sequence of the newest record when its acknowledgement was not asked for, else 0.
-    std::uint64_t unasked() const noexcept { return unasked_.records == 0 ? 0 : newest_; }
+    // The newest record, when its acknowledgement was not asked for.
+    struct Newest {
+        std::uint64_t sequence = 0;
+        std::string id;
+    };
+    std::optional<Newest> unasked() const {
+        return unasked_.records == 0 ? std::nullopt : std::optional(Newest{newest_, newestId_});
+    }
     // Begins anew: what is in flight is stored, as somebody else has told, or it is or is not.
     void giveUp() noexcept;
 
