@@ -3,10 +3,14 @@
 import ctypes
 import os
 import random
+import shutil
 import signal
 import socket
 import subprocess
+import sys
+import tempfile
 import time
+import unittest
 
 _libc = ctypes.CDLL(None)
 _PR_SET_PDEATHSIG = 1
@@ -126,3 +130,28 @@ class Process:
     def _read(self, suffix):
         with open(self._path + suffix, encoding="utf-8", errors="replace") as file:
             return file.read()
+
+
+class ProcessTest(unittest.TestCase):
+    """Each test has a folder of its own, which stays when it fails, and processes that end with it."""
+
+    def setUp(self):
+        root = os.environ["TABULO_TEST_FOLDER"]
+        os.makedirs(root, exist_ok=True)
+        self.folder = tempfile.mkdtemp(prefix=self._testMethodName[5:45] + "-", dir=root)
+        self.processes = []
+        self.addCleanup(self._end)
+
+    def _end(self):
+        for process in self.processes:
+            process.kill()
+        outcome = self._outcome.result
+        if any(test is self for test, _ in outcome.failures + outcome.errors):
+            for process in self.processes:
+                print(process.told(), file=sys.stderr)
+            print(f"what is left of the test: {self.folder}", file=sys.stderr)
+        else:
+            shutil.rmtree(self.folder, ignore_errors=True)
+
+    def path(self, *names):
+        return os.path.join(self.folder, *names)

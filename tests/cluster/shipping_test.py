@@ -1,16 +1,13 @@
 """What the tests of shipping share: a folder, programs, a cluster, and what must be so at the end."""
 
 import os
-import shutil
 import signal
 import sys
-import tempfile
-import unittest
 
 import table_file
 from cluster import Cluster
 from nats_client import NatsError
-from processes import Process, wait_until
+from processes import Process, ProcessTest, wait_until
 from stream_check import MARK, check_stream, escaped, place_of, session_values_in
 
 STREAM = "ENG1"
@@ -25,33 +22,13 @@ def end_on_signals():
     signal.signal(signal.SIGTERM, lambda *_: sys.exit(1))
 
 
-class ShippingTest(unittest.TestCase):
-    """Each test has a folder of its own, which stays when it fails."""
-
+class ShippingTest(ProcessTest):
     def setUp(self):
-        root = os.environ["TABULO_TEST_FOLDER"]
-        os.makedirs(root, exist_ok=True)
-        self.folder = tempfile.mkdtemp(prefix=self._testMethodName[5:45] + "-", dir=root)
-        self.processes = []
-        self.addCleanup(self._end)
+        super().setUp()
         self.source = self.path("source")
         self.copy = self.path("copy")
         os.mkdir(self.source)
         self.cluster = None
-
-    def _end(self):
-        for process in self.processes:
-            process.kill()
-        outcome = self._outcome.result
-        if any(test is self for test, _ in outcome.failures + outcome.errors):
-            for process in self.processes:
-                print(process.told(), file=sys.stderr)
-            print(f"what is left of the test: {self.folder}", file=sys.stderr)
-        else:
-            shutil.rmtree(self.folder, ignore_errors=True)
-
-    def path(self, *names):
-        return os.path.join(self.folder, *names)
 
     def start_cluster(self, size=3, settings="", login=None):
         folder = self.path("servers")

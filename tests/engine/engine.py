@@ -2,16 +2,13 @@
 
 import json
 import os
-import shutil
 import subprocess
 import sys
-import tempfile
-import unittest
 
 sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "cluster"))
 
 import table_file  # noqa: E402, F401  (for tests; stands in the folder named above)
-from processes import Process, free_ports, wait_until  # noqa: E402  (stands in the folder named above)
+from processes import Process, ProcessTest, free_ports, wait_until  # noqa: E402  (stands in the folder named above)
 
 # BeginString, and what else a session of that version is set with.
 VERSIONS = {
@@ -101,30 +98,7 @@ class Engine:
             return []
 
 
-class EngineTest(unittest.TestCase):
-    """Each test has a folder of its own, which stays when it fails."""
-
-    def setUp(self):
-        root = os.environ["TABULO_TEST_FOLDER"]
-        os.makedirs(root, exist_ok=True)
-        self.folder = tempfile.mkdtemp(prefix=self._testMethodName[5:45] + "-", dir=root)
-        self.processes = []
-        self.addCleanup(self._end)
-
-    def _end(self):
-        for process in self.processes:
-            process.kill()
-        outcome = self._outcome.result
-        if any(test is self for test, _ in outcome.failures + outcome.errors):
-            for process in self.processes[-4:]:
-                print(process.told(), file=sys.stderr)
-            print(f"what is left of the test: {self.folder}", file=sys.stderr)
-        else:
-            shutil.rmtree(self.folder, ignore_errors=True)
-
-    def path(self, *names):
-        return os.path.join(self.folder, *names)
-
+class EngineTest(ProcessTest):
     def start(self, name, command):
         process = Process(command, self.folder, name, commanded=True)
         self.processes.append(process)
