@@ -121,7 +121,7 @@ void Verification::compareHeader(const VerifyChain& chain, std::int64_t end, std
         findings->push_back(std::move(finding));
     };
     const auto mayBeUnseen = [&](std::int64_t place) {
-        return place >= chain.unseenBegin && place <= chain.unseenEnd && place <= end;
+        return chain.unseenBegin > 0 && place >= chain.unseenBegin && place <= chain.unseenEnd && place <= end;
     };
     if (end == table_.headerEnd && chain.wantedEnd > end) {
         // A drop cuts the file to its header before it writes a new one.

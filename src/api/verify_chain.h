@@ -30,7 +30,7 @@ struct VerifyChain {
     std::optional<VerifiedPlace> atWantedEnd;
     bool sawWantedBlock = false;
     // Places in stretches whose blocks could not be told from each other may have been passed unseen.
-    std::int64_t unseenBegin = 0;
+    std::int64_t unseenBegin = 0;  // 0: there is no such stretch
     std::int64_t unseenEnd = 0;
 
     void passBlockStart(std::int64_t offset) {

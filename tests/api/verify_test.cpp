@@ -212,6 +212,11 @@ TEST_F(ApiVerify, FindsWhatTheHeaderSaysWrongly) {
         EXPECT_GE(finding.offset, static_cast<std::int64_t>(tail));
         EXPECT_LE(finding.offset, static_cast<std::int64_t>(i));
     }
+    for (const std::size_t place : {tail + 8, tail + 16}) {  // also those that would be zero
+        patchFile(path().string(), 0, sound);
+        zero(place, place + 8);
+        EXPECT_EQ(verifyAll(path()).result.damages, 1) << place - tail << ": " << verifyAll(path()).text();
+    }
 }
 
 TEST_F(ApiVerify, FindsThatTheHeadersPlacesAreWrongInFrontOfBlocksThatCannotBeTold) {
