@@ -1,5 +1,6 @@
 """The same bytes to an engine on the engine's own file store and to one on tables: both answer the same, message by message."""
 
+import contextlib
 import os
 import socket
 import unittest
@@ -158,42 +159,37 @@ def many(played):
     played.log_out()
 
 
-def heartbeats(played):
-    """Nothing is sent: a heartbeat, a test request, and the end. How many heartbeats depends on the moment."""
-    played.connect(heartbeat=1)
-    side = played.side
-    side.until("0")
-    side.until("1")
-    side.until_closed()
-    kinds = [value(answer, "35") if answer != "closed" else answer for answer in side.answers]
-    side.answers = list(dict.fromkeys(kinds))
-
-
 class ComparedTest(EngineTest):
-    def answers(self, store, version, script, settings):
-        self.folder, whole = os.path.join(self.folder, store), self.folder
+    @contextlib.contextmanager
+    def inside(self, name):
+        """Works in a folder of the test's folder."""
+        self.folder, whole = os.path.join(self.folder, name), self.folder
         os.mkdir(self.folder)
         try:
+            yield
+        finally:
+            self.folder = whole
+
+    def played(self, store, version, script, settings):
+        """Plays a script to an engine: its answers, and its numbers behind them."""
+        with self.inside(store):
             played = Played(self, store, version, settings)
             self.addCleanup(played.side.close)
             script(played)
             numbers = played.engine.numbers()
             played.side.close()
             played.engine.kill()
-        finally:
-            self.folder = whole
-        return [answer if "\x01" not in answer else comparable(answer) for answer in played.side.answers] + [str(numbers)]
+        return played.side, numbers
+
+    def answers(self, *arguments):
+        side, numbers = self.played(*arguments)
+        return [answer if "\x01" not in answer else comparable(answer) for answer in side.answers] + [str(numbers)]
 
     def compare(self, script, versions=tuple(VERSIONS), **settings):
         for version in versions:
-            with self.subTest(version=version):
-                folder, self.folder = self.folder, os.path.join(self.folder, version)
-                os.mkdir(self.folder)
-                try:
-                    expected = self.answers("file", version, script, settings)
-                    found = self.answers("tabulo", version, script, settings)
-                finally:
-                    self.folder = folder
+            with self.subTest(version=version), self.inside(version):
+                expected = self.answers("file", version, script, settings)
+                found = self.answers("tabulo", version, script, settings)
                 for number, pair in enumerate(zip(expected, found)):
                     self.assertEqual(*pair, f"answer {number} on tables is not the one on the file store")
                 self.assertEqual(len(expected), len(found), "there are more answers on one of the stores")
@@ -217,8 +213,21 @@ class ComparedTest(EngineTest):
     def test_ten_thousand_messages_again(self):
         self.compare(many)
 
-    def test_heartbeats(self):
-        self.compare(heartbeats)
+    def test_an_engine_alone_with_its_heartbeats(self):
+        """The other side is silent: heartbeats, a test request, and the end. Which of them come, and how often, depends on
+        the moments at which the engine looks, so what is compared is what was sent with what was counted."""
+        def silence(played):
+            played.connect(heartbeat=1)
+            played.side.until_closed()
+
+        for version in VERSIONS:
+            for store in ("file", "tabulo"):
+                with self.subTest(version=version, store=store), self.inside(version + store):
+                    side, numbers = self.played(store, version, silence, {})
+                    kinds = [value(answer, "35") for answer in side.answers[:-1]]
+                    self.assertEqual(kinds[0], "A")
+                    self.assertLessEqual(set(kinds[1:]), {"0", "1"})
+                    self.assertEqual(numbers, [(1 + len(kinds), 2)], f"other numbers than those of {kinds}")
 
     def test_a_client(self):
         for version in VERSIONS:
@@ -228,14 +237,10 @@ class ComparedTest(EngineTest):
 
     def client_answers(self, store, version):
         """What an engine that connects says to a scripted exchange."""
-        folder, self.folder = self.folder, os.path.join(self.folder, version + store)
-        os.mkdir(self.folder)
         with socket.create_server(("127.0.0.1", 0)) as listener:
             listener.settimeout(30)
-            try:
+            with self.inside(version + store):
                 engine = Engine(self, "client", store, listener.getsockname()[1], version)
-            finally:
-                self.folder = folder
             side = Counterparty(VERSIONS[version][0], "EXCHANGE", "CLIENT")
             self.addCleanup(side.close)
             for part in ("first", "second"):
