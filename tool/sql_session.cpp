@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <array>
 #include <chrono>
 #include <condition_variable>
 #include <mutex>
@@ -23,6 +24,8 @@ namespace {
 
 constexpr std::chrono::milliseconds INTERRUPT_TIME(10);
 constexpr std::size_t SHOWN_OF_STATEMENT = 40;
+// What stands where a table does, and takes its input from its arguments alone.
+constexpr std::array<std::string_view, 3> FUNCTIONS_AS_TABLES = {"json_each", "json_tree", "fix_tags"};
 
 struct StatementCloser {
     void operator()(sqlite3_stmt* statement) const noexcept { sqlite3_finalize(statement); }
@@ -97,17 +100,16 @@ int SqlSession::authorize(void* data, int action, const char* first, const char*
     return SQLITE_DENY;
 }
 
-// Functions that take their input from arguments alone may stand where a table does; those that open a file, and what
-// SQLite tells of itself, may not.
+// Tables that open a file by its name, and what SQLite tells of itself, are not among them.
 bool SqlSession::isAllowed(int action, const char* first, const char* second) const {
-    static const std::set<std::string> FUNCTIONS_AS_TABLES = {"json_each", "json_tree", "fix_tags"};
     switch (action) {
         case SQLITE_SELECT:
         case SQLITE_RECURSIVE:
             return true;
         case SQLITE_READ: {
             const std::string table = lowered(first != nullptr ? first : "");
-            return taken_.contains(table) || FUNCTIONS_AS_TABLES.contains(table);
+            return taken_.contains(table) || std::find(FUNCTIONS_AS_TABLES.begin(), FUNCTIONS_AS_TABLES.end(), table) !=
+                                                 FUNCTIONS_AS_TABLES.end();
         }
         case SQLITE_FUNCTION: {
             const std::string function = lowered(second != nullptr ? second : "");
@@ -117,6 +119,13 @@ bool SqlSession::isAllowed(int action, const char* first, const char* second) co
         default:
             return false;
     }
+}
+
+void SqlSession::allowReadingOnly() {
+    for (const std::string_view function : FUNCTIONS_AS_TABLES) {
+        (void)texts(fmt::format("SELECT 1 FROM {}('')", function));  // makes its table, which is not allowed later
+    }
+    isReadingOnly_ = true;
 }
 
 bool SqlSession::query(const std::string& statement, const std::function<bool()>& isOver,

@@ -37,7 +37,7 @@ class SqlSession {
 
     // For statements of somebody who may see the added tables and nothing else: from now on they may only read, and
     // only those tables; no file, no setting, no extension. Failure for what they may not.
-    void allowReadingOnly() noexcept { isReadingOnly_ = true; }
+    void allowReadingOnly();
     // No text or blob becomes longer than so many bytes.
     void limit(std::int64_t bytes) noexcept {
         sqlite3_limit(connection_.get(), SQLITE_LIMIT_LENGTH, static_cast<int>(bytes));

@@ -65,25 +65,48 @@ void TableMarks::keep(Mark mark) {
 
 void TableMarks::takeNumber(const MessageView& message, Side* side, std::string_view direction) {
     const std::int32_t number = message.seqNum();
+    if (number > 0 && number <= side->last) {
+        fillGap(number, side);
+    }
     if (number <= 0 || message.possDup()) {
         return;
     }
     if (side->last > 0 && number > side->last + 1) {
-        const std::int64_t missing = std::int64_t{number} - side->last - 1;
+        const std::int32_t first = side->last + 1;
+        const std::int32_t last = number - 1;
+        const std::string numbers =
+            first == last ? fmt::format("{} is", first) : fmt::format("{} to {} are", first, last);
         const std::lock_guard lock(mutex_);
-        side->gapCount += 1;
-        side->gaps.push_back(
-            {MarkKind::gap, time_, message.time(), missing, message.position(),
-             missing == 1 ? fmt::format("{} is missing among the numbers of {} messages", side->last + 1, direction)
-                          : fmt::format("{} to {} are missing among the numbers of {} messages", side->last + 1,
-                                        number - 1, direction)});
-        keepLargest(&side->gaps);
+        side->openGaps += 1;
+        side->gaps.push_back({{MarkKind::gap, time_, message.time(), std::int64_t{last} - first + 1, message.position(),
+                               fmt::format("{} missing among the numbers of {} messages", numbers, direction)},
+                              first,
+                              last});
+        if (side->gaps.size() > 2 * KEPT) {
+            side->gaps.erase(side->gaps.begin(), side->gaps.begin() + KEPT);  // the oldest
+        }
     } else if (number == 1 && side->last > 0) {
         keep({MarkKind::reset, message.time(), message.time(), side->last, message.position(),
               fmt::format("the numbers of {} messages begin again behind {}", direction, side->last)});
+        const std::lock_guard lock(mutex_);
+        for (Gap& gap : side->gaps) {
+            gap.last = 0;  // the same numbers mean other messages from now on
+        }
     }
     // A lower number that is no beginning came late, or again; where the numbers stand it does not tell.
     side->last = number == 1 ? 1 : std::max(side->last, number);
+}
+
+// A message that was missing has come after all; few gaps are open at a time, the newest at the end.
+void TableMarks::fillGap(std::int32_t number, Side* side) {
+    const std::lock_guard lock(mutex_);
+    for (auto gap = side->gaps.rbegin(); gap != side->gaps.rend() && number <= gap->last; ++gap) {
+        if (number >= gap->first) {
+            side->openGaps -= gap->come == 0 ? 1 : 0;
+            gap->come += 1;
+            return;
+        }
+    }
 }
 
 void TableMarks::takeResend(const MessageView& message) {
@@ -192,7 +215,7 @@ bool TableMarks::look(std::int64_t messages, const Work& work) {
 TableMarks::Found TableMarks::counts() const {
     const std::lock_guard lock(mutex_);
     Found found;
-    found.gaps = (sent_.hasAdmin ? sent_.gapCount : 0) + (received_.hasAdmin ? received_.gapCount : 0);
+    found.gaps = (sent_.hasAdmin ? sent_.openGaps : 0) + (received_.hasAdmin ? received_.openGaps : 0);
     found.resends = resends_;
     found.complete = complete_;
     return found;
@@ -205,8 +228,11 @@ TableMarks::Found TableMarks::found() const {
         found.marks.insert(found.marks.end(), marks.begin(), marks.end());
     }
     for (const Side* side : {&sent_, &received_}) {
-        if (side->hasAdmin) {
-            found.marks.insert(found.marks.end(), side->gaps.begin(), side->gaps.end());
+        for (const Gap& gap : side->gaps) {
+            if (side->hasAdmin) {
+                found.marks.push_back(gap.mark);
+                found.marks.back().text += gap.come > 0 ? fmt::format("; {} came later", gap.come) : "";
+            }
         }
     }
     return found;

@@ -36,7 +36,7 @@ class TableMarks {
 
     struct Found {
         std::vector<Mark> marks{};
-        std::int64_t gaps = 0;     // all that were met, also those that are no longer kept
+        std::int64_t gaps = 0;     // of which nothing came later; also those that are no longer kept
         std::int64_t resends = 0;  // messages
         bool complete = false;     // everything that was there has been looked at
     };
@@ -48,16 +48,24 @@ class TableMarks {
     bool look(std::int64_t messages, const Work& work);
 
   private:
+    // Missing numbers.
+    struct Gap {
+        Mark mark{};
+        std::int32_t first = 0;
+        std::int32_t last = 0;
+        std::int64_t come = 0;  // since, as resends
+    };
     // One direction of a session.
     struct Side {
         std::int32_t last = 0;
         std::atomic<bool> hasAdmin = false;  // heartbeats are stored, too: a number that is not there is missing
-        std::vector<Mark> gaps{};
-        std::int64_t gapCount = 0;
+        std::vector<Gap> gaps{};
+        std::int64_t openGaps = 0;  // of which nothing has come
     };
 
     void take(const MessageView& message);
     void takeNumber(const MessageView& message, Side* side, std::string_view direction);
+    void fillGap(std::int32_t number, Side* side);
     void takeResend(const MessageView& message);
     void takeTime(const MessageView& message);
     void endSecond();

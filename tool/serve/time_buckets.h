@@ -21,6 +21,13 @@ struct TimeBuckets {
         }
     }
 
+    // Those of other buckets with the same steps.
+    void add(const TimeBuckets& others) {
+        for (std::size_t i = 0; i < counts.size(); ++i) {
+            counts[i] += others.counts[i];
+        }
+    }
+
     // Messages of which only the first and the last time are known: as if they came evenly.
     void addEvenly(double first, double last, double messages) {
         const double begin = (first - from) / step;

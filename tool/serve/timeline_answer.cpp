@@ -35,6 +35,7 @@ class Series {
     Series(std::string by, TimeBuckets empty) : by_(std::move(by)), empty_(std::move(empty)) {}
 
     bool isOne() const noexcept { return by_.empty(); }
+    const TimeBuckets& empty() const noexcept { return empty_; }
 
     // The name of a message's series.
     std::string nameOf(const MessageView& message) const {
@@ -77,9 +78,7 @@ class Series {
         if (all.size() > MOST_SERIES) {
             std::pair<std::string, TimeBuckets> other("other", empty_);
             for (std::size_t i = MOST_SERIES; i < all.size(); ++i) {
-                for (std::size_t place = 0; place < empty_.counts.size(); ++place) {
-                    other.second.counts[place] += all[i].second.counts[place];
-                }
+                other.second.add(all[i].second);
             }
             all.resize(MOST_SERIES);
             all.push_back(std::move(other));
@@ -114,11 +113,25 @@ class TableCount {
     std::int64_t messages() const noexcept { return messages_; }
     std::int64_t read() const noexcept { return read_; }
 
-    // Reads every message. False when there are too many; what was counted until then is left out again.
-    bool countAll(std::int64_t most) {
-        if (spans_.empty()) {
+    // Reads every message where there are few; else counts are estimated: false.
+    bool count(std::int64_t mostRead) {
+        if (spans_.empty() || (messages_ <= mostRead && countAll(mostRead))) {
             return true;
         }
+        const double selected = estimate(mostRead);
+        // Of however many messages a filter may leave few, which an index or filters of blocks find fast.
+        if (isFiltered_ && selected < static_cast<double>(mostRead) / 4 && countAll(mostRead)) {
+            return true;
+        }
+        for (const auto& [name, buckets] : estimated_) {
+            series_.of(name).add(buckets);
+        }
+        return false;
+    }
+
+  private:
+    // False when there are too many; nothing is counted then.
+    bool countAll(std::int64_t most) {
         std::map<std::string, std::vector<double>> times;
         const std::int64_t first = storedTime(range_.from, table_.sight->unit);
         const std::int64_t end = storedTime(range_.until, table_.sight->unit);
@@ -137,10 +150,10 @@ class TableCount {
                 times[series_.isOne() ? "" : series_.nameOf(*message)].push_back(timeOf(message->time()));
             }
         }
-        read_ = messages.messagesRead();
-        if (read_ > most) {
+        if (messages.messagesRead() > most) {
             return false;
         }
+        read_ += messages.messagesRead();
         for (const auto& [name, all] : times) {
             TimeBuckets& buckets = series_.of(name);
             for (const double time : all) {
@@ -151,7 +164,10 @@ class TableCount {
     }
 
     // From the ranges of blocks; with series or filters every so many blocks one is read, and stands for the others.
-    void estimate(std::int64_t mostRead) {
+    // Gives how many messages are selected.
+    double estimate(std::int64_t mostRead) {
+        double selected = 0;
+        table_.reader.useIndex(false);  // a block that is read is read as a whole
         const std::int64_t perBlock = std::max<std::int64_t>(messages_ / static_cast<std::int64_t>(spans_.size()), 1);
         const bool isRead = !series_.isOne() || isFiltered_;
         const std::int64_t sampled = std::max<std::int64_t>(mostRead / perBlock, 1);
@@ -165,14 +181,17 @@ class TableCount {
             }
             for (std::size_t i = begin; i < end; ++i) {
                 for (const auto& [name, share] : shares) {
-                    series_.of(name).addEvenly(timeOf(spans_[i].firstTime), timeOf(spans_[i].lastTime),
-                                               share * spans_[i].messages);
+                    const double messages = share * spans_[i].messages;
+                    estimated_.try_emplace(name, series_.empty())
+                        .first->second.addEvenly(timeOf(spans_[i].firstTime), timeOf(spans_[i].lastTime), messages);
+                    selected += messages;
                 }
             }
         }
+        table_.reader.useIndex(true);
+        return selected;
     }
 
-  private:
     double timeOf(std::int64_t time) const { return pageTime(time, table_.sight->unit); }
 
     // Which part of a block's messages is in which series.
@@ -202,6 +221,7 @@ class TableCount {
     std::vector<BlockSpan> spans_;
     std::int64_t messages_ = 0;
     std::int64_t read_ = 0;
+    std::map<std::string, TimeBuckets> estimated_;  // by series
 };
 
 Range rangeOf(const Question& question, const std::vector<AskedTable>& tables) {
@@ -293,12 +313,7 @@ std::string answerTimeline(Question& question) {
     for (AskedTable& table : tables) {
         TableCount count(table, question, range, question.isFiltered(), series);
         const std::int64_t most = MOST_READ / static_cast<std::int64_t>(tables.size());
-        // A filter may leave little to read of however many messages.
-        const bool isTried = count.messages() <= most || question.isFiltered();
-        if (!isTried || !count.countAll(most)) {
-            count.estimate(most);
-            isEstimate = true;
-        }
+        isEstimate = !count.count(most) || isEstimate;
         read += count.read();
         messages += count.messages();
     }
