@@ -177,7 +177,7 @@ class TableCount {
             const std::size_t end = std::min(begin + group, spans_.size());
             std::map<std::string, double> shares{{"", 1.0}};
             if (isRead) {
-                shares = sharesOf(spans_[begin + (end - begin) / 2]);
+                shares = sharesOf(begin + (end - begin) / 2);
             }
             for (std::size_t i = begin; i < end; ++i) {
                 for (const auto& [name, share] : shares) {
@@ -195,10 +195,14 @@ class TableCount {
     double timeOf(std::int64_t time) const { return pageTime(time, table_.sight->unit); }
 
     // Which part of a block's messages is in which series.
-    std::map<std::string, double> sharesOf(const BlockSpan& span) {
+    std::map<std::string, double> sharesOf(std::size_t block) {
         question_.check();
+        const BlockSpan& span = spans_[block];
         Query query = table_.selection.query;
         query.from(firstOf(span));
+        if (block + 1 < spans_.size()) {
+            query.before(firstOf(spans_[block + 1]));
+        }
         Messages messages = table_.reader.messages(query, question_.work());
         std::map<std::string, double> shares;
         while (const MessageView* message = messages.next()) {
