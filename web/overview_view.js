@@ -11,7 +11,7 @@ import {moment, clock, zoneName} from "./times.js";
 const QUIET = 60000;
 
 const COLUMNS = ["Table", "Messages", "Last message", "Rate now", "The day up to its last message", "Sent", "Received",
-                 "Gaps", "Pending", "Writer", "State"];
+                 "Gaps", "Pending", "Writer", "Damage"];
 
 const badge = (kind, text, title = null) => element("span", {class: `badge ${kind}`, title}, text);
 
@@ -45,9 +45,9 @@ function stateCell(table) {
     told.push(element("a", {href: linkTo("blocks", {table: table.id}), class: "badge bad"}, "Damaged"),
               given(table.damage, 160, {class: "given under"}));
   } else if (table.kind === "messages" && !table.closedCleanly && table.writer === "no") {
-    told.push(badge("warn", "Not closed cleanly", "The next writer recovers it"));
+    told.push(badge("warn", "not closed cleanly", "The next writer recovers it"));
   } else {
-    told.push(badge("good", "Sound", "Nothing that is damaged was met so far; Blocks checks everything"));
+    told.push(badge("good", "none met", "Nothing that is damaged was met so far; the view Blocks checks everything"));
   }
   return told;
 }
@@ -67,8 +67,8 @@ class TableRow {
     const isMoment = table.timeUnit !== null;
     const [name, messages, age, rate, day, sent, received, gaps, pending, writer, state] = this.cells;
     const link = element("a", {href: linkTo("messages", {table: table.id}), class: "table-name"}, given(table.id, 60));
-    if (name.textContent !== table.id) {
-      replace(name, link, element("span", {class: "under"}, given(figures.bytes(table.size))));
+    if (name.firstChild === null) {
+      replace(name, link, element("span", {class: "under"}));
     }
     setText(name.querySelector(".under"), figures.bytes(table.size) + (table.index ? ", side index" : ""));
     setText(messages, figures.count(table.messages));
@@ -130,10 +130,10 @@ class Overview {
   show() {}
 
   redraw() {
-    this.update();
+    this.update(true);
   }
 
-  update() {
+  update(isWhole = false) {
     const tables = board.allTables();
     const messageTables = tables.filter((table) => table.kind === "messages");
     const sessions = tables.filter((table) => table.kind === "session");
@@ -145,11 +145,11 @@ class Overview {
     replace(this.problems, board.problemsTold().map((problem) => element("li", {}, given(problem, 400))));
     this.table.hidden = messageTables.length === 0;
     this.sessionPart.hidden = sessions.length === 0;
-    this.updateRows(messageTables);
+    this.updateRows(messageTables, isWhole);
     replace(this.sessions, sessions.map(sessionCard));
   }
 
-  updateRows(tables) {
+  updateRows(tables, isWhole) {
     const ids = new Set(tables.map((table) => table.id));
     for (const [id, row] of this.rows) {
       if (!ids.has(id)) {
@@ -163,7 +163,7 @@ class Overview {
       if (!row) {
         row = new TableRow(table);
         this.rows.set(table.id, row);
-      } else if (row.table !== table || this.redrawn) {
+      } else if (row.table !== table || isWhole) {
         row.update(table);
       }
       const place = before ? before.nextSibling : this.body.firstChild;
