@@ -14,6 +14,7 @@ setup_packages=(
     libsqlite3-dev libedit-dev sqlite3
     libnats-dev nats-server openssl
     libquickfix-dev
+    libcpp-httplib-dev libssl-dev
 )
 # What looks at the code, for the tests about the tree.
 setup_tree_packages=(clang-tidy)

@@ -80,6 +80,10 @@ Console::Console()
     ::sigaction(SIGXFSZ, &action, nullptr);  // a limit on the size of files is told by the call that meets it
 }
 
+Console::Console(std::function<void(std::string_view)> hear, std::function<void()> check)
+    : hear_(std::move(hear)), check_(std::move(check)), progressBegun_(std::chrono::steady_clock::now()) {
+}
+
 Console::~Console() {
     clearProgress();
     (void)writeAll(STDOUT_FILENO, gathered_);  // the command's end has flushed; this is after a failure
@@ -133,6 +137,10 @@ void Console::checkReader() {
 }
 
 void Console::say(std::string_view line) {
+    if (hear_) {
+        hear_(line);
+        return;
+    }
     clearProgress();
     (void)writeAll(STDERR_FILENO, fmt::format("tabulo: {}\n", line));  // there is nobody else to tell
 }
@@ -167,6 +175,9 @@ Work Console::watched(std::string what) {
     Work work;
     work.progress = [this, what = std::move(what)](const Progress& progress) {
         checkInterrupt();
+        if (check_) {
+            check_();
+        }
         if (errIsTerminal_) {
             showProgress(what, progress);
         }

@@ -6,6 +6,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <string_view>
 
@@ -20,6 +21,9 @@ class Console {
   public:
     // Takes SIGINT and SIGTERM over, and ignores SIGPIPE and SIGXFSZ.
     Console();
+    // For one question among many that a server answers, in a thread of its own: words go to `hear`, and nothing is
+    // written. Work that is watched ends with what `check` throws.
+    Console(std::function<void(std::string_view)> hear, std::function<void()> check);
     // Writes what is gathered, as far as somebody reads it.
     ~Console();
     Console(const Console&) = delete;
@@ -60,6 +64,8 @@ class Console {
     void showProgress(const std::string& what, const Progress& progress);
     void clearProgress();
 
+    std::function<void(std::string_view)> hear_;
+    std::function<void()> check_;
     std::string gathered_;
     bool outIsTerminal_ = false;
     bool errIsTerminal_ = false;

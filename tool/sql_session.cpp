@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <array>
 #include <chrono>
 #include <condition_variable>
 #include <mutex>
@@ -23,29 +24,33 @@ namespace {
 
 constexpr std::chrono::milliseconds INTERRUPT_TIME(10);
 constexpr std::size_t SHOWN_OF_STATEMENT = 40;
+// What stands where a table does, and takes its input from its arguments alone.
+constexpr std::array<std::string_view, 3> FUNCTIONS_AS_TABLES = {"json_each", "json_tree", "fix_tags"};
 
 struct StatementCloser {
     void operator()(sqlite3_stmt* statement) const noexcept { sqlite3_finalize(statement); }
 };
 using Statement = std::unique_ptr<sqlite3_stmt, StatementCloser>;
 
-// Interrupts what a connection does when the user asks for it.
+// Interrupts what a connection does when that is over: the user asks for it, for example.
 class InterruptWatch {
   public:
-    explicit InterruptWatch(sqlite3* connection)
-        : thread_([this, connection](const std::stop_token& stop) { watch(connection, stop); }) {}
+    InterruptWatch(sqlite3* connection, std::function<bool()> isOver)
+        : isOver_(std::move(isOver)),
+          thread_([this, connection](const std::stop_token& stop) { watch(connection, stop); }) {}
 
   private:
     void watch(sqlite3* connection, const std::stop_token& stop) {
         std::unique_lock lock(mutex_);
         while (!stop.stop_requested()) {
-            if (Console::isInterrupted()) {
+            if (isOver_()) {
                 sqlite3_interrupt(connection);  // again and again: it is forgotten when no statement runs
             }
             wake_.wait_for(lock, stop, INTERRUPT_TIME, [] { return false; });
         }
     }
 
+    std::function<bool()> isOver_;
     std::mutex mutex_;
     std::condition_variable_any wake_;
     std::jthread thread_;  // the last one: it ends before what it uses
@@ -86,12 +91,70 @@ SqlSession::SqlSession(Console& console) : console_(console) {
     sqlite3_set_authorizer(opened, authorize, this);
 }
 
-int SqlSession::authorize(void* session, int action, const char*, const char*, const char*, const char*) {
-    if (action != SQLITE_ATTACH) {
+int SqlSession::authorize(void* data, int action, const char* first, const char* second, const char*, const char*) {
+    auto* const session = static_cast<SqlSession*>(data);
+    if (session->isReadingOnly_ ? session->isAllowed(action, first, second) : action != SQLITE_ATTACH) {
         return SQLITE_OK;
     }
-    static_cast<SqlSession*>(session)->isRefused_ = true;
+    session->isRefused_ = true;
     return SQLITE_DENY;
+}
+
+// Tables that open a file by its name, and what SQLite tells of itself, are not among them.
+bool SqlSession::isAllowed(int action, const char* first, const char* second) const {
+    switch (action) {
+        case SQLITE_SELECT:
+        case SQLITE_RECURSIVE:
+            return true;
+        case SQLITE_READ: {
+            const std::string table = lowered(first != nullptr ? first : "");
+            return taken_.contains(table) || std::find(FUNCTIONS_AS_TABLES.begin(), FUNCTIONS_AS_TABLES.end(), table) !=
+                                                 FUNCTIONS_AS_TABLES.end();
+        }
+        case SQLITE_FUNCTION: {
+            const std::string function = lowered(second != nullptr ? second : "");
+            return function != "load_extension" && function != "fts3_tokenizer" && function != "zeroblob" &&
+                   function != "randomblob";
+        }
+        default:
+            return false;
+    }
+}
+
+void SqlSession::allowReadingOnly() {
+    for (const std::string_view function : FUNCTIONS_AS_TABLES) {
+        (void)texts(fmt::format("SELECT 1 FROM {}('')", function));  // makes its table, which is not allowed later
+    }
+    isReadingOnly_ = true;
+}
+
+bool SqlSession::query(const std::string& statement, const std::function<bool()>& isOver,
+                       const std::function<void(sqlite3_stmt*)>& head, const std::function<bool(sqlite3_stmt*)>& row) {
+    const InterruptWatch watch(connection_.get(), isOver);
+    isRefused_ = false;
+    sqlite3_stmt* prepared = nullptr;
+    const char* rest = nullptr;
+    int code = sqlite3_prepare_v2(connection_.get(), statement.c_str(), -1, &prepared, &rest);
+    const Statement owned(prepared);
+    if (code != SQLITE_OK) {
+        fail(code, statement);
+    }
+    if (prepared == nullptr || std::string_view(rest).find_first_not_of(" \t\r\n;") != std::string_view::npos) {
+        throw Failure(prepared == nullptr ? "there is no statement" : "one statement at a time: more stands behind it");
+    }
+    head(prepared);
+    while ((code = sqlite3_step(prepared)) == SQLITE_ROW) {
+        if (!row(prepared)) {
+            return true;
+        }
+    }
+    if (code == SQLITE_INTERRUPT) {
+        return false;
+    }
+    if (code != SQLITE_DONE) {
+        fail(code, {});
+    }
+    return true;
 }
 
 void SqlSession::addTables(const std::vector<std::string>& arguments, const std::string& timeUnit) {
@@ -172,7 +235,7 @@ bool SqlSession::create(const std::string& statement) {
 }
 
 void SqlSession::run(const std::string& text, SqlFormat format) {
-    const InterruptWatch watch(connection_.get());
+    const InterruptWatch watch(connection_.get(), &Console::isInterrupted);
     const char* next = text.c_str();
     while (*next != '\0') {
         Console::checkInterrupt();
@@ -211,6 +274,10 @@ void SqlSession::fail(int code, std::string_view statement) const {
     }
     if (code == SQLITE_NOMEM) {
         throw std::bad_alloc();
+    }
+    if (isRefused_ && isReadingOnly_) {
+        throw Failure(fmt::format("this may not be asked here: statements SELECT from the tables that are served ({})",
+                                  shownText(sqlite3_errmsg(connection_.get()))));
     }
     if (isRefused_) {
         throw Failure(

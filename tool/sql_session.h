@@ -4,6 +4,7 @@
 #include <sqlite3.h>
 
 #include <filesystem>
+#include <functional>
 #include <memory>
 #include <set>
 #include <string>
@@ -34,6 +35,18 @@ class SqlSession {
     // file that has a name: ATTACH, and VACUUM, which needs it, are refused.
     void run(const std::string& text, SqlFormat format);
 
+    // For statements of somebody who may see the added tables and nothing else: from now on they may only read, and
+    // only those tables; no file, no setting, no extension. Failure for what they may not.
+    void allowReadingOnly();
+    // No text or blob becomes longer than so many bytes.
+    void limit(std::int64_t bytes) noexcept {
+        sqlite3_limit(connection_.get(), SQLITE_LIMIT_LENGTH, static_cast<int>(bytes));
+    }
+    // Runs one statement, and gives it to `row` behind each of its rows, until that gives false. The statement ends
+    // when `isOver` says so, which another thread asks again and again: false is given then. `head` is called first,
+    // once the columns are known. Failure with SQLite's words, and for more than one statement.
+    bool query(const std::string& statement, const std::function<bool()>& isOver,
+               const std::function<void(sqlite3_stmt*)>& head, const std::function<bool(sqlite3_stmt*)>& row);
     // The first column of a query's rows, without NULLs.
     std::vector<std::string> texts(const std::string& query) const;
 
@@ -49,12 +62,14 @@ class SqlSession {
     std::string nameFor(const TableInfo& info);
     bool create(const std::string& statement);
     void runStatement(sqlite3_stmt* statement, SqlFormat format);
+    bool isAllowed(int action, const char* first, const char* second) const;
     [[noreturn]] void fail(int code, std::string_view statement) const;
 
     Console& console_;
     std::unique_ptr<sqlite3, Closer> connection_;
     std::set<std::string> taken_;  // the names of tables, in small letters
-    bool isRefused_ = false;       // by authorize
+    bool isReadingOnly_ = false;
+    bool isRefused_ = false;  // by authorize
 };
 
 }  // namespace tabulo::tool

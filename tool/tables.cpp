@@ -129,20 +129,27 @@ NewTables::NewTables(const std::vector<std::string>& arguments) {
     }
 }
 
+std::vector<std::filesystem::path> filesThere(const std::filesystem::path& folder) {
+    std::vector<std::filesystem::path> found;
+    std::error_code error;  // a folder that is gone may come again
+    std::filesystem::directory_iterator entry(folder, error);
+    while (!error && entry != std::filesystem::directory_iterator()) {
+        std::error_code unknown;
+        const std::string name = entry->path().filename().string();
+        if (entry->is_regular_file(unknown) && isOfFolder(name) && !isIndexName(name)) {
+            found.push_back(entry->path());
+        }
+        entry.increment(error);
+    }
+    return found;
+}
+
 std::vector<std::filesystem::path> NewTables::look() const {
     std::vector<std::filesystem::path> found;
     for (const std::filesystem::path& folder : folders_) {
-        std::error_code error;  // a folder that is gone may come again
-        std::filesystem::directory_iterator entry(folder, error);
-        while (!error && entry != std::filesystem::directory_iterator()) {
-            std::error_code unknown;
-            const std::string name = entry->path().filename().string();
-            const bool isFile = entry->is_regular_file(unknown) && isOfFolder(name) && !isIndexName(name);
-            if (isFile && !known_.contains(entry->path())) {
-                found.push_back(entry->path());
-            }
-            entry.increment(error);
-        }
+        std::vector<std::filesystem::path> files = filesThere(folder);
+        std::erase_if(files, [this](const std::filesystem::path& file) { return known_.contains(file); });
+        found.insert(found.end(), files.begin(), files.end());
     }
     std::sort(found.begin(), found.end());
     return found;

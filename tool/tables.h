@@ -26,6 +26,10 @@ struct NamedFile {
 // folder (a pipe, a link that leads nowhere) is named and left out.
 std::vector<NamedFile> expandPaths(Console& console, const std::vector<std::string>& arguments);
 
+// The files of a folder that may be tables, as they are now; none of a folder that cannot be read. A table that is
+// called like a side index (".idx") is not found.
+std::vector<std::filesystem::path> filesThere(const std::filesystem::path& folder);
+
 // Tables that appear in folders while they are watched.
 class NewTables {
   public:
@@ -33,8 +37,8 @@ class NewTables {
     explicit NewTables(const std::vector<std::string>& arguments);
 
     bool watchesFolders() const noexcept { return !folders_.empty(); }
-    // What has come since, by name, each time that it is asked until it is known. A table that is called like a side
-    // index (".idx") is not found.
+    // What has come since, by name, each time that it is asked until it is known: files as filesThere
+    // gives them.
     std::vector<std::filesystem::path> look() const;
     void know(const std::filesystem::path& path) { known_.insert(path); }
 

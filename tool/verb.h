@@ -30,6 +30,7 @@ extern const Verb tailVerb;
 extern const Verb orderVerb;
 extern const Verb statsVerb;
 extern const Verb sqlVerb;
+extern const Verb serveVerb;
 extern const Verb blocksVerb;
 extern const Verb sessionVerb;
 extern const Verb indexVerb;

@@ -5,10 +5,10 @@
 namespace tabulo::tool {
 
 std::span<const Verb* const> verbs() noexcept {
-    static constexpr std::array ALL = {&listVerb,   &infoVerb,    &catVerb,    &tailVerb,    &orderVerb,
-                                       &statsVerb,  &sqlVerb,     &blocksVerb, &sessionVerb, &indexVerb,
-                                       &verifyVerb, &recoverVerb, &backupVerb, &splitVerb,   &exportVerb,
-                                       &shipVerb,   &receiveVerb, &lagVerb,    &helpVerb,    &completionVerb};
+    static constexpr std::array ALL = {
+        &listVerb,  &infoVerb,   &catVerb,     &tailVerb,    &orderVerb,  &statsVerb,   &sqlVerb,
+        &serveVerb, &blocksVerb, &sessionVerb, &indexVerb,   &verifyVerb, &recoverVerb, &backupVerb,
+        &splitVerb, &exportVerb, &shipVerb,    &receiveVerb, &lagVerb,    &helpVerb,    &completionVerb};
     return ALL;
 }
 

@@ -46,8 +46,8 @@ Way stepTo(const Call& call, internal::BlockCursor* cursor, internal::TableFile*
     return cursor->position == block ? Way::there : Way::past;
 }
 
-// Steps as stepTo with the length words alone: the usual case, with 8 bytes read a block that no side index covers.
-// False when they do not lead there.
+// Steps as stepTo with the length words alone: the usual case, with 8 bytes read a block that no side index covers, from
+// the block to which they have led last if it still has a footer in front of it. False when they do not lead there.
 bool leadTo(const Call& call, const ReaderState& reader, internal::TableFile* file, std::int64_t block,
             std::int64_t* steps) {
     std::int64_t size = 0;
@@ -62,6 +62,12 @@ bool leadTo(const Call& call, const ReaderState& reader, internal::TableFile* fi
             *steps = *before;
         }
     }
+    const ReaderState::LedTo led = reader.led;
+    if (led.block > position && led.block <= block && led.block <= size &&
+        internal::mfr_loadPreviousFooter(reader.blocks.get(), file, led.block) == internal::NO_ERROR) {
+        position = led.block;
+        *steps = led.steps;
+    }
     for (; position < block && block <= size; ++*steps) {
         std::uint64_t length = 0;
         call.check(internal::blockReader_readWord(file, position, &length));
@@ -69,6 +75,9 @@ bool leadTo(const Call& call, const ReaderState& reader, internal::TableFile* fi
             return false;
         }
         position += static_cast<std::int64_t>(length);
+    }
+    if (position == block) {
+        reader.led = {block, *steps};
     }
     return position == block;
 }

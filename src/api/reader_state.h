@@ -21,6 +21,12 @@ struct ReaderState {
     internal::MessageTablePtr open;
     internal::BlockReaderPtr blocks;                // for look-ups of blocks
     std::unique_ptr<internal::IndexBuilder> index;  // that is kept for queries; null: none is
+    // The block of the place that was checked last, and how many stand in front of it: the next place is often near.
+    struct LedTo {
+        std::int64_t block = 0;
+        std::int64_t steps = 0;
+    };
+    mutable LedTo led{};
 };
 
 // The table at a path, with the layout that its file has. Throws what a Reader does.

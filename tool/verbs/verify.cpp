@@ -11,6 +11,7 @@
 
 #include "tabulo/damage.h"
 #include "tabulo/session_info.h"
+#include "tool/finding_names.h"
 #include "tool/listing.h"
 #include "tool/status.h"
 #include "tool/table_cells.h"
@@ -25,30 +26,6 @@ struct VerifyOptions {
     std::vector<std::string> files;
     ListFormat format = ListFormat::text;
 };
-
-std::string_view kindName(FindingKind kind) {
-    switch (kind) {
-        case FindingKind::header:
-            return "header";
-        case FindingKind::lengthWord:
-            return "length";
-        case FindingKind::frame:
-            return "message";
-        case FindingKind::footer:
-            return "footer";
-        case FindingKind::range:
-            return "range";
-        case FindingKind::filter:
-            return "filter";
-        case FindingKind::statistics:
-            return "statistics";
-        case FindingKind::tail:
-            return "tail";
-        case FindingKind::order:
-            return "order";
-    }
-    return "unknown";
-}
 
 // What was found in one table.
 struct Verdict {
@@ -179,7 +156,7 @@ Verdict verifySession(const TableInfo& info, Report& report) {
 Verdict verifyMessages(Console& console, const std::filesystem::path& path, Report& report) {
     Verdict verdict;
     verdict.result = verify(
-        path, [&](const Finding& finding) { report.finding(path, kindName(finding.kind), finding); },
+        path, [&](const Finding& finding) { report.finding(path, findingName(finding.kind), finding); },
         console.watched("checking " + shownPath(path)));
     Console::checkInterrupt();
     return verdict;
