@@ -33,7 +33,7 @@ class Blocks {
     this.verdict = element("p", {role: "status"});
     this.list = element("ul", {class: "findings"});
     replace(host, element("div", {class: "row spread"}, element("h1", {}, "Blocks"), element("div", {class: "row"},
-        element("label", {for: "blocks-table"}, "Table"), this.table, element("label", {for: "blocks-by"}, "Coloured by"), this.by, this.verify)),
+        element("label", {class: "together"}, "Table", this.table), element("label", {class: "together"}, "Coloured by", this.by), this.verify)),
       this.problem, this.told, this.progress, this.verdict, this.list,
       element("div", {class: "map-parts"}, element("div", {class: "card"}, this.stage, this.scale), this.block));
     this.#listen();

@@ -42,10 +42,16 @@ export function replace(parent, ...children) {
   append(parent, children);
 }
 
+// A text in which nothing is invisible: SOH as |, other control characters as \xHH, as the command shows them.
+export function visible(text) {
+  return text.replace(/[\u0000-\u001f\u007f-\u009f]/g, (one) =>
+    one === "\u0001" ? "|" : `\\x${one.charCodeAt(0).toString(16).toUpperCase().padStart(2, "0")}`);
+}
+
 // A text from a message or a file: isolated, so that marks for another direction of writing end with it, and cut behind
 // `most` characters; the whole is then in its title (up to 2,000 characters) and in the view that shows the message.
 export function given(text, most = 200, attributes = {}) {
-  const whole = text === null || text === undefined ? "" : String(text);
+  const whole = text === null || text === undefined ? "" : visible(String(text));
   const cut = whole.length > most;
   return element("bdi", {class: "given", title: cut ? whole.slice(0, 2000) : null, ...attributes},
                  cut ? whole.slice(0, most) + "…" : whole);

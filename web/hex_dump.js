@@ -16,3 +16,9 @@ export function hexDump(bytes, columns) {
   }
   return lines.join("\n");
 }
+
+// Bytes as the command shows them: SOH as |, what is not printable as \xHH.
+export function bytesAsText(bytes) {
+  return Array.from(bytes, (byte) => byte === 1 ? "|" : byte >= 32 && byte < 127 ? String.fromCharCode(byte)
+    : `\\x${byte.toString(16).toUpperCase().padStart(2, "0")}`).join("");
+}

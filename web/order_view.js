@@ -34,7 +34,9 @@ function finalState(answer) {
   const {state} = answer;
   const isMoment = answer.steps.some((step) => step.time);
   const values = Object.entries(state).filter(([name]) => !OF_SEARCH.includes(name));
-  const text = (name, value) => name === "OrdStatus" && state.statusName ? `${value} ${state.statusName}` : String(value);
+  // The names of values stand in the steps that had them.
+  const nameOf = (name, value) => answer.steps.find((step) => step.values[name] === value && step.names[name])?.names[name];
+  const text = (name, value) => [String(value), nameOf(name, value)].filter(Boolean).join(" ");
   const status = state.statusName ?? (state.reports > 0 ? state.OrdStatus : null);
   return element("section", {class: "card state", "aria-labelledby": "state-title"},
     element("h2", {id: "state-title"}, "How it stands: ", status ? given(status, 60) : "no report has told"),
@@ -58,7 +60,7 @@ class Order {
     replace(host, element("h1", {}, "Order"), element("form", {class: "row", onsubmit: (event) => {
       event.preventDefault();
       go("order", changed(this.parameters, {id: this.field.value.trim(), "id-is": this.kind.value === "any" ? null : this.kind.value}));
-    }}, element("label", {for: "order-of-view"}, "Id"), this.field, element("label", {for: "order-id-is"}, "which is"), this.kind,
+    }}, element("label", {class: "together"}, "Id", this.field), element("label", {class: "together"}, "which is", this.kind),
         element("button", {class: "main"}, "Show")), this.told, this.content);
     this.watching = new ResizeObserver(() => this.#drawDiagram());
     this.watching.observe(this.stage);

@@ -4,8 +4,10 @@ import {changed, keep} from "./address.js";
 import * as board from "./board.js";
 import {copyButton, element, given, replace} from "./elements.js";
 import * as figures from "./figures.js";
+import {bytesAsText, wireBytes} from "./hex_dump.js";
 import {post} from "./server.js";
 
+const LONGEST = 4096;  // letters of a cell; no value of the server has more
 const BEGIN = "SELECT type, count(*) AS messages FROM TABLE GROUP BY type ORDER BY messages DESC";
 
 // A table's name as SQL takes it.
@@ -27,9 +29,14 @@ export function asCsv(columns, rows) {
 }
 
 function cellOf(value) {
-  return value === null ? element("td", {class: "quiet"}, "null")
-    : typeof value === "number" ? element("td", {class: "number"}, String(value))
-    : element("td", {}, given(asText(value), 160));
+  if (value === null) {
+    return element("td", {class: "quiet"}, "null");
+  }
+  if (typeof value === "number") {
+    return element("td", {class: "number"}, String(value));
+  }
+  const text = typeof value === "object" ? bytesAsText(wireBytes(value.base64)) : value;
+  return element("td", {class: typeof value === "object" ? "mono" : null}, given(text, LONGEST));
 }
 
 class Sql {
@@ -109,9 +116,11 @@ class Sql {
     replace(this.told, `${figures.counted(rows.length, "row", "rows")} in ${figures.duration(seconds * 1000)}` +
       `${more ? "; there are more, which are not shown" : ""}. `,
       copyButton("Copy as CSV", () => asCsv(columns, rows)));
-    replace(this.result, element("div", {class: "scroll", tabindex: "0", role: "region", "aria-label": "Rows"},
-      element("table", {class: "rows"}, element("thead", {}, element("tr", {}, columns.map((name) => element("th", {scope: "col"}, given(name, 80))))),
-        element("tbody", {}, rows.map((row) => element("tr", {}, row.map(cellOf)))))));
+    const rowsTable = element("table", {class: "rows"}, element("thead", {}, element("tr", {}, columns.map((name) =>
+      element("th", {scope: "col"}, given(name, 80))))), element("tbody", {}, rows.map((row) => element("tr", {}, row.map(cellOf)))));
+    const wrap = element("input", {type: "checkbox", onchange: () => rowsTable.classList.toggle("whole", wrap.checked)});
+    replace(this.result, element("p", {}, element("label", {class: "box"}, wrap, " Show long values whole")),
+      element("div", {class: "scroll", tabindex: "0", role: "region", "aria-label": "Rows"}, rowsTable));
   }
 
   leave() {

@@ -32,7 +32,7 @@ class Timeline {
     this.open = element("a", {class: "button"}, "Messages of it");
     const button = (text, label, action) => element("button", {type: "button", class: "small", "aria-label": label, title: label, onclick: action}, text);
     replace(host, element("div", {class: "row spread"}, element("h1", {}, "Timeline"), element("div", {class: "row"},
-        element("label", {for: "timeline-by"}, "By "), this.by,
+        element("label", {class: "together"}, "By", this.by),
         button("+", "Zoom in", () => this.#zoom(0.5)), button("−", "Zoom out", () => this.#zoom(2)),
         button("←", "Earlier", () => this.#move(-0.5)), button("→", "Later", () => this.#move(0.5)),
         button("All", "The whole of the tables", () => this.#whole()), this.open)),
