@@ -36,16 +36,16 @@ export class CursorSource {
     return this.#rows[i] ?? null;
   }
 
-  // The cursor of the page that has a row, by which the list can be begun there again.
-  cursorOf(i) {
+  // The cursor of the page that has a row, by which the list can be begun there again, and the row's number in that page.
+  placeOf(i) {
     let first = 0;
     for (const page of this.#pages) {
       if (i < first + page.messages.length) {
-        return page.before;
+        return [page.before, i - first];
       }
       first += page.messages.length;
     }
-    return null;
+    return [null, null];
   }
 
   want(first, last) {

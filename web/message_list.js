@@ -127,6 +127,7 @@ export class MessageList {
         this.#rows.delete(number);
       }
     }
+    this.element.removeAttribute("aria-activedescendant");  // set again where that row is seen
     const shift = this.#isScaled ? this.#told - this.#top * ROW : 0;
     for (let number = first; number <= last; ++number) {
       this.#renderRow(number, shift);

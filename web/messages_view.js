@@ -1,6 +1,7 @@
 // Messages: the list, what chooses it, and one message opened beside it. In the address: tables and filters; m, the message
 // that is open; n, the number of the uppermost row of a table without filters; from, the cursor of a list that does not
-// begin with the newest. Without n and from the list follows: it stays at its end while messages come.
+// begin with the newest, n then counts from there. Without n and from the list follows: it stays at its end while messages
+// come.
 import {changed, go, keep, linkTo} from "./address.js";
 import * as board from "./board.js";
 import {CursorSource} from "./cursor_source.js";
@@ -13,6 +14,12 @@ import {NumberedSource} from "./numbered_source.js";
 import {dayOf, zoneName} from "./times.js";
 
 const KEEP_AFTER = 300;  // milliseconds of rest before the address tells where the list is
+
+// What an address asks for, and where its list begins, as a text.
+function beginningOf(parameters) {
+  const from = parameters.get("from");
+  return `${questionOf(parameters)} ${from ? `${from} ${parameters.get("n") ?? 0}` : ""}`;
+}
 
 class Messages {
   constructor(host, parameters) {
@@ -47,13 +54,11 @@ class Messages {
   show(parameters) {
     this.parameters = parameters;
     this.timeline.href = linkTo("timeline", questionOf(parameters));
-    const question = questionOf(parameters).toString();
-    const begin = `${question} ${parameters.get("from") ?? ""}`;
-    if (begin !== this.question) {
-      this.question = begin;
+    if (this.question !== beginningOf(parameters)) {
+      this.question = beginningOf(parameters);
       this.filters.set(questionOf(parameters));
       this.#begin();
-    } else if (parameters.has("n") && Math.abs(this.list.first - Number(parameters.get("n"))) > 1) {
+    } else if (this.isNumbered && parameters.has("n") && Math.abs(this.list.first - Number(parameters.get("n"))) > 1) {
       this.isFollowing = false;
       this.list.toRow(Number(parameters.get("n")));
     }
@@ -71,6 +76,7 @@ class Messages {
       setText(this.told, "Waiting for the server.");
       return;
     }
+    this.row = cursor ? Number(this.parameters.get("n")) || 0 : 0;  // to be shown when it is there
     this.isNumbered = isNumbered && board.tableOf(only) !== null;
     const changed = (news) => this.#changed(news);
     this.source = this.isNumbered ? new NumberedSource(only, changed) : new CursorSource(questionOf(this.parameters), cursor, changed);
@@ -93,6 +99,9 @@ class Messages {
     this.list.changed(front);
     if (this.isFollowing) {
       this.list.toEnd();
+    } else if (this.row > 0 && this.source.count() > this.row) {
+      this.list.toRow(this.row);
+      this.row = 0;
     }
     this.#tell();
   }
@@ -121,10 +130,12 @@ class Messages {
     if (this.isNumbered) {
       where.n = this.isFollowing ? null : this.list.first;
     } else {
-      where.from = this.isFollowing ? null : this.source.cursorOf(this.list.first);
+      const [cursor, row] = this.isFollowing ? [null, null] : this.source.placeOf(this.list.first);
+      where.from = cursor;
+      where.n = row;
     }
     this.parameters = changed(this.parameters, where);
-    this.question = `${questionOf(this.parameters)} ${where.from ?? ""}`;
+    this.question = beginningOf(this.parameters);
     keep("messages", this.parameters);
   }
 

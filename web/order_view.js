@@ -109,7 +109,7 @@ class Order {
         element("section", {class: "card", "aria-labelledby": "diagram-title"}, element("h2", {id: "diagram-title"}, "Step by step"), this.stage,
           steps.length > MOST_ARROWS ? element("p", {class: "quiet"}, `The diagram has the first ${MOST_ARROWS} steps; the table has all.`) : null),
         element("section", {class: "card wide", "aria-labelledby": "steps-title"}, element("h2", {id: "steps-title"}, "The steps as a table"),
-          element("div", {class: "scroll", tabindex: "0", role: "region", "aria-label": "The steps as a table"},
+          element("div", {class: "scroll", tabindex: "0", role: "group", "aria-label": "Table of the steps, which scrolls"},
             element("table", {class: "stack"}, element("thead", {}, element("tr", {}, heads.map((name) => element("th", {scope: "col"}, name)))),
               element("tbody", {}, steps.map((step, i) => stepRow(step, i, i > 0 ? steps[i - 1] : null))))))));
     this.#drawDiagram();

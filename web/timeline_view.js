@@ -1,5 +1,5 @@
 // Timeline: how many messages there were when, by what they are, and what stands out. In the address: tables and filters, by,
-// from and until (times). A stretch is selected by dragging or with Shift and the arrows; Enter or a double click opens its
+// from and to (times; the filters since and until count as these where they are whole dates). A stretch is selected by dragging or with Shift and the arrows; Enter or a double click opens its
 // messages.
 import {changed, go, keep, linkTo} from "./address.js";
 import * as board from "./board.js";
@@ -14,6 +14,23 @@ import {filterTime, moment, zoneName} from "./times.js";
 const ASK_AFTER = 160;      // milliseconds of rest before another stretch is asked for
 const RENEW_AFTER = 2000;   // between two questions because of new messages
 const SHORTEST = 2;         // the shortest stretch that is shown, in milliseconds
+
+// A time of the filters in milliseconds, where it can be told without the tables: "2026-11-20T19:31:45".
+function wholeDate(text) {
+  const isDate = text !== null && /^\d{4}-\d\d-\d\d/.test(text);
+  const time = isDate ? Date.parse(/T/.test(text) && !/Z|[+-]\d\d:\d\d$/.test(text) ? `${text}Z` : text) : NaN;
+  return Number.isFinite(time) ? time : null;
+}
+
+// The filters without the stretch, which is asked for by its times.
+function filtersWithout(parameters) {
+  const question = questionOf(parameters);
+  question.delete("until");
+  if (wholeDate(question.get("since")) !== null) {
+    question.delete("since");
+  }
+  return question;
+}
 
 class Timeline {
   constructor(host, parameters) {
@@ -35,7 +52,7 @@ class Timeline {
         element("label", {class: "together"}, "By", this.by),
         button("+", "Zoom in", () => this.#zoom(0.5)), button("−", "Zoom out", () => this.#zoom(2)),
         button("←", "Earlier", () => this.#move(-0.5)), button("→", "Later", () => this.#move(0.5)),
-        button("All", "The whole of the tables", () => this.#whole()), this.open)),
+        button("All", "All of the time of the tables", () => this.#whole()), this.open)),
       this.filters.element, this.problem, this.told, this.legend, this.stage, this.under,
       element("p", {id: "timeline-help", class: "quiet small-print"}, "Wheel or + and - zoom, arrows move, dragging or Shift and arrows select; " +
         "Enter or a double click opens the messages of the stretch, Escape leaves the selection."), this.marks);
@@ -73,21 +90,21 @@ class Timeline {
     this.by.value = by;
   }
 
-  #timeOf(name) {
+  #timeOf(name, filter) {
     const text = this.parameters.get(name);
-    return text !== null && Number.isFinite(Number(text)) ? Number(text) : null;
+    return text !== null && Number.isFinite(Number(text)) ? Number(text) : wholeDate(this.parameters.get(filter));
   }
 
   async #load() {
     clearTimeout(this.asking);
-    const [from, until] = [this.#timeOf("from"), this.#timeOf("until")];
+    const [from, until] = [this.#timeOf("from", "since"), this.#timeOf("to", "until")];
     if (this.chart.data && from !== null && until !== null) {
       [this.chart.from, this.chart.until] = [from, until];
       this.chart.draw();
     }
     try {
       const buckets = Math.min(Math.max(Math.round(this.chart.plotWidth / 4), 60), 400);
-      const answer = await this.asker.ask("/api/timeline", changed(questionOf(this.parameters),
+      const answer = await this.asker.ask("/api/timeline", changed(filtersWithout(this.parameters),
         {from, until, buckets, by: this.parameters.get("by")}));
       if (answer) {
         this.problem.hidden = true;
@@ -111,7 +128,8 @@ class Timeline {
     setText(this.told, isEmpty ? "There are no messages to show." :
       `${answer.estimate ? "About " : ""}${figures.counted(Math.round(total), "message", "messages")} from ${moment(answer.from, chart.isMoment)} ` +
       `to ${moment(answer.until, chart.isMoment)} (${zoneName()}), ${figures.duration(answer.step)} a bar.` +
-      (answer.estimate ? ` The figures are an estimate, from the ranges of blocks and ${figures.count(answer.read)} messages that were read.` : ""));
+      (answer.estimate ? ` The figures are an estimate, from the ranges of blocks and ${figures.count(answer.read)} messages that were read.` : "") +
+      (answer.damage ? ` Not everything could be read: ${answer.damage}` : ""));
     this.#showLegend(answer);
     replace(this.marks, markTable(answer, chart.isMoment));
     this.#showOpen();
@@ -155,7 +173,7 @@ class Timeline {
     const span = Math.max(until - from, SHORTEST);
     [this.chart.from, this.chart.until] = [from, from + span];
     this.chart.draw();
-    this.parameters = changed(this.parameters, {from: Math.floor(from), until: Math.ceil(from + span)});
+    this.parameters = changed(this.parameters, {from: Math.floor(from), to: Math.ceil(from + span)});
     clearTimeout(this.asking);
     this.asking = setTimeout(() => {
       keep("timeline", this.parameters);
@@ -182,8 +200,7 @@ class Timeline {
 
   #whole() {
     this.chart.selection = null;
-    go("timeline", changed(this.parameters, {from: null, until: null}));
-    this.parameters = changed(this.parameters, {from: null, until: null});
+    go("timeline", changed(this.parameters, {from: null, to: null, since: null, until: null}));
   }
 
   // With Shift the arrows move the end of the selection by a bar.
@@ -271,7 +288,7 @@ class Timeline {
       return;
     }
     this.#showBy();
-    if (!this.renewing && !this.parameters.has("until")) {
+    if (!this.renewing && !this.parameters.has("to")) {
       this.renewing = setTimeout(() => {
         this.renewing = 0;
         this.#load();
