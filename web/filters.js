@@ -19,9 +19,10 @@ const FIELDS = [
   ["id", "Message ids", "1..500"],
 ];
 
-// The filters of an address, as pairs.
+// The filters of an address, as pairs, of which the server takes one value each.
 export function filterPairs(parameters) {
-  return [...parameters].filter(([name, value]) => NAMES.includes(name) && value !== "");
+  return [...parameters].filter(([name]) => NAMES.includes(name)).flatMap(([name, value]) =>
+    (LISTS.includes(name) ? value.split(",") : [value]).map((one) => [name, one.trim()])).filter(([, value]) => value !== "");
 }
 
 // What the server is asked for: tables, filters, merge.
