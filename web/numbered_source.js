@@ -1,0 +1,128 @@
+// The messages of one table by their numbers, of which pieces are loaded as they are looked at. A source of a list has
+// count(), row(i): a message, null while it is not there yet, or {missing} where none can be read; want(first, last);
+// grow() when its tables have grown; stop(); and calls changed({front, failed}) when rows have come: `front` of them in
+// front of the others.
+import * as board from "./board.js";
+import {ask} from "./server.js";
+
+const PIECE = 200;   // messages
+const MOST = 60;     // pieces that are kept
+const AT_A_TIME = 2;
+
+export class NumberedSource {
+  #pieces = new Map();  // number of the piece: {messages, after, isOver}
+  #running = new Map();
+  #wanted = [];
+  #ending = new AbortController();
+
+  constructor(table, changed) {
+    this.table = table;
+    this.changed = changed;
+    this.damage = null;
+    this.total = board.tableOf(table)?.messages ?? 0;
+  }
+
+  count() {
+    return this.total;
+  }
+
+  row(i) {
+    const piece = this.#pieces.get(Math.floor(i / PIECE));
+    if (!piece) {
+      return null;
+    }
+    return piece.messages[i % PIECE] ?? (piece.isOver ? {missing: true} : null);
+  }
+
+  // All that there is at both ends is known from the beginning.
+  get atStart() { return true; }
+  get atEnd() { return true; }
+  get isLoading() { return this.#running.size > 0; }
+
+  want(first, last) {
+    const front = Math.max(Math.floor(first / PIECE), 0);
+    const end = Math.floor(Math.max(Math.min(last, this.total - 1), 0) / PIECE);
+    this.#wanted = [];
+    for (let piece = front; piece <= end; ++piece) {
+      if (this.#isDue(piece)) {
+        this.#wanted.push(piece);
+      }
+    }
+    this.#next();
+  }
+
+  // A piece that is not there, or has fewer messages than the table now has for it.
+  #isDue(number) {
+    const piece = this.#pieces.get(number);
+    const length = Math.min(this.total - number * PIECE, PIECE);
+    return length > 0 && !this.#running.has(number) &&
+        (!piece || (piece.messages.length < length && !piece.isOver));
+  }
+
+  #next() {
+    while (this.#running.size < AT_A_TIME && this.#wanted.length > 0) {
+      const number = this.#wanted.shift();
+      if (this.#isDue(number)) {
+        this.#running.set(number, this.#load(number));
+      }
+    }
+  }
+
+  async #load(number) {
+    const piece = this.#pieces.get(number);
+    const have = piece?.messages.length ?? 0;
+    const place = piece ? {after: piece.after} : {at: number * PIECE};
+    let failed = null;
+    try {
+      const answer = await ask("/api/messages", {table: this.table, ...place, limit: PIECE - have}, this.#ending.signal);
+      const due = Math.min(this.total - number * PIECE, PIECE);
+      const messages = [...(piece?.messages ?? []), ...answer.messages];
+      this.damage = answer.damage ?? this.damage;
+      // Without any new message there is none to come: the rest cannot be read.
+      this.#pieces.delete(number);
+      this.#pieces.set(number, {messages, after: answer.after, isOver: messages.length < due && !answer.stopped && !answer.more &&
+                                                                       answer.messages.length === 0});
+      this.#forget(number);
+    } catch (error) {
+      if (error.name === "AbortError") {
+        return;
+      }
+      failed = error;
+    }
+    this.#running.delete(number);
+    this.changed({front: 0, failed});
+    if (!failed) {
+      this.#next();
+    }
+  }
+
+  #forget(kept) {
+    for (const number of this.#pieces.keys()) {
+      if (this.#pieces.size <= MOST) {
+        break;
+      }
+      if (number !== kept) {
+        this.#pieces.delete(number);
+      }
+    }
+  }
+
+  grow() {
+    const total = board.tableOf(this.table)?.messages ?? 0;
+    if (total === this.total) {
+      return;
+    }
+    if (total < this.total) {
+      this.#pieces.clear();  // another table of this name
+    }
+    for (const piece of this.#pieces.values()) {
+      piece.isOver = false;
+    }
+    this.total = total;
+    this.changed({front: 0, failed: null});
+  }
+
+  stop() {
+    this.#ending.abort();
+  }
+}
