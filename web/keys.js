@@ -18,7 +18,8 @@ export function listed() {
   return [...pageKeys, ...viewKeys].map(([key, words]) => [key === " " ? "Space" : key, words]);
 }
 
-function isWriting(target) {
+// Whether a target of an event is a field that is written in.
+export function isWriting(target) {
   return target instanceof HTMLElement &&
       (target.isContentEditable || target.matches("input:not([type=checkbox]):not([type=radio]), textarea, select"));
 }

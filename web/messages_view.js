@@ -95,6 +95,8 @@ class Messages {
   #changed({front, failed}) {
     if (failed) {
       this.#tellProblem(failed.message);
+    } else if (this.source.count() > 0) {
+      this.#tellProblem(null);
     }
     this.list.changed(front);
     if (this.isFollowing) {

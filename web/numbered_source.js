@@ -8,11 +8,13 @@ import {ask} from "./server.js";
 const PIECE = 200;   // messages
 const MOST = 60;     // pieces that are kept
 const AT_A_TIME = 2;
+const AGAIN = 2000;  // milliseconds before a question that failed is asked again
 
 export class NumberedSource {
   #pieces = new Map();  // number of the piece: {messages, after, isOver}
   #running = new Map();
   #wanted = [];
+  #restsUntil = 0;
   #ending = new AbortController();
 
   constructor(table, changed) {
@@ -55,7 +57,7 @@ export class NumberedSource {
   #isDue(number) {
     const piece = this.#pieces.get(number);
     const length = Math.min(this.total - number * PIECE, PIECE);
-    return length > 0 && !this.#running.has(number) &&
+    return length > 0 && Date.now() >= this.#restsUntil && !this.#running.has(number) &&
         (!piece || (piece.messages.length < length && !piece.isOver));
   }
 
@@ -71,7 +73,7 @@ export class NumberedSource {
   async #load(number) {
     const piece = this.#pieces.get(number);
     const have = piece?.messages.length ?? 0;
-    const place = piece ? {after: piece.after} : {at: number * PIECE};
+    const place = piece?.after ? {after: piece.after} : {at: number * PIECE};
     let failed = null;
     try {
       const answer = await ask("/api/messages", {table: this.table, ...place, limit: PIECE - have}, this.#ending.signal);
@@ -88,11 +90,21 @@ export class NumberedSource {
         return;
       }
       failed = error;
+      this.#takeFailure(number, error);
     }
     this.#running.delete(number);
     this.changed({front: 0, failed});
-    if (!failed) {
-      this.#next();
+    this.#next();
+  }
+
+  // What cannot be read stays so until the table grows; other failures are tried again in a while.
+  #takeFailure(number, error) {
+    if (error.status === 400 || error.status === 404) {
+      this.damage = error.message;
+      this.#pieces.set(number, {messages: this.#pieces.get(number)?.messages ?? [], after: this.#pieces.get(number)?.after, isOver: true});
+    } else {
+      this.#restsUntil = Date.now() + AGAIN;
+      setTimeout(() => this.changed({front: 0, failed: null}), AGAIN + 50);
     }
   }
 
@@ -116,7 +128,7 @@ export class NumberedSource {
       this.#pieces.clear();  // another table of this name
     }
     for (const piece of this.#pieces.values()) {
-      piece.isOver = false;
+      piece.isOver = false;  // to be tried again
     }
     this.total = total;
     this.changed({front: 0, failed: null});

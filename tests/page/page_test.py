@@ -1,6 +1,7 @@
 """The page that `tabulo serve` shows, in a browser: each view, compared with what the command prints of the same tables."""
 
 import json
+import os
 import re
 import unittest
 
@@ -36,6 +37,31 @@ class ViewsTest(PageTest):
         browser.run("document.querySelector('.list').scrollTop = 7000 * 28")
         self.assert_rows(self.settled(first=7000), stored)
         browser.until(lambda: "n=7000" in browser.address(), "the address tells where the list is")
+        self.no_errors()
+
+    def test_a_list_of_more_messages_than_a_browser_scrolls_through(self):
+        self.data = self.path("data")
+        os.makedirs(self.data)
+        self.engine(self.data, 400000, "tables=big").wait(120)
+        browser = self.show_server()
+        stored = figure(browser.text(".tables td[data-label=Messages]"))
+        first = json.loads(self.tabulo("cat", "--limit", "1", "-o", "ndjson", self.table("big")))["seq"]
+
+        def seq_of(number):
+            return json.loads(self.tabulo("cat", "--uid", f"{first + number}", "-o", "ndjson", self.table("big")))["seq"]
+
+        browser.show("#/messages?table=big&n=200000", ".message .seq")
+        self.assertEqual(int(self.settled(first=200000)[0][1]), seq_of(200000))
+        browser.run("document.querySelector('.list').scrollTop += 28 * 10")
+        self.assertEqual(int(self.settled(first=200010)[0][1]), seq_of(200010))
+        browser.run("document.querySelector('.list').focus()")
+        browser.press(Keys.END)
+        self.assertEqual(self.end_seq(stored), seq_of(stored - 1))
+        browser.press(Keys.HOME)
+        self.assertEqual(int(self.settled(first=0)[0][1]), first)
+        browser.run("const list = document.querySelector('.list'); list.scrollTop = list.scrollHeight / 2")
+        middle = browser.until(lambda: (self.rows() or [[0]])[0][0], "the middle is shown")
+        self.assertLess(abs(middle - stored / 2), stored / 50)
         self.no_errors()
 
     def test_filters_choose_as_those_of_the_command_do(self):
