@@ -32,6 +32,8 @@ class ConnectionStream : public httplib::Stream {
     bool beginRequest();
     // Why the request could not be read, or the answer not be written.
     Trouble trouble() const noexcept { return trouble_; }
+    // How much of the request's body has been read.
+    std::size_t bodyBytes() const noexcept { return bodyBytes_; }
     // Writes what the HTTP library could not answer, and lets the peer read it before the connection is closed.
     void refuse(std::string_view statusLine, std::string_view why);
 

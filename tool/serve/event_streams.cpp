@@ -142,8 +142,8 @@ void streamTables(Streams& streams, httplib::Response& response) {
         if (streams.ending || !sink.is_writable()) {
             return false;
         }
-        if (news.version > state->version || state->version == 0) {
-            state->version = std::max<std::uint64_t>(news.version, 1);
+        if (news.version > state->version) {
+            state->version = news.version;
             state->toldLast = now;
             if (!send(sink, eventText("tables", tablesJson(news)))) {
                 return false;
@@ -161,7 +161,7 @@ void streamTables(Streams& streams, httplib::Response& response) {
 
 void streamVerify(Streams& streams, const Question& question, httplib::Response& response) {
     const std::vector<Sight> sights = question.sights();
-    if (sights.size() != 1 || sights[0]->info.kind != TableKind::messages) {
+    if (question.several("table").size() != 1 || sights[0]->info.kind != TableKind::messages) {
         throw Refusal(400, "one message table can be verified at a time: table=ID");
     }
     const auto counted = std::make_shared<Counted>(streams.verifying, MOST_VERIFYING);

@@ -8,11 +8,13 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdlib>
 #include <string>
 #include <vector>
 
 #include "tool/format/json_text.h"
 #include "tool/listing.h"
+#include "tool/serve/limits.h"
 #include "tool/status.h"
 #include "tool/text_bytes.h"
 
@@ -151,6 +153,11 @@ bool Gate::refuses(const httplib::Request& request, httplib::Response& response)
     if (request.method != (isStatement ? "POST" : "GET") && (isStatement || request.method != "HEAD")) {
         response.set_header("Allow", isStatement ? "POST" : "GET, HEAD");
         setError(response, 405, fmt::format("{} is asked for by {}", request.path, isStatement ? "POST" : "GET"));
+        return true;
+    }
+    const std::string length = request.get_header_value("Content-Length");
+    if (length.size() > 5 || (!length.empty() && std::atol(length.c_str()) > static_cast<long>(LARGEST_BODY))) {
+        setError(response, 413, fmt::format("the body of a request has at most {} bytes", LARGEST_BODY));
         return true;
     }
     if (request.path == "/" && request.has_param("token")) {

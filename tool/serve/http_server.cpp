@@ -63,6 +63,12 @@ HttpServer::HttpServer(Gate gate, Answer answer) {
     new_task_queue = [] { return new ConnectionThreads; };  // the library deletes it
     set_payload_max_length(LARGEST_BODY);
     set_tcp_nodelay(true);
+    // Not as the library does it: with SO_REUSEPORT another process could take a share of the connections.
+    set_socket_options([](socket_t socket) {
+        const int yes = 1;
+        (void)::setsockopt(socket, SOL_SOCKET, SO_REUSEADDR, &yes,
+                           sizeof(yes));  // else the port is free a little later
+    });
     set_keep_alive_timeout(IDLE_TIME.count());
     set_keep_alive_max_count(MOST_REQUESTS);
     const auto guarded = [answer = std::move(answer)](const httplib::Request& request, httplib::Response& response) {
@@ -132,7 +138,11 @@ void HttpServer::stop() {
 // Answers one request. False when the connection must end.
 bool HttpServer::serveRequest(ConnectionStream& stream) {
     bool isClosed = false;
-    const bool isAnswered = process_request(stream, false, isClosed, [](httplib::Request& request) {
+    bool isBodyLeft = false;
+    std::string length = "0";
+    const bool isAnswered = process_request(stream, false, isClosed, [&](httplib::Request& request) {
+        isBodyLeft = request.has_header("Transfer-Encoding");
+        length = request.has_header("Content-Length") ? request.get_header_value("Content-Length") : length;
         request.ranges.clear();                    // a short request must not ask for parts by the thousand
         request.headers.erase("Accept-Encoding");  // on one machine packing costs more than it spares
     });
@@ -151,7 +161,9 @@ bool HttpServer::serveRequest(ConnectionStream& stream) {
         case ConnectionStream::Trouble::none:
             break;
     }
-    return isAnswered && !isClosed;
+    // What was refused without its body, or needs none, leaves it there: it must not be taken for the next request.
+    isBodyLeft = isBodyLeft || length != std::to_string(stream.bodyBytes());
+    return isAnswered && !isClosed && !isBodyLeft;
 }
 
 bool HttpServer::process_and_close_socket(socket_t socket) {

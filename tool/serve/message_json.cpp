@@ -97,7 +97,8 @@ void appendOrderIds(const MessageView& message, Json* json) {
     std::vector<std::string_view> told;
     json->key("orderIds").beginList();
     for (const OrderId& id : ids.ids()) {
-        if (std::find(told.begin(), told.end(), id.value) == told.end() && isUtf8(id.value)) {
+        const bool isNew = std::find(told.begin(), told.end(), id.value) == told.end();
+        if (isNew && id.value.size() <= LONGEST_FIELD && isUtf8(id.value)) {
             told.push_back(id.value);
             json->text(id.value);
         }

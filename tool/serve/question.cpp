@@ -124,13 +124,16 @@ std::optional<double> Question::time(const std::string& name) const {
     return time;
 }
 
-SelectionOptions Question::options() const {
+SelectionOptions Question::options(Filters filters) const {
     SelectionOptions options;
+    if (filters == Filters::none) {
+        return options;
+    }
     options.seq = several("seq");
     options.id = several("id");
     options.uid = several("uid");
     options.since = one("since").value_or("");
-    options.until = one("until").value_or("");
+    options.until = filters == Filters::all ? one("until").value_or("") : "";
     options.classes = several("class");
     options.types = several("type");
     options.notTypes = several("not-type");
@@ -140,9 +143,10 @@ SelectionOptions Question::options() const {
     return options;
 }
 
-bool Question::isFiltered() const {
-    return std::any_of(FILTERS.begin(), FILTERS.end(),
-                       [this](std::string_view name) { return request_.has_param(std::string(name)); });
+bool Question::isFiltered(Filters filters) const {
+    return std::any_of(FILTERS.begin(), FILTERS.end(), [&](std::string_view name) {
+        return (name != "until" || filters == Filters::all) && request_.has_param(std::string(name));
+    });
 }
 
 AskedTable Question::open(const Sight& sight, const SelectionOptions& options) {
@@ -181,7 +185,7 @@ std::vector<Sight> Question::sights() const {
 
 std::vector<AskedTable> Question::tables(Filters filters) {
     const bool isNamed = request_.has_param("table");
-    const SelectionOptions chosen = filters == Filters::taken ? options() : SelectionOptions();
+    const SelectionOptions chosen = options(filters);
     std::vector<AskedTable> tables;
     for (const Sight& sight : sights()) {
         if (sight->info.kind == TableKind::messages) {

@@ -50,15 +50,15 @@ class Question {
     std::optional<double> time(const std::string& name) const;
 
     // The message tables that are named, opened; all when none is named. With the filters of the question, unless its
-    // parameters mean something else. Refusal: 404 for one that is not there, 400 for a filter that cannot be.
-    enum class Filters { taken, none };
-    std::vector<AskedTable> tables(Filters filters = Filters::taken);
+    // parameters mean something else: all of them, or `until`. Refusal: 404 for one that is not there, 400 for a filter that cannot be.
+    enum class Filters { all, exceptUntil, none };
+    std::vector<AskedTable> tables(Filters filters = Filters::all);
     // The one table that is named.
     AskedTable table();
     // What is known of the tables that are named, of both kinds; of all when none is named.
     std::vector<Sight> sights() const;
     // Whether it has filters.
-    bool isFiltered() const;
+    bool isFiltered(Filters filters = Filters::all) const;
     // The question as options of a verb of the command, with the tables behind them.
     std::string command(std::string_view verb, const std::vector<Sight>& tables) const;
 
@@ -70,7 +70,7 @@ class Question {
     Console& console() noexcept { return console_; }
 
   private:
-    SelectionOptions options() const;
+    SelectionOptions options(Filters filters) const;
     AskedTable open(const Sight& sight, const SelectionOptions& options);
 
     const httplib::Request& request_;

@@ -17,7 +17,7 @@ namespace tabulo::tool::serve {
 
 namespace {
 
-constexpr std::int64_t LARGEST_VALUE = std::int64_t{1} * 1024 * 1024;
+constexpr std::int64_t LARGEST_VALUE = std::int64_t{16} * 1024 * 1024;
 constexpr std::size_t LONGEST_SHOWN = 4096;
 
 // SQLite's memory is that of the process, so that statements run one after the other; a sorter that needs more uses

@@ -1,5 +1,7 @@
 #include "tool/serve/table_walk.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 
 #include "tabulo/error.h"
@@ -29,6 +31,12 @@ TableWalk::TableWalk(AskedTable& table, const Question& question, bool backward,
     spans_ = table.sight->spans->all(question.work());
     if (end_ == Position{}) {
         end_ = spans_.empty() ? first_ : firstOf(spans_.back());
+    }
+    if (begin.has_value() && (*begin < first_ || (*begin > end_ && damage_.empty()))) {
+        throw Refusal(400,
+                      fmt::format("no message of {} can stand at {}: the table was emptied since, or the cursor is "
+                                  "of another one",
+                                  table.sight->id, placeText(*begin)));
     }
     boundary_ = begin.value_or(backward ? end_ : first_);
     isDone_ = backward ? boundary_ <= first_ : boundary_ >= end_;

@@ -55,6 +55,7 @@ TableWatch::TableWatch(const std::vector<std::string>& arguments, TableBoard& bo
         places_.push_back(std::move(place));
     }
     look();
+    board_.tell();  // also that there is nothing: who waits for news begins with something
 }
 
 void TableWatch::start() {

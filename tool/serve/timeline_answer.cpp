@@ -112,6 +112,8 @@ class TableCount {
 
     std::int64_t messages() const noexcept { return messages_; }
     std::int64_t read() const noexcept { return read_; }
+    // Empty for none.
+    const std::string& damage() const noexcept { return damage_; }
 
     // Reads every message where there are few; else counts are estimated: false.
     bool count(std::int64_t mostRead) {
@@ -142,7 +144,7 @@ class TableCount {
         }
         query.times(first, end - 1);
         Messages messages = table_.reader.messages(query, question_.work());
-        while (const MessageView* message = messages.next()) {
+        while (const MessageView* message = next(messages)) {
             if (messages.messagesRead() > most) {
                 return false;
             }
@@ -192,6 +194,16 @@ class TableCount {
         return selected;
     }
 
+    // Null also at damage, in front of which everything is counted.
+    const MessageView* next(Messages& messages) {
+        try {
+            return messages.next();
+        } catch (const Error& error) {
+            damage_ = error.what();
+            return nullptr;
+        }
+    }
+
     double timeOf(std::int64_t time) const { return pageTime(time, table_.sight->unit); }
 
     // Which part of a block's messages is in which series.
@@ -205,7 +217,7 @@ class TableCount {
         }
         Messages messages = table_.reader.messages(query, question_.work());
         std::map<std::string, double> shares;
-        while (const MessageView* message = messages.next()) {
+        while (const MessageView* message = next(messages)) {
             if (message->position().block != span.offset) {
                 break;
             }
@@ -225,6 +237,7 @@ class TableCount {
     std::vector<BlockSpan> spans_;
     std::int64_t messages_ = 0;
     std::int64_t read_ = 0;
+    std::string damage_;
     std::map<std::string, TimeBuckets> estimated_;  // by series
 };
 
@@ -294,7 +307,7 @@ void appendMarks(const std::vector<AskedTable>& tables, const Range& range, Json
 }  // namespace
 
 std::string answerTimeline(Question& question) {
-    std::vector<AskedTable> tables = question.tables();
+    std::vector<AskedTable> tables = question.tables(Question::Filters::exceptUntil);
     const auto buckets = static_cast<std::size_t>(question.number("buckets", 240, 1, 2000));
     const std::string by = question.one("by").value_or("");
     const bool isText = std::any_of(tables.begin(), tables.end(), [&](const AskedTable& table) {
@@ -312,14 +325,17 @@ std::string answerTimeline(Question& question) {
     Series series(by, empty);
     series.of(by.empty() ? "" : "other");
     bool isEstimate = false;
+    std::string damages;
     std::int64_t read = 0;
     std::int64_t messages = 0;
     for (AskedTable& table : tables) {
-        TableCount count(table, question, range, question.isFiltered(), series);
+        TableCount count(table, question, range, question.isFiltered(Question::Filters::exceptUntil), series);
         const std::int64_t most = MOST_READ / static_cast<std::int64_t>(tables.size());
         isEstimate = !count.count(most) || isEstimate;
         read += count.read();
         messages += count.messages();
+        const std::string& damage = count.damage().empty() ? table.sight->damage : count.damage();
+        damages += damage.empty() ? "" : fmt::format("{}{}: {}", damages.empty() ? "" : "; ", table.sight->id, damage);
     }
     Json json;
     json.begin().key("from").number(range.from).key("until").number(range.until).key("step").number(empty.step);
@@ -337,6 +353,8 @@ std::string answerTimeline(Question& question) {
         json.endList().end();
     }
     json.endList().key("estimate").flag(isEstimate).key("read").number(read).key("messages").number(messages);
+    json.key("damage");
+    damages.empty() ? json.null() : json.text(damages);
     appendMarks(tables, range, &json);
     json.end();
     return json.take();

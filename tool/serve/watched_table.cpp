@@ -110,6 +110,10 @@ void WatchedTable::findLast(Reader& reader) {
         if (message == nullptr) {
             break;
         }
+        if (looked == 0) {  // up to here, wherever the table ended when it was inspected
+            sight_.info.messageCount = message->ordinal() + 1;
+            sight_.info.lastTime = std::max(sight_.info.lastTime.value_or(message->time()), message->time());
+        }
         take(*message);
         sent = sent ? sent : sight_.lastSent;
         received = received ? received : sight_.lastReceived;
