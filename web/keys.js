@@ -13,9 +13,11 @@ export function setViewKeys(keys) {
   viewKeys = keys;
 }
 
+const SHOWN = {ArrowLeft: "←", ArrowRight: "→", Escape: "Esc"};
+
 // [key, words] of all that there are now.
 export function listed() {
-  return [...pageKeys, ...viewKeys].map(([key, words]) => [key === " " ? "Space" : key, words]);
+  return [...pageKeys, ...viewKeys].map(([key, words]) => [SHOWN[key] ?? key, words]);
 }
 
 // Whether a target of an event is a field that is written in.

@@ -116,12 +116,16 @@ class Messages {
     }
     const chosen = this.parameters.getAll("table");
     if (chosen.length === 0 || chosen.some((id) => ids.has(id))) {
-      this.source.grow();
+      this.source.grow(this.isFollowing);
     }
   }
 
   #moved() {
+    const followed = this.isFollowing;
     this.isFollowing = this.list.isAtEnd && this.source.atEnd;
+    if (followed && !this.isFollowing) {
+      this.source.grow(false);
+    }
     this.#tell();
     clearTimeout(this.keeping);
     this.keeping = setTimeout(() => this.#keepPlace(), KEEP_AFTER);
@@ -149,6 +153,8 @@ class Messages {
     this.isFollowing = follows;
     if (follows) {
       this.list.toEnd();
+    } else {
+      this.source?.grow(false);
     }
     this.#tell();
     this.#keepPlace();

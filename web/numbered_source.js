@@ -1,6 +1,6 @@
 // The messages of one table by their numbers, of which pieces are loaded as they are looked at. A source of a list has
 // count(), row(i): a message, null while it is not there yet, or {missing} where none can be read; want(first, last);
-// grow() when its tables have grown; stop(); and calls changed({front, failed}) when rows have come: `front` of them in
+// grow(follows) when its tables have grown; stop(); and calls changed({front, failed}) when rows have come: `front` of them in
 // front of the others.
 import * as board from "./board.js";
 import {ask} from "./server.js";
@@ -8,6 +8,7 @@ import {ask} from "./server.js";
 const PIECE = 200;   // messages
 const MOST = 60;     // pieces that are kept
 const AT_A_TIME = 2;
+const AT_THE_END = 60;  // rows that a list needs which follows
 const AGAIN = 2000;  // milliseconds before a question that failed is asked again
 
 export class NumberedSource {
@@ -21,7 +22,8 @@ export class NumberedSource {
     this.table = table;
     this.changed = changed;
     this.damage = null;
-    this.total = board.tableOf(table)?.messages ?? 0;
+    this.total = board.tableOf(table)?.messages ?? 0;  // that the list has
+    this.goal = this.total;                            // that the table has
   }
 
   count() {
@@ -42,21 +44,27 @@ export class NumberedSource {
   get isLoading() { return this.#running.size > 0; }
 
   want(first, last) {
-    const front = Math.max(Math.floor(first / PIECE), 0);
-    const end = Math.floor(Math.max(Math.min(last, this.total - 1), 0) / PIECE);
     this.#wanted = [];
-    for (let piece = front; piece <= end; ++piece) {
-      if (this.#isDue(piece)) {
+    this.#wantPieces(first, Math.min(last, this.total - 1));
+    if (this.goal > this.total) {
+      this.#wantPieces(this.goal - AT_THE_END, this.goal - 1);
+    }
+    this.#next();
+  }
+
+  #wantPieces(first, last) {
+    const end = Math.floor(Math.max(last, 0) / PIECE);
+    for (let piece = Math.max(Math.floor(first / PIECE), 0); piece <= end; ++piece) {
+      if (this.#isDue(piece) && !this.#wanted.includes(piece)) {
         this.#wanted.push(piece);
       }
     }
-    this.#next();
   }
 
   // A piece that is not there, or has fewer messages than the table now has for it.
   #isDue(number) {
     const piece = this.#pieces.get(number);
-    const length = Math.min(this.total - number * PIECE, PIECE);
+    const length = Math.min(this.goal - number * PIECE, PIECE);
     return length > 0 && Date.now() >= this.#restsUntil && !this.#running.has(number) &&
         (!piece || (piece.messages.length < length && !piece.isOver));
   }
@@ -77,7 +85,7 @@ export class NumberedSource {
     let failed = null;
     try {
       const answer = await ask("/api/messages", {table: this.table, ...place, limit: PIECE - have}, this.#ending.signal);
-      const due = Math.min(this.total - number * PIECE, PIECE);
+      const due = Math.min(this.goal - number * PIECE, PIECE);
       const messages = [...(piece?.messages ?? []), ...answer.messages];
       this.damage = answer.damage ?? this.damage;
       // Without any new message there is none to come: the rest cannot be read.
@@ -85,6 +93,7 @@ export class NumberedSource {
       this.#pieces.set(number, {messages, after: answer.after, isOver: messages.length < due && !answer.stopped && !answer.more &&
                                                                        answer.messages.length === 0});
       this.#forget(number);
+      this.total = Math.max(this.total, Math.min(this.goal, number * PIECE + messages.length));
     } catch (error) {
       if (error.name === "AbortError") {
         return;
@@ -119,18 +128,23 @@ export class NumberedSource {
     }
   }
 
-  grow() {
-    const total = board.tableOf(this.table)?.messages ?? 0;
-    if (total === this.total) {
+  // A list that follows has the new rows when they are loaded, so that none of them is empty meanwhile; another one at once.
+  grow(follows) {
+    const goal = board.tableOf(this.table)?.messages ?? 0;
+    if (goal === this.goal && (follows || this.total === goal)) {
       return;
     }
-    if (total < this.total) {
+    if (goal < this.goal) {
       this.#pieces.clear();  // another table of this name
+      this.total = goal;
     }
     for (const piece of this.#pieces.values()) {
       piece.isOver = false;  // to be tried again
     }
-    this.total = total;
+    this.goal = goal;
+    if (!follows) {
+      this.total = goal;
+    }
     this.changed({front: 0, failed: null});
   }
 

@@ -141,6 +141,9 @@ class ViewsTest(PageTest):
             kind, count = entry.rsplit(" ", 1)
             if kind != "other":
                 self.assertEqual(figure(count), sum(one["type"] == kind for one in stored), f"messages of type {kind}")
+        browser.run("document.querySelectorAll('.view.timeline details')[1].open = true")
+        browser.wait(".timeline .number")
+        self.assertEqual(sum(figure(cell) for cell in browser.texts(".timeline td.number")), len(stored), "the table has other figures")
         self.assertIn("are missing among the numbers of received messages", " ".join(browser.texts(".marks td")))
         browser.run("document.querySelector('.stage').focus()")
         browser.press("+")
