@@ -27,7 +27,7 @@ class Messages {
     this.list = new MessageList((message) => this.#open(message), () => this.#moved());
     this.list.follows = () => this.isFollowing;
     this.panel = new MessagePanel(() => this.#close());
-    this.told = element("p", {class: "told quiet", role: "status"});
+    this.told = element("p", {class: "told quiet"});  // it changes too often to be read aloud
     this.place = element("span", {class: "quiet"});
     this.problem = element("p", {class: "error", role: "alert", hidden: true});
     this.followButton = element("button", {type: "button", class: "small", onclick: () => this.#setFollowing(!this.isFollowing)});

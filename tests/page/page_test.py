@@ -161,6 +161,30 @@ class ViewsTest(PageTest):
         browser.wait(".tags tbody tr")
         self.no_errors()
 
+    def test_a_stretch_is_dragged_zoomed_and_opened(self):
+        browser = self.served(DAY)
+        browser.show(f"#/timeline?table={DAY}", ".marks a")
+        stage = browser.all(".stage")[0]
+        whole = browser.text("#timeline-told")
+        browser.drag(stage, -200, 100)
+        browser.wait("a.button", "Messages of the selection")
+        browser.wheel(stage, -120)
+        browser.until(lambda: browser.text("#timeline-told") != whole, "the wheel zooms")
+        zoomed = browser.text("#timeline-told")
+        browser.press("+")
+        browser.until(lambda: browser.text("#timeline-told") != zoomed, "the key zooms into the selection")
+        browser.wait("a.button", "Messages of this")
+        count = figure(browser.text("#timeline-told"))
+        since, until = re.search(r"since=([^&]+)&until=([^&]+)", browser.all("a.button")[0].get_attribute("href")).groups()
+        self.assertEqual(count, len(self.stored("--since", since.replace("%3A", ":"), "--until", until.replace("%3A", ":"), self.table())))
+        browser.press("0")
+        browser.wait("#timeline-told", whole[:6])
+        browser.drag(stage, -300, 300)
+        browser.run("document.querySelector('.stage').focus()")
+        browser.press(Keys.ENTER)
+        browser.wait(".view.messages .message .seq")
+        self.no_errors()
+
     def test_an_order_has_the_steps_that_the_command_tells(self):
         browser = self.served(DAY)
         told = [json.loads(one) for one in self.tabulo("order", "C1A-10860", "-o", "ndjson", self.table()).splitlines()]
