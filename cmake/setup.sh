@@ -22,6 +22,8 @@ setup_tree_packages=(clang-tidy)
 setup_fuzz_packages=(clang libclang-rt-14-dev llvm)
 # What counts covered lines and branches.
 setup_coverage_packages=(gcovr)
+# What shows the page of tabulo serve to its tests.
+setup_page_packages=(chromium chromium-driver python3-selenium fonts-dejavu-core)
 # What makes the packages: the compiler for the other processor, and what a Debian package is made with.
 setup_package_packages=(g++-aarch64-linux-gnu dpkg-dev)
 # What tests them: qemu runs the other processor's programs, lintian judges the Debian package, the rest is what consumers
@@ -72,6 +74,15 @@ setup_install_packages() {
     printf 'These Debian packages are missing and could not be installed from here. Run this as root, then try again:\n' >&2
     printf '    apt-get update && apt-get install -y --no-install-recommends %s\n' "${missing[*]}" >&2
     return 1
+}
+
+# What judges pages for people who do not see them, in build/axe. Without it the tests of the page leave that out, and say so.
+setup_page_judge() {
+    if [[ ! -f build/axe/node_modules/axe-core/axe.min.js ]]; then
+        command -v npm >/dev/null || setup_install_packages npm
+        npm install --silent --no-audit --no-fund --ignore-scripts --prefix build/axe axe-core@4.10.3 ||
+            setup_say "axe-core could not be installed: accessibility of the page is not tested"
+    fi
 }
 
 # setup_build <preset> [setting of CMake...] [--target <target>]: one line for each step that is compiled on a terminal, else

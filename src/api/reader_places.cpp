@@ -46,8 +46,9 @@ Way stepTo(const Call& call, internal::BlockCursor* cursor, internal::TableFile*
     return cursor->position == block ? Way::there : Way::past;
 }
 
-// Steps as stepTo with the length words alone: the usual case, with 8 bytes read a block that no side index covers, from
-// the block to which they have led last if it still has a footer in front of it. False when they do not lead there.
+// Steps as stepTo with the length words alone: the usual case, with 8 bytes read a block that no side index covers,
+// from the block to which they have led last if it still has a footer in front of it. False when they do not lead
+// there.
 bool leadTo(const Call& call, const ReaderState& reader, internal::TableFile* file, std::int64_t block,
             std::int64_t* steps) {
     std::int64_t size = 0;

@@ -8,7 +8,7 @@
 
 #include <algorithm>
 #include <array>
-#include <cstdlib>
+#include <charconv>
 #include <string>
 #include <vector>
 
@@ -44,6 +44,13 @@ std::string newToken() {
     std::replace(text.begin(), text.end(), '/', '_');
     text.erase(text.find_last_not_of('=') + 1);
     return text;
+}
+
+// Whether a length as a header tells it is more than that; what is no number is told by who reads the body.
+bool isMore(std::string_view length, std::size_t most) {
+    std::size_t bytes = 0;
+    const auto result = std::from_chars(length.data(), length.data() + length.size(), bytes);
+    return result.ec == std::errc::result_out_of_range || (result.ec == std::errc() && bytes > most);
 }
 
 bool isNumericAddress(const std::string& host) {
@@ -156,7 +163,7 @@ bool Gate::refuses(const httplib::Request& request, httplib::Response& response)
         return true;
     }
     const std::string length = request.get_header_value("Content-Length");
-    if (length.size() > 5 || (!length.empty() && std::atol(length.c_str()) > static_cast<long>(LARGEST_BODY))) {
+    if (isMore(length, LARGEST_BODY)) {
         setError(response, 413, fmt::format("the body of a request has at most {} bytes", LARGEST_BODY));
         return true;
     }

@@ -37,9 +37,16 @@ struct TimeBuckets {
             add(first, messages);
             return;
         }
-        for (double place = std::max(std::floor(begin), 0.0); place < std::min(end, size); ++place) {
+        if (end <= 0 || begin >= size) {
+            return;
+        }
+        for (auto i = static_cast<std::size_t>(std::max(begin, 0.0)); i < counts.size(); ++i) {
+            const auto place = static_cast<double>(i);
             const double share = std::min(end, place + 1) - std::max(begin, place);
-            counts[static_cast<std::size_t>(place)] += messages * share / (end - begin);
+            if (share <= 0) {
+                return;
+            }
+            counts[i] += messages * share / (end - begin);
         }
     }
 };
