@@ -4,6 +4,7 @@ import {ask} from "./server.js";
 
 const PAGE = 200;
 const MOST_PAGES = 100;  // behind which those at the other end are forgotten
+const AGAIN = 2000;      // milliseconds before a question that failed is asked again
 
 export class CursorSource {
   #pages = [];  // {messages, before, after}
@@ -11,6 +12,7 @@ export class CursorSource {
   #running = null;
   #ending = new AbortController();
   #grown = false;
+  #restsUntil = 0;
 
   // Begins at the newest messages, or behind a cursor.
   constructor(parameters, cursor, changed) {
@@ -49,7 +51,7 @@ export class CursorSource {
   }
 
   want(first, last) {
-    if (this.#running || this.#pages.length === 0) {
+    if (this.#running || this.#pages.length === 0 || Date.now() < this.#restsUntil) {
       return;
     }
     if (first < PAGE / 2 && !this.atStart) {
@@ -75,6 +77,8 @@ export class CursorSource {
         return;
       }
       failed = error;
+      this.#restsUntil = Date.now() + AGAIN;
+      setTimeout(() => this.changed({front: 0, failed: null}), AGAIN + 50);
     }
     this.#running = null;
     this.changed({front, failed});

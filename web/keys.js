@@ -13,12 +13,15 @@ export function setViewKeys(keys) {
   viewKeys = keys;
 }
 
+const SHOWN = {ArrowLeft: "←", ArrowRight: "→", Escape: "Esc"};
+
 // [key, words] of all that there are now.
 export function listed() {
-  return [...pageKeys, ...viewKeys].map(([key, words]) => [key === " " ? "Space" : key, words]);
+  return [...pageKeys, ...viewKeys].map(([key, words]) => [SHOWN[key] ?? key, words]);
 }
 
-function isWriting(target) {
+// Whether a target of an event is a field that is written in.
+export function isWriting(target) {
   return target instanceof HTMLElement &&
       (target.isContentEditable || target.matches("input:not([type=checkbox]):not([type=radio]), textarea, select"));
 }

@@ -102,14 +102,16 @@ export class MessagePanel {
     this.message = null;
     this.title = element("h2", {});
     this.content = element("div", {class: "panel-content"});
+    this.closing = element("button", {type: "button", class: "small", onclick: closed, "aria-label": "Close the message", title: "Close (Esc)"}, "Close");
     this.element = element("section", {class: "panel", "aria-label": "The message that is open", hidden: true},
-      element("div", {class: "row spread panel-head"}, this.title,
-              element("button", {type: "button", class: "small", onclick: closed, "aria-label": "Close the message", title: "Close (Esc)"},
-                      "Close")), this.content);
+      element("div", {class: "row spread panel-head"}, this.title, this.closing), this.content);
   }
 
   async open(table, at) {
     this.element.hidden = false;
+    if (getComputedStyle(this.element).position === "fixed") {
+      this.closing.focus();  // it covers the list
+    }
     if (!this.message) {
       replace(this.title, "Loading");
     }

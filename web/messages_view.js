@@ -27,7 +27,7 @@ class Messages {
     this.list = new MessageList((message) => this.#open(message), () => this.#moved());
     this.list.follows = () => this.isFollowing;
     this.panel = new MessagePanel(() => this.#close());
-    this.told = element("p", {class: "told quiet", role: "status"});
+    this.told = element("p", {class: "told quiet"});  // it changes too often to be read aloud
     this.place = element("span", {class: "quiet"});
     this.problem = element("p", {class: "error", role: "alert", hidden: true});
     this.followButton = element("button", {type: "button", class: "small", onclick: () => this.#setFollowing(!this.isFollowing)});
@@ -95,6 +95,8 @@ class Messages {
   #changed({front, failed}) {
     if (failed) {
       this.#tellProblem(failed.message);
+    } else if (this.source.count() > 0) {
+      this.#tellProblem(null);
     }
     this.list.changed(front);
     if (this.isFollowing) {
@@ -114,12 +116,16 @@ class Messages {
     }
     const chosen = this.parameters.getAll("table");
     if (chosen.length === 0 || chosen.some((id) => ids.has(id))) {
-      this.source.grow();
+      this.source.grow(this.isFollowing);
     }
   }
 
   #moved() {
+    const followed = this.isFollowing;
     this.isFollowing = this.list.isAtEnd && this.source.atEnd;
+    if (followed && !this.isFollowing) {
+      this.source.grow(false);
+    }
     this.#tell();
     clearTimeout(this.keeping);
     this.keeping = setTimeout(() => this.#keepPlace(), KEEP_AFTER);
@@ -147,6 +153,8 @@ class Messages {
     this.isFollowing = follows;
     if (follows) {
       this.list.toEnd();
+    } else {
+      this.source?.grow(false);
     }
     this.#tell();
     this.#keepPlace();

@@ -1,6 +1,6 @@
 // The messages of one table by their numbers, of which pieces are loaded as they are looked at. A source of a list has
 // count(), row(i): a message, null while it is not there yet, or {missing} where none can be read; want(first, last);
-// grow() when its tables have grown; stop(); and calls changed({front, failed}) when rows have come: `front` of them in
+// grow(follows) when its tables have grown; stop(); and calls changed({front, failed}) when rows have come: `front` of them in
 // front of the others.
 import * as board from "./board.js";
 import {ask} from "./server.js";
@@ -8,18 +8,22 @@ import {ask} from "./server.js";
 const PIECE = 200;   // messages
 const MOST = 60;     // pieces that are kept
 const AT_A_TIME = 2;
+const AT_THE_END = 60;  // rows that a list needs which follows
+const AGAIN = 2000;  // milliseconds before a question that failed is asked again
 
 export class NumberedSource {
   #pieces = new Map();  // number of the piece: {messages, after, isOver}
   #running = new Map();
   #wanted = [];
+  #restsUntil = 0;
   #ending = new AbortController();
 
   constructor(table, changed) {
     this.table = table;
     this.changed = changed;
     this.damage = null;
-    this.total = board.tableOf(table)?.messages ?? 0;
+    this.total = board.tableOf(table)?.messages ?? 0;  // that the list has
+    this.goal = this.total;                            // that the table has
   }
 
   count() {
@@ -40,22 +44,28 @@ export class NumberedSource {
   get isLoading() { return this.#running.size > 0; }
 
   want(first, last) {
-    const front = Math.max(Math.floor(first / PIECE), 0);
-    const end = Math.floor(Math.max(Math.min(last, this.total - 1), 0) / PIECE);
     this.#wanted = [];
-    for (let piece = front; piece <= end; ++piece) {
-      if (this.#isDue(piece)) {
+    this.#wantPieces(first, Math.min(last, this.total - 1));
+    if (this.goal > this.total) {
+      this.#wantPieces(this.goal - AT_THE_END, this.goal - 1);
+    }
+    this.#next();
+  }
+
+  #wantPieces(first, last) {
+    const end = Math.floor(Math.max(last, 0) / PIECE);
+    for (let piece = Math.max(Math.floor(first / PIECE), 0); piece <= end; ++piece) {
+      if (this.#isDue(piece) && !this.#wanted.includes(piece)) {
         this.#wanted.push(piece);
       }
     }
-    this.#next();
   }
 
   // A piece that is not there, or has fewer messages than the table now has for it.
   #isDue(number) {
     const piece = this.#pieces.get(number);
-    const length = Math.min(this.total - number * PIECE, PIECE);
-    return length > 0 && !this.#running.has(number) &&
+    const length = Math.min(this.goal - number * PIECE, PIECE);
+    return length > 0 && Date.now() >= this.#restsUntil && !this.#running.has(number) &&
         (!piece || (piece.messages.length < length && !piece.isOver));
   }
 
@@ -71,11 +81,11 @@ export class NumberedSource {
   async #load(number) {
     const piece = this.#pieces.get(number);
     const have = piece?.messages.length ?? 0;
-    const place = piece ? {after: piece.after} : {at: number * PIECE};
+    const place = piece?.after ? {after: piece.after} : {at: number * PIECE};
     let failed = null;
     try {
       const answer = await ask("/api/messages", {table: this.table, ...place, limit: PIECE - have}, this.#ending.signal);
-      const due = Math.min(this.total - number * PIECE, PIECE);
+      const due = Math.min(this.goal - number * PIECE, PIECE);
       const messages = [...(piece?.messages ?? []), ...answer.messages];
       this.damage = answer.damage ?? this.damage;
       // Without any new message there is none to come: the rest cannot be read.
@@ -83,16 +93,27 @@ export class NumberedSource {
       this.#pieces.set(number, {messages, after: answer.after, isOver: messages.length < due && !answer.stopped && !answer.more &&
                                                                        answer.messages.length === 0});
       this.#forget(number);
+      this.total = Math.max(this.total, Math.min(this.goal, number * PIECE + messages.length));
     } catch (error) {
       if (error.name === "AbortError") {
         return;
       }
       failed = error;
+      this.#takeFailure(number, error);
     }
     this.#running.delete(number);
     this.changed({front: 0, failed});
-    if (!failed) {
-      this.#next();
+    this.#next();
+  }
+
+  // What cannot be read stays so until the table grows; other failures are tried again in a while.
+  #takeFailure(number, error) {
+    if (error.status === 400 || error.status === 404) {
+      this.damage = error.message;
+      this.#pieces.set(number, {messages: this.#pieces.get(number)?.messages ?? [], after: this.#pieces.get(number)?.after, isOver: true});
+    } else {
+      this.#restsUntil = Date.now() + AGAIN;
+      setTimeout(() => this.changed({front: 0, failed: null}), AGAIN + 50);
     }
   }
 
@@ -107,18 +128,23 @@ export class NumberedSource {
     }
   }
 
-  grow() {
-    const total = board.tableOf(this.table)?.messages ?? 0;
-    if (total === this.total) {
+  // A list that follows has the new rows when they are loaded, so that none of them is empty meanwhile; another one at once.
+  grow(follows) {
+    const goal = board.tableOf(this.table)?.messages ?? 0;
+    if (goal === this.goal && (follows || this.total === goal)) {
       return;
     }
-    if (total < this.total) {
+    if (goal < this.goal) {
       this.#pieces.clear();  // another table of this name
+      this.total = goal;
     }
     for (const piece of this.#pieces.values()) {
-      piece.isOver = false;
+      piece.isOver = false;  // to be tried again
     }
-    this.total = total;
+    this.goal = goal;
+    if (!follows) {
+      this.total = goal;
+    }
     this.changed({front: 0, failed: null});
   }
 

@@ -36,11 +36,12 @@ function arrow(step, i, before, left, right, chosen) {
   const figuresText = stepFigures(step);
   const status = stepStatus(step);
   const words = [typeWords(step), status].filter(Boolean).join(", ");
+  const shownWords = status && words.length * LETTER > width ? status : words;
   const pause = before === null ? clock(step.t, Boolean(step.time)) : `+${figures.duration(Math.max(step.t - before.t, 0))}`;
   const group = drawing("g", {class: `arrow ${direction}${step.isLate ? " isLate" : ""}`},
     drawing("rect", {class: "hit", x: left - 14, y: y - STEP + 14, width: right - left + 28, height: STEP - 6, rx: 4}),
     label(middle, y - 34, "pause", "middle", pause),
-    label(middle, y - 20, "words", "middle", fitted(words, width), words),
+    label(middle, y - 20, "words", "middle", fitted(shownWords, width), words),
     label(middle, y - 6, "figures", "middle", fitted(figuresText, width), figuresText),
     drawing("line", {class: "shaft", x1: from, x2: to + tip, y1: y, y2: y}),
     drawing("path", {class: "head", d: `M${to} ${y}l${tip * 1.3} -4.5v9z`}));

@@ -1,13 +1,12 @@
 // What a step of an order's life says, in words: shared by the diagram and the table.
 
-// "100 @ 10.5", for a report also what was filled and what is left.
+// "Buy 100 @ 10.5", or what was filled; for a report also what was filled in all and what is left.
 export function stepFigures(step) {
   const {values} = step;
   const parts = [];
   if (values.LastQty && Number(values.LastQty) !== 0) {
     parts.push(`filled ${values.LastQty}${values.LastPx ? ` @ ${values.LastPx}` : ""}`);
-  }
-  if (values.OrderQty) {
+  } else if (values.OrderQty) {
     parts.push(`${step.names.Side ? `${step.names.Side} ` : ""}${values.OrderQty}${values.Price ? ` @ ${values.Price}` : ""}`);
   }
   if (step.isReport && values.CumQty) {

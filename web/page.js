@@ -80,6 +80,14 @@ function makeOrderBox() {
       field.blur();
     }
   });
+  // What is pasted while nobody writes in a field is taken for an order id.
+  document.addEventListener("paste", (event) => {
+    const text = event.clipboardData?.getData("text/plain").trim() ?? "";
+    if (text && !keys.isWriting(event.target)) {
+      field.value = text.slice(0, field.maxLength);
+      field.focus();
+    }
+  });
   return () => {
     field.focus();
     field.select();

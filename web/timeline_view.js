@@ -8,6 +8,7 @@ import * as figures from "./figures.js";
 import {Filters, questionOf} from "./filters.js";
 import {Asker} from "./server.js";
 import {seriesColour, TimelineChart} from "./timeline_chart.js";
+import {TimelineFigures} from "./timeline_figures.js";
 import {markTable} from "./timeline_marks.js";
 import {filterTime, moment, zoneName} from "./times.js";
 
@@ -46,6 +47,7 @@ class Timeline {
     this.legend = element("ul", {class: "legend"});
     this.problem = element("p", {class: "error", role: "alert", hidden: true});
     this.marks = element("div", {});
+    this.figures = new TimelineFigures();
     this.open = element("a", {class: "button"}, "Messages of it");
     const button = (text, label, action) => element("button", {type: "button", class: "small", "aria-label": label, title: label, onclick: action}, text);
     replace(host, element("div", {class: "row spread"}, element("h1", {}, "Timeline"), element("div", {class: "row"},
@@ -55,7 +57,7 @@ class Timeline {
         button("All", "All of the time of the tables", () => this.#whole()), this.open)),
       this.filters.element, this.problem, this.told, this.legend, this.stage, this.under,
       element("p", {id: "timeline-help", class: "quiet small-print"}, "Wheel or + and - zoom, arrows move, dragging or Shift and arrows select; " +
-        "Enter or a double click opens the messages of the stretch, Escape leaves the selection."), this.marks);
+        "Enter or a double click opens the messages of the stretch, Escape leaves the selection."), this.figures.element, this.marks);
     this.#listen();
     this.watching = new ResizeObserver(() => this.chart.draw());
     this.watching.observe(this.stage);
@@ -131,6 +133,7 @@ class Timeline {
       (answer.estimate ? ` The figures are an estimate, from the ranges of blocks and ${figures.count(answer.read)} messages that were read.` : "") +
       (answer.damage ? ` Not everything could be read: ${answer.damage}` : ""));
     this.#showLegend(answer);
+    this.figures.show(answer, chart.isMoment);
     replace(this.marks, markTable(answer, chart.isMoment));
     this.#showOpen();
   }

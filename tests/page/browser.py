@@ -11,6 +11,7 @@ try:
     from selenium.webdriver.chrome.service import Service
     from selenium.webdriver.common.by import By
     from selenium.webdriver.common.keys import Keys
+    from selenium.webdriver.common.actions.wheel_input import ScrollOrigin
 except ImportError as missing:
     raise unittest.SkipTest(f"the page cannot be tested: {missing}; install python3-selenium, chromium and chromium-driver") from missing
 
@@ -101,6 +102,15 @@ class Browser:
     def press(self, *keys):
         """Keys, where the focus is."""
         webdriver.ActionChains(self.driver).send_keys(*keys).perform()
+
+    def drag(self, element, begin, end):
+        """Drags within an element, from and to so many pixels beside its middle."""
+        webdriver.ActionChains(self.driver).move_to_element_with_offset(element, begin, 0).click_and_hold().move_by_offset(
+            (end - begin) // 2, 5).move_by_offset((end - begin) // 2, 0).release().perform()
+
+    def wheel(self, element, pixels):
+        origin = ScrollOrigin.from_element(element)
+        webdriver.ActionChains(self.driver).scroll_from_origin(origin, 0, pixels).perform()
 
     def address(self):
         return self.run("return location.hash")

@@ -1,9 +1,10 @@
 """What messages and damaged files do to the page: nothing but to be shown."""
 
+import json
 import os
 import unittest
 
-from shown import Browser, DAY, PageTest, Server, line
+from shown import DAY, PageTest, figure, line
 
 RIGHT_TO_LEFT = "\u202eevil\u202c \u05d0\u05d1\u05d2 \u2067x"
 HOSTILE = (
@@ -23,10 +24,7 @@ class HostileTest(PageTest):
         self.write(self.path("data", "orders"), lines)
         self.write(self.path("data", "<b>bold<b> 'n \"x"), lines)
         self.data = self.path("data")
-        self.server = Server(self, self.data)
-        self.browser = Browser(self)
-        self.browser.open(self.server)
-        return self.browser
+        return self.show_server()
 
     def assert_harmless(self):
         browser = self.browser
@@ -88,15 +86,16 @@ class HostileTest(PageTest):
 
 
 class DamageTest(PageTest):
+    def damage(self, name, place, data=bytes(500)):
+        with open(self.table(name), "r+b") as file:
+            file.seek(place)
+            file.write(data)
+
     def shown_damaged(self):
+        """With damage in the middle of the table."""
         self.data = self.sessions(DAY)
-        with open(self.table(), "r+b") as file:
-            file.seek(os.path.getsize(self.table()) // 2)
-            file.write(bytes(500))
-        self.server = Server(self, self.data)
-        self.browser = Browser(self)
-        self.browser.open(self.server)
-        return self.browser
+        self.damage(DAY, os.path.getsize(self.table()) // 2)
+        return self.show_server()
 
     def test_a_damaged_table_shows_its_damage(self):
         browser = self.shown_damaged()
@@ -114,14 +113,39 @@ class DamageTest(PageTest):
 
     def test_what_can_be_read_of_a_damaged_table_is_shown(self):
         browser = self.shown_damaged()
-        browser.show(f"#/messages?table={DAY}&type=8,D", ".message .seq")
         browser.show(f"#/messages?table={DAY}&n=0", ".message .seq")
         self.settled(first=0)
         browser.show(f"#/messages?table={DAY}&type=8", ".told")
-        browser.run("document.querySelector('.list').scrollTop = 0")
+
+        def told_at_the_damage():
+            browser.run("document.querySelector('.list').scrollTop = 0")
+            return "Not everything could be read" in browser.text(".told")
+
+        browser.until(told_at_the_damage, "a list that reaches the damage tells it")
+        self.no_errors()
+
+    def test_the_list_goes_on_behind_the_damage(self):
+        browser = self.shown_damaged()
+        count = figure(browser.text(".tables td[data-label=Messages]"))
+        blocks = [json.loads(one) for one in self.tabulo("blocks", "-o", "ndjson", self.table()).splitlines()]
+        broken = next(one for one in blocks if one["offset"] + one["length"] > os.path.getsize(self.table()) // 2)
+        browser.show(f"#/messages?table={DAY}&n={broken['firstMessage'] + broken['messages'] - 5}", ".message")
+        browser.wait(".message", "cannot be read")
         browser.wait(".told", "Not everything could be read")
-        browser.show("#/overview", ".tables")
+        browser.show(f"#/messages?table={DAY}&n={count}", ".message")
+        self.assertEqual(self.end_seq(count), json.loads(self.tabulo("tail", "-n", "1", "-o", "ndjson", self.table()))["seq"])
+        errors = len(browser.console_errors())
+        self.assertLess(errors, 5, "what cannot be read is asked for again and again")
+
+    def test_the_overview_tells_damage(self):
+        self.data = self.sessions(DAY, "client-day2")
+        self.damage(DAY, os.path.getsize(self.table()) - 3000)
+        self.damage("client-day2", 36, b"\xff" * 4)
+        browser = self.show_server()
         browser.wait(".badge.bad", "Damaged")
+        browser.wait(".tables .under", "corrupted")
+        browser.wait(".problems li", "client-day2")
+        self.no_errors()
 
 
 if __name__ == "__main__":

@@ -24,10 +24,7 @@ class LiveTest(PageTest):
 
     def shown(self):
         self.data = self.path("data")
-        self.server = Server(self, self.data)
-        self.browser = Browser(self)
-        self.browser.open(self.server)
-        return self.browser
+        return self.show_server()
 
     def test_new_messages_appear_by_themselves(self):
         writer = self.writing()

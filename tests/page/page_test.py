@@ -1,6 +1,7 @@
 """The page that `tabulo serve` shows, in a browser: each view, compared with what the command prints of the same tables."""
 
 import json
+import os
 import re
 import unittest
 
@@ -36,6 +37,31 @@ class ViewsTest(PageTest):
         browser.run("document.querySelector('.list').scrollTop = 7000 * 28")
         self.assert_rows(self.settled(first=7000), stored)
         browser.until(lambda: "n=7000" in browser.address(), "the address tells where the list is")
+        self.no_errors()
+
+    def test_a_list_of_more_messages_than_a_browser_scrolls_through(self):
+        self.data = self.path("data")
+        os.makedirs(self.data)
+        self.engine(self.data, 400000, "tables=big").wait(120)
+        browser = self.show_server()
+        stored = figure(browser.text(".tables td[data-label=Messages]"))
+        first = json.loads(self.tabulo("cat", "--limit", "1", "-o", "ndjson", self.table("big")))["seq"]
+
+        def seq_of(number):
+            return json.loads(self.tabulo("cat", "--uid", f"{first + number}", "-o", "ndjson", self.table("big")))["seq"]
+
+        browser.show("#/messages?table=big&n=200000", ".message .seq")
+        self.assertEqual(int(self.settled(first=200000)[0][1]), seq_of(200000))
+        browser.run("document.querySelector('.list').scrollTop += 28 * 10")
+        self.assertEqual(int(self.settled(first=200010)[0][1]), seq_of(200010))
+        browser.run("document.querySelector('.list').focus()")
+        browser.press(Keys.END)
+        self.assertEqual(self.end_seq(stored), seq_of(stored - 1))
+        browser.press(Keys.HOME)
+        self.assertEqual(int(self.settled(first=0)[0][1]), first)
+        browser.run("const list = document.querySelector('.list'); list.scrollTop = list.scrollHeight / 2")
+        middle = browser.until(lambda: (self.rows() or [[0]])[0][0], "the middle is shown")
+        self.assertLess(abs(middle - stored / 2), stored / 50)
         self.no_errors()
 
     def test_filters_choose_as_those_of_the_command_do(self):
@@ -115,6 +141,9 @@ class ViewsTest(PageTest):
             kind, count = entry.rsplit(" ", 1)
             if kind != "other":
                 self.assertEqual(figure(count), sum(one["type"] == kind for one in stored), f"messages of type {kind}")
+        browser.run("document.querySelectorAll('.view.timeline details')[1].open = true")
+        browser.wait(".timeline .number")
+        self.assertEqual(sum(figure(cell) for cell in browser.texts(".timeline td.number")), len(stored), "the table has other figures")
         self.assertIn("are missing among the numbers of received messages", " ".join(browser.texts(".marks td")))
         browser.run("document.querySelector('.stage').focus()")
         browser.press("+")
@@ -130,6 +159,30 @@ class ViewsTest(PageTest):
         browser.wait(".marks a")
         browser.all(".marks a")[0].click()
         browser.wait(".tags tbody tr")
+        self.no_errors()
+
+    def test_a_stretch_is_dragged_zoomed_and_opened(self):
+        browser = self.served(DAY)
+        browser.show(f"#/timeline?table={DAY}", ".marks a")
+        stage = browser.all(".stage")[0]
+        whole = browser.text("#timeline-told")
+        browser.drag(stage, -200, 100)
+        browser.wait("a.button", "Messages of the selection")
+        browser.wheel(stage, -120)
+        browser.until(lambda: browser.text("#timeline-told") != whole, "the wheel zooms")
+        zoomed = browser.text("#timeline-told")
+        browser.press("+")
+        browser.until(lambda: browser.text("#timeline-told") != zoomed, "the key zooms into the selection")
+        browser.wait("a.button", "Messages of this")
+        count = figure(browser.text("#timeline-told"))
+        since, until = re.search(r"since=([^&]+)&until=([^&]+)", browser.all("a.button")[0].get_attribute("href")).groups()
+        self.assertEqual(count, len(self.stored("--since", since.replace("%3A", ":"), "--until", until.replace("%3A", ":"), self.table())))
+        browser.press("0")
+        browser.wait("#timeline-told", whole[:6])
+        browser.drag(stage, -300, 300)
+        browser.run("document.querySelector('.stage').focus()")
+        browser.press(Keys.ENTER)
+        browser.wait(".view.messages .message .seq")
         self.no_errors()
 
     def test_an_order_has_the_steps_that_the_command_tells(self):

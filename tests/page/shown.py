@@ -22,6 +22,10 @@ class PageTest(ServeTest):
     def served(self, *days, **options):
         """A browser that shows recorded days."""
         self.data = self.sessions(*days)
+        return self.show_server(**options)
+
+    def show_server(self, **options):
+        """A browser that shows the tables of the test's folder."""
         self.server = Server(self, self.data)
         self.browser = Browser(self, **options)
         self.browser.open(self.server)
