@@ -54,6 +54,7 @@ TEST(RequestWords, OnlyAddressesInNumbersAreTakenForThem) {
          {"", "::1", "[]", "[::1", "localhost", "127.0.0.1.evil", "127.1", "0x7f.0.0.1", "[127.0.0.1]"}) {
         EXPECT_FALSE(isNumericHost(name)) << name;
     }
+    EXPECT_FALSE(isNumericHost(std::string("127.0.0.1\0.evil", 15)));
 }
 
 TEST(RequestWords, ACookieIsFoundByItsWholeName) {

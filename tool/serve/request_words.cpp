@@ -76,6 +76,9 @@ HostWords hostWords(std::string_view host) {
 
 bool isNumericHost(const std::string& name) {
     std::array<unsigned char, sizeof(struct in6_addr)> bytes{};
+    if (name.find('\0') != std::string::npos) {
+        return false;  // the system's functions would stop there
+    }
     if (name.size() > 2 && name.front() == '[' && name.back() == ']') {
         return ::inet_pton(AF_INET6, name.substr(1, name.size() - 2).c_str(), bytes.data()) == 1;
     }
