@@ -129,7 +129,8 @@ class Timeline {
     const isEmpty = total === 0 && answer.until - answer.from <= 1;
     setText(this.told, isEmpty ? "There are no messages to show." :
       `${answer.estimate ? "About " : ""}${figures.counted(Math.round(total), "message", "messages")} from ${moment(answer.from, chart.isMoment)} ` +
-      `to ${moment(answer.until, chart.isMoment)} (${zoneName()}), ${figures.duration(answer.step)} a bar.` +
+      `to ${moment(answer.until, chart.isMoment)}` +
+      (chart.isMoment ? ` (${zoneName()}), ${figures.duration(answer.step)} a bar.` : ", as the numbers are stored: nothing tells their unit.") +
       (answer.estimate ? ` The figures are an estimate, from the ranges of blocks and ${figures.count(answer.read)} messages that were read.` : "") +
       (answer.damage ? ` Not everything could be read: ${answer.damage}` : ""));
     this.#showLegend(answer);
