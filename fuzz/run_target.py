@@ -14,7 +14,7 @@ import sys
 
 # The largest input that is tried. Two blocks with their footers fit into a table file of this size.
 LONGEST = {"message_table": 6000, "public_api": 6000, "session_info": 500, "frame": 4096, "block_footer": 2000,
-           "query_conditions": 600, "operations": 1500, "side_index": 2000}
+           "query_conditions": 600, "operations": 1500, "side_index": 2000, "request_words": 300}
 # An input takes about a millisecond and makes files of a few pages: what takes seconds or megabytes has believed a length.
 LIMITS = ["-timeout=10", "-rss_limit_mb=1024", "-malloc_limit_mb=64"]
 SECONDS = 20

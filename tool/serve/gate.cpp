@@ -1,6 +1,5 @@
 #include "tool/serve/gate.h"
 
-#include <arpa/inet.h>
 #include <fmt/format.h>
 #include <openssl/crypto.h>
 #include <openssl/rand.h>
@@ -8,13 +7,13 @@
 
 #include <algorithm>
 #include <array>
-#include <charconv>
 #include <string>
 #include <vector>
 
 #include "tool/format/json_text.h"
 #include "tool/listing.h"
 #include "tool/serve/limits.h"
+#include "tool/serve/request_words.h"
 #include "tool/status.h"
 #include "tool/text_bytes.h"
 
@@ -23,14 +22,6 @@ namespace tabulo::tool::serve {
 namespace {
 
 constexpr std::size_t TOKEN_BYTES = 32;
-
-std::string lowered(std::string_view text) {
-    std::string low(text);
-    std::transform(low.begin(), low.end(), low.begin(), [](char letter) {
-        return letter >= 'A' && letter <= 'Z' ? static_cast<char>(letter + 32) : letter;
-    });
-    return low;
-}
 
 // Base64 as it may stand in an address.
 std::string newToken() {
@@ -44,21 +35,6 @@ std::string newToken() {
     std::replace(text.begin(), text.end(), '/', '_');
     text.erase(text.find_last_not_of('=') + 1);
     return text;
-}
-
-// Whether a length as a header tells it is more than that; what is no number is told by who reads the body.
-bool isMore(std::string_view length, std::size_t most) {
-    std::size_t bytes = 0;
-    const auto result = std::from_chars(length.data(), length.data() + length.size(), bytes);
-    return result.ec == std::errc::result_out_of_range || (result.ec == std::errc() && bytes > most);
-}
-
-bool isNumericAddress(const std::string& host) {
-    std::array<unsigned char, sizeof(struct in6_addr)> bytes{};
-    if (host.size() > 2 && host.front() == '[' && host.back() == ']') {
-        return ::inet_pton(AF_INET6, host.substr(1, host.size() - 2).c_str(), bytes.data()) == 1;
-    }
-    return ::inet_pton(AF_INET, host.c_str(), bytes.data()) == 1;
 }
 
 }  // namespace
@@ -88,15 +64,10 @@ std::string Gate::page() const {
 }
 
 bool Gate::isOurHost(std::string_view host) const {
-    std::string name = lowered(host);
-    const std::size_t colon = name.rfind(':');
+    const HostWords words = hostWords(host);
     const std::string standard = scheme_ == "https" ? "443" : "80";
-    std::string port = standard;
-    if (colon != std::string::npos && name.find(']', colon) == std::string::npos) {
-        port = name.substr(colon + 1);
-        name.erase(colon);
-    }
-    return port == port_ && (hosts_.contains(name) || isNumericAddress(name));
+    return (words.port.empty() ? standard : words.port) == port_ &&
+           (hosts_.contains(words.name) || isNumericHost(words.name));
 }
 
 bool Gate::isOurOrigin(const httplib::Request& request) const {
@@ -125,16 +96,9 @@ bool Gate::hasToken(const httplib::Request& request) const {
     }
     for (std::size_t i = 0; i < request.get_header_value_count("Cookie"); ++i) {
         const std::string cookies = request.get_header_value("Cookie", i);
-        std::string_view rest = cookies;
-        while (!rest.empty()) {
-            std::string_view one = rest.substr(0, rest.find(';'));
-            rest.remove_prefix(std::min(rest.size(), one.size() + 1));
-            one.remove_prefix(std::min(one.size(), one.find_first_not_of(' ')));
-            const std::size_t equals = one.find('=');
-            if (equals != std::string_view::npos && one.substr(0, equals) == cookie_ &&
-                isToken(one.substr(equals + 1))) {
-                return true;
-            }
+        const std::optional<std::string_view> token = cookieValue(cookies, cookie_);
+        if (token.has_value() && isToken(*token)) {
+            return true;
         }
     }
     return false;

@@ -13,38 +13,19 @@
 #include "tool/serve/answers.h"
 #include "tool/serve/limits.h"
 #include "tool/serve/message_json.h"
+#include "tool/serve/request_words.h"
 #include "tool/serve/table_walk.h"
 
 namespace tabulo::tool::serve {
 
 namespace {
 
-constexpr char BETWEEN_PLACES = '~';
-
-// A cursor: a place in each table, in the order of the tables.
-std::string cursorText(const std::vector<Position>& places) {
-    std::string text;
-    for (const Position& place : places) {
-        text += (text.empty() ? "" : std::string(1, BETWEEN_PLACES)) + placeText(place);
-    }
-    return text;
-}
-
-std::vector<Position> cursorOf(std::string_view text, std::size_t tables) {
-    std::vector<Position> places;
-    while (!text.empty() && places.size() <= tables) {
-        const std::string_view one = text.substr(0, text.find(BETWEEN_PLACES));
-        text.remove_prefix(std::min(text.size(), one.size() + 1));
-        const std::optional<Position> place = placeOf(one);
-        if (!place.has_value()) {
-            break;
-        }
-        places.push_back(*place);
-    }
-    if (places.size() != tables || !text.empty()) {
+std::vector<Position> placesOf(const std::string& cursor, std::size_t tables) {
+    std::optional<std::vector<Position>> places = cursorOf(cursor, tables);
+    if (!places.has_value()) {
         throw Refusal(400, "the cursor is none of a question for these tables");
     }
-    return places;
+    return *std::move(places);
 }
 
 // The place of a table's message by its number.
@@ -147,11 +128,11 @@ Begin beginOf(const Question& question, std::vector<AskedTable>& tables) {
         const std::int64_t number = question.number("at", 0, 0, std::numeric_limits<std::int64_t>::max());
         begin.places.push_back(placeOfNumber(tables[0], number, question));
     } else if (after.has_value()) {
-        begin.places = cursorOf(*after, tables.size());
+        begin.places = placesOf(*after, tables.size());
     } else if (before.has_value()) {
         begin.backward = true;
         if (*before != "end") {
-            begin.places = cursorOf(*before, tables.size());
+            begin.places = placesOf(*before, tables.size());
         }
     }
     return begin;

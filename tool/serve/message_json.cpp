@@ -12,6 +12,7 @@
 #include "tool/message_format.h"
 #include "tool/order_ids.h"
 #include "tool/serve/question.h"
+#include "tool/serve/request_words.h"
 #include "tool/text_bytes.h"
 
 namespace tabulo::tool::serve {

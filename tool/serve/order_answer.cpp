@@ -12,6 +12,7 @@
 #include "tool/serve/answers.h"
 #include "tool/serve/limits.h"
 #include "tool/serve/message_json.h"
+#include "tool/serve/request_words.h"
 
 namespace tabulo::tool::serve {
 

@@ -10,6 +10,7 @@
 
 #include "tabulo/error.h"
 #include "tool/listing.h"
+#include "tool/serve/request_words.h"
 
 namespace tabulo::tool::serve {
 
@@ -28,35 +29,6 @@ bool isWhole(std::string_view text, Number* number) {
 }
 
 }  // namespace
-
-std::string placeText(const Position& place) {
-    return fmt::format("{}.{}", place.block, place.offset);
-}
-
-std::optional<Position> placeOf(std::string_view text) noexcept {
-    const std::size_t dot = text.find('.');
-    Position place;
-    if (dot == std::string_view::npos || !isWhole(text.substr(0, dot), &place.block) ||
-        !isWhole(text.substr(dot + 1), &place.offset) || place.block < 0 || place.offset < place.block) {
-        return std::nullopt;
-    }
-    return place;
-}
-
-std::string shellWord(std::string_view text) {
-    const bool isPlain = !text.empty() && std::all_of(text.begin(), text.end(), [](unsigned char byte) {
-        return std::isalnum(byte) != 0 ||
-               std::string_view("-_./:=,+@%").find(static_cast<char>(byte)) != std::string_view::npos;
-    });
-    if (isPlain) {
-        return std::string(text);
-    }
-    std::string word = "'";
-    for (const char letter : text) {
-        word += letter == '\'' ? "'\\''" : std::string(1, letter);
-    }
-    return word + "'";
-}
 
 Question::Question(const httplib::Request& request, const TableBoard& board, const std::atomic<bool>& ending,
                    std::chrono::seconds most)

@@ -50,7 +50,8 @@ class Question {
     std::optional<double> time(const std::string& name) const;
 
     // The message tables that are named, opened; all when none is named. With the filters of the question, unless its
-    // parameters mean something else: all of them, or `until`. Refusal: 404 for one that is not there, 400 for a filter that cannot be.
+    // parameters mean something else: all of them, or `until`. Refusal: 404 for one that is not there, 400 for a filter
+    // that cannot be.
     enum class Filters { all, exceptUntil, none };
     std::vector<AskedTable> tables(Filters filters = Filters::all);
     // The one table that is named.
@@ -79,11 +80,5 @@ class Question {
     std::chrono::steady_clock::time_point deadline_;
     Console console_;
 };
-
-// A place as "BLOCK.OFFSET", and the reverse; none for anything else.
-std::string placeText(const Position& place);
-std::optional<Position> placeOf(std::string_view text) noexcept;
-// A text as a shell takes it.
-std::string shellWord(std::string_view text);
 
 }  // namespace tabulo::tool::serve

@@ -5,6 +5,7 @@
 #include <algorithm>
 
 #include "tabulo/error.h"
+#include "tool/serve/request_words.h"
 
 namespace tabulo::tool::serve {
 

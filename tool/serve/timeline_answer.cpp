@@ -14,6 +14,7 @@
 #include "tool/listing.h"
 #include "tool/serve/answers.h"
 #include "tool/serve/message_json.h"
+#include "tool/serve/request_words.h"
 #include "tool/serve/table_walk.h"
 #include "tool/serve/time_buckets.h"
 
