@@ -139,7 +139,7 @@ export class MessagePanel {
             element("span", {class: "figure quiet"}, String(message.seq)));
     replace(this.content,
       element("div", {class: "row"}, copyButton("Copy fields", () => fieldsAsText(message)),
-              message.json ? copyButton("Copy JSON", () => message.json) : null,
+              message.json ? copyButton("Copy JSON", () => message.json.trimEnd()) : null,
               copyButton("Copy command", () => message.command),
               copyButton("Copy link", () => location.href)),
       links(message), tagTable(message), bytesPart(message), indexedFields(message),

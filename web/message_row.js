@@ -4,8 +4,9 @@ import {clock, dayOf} from "./times.js";
 
 const LONGEST_VALUE = 60;
 
+// Whether a message's time is one of the calendar: no unit of times is known for others.
 export function isMomentOf(message) {
-  return Boolean(message.time);  // no unit of times is known for others
+  return /^-?\d+-\d\d-/.test(message.time ?? "");
 }
 
 export function directionOf(message) {

@@ -10,6 +10,7 @@ import * as figures from "./figures.js";
 import {filterPairs, Filters, questionOf} from "./filters.js";
 import {keyOf, MessageList} from "./message_list.js";
 import {MessagePanel} from "./message_panel.js";
+import {isMomentOf} from "./message_row.js";
 import {NumberedSource} from "./numbered_source.js";
 import {dayOf, zoneName} from "./times.js";
 
@@ -201,7 +202,7 @@ class Messages {
     this.followButton.title = this.isFollowing ? "Pause (f)" : "Go to the newest message, and stay there (f)";
     const total = source.count();
     const first = source.row(this.list.first);
-    const day = first && !first.missing ? dayOf(first.t, Boolean(first.time)) : "";
+    const day = first && !first.missing ? dayOf(first.t, isMomentOf(first)) : "";
     setText(this.place, this.isNumbered ? `${figures.count(this.list.first + (total ? 1 : 0))} of ${figures.count(total)}${day && `, ${day}`}`
                                         : day);
     const command = source.skipped ? `, ${figures.counted(source.skipped, "block", "blocks")} skipped` : "";

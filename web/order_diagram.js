@@ -2,7 +2,7 @@
 // step with its type, figures and the time since the one before. It is drawn for a width, and drawn anew for another.
 import {drawing} from "./elements.js";
 import * as figures from "./figures.js";
-import {directionOf, typeWords} from "./message_row.js";
+import {directionOf, isMomentOf, typeWords} from "./message_row.js";
 import {stepFigures, stepStatus} from "./order_steps.js";
 import {clock} from "./times.js";
 
@@ -37,7 +37,7 @@ function arrow(step, i, before, left, right, chosen) {
   const status = stepStatus(step);
   const words = [typeWords(step), status].filter(Boolean).join(", ");
   const shownWords = status && words.length * LETTER > width ? status : words;
-  const pause = before === null ? clock(step.t, Boolean(step.time)) : `+${figures.duration(Math.max(step.t - before.t, 0))}`;
+  const pause = before === null ? clock(step.t, isMomentOf(step)) : `+${figures.duration(Math.max(step.t - before.t, 0))}`;
   const group = drawing("g", {class: `arrow ${direction}${step.isLate ? " isLate" : ""}`},
     drawing("rect", {class: "hit", x: left - 14, y: y - STEP + 14, width: right - left + 28, height: STEP - 6, rx: 4}),
     label(middle, y - 34, "pause", "middle", pause),

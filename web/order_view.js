@@ -4,7 +4,7 @@ import {changed, go, linkTo} from "./address.js";
 import {copyButton, element, given, replace} from "./elements.js";
 import * as figures from "./figures.js";
 import {keyOf} from "./message_list.js";
-import {directionOf, typeWords} from "./message_row.js";
+import {directionOf, isMomentOf, typeWords} from "./message_row.js";
 import {MOST_ARROWS, orderDiagram} from "./order_diagram.js";
 import {stepFigures, stepStatus} from "./order_steps.js";
 import {Asker} from "./server.js";
@@ -20,8 +20,8 @@ function stepRow(step, i, before) {
   const link = linkTo("messages", {table: step.table, from: step.at, m: keyOf(step)});
   return element("tr", {id: `step-${i}`, tabindex: "-1"},
     element("td", {class: "number"}, String(i + 1)),
-    element("td", {class: "mono"}, element("a", {href: link}, clock(step.t, Boolean(step.time))),
-            element("span", {class: "under"}, before ? `+${figures.duration(Math.max(step.t - before.t, 0))}` : dayOf(step.t, Boolean(step.time)))),
+    element("td", {class: "mono"}, element("a", {href: link}, clock(step.t, isMomentOf(step))),
+            element("span", {class: "under"}, before ? `+${figures.duration(Math.max(step.t - before.t, 0))}` : dayOf(step.t, isMomentOf(step)))),
     element("td", {}, element("span", {class: `badge ${direction}`}, direction === "neither" ? "no class" : direction),
             step.isLate ? [" ", element("span", {class: "badge warn", title: "It tells an older state than what came before"}, "late")] : null,
             step.possDup ? [" ", element("span", {class: "badge warn"}, "dup")] : null),
@@ -32,7 +32,7 @@ function stepRow(step, i, before) {
 
 function finalState(answer) {
   const {state} = answer;
-  const isMoment = answer.steps.some((step) => step.time);
+  const isMoment = answer.steps.some(isMomentOf);
   const values = Object.entries(state).filter(([name]) => !OF_SEARCH.includes(name));
   // The names of values stand in the steps that had them.
   const nameOf = (name, value) => answer.steps.find((step) => step.values[name] === value && step.names[name])?.names[name];

@@ -4,7 +4,7 @@ import {colour, sizedContext} from "./elements.js";
 import * as figures from "./figures.js";
 import {axisLabel, zoneOffset} from "./times.js";
 
-const LEFT = 56;
+const LEFT = 66;
 const RIGHT = 10;
 const TOP = 10;
 const LANE = 20;   // height of the lane of marks
@@ -92,7 +92,7 @@ export class TimelineChart {
 
   #drawTimes(context) {
     const span = this.until - this.from;
-    const most = Math.max(Math.floor(this.plotWidth / 92), 2);
+    const most = Math.max(Math.floor(this.plotWidth / (this.isMoment ? 92 : 150)), 2);
     const step = STEPS.find((one) => span / one <= most) ?? span / most;
     const offset = this.isMoment ? zoneOffset(this.from) : 0;
     context.textAlign = "center";

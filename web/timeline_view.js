@@ -122,14 +122,17 @@ class Timeline {
     const chart = this.chart;
     chart.data = answer;
     [chart.from, chart.until] = [answer.from, answer.until];
-    chart.isMoment = !board.messageTables().some((table) => table.timeUnit === null && table.messages > 0 &&
+    // One table with a unit is enough: what is stored without one is taken for milliseconds beside it.
+    const asked = board.messageTables().filter((table) => table.messages > 0 &&
       (this.parameters.getAll("table").length === 0 || this.parameters.getAll("table").includes(table.id)));
+    chart.isMoment = asked.length === 0 || asked.some((table) => table.timeUnit !== null);
     chart.draw();
     const total = answer.series.reduce((sum, one) => sum + one.counts.reduce((all, value) => all + value, 0), 0);
     const isEmpty = total === 0 && answer.until - answer.from <= 1;
     setText(this.told, isEmpty ? "There are no messages to show." :
       `${answer.estimate ? "About " : ""}${figures.counted(Math.round(total), "message", "messages")} from ${moment(answer.from, chart.isMoment)} ` +
-      `to ${moment(answer.until, chart.isMoment)} (${zoneName()}), ${figures.duration(answer.step)} a bar.` +
+      `to ${moment(answer.until, chart.isMoment)}` +
+      (chart.isMoment ? ` (${zoneName()}), ${figures.duration(answer.step)} a bar.` : ", as the numbers are stored: nothing tells their unit.") +
       (answer.estimate ? ` The figures are an estimate, from the ranges of blocks and ${figures.count(answer.read)} messages that were read.` : "") +
       (answer.damage ? ` Not everything could be read: ${answer.damage}` : ""));
     this.#showLegend(answer);

@@ -112,6 +112,15 @@ class Browser:
         origin = ScrollOrigin.from_element(element)
         webdriver.ActionChains(self.driver).scroll_from_origin(origin, 0, pixels).perform()
 
+    def copied(self, button):
+        """What a button with this text copies."""
+        self.driver.execute_cdp_cmd("Browser.grantPermissions", {"permissions": ["clipboardReadWrite", "clipboardSanitizedWrite"]})
+        # Of two with the same text that of the message that is open, which stands behind the other.
+        found = [one for one in self.all("main button") if one.text == button and one.is_displayed()][-1]
+        found.click()
+        self.until(lambda: found.text == "Copied", f"the button {button} has copied")
+        return self.driver.execute_async_script("navigator.clipboard.readText().then(arguments[0], error => arguments[0](String(error)))")
+
     def address(self):
         return self.run("return location.hash")
 

@@ -3,6 +3,7 @@
 import json
 import os
 import re
+import shlex
 import unittest
 
 from shown import DAY, Keys, PageTest, figure
@@ -130,6 +131,27 @@ class ViewsTest(PageTest):
         browser.wait(".tags tbody td", "ExecutionReport")
         browser.press(Keys.ESCAPE)
         browser.until(lambda: not browser.all(".panel")[0].is_displayed(), "Escape closes the message")
+        self.no_errors()
+
+    def test_what_is_copied_leads_to_the_same(self):
+        browser = self.served(DAY)
+        line = self.tabulo("cat", "--uid", "2000", "-o", "ndjson", self.table()).rstrip("\n")
+        message = json.loads(line)
+        browser.show(f"#/messages?table={DAY}&uid=2000", ".message .seq")
+        browser.all(".message")[0].click()
+        browser.wait(".tags tbody tr")
+        self.assertEqual(browser.copied("Copy JSON"), line)
+        self.assertEqual([one.split(" = ", 1)[1].split(" (")[0] for one in browser.copied("Copy fields").splitlines()],
+                         [pair.split("=", 1)[1] for pair in message["wire"].rstrip("\x01").split("\x01")])
+        words = shlex.split(browser.copied("Copy command"))
+        self.assertEqual(words[0], "tabulo")
+        self.assertEqual(json.loads(self.tabulo(*words[1:], "-o", "ndjson")), message)
+        browser.show("#/order?id=C1A-10860", ".diagram .arrow")
+        self.assertIn("C1A-10860", self.tabulo(*shlex.split(browser.copied("Copy command"))[1:]))
+        browser.show(f"#/sql?q=SELECT%20uid,%20type%20FROM%20%22{DAY}%22%20LIMIT%202", "#statement")
+        browser.all(".view.sql button.main")[0].click()
+        browser.wait(".rows tbody tr")
+        self.assertEqual(browser.copied("Copy as CSV").splitlines(), ["uid,type", "1,A", "2,A"])
         self.no_errors()
 
     def test_the_timeline_counts_what_the_command_counts(self):
