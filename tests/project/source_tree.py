@@ -21,7 +21,7 @@ AREAS = {
     "tool": ("tool", ["adapters", "tabulo"]),
     "examples": ("examples", ["adapters", "tabulo"]),
     "benchmarks": ("benchmarks", [*_WHOLE_LIBRARY, "api", "tabulo", "jni", "adapters", "tests"]),
-    "fuzz": ("fuzz", [*_WHOLE_LIBRARY, "api", "tabulo", "tests"]),
+    "fuzz": ("fuzz", [*_WHOLE_LIBRARY, "api", "tabulo", "tool", "tests"]),
     "tests": ("tests", [*_WHOLE_LIBRARY, "api", "tabulo", "jni", "tool", "adapters", "examples"]),
 }
 

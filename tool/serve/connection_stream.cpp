@@ -1,5 +1,6 @@
 #include "tool/serve/connection_stream.h"
 
+#include <fcntl.h>
 #include <poll.h>
 #include <sys/socket.h>
 
@@ -24,6 +25,7 @@ ConnectionStream::ConnectionStream(int socket, SSL_CTX* context, const std::atom
     : socket_(socket), ending_(ending), deadline_(Clock::now() + ARRIVAL_TIME) {
     if (context != nullptr) {
         tls_.reset(SSL_new(context));
+        (void)::fcntl(socket_, F_SETFL, O_NONBLOCK);  // TLS waits by await alone, as the others do
     }
 }
 
@@ -57,6 +59,8 @@ bool ConnectionStream::await(short events, Clock::time_point deadline) {
 
 short ConnectionStream::wantedBy(int result) const {
     switch (SSL_get_error(tls_.get(), result)) {
+        case SSL_ERROR_NONE:
+            return POLLOUT;  // for the rest of it
         case SSL_ERROR_WANT_READ:
             return POLLIN;
         case SSL_ERROR_WANT_WRITE:
@@ -105,7 +109,9 @@ bool ConnectionStream::fill(Clock::time_point deadline) {
                 end_ = static_cast<std::size_t>(count);
                 return true;
             }
-            wanted = count < 0 && (errno == EAGAIN || errno == EINTR) ? POLLIN : 0;
+            if (count == 0 || (errno != EAGAIN && errno != EINTR)) {
+                wanted = 0;
+            }
         }
         if (wanted == 0) {
             trouble_ = Trouble::closed;
@@ -182,11 +188,13 @@ ssize_t ConnectionStream::write(const char* data, std::size_t size) {
             constexpr std::size_t RECORD = 16384;  // the largest of TLS
             const int count = SSL_write(tls_.get(), data + done, static_cast<int>(std::min(size - done, RECORD)));
             done += count > 0 ? static_cast<std::size_t>(count) : 0;
-            wanted = count > 0 ? POLLOUT : wantedBy(count);
+            wanted = wantedBy(count);
         } else {
             const ssize_t count = ::send(socket_, data + done, size - done, MSG_DONTWAIT | MSG_NOSIGNAL);
             done += count > 0 ? static_cast<std::size_t>(count) : 0;
-            wanted = count > 0 || errno == EAGAIN || errno == EINTR ? POLLOUT : 0;
+            if (count <= 0 && errno != EAGAIN && errno != EINTR) {
+                wanted = 0;
+            }
         }
         if (wanted == 0) {
             trouble_ = Trouble::closed;
