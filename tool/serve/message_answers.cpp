@@ -209,10 +209,8 @@ std::string answerMessages(Question& question) {
         json.key("stopped").flag(true);
     }
     appendCosts(merged, &json);
-    std::vector<Sight> sights;
-    for (const AskedTable& table : tables) {
-        sights.push_back(table.sight);
-    }
+    std::vector<Sight> sights(tables.size());
+    std::transform(tables.begin(), tables.end(), sights.begin(), [](const AskedTable& table) { return table.sight; });
     json.key("command").text(question.command("cat", sights)).end();
     return json.take();
 }

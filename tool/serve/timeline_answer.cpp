@@ -270,12 +270,12 @@ struct TableMark {
 std::vector<TableMark> marksOf(const std::vector<AskedTable>& tables, const Range& range, bool* areComplete) {
     std::array<std::vector<TableMark>, markKindCount> byKind;
     for (const AskedTable& table : tables) {
-        TableMarks::Found found = table.sight->marks->found();
+        const TableMarks::Found found = table.sight->marks->found();
         *areComplete = *areComplete && found.complete;
-        for (Mark& mark : found.marks) {
+        for (const Mark& mark : found.marks) {
             if (pageTime(mark.until, table.sight->unit) >= range.from &&
                 pageTime(mark.time, table.sight->unit) < range.until) {
-                byKind[static_cast<std::size_t>(mark.kind)].push_back({&table, std::move(mark)});
+                byKind[static_cast<std::size_t>(mark.kind)].push_back({&table, mark});
             }
         }
     }
