@@ -23,7 +23,7 @@ setup_fuzz_packages=(clang libclang-rt-14-dev llvm)
 # What counts covered lines and branches.
 setup_coverage_packages=(gcovr)
 # What shows the page of tabulo serve to its tests.
-setup_page_packages=(chromium chromium-driver python3-selenium fonts-dejavu-core)
+setup_page_packages=(chromium chromium-driver python3-selenium python3-pil fonts-dejavu-core)
 # What makes the packages: the compiler for the other processor, and what a Debian package is made with.
 setup_package_packages=(g++-aarch64-linux-gnu dpkg-dev)
 # What tests them: qemu runs the other processor's programs, lintian judges the Debian package, the rest is what consumers

@@ -100,7 +100,7 @@ class ViewsTest(PageTest):
         browser.until(lambda: "from=" in browser.address(), "the address has the cursor")
         seen = [row[1:] for row in self.settled()]
         browser.driver.refresh()
-        browser.until(lambda: [row[1:] for row in self.rows()] == seen, "the address brings the same rows back")
+        browser.until(lambda: [row[1:] for row in (self.rows() or [])] == seen, "the address brings the same rows back")
         browser.run("document.querySelector('.list').scrollTop = 1e9")
         browser.until(lambda: figure(browser.text(".told")) > 200, "newer messages are loaded")
         self.no_errors()
