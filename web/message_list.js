@@ -68,6 +68,7 @@ export class MessageList {
 
   // Rows have come, `front` of them in front of the others (or have gone, when it is negative).
   changed(front) {
+    this.#scrolled();  // what the viewer has scrolled and no event has told yet
     if (front !== 0) {
       this.#top = Math.max(this.#top + front, 0);
       this.active = this.active < 0 ? -1 : Math.max(this.active + front, -1);
@@ -105,6 +106,7 @@ export class MessageList {
       this.#top = Math.min(Math.max(this.#top + step / ROW, 0), this.#mostTop);
       clearTimeout(this.#settling);
       this.#settling = setTimeout(() => {
+        this.#scrolled();
         this.#place();
         this.render();
       }, 150);

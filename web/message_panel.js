@@ -67,7 +67,7 @@ function tagTable(message) {
 }
 
 // The fields as lines of text: "35 MsgType = D (NewOrderSingle)".
-export function fieldsAsText(message) {
+function fieldsAsText(message) {
   return (message.tags ?? []).map((tag) =>
     `${tag.tag}${tag.name ? ` ${tag.name}` : ""} = ${tag.value}${tag.valueName ? ` (${tag.valueName})` : ""}`).join("\n");
 }

@@ -16,6 +16,8 @@ import {chooseZone, onZone, viewersZone, zoneChoice, zoneName} from "./times.js"
 
 const VIEWS = [overviewView, messagesView, timelineView, orderView, blocksView, sqlView];
 const SHARED = ["table", "class", "type", "not-type", "seq", "uid", "id", "since", "until", "poss-dup", "where", "text", "merge"];
+const FILTERED = ["messages", "timeline"];
+const WITH_TABLES = [...FILTERED, "blocks"];
 
 const main = document.getElementById("main");
 const links = new Map();
@@ -42,23 +44,21 @@ function showAddress() {
   showNavigation(view, parameters);
 }
 
-// Links to the other views keep the tables that were chosen.
+// Links to the other views keep the tables that were chosen, and between Messages and Timeline the filters.
 function showNavigation(view, parameters) {
+  const tables = parameters.getAll("table");
+  const filters = new URLSearchParams([...parameters].filter(([name]) => SHARED.includes(name)));
   for (const [one, link] of links) {
-    const table = one === view ? null : parameters.getAll("table").slice(0, one.name === "blocks" ? 1 : undefined);
-    link.href = ["overview", "order", "sql"].includes(one.name) || one === view
-        ? linkTo(one.name) : linkTo(one.name, {table});
+    const kept = one === view || !WITH_TABLES.includes(one.name) ? {}
+      : FILTERED.includes(one.name) && FILTERED.includes(view.name) ? filters
+      : {table: one.name === "blocks" ? tables.slice(0, 1) : tables};
+    link.href = linkTo(one.name, kept);
     if (one === view) {
       link.setAttribute("aria-current", "page");
     } else {
       link.removeAttribute("aria-current");
     }
   }
-}
-
-// Between Messages and Timeline the filters go along, too.
-export function filtersOf(parameters) {
-  return new URLSearchParams([...parameters].filter(([name]) => SHARED.includes(name)));
 }
 
 function makeNavigation() {

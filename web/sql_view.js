@@ -20,7 +20,7 @@ function asText(value) {
   return value === null ? "" : typeof value === "object" ? `base64:${value.base64}` : String(value);
 }
 
-export function asCsv(columns, rows) {
+function asCsv(columns, rows) {
   const cell = (value) => {
     const text = asText(value);
     return /[",\r\n]/.test(text) ? `"${text.replaceAll("\"", "\"\"")}"` : text;

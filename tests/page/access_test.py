@@ -105,6 +105,17 @@ class AccessTest(PageTest):
         self.assertEqual(browser.run("return getComputedStyle(document.documentElement).backgroundColor"), dark)
         self.no_errors()
 
+    def test_tables_and_filters_go_along_to_other_views(self):
+        browser = self.served(DAY)
+        browser.show(f"#/messages?table={DAY}&type=8", ".message .seq")
+        browser.press("3")
+        browser.wait(".view.timeline .chosen", f"{DAY}; type 8")
+        browser.press("5")
+        browser.until(lambda: f"table={DAY}" in browser.address(), "the map is of the same table")
+        browser.press("1")
+        browser.wait(".view.overview h1")
+        self.no_errors()
+
     def test_back_goes_through_the_views(self):
         browser = self.served(DAY)
         addresses = []
