@@ -1,4 +1,4 @@
-// The tables as the server tells them, over the one stream of events that a page has. Whoever shows tables reads them
+// The tables as the server tells them, over the one stream of events that a browser has. Whoever shows tables reads them
 // here and is called when some have changed; the connection is made anew when it is lost.
 import {ask, HOW_TO_GET_IN} from "./server.js";
 
@@ -73,21 +73,41 @@ function take(news, isWhole) {
   listeners.forEach((listener) => listener(ids));
 }
 
-// Connects, for good. The first event of a connection has all tables.
+// Connects, for good: by the stream that all tabs share, or by one of our own where a browser has no shared workers.
 export function connect() {
+  let worker = null;
+  try {
+    worker = new SharedWorker("/events_worker.js", {type: "module", name: "tabulo"});
+  } catch {
+    connectAlone();
+    return;
+  }
+  worker.addEventListener("error", connectAlone, {once: true});  // it could not be loaded
+  worker.port.addEventListener("message", ({data}) => (data.lost ? tellWhy() : takeLive(data.news, data.isWhole)));
+  worker.port.start();
+  window.addEventListener("pagehide", () => worker.port.postMessage("gone"));
+  window.addEventListener("pageshow", (event) => event.persisted && worker.port.postMessage("back"));
+}
+
+function takeLive(news, isWhole) {
+  take(news, isWhole);
+  if (state.kind !== "connected") {
+    setState("connected", "Connected");
+  }
+}
+
+// The first event of a connection has all tables.
+function connectAlone() {
   const source = new EventSource("/api/events");
   let isFirst = true;
   source.addEventListener("tables", (event) => {
-    take(JSON.parse(event.data), isFirst);
+    takeLive(JSON.parse(event.data), isFirst);
     isFirst = false;
-    if (state.kind !== "connected") {
-      setState("connected", "Connected");
-    }
   });
   source.addEventListener("error", () => {
     source.close();
     tellWhy();
-    setTimeout(connect, AGAIN);
+    setTimeout(connectAlone, AGAIN);
   });
 }
 

@@ -22,6 +22,21 @@ class LiveTest(PageTest):
             writer.tell(made(number).rstrip("\n"))
         return writer
 
+    def test_more_tabs_than_a_browser_has_connections(self):
+        """Each of them asks and follows: one stream of events serves them all."""
+        writer = self.writing()
+        browser = self.shown()
+        for _ in range(8):
+            browser.driver.switch_to.new_window("tab")
+            browser.driver.get(browser.base + "#/messages?table=orders")
+            browser.wait("#connection.connected", "Connected")
+            browser.wait(".told", "100 messages")
+        writer.tell(made(101).rstrip("\n"))
+        for tab in browser.driver.window_handles[-1:0:-3]:
+            browser.driver.switch_to.window(tab)
+            browser.wait(".told", "101 messages")
+        self.assertEqual(browser.console_errors(), [])
+
     def shown(self):
         self.data = self.path("data")
         return self.show_server()
