@@ -56,7 +56,7 @@ class AnswersTest(ServeTest):
         self.assert_same(self.pages(server, merge="time"), self.stored("--merge", "time", folder))
         self.assert_same(self.pages(server, backward=True, merge="time"), self.stored("--merge", "time", folder))
         symbol = next(message["fields"]["Symbol"] for message in stored if message["fields"]["Symbol"])
-        for options in ({"where": f"Symbol={symbol}"}, {"type": ["D", "8"]}, {"not_type": "8"}, {"class": "ADMIN_TO"}, {"seq": "100..200"},
+        for options in ({"where": f"Symbol={symbol}"}, {"type": ["D", "8"]}, {"type": "D,G"}, {"not_type": "8"}, {"class": "ADMIN_TO"}, {"seq": "100..200"},
                         {"uid": "5000..5100"}, {"text": "35=G"}, {"poss_dup": "yes"}, {"where": ["OrderQty>=500", "tag:54=1"]},
                         {"since": "2026-11-20T19:28:00Z", "until": "2026-11-20T19:29:00Z"}, {"where": "Price is absent", "type": "0"}):
             arguments = [f"--{name.replace('_', '-')}={value}" for name, given in options.items()
@@ -205,6 +205,7 @@ class AnswersTest(ServeTest):
             file.seek(place)
             file.write(b"\0" * 5000)
         server = Server(self, folder)
+        wait_until(lambda: "CONSISTENCY" in (server.get("/api/tables")["tables"][0]["damage"] or ""), 20, "the list tells the damage")
         found = dict.fromkeys(("finding", "end"))
         for name, data in server.events("/api/verify?table=client-day1"):
             found[name] = data

@@ -74,6 +74,18 @@ std::vector<std::string> Question::several(const std::string& name) const {
     return values;
 }
 
+std::vector<std::string> Question::listed(const std::string& name) const {
+    std::vector<std::string> values;
+    for (const std::string& value : several(name)) {
+        for (std::size_t begin = 0; begin <= value.size();) {
+            const std::size_t end = std::min(value.find(',', begin), value.size());
+            values.push_back(value.substr(begin, end - begin));
+            begin = end + 1;
+        }
+    }
+    return values;
+}
+
 std::int64_t Question::number(const std::string& name, std::int64_t otherwise, std::int64_t least,
                               std::int64_t most) const {
     const std::optional<std::string> text = one(name);
@@ -101,14 +113,14 @@ SelectionOptions Question::options(Filters filters) const {
     if (filters == Filters::none) {
         return options;
     }
-    options.seq = several("seq");
-    options.id = several("id");
-    options.uid = several("uid");
+    options.seq = listed("seq");
+    options.id = listed("id");
+    options.uid = listed("uid");
     options.since = one("since").value_or("");
     options.until = filters == Filters::all ? one("until").value_or("") : "";
-    options.classes = several("class");
-    options.types = several("type");
-    options.notTypes = several("not-type");
+    options.classes = listed("class");
+    options.types = listed("type");
+    options.notTypes = listed("not-type");
     options.possDup = one("poss-dup").value_or("");
     options.where = several("where");
     options.text = several("text");

@@ -44,6 +44,8 @@ class Question {
     // A parameter; none when it is not there. Refusal when it is given twice.
     std::optional<std::string> one(const std::string& name) const;
     std::vector<std::string> several(const std::string& name) const;
+    // The same, with commas between several in one, as the command takes them.
+    std::vector<std::string> listed(const std::string& name) const;
     // A number in a range; Refusal for anything else.
     std::int64_t number(const std::string& name, std::int64_t otherwise, std::int64_t least, std::int64_t most) const;
     // A time as pages count.

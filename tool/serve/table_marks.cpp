@@ -205,9 +205,10 @@ bool TableMarks::look(std::int64_t messages, const Work& work) {
             next_ = message->next();
         }
         return true;
-    } catch (const Error&) {  // told of the table itself
+    } catch (const Error& error) {
         const std::lock_guard lock(mutex_);
         complete_ = true;
+        damage_ = error.code() == Code::vseek ? "" : error.what();  // else the table was emptied, and is looked at anew
         return false;
     }
 }
@@ -218,6 +219,7 @@ TableMarks::Found TableMarks::counts() const {
     found.gaps = (sent_.hasAdmin ? sent_.openGaps : 0) + (received_.hasAdmin ? received_.openGaps : 0);
     found.resends = resends_;
     found.complete = complete_;
+    found.damage = damage_;
     return found;
 }
 

@@ -39,6 +39,7 @@ class TableMarks {
         std::int64_t gaps = 0;     // of which nothing came later; also those that are no longer kept
         std::int64_t resends = 0;  // messages
         bool complete = false;     // everything that was there has been looked at
+        std::string damage{};      // that ended the looking; empty for none
     };
     Found found() const;
     // The numbers of found() alone.
@@ -93,6 +94,7 @@ class TableMarks {
     std::map<MarkKind, std::vector<Mark>> marks_;
     std::int64_t resends_ = 0;
     bool complete_ = false;
+    std::string damage_;
 };
 
 }  // namespace tabulo::tool::serve

@@ -193,9 +193,12 @@ bool WatchedTable::hasNewMarks() {
         return false;
     }
     const TableMarks::Found found = sight_.marks->counts();
-    const bool isNew =
-        found.gaps != marks_.gaps || found.resends != marks_.resends || found.complete != marks_.complete;
+    const bool isNew = found.gaps != marks_.gaps || found.resends != marks_.resends ||
+                       found.complete != marks_.complete || found.damage != marks_.damage;
     marks_ = found;
+    if (sight_.damage.empty()) {
+        sight_.damage = found.damage;
+    }
     return isNew;
 }
 
