@@ -78,6 +78,31 @@ TEST_P(StoreConformance, AMissingNumberIsLeftOut) {
     EXPECT_EQ(store->get(2, 5), Texts({order(2), order(5)}));
 }
 
+TEST_P(StoreConformance, ANumberThatIsSetAgainHasItsNewestMessage) {
+    const auto store = open();
+    for (const int number : {1, 2, 3, 2, 4, 1}) {
+        EXPECT_TRUE((*store)->set(number, order(number, "FIRST")));
+    }
+    (*store)->set(2, order(2, "SECOND"));
+    (*store)->set(3, order(3, "SECOND"));
+    (*store)->set(3, order(3, "THIRD"));
+    EXPECT_EQ(store->get(1, 4), Texts({order(1, "FIRST"), order(2, "SECOND"), order(3, "THIRD"), order(4, "FIRST")}));
+    EXPECT_EQ(store->get(3, 3), Texts({order(3, "THIRD")}));
+}
+
+TEST_P(StoreConformance, RangesWithoutNumbersGiveNothing) {
+    const auto store = open();
+    for (int number = 1; number <= 3; ++number) {
+        (*store)->set(number, order(number));
+    }
+    EXPECT_EQ(store->get(-5, -1), Texts());
+    EXPECT_EQ(store->get(-5, 0), Texts());
+    EXPECT_EQ(store->get(0, 0), Texts());
+    EXPECT_EQ(store->get(3, 1), Texts());
+    EXPECT_EQ(store->get(4, 0), Texts());
+    EXPECT_EQ(store->get(4, 100000), Texts());
+}
+
 TEST_P(StoreConformance, NumbersAreSetAndCounted) {
     const auto store = open();
     (*store)->incrNextSenderMsgSeqNum();
