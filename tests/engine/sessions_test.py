@@ -7,6 +7,8 @@ import unittest
 
 from engine import VERSIONS, Engine, EngineTest, effort, wait_until
 
+from cluster import Cluster  # stands in the folder that the line before has named
+
 STORES = [("tabulo", "tabulo"), ("tabulo", "file"), ("file", "tabulo")]  # the exchange's, the client's
 
 
@@ -170,6 +172,31 @@ class SessionsTest(EngineTest):
 
 
 class TablesOfARunningEngineTest(EngineTest):
+    def test_its_tables_are_shipped(self):
+        server = os.environ.get("TABULO_NATS_SERVER")
+        if not server:
+            self.skipTest("no nats-server, or a command that was built without libnats")
+        with Cluster(server, self.path("servers"), size=1) as cluster:
+            engines = [Engine(self, role, "tabulo", port) for port in [self.port()] for role in ("exchange", "client")]
+            for engine in engines:
+                engine.start()
+            exchange, client = engines
+            client.told_line("on")
+            copies = self.path("copies")
+            where = ["--stream", "ENGINE", "--server", cluster.url()]
+            ship = self.start("ship", [os.environ["TABULO_COMMAND"], "ship", exchange.store, *where, "--replicas", "1"])
+            client.command("send 300", "sent")
+            receive = self.start("receive", [os.environ["TABULO_COMMAND"], "receive", copies, *where])
+            client.command("send 300", "sent")
+            wait_until(lambda: len(client.lines("reports")) == 1200, 60, "all reports come")
+            [table] = self.tables(exchange)
+            copy = os.path.join(copies, os.path.basename(table))
+            stored = self.stored(table)
+            self.assertGreaterEqual(len(stored), 1800)
+            wait_until(lambda: os.path.exists(copy) and len(self.stored(copy)) >= len(stored), 60,
+                       lambda: ship.told() + receive.told())
+            self.assertEqual(self.stored(copy)[:len(stored)], stored)
+
     def test_the_command_beside_a_writing_engine(self):
         port = self.port()
         exchange = Engine(self, "exchange", "tabulo", port)
