@@ -248,6 +248,20 @@ def engine_rows(results):
     yield shown("the store for QuickFIX: memory", results.median("engine", "tabulo", "memory"), " MiB")
 
 
+def page_rows(results):
+    count = text(results.median("page", "tabulo", "messages") or 0)
+
+    def of(metric):
+        return results.median("page", "tabulo", metric)
+    yield at_most(f"the page of {count} messages: first view", 500, of("first view"), " ms")
+    yield at_most(f"the page of {count} messages: a filter's first answer, one order", 200, of("filter, one order"), " ms")
+    yield at_most(f"the page of {count} messages: a filter's first answer, a symbol", 200, of("filter, a symbol"), " ms")
+    yield at_most("the page: from the append to the screen, median", 300, of("live, median"), " ms")
+    yield at_most("the page: from the append to the screen, 99 %", 300, of("live, 99 %"), " ms")
+    yield at_most(f"the page of {count} messages: memory of the server with 20 viewers", 128, of("memory, 20 viewers"), " MiB")
+    yield shown(f"the page of {count} messages: answers to 20 viewers", of("answers, 20 viewers"), "/s")
+
+
 def rows(results):
     yield from append_rows(results)
     yield from read_rows(results)
@@ -258,3 +272,4 @@ def rows(results):
     yield from sql_rows(results)
     yield from shipping_rows(results)
     yield from engine_rows(results)
+    yield from page_rows(results)
