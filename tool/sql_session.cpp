@@ -13,6 +13,7 @@
 
 #include "adapters/sqlite/extension.h"
 #include "tool/listing.h"
+#include "tool/lowered.h"
 #include "tool/sql_output.h"
 #include "tool/sql_words.h"
 #include "tool/table_cells.h"
@@ -55,13 +56,6 @@ class InterruptWatch {
     std::condition_variable_any wake_;
     std::jthread thread_;  // the last one: it ends before what it uses
 };
-
-std::string lowered(std::string text) {
-    std::transform(text.begin(), text.end(), text.begin(), [](char letter) {
-        return letter >= 'A' && letter <= 'Z' ? static_cast<char>(letter + 32) : letter;
-    });
-    return text;
-}
 
 std::string pathArgument(const std::filesystem::path& path) {
     return sqlQuoted(path.string(), '\'');

@@ -6,6 +6,8 @@
 #include <array>
 #include <charconv>
 
+#include "tool/lowered.h"
+
 namespace tabulo::tool::serve {
 
 namespace {
@@ -113,14 +115,6 @@ std::string shellWord(std::string_view text) {
         word += letter == '\'' ? "'\\''" : std::string(1, letter);
     }
     return word + "'";
-}
-
-std::string lowered(std::string_view text) {
-    std::string low(text);
-    std::transform(low.begin(), low.end(), low.begin(), [](char letter) {
-        return letter >= 'A' && letter <= 'Z' ? static_cast<char>(letter + 32) : letter;
-    });
-    return low;
 }
 
 }  // namespace tabulo::tool::serve

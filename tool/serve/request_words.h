@@ -39,7 +39,4 @@ bool isMore(std::string_view length, std::size_t most) noexcept;
 // A text as a shell takes it for one word.
 std::string shellWord(std::string_view text);
 
-// A text with A to Z as a to z.
-std::string lowered(std::string_view text);
-
 }  // namespace tabulo::tool::serve
