@@ -71,6 +71,7 @@ class GateTest(ServeTest):
     def test_hosts_and_origins_of_others_are_refused(self):
         server = self.served("--host", "desk.example")
         port = server.port
+        self.assertEqual(server.host, "desk.example", "the address is printed by the name that others use")
         for host in (f"127.0.0.1:{port}", f"localhost:{port}", f"LOCALHOST:{port}", f"desk.example:{port}", f"[::1]:{port}"):
             self.assertEqual(server.ask("/api/tables", headers={"Host": host}).status, 200, host)
         for host in (f"evil.example:{port}", "127.0.0.1", "localhost:1", f"desk.example.evil:{port}", "", f"127.0.0.1.evil:{port}"):

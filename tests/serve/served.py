@@ -37,6 +37,7 @@ class Server:
         self.page = next(line for line in self.process.out().splitlines() if line.startswith("http"))
         parts = urllib.parse.urlsplit(self.page)
         self.scheme = parts.scheme
+        self.host = parts.hostname
         self.port = parts.port
         self.token = urllib.parse.parse_qs(parts.query)["token"][0]
 

@@ -55,13 +55,14 @@ void Gate::know(const std::string& address, int port, bool isEncrypted, const st
     port_ = std::to_string(port);
     cookie_ = "tabulo_" + port_;
     scheme_ = isEncrypted ? "https" : "http";
-    address_ = address.find(':') == std::string::npos ? address : fmt::format("[{}]", address);
+    const std::string inAddress = address.find(':') == std::string::npos ? address : fmt::format("[{}]", address);
+    shownHost_ = names.empty() ? inAddress : names.front();
     hosts_ = {"localhost"};
     std::transform(names.begin(), names.end(), std::inserter(hosts_, hosts_.end()), lowered);
 }
 
 std::string Gate::page() const {
-    return fmt::format("{}://{}:{}/?token={}", scheme_, address_, port_, token_);
+    return fmt::format("{}://{}:{}/?token={}", scheme_, shownHost_, port_, token_);
 }
 
 bool Gate::isOurHost(std::string_view host) const {

@@ -18,7 +18,7 @@ class Gate {
     // Where it listens, once that is known, and the names by which it may be asked for besides. Addresses in numbers
     // are always taken: no name of somebody else's can stand for them.
     void know(const std::string& address, int port, bool isEncrypted, const std::vector<std::string>& names);
-    // The address of the page, with the token.
+    // The address of the page, with the token: by the first of the names, if there is one.
     std::string page() const;
 
     // Sets the response and gives true when the request is not to be answered, or is answered: a wrong host or origin
@@ -34,7 +34,7 @@ class Gate {
 
     std::string token_;
     std::string cookie_;  // its name, which has the port in it: cookies do not tell ports apart
-    std::string address_;
+    std::string shownHost_;
     std::string scheme_;
     std::string port_;
     std::set<std::string> hosts_;  // in small letters

@@ -25,7 +25,7 @@ inline constexpr std::chrono::seconds QUESTION_TIME(20);
 inline constexpr std::chrono::seconds STATEMENT_TIME(10);
 
 inline constexpr std::int64_t MOST_MESSAGES = 1000;                          // of one answer
-inline constexpr std::size_t LARGEST_ANSWER = std::size_t{8} * 1024 * 1024;  // behind which it is cut short
+inline constexpr std::size_t LARGEST_ANSWER = std::size_t{2} * 1024 * 1024;  // behind which it is cut short
 inline constexpr std::int64_t MOST_STEPS = 2000;                             // of an order
 inline constexpr std::int64_t MOST_BLOCKS = 20000;                           // of one answer
 inline constexpr std::int64_t MOST_ROWS = 1000;                              // of a statement

@@ -6,6 +6,7 @@
 #include <chrono>
 #include <map>
 #include <string_view>
+#include <utility>
 
 #include "tabulo/error.h"
 #include "tool/serve/answers.h"
@@ -102,7 +103,8 @@ void Site::answerQuestion(const httplib::Request& request, httplib::Response& re
     }
     endQuestion();
     response.status = 200;
-    response.set_content(body, std::string(JSON));
+    response.body = std::move(body);
+    response.set_header("Content-Type", std::string(JSON));
 }
 
 void Site::answer(const httplib::Request& request, httplib::Response& response) {
