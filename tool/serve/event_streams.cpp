@@ -10,6 +10,7 @@
 #include "tabulo/damage.h"
 #include "tabulo/error.h"
 #include "tool/finding_names.h"
+#include "tool/serve/http_library.h"
 #include "tool/serve/limits.h"
 
 namespace tabulo::tool::serve {

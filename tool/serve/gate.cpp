@@ -13,6 +13,7 @@
 #include "tool/format/json_text.h"
 #include "tool/listing.h"
 #include "tool/lowered.h"
+#include "tool/serve/http_library.h"
 #include "tool/serve/limits.h"
 #include "tool/serve/request_words.h"
 #include "tool/status.h"

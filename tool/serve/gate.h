@@ -4,8 +4,12 @@
 #include <set>
 #include <string>
 #include <string_view>
+#include <vector>
 
-#include "tool/serve/http_library.h"
+namespace httplib {
+struct Request;
+struct Response;
+}  // namespace httplib
 
 namespace tabulo::tool::serve {
 

@@ -6,6 +6,7 @@
 #include <array>
 #include <charconv>
 #include <cmath>
+#include <iterator>
 #include <utility>
 
 #include "tabulo/error.h"
@@ -30,14 +31,14 @@ bool isWhole(std::string_view text, Number* number) {
 
 }  // namespace
 
-Question::Question(const httplib::Request& request, const TableBoard& board, const std::atomic<bool>& ending,
+Question::Question(const Parameters& parameters, const TableBoard& board, const std::atomic<bool>& ending,
                    std::chrono::seconds most)
-    : request_(request),
+    : parameters_(parameters),
       board_(board),
       ending_(ending),
       deadline_(std::chrono::steady_clock::now() + most),
       console_([](std::string_view) {}, [this] { check(); }) {
-    if (request.params.size() > MOST_PARAMETERS) {
+    if (parameters.size() > MOST_PARAMETERS) {
         throw Refusal(400, fmt::format("a question has at most {} parameters", MOST_PARAMETERS));
     }
 }
@@ -59,18 +60,17 @@ Work Question::work() const {
 }
 
 std::optional<std::string> Question::one(const std::string& name) const {
-    const std::size_t count = request_.get_param_value_count(name);
+    const std::size_t count = parameters_.count(name);
     if (count > 1) {
         throw Refusal(400, fmt::format("{} is given more than once", name));
     }
-    return count == 0 ? std::nullopt : std::optional(request_.get_param_value(name));
+    return count == 0 ? std::nullopt : std::optional(parameters_.find(name)->second);
 }
 
 std::vector<std::string> Question::several(const std::string& name) const {
     std::vector<std::string> values;
-    for (std::size_t i = 0; i < request_.get_param_value_count(name); ++i) {
-        values.push_back(request_.get_param_value(name, i));
-    }
+    const auto [begin, end] = parameters_.equal_range(name);
+    std::transform(begin, end, std::back_inserter(values), [](const auto& parameter) { return parameter.second; });
     return values;
 }
 
@@ -129,7 +129,7 @@ SelectionOptions Question::options(Filters filters) const {
 
 bool Question::isFiltered(Filters filters) const {
     return std::any_of(FILTERS.begin(), FILTERS.end(), [&](std::string_view name) {
-        return (name != "until" || filters == Filters::all) && request_.has_param(std::string(name));
+        return (name != "until" || filters == Filters::all) && parameters_.contains(std::string(name));
     });
 }
 
@@ -168,7 +168,7 @@ std::vector<Sight> Question::sights() const {
 }
 
 std::vector<AskedTable> Question::tables(Filters filters) {
-    const bool isNamed = request_.has_param("table");
+    const bool isNamed = parameters_.contains("table");
     const SelectionOptions chosen = options(filters);
     std::vector<AskedTable> tables;
     for (const Sight& sight : sights()) {
@@ -182,7 +182,7 @@ std::vector<AskedTable> Question::tables(Filters filters) {
 }
 
 AskedTable Question::table() {
-    if (request_.get_param_value_count("table") != 1) {
+    if (parameters_.count("table") != 1) {
         throw Refusal(400, "this is asked of one table: table=ID");
     }
     std::vector<AskedTable> tables = this->tables(Filters::none);

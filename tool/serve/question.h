@@ -4,6 +4,7 @@
 #include <atomic>
 #include <chrono>
 #include <cstdint>
+#include <map>
 #include <optional>
 #include <stdexcept>
 #include <string>
@@ -15,9 +16,10 @@
 #include "tool/selection.h"
 #include "tool/serve/table_board.h"
 
-#include "tool/serve/http_library.h"
-
 namespace tabulo::tool::serve {
+
+// Names and values, decoded; several values of a name in the order in which they were given.
+using Parameters = std::multimap<std::string, std::string>;
 
 // What is wrong with a question, and the HTTP status that tells it.
 struct Refusal : std::runtime_error {
@@ -38,7 +40,7 @@ struct AskedTable {
 class Question {
   public:
     // All must outlive it. Refusal (400) for more parameters than a question has.
-    Question(const httplib::Request& request, const TableBoard& board, const std::atomic<bool>& ending,
+    Question(const Parameters& parameters, const TableBoard& board, const std::atomic<bool>& ending,
              std::chrono::seconds most);
 
     // A parameter; none when it is not there. Refusal when it is given twice.
@@ -76,7 +78,7 @@ class Question {
     SelectionOptions options(Filters filters) const;
     AskedTable open(const Sight& sight, const SelectionOptions& options);
 
-    const httplib::Request& request_;
+    const Parameters& parameters_;
     const TableBoard& board_;
     const std::atomic<bool>& ending_;
     std::chrono::steady_clock::time_point deadline_;

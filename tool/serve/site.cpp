@@ -11,6 +11,7 @@
 #include "tabulo/error.h"
 #include "tool/serve/answers.h"
 #include "tool/serve/gate.h"
+#include "tool/serve/http_library.h"
 #include "tool/serve/limits.h"
 #include "tool/serve/page_files.h"
 
@@ -82,7 +83,7 @@ std::string Site::answerTo(const httplib::Request& request, Question& question) 
 }
 
 void Site::answerQuestion(const httplib::Request& request, httplib::Response& response) {
-    Question question(request, streams_.board, ending_, QUESTION_TIME);
+    Question question(request.params, streams_.board, ending_, QUESTION_TIME);
     if (request.path == "/api/events") {
         streamTables(streams_, response);
         response.status = 200;

@@ -10,7 +10,10 @@
 #include "tool/serve/question.h"
 #include "tool/serve/table_board.h"
 
-#include "tool/serve/http_library.h"
+namespace httplib {
+struct Request;
+struct Response;
+}  // namespace httplib
 
 namespace tabulo::tool::serve {
 
