@@ -95,6 +95,29 @@ class Page:
                 browser.show("#/overview", ".tables tbody tr")
             self.bench.end()
 
+    def views(self):
+        """Each view of the large table: how soon what it shows is there. An error in the browser's console ends the run."""
+        server, browser = self.begin("large")
+        self.seen(browser, "first")
+        middle = server.get("/api/messages", table="orders", at=self.messages // 2, limit=1)["messages"][0]
+        order = middle["fields"]["ClOrdID"]
+        for _ in range(self.turns):
+            for view, address, ready in (
+                    ("messages", "#/messages?table=orders", ".message .seq"),
+                    ("timeline", "#/timeline?table=orders", None),
+                    ("timeline by symbol", "#/timeline?table=orders&by=Symbol", ".legend li"),
+                    ("order", f"#/order?id={order}&table=orders", ".diagram .arrow"),
+                    ("blocks", f"#/blocks?table=orders&block={self.messages // 2000}", ".map-parts dd")):
+                begin = time.monotonic()
+                browser.show(address, ready)
+                if ready is None:
+                    browser.until(lambda: "messages from" in browser.text("main"), "the figures of the timeline")
+                self.add(f"view: {view}", "ms", 1000 * (time.monotonic() - begin))
+                browser.show("#/overview", ".tables tbody tr")
+        if browser.console_errors():
+            raise AssertionError(browser.console_errors())
+        self.bench.end()
+
     def live(self):
         for _ in range(self.turns):
             shutil.rmtree("live", ignore_errors=True)
@@ -153,6 +176,7 @@ class Page:
         subprocess.run([self.tabulo, "index", "large/orders"], check=True, stdout=subprocess.DEVNULL)
         self.add("messages", "", self.messages)
         self.first_view_and_filters()
+        self.views()
         self.live()
         self.viewers()
 

@@ -256,6 +256,8 @@ def page_rows(results):
     yield at_most(f"the page of {count} messages: first view", 500, of("first view"), " ms")
     yield at_most(f"the page of {count} messages: a filter's first answer, one order", 200, of("filter, one order"), " ms")
     yield at_most(f"the page of {count} messages: a filter's first answer, a symbol", 200, of("filter, a symbol"), " ms")
+    for view in ("messages", "timeline", "timeline by symbol", "order", "blocks"):
+        yield shown(f"the page of {count} messages: the view {view}", of(f"view: {view}"), " ms")
     yield at_most("the page: from the append to the screen, median", 300, of("live, median"), " ms")
     yield at_most("the page: from the append to the screen, 99 %", 300, of("live, 99 %"), " ms")
     yield at_most(f"the page of {count} messages: memory of the server with 20 viewers", 128, of("memory, 20 viewers"), " MiB")
