@@ -189,10 +189,15 @@ TEST_F(FileChangesTest, EndsForNothingLieApartAndTheOneBehindSomethingIsAtOnce) 
     EXPECT_GE(changePlatform_system().now() - before, EARLY_ENDS_APART);
     hooks.calls.clear();
     fileChanges_found(&changes);
+    const std::int64_t last = changePlatform_system().now();
     ASSERT_EQ(wait(), WaitEnd::changed);
     EXPECT_EQ(hooks.calls, (std::vector<std::string>{"wait: changed"})) << "there is nothing to wait for first";
     hooks.calls.clear();
-    EXPECT_EQ(wait(EARLY_ENDS_APART / 2), WaitEnd::over) << "a wait may be over before";
+    const WaitEnd end = wait(EARLY_ENDS_APART / 2);
+    if (changePlatform_system().now() - last <
+        EARLY_ENDS_APART) {  // else the machine was busy, and the next one is due
+        EXPECT_EQ(end, WaitEnd::over) << "a wait may be over before";
+    }
 }
 
 TEST_F(FileChangesTest, AnotherThreadEndsAWait) {
