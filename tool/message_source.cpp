@@ -7,6 +7,7 @@
 
 #include "tool/listing.h"
 #include "tool/status.h"
+#include "tool/verb.h"
 
 namespace tabulo::tool {
 

@@ -12,7 +12,10 @@
 #include "tool/selection.h"
 #include "tool/tables.h"
 #include "tool/times.h"
-#include "tool/verb.h"
+
+namespace CLI {
+class App;
+}  // namespace CLI
 
 namespace tabulo::tool {
 

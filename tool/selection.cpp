@@ -9,6 +9,7 @@
 
 #include "tool/listing.h"
 #include "tool/status.h"
+#include "tool/verb.h"
 #include "tool/where.h"
 
 namespace tabulo::tool {

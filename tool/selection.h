@@ -9,7 +9,10 @@
 #include "tabulo/query.h"
 #include "tabulo/reader.h"
 #include "tool/times.h"
-#include "tool/verb.h"
+
+namespace CLI {
+class App;
+}  // namespace CLI
 
 namespace tabulo::tool {
 

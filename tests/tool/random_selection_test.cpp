@@ -14,6 +14,7 @@
 #include "tests/support/test_run.h"
 #include "tool/message_source.h"
 #include "tool/status.h"
+#include "tool/verb.h"
 
 namespace tabulo::tool::test {
 
