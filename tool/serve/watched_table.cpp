@@ -47,10 +47,10 @@ WatchedTable::WatchedTable(std::string id, std::filesystem::path path) {
     sight_.id = std::move(id);
     sight_.path = std::move(path);
     static_cast<void>(::stat(sight_.path.c_str(), &seen_));  // what cannot be read is told by what follows
-    lookAtAll();
+    lookAtAll(Content::other);
 }
 
-void WatchedTable::lookAtAll() {
+void WatchedTable::lookAtAll(Content content) {
     lookedAtAll_ = Clock::now();
     sight_.info = inspect(sight_.path);
     sight_.damage = sight_.info.problem.has_value() ? sight_.info.problem->what() : "";
@@ -61,8 +61,10 @@ void WatchedTable::lookAtAll() {
     const std::optional<std::int64_t> sample = sampleTime(sight_.info);
     sight_.unit = sample.has_value() ? guessTimeUnit(*sample) : std::nullopt;
     sight_.hasIndex = indexOf(sight_.info).has_value();
-    sight_.marks = std::make_shared<TableMarks>(sight_.path, sight_.unit);
-    sight_.spans = std::make_shared<BlockSpans>(sight_.path);
+    if (content == Content::other || sight_.marks == nullptr) {
+        sight_.marks = std::make_shared<TableMarks>(sight_.path, sight_.unit);
+        sight_.spans = std::make_shared<BlockSpans>(sight_.path);
+    }
     sight_.lastSent.reset();
     sight_.lastReceived.reset();
     arrivals_.clear();
@@ -151,12 +153,12 @@ void WatchedTable::lookAtNew() {
         count += 1;
         sight_.info.lastTime = std::max(sight_.info.lastTime.value_or(message->time()), message->time());
         if (!sight_.info.firstTime.has_value()) {
-            lookAtAll();  // the first messages of an empty table tell the unit of its times
+            lookAtAll(Content::other);  // the first messages of an empty table tell the unit of its times
             return;
         }
     }
     if (messages.ending() == Ending::dropped) {
-        lookAtAll();
+        lookAtAll(Content::other);
         return;
     }
     if (count > 0) {
@@ -226,7 +228,7 @@ bool WatchedTable::lookAtFile(Clock::time_point now) {
     seen_ = found;
     try {
         if (!isSame || sight_.info.kind == TableKind::sessionInfo || !reader_.has_value() || !sight_.damage.empty()) {
-            lookAtAll();
+            lookAtAll(isSame ? Content::same : Content::other);
         } else {
             lookAtNew();
         }

@@ -32,7 +32,9 @@ class WatchedTable {
   private:
     bool hasNewMarks();
     bool lookAtFile(Clock::time_point now);
-    void lookAtAll();
+    // Whether the file holds what it held, and perhaps more, or something else.
+    enum class Content { same, other };
+    void lookAtAll(Content content);
     void lookAtNew();
     void lookAtSessionInfos();
     void take(const MessageView& message);
