@@ -40,8 +40,8 @@ class LimitsTest(ServeTest):
         self.assertEqual(self.status(server, self.request(server, *[f"X{n}: {'a' * 100}" for n in range(200)])), 431)
         self.assertIn(self.status(server, self.request(server, path="/" + "a" * 12000)), (400, 414))
         self.assertEqual(self.status(server, b"G" * 100000), 431)
-        self.assertEqual(self.status(server, self.request(server, path="/api/sql", method="POST", body=b"")[:0] + self.request(
-            server, "Content-Length: 70000", path="/api/sql", method="POST", body=b" " * 70000)), 413)
+        self.assertEqual(self.status(server, self.request(server, "Content-Length: 70000", path="/api/sql", method="POST",
+                                                          body=b" " * 70000)), 413)
         self.assertEqual(self.status(server, self.request(server, "Content-Length: 999999999999", path="/api/sql", method="POST")), 413)
         chunks = b"2000\r\n" + b"a" * 0x2000 + b"\r\n"
         self.assertIn(self.status(server, self.request(server, "Transfer-Encoding: chunked", path="/api/sql", method="POST",
