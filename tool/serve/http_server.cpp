@@ -9,6 +9,7 @@
 #include <thread>
 #include <utility>
 
+#include "tool/serve/gate.h"
 #include "tool/serve/limits.h"
 #include "tool/status.h"
 
@@ -71,6 +72,12 @@ HttpServer::HttpServer(Gate gate, Answer answer) {
     });
     set_keep_alive_timeout(IDLE_TIME.count());
     set_keep_alive_max_count(MOST_REQUESTS);
+    // What the library refuses itself (a line that is too long, what is no request) is told as every other error.
+    set_error_handler([](const httplib::Request&, httplib::Response& response) {
+        if (response.body.empty()) {
+            setError(response, response.status, "this is no request that can be answered: it is malformed or too long");
+        }
+    });
     const auto guarded = [answer = std::move(answer)](const httplib::Request& request, httplib::Response& response) {
         try {
             answer(request, response);
