@@ -1,15 +1,12 @@
 #include "adapters/nats/jetstream.h"
 
-#include <algorithm>
 #include <charconv>
 #include <chrono>
-#include <thread>
 #include <utility>
 
 #include "adapters/nats/jetstream_cursor.h"
 #include "adapters/nats/nats_message.h"
 #include "adapters/nats/nats_status.h"
-#include "adapters/nats/owner.h"
 #include "adapters/nats/text_lines.h"
 
 namespace tabulo::shipping {
@@ -17,10 +14,6 @@ namespace tabulo::shipping {
 namespace {
 
 constexpr std::int64_t ANSWERED_WITHIN_MS = 2000;
-// A record that nobody acknowledges; and how often it is asked for.
-constexpr std::chrono::seconds STORED_WITHIN{5};
-constexpr std::chrono::milliseconds STORED_PAUSE{2};
-constexpr int DUPLICATES_SECONDS = 120;
 // What the server counts beside a payload: the headers, whose longest is the table's name, escaped.
 constexpr std::size_t HEADERS = 4096;
 
@@ -41,7 +34,7 @@ JetStream::~JetStream() = default;
 jsCtx* JetStream::context() {
     natsConnection* connection = connection_.get();
     if (context_ == nullptr || of_ != connection) {
-        window_.giveUp();
+        window_.change();
         jsOptions options;
         jsOptions_Init(&options);
         options.Wait = ANSWERED_WITHIN_MS;
@@ -73,8 +66,6 @@ void JetStream::make(int replicas) {
         config.Discard = js_DiscardNew;
         config.Replicas = replicas;
         config.AllowDirect = true;
-        // A server that starts again knows the id of its newest record only if that is not older than this.
-        config.Duplicates = std::int64_t{DUPLICATES_SECONDS} * 1'000'000'000;
         status = js_AddStream(&made, context(), &config, nullptr, &code);
         if (status != NATS_OK && code != 0) {
             const char* words = nats_GetLastError(nullptr);
@@ -169,20 +160,15 @@ std::unique_ptr<LogCursor> JetStream::read(std::uint64_t from) {
     return std::make_unique<JetStreamCursor>(connection_.get(), name_, from);
 }
 
-std::uint64_t JetStream::append(const Envelope& envelope) {
-    jsCtx* made = context();
-    const MessageHandle message = messageOf(envelope);
-    const std::string id = randomId();
-    jsPubOptions options;
-    jsPubOptions_Init(&options);
-    options.MsgId = id.c_str();
-    options.ExpectStream = name_.c_str();
-    jsPubAck* ack = nullptr;
-    jsErrCode code{};
-    check(js_PublishMsg(&ack, made, message.get(), &options, &code), "publishing to " + name_);
-    const std::uint64_t sequence = ack->Sequence;
-    jsPubAck_Destroy(ack);
-    return sequence;
+LogStream::Ends JetStream::append(const Envelope& envelope, std::uint64_t times) {
+    context();
+    window_.settle();
+    window_.giveUp();
+    for (std::uint64_t i = 0; i < times; ++i) {
+        window_.publish(of_, envelope, std::nullopt);
+    }
+    window_.settle();
+    return window_.acknowledged();
 }
 
 void JetStream::publish(const Envelope& envelope, std::uint64_t expected) {
@@ -190,39 +176,15 @@ void JetStream::publish(const Envelope& envelope, std::uint64_t expected) {
     window_.publish(of_, envelope, expected);
 }
 
-// Whether the stream's leader has a record in its place; Unreachable when another one stands there.
-bool JetStream::isStored(std::uint64_t sequence, const std::string& id) {
-    natsMsg* found = nullptr;
-    jsErrCode code{};
-    const natsStatus status = js_GetMsg(&found, context(), name_.c_str(), sequence, nullptr, &code);
-    const MessageHandle message(found);
-    if (status == NATS_NOT_FOUND || code == JSNoMessageFoundErr) {
-        return false;
-    }
-    check(status, "publishing to " + name_);
-    if (headerOf(found, "Nats-Msg-Id") != id) {
-        throw Unreachable("publishing to " + name_ + ": somebody else's record has the sequence " +
-                          std::to_string(sequence));
-    }
-    return true;
-}
-
 void JetStream::settle() {
     window_.settle();
-    const std::optional<JetStreamWindow::Newest> newest = window_.unasked();
-    if (!newest.has_value()) {
-        return;
-    }
-    // Nobody was asked for those at the end, and the stream takes a record only behind the one in front of it: the
-    // newest one tells of all.
-    const auto end = std::chrono::steady_clock::now() + STORED_WITHIN;
-    window_.giveUp();
-    while (!isStored(newest->sequence, newest->id)) {
-        if (std::chrono::steady_clock::now() > end) {
-            throw Unreachable("publishing to " + name_ + ": the record " + std::to_string(newest->sequence) +
-                              " does not come");
-        }
-        std::this_thread::sleep_for(STORED_PAUSE);
+}
+
+void JetStream::remove(std::uint64_t sequence) {
+    jsErrCode code{};
+    const natsStatus status = js_DeleteMsg(context(), name_.c_str(), sequence, nullptr, &code);
+    if (code != JSNoMessageFoundErr && code != JSSequenceNotFoundErr) {
+        check(status, "deleting the record " + std::to_string(sequence) + " of " + name_);
     }
 }
 

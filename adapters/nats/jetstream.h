@@ -29,9 +29,10 @@ class JetStream : public LogStream {
     std::optional<Stored> from(std::uint64_t sequence, const std::string& subjects) override;
     std::vector<std::string> subjects(const std::string& matching) override;
     std::unique_ptr<LogCursor> read(std::uint64_t from) override;
-    std::uint64_t append(const Envelope& envelope) override;
+    Ends append(const Envelope& envelope, std::uint64_t times) override;
     void publish(const Envelope& envelope, std::uint64_t expected) override;
     void settle() override;
+    void remove(std::uint64_t sequence) override;
     void answer(const std::string& subject, std::function<std::string()> answer) override;
     std::vector<std::string> ask(const std::string& subject, std::chrono::milliseconds time, bool one) override;
 
@@ -39,7 +40,6 @@ class JetStream : public LogStream {
     jsCtx* context();
     std::optional<Stored> found(natsStatus status, jsErrCode code, natsMsg* message);
     StreamInfoHandle info(const char* subjects);
-    bool isStored(std::uint64_t sequence, const std::string& id);
 
     std::string name_;
     NatsConnection connection_;

@@ -1,23 +1,22 @@
 #include "adapters/nats/jetstream_window.h"
 
-#include <algorithm>
 #include <chrono>
+#include <cstddef>
 #include <string_view>
 #include <utility>
 
-#include "adapters/nats/log_stream.h"
 #include "adapters/nats/nats_message.h"
 #include "adapters/nats/nats_status.h"
-#include "adapters/nats/owner.h"
+#include "adapters/nats/text_lines.h"
 
 namespace tabulo::shipping {
 
 namespace {
 
-constexpr std::size_t MOST_RECORDS = 4096;
 constexpr std::size_t MOST_BYTES = 8 << 20;
-constexpr std::size_t ASKED_EVERY = 64;
-constexpr std::chrono::milliseconds ASKED_WITHIN{5};
+// How often the acknowledgements that have come are taken.
+constexpr std::size_t LOOKED_EVERY = 64;
+constexpr std::chrono::milliseconds LOOKED_WITHIN{5};
 // Longer than a cluster takes to find a new leader, mostly. A lost acknowledgement never comes: none at all in such a
 // time is what tells it.
 constexpr std::chrono::milliseconds ACKNOWLEDGED_WITHIN{5000};
@@ -37,10 +36,21 @@ std::string wordsOf(std::string_view content) {
     return std::string(words.substr(0, words.find('"')));
 }
 
+// The sequence of an acknowledgement: {"stream":"ENG1", "seq":8}.
+std::optional<std::uint64_t> sequenceOf(std::string_view content) {
+    constexpr std::string_view name = R"("seq":)";
+    const std::size_t at = content.find(name);
+    if (at == std::string_view::npos) {
+        return std::nullopt;
+    }
+    const std::string_view number = content.substr(at + name.size());
+    return integerOf<std::uint64_t>(number.substr(0, number.find_first_of(",} ")));
+}
+
 }  // namespace
 
 JetStreamWindow::JetStreamWindow(std::string stream)
-    : stream_(std::move(stream)), acknowledged_(R"({"stream":")" + stream_ + '"'), id_(randomId() + '-') {
+    : stream_(std::move(stream)), own_(R"({"stream":")" + stream_ + '"') {
 }
 
 void JetStreamWindow::begin(natsConnection* connection) {
@@ -52,12 +62,20 @@ void JetStreamWindow::begin(natsConnection* connection) {
     check(natsConnection_SubscribeSync(&made, connection, inbox_.c_str()), "publishing");
     subscription_.reset(made);
     check(natsSubscription_SetPendingLimits(made, -1, -1), "publishing");  // bounded by what is in flight
+    acknowledged_ = {};
 }
 
 void JetStreamWindow::giveUp() noexcept {
     subscription_.reset();
-    asked_.clear();
-    unasked_ = inFlight_ = {};
+    inFlight_.clear();
+    bytes_ = 0;
+}
+
+void JetStreamWindow::change() {
+    if (!inFlight_.empty()) {
+        doubt("the connection was closed");
+    }
+    giveUp();
 }
 
 void JetStreamWindow::doubt(const std::string& why) {
@@ -66,22 +84,27 @@ void JetStreamWindow::doubt(const std::string& why) {
 }
 
 bool JetStreamWindow::isFull(std::size_t bytes) const noexcept {
-    return inFlight_.records >= MOST_RECORDS || inFlight_.bytes + bytes > MOST_BYTES;
+    return inFlight_.size() >= LogStream::MOST_IN_FLIGHT || bytes_ + bytes > MOST_BYTES;
 }
 
-// They come in the order of the records, as the stream takes these in their order alone.
+// They come in the order of the records. One that does not has lost another one on its way.
 void JetStreamWindow::take(natsMsg* acknowledgement) {
     const MessageHandle handle(acknowledgement);
     if (natsMsg_IsNoResponders(acknowledgement)) {
         doubt("the stream has no leader");
     }
     const std::string_view content = contentOf(acknowledgement);
-    if (!content.starts_with(acknowledged_) || asked_.empty()) {
+    const std::optional<std::uint64_t> sequence = content.starts_with(own_) ? sequenceOf(content) : std::nullopt;
+    if (!sequence.has_value() || inFlight_.empty()) {
         doubt(wordsOf(content));
     }
-    inFlight_.records -= asked_.front().records;
-    inFlight_.bytes -= asked_.front().bytes;
-    asked_.pop_front();
+    if (const auto& wanted = inFlight_.front().sequence; wanted.has_value() && *wanted != *sequence) {
+        doubt("no acknowledgement has come for the record " + std::to_string(*wanted));
+    }
+    acknowledged_.last = *sequence;
+    acknowledged_.first = acknowledged_.first == 0 ? *sequence : acknowledged_.first;
+    bytes_ -= inFlight_.front().bytes;
+    inFlight_.pop_front();
 }
 
 void JetStreamWindow::takeWhatHasCome() {
@@ -96,9 +119,9 @@ void JetStreamWindow::takeWhatHasCome() {
     }
 }
 
-// Until no more than so many are in flight, or only those that nobody was asked for.
+// Until no more than so many are in flight.
 void JetStreamWindow::wait(std::size_t records, std::size_t bytes) {
-    while (!asked_.empty() && (inFlight_.records > records || inFlight_.bytes > bytes)) {
+    while (inFlight_.size() > records || bytes_ > bytes) {
         natsMsg* message = nullptr;
         const natsStatus status = natsSubscription_NextMsg(&message, subscription_.get(), ACKNOWLEDGED_WITHIN.count());
         if (status == NATS_TIMEOUT) {
@@ -112,60 +135,41 @@ void JetStreamWindow::wait(std::size_t records, std::size_t bytes) {
     }
 }
 
-// Whether the acknowledgement of the record that is published next is to be asked for.
-bool JetStreamWindow::isTimeToAsk() {
+bool JetStreamWindow::isTimeToLook() {
     const auto now = std::chrono::steady_clock::now();
-    if (unasked_.records + 1 < ASKED_EVERY && unasked_.bytes < MOST_BYTES / 8 && now - askedAt_ < ASKED_WITHIN) {
+    if (sent_.size() < LOOKED_EVERY && now - lookedAt_ < LOOKED_WITHIN) {
         return false;
     }
-    askedAt_ = now;
+    lookedAt_ = now;
     return true;
 }
 
-MessageHandle JetStreamWindow::messageWith(const Envelope& envelope, std::uint64_t expected, bool isAsked) {
-    MessageHandle message = messageOf(envelope, isAsked ? inbox_ : std::string());
-    const auto set = [&](const char* name, const std::string& value) {
-        check(natsMsgHeader_Set(message.get(), name, value.c_str()), "publishing to " + stream_);
-    };
-    // The sequence alone would let the rest of a window in behind records that others have put in front of it. Where
-    // nothing is in flight no id is asked for: a server that has started again may have forgotten it.
-    set("Nats-Expected-Last-Sequence", std::to_string(expected));
-    if (inFlight_.records > 0) {
-        set("Nats-Expected-Last-Msg-Id", newestId_);
-    }
-    published_ += 1;
-    newestId_ = id_ + std::to_string(published_);
-    set("Nats-Msg-Id", newestId_);
-    return message;
-}
-
-void JetStreamWindow::publish(natsConnection* connection, const Envelope& envelope, std::uint64_t expected) {
+void JetStreamWindow::publish(natsConnection* connection, const Envelope& envelope,
+                              std::optional<std::uint64_t> expected) {
     if (subscription_ == nullptr) {
         begin(connection);
     }
     const std::size_t bytes = envelope.payload.size();
     if (isFull(bytes)) {
-        wait(MOST_RECORDS / 2, MOST_BYTES / 2);
+        wait(LogStream::MOST_IN_FLIGHT / 2, MOST_BYTES / 2);
     }
-    const bool isAsked = isTimeToAsk();
-    if (isAsked) {
+    if (isTimeToLook()) {
         takeWhatHasCome();
         sent_.clear();
     }
-    sent_.push_back(messageWith(envelope, expected, isAsked));
-    const natsStatus status = natsConnection_PublishMsg(connection, sent_.back().get());
+    MessageHandle message = messageOf(envelope, inbox_);
+    if (expected.has_value()) {
+        check(natsMsgHeader_Set(message.get(), "Nats-Expected-Last-Sequence", std::to_string(*expected).c_str()),
+              "publishing to " + stream_);
+    }
+    const natsStatus status = natsConnection_PublishMsg(connection, message.get());
     if (status != NATS_OK) {
         giveUp();
         check(status, "publishing to " + stream_);
     }
-    newest_ = expected + 1;
-    for (Group* group : {&unasked_, &inFlight_}) {
-        group->records += 1;
-        group->bytes += bytes;
-    }
-    if (isAsked) {
-        asked_.push_back(std::exchange(unasked_, {}));
-    }
+    sent_.push_back(std::move(message));
+    inFlight_.push_back({expected.has_value() ? std::optional(*expected + 1) : std::nullopt, bytes});
+    bytes_ += bytes;
 }
 
 void JetStreamWindow::settle() {

@@ -39,6 +39,9 @@ class LogCursor {
 // One thread uses a LogStream. Every operation may throw Unreachable and Refused.
 class LogStream {
   public:
+    // So many records at most are published by one shipper and not known to be stored. What others do relies on it.
+    static constexpr std::size_t MOST_IN_FLIGHT = 2048;
+
     virtual ~LogStream() = default;
 
     virtual const std::string& name() const noexcept = 0;
@@ -60,16 +63,18 @@ class LogStream {
     virtual std::vector<std::string> subjects(const std::string& matching) = 0;
     virtual std::unique_ptr<LogCursor> read(std::uint64_t from) = 0;
 
-    // Publishes a record behind whatever is the newest one, waits until it is stored, and gives its sequence. Of what
-    // others have in flight then, nothing comes behind it.
-    virtual std::uint64_t append(const Envelope& envelope) = 0;
+    // Publishes a record behind whatever is the newest one, so many times, and waits until all are stored. Gives the
+    // sequences of the first and the last of them: others may stand in between.
+    virtual Ends append(const Envelope& envelope, std::uint64_t times) = 0;
     // Publishes a record as the one behind the sequence `expected`. Returns before it is stored, unless the window of
     // such records is full. Unreachable as soon as one of them is in doubt: it timed out, or was refused as something
-    // else has become the record of its sequence. The window is then given up: each record of it is or is not stored,
-    // none behind one that is not.
+    // else has become the record of its sequence. The window is then given up: any record of it may still be on its
+    // way, and is stored whenever the stream's newest sequence is the one that it expects (publisher.h).
     virtual void publish(const Envelope& envelope, std::uint64_t expected) = 0;
     // Waits until all are stored.
     virtual void settle() = 0;
+    // Deletes a record, whose sequence stays empty. Nothing is done where there is none.
+    virtual void remove(std::uint64_t sequence) = 0;
 
     // Answers what others ask on a subject outside of the stream, in a thread of the transport, also while and after
     // this object goes: what the answer needs it must own.

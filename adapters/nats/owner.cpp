@@ -31,12 +31,12 @@ std::string randomId() {
 Owner Owner::here() {
     std::array<char, 256> host{};
     const bool hasName = ::gethostname(host.data(), host.size() - 1) == 0;
-    return {hasName ? host.data() : "unknown", ::getpid(), std::time(nullptr), randomId()};
+    return {hasName ? host.data() : "unknown", ::getpid(), std::time(nullptr), randomId(), 0};
 }
 
 std::string Owner::text() const {
     return "host " + escaped(host) + "\npid " + std::to_string(pid) + "\nstarted " + std::to_string(started) + "\nid " +
-           id + "\n";
+           id + "\n" + (ended == 0 ? "" : "ended " + std::to_string(ended) + "\n");
 }
 
 std::string Owner::sentence() const {
@@ -56,16 +56,17 @@ std::string Owner::subject(std::string_view stream) const {
 
 std::optional<Owner> ownerOf(std::string_view text) {
     const std::vector<std::string_view> values = valuesOfLines(text);
-    if (values.size() != 4) {
+    if (values.size() != 4 && values.size() != 5) {
         return std::nullopt;
     }
     const auto host = unescaped(values[0]);
     const auto pid = integerOf<std::int64_t>(values[1]);
     const auto started = integerOf<std::int64_t>(values[2]);
-    if (!host.has_value() || !pid.has_value() || !started.has_value() || !isId(values[3])) {
+    const auto ended = integerOf<std::int64_t>(values.size() == 5 ? values[4] : "0");
+    if (!host.has_value() || !pid.has_value() || !started.has_value() || !isId(values[3]) || !ended.has_value()) {
         return std::nullopt;
     }
-    const Owner owner{*host, *pid, *started, std::string(values[3])};
+    const Owner owner{*host, *pid, *started, std::string(values[3]), *ended};
     return owner.text() == text ? std::optional(owner) : std::nullopt;
 }
 

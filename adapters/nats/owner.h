@@ -5,6 +5,7 @@
 //   pid 4711
 //   started 1763850000
 //   id 5f1d0a9c2b7e4468
+//   ended 1763936400           when it has ended well: nothing of it is on its way any more
 #pragma once
 
 #include <cstdint>
@@ -19,6 +20,7 @@ struct Owner {
     std::int64_t pid = 0;
     std::int64_t started = 0;  // seconds since 1970
     std::string id{};          // random, of 16 hexadecimal digits
+    std::int64_t ended = 0;    // as `started`; 0 while it is not known to have
 
     // This process, with an id that no other call has given.
     static Owner here();

@@ -24,6 +24,10 @@ bool takeLine(const std::vector<std::string_view>& words, ReceiveNote* note) {
         note->sequence = sequence.value_or(0);
         return sequence.has_value();
     }
+    if (words.size() == 1 && words[0] == "fenced") {
+        note->isFenced = true;
+        return true;
+    }
     if (words.size() != 3 || words[0] != "table") {
         return false;
     }
@@ -57,7 +61,7 @@ void writeNote(const std::filesystem::path& folder, const ReceiveNote& note) {
     errno = 0;
     {
         std::ofstream file(made, std::ios::binary | std::ios::trunc);
-        file << "stream " << note.stream << "\nsequence " << note.sequence << '\n';
+        file << "stream " << note.stream << "\nsequence " << note.sequence << (note.isFenced ? "\nfenced\n" : "\n");
         for (const auto& [table, incarnation] : note.incarnations) {
             file << "table " << escaped(table) << ' ' << incarnation << '\n';
         }

@@ -2,6 +2,7 @@
 //
 //   stream ENG1
 //   sequence 81234            all records up to this one are applied
+//   fenced                    what comes is left out until an owner record does (publisher.h); else no such line
 //   table orders 2            a table, escaped, and the incarnation of what stands in its file
 #pragma once
 
@@ -16,6 +17,7 @@ namespace tabulo::shipping {
 struct ReceiveNote {
     std::string stream{};
     std::uint64_t sequence = 0;
+    bool isFenced = false;
     std::map<std::string, std::int64_t> incarnations{};  // by table
 };
 

@@ -235,6 +235,7 @@ void Receiver::State::readTableAgain(const Record& record, const std::string& wh
     skipped[record.table] = *beginning;
     if (*beginning <= note.sequence) {  // else it is still to come, behind records of other tables
         note.sequence = *beginning - 1;
+        note.isFenced = false;  // it is a record that counts
         cursor = stream.read(*beginning);
     }
 }
@@ -271,7 +272,10 @@ void Receiver::State::take(const Stored& stored) {
         name = record.table;
         const auto skip = skipped.find(name);
         const bool isGone = skip != skipped.end() && stored.sequence < skip->second;
-        if (record.kind == RecordKind::owner || refused.contains(name) ||
+        if (!isOfTable(record.kind)) {
+            note.isFenced = record.kind == RecordKind::fence;
+        }
+        if (!isOfTable(record.kind) || note.isFenced || refused.contains(name) ||
             (isGone && record.kind != RecordKind::session)) {
             note.sequence = stored.sequence;
             return;

@@ -20,7 +20,8 @@ constexpr const char* KEPT = "Tabulo-Kept";
 
 constexpr std::string_view NO_CLASS = "=none";
 // By kind; a message has none.
-constexpr std::array<std::string_view, 7> MARKS = {"", "=layout", "=drop", "=rewind", "=gap", "=session", "=owner"};
+constexpr std::array<std::string_view, 8> MARKS = {"",     "=layout",  "=drop",  "=rewind",
+                                                   "=gap", "=session", "=owner", "=fence"};
 
 std::string_view markOf(RecordKind kind) {
     return MARKS[static_cast<std::size_t>(kind)];
@@ -119,8 +120,8 @@ Record recordOf(const MessageView& message, std::int64_t incarnation, std::int64
 }
 
 Envelope envelopeOf(const Record& record, std::string_view stream, const MessageView* message) {
-    if (record.kind == RecordKind::owner) {
-        return {ownerSubject(stream), {}, record.payload};
+    if (!isOfTable(record.kind)) {
+        return {subjectOf(stream, record.kind), {}, record.payload};
     }
     Envelope envelope;
     envelope.payload = record.payload;
@@ -154,7 +155,7 @@ Record recordOf(const Stored& stored) {
     Record record;
     record.payload = stored.payload;
     record.kind = kindOf(parts.back());
-    if (record.kind == RecordKind::owner) {
+    if (!isOfTable(record.kind)) {
         return record;
     }
     // The name of a stream has no dot.
@@ -195,8 +196,8 @@ std::string subjectOf(std::string_view stream, std::string_view table, RecordKin
     return subjectWith(stream, table, markOf(kind));
 }
 
-std::string ownerSubject(std::string_view stream) {
-    return std::string(stream) + '.' + std::string(markOf(RecordKind::owner));
+std::string subjectOf(std::string_view stream, RecordKind kind) {
+    return std::string(stream) + '.' + std::string(markOf(kind));
 }
 
 }  // namespace tabulo::shipping

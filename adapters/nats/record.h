@@ -8,15 +8,19 @@
 //                                                  at that place and behind it is not in the source any more
 //   gap       NAME.<table>.=gap                    a sentence: what is missing here is known to be missing
 //   session   NAME.<table>.=session                the values of a session info table (session_text.h)
-//   owner     NAME.=owner                          the shipper that publishes from here on, or goes on (owner.h)
+//   owner     NAME.=owner                          the shipper that publishes from here on, goes on, or has ended
+//                                                  (owner.h)
+//   fence     NAME.=fence                          a shipper that is about to do so (publisher.h). A record of a table
+//                                                  counts only if the newest one of these two in front of it is an
+//                                                  owner's
 //
 // The marks begin with '=', as servers lose what stands in front of an '@' on their way between each other.
 //
 // <table> and <MsgType> are escaped (subject_token.h); <class> is APP_FROM, APP_TO, ADMIN_FROM, ADMIN_TO, RESENT, or
 // =none for a message without one. Headers, each in its kinds:
 //
-//   Tabulo-Table        all but owner     the table's name, escaped as in the subject
-//   Tabulo-Place        all but owner     "<incarnation>/<offset>": 1 for the table's first content, one more after
+//   Tabulo-Table        those of tables   the table's name, escaped as in the subject
+//   Tabulo-Place        those of tables   "<incarnation>/<offset>": 1 for the table's first content, one more after
 //   each
 //                                         drop or replacement; and in the table's file, where the frame stands, a
 //                                         layout's first block begins, or the table goes on behind a rewind; else 0
@@ -39,7 +43,12 @@
 
 namespace tabulo::shipping {
 
-enum class RecordKind { message, layout, drop, rewind, gap, session, owner };
+enum class RecordKind { message, layout, drop, rewind, gap, session, owner, fence };
+
+// Whether records of a kind are of a table.
+constexpr bool isOfTable(RecordKind kind) noexcept {
+    return kind != RecordKind::owner && kind != RecordKind::fence;
+}
 
 struct Record {
     RecordKind kind = RecordKind::message;
@@ -104,6 +113,7 @@ bool isTableName(std::string_view name);
 std::string subjectsOf(std::string_view stream, std::string_view table);
 std::string messagesOf(std::string_view stream, std::string_view table);
 std::string subjectOf(std::string_view stream, std::string_view table, RecordKind kind);
-std::string ownerSubject(std::string_view stream);
+// Of one kind that is of no table.
+std::string subjectOf(std::string_view stream, RecordKind kind);
 
 }  // namespace tabulo::shipping

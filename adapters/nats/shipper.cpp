@@ -217,7 +217,7 @@ void Shipper::run() {
         }
     }
     state.publishSessions();
-    state.publisher.stream().settle();
+    state.publisher.end();
 }
 
 }  // namespace tabulo::shipping

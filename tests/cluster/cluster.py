@@ -133,6 +133,21 @@ class Cluster:
         leader = wait_until(found, seconds, f"the stream {name} has a leader", 0.2)
         return leader, [node for node in self.nodes if node is not leader]
 
+    def wait_until_same(self, name, seconds=60):
+        """Until every server has the same of a stream, as each tells of its own: one whose replica has fallen apart still
+        counts as current."""
+        def states():
+            pages = [node.asked("jsz?streams=true") or {} for node in self.nodes]
+            found = [[stream["state"] for account in page.get("account_details", []) for stream in account.get("stream_detail", [])
+                      if stream["name"] == name] for page in pages]
+            return [(state["messages"], state["last_seq"]) for stream in found for state in stream]
+
+        def are_same():
+            found = states()
+            return len(found) == len(self.nodes) and len(set(found)) == 1
+
+        wait_until(are_same, seconds, lambda: f"the servers have the same of {name}, not (messages, last sequence) {states()}", 0.5)
+
     def wait_until_whole(self, name, seconds=90):
         """Until every replica of a stream has all of it."""
         def is_whole():

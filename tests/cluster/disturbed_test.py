@@ -126,6 +126,7 @@ class DisturbedTest(ShippingTest):
         self.stopped(self.running["shipper"])
         self.stopped(self.running["receiver"])
         self.assert_copied()
+        self.cluster.wait_until_same(STREAM)
         check = self.assert_stream_is_right()
         self.assertEqual(check.ids, set(range(1, newest + 101)))
         print(f"figure: cluster: messages shipped in {ROUNDS} disturbed rounds: {newest + 100}", flush=True)

@@ -62,6 +62,7 @@ class StreamCheck:
     def __init__(self, name):
         self._name = name
         self._last = 0
+        self._is_fenced = False
         self.problems = []
         self.contents = {}  # by table: its incarnations
         self.sessions = {}  # by table: the newest values
@@ -77,14 +78,19 @@ class StreamCheck:
         self.kinds[kind] = self.kinds.get(kind, 0) + 1
 
     def take(self, record):
-        if record.sequence != self._last + 1 and self._last:
+        # What came between a fence and its owner record was deleted.
+        if record.sequence != self._last + 1 and self._last and not self._is_fenced:
             self._wrong(record, f"stands behind {self._last} in the stream")
         self._last = record.sequence
         parts = record.subject.split(".")
+        if parts[1:] in ([MARK + "fence"], [MARK + "owner"]):
+            self._is_fenced = parts[1] == MARK + "fence"
+        elif self._is_fenced:
+            self._wrong(record, "stands behind a fence that no owner has ended")
         if parts[0] != self._name or len(parts) not in (2, 3, 4):
             self._wrong(record, "is no subject of this stream")
-        elif parts[1] == MARK + "owner":
-            self._count(MARK + "owner")
+        elif len(parts) == 2:
+            self._count(parts[1])
         elif len(parts) == 3:
             self._take_mark(record, parts[1], parts[2])
         else:

@@ -1,6 +1,9 @@
 #include "tests/adapters/nats/memory_stream.h"
 
+#include <gtest/gtest.h>
+
 #include <algorithm>
+#include <iterator>
 #include <set>
 
 #include "adapters/nats/text_lines.h"
@@ -26,6 +29,9 @@ class MemoryCursor : public LogCursor {
 
     std::optional<Stored> next(std::chrono::milliseconds) override {
         next_ = std::max({next_, log_.first, std::uint64_t{1}});
+        while (next_ <= log_.records.size() && log_.records[next_ - 1].subject.empty()) {
+            next_ += 1;
+        }
         if (next_ > log_.records.size()) {
             return std::nullopt;
         }
@@ -69,18 +75,41 @@ void MemoryStream::failNowAndThen(std::uint32_t seed, int percent) {
     percent_ = percent;
 }
 
-void MemoryStream::store(std::size_t count) {
-    for (std::size_t i = 0; i < count; ++i) {
-        inFlight_[i].sequence = log_.records.size() + 1;
-        log_.records.push_back(std::move(inFlight_[i]));
+bool MemoryLog::take(Sent sent) {
+    if (sent.expected.has_value() && *sent.expected != records.size()) {
+        return false;
     }
+    sent.record.sequence = records.size() + 1;
+    records.push_back(std::move(sent.record));
+    return true;
+}
+
+void MemoryLog::takeLate(std::size_t count) {
+    for (; count > 0 && !late.empty(); --count) {
+        (void)take(std::move(late.front()));  // nobody hears whether it was
+        late.pop_front();
+    }
+}
+
+void MemoryStream::forget() {
+    std::move(inFlight_.begin(), inFlight_.end(), std::back_inserter(log_.late));
     inFlight_.clear();
+}
+
+void MemoryStream::doubt(const std::string& why) {
+    forget();
+    throw Unreachable(why);
 }
 
 void MemoryStream::mayFail() {
     if (percent_ > 0 && chance_() % 100 < static_cast<unsigned>(percent_)) {
-        store(inFlight_.empty() ? 0 : chance_() % (inFlight_.size() + 1));
-        throw Unreachable("the cluster of the test is away");
+        doubt("the cluster of the test is away");
+    }
+}
+
+void MemoryStream::someComeLate() {
+    if (percent_ > 0) {
+        log_.takeLate(chance_() % 3);
     }
 }
 
@@ -99,7 +128,8 @@ std::optional<Stored> MemoryStream::last(const std::string& subjects) {
 
 std::optional<Stored> MemoryStream::at(std::uint64_t sequence) {
     const bool isThere = sequence >= log_.first && sequence > 0 && sequence <= log_.records.size();
-    return isThere ? std::optional(log_.records[sequence - 1]) : std::nullopt;
+    return isThere && !log_.records[sequence - 1].subject.empty() ? std::optional(log_.records[sequence - 1])
+                                                                  : std::nullopt;
 }
 
 std::optional<Stored> MemoryStream::from(std::uint64_t sequence, const std::string& subjects) {
@@ -126,12 +156,24 @@ std::unique_ptr<LogCursor> MemoryStream::read(std::uint64_t from) {
     return std::make_unique<MemoryCursor>(log_, from);
 }
 
-std::uint64_t MemoryStream::append(const Envelope& envelope) {
-    mayFail();
-    store(inFlight_.size());
-    inFlight_.push_back(storedOf(envelope));
-    store(1);
-    return log_.records.size();
+LogStream::Ends MemoryStream::append(const Envelope& envelope, std::uint64_t times) {
+    settle();
+    const std::uint64_t failing =
+        percent_ > 0 && chance_() % 100 < static_cast<unsigned>(percent_) ? chance_() % times : times;
+    Ends ends;
+    for (std::uint64_t i = 0; i < times; ++i) {
+        if (i == failing) {
+            doubt("the cluster of the test is away");
+        }
+        someComeLate();
+        if (log_.beforeAppended) {
+            log_.beforeAppended(i);
+        }
+        (void)log_.take({storedOf(envelope), std::nullopt});
+        ends.last = log_.records.size();
+        ends.first = i == 0 ? ends.last : ends.first;
+    }
+    return ends;
 }
 
 void MemoryStream::publish(const Envelope& envelope, std::uint64_t expected) {
@@ -139,19 +181,33 @@ void MemoryStream::publish(const Envelope& envelope, std::uint64_t expected) {
     if (log_.beforePublish) {
         log_.beforePublish();
     }
-    if (expected != log_.records.size() + inFlight_.size()) {
-        inFlight_.clear();
-        throw Unreachable("wrong last sequence");
-    }
-    inFlight_.push_back(storedOf(envelope));
+    inFlight_.push_back({storedOf(envelope), expected});
     if (inFlight_.size() >= WINDOW) {
         settle();
     }
 }
 
+// What was refused is told when the rest of the window has come, too, as it may be.
 void MemoryStream::settle() {
+    bool isRefused = false;
+    for (std::size_t i = 0; i < inFlight_.size(); ++i) {
+        if (percent_ > 0 && chance_() % 100 < static_cast<unsigned>(percent_)) {
+            inFlight_.erase(inFlight_.begin(), inFlight_.begin() + static_cast<std::ptrdiff_t>(i));
+            doubt("the cluster of the test is away");
+        }
+        someComeLate();
+        isRefused |= !log_.take(std::move(inFlight_[i]));
+    }
+    inFlight_.clear();
+    if (isRefused) {
+        throw Unreachable("wrong last sequence");
+    }
+}
+
+void MemoryStream::remove(std::uint64_t sequence) {
     mayFail();
-    store(inFlight_.size());
+    ASSERT_TRUE(sequence > 0 && sequence <= log_.records.size()) << "there is no record " << sequence;
+    log_.records[sequence - 1].subject.clear();
 }
 
 void MemoryStream::answer(const std::string& subject, std::function<std::string()> answer) {

@@ -27,6 +27,10 @@ class ShippingTest : public ::testing::Test {
     // Empty when the copy is byte for byte the source, which must be closed; else what differs.
     std::string copyFault(const std::string& table) const;
 
+    // Empty when the stream has each table's messages once and in their order, for who reads all of it; else what is
+    // not so.
+    std::string streamFault() const;
+
     // Stores simple messages `first` to `last` in a table of the sources, which is made when there is none.
     void store(const std::string& table, std::int32_t first, std::int32_t last);
 
