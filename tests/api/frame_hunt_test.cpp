@@ -52,5 +52,22 @@ TEST_F(ApiFrameHunt, FindsAMessageRightBehindAByteWithWhichALengthSeemsToBegin) 
     EXPECT_EQ(salvaged.ids(), (std::vector<std::int32_t>{2, 3})) << salvaged.text();
 }
 
+TEST_F(ApiFrameHunt, TellsDamagedMessagesThatStandOneBehindTheOtherAsOneGapOfAllTheirBytes) {
+    layout = ordersLayout(100);
+    const std::vector<std::vector<std::byte>> frames = eachFrame(layout, 9);
+    writeTable(path(), layout, frames);
+    const TablePlan plan(layout, frames);
+    for (const std::size_t damaged : {3U, 4U, 5U}) {
+        patchFile(path().string(), plan.frames[damaged].end - 4,
+                  Bytes(4, 0));  // where it ends is told by the rest of it
+    }
+    const Salvaged salvaged = salvageAll(path());
+    EXPECT_EQ(salvaged.ids(), (std::vector<std::int32_t>{1, 2, 3, 7, 8, 9})) << salvaged.text();
+    ASSERT_EQ(salvaged.gaps.size(), 1U) << salvaged.text();
+    EXPECT_EQ(salvaged.gaps[0].offset, static_cast<std::int64_t>(plan.frames[3].begin));
+    EXPECT_EQ(salvaged.gaps[0].length, static_cast<std::int64_t>(plan.frames[5].end - plan.frames[3].begin))
+        << "the gap does not reach to the next whole message";
+}
+
 }  // namespace
 }  // namespace tabulo::test

@@ -254,6 +254,28 @@ TEST_F(IndexBuilderFailure, ShortTransfersMakeTheSameIndex) {
     EXPECT_EQ(indexFault(written), "");
 }
 
+// As many blocks are read as memory is meant for, and covered before the next one is read.
+TEST_F(IndexBuilderFailure, ARunThatCannotBeWrittenBeforeTheNextBlockIsReadIsTold) {
+    shape.stringNames.clear();
+    shape.messagesPerBlock = static_cast<std::int32_t>(RUN_MESSAGES / 2) + 1;  // a run has room for one block
+    begin("large");
+    Message message = bareMessage(1, shape);
+    for (std::int32_t n = 1; n <= shape.messagesPerBlock; ++n) {
+        message.metadata.uniformId = n;
+        ASSERT_EQ(writeMessage(writer.get(), message), NO_ERROR);
+    }
+    const auto builder = openBuilder();
+    const MessageTablePtr table = openReader();
+    {
+        FaultPlatform platform;
+        platform.failNth(FileCall::writeAt, 1, ENOSPC);
+        EXPECT_EQ(builder->update(table.get(), 1, {}), FILE_WRITE_ERROR) << "a later write was not refused";
+    }
+    EXPECT_EQ(covered(), 0U) << "the index is what it was";
+    EXPECT_EQ(builder->update(table.get(), 1, {}), NO_ERROR);
+    EXPECT_EQ(covered(), 1U);
+}
+
 // Whoever deletes the index of a builder at work gets another one with what is closed next.
 TEST_F(IndexBuilderFailure, ADeletedIndexIsBegunAnewByTheBuilderThatHadIt) {
     writeBlocks(6);

@@ -23,6 +23,32 @@ class IndexedRead : public IndexedQuery {
                   NO_ERROR);
         return found;
     }
+    // Writes a message with each of these uniform ids.
+    void writeIds(const std::vector<std::int32_t>& ids) {
+        for (const std::int32_t id : ids) {
+            Message message = plain(id);
+            message.metadata.uniformId = id;
+            write(message);
+        }
+    }
+    // The lookups of the uniform ids first to last lead where they lead without the index.
+    void expectPlacesAsWithoutTheIndex(std::int32_t first, std::int32_t last) {
+        const MessageTablePtr with = openReader();
+        const MessageTablePtr without = openReader();
+        mt_useSideIndex(without.get(), false);
+        for (std::int32_t id = first; id <= last; ++id) {
+            UniformPlace found;
+            UniformPlace expected;
+            ASSERT_EQ(mt_findUniformId(with.get(), id, &found), NO_ERROR);
+            ASSERT_EQ(mt_findUniformId(without.get(), id, &expected), NO_ERROR);
+            const std::string wrong = "the index leads the lookup of " + std::to_string(id) + " elsewhere";
+            EXPECT_EQ(found.ordinal, expected.ordinal) << wrong;
+            EXPECT_EQ(found.offset, expected.offset) << wrong;
+            EXPECT_EQ(found.skip, expected.skip) << wrong;
+            EXPECT_EQ(found.frame.frame, expected.frame.frame) << wrong;
+            EXPECT_EQ(found.frame.block, expected.frame.block) << wrong;
+        }
+    }
 };
 
 TEST_F(IndexedRead, OfMessageIdsGivesThemInTheOrderOfTheTableFromEveryPartOfIt) {
@@ -72,27 +98,19 @@ TEST_F(IndexedRead, AUniformIdIsFoundAtTheSameCostInALargerTable) {
 TEST_F(IndexedRead, AUniformIdIsFoundAsWithoutTheIndexWhereTheIdsDoNotAscend) {
     create();
     for (const std::int32_t id : {5, 3, 9, 9, 1, 2, 7, 7, 30, 4, 4, 6, 20, 8, 40, 41, 39, 38, 50, 12, 13, 60, 11}) {
-        for (std::int32_t i = 0; i < 7; ++i) {
-            Message message = plain(id + i % 3);
-            message.metadata.uniformId = id + i % 3;
-            write(message);
-        }
+        writeIds({id, id + 1, id + 2, id, id + 1, id + 2, id});
     }
     build();
-    const MessageTablePtr with = openReader();
-    const MessageTablePtr without = openReader();
-    mt_useSideIndex(without.get(), false);
-    for (std::int32_t id = -1; id <= 64; ++id) {
-        UniformPlace found;
-        UniformPlace expected;
-        ASSERT_EQ(mt_findUniformId(with.get(), id, &found), NO_ERROR);
-        ASSERT_EQ(mt_findUniformId(without.get(), id, &expected), NO_ERROR);
-        EXPECT_EQ(found.ordinal, expected.ordinal) << "id " << id;
-        EXPECT_EQ(found.offset, expected.offset) << "id " << id;
-        EXPECT_EQ(found.skip, expected.skip) << "id " << id;
-        EXPECT_EQ(found.frame.frame, expected.frame.frame) << "id " << id;
-        EXPECT_EQ(found.frame.block, expected.frame.block) << "id " << id;
-    }
+    expectPlacesAsWithoutTheIndex(-1, 64);
+}
+
+// The ids ascend within each block.
+TEST_F(IndexedRead, AUniformIdIsFoundAsWithoutTheIndexWhereTheLowestAboveItStandsInALaterBlockThanTheFirst) {
+    create();
+    writeIds({10, 40, 41, 42, 43, 44, 45, 46, 47, 48});
+    writeIds({1, 2, 3, 4, 5, 13, 60, 61, 62, 63});
+    build();
+    expectPlacesAsWithoutTheIndex(0, 64);
 }
 
 }  // namespace

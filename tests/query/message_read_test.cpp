@@ -8,6 +8,7 @@
 
 #include "tests/messagetable/table_image.h"
 #include "tests/messagetable/walk_record.h"
+#include "tests/support/allocation_failure.h"
 #include "tests/support/fault_platform.h"
 
 namespace tabulo::internal::test {
@@ -306,6 +307,51 @@ TEST_F(ReadById, ARefusedReadIsReturned) {
         EXPECT_EQ(std::count(record.events.begin(), record.events.end(), "end"), 0);
         EXPECT_TRUE(record.events.empty() || record.events.back() == endEvent(FILE_READ_ERROR)) << "read " << n;
         table.reset();
+    }
+}
+
+// What a listener has got, counted: it takes no memory.
+struct Calls {
+    int messages = 0;
+    int ends = 0;
+
+    MessageListener listener() {
+        return {this,
+                [](void* owner, const MessageView&, Visit*) {
+                    static_cast<Calls*>(owner)->messages += 1;
+                    return NO_ERROR;
+                },
+                [](void* owner, ErrorCode code) {
+                    static_cast<Calls*>(owner)->ends += 1;
+                    return code;
+                }};
+    }
+};
+
+TEST_F(ReadById, WithoutMemoryForOneOfItsAllocationsItTellsSoOrDeliversAll) {
+    place(closed(10));
+    const std::int32_t ids[] = {2, 9};
+    for (const bool backward : {false, true}) {
+        int refused = 0;
+        bool happened = true;
+        for (int n = 1; happened; ++n) {
+            open(OpenMode::read);  // else a read finds what the one before has made
+            Calls calls;
+            const MessageListener listener = calls.listener();
+            ErrorCode code = NO_ERROR;
+            {
+                const AllocationFailure failure(n);
+                code = mt_readMessages(table.get(), ids, 2, &listener, backward);
+                happened = failure.happened();
+            }
+            const bool isAll = code == NO_ERROR && calls.messages == 2 && calls.ends == 1;
+            const bool isTold = code == OUT_OF_MEMORY_ERROR && happened;
+            EXPECT_TRUE(isAll || isTold) << "without allocation " << n << (backward ? " backward" : " forward")
+                                         << " the code is " << code << ", with " << calls.messages
+                                         << " of 2 messages and the end told " << calls.ends << " times";
+            refused += isTold ? 1 : 0;
+        }
+        EXPECT_GT(refused, 1) << "the ids and the reader take memory";
     }
 }
 
