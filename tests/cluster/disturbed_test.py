@@ -94,8 +94,6 @@ class DisturbedTest(ShippingTest):
         wait_until(has_all, 90, lambda: "the copy has what the tables had: " + "\n".join(
             process.told() for process in self.running.values()), 0.3)
 
-    # About a minute with both cores, and what the servers do then takes as long as it takes: ./check leaves it out.
-    @unittest.skipUnless(os.environ.get("TABULO_DISTURBED") or effort() > 1, "./check cluster and ./check long run it")
     def test_nothing_is_lost_repeated_or_out_of_order(self):
         self.start_cluster()
         with contextlib.ExitStack() as stack:
