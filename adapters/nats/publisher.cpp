@@ -61,7 +61,9 @@ std::uint64_t Publisher::inFlight(const std::optional<Owner>& newest, std::uint6
     if (hasClaimed_) {
         return last_ > end ? last_ - end : 0;
     }
-    return newest.has_value() && newest->ended == 0 ? LogStream::MOST_IN_FLIGHT : 0;
+    // An owner of whom the stream tells nothing any more may have been killed, too.
+    const bool isQuiet = end == 0 || (newest.has_value() && newest->ended != 0);
+    return isQuiet ? 0 : LogStream::MOST_IN_FLIGHT;
 }
 
 // Gives the sequence behind which nothing but what we publish comes.

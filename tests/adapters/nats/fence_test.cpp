@@ -92,6 +92,15 @@ TEST_F(Fence, AnotherShippersRecordsInTheMiddleOfAFenceCountBehindItsOwnerRecord
     EXPECT_EQ(copyFault("orders"), "");
 }
 
+TEST_F(Fence, AnOwnerOfWhomTheStreamTellsNothingAnyMoreIsTakenForKilled) {
+    store("orders", 1, 3);
+    ship();
+    log.records[0].subject.clear();  // by a limit of the stream
+    log.records.back().subject.clear();
+    ship();
+    EXPECT_EQ(log.countOf("ENG1.=fence"), LogStream::MOST_IN_FLIGHT);
+}
+
 TEST_F(Fence, AShipperThatHasEndedWellLeavesNothingToFenceOff) {
     store("orders", 1, 3);
     ship();
