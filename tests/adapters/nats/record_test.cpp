@@ -156,6 +156,14 @@ TEST(OwnerText, GivesTheOwnerBackAndRefusesWhatIsNone) {
     EXPECT_EQ(back->id, owner.id);
     EXPECT_EQ(back->pid, owner.pid);
     EXPECT_NE(Owner::here().id, owner.id);
+    EXPECT_EQ(back->ended, 0);
+    Owner ended = owner;
+    ended.ended = 1'763'936'400;
+    const std::optional<Owner> endedBack = ownerOf(ended.text());
+    ASSERT_TRUE(endedBack.has_value()) << ended.text();
+    EXPECT_EQ(endedBack->ended, ended.ended);
+    EXPECT_FALSE(ownerOf(owner.text() + "ended soon\n").has_value());
+    EXPECT_FALSE(ownerOf(ended.text() + "ended 1\n").has_value());
     EXPECT_FALSE(ownerOf("").has_value());
     EXPECT_FALSE(ownerOf("host a\npid 1\nstarted 2\nid zz\n").has_value());
 }
