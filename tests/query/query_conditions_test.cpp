@@ -266,15 +266,27 @@ TEST_F(Conditions, EverySetterRefusesAMissingRecord) {
     conditions_destroy(nullptr);
 }
 
-TEST_F(Conditions, ANumericFilterRefusesAMissingArrayOfEitherKind) {
+TEST_F(Conditions, ANumericFilterRefusesCountsBelowZeroAndMissingArraysOfWhatIsCounted) {
     const double real = 1;
     const std::int64_t whole = 1;
     EXPECT_EQ(conditions_addDoubleFilter(conditions, 0, nullptr, &real, 1, &real, 1, false), NULL_POINTER_ERROR);
     EXPECT_EQ(conditions_addDoubleFilter(conditions, 0, &real, nullptr, 1, nullptr, 0, false), NULL_POINTER_ERROR);
     EXPECT_EQ(conditions_addLongFilter(conditions, 0, &whole, &whole, 1, nullptr, 1, false), NULL_POINTER_ERROR);
     EXPECT_EQ(conditions_addLongFilter(conditions, 0, nullptr, nullptr, 0, nullptr, 1, false), NULL_POINTER_ERROR);
+    for (const bool hasArrays : {false, true}) {
+        const double* reals = hasArrays ? &real : nullptr;
+        const std::int64_t* wholes = hasArrays ? &whole : nullptr;
+        EXPECT_EQ(conditions_addDoubleFilter(conditions, 0, reals, reals, -1, reals, 0, false), WRONG_PARAMETER_ERROR)
+            << "-1 ranges are accepted";
+        EXPECT_EQ(conditions_addLongFilter(conditions, 0, wholes, wholes, 0, wholes, -1, false), WRONG_PARAMETER_ERROR)
+            << "-1 values are accepted";
+    }
     EXPECT_TRUE(conditions->doubleFilters.empty());
     EXPECT_TRUE(conditions->longFilters.empty());
+    EXPECT_EQ(conditions_addDoubleFilter(conditions, 0, &real, &real, 1, nullptr, 0, false), NO_ERROR)
+        << "values are wanted that are not counted";
+    EXPECT_EQ(conditions_addLongFilter(conditions, 0, nullptr, nullptr, 0, &whole, 1, false), NO_ERROR)
+        << "ranges are wanted that are not counted";
 }
 
 TEST_F(Conditions, NumericFiltersAreKeptByTheirType) {
