@@ -5,6 +5,7 @@
 #include <algorithm>
 
 #include "tool/listing.h"
+#include "tool/lowered.h"
 
 namespace tabulo::tool {
 
@@ -14,17 +15,14 @@ constexpr std::string_view TABLES =
     "(SELECT name, sql FROM sqlite_schema WHERE type IN ('table', 'view') AND name NOT LIKE 'sqlite@_%' ESCAPE '@'"
     " UNION ALL SELECT name, sql FROM sqlite_temp_schema WHERE type IN ('table', 'view')) AS tables";
 
-char lower(char letter) {
-    return letter >= 'A' && letter <= 'Z' ? static_cast<char>(letter + ('a' - 'A')) : letter;
-}
-
 bool isLetter(char letter) {
-    return letter == '_' || (lower(letter) >= 'a' && lower(letter) <= 'z');
+    return letter == '_' || (loweredLetter(letter) >= 'a' && loweredLetter(letter) <= 'z');
 }
 
 bool beginsWith(std::string_view word, std::string_view begun) {
-    return word.size() >= begun.size() &&
-           std::equal(begun.begin(), begun.end(), word.begin(), [](char a, char b) { return lower(a) == lower(b); });
+    return word.size() >= begun.size() && std::equal(begun.begin(), begun.end(), word.begin(), [](char a, char b) {
+               return loweredLetter(a) == loweredLetter(b);
+           });
 }
 
 // A name that needs no quotes.
@@ -42,7 +40,7 @@ std::vector<std::string> keywords(bool areSmall) {
         if (sqlite3_keyword_name(i, &word, &length) == SQLITE_OK) {
             words.emplace_back(word, static_cast<std::size_t>(length));
             std::transform(words.back().begin(), words.back().end(), words.back().begin(),
-                           [areSmall](char letter) { return areSmall ? lower(letter) : letter; });
+                           [areSmall](char letter) { return areSmall ? loweredLetter(letter) : letter; });
         }
     }
     return words;
@@ -98,7 +96,7 @@ std::vector<std::string> sqlWords(const SqlSession& session, std::string_view li
                 words.push_back(sqlQuoted(name, '"'));
             }
         }
-        const std::vector<std::string> known = keywords(!begun.empty() && lower(begun[0]) == begun[0]);
+        const std::vector<std::string> known = keywords(!begun.empty() && loweredLetter(begun[0]) == begun[0]);
         words.insert(words.end(), known.begin(), known.end());
         const std::vector<std::string> functions = session.texts("SELECT DISTINCT name FROM pragma_function_list");
         words.insert(words.end(), functions.begin(), functions.end());

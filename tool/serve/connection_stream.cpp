@@ -93,25 +93,20 @@ bool ConnectionStream::open() {
 // Reads what has come; waits for something first. False at the end.
 bool ConnectionStream::fill(Clock::time_point deadline) {
     while (true) {
+        ssize_t count = 0;
         short wanted = POLLIN;
         if (tls_ != nullptr) {
-            const int count = SSL_read(tls_.get(), buffer_.data(), static_cast<int>(buffer_.size()));
-            if (count > 0) {
-                begin_ = 0;
-                end_ = static_cast<std::size_t>(count);
-                return true;
-            }
-            wanted = wantedBy(count);
+            const int taken = SSL_read(tls_.get(), buffer_.data(), static_cast<int>(buffer_.size()));
+            wanted = taken > 0 ? wanted : wantedBy(taken);
+            count = taken;
         } else {
-            const ssize_t count = ::recv(socket_, buffer_.data(), buffer_.size(), MSG_DONTWAIT);
-            if (count > 0) {
-                begin_ = 0;
-                end_ = static_cast<std::size_t>(count);
-                return true;
-            }
-            if (count == 0 || (errno != EAGAIN && errno != EINTR)) {
-                wanted = 0;
-            }
+            count = ::recv(socket_, buffer_.data(), buffer_.size(), MSG_DONTWAIT);
+            wanted = count < 0 && (errno == EAGAIN || errno == EINTR) ? wanted : short{0};
+        }
+        if (count > 0) {
+            begin_ = 0;
+            end_ = static_cast<std::size_t>(count);
+            return true;
         }
         if (wanted == 0) {
             trouble_ = Trouble::closed;

@@ -11,6 +11,7 @@
 #include "tool/console.h"
 #include "tool/message_format.h"
 #include "tool/order_ids.h"
+#include "tool/serve/message_way.h"
 #include "tool/serve/question.h"
 #include "tool/serve/request_words.h"
 #include "tool/text_bytes.h"
@@ -109,12 +110,9 @@ void appendOrderIds(const MessageView& message, Json* json) {
 
 }  // namespace
 
-std::optional<bool> isSent(const MessageView& message) noexcept {
+std::optional<bool> wentOut(const MessageView& message) noexcept {
     const auto messageClass = message.messageClass();
-    if (!messageClass.has_value()) {
-        return std::nullopt;
-    }
-    return *messageClass != MessageClass::appFrom && *messageClass != MessageClass::adminFrom;
+    return messageClass.has_value() ? std::optional(!isReceived(*messageClass)) : std::nullopt;
 }
 
 void appendMessage(const MessageView& message, const TableSight& table, Json* json) {
@@ -129,7 +127,7 @@ void appendMessage(const MessageView& message, const TableSight& table, Json* js
     json->key("timeRaw").text(std::to_string(message.time()));
     json->key("type").text(message.type()).key("typeName").text(FixDictionary::builtIn().messageName(message.type()));
     json->key("possDup").flag(message.possDup()).key("outOfSequence").flag(message.outOfSequence());
-    const std::optional<bool> sent = isSent(message);
+    const std::optional<bool> sent = wentOut(message);
     json->key("sent");
     sent.has_value() ? json->flag(*sent) : json->null();
     appendFields(message, json);

@@ -10,8 +10,8 @@
 
 namespace tabulo::tool::serve {
 
-// Whether we have sent it; none for a message without a class.
-std::optional<bool> isSent(const MessageView& message) noexcept;
+// Whether it went out, for the first time or again; none for a message without a class.
+std::optional<bool> wentOut(const MessageView& message) noexcept;
 
 // The members of a message in an object that has been begun: as /api/messages has them.
 void appendMessage(const MessageView& message, const TableSight& table, Json* json);

@@ -5,6 +5,7 @@
 #include <algorithm>
 
 #include "tabulo/error.h"
+#include "tool/serve/message_way.h"
 
 namespace tabulo::tool::serve {
 
@@ -21,10 +22,6 @@ constexpr std::int64_t BURST_MESSAGES = 100;
 constexpr std::int64_t SECONDS_TO_KNOW = 10;
 // How fast what is usual follows what is.
 constexpr double WEIGHT = 0.05;
-
-bool isSent(MessageClass messageClass) noexcept {
-    return messageClass == MessageClass::appTo || messageClass == MessageClass::adminTo;
-}
 
 bool isAdmin(MessageClass messageClass) noexcept {
     return messageClass == MessageClass::adminTo || messageClass == MessageClass::adminFrom;

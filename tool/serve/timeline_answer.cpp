@@ -45,7 +45,7 @@ class Series {
             return messageClass.has_value() ? std::string(className(*messageClass)) : "-";
         }
         if (by_ == "direction") {
-            const std::optional<bool> sent = isSent(message);
+            const std::optional<bool> sent = wentOut(message);
             return !sent.has_value() ? "-" : *sent ? "sent" : "received";
         }
         if (by_ == "type") {

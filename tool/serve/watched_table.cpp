@@ -8,6 +8,7 @@
 
 #include "tabulo/error.h"
 #include "tabulo/session_info.h"
+#include "tool/serve/message_way.h"
 #include "tool/table_cells.h"
 
 namespace tabulo::tool::serve {
@@ -23,14 +24,6 @@ constexpr double DAY_STEPS = 96;
 constexpr double DAY = 24.0 * 3600;
 // How far back the newest message of a direction is looked for.
 constexpr std::int64_t MOST_LOOKED_BACK = 20000;
-
-bool isSent(MessageClass messageClass) noexcept {
-    return messageClass == MessageClass::appTo || messageClass == MessageClass::adminTo;
-}
-
-bool isReceived(MessageClass messageClass) noexcept {
-    return messageClass == MessageClass::appFrom || messageClass == MessageClass::adminFrom;
-}
 
 bool isSameFile(const struct stat& a, const struct stat& b) {
     return a.st_dev == b.st_dev && a.st_ino == b.st_ino;
