@@ -74,5 +74,23 @@ TEST_F(ApiSalvageSource, TellsTheBlockOfTheMessagesBehindAGapInABlockThatACutFil
     EXPECT_EQ(salvaged.gaps[0].offset, static_cast<std::int64_t>(plan.frames[4].begin));
 }
 
+// Zero bytes do not tell how many messages they were: what stands between two such gaps has no number.
+TEST_F(ApiSalvageSource, CountsTheMessagesOfABlockFromItsBeginningAndItsEndUpToGapsOfUnknownNumbers) {
+    layout = ordersLayout(9);
+    const std::vector<std::vector<std::byte>> frames = eachFrame(layout, 9);
+    writeTable(path(), layout, frames);
+    const TablePlan plan(layout, frames);
+    for (const std::size_t lost : {1U, 5U}) {
+        patchFile(path().string(), plan.frames[lost].begin, Bytes(frames[lost].size(), 0));
+    }
+    const Salvaged salvaged = salvageAll(path());
+    ASSERT_EQ(salvaged.ids(), (std::vector<std::int32_t>{1, 3, 4, 5, 7, 8, 9})) << salvaged.text();
+    std::vector<std::int64_t> ordinals;
+    for (const Salvaged::Item& item : salvaged.messages) {
+        ordinals.push_back(item.ordinal);
+    }
+    EXPECT_EQ(ordinals, (std::vector<std::int64_t>{0, -1, -1, -1, 6, 7, 8})) << salvaged.text();
+}
+
 }  // namespace
 }  // namespace tabulo::test
