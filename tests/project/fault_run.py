@@ -163,10 +163,20 @@ class Run:
             self._build.link(place, fault.path, compiled)
         except BuildError:
             return Verdict("none", "does not compile")
-        tests = self._reach.of(fault, self._function_of(fault))
-        if not tests:
-            return Verdict("unnoticed", "No test reaches it.")
-        return self._run(fault, in_order(tests, fault.path), place, place.replaced_in)
+        function = self._function_of(fault)
+        near = self._reach.of(fault, function)
+        verdict = Verdict("unnoticed", "No test reaches it.")
+        if near:
+            verdict = self._run(fault, in_order(near, fault.path), place, place.replaced_in)
+        if verdict.kind != "unnoticed":
+            return verdict
+        known = set(map(id, near))
+        others = [test for test in self._reach.of_function(fault, function) if id(test) not in known]
+        if not others:
+            return verdict
+        last = self._run(fault, in_order(others, fault.path), place, place.replaced_in)
+        words = f"{verdict.words} Of those that reach its function alone, {last.words}"
+        return last if last.kind != "unnoticed" else Verdict("unnoticed", words)
 
     def _function_of(self, fault):
         with self._lock:

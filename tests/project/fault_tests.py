@@ -388,11 +388,19 @@ class Reach:
         if not blocks:
             return self.tests
         begin = max([line for line in blocks if line <= fault.line], default=blocks[0])
-        reaching = set()
-        for line in blocks:
-            if line >= begin:
-                reaching |= self._tests.get((fault.path, line), set())
-        return [self.tests[number] for number in sorted(reaching)]
+        return self._reaching(fault.path, [line for line in blocks if line >= begin])
+
+    def of_function(self, fault, function):
+        """The tests that reach anything in the function of a fault: the compiler may say of the fault's code that it stands at
+        other lines, so that of() misses some."""
+        if function is None:
+            return []
+        return self._reaching(fault.path, [line for line in self._lines.get(fault.path, [])
+                                           if function.first_line <= line <= function.last_line])
+
+    def _reaching(self, path, lines):
+        numbers = set().union(*(self._tests.get((path, line), set()) for line in lines))
+        return [self.tests[number] for number in sorted(numbers)]
 
 
 def _reached_blocks(log):
