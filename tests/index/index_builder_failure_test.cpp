@@ -178,6 +178,36 @@ TEST_F(IndexBuilderFailure, WhenAReadIsRefusedTheIndexIsUsedOrIgnoredOrBegunAnew
     refuseEach(FileCall::readAt, EIO, {FILE_READ_ERROR}, true);
 }
 
+// A block that cannot be read is no damaged one. What is untold are looks at whether the table is still the same: one
+// at the beginning, and one at each block that stands in front of another one.
+TEST_F(IndexBuilderFailure, WhenAReadOfABlockIsRefusedThatIsTold) {
+    writeBlocks(3);
+    int told = 0;
+    int untold = 0;
+    for (int n = 1;; ++n) {
+        std::filesystem::remove(indexPath());
+        const auto builder = openBuilder();
+        const MessageTablePtr table = openReader();
+        ErrorCode code = NO_ERROR;
+        {
+            FaultPlatform platform;
+            platform.failNth(FileCall::readAt, n, EIO);
+            code = builder->update(table.get(), 1, {});
+            if (platform.count(FileCall::readAt) < n) {
+                break;
+            }
+        }
+        EXPECT_TRUE(code == FILE_READ_ERROR || code == NO_ERROR)
+            << "read number " << n << ": " << getErrorMessage(code);
+        told += code == FILE_READ_ERROR ? 1 : 0;
+        untold += code == NO_ERROR && covered() < 3 ? 1 : 0;
+        EXPECT_EQ(builder->update(table.get(), 1, {}), NO_ERROR);
+        EXPECT_EQ(covered(), 3U) << "read number " << n << " was refused once, and is no more";
+    }
+    EXPECT_GE(told, 3 * 2) << "of each block the frames and the footer are read";
+    EXPECT_LE(untold, 3);
+}
+
 TEST_F(IndexBuilderFailure, WhenAnOpeningIsRefusedTheIndexIsUsedOrIgnored) {
     refuseEach(FileCall::open, EMFILE, {FILE_OPEN_ERROR, FILE_READ_ERROR});
 }

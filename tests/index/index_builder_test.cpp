@@ -263,6 +263,19 @@ TEST_F(IndexBuilderTest, StopsInFrontOfADamagedBlockAndCoversWhatStandsBefore) {
     EXPECT_EQ(covered(), 3U);
 }
 
+// The last one's text reaches beyond the block: what is there is no frame, and no other one.
+TEST_F(IndexBuilderTest, StopsInFrontOfABlockWhoseLastFrameIsTooShortForItsFields) {
+    writeBlocks(6);
+    const TableMap map = mapOf(shape, messages(16));
+    const TableMap::Frame& last = map.frame(16);
+    const std::size_t text = last.start + FRAME_FIXED_SIZE + shape.numericNames.size();  // each absent: a byte
+    ASSERT_LT(text + 4, last.end);
+    patchFile(path(), text, Bytes{0xFF, 0xFF, 0x00, 0x00});
+    const auto builder = openBuilder();
+    EXPECT_EQ(update(builder.get()), NO_ERROR) << "damage is told where the table is read";
+    EXPECT_EQ(covered(), 3U);
+}
+
 TEST_F(IndexBuilderTest, StopsInFrontOfABlockWhoseLengthIsDamagedAndCoversWhatStandsBefore) {
     writeBlocks(6);
     const TableMap map = mapOf(shape, messages(24));

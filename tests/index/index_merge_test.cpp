@@ -81,6 +81,33 @@ TEST_F(IndexMerge, LeavesNoMoreThanAQuarterOfTheFileAsGarbage) {
     EXPECT_GT(withGarbage, 0) << "small merges are appended, and leave some";
 }
 
+// Runs of more pages than are copied at once.
+TEST_F(IndexMerge, IntoANewFileTakesLongRunsAlongPageByPage) {
+    shape.messagesPerBlock = 1000;
+    begin("large");
+    const auto builder = openBuilder();
+    const MessageTablePtr table = openReader();
+    write(1, 48'000);
+    ASSERT_EQ(builder->update(table.get(), 1, {}), NO_ERROR);
+    const std::vector<Bytes> expected = runContents(readFile(indexPath()), builder->slot());
+    ASSERT_GT(builder->slot().runs[0].pages, 256U) << "the run is too short for the test";
+    bool isNew = false;
+    for (int i = 1; i <= 12 && !isNew; ++i) {
+        write(written + 1, written + 1000);
+        ASSERT_EQ(builder->update(table.get(), 1, {}), NO_ERROR);
+        const std::uint64_t before = builder->bytes();
+        ASSERT_EQ(builder->merge(), NO_ERROR);
+        isNew = builder->bytes() < before;
+    }
+    ASSERT_TRUE(isNew) << "no merge has made a new file";
+    ASSERT_GT(builder->slot().runs.size(), 1U) << "the long run was merged, too";
+    const std::vector<Bytes> copied = runContents(readFile(indexPath()), builder->slot());
+    ASSERT_GT(copied.size(), expected.size());
+    for (std::size_t i = 0; i < expected.size(); ++i) {
+        ASSERT_EQ(difference(copied[i], expected[i]), "") << "page " << i;
+    }
+}
+
 TEST_F(IndexMerge, OfRunsThatAreLongEnoughDoesNothing) {
     const auto builder = openBuilder();
     ASSERT_EQ(builder->merge(), NO_ERROR) << "there is none";
