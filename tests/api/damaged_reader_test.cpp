@@ -3,6 +3,7 @@
 
 #include <cerrno>
 #include <iostream>
+#include <stop_token>
 
 #include "tabulo/reader.h"
 #include "tests/api/api_test.h"
@@ -117,6 +118,38 @@ TEST_F(ApiDamagedReader, TellsOfBytesBehindTheLastMessageOnceAllAreGiven) {
     EXPECT_EQ(reader.positionOf(9), places[9]);
     using Walk = std::pair<Ids, std::string>;
     EXPECT_EQ(walk(reader, Query().before(places[10])), Walk(idsUpTo(10), "")) << "the damage stands behind the place";
+    EXPECT_EQ(walk(reader, Query().from(places[0]).backward()),
+              Walk({10, 9, 8, 7, 6, 5, 4, 3, 2, 1}, "CONSISTENCY_ERROR"));
+}
+
+TEST_F(ApiDamagedReader, AWalkBackwardThatIsStoppedDoesNotTellOfBytesBehindTheLastMessage) {
+    makeTable();
+    internal::test::appendFile(path().string(), internal::test::pattern(100, 5));
+    Reader reader(path());
+    std::stop_source stop;
+    Messages messages = reader.messages(Query().backward(), {.stop = stop.get_token()});
+    ASSERT_NE(messages.next(), nullptr);
+    stop.request_stop();
+    while (messages.next() != nullptr) {
+        ASSERT_GT(messages.current()->uniformId(), 1) << "it was not stopped";
+    }
+    EXPECT_EQ(messages.ending(), Ending::stopped);
+}
+
+// What comes behind damage is not to be had by asking again: the file may have become another one meanwhile.
+TEST_F(ApiDamagedReader, BlocksEndAtDamageAlsoWhenThatIsMendedMeanwhile) {
+    makeTable();
+    const Bytes sound = fileBytes();
+    patch(places[3].block, internal::test::pattern(8, 77));
+    Reader reader(path());
+    Blocks blocks = reader.blocks();
+    ASSERT_NE(blocks.next(), nullptr);
+    const Error first = errorOf([&] { blocks.next(); });
+    EXPECT_EQ(first.code(), Code::headerCorrupted);
+    internal::test::writeFile(path().string(), sound);
+    const Error again = errorOf([&] { blocks.next(); });
+    EXPECT_EQ(again.code(), first.code());
+    EXPECT_EQ(again.offset(), first.offset());
 }
 
 // Each read of a walk fails once; it goes on when it is asked again.

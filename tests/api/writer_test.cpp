@@ -1,6 +1,7 @@
 #include "tabulo/writer.h"
 
 #include <gtest/gtest.h>
+#include <sys/mman.h>
 
 #include <fstream>
 #include <limits>
@@ -291,6 +292,20 @@ TEST_F(ApiWriter, LeavesNoTraceOfAMessageThatItRefuses) {
     append(writer, 3, 3);
     writer.close();
     EXPECT_EQ(inspect(path()).messageCount, 3);
+}
+
+// The bytes of such a text are not looked at: they are of a stretch of addresses without memory behind it.
+TEST_F(ApiWriter, RefusesATextThatIsLargerThanAFrameWithoutLookingAtIt) {
+    constexpr std::size_t size = std::size_t{INT32_MAX} + 1;
+    void* const stretch = ::mmap(nullptr, size, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+    ASSERT_NE(stretch, MAP_FAILED);
+    Writer writer = Writer::create(path(), layout);
+    SimpleMessage message(1);
+    message.message.wire = std::string_view(static_cast<const char*>(stretch), size);
+    const Error error = errorOf([&] { writer.append(message.message); });
+    EXPECT_EQ(error.code(), Code::streamExtension) << error.what();
+    EXPECT_EQ(error.stored(), 0);
+    ::munmap(stretch, size);
 }
 
 TEST(ApiSyncPolicy, RefusesTimesAndNumbersThatAreNone) {
