@@ -279,7 +279,10 @@ TEST_F(ApiCutFiles, AreFoundByTheirNamesInTheOrderOfTheirOffsets) {
         paths.emplace_back(directory.file(name));
     }
     EXPECT_EQ(cutFilesOf(path()), paths);
-    EXPECT_TABULO_ERROR(fileOpen, static_cast<void>(cutFilesOf(directory.file("no/orders"))));
+    const Error error = errorOf([&] { (void)cutFilesOf(directory.file("no/orders")); });
+    EXPECT_EQ(error.code(), Code::fileOpen);
+    EXPECT_EQ(error.path(), directory.file("no"));
+    EXPECT_EQ(error.systemText(), "No such file or directory");
 }
 
 class ApiOpenForWriting : public TableTest {

@@ -6,6 +6,7 @@
 
 #include "query/message_table_iterator.h"
 #include "tests/messagetable/table_image.h"
+#include "tests/support/fault_platform.h"
 
 namespace tabulo::internal::test {
 namespace {
@@ -190,6 +191,27 @@ TEST_F(ZeroLengthWordUnderAnIterator, ThatFollowsAWriterIsNotCalledDamagedAtTheE
         EXPECT_TRUE(end);
         ASSERT_EQ(write(simpleMessage(n + 1, shape)), NO_ERROR);
     }
+}
+
+// A writer that was stopped between the last frame of a block and its footer: at the file's very end there is nothing
+// to look at again.
+TEST_F(ZeroLengthWordUnderAnIterator, OfAFullBlockWithoutItsFooterIsNotReadAgainAtTheEndOfTheFile) {
+    const TableMap map = mapOf(shape, simpleMessages(1, 8, shape));
+    Bytes bytes = cutAt(unclosedImage(shape, simpleMessages(1, 8, shape)), map.frame(8).end);
+    const Bytes before = unclosedImage(shape, simpleMessages(1, 7, shape));
+    std::copy_n(before.begin(), map.headerSize, bytes.begin());
+    putU64(&bytes, map.blockStarts[1], 0);
+    read(bytes);
+    const MessageTableIteratorPtr iterator(mtIterator_open(table.get(), conditions_create()));
+    bool end = false;
+    for (std::int32_t n = 1; n <= 8; ++n) {
+        ASSERT_EQ(mtIterator_next(iterator.get(), &end), NO_ERROR);
+        ASSERT_FALSE(end) << "message " << n;
+    }
+    const FaultPlatform platform;
+    ASSERT_EQ(mtIterator_next(iterator.get(), &end), NO_ERROR);
+    EXPECT_TRUE(end);
+    EXPECT_EQ(platform.count(FileCall::readAt), 0);
 }
 
 // Behind the last whole frame of the open block.

@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <cstddef>
 #include <cstdint>
+#include <string>
 
 #include "tests/support/bytes.h"
 #include "tests/support/temporary_directory.h"
@@ -37,6 +38,16 @@ TEST_F(SystemsFilePlatform, ATransferOfNothingIsNoErrorWhateverFailedBeforeIt) {
     EXPECT_EQ(platform.writeAt(descriptor, &byte, 0, 5, &transferred).number, 0);
     EXPECT_EQ(transferred, 0U);
     EXPECT_EQ(readFile(path), pattern(10));
+}
+
+// The system cannot be asked for it as a whole: the directory's name has no room.
+TEST_F(SystemsFilePlatform, ADirectoryWhoseNameIsTooLongIsNotCommittedInSilence) {
+    std::string folder = "/";
+    while (folder.size() < 5000) {
+        folder += "./";
+    }
+    EXPECT_EQ(platform.syncDirectory((folder + "orders").c_str()).number, ENAMETOOLONG);
+    EXPECT_EQ(platform.syncDirectory((folder.substr(0, 4001) + "orders").c_str()).number, 0);
 }
 
 TEST_F(SystemsFilePlatform, ARefusedTransferHasItsErrorAndTransfersNothing) {

@@ -86,6 +86,13 @@ TEST_F(WriterPlatform, FindsAWriterThatTheListOfLocksMissesTwice) {
     }
 }
 
+TEST_F(WriterPlatform, WithoutTheListOfLocksDoesNotKnow) {
+    const SystemCallsGuard guard;
+    const std::string list = directory.file("no-list");
+    systemCalls.lockList = list.c_str();
+    EXPECT_EQ(find(), WriterPresence::unknown);
+}
+
 // As of a file system whose list of locks has another device than the files tell.
 TEST_F(WriterPlatform, WhereTheListNamesAnotherDeviceLooksAtTheDescriptorsOfTheProcess) {
     const SystemCallsGuard guard;
