@@ -146,6 +146,30 @@ TEST_F(ApiFollowerWaiting, AFileThatTookTheOthersPlaceIsWatchedInItsPlace) {
     EXPECT_EQ(hooks.count("wait: changed"), 0) << "the old file is watched still";
 }
 
+// What is to come in the place of a file is not watched yet.
+TEST_F(ApiFollowerWaiting, ATableThatIsAwayIsLookedForWithoutLongWaits) {
+    Writer orders = make("orders");
+    append(orders, {1});
+    follower.add(path("orders"));
+    EXPECT_EQ(next(follower), "orders 1");
+    settle();
+    std::filesystem::rename(path("orders"), path("orders.old"));
+    std::ofstream(path("orders")).close();  // a writer has begun to make it
+    std::int64_t longest = 0;
+    int waits = 0;
+    hooks.beforeWait = [&](std::int64_t nanoseconds) {
+        longest = std::max(longest, nanoseconds);
+        waits += 1;
+    };
+    EXPECT_EQ(shown(follower, follower.next(milliseconds(600))), "timed out");  // the next look at all is due within
+    waits = 0;
+    longest = 0;
+    EXPECT_EQ(shown(follower, follower.next(milliseconds(50))), "timed out");
+    hooks.beforeWait = nullptr;
+    EXPECT_GT(waits, 0);
+    EXPECT_LE(longest, 1'000'000) << "nanoseconds";
+}
+
 TEST_F(ApiFollowerWaiting, ATableThatWasRemovedEndsNoWaits) {
     Writer orders = make("orders");
     Writer trades = make("trades");

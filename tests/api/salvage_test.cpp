@@ -310,6 +310,7 @@ TEST_F(ApiSalvage, EndsWhenItIsToldToAndTellsHowFarItHasCome) {
     make(2000);
     std::stop_source stop;
     std::int64_t last = 0;
+    std::int64_t between = 0;
     SalvageSink sink;
     sink.message = [&](const MessageView& message, const auto&) {
         if (message.uniformId() == 500) {
@@ -319,6 +320,7 @@ TEST_F(ApiSalvage, EndsWhenItIsToldToAndTellsHowFarItHasCome) {
     Work work{.stop = stop.get_token(), .progress = [&](const Progress& progress) {
                   EXPECT_GE(progress.done, last);
                   last = progress.done;
+                  between += last > 0 && last < progress.total ? 1 : 0;
                   EXPECT_EQ(progress.total, static_cast<std::int64_t>(sound.size()));
               }};
     const SalvageResult stopped = salvage(path(), sink, {}, work);
@@ -327,8 +329,10 @@ TEST_F(ApiSalvage, EndsWhenItIsToldToAndTellsHowFarItHasCome) {
     EXPECT_LT(stopped.messages, 1500);
     work.stop = {};
     last = 0;
+    between = 0;
     EXPECT_TRUE(salvage(path(), {}, {}, work).complete);
     EXPECT_EQ(last, static_cast<std::int64_t>(sound.size()));
+    EXPECT_GT(between, 10) << "of two hundred blocks";
     sink.message = [](const MessageView&, const auto&) { throw std::runtime_error("enough"); };
     EXPECT_THROW(static_cast<void>(salvage(path(), sink)), std::runtime_error);
     work.progress = [](const Progress&) { throw std::runtime_error("enough"); };

@@ -175,6 +175,16 @@ TEST_F(ApiSessionInfo, IsClosedOnceAndThenRefusesEverything) {
     static_assert(!std::is_copy_constructible_v<SessionInfo> && std::is_nothrow_move_constructible_v<SessionInfo>);
 }
 
+TEST_F(ApiSessionInfo, ACloseThatTheSystemRefusesSaysSo) {
+    SessionInfo session = SessionInfo::create(path(), tags);
+    session.write(7, 1);
+    internal::test::FaultPlatform platform;
+    platform.failAll(internal::test::FileCall::close, EIO);
+    const Error error = errorOf([&] { session.close(); });
+    EXPECT_EQ(error.path(), path());
+    EXPECT_EQ(error.systemText(), "Input/output error") << error.what();
+}
+
 TEST_F(ApiSessionInfo, TellsWhyAWriteHasFailedAndShowsTheNewValues) {
     SessionInfo session = SessionInfo::create(path(), tags);
     session.write(7, 1);
