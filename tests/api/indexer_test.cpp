@@ -1,10 +1,12 @@
 // An Indexer of a table: what it covers, what stops it and what it says.
 #include "tabulo/index.h"
 
+#include <cerrno>
 #include <stdexcept>
 #include <thread>
 
 #include "tests/api/api_index.h"
+#include "tests/support/fault_platform.h"
 
 namespace tabulo::test {
 namespace {
@@ -98,6 +100,16 @@ TEST_F(ApiIndexer, SaysWhenTheSystemDoesNotOpenTheFile) {
     const Error error = errorOf([this] { Indexer(this->path()); });
     EXPECT_EQ(error.code(), Code::fileOpen);
     EXPECT_EQ(error.detail(), "the system does not open the index " + indexPath(path()).string());
+}
+
+TEST_F(ApiIndexer, NamesTheTableWhenTheSystemDoesNotReadIt) {
+    StoredTable table(path(), layout, simpleMessages(20));
+    Indexer indexer(path());
+    internal::test::FaultPlatform platform;
+    platform.failAll(internal::test::FileCall::readAt, EIO);
+    const Error error = errorOf([&] { (void)indexer.complete(); });
+    EXPECT_EQ(error.path(), path());
+    EXPECT_EQ(error.systemText(), "Input/output error") << error.what();
 }
 
 TEST_F(ApiIndexer, KeepsUpInStepsOfSixteenBlocks) {

@@ -179,6 +179,9 @@ TEST_F(ApiQuery, SelectsTextsWithoutRegardToTheCaseOfAsciiLetters) {
     const TextCondition joined =
         TextCondition::anyOf({"EURUSD"}).ignoringCase() || TextCondition::anyOf({"EUR_USD"}).ignoringCase();
     EXPECT_EQ(askText(joined), (Ids{1, 2, 3, 4}));
+    const TextCondition eurusd = TextCondition::anyOf({"eurUSD"}).ignoringCase();
+    EXPECT_EQ(askText(TextCondition::absent() || eurusd), (Ids{1, 2, 3, 9}));
+    EXPECT_EQ(askText(eurusd || TextCondition::absent()), (Ids{1, 2, 3, 9}));
 }
 
 TEST_F(ApiQuery, SelectsWhatOneOfJoinedTextConditionsSelects) {
