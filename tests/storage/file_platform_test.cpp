@@ -40,6 +40,15 @@ TEST_F(SystemsFilePlatform, ATransferOfNothingIsNoErrorWhateverFailedBeforeIt) {
     EXPECT_EQ(readFile(path), pattern(10));
 }
 
+TEST_F(SystemsFilePlatform, APathThatLeadsNowhereIsNoOtherFileButAnError) {
+    bool same = false;
+    EXPECT_EQ(platform.isAt(descriptor, directory.file("nowhere").c_str(), &same).number, ENOENT);
+    EXPECT_EQ(platform.isAt(descriptor, path.c_str(), &same).number, 0);
+    EXPECT_TRUE(same);
+    EXPECT_EQ(platform.isAt(descriptor, directory.root().c_str(), &same).number, 0);
+    EXPECT_FALSE(same);
+}
+
 // The system cannot be asked for it as a whole: the directory's name has no room.
 TEST_F(SystemsFilePlatform, ADirectoryWhoseNameIsTooLongIsNotCommittedInSilence) {
     std::string folder = "/";
