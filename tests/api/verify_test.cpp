@@ -147,6 +147,23 @@ TEST_F(ApiVerify, TellsADamagedMessageWithWhatIsIntactAroundIt) {
     EXPECT_EQ(finding.intactBefore, 2);
 }
 
+// As a writer leaves it that is stopped between a block's footer and its length.
+TEST_F(ApiVerify, TellsALengthThatWasNotWrittenInFrontOfAllMessagesOfItsBlock) {
+    make(5);
+    const Bytes header(sound.begin(), sound.begin() + static_cast<std::ptrdiff_t>(plan().headerEnd));
+    make(6);
+    appendFile(path().string(), Bytes(8, 0));
+    EXPECT_EQ(verifyAll(path()).result.blocks, 2) << "the third one has a length's place and no message";
+    make(6);
+    patchFile(path().string(), 0, header);
+    zero(plan().blocks[1], plan().blocks[1] + 8);
+    const Verified verified = verifyAll(path());
+    ASSERT_FALSE(verified.findings.empty());
+    EXPECT_EQ(verified.findings[0].kind, FindingKind::lengthWord) << verified.text();
+    EXPECT_EQ(verified.findings[0].intactBefore, 0);
+    EXPECT_EQ(verified.findings[0].intactBehind, 3);
+}
+
 TEST_F(ApiVerify, TellsADamagedLengthOfABlockByItsFooterAndTheReverse) {
     make(8);
     for (const std::size_t block : {std::size_t{0}, std::size_t{1}}) {
