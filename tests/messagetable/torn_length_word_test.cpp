@@ -2,12 +2,14 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cerrno>
 
 #include "index/uniform_lookup.h"
 #include "messagetable/block_reader.h"
 #include "messagetable/message_lookup.h"
 #include "query/message_table_iterator.h"
 #include "tests/messagetable/table_image.h"
+#include "tests/support/fault_platform.h"
 
 namespace tabulo::internal::test {
 namespace {
@@ -92,6 +94,22 @@ class TornLengthWord : public TableImageTest {
     TableMap places;
     Bytes whole;
 };
+
+TEST_F(TornLengthWord, AReadThatTheSystemRefusesIsNoDamage) {
+    make(3);
+    place(torn(3, true));
+    for (int n = 1;; ++n) {
+        const MessageTablePtr reader = openTable(directory.root(), OpenMode::read, shape);
+        FaultPlatform platform;
+        platform.failNth(FileCall::readAt, n, EIO);
+        const ReadMessages read = readAll(reader.get());
+        if (platform.count(FileCall::readAt) < n) {
+            EXPECT_GT(n, 4) << "the block is read in fewer steps than there are";
+            break;
+        }
+        EXPECT_EQ(read.code, FILE_READ_ERROR) << "read " << n;
+    }
+}
 
 TEST_F(TornLengthWord, IsReadAsOneThatIsNotWrittenYet) {
     forEachTear([this](const Bytes& bytes) { expectWhole(bytes); });
