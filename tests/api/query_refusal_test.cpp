@@ -55,6 +55,12 @@ TEST(ApiTextCondition, IsRefusedWhenItsCaseIsNotClear) {
     EXPECT_NO_THROW(folded || folded.ignoringCase());
 }
 
+TEST(ApiQueryRange, IsRefusedWithoutAFirstAndALastOne) {
+    EXPECT_TABULO_ERROR(wrongParameter, Query().seqNums(std::nullopt, std::nullopt));
+    EXPECT_TABULO_ERROR(wrongParameter, Query().uniformIds(std::nullopt, std::nullopt));
+    EXPECT_TABULO_ERROR(wrongParameter, Query().times(std::nullopt, std::nullopt));
+}
+
 TEST(ApiNumberCondition, IsRefusedWhenItSelectsNothing) {
     EXPECT_TABULO_ERROR(wrongParameter, DoubleCondition::anyOf({}));
     EXPECT_TABULO_ERROR(wrongParameter, IntegerCondition::anyOf({}));

@@ -1,7 +1,10 @@
 // Merging runs: what is merged is what one builder would have written in one go, and garbage stays small.
+#include <cerrno>
 #include <filesystem>
 
+#include "core/system_error.h"
 #include "tests/index/indexed_table.h"
+#include "tests/support/fault_platform.h"
 
 namespace tabulo::internal::test {
 namespace {
@@ -106,6 +109,13 @@ TEST_F(IndexMerge, IntoANewFileTakesLongRunsAlongPageByPage) {
     for (std::size_t i = 0; i < expected.size(); ++i) {
         ASSERT_EQ(difference(copied[i], expected[i]), "") << "page " << i;
     }
+    // What is refused from now on is told of the file by its name, which was another one.
+    write(written + 1, written + 1000);
+    FaultPlatform platform;
+    platform.failAll(FileCall::writeAt, ENOSPC);
+    systemError_clear();
+    EXPECT_EQ(builder->update(table.get(), 1, {}), FILE_WRITE_ERROR);
+    EXPECT_STREQ(systemError_refused().path, indexPath().c_str());
 }
 
 TEST_F(IndexMerge, OfRunsThatAreLongEnoughDoesNothing) {
