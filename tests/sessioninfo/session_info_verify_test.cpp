@@ -180,11 +180,11 @@ TEST_F(SessionInfoVerify, LoadingAFileWithoutATypeRecordIsAFileSizeError) {
     byteStream_putBytes(stream.get(), whole.data(), static_cast<std::int32_t>(whole.size()));
     EXPECT_EQ(siX_load(table.get(), table->storage->files[0], stream.get(), 116), FILE_SIZE_ERROR);
     EXPECT_EQ(siX_load(table.get(), table->storage->files[0], stream.get(), 200), FILE_SIZE_ERROR);
-    EXPECT_EQ(siX_load(table.get(), table->storage->files[0], stream.get(), 115), STREAM_NOT_ENOUGH_DATA_ERROR)
-        << "of a record there is one byte";
     EXPECT_EQ(siX_load(table.get(), table->storage->files[0], stream.get(), 19), NO_ERROR);
     EXPECT_EQ(siX_load(table.get(), table->storage->files[0], stream.get(), 18), TABLE_TYPE_ERROR)
         << "errors of the type record come as they are";
+    EXPECT_EQ(siX_load(table.get(), table->storage->files[0], stream.get(), 115), STREAM_NOT_ENOUGH_DATA_ERROR)
+        << "of a record there is one byte";
 }
 
 TEST_F(SessionInfoVerify, TheFifthOperationDoesNothing) {
