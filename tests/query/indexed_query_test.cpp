@@ -1,6 +1,7 @@
 // Queries over a table with a side index: what they read of it, and what they leave unread.
 #include <gtest/gtest.h>
 
+#include <cerrno>
 #include <filesystem>
 
 #include "index/side_index.h"
@@ -104,6 +105,44 @@ TEST_F(IndexedQuery, TellsADamagedMessageAgainWhenItIsAskedAgain) {
         EXPECT_NE(code, NO_ERROR);
         EXPECT_EQ(mtIterator_next(iterator.get(), &end), code) << (backward ? "backward" : "forward");
     }
+}
+
+// Each read of a walk fails once; asked again, it goes on, and leaves out none of the messages that the index lists.
+TEST_F(IndexedQuery, LosesAndRepeatsNothingWhenTheSystemFailsAndIsAskedAgain) {
+    layout = layoutOf(1000, 1, 1);
+    fill(2500);
+    int failures = 0;
+    for (const bool backward : {false, true}) {
+        bool isFailed = true;
+        for (int n = 1; isFailed; ++n) {
+            const MessageTablePtr reader = openReader();
+            QueryConditionsPtr conditions = newConditions(backward);
+            EXPECT_EQ(conditions_addStringFilter(conditions.get(), 2, false, false), NO_ERROR);
+            EXPECT_EQ(conditions_setStringFilterValueCount(conditions.get(), 3), NO_ERROR);
+            int value = 0;
+            for (const std::int32_t wanted : {503, 777, 1999}) {
+                EXPECT_EQ(conditions_setStringFilterValue(conditions.get(), textOf(wanted).c_str(), value++), NO_ERROR);
+            }
+            const MessageTableIteratorPtr iterator = openIterator(reader.get(), std::move(conditions));
+            FaultPlatform platform;
+            platform.failNth(FileCall::readAt, n, EIO);
+            std::vector<std::int32_t> ids;
+            bool end = false;
+            for (int i = 0; i < 20 && !(end && isFailed); ++i) {
+                const ErrorCode code = mtIterator_next(iterator.get(), &end);
+                failures += code == NO_ERROR ? 0 : 1;
+                end = end && code == NO_ERROR;
+                if (code == NO_ERROR && !end) {
+                    ids.push_back(mtIterator_getMetadata(iterator.get()).uniformId);
+                }
+            }
+            isFailed = platform.count(FileCall::readAt) >= n;
+            EXPECT_EQ(ids, backward ? (std::vector<std::int32_t>{1999, 777, 503})
+                                    : (std::vector<std::int32_t>{503, 777, 1999}))
+                << "read " << n << (backward ? " backward" : " forward");
+        }
+    }
+    EXPECT_GT(failures, 6);
 }
 
 TEST_F(IndexedQuery, AllocatesAsOftenAmongTwentyTimesTheMessages) {
