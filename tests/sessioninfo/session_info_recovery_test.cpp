@@ -4,12 +4,14 @@
 #include <cerrno>
 #include <cstddef>
 #include <cstdint>
+#include <filesystem>
 #include <string>
 #include <vector>
 
 #include "tests/sessioninfo/session_info_fixture.h"
 #include "tests/support/debug_log.h"
 #include "tests/support/fault_platform.h"
+#include "tests/support/read_action.h"
 
 namespace tabulo::internal::test {
 namespace {
@@ -50,6 +52,33 @@ TEST_F(SessionInfoRecovery, ACutInTheMiddleOfTheThirdValueKeepsValuesOneAndTwo) 
     open(OpenMode::write);
     EXPECT_EQ(readValues(table.get(), {2, 1, 3}), (Values{someValues[0], someValues[1], 0}));
     EXPECT_EQ(fileBytes().size(), 116U);
+}
+
+// Another process cuts the file while it is looked at: a table without tags is none.
+TEST_F(SessionInfoRecovery, OfAFileThatIsCutInFrontOfItsTagsMeanwhileIsRefused) {
+    int refused = 0;
+    for (int n = 1;; ++n) {
+        place(cutTo(whole, 100));
+        int reads = 0;
+        ErrorCode code = NO_ERROR;
+        {
+            const ReadAction action([&](int read) {
+                if (read == n) {
+                    std::filesystem::resize_file(path, 10);
+                }
+            });
+            code = init(OpenMode::write);
+            reads = action.reads();
+        }
+        if (reads < n) {
+            break;
+        }
+        refused += code == NO_ERROR ? 0 : 1;
+        EXPECT_EQ(tagsOf(table.get()), defaultTags) << "cut in front of read " << n;
+        EXPECT_TRUE(code != NO_ERROR || fileBytes().size() == whole.size())
+            << "cut in front of read " << n << ", opened with " << fileBytes().size() << " bytes";
+    }
+    EXPECT_GE(refused, 2) << "as it is opened, and as it is recovered";
 }
 
 TEST_F(SessionInfoRecovery, AWholeFileIsNotRecovered) {
