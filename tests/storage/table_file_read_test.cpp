@@ -89,6 +89,15 @@ TEST_F(TableFileReading, ACheckedReadBeyondTheCachedSizeTouchesNothing) {
     EXPECT_EQ(hexOf(buffer, 0, 10), hexOf(content, 19990, 10));
 }
 
+TEST_F(TableFileReading, ACheckedReadOfNothingBehindTheEndIsOneBeyondTheSize) {
+    ASSERT_EQ(tableFileSeekEnd(file.get(), 0), NO_ERROR);
+    writeFile(path, pattern(15));
+    std::int64_t size = 0;
+    ASSERT_EQ(tableFileGetSize(file.get(), &size), NO_ERROR);
+    ASSERT_EQ(tableFileCachedSize(file.get()), 15);
+    EXPECT_EQ(tableFileReadChecked(file.get(), buffer.data(), 0), FILE_SIZE_ERROR);
+}
+
 TEST_F(TableFileReading, ACheckedReadInAFileThatShrankUnnoticedIsAReadError) {
     writeFile(path, pattern(15));
     EXPECT_EQ(tableFileReadChecked(file.get(), buffer.data(), 20), FILE_READ_ERROR);
