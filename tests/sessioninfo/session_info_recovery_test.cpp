@@ -4,12 +4,14 @@
 #include <cerrno>
 #include <cstddef>
 #include <cstdint>
+#include <filesystem>
 #include <string>
 #include <vector>
 
 #include "tests/sessioninfo/session_info_fixture.h"
 #include "tests/support/debug_log.h"
 #include "tests/support/fault_platform.h"
+#include "tests/support/read_action.h"
 
 namespace tabulo::internal::test {
 namespace {
@@ -137,6 +139,24 @@ TEST_F(SessionInfoRecovery, WhenNothingCanBeReadTheFileIsLeftAlone) {
             EXPECT_EQ(platform.count(FileCall::truncate), 0);
         }
         EXPECT_EQ(difference(fileBytes(), file), "");
+    }
+}
+
+// The first read finds the file damaged, the second is the recovery's own.
+TEST_F(SessionInfoRecovery, AFileThatIsCutToLessThanAGenericHeaderBeforeItsRecoveryIsLeftAlone) {
+    for (const std::size_t length : {0U, 5U, 11U}) {
+        place(cutTo(whole, 100));
+        log.clear();
+        {
+            const ReadAction cut([&](int read) {
+                if (read == 2) {
+                    std::filesystem::resize_file(path, length);
+                }
+            });
+            EXPECT_NE(init(OpenMode::write), NO_ERROR) << "a file without tags is recovered, cut to " << length;
+        }
+        EXPECT_EQ(log.warnings(), std::vector<std::string>{failedWarning()}) << "cut to " << length;
+        EXPECT_EQ(difference(fileBytes(), cutTo(whole, length)), "") << "cut to " << length;
     }
 }
 
