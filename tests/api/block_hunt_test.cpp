@@ -1,6 +1,9 @@
 // Where salvaging takes blocks to begin and to end when their lengths and footers do not tell.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cstring>
+
 #include "tests/api/damaged_table.h"
 
 namespace tabulo::test {
@@ -53,6 +56,31 @@ TEST_F(ApiBlockHunt, AFooterThatAMessageQuotesEndsNoBlock) {
     for (const Salvaged::Item& item : salvaged.messages) {
         EXPECT_EQ(item.ordinal, item.uniformId - 1) << salvaged.text();
     }
+}
+
+// Letters alone are no footer: where the types of numbers would stand there are none.
+TEST_F(ApiBlockHunt, ANumberThatLeadsToTheBlocksBeginningEndsNoBlockWithoutAFooterInFrontOfIt) {
+    layout.summarisedTexts = 0;
+    std::vector<std::vector<std::byte>> messages = eachFrame(layout, 7);
+    const std::string number = "[number]";
+    SimpleMessage simple(2);
+    simple.message.wire = std::string(2000, 'x') + number;
+    messages[1].clear();
+    encode(simple.message, layout, messages[1]);
+    make(messages);
+    const Bytes bytes = fileBytes();
+    const auto found = std::search(bytes.begin(), bytes.end(), number.begin(), number.end());
+    ASSERT_NE(found, bytes.end()) << "the test itself";
+    const auto place = static_cast<std::size_t>(found - bytes.begin());
+    const std::uint64_t distance = place + number.size() - plan().blocks[0];
+    Bytes length(sizeof(distance));
+    std::memcpy(length.data(), &distance, sizeof(distance));
+    patchFile(path().string(), place, length);
+    patchFile(path().string(), plan().blocks[0], pattern(8, 77));
+    zero(plan().frames[0].begin, plan().frames[0].begin + 4);
+    const Salvaged salvaged = salvageAll(path());
+    EXPECT_EQ(salvaged.ids(), (std::vector<std::int32_t>{2, 3, 4, 5, 6, 7}))
+        << "the block is taken to end in the midst of message 2: " << salvaged.text();
 }
 
 TEST_F(ApiBlockHunt, ABlockWhoseLengthIsDamagedIsFoundByItsFooterAndTheMessagesAtItsEnds) {

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <filesystem>
 
 #include "messagetable/message_lookup.h"
 #include "query/message_read.h"
@@ -70,6 +71,17 @@ TEST_F(DamagedView, IsNoneWhereFramesOfSuchABlockAreDamagedToo) {
             EXPECT_NE(readBackward({2, 9, 13}, &record), NO_ERROR);
         }
     }
+}
+
+// The header's tail speaks of more bytes than are there, so that what the file holds is looked for from its start on.
+TEST_F(DamagedView, OfAFileThatWasCutToItsHeaderForgetsWhatItKnewOfTheBlocks) {
+    read(whole);
+    std::int32_t id = -1;
+    ASSERT_EQ(lastUniformId(&id), NO_ERROR);
+    ASSERT_EQ(id, LAST);
+    std::filesystem::resize_file(path(), places.headerSize);
+    EXPECT_EQ(lastUniformId(&id), NO_ERROR);
+    EXPECT_EQ(id, 0) << "no message is left in the file, and the last one is still told";
 }
 
 TEST_F(DamagedView, OfABlockWithADamagedLengthWordIsAReadErrorWhateverCannotBeRead) {

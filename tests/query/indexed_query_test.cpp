@@ -11,6 +11,19 @@
 namespace tabulo::internal::test {
 namespace {
 
+class IndexedQueryOfDamage : public IndexedQuery {
+  protected:
+    // The length in front of this message's text is no length any more.
+    void damage(std::int32_t n) {
+        std::vector<std::uint8_t> bytes = readFile(path());
+        const std::string text = textOf(n) + '\0';
+        const auto found = std::search(bytes.begin(), bytes.end(), text.begin(), text.end());
+        ASSERT_NE(found, bytes.end());
+        std::fill_n(found - 4, 4, std::uint8_t{0xFF});
+        writeFile(path(), bytes);
+    }
+};
+
 TEST_F(IndexedQuery, OfATextReadsTheBlockThatHoldsItAndLooksAtTheOneMessage) {
     fill(2000);
     const MessageTablePtr reader = openReader();
@@ -81,15 +94,9 @@ TEST_F(IndexedQuery, OfBlocksOfAThousandCostsAFewCallsToo) {
 }
 
 // A check of a block that says something says it for each block, with an index or without.
-TEST_F(IndexedQuery, TellsADamagedMessageAgainWhenItIsAskedAgain) {
+TEST_F(IndexedQueryOfDamage, TellsADamagedMessageAgainWhenItIsAskedAgain) {
     fill(2000);
-    std::vector<std::uint8_t> bytes = readFile(path());
-    // Message 1005: the length that ends its frame is that of its text's neighbour no more.
-    const std::string text = textOf(1005) + '\0';
-    const auto found = std::search(bytes.begin(), bytes.end(), text.begin(), text.end());
-    ASSERT_NE(found, bytes.end());
-    std::fill_n(found - 4, 4, std::uint8_t{0xFF});
-    writeFile(path(), bytes);
+    damage(1005);
     for (const bool backward : {false, true}) {
         const MessageTablePtr reader = openReader();
         QueryConditionsPtr conditions = newConditions(backward);
@@ -143,6 +150,27 @@ TEST_F(IndexedQuery, LosesAndRepeatsNothingWhenTheSystemFailsAndIsAskedAgain) {
         }
     }
     EXPECT_GT(failures, 6);
+}
+
+// Of blocks of a thousand the index has where every sixteenth message is, the 81st and the 97th among them.
+TEST_F(IndexedQueryOfDamage, TellsTheDamagedMessageThatItHasToStepOverAsWithoutTheIndex) {
+    layout = layoutOf(1000, 1, 1);
+    fill(2000);
+    damage(85);
+    for (const bool backward : {false, true}) {
+        std::vector<ErrorCode> codes;
+        for (const bool usesIndex : {false, true}) {
+            const MessageTablePtr reader = openReader();
+            mt_useSideIndex(reader.get(), usesIndex);
+            const MessageTableIteratorPtr iterator =
+                openIterator(reader.get(), byText(textOf(backward ? 82 : 90), backward));
+            bool end = false;
+            codes.push_back(mtIterator_next(iterator.get(), &end));
+        }
+        EXPECT_NE(codes[0], NO_ERROR) << "the test itself";
+        EXPECT_EQ(codes[1], codes[0]) << "with the index a walk " << (backward ? "backward" : "forward")
+                                      << " passes over the message it looks for, and over the damage, in silence";
+    }
 }
 
 TEST_F(IndexedQuery, AllocatesAsOftenAmongTwentyTimesTheMessages) {

@@ -54,33 +54,6 @@ TEST_F(SessionInfoRecovery, ACutInTheMiddleOfTheThirdValueKeepsValuesOneAndTwo) 
     EXPECT_EQ(fileBytes().size(), 116U);
 }
 
-// Another process cuts the file while it is looked at: a table without tags is none.
-TEST_F(SessionInfoRecovery, OfAFileThatIsCutInFrontOfItsTagsMeanwhileIsRefused) {
-    int refused = 0;
-    for (int n = 1;; ++n) {
-        place(cutTo(whole, 100));
-        int reads = 0;
-        ErrorCode code = NO_ERROR;
-        {
-            const ReadAction action([&](int read) {
-                if (read == n) {
-                    std::filesystem::resize_file(path, 10);
-                }
-            });
-            code = init(OpenMode::write);
-            reads = action.reads();
-        }
-        if (reads < n) {
-            break;
-        }
-        refused += code == NO_ERROR ? 0 : 1;
-        EXPECT_EQ(tagsOf(table.get()), defaultTags) << "cut in front of read " << n;
-        EXPECT_TRUE(code != NO_ERROR || fileBytes().size() == whole.size())
-            << "cut in front of read " << n << ", opened with " << fileBytes().size() << " bytes";
-    }
-    EXPECT_GE(refused, 2) << "as it is opened, and as it is recovered";
-}
-
 TEST_F(SessionInfoRecovery, AWholeFileIsNotRecovered) {
     place(whole);
     open(OpenMode::write);
@@ -166,6 +139,24 @@ TEST_F(SessionInfoRecovery, WhenNothingCanBeReadTheFileIsLeftAlone) {
             EXPECT_EQ(platform.count(FileCall::truncate), 0);
         }
         EXPECT_EQ(difference(fileBytes(), file), "");
+    }
+}
+
+// The first read finds the file damaged, the second is the recovery's own.
+TEST_F(SessionInfoRecovery, AFileThatIsCutToLessThanAGenericHeaderBeforeItsRecoveryIsLeftAlone) {
+    for (const std::size_t length : {0U, 5U, 11U}) {
+        place(cutTo(whole, 100));
+        log.clear();
+        {
+            const ReadAction cut([&](int read) {
+                if (read == 2) {
+                    std::filesystem::resize_file(path, length);
+                }
+            });
+            EXPECT_NE(init(OpenMode::write), NO_ERROR) << "a file without tags is recovered, cut to " << length;
+        }
+        EXPECT_EQ(log.warnings(), std::vector<std::string>{failedWarning()}) << "cut to " << length;
+        EXPECT_EQ(difference(fileBytes(), cutTo(whole, length)), "") << "cut to " << length;
     }
 }
 
