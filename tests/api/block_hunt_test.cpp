@@ -63,8 +63,9 @@ TEST_F(ApiBlockHunt, ANumberThatLeadsToTheBlocksBeginningEndsNoBlockWithoutAFoot
     layout.summarisedTexts = 0;
     std::vector<std::vector<std::byte>> messages = eachFrame(layout, 7);
     const std::string number = "[number]";
+    const std::string wire = std::string(2000, 'x') + number;
     SimpleMessage simple(2);
-    simple.message.wire = std::string(2000, 'x') + number;
+    simple.message.wire = wire;
     messages[1].clear();
     encode(simple.message, layout, messages[1]);
     make(messages);
