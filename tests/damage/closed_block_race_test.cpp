@@ -5,10 +5,10 @@
 #include <algorithm>
 #include <set>
 
-#include "tests/damage/call_hook.h"
 #include "tests/damage/damage_guard.h"
 #include "tests/damage/healthy_table.h"
 #include "tests/messagetable/table_image.h"
+#include "tests/support/call_hook.h"
 
 namespace tabulo::internal::test {
 namespace {

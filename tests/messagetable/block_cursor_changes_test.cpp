@@ -7,8 +7,8 @@
 
 #include "messagetable/block_cursor.h"
 #include "tests/messagetable/block_reader_fixture.h"
+#include "tests/support/call_hook.h"
 #include "tests/support/fault_platform.h"
-#include "tests/support/read_action.h"
 
 namespace tabulo::internal::test {
 namespace {
@@ -27,17 +27,17 @@ class BlockCursorChanges : public BlockReaderTest {
         std::fill_n(bytes.begin() + static_cast<std::ptrdiff_t>(places.frame(2).start), 8, std::uint8_t{0});
         return bytes;
     }
-    // How the block is seen when the file becomes `later` in front of one of the reads.
-    BlockState seenWith(const Bytes& later, int read) {
-        this->read(damaged());
+    // How the block is seen when the file becomes `later` in front of one of the calls.
+    BlockState seenWith(const Bytes& later, int call) {
+        read(damaged());
         startAt(map(8).blockStarts[0], BlockCursor::OpenBlocks::scanned);
-        const ReadAction action([&](int n) {
-            if (n == read) {
+        const CallHook hook([&](int n) {
+            if (n == call) {
                 writeFile(path(), later);
             }
         });
         const ErrorCode code = blockCursor_next(&cursor, file);
-        if (action.reads() < read) {
+        if (CallHook::count() <= call) {
             return BlockState::none;
         }
         return code == NO_ERROR ? cursor.block.state : BlockState::damaged;  // what was being read is gone
@@ -58,8 +58,8 @@ TEST_F(BlockCursorChanges, DamageInATableThatIsDroppedMeanwhileIsABlockThatIsGon
                                       {"with an earlier end of the data", earlierData},
                                       {"with an earlier end of the last block", earlierBlock}}) {
         int gone = 0;
-        for (int read = 1;; ++read) {
-            const BlockState state = seenWith(later, read);
+        for (int call = 0;; ++call) {
+            const BlockState state = seenWith(later, call);
             if (state == BlockState::none) {
                 break;
             }

@@ -9,9 +9,9 @@
 #include <vector>
 
 #include "tests/sessioninfo/session_info_fixture.h"
+#include "tests/support/call_hook.h"
 #include "tests/support/debug_log.h"
 #include "tests/support/fault_platform.h"
-#include "tests/support/read_action.h"
 
 namespace tabulo::internal::test {
 namespace {
@@ -142,14 +142,15 @@ TEST_F(SessionInfoRecovery, WhenNothingCanBeReadTheFileIsLeftAlone) {
     }
 }
 
-// The first read finds the file damaged, the second is the recovery's own.
+// Behind two looks at its size the first read finds the file damaged; the second one is the recovery's own.
 TEST_F(SessionInfoRecovery, AFileThatIsCutToLessThanAGenericHeaderBeforeItsRecoveryIsLeftAlone) {
     for (const std::size_t length : {0U, 5U, 11U}) {
         place(cutTo(whole, 100));
         log.clear();
         {
-            const ReadAction cut([&](int read) {
-                if (read == 2) {
+            constexpr int RECOVERY = 3;
+            const CallHook cut([&](int call) {
+                if (call == RECOVERY) {
                     std::filesystem::resize_file(path, length);
                 }
             });
