@@ -196,6 +196,25 @@ TEST_F(ApiSalvageCutFiles, FillEachOthersGaps) {
     EXPECT_EQ(salvageAll(path()).result.gaps, 1) << salvaged.text();
 }
 
+TEST_F(ApiSalvageCutFiles, FillAGapAtTheEndOfOthersByTheMessageInFrontOfIt) {
+    layout = ordersLayout(100);
+    make(12);
+    const TablePlan places = plan();
+    const Bytes bytes = fileBytes();
+    const std::size_t begin = places.frames[4].begin;
+    Bytes part(bytes.begin() + static_cast<std::ptrdiff_t>(begin), bytes.end());
+    Bytes other = part;
+    // Nothing stands behind message 12, and of what stands in front of it only message 11 is whole in both.
+    std::fill_n(part.end() - 10, 10, 0);
+    std::fill_n(other.begin() + static_cast<std::ptrdiff_t>(places.frames[9].begin - begin), 10, 0);
+    writeFile(cutFile(begin).string(), part);
+    writeFile(cutFile(begin, "-1").string(), other);
+    std::filesystem::resize_file(path(), begin);
+    const Salvaged salvaged = salvageAll(path());
+    EXPECT_EQ(salvaged.result.messages, 12) << salvaged.text();
+    EXPECT_EQ(salvaged.result.gaps, 0) << salvaged.text();
+}
+
 TEST_F(ApiSalvageCutFiles, AreRefusedWhenTheirNamesTellNoOffset) {
     make(3);
     writeFile(directory.file("orders.copy"), fileBytes());
