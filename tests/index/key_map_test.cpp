@@ -88,6 +88,15 @@ TEST_F(KeyMap, KeepsTheEndsOfTheKeysAndOfTheNumbers) {
     expectRoundTrip({{0xFFFF'FFFF, 0xFFFF'FFFF}});
 }
 
+TEST_F(KeyMap, IsGoneOverFromItsSmallestKeyWhenNoKeyIsGiven) {
+    const IndexRun run = write({{0, 3}, {1, 4}});
+    IndexPages pages = open();
+    KeyMapCursor cursor(&pages, run, 0);
+    ASSERT_TRUE(cursor.next());
+    EXPECT_EQ(cursor.key(), 0U);
+    EXPECT_EQ(cursor.message(), 3U);
+}
+
 TEST_F(KeyMap, KeepsEveryLengthOfADistanceBetweenKeysAndBetweenMessages) {
     for (unsigned bit = 0; bit < 32; ++bit) {
         for (const std::uint32_t off : {0U, 1U, 0xFFFF'FFFFU}) {
