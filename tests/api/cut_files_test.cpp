@@ -215,6 +215,21 @@ TEST_F(ApiSalvageCutFiles, FillAGapAtTheEndOfOthersByTheMessageInFrontOfIt) {
     EXPECT_EQ(salvaged.result.gaps, 0) << salvaged.text();
 }
 
+TEST_F(ApiSalvageCutFiles, ThatBeginWithTheSameDamageHaveOneGapThere) {
+    layout = ordersLayout(100);
+    make(12);
+    const std::size_t begin = plan().frames[4].begin;
+    const Bytes bytes = fileBytes();
+    Bytes part(bytes.begin() + static_cast<std::ptrdiff_t>(begin), bytes.end());
+    std::fill_n(part.begin(), 10, 0);
+    writeFile(cutFile(begin).string(), part);
+    writeFile(cutFile(begin, "-1").string(), part);
+    std::filesystem::resize_file(path(), begin);
+    const Salvaged salvaged = salvageAll(path());
+    EXPECT_EQ(salvaged.result.messages, 11) << salvaged.text();
+    EXPECT_EQ(salvaged.result.gaps, 1) << salvaged.text();
+}
+
 TEST_F(ApiSalvageCutFiles, AreRefusedWhenTheirNamesTellNoOffset) {
     make(3);
     writeFile(directory.file("orders.copy"), fileBytes());

@@ -113,6 +113,17 @@ TEST_F(ApiVerifyBlock, ThatLacksAMessageHasARangeWithAllThatIsLeft) {
     EXPECT_EQ(verified.damages()[1].offset, static_cast<std::int64_t>(plan().footers[0].begin)) << verified.text();
 }
 
+TEST_F(ApiVerifyBlock, ThatLacksAMessageHasARangeOfNumbersWithAllThatIsLeft) {
+    make(8);
+    patchFile(path().string(), plan().frames[1].begin, pattern(4));
+    const auto smallest = plan().footers[0].begin + 36;  // of the first number: its type, its value
+    patchFile(path().string(), smallest + 8, Bytes{0x7F});  // the upper byte: 0.5 becomes a huge number
+    const Verified verified = verifyAll(path());
+    ASSERT_EQ(verified.damages().size(), 2U) << verified.text();
+    EXPECT_EQ(verified.damages()[1].kind, FindingKind::range) << verified.text();
+    EXPECT_EQ(verified.damages()[1].offset, static_cast<std::int64_t>(smallest)) << verified.text();
+}
+
 TEST_F(ApiVerifyBlock, AtTheEndWithALengthAndWithoutAFooterIsDamage) {
     make(8);
     patchFile(path().string(), plan().blocks[2], pattern(8, 77));

@@ -156,6 +156,25 @@ TEST_F(IndexBuilderFailure, AnEmptyFileBecomesAnIndex) {
     EXPECT_EQ(indexFault(written), "");
 }
 
+TEST_F(IndexBuilderFailure, WhenTheSizeOfWhatHasToBeBegunAnewIsRefusedThatIsTold) {
+    writeBlocks(2);
+    build();
+    for (const std::size_t page : {std::size_t{0}, std::size_t{1}}) {
+        patchFile(indexPath(), page * INDEX_PAGE_SIZE + 100, Bytes(8, 0x5A));
+    }
+    const Bytes damaged = readFile(indexPath());
+    {
+        const auto builder = newBuilder();
+        FaultPlatform platform;
+        platform.failNth(FileCall::size, 1, EIO);
+        EXPECT_EQ(builder->open(), FILE_READ_ERROR);
+        EXPECT_EQ(platform.count(FileCall::size), 1) << "the test itself";
+    }
+    EXPECT_EQ(difference(readFile(indexPath()), damaged), "");
+    EXPECT_EQ(work(), NO_ERROR);
+    EXPECT_EQ(covered(), 2U);
+}
+
 TEST_F(IndexBuilderFailure, AFolderOfTheNameIsRefused) {
     std::filesystem::create_directory(indexPath());
     const auto builder = newBuilder();

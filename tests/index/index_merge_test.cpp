@@ -141,6 +141,18 @@ TEST_F(IndexMerge, IsDueWhenMoreThanEightRunsHaveGathered) {
 }
 
 // A reader goes on with the file that it has open: the merged runs stand elsewhere.
+TEST_F(IndexMerge, MakesRoomForTheRunOfASingleBlock) {
+    writeBlocks(static_cast<std::int32_t>(MOST_INDEX_RUNS));
+    build(true);
+    const auto builder = openBuilder();
+    ASSERT_EQ(builder->slot().runs.size(), MOST_INDEX_RUNS);
+    writeBlocks(1);
+    ASSERT_EQ(update(builder.get()), NO_ERROR);
+    EXPECT_EQ(covered(), MOST_INDEX_RUNS + 1);
+    EXPECT_LT(builder->slot().runs.size(), MOST_INDEX_RUNS);
+    EXPECT_EQ(indexFault(written), "");
+}
+
 TEST_F(IndexMerge, ChangesNothingForAReaderInTheMidstOfAQuery) {
     writeBlocks(40);
     build(true);

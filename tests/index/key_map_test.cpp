@@ -164,6 +164,27 @@ TEST_F(KeyMap, OfThreeLevelsFindsWhatAPlainMapFinds) {
     EXPECT_GT(part.leaves, KEYS_PER_PAGE) << "two levels stand above the leaves";
 }
 
+// As many leaves as one page above them has keys for, each full of entries of the same size.
+TEST_F(KeyMap, WithAFullPageAboveTheLeavesHasNoPageBesideIt) {
+    std::vector<Entry> entries;
+    const auto writeEntries = [&](std::uint32_t count) {
+        for (auto i = static_cast<std::uint32_t>(entries.size()); i < count; ++i) {
+            entries.emplace_back(6000 * i, 0xF000'0000 + i);
+        }
+        return write(entries);
+    };
+    std::uint32_t ofALeaf = 0;
+    do {
+        ofALeaf += 1;
+        static_cast<void>(writeEntries(ofALeaf + 1));
+    } while (part.leaves == 1);
+    const IndexRun run = writeEntries(ofALeaf * KEYS_PER_PAGE);
+    ASSERT_EQ(part.leaves, KEYS_PER_PAGE);
+    EXPECT_EQ(run.pages, 1 + KEYS_PER_PAGE + 1) << "the parts, the leaves and the page above";
+    IndexPages pages = open();
+    EXPECT_EQ(read(&pages, run, entries.back().first), std::vector<Entry>{entries.back()});
+}
+
 TEST_F(KeyMap, ReadsOnePageOfEachLevelForALookUp) {
     std::vector<Entry> entries;
     for (std::uint32_t i = 0; i < 700'000; ++i) {

@@ -65,6 +65,20 @@ class RecoverySalvage : public TableImageTest {
     Bytes frame7() const { return frameOf(simpleMessage(7, shape)); }
 };
 
+// The first call that the system has refused is told as the cause.
+TEST_F(RecoverySalvage, ANameThatIsTakenIsNotTheCauseOfWhatIsRefusedBehindIt) {
+    const Bytes damaged = concatenated(unclosed(6), Bytes(100, 0xff));
+    writeFile(directory.file(shape.name + ".cut-" + std::to_string(map(6).dataEnd)), Bytes{1});
+    place(damaged);
+    systemError_clear();
+    {
+        FaultPlatform platform;
+        platform.failAll(FileCall::writeAt, ENOSPC);
+        EXPECT_EQ(recover(), FILE_WRITE_ERROR);
+    }
+    EXPECT_EQ(systemError_first(), SystemError(ENOSPC));
+}
+
 TEST_F(RecoverySalvage, FewerThanEightBytesAreCutSilently) {
     const Bytes noFrame = fromHex("03 00 00 00 ff ff ff");
     for (std::size_t count = 1; count < 8; ++count) {
