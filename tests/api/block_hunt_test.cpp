@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <array>
 #include <cstring>
 
 #include "tests/api/damaged_table.h"
@@ -82,6 +83,37 @@ TEST_F(ApiBlockHunt, ANumberThatLeadsToTheBlocksBeginningEndsNoBlockWithoutAFoot
     const Salvaged salvaged = salvageAll(path());
     EXPECT_EQ(salvaged.ids(), (std::vector<std::int32_t>{2, 3, 4, 5, 6, 7}))
         << "the block is taken to end in the midst of message 2: " << salvaged.text();
+}
+
+// A large file is looked through piece by piece. What looks like a length stands at every sixteenth byte of this one,
+// so that it stands at each place of a piece once.
+TEST_F(ApiBlockHunt, AFooterIsFoundBehindWhateverLooksLikeALengthAtTheEndOfAPiece) {
+    constexpr std::size_t LARGE = 1'000'000;
+    constexpr std::array<std::uint8_t, 8> LENGTH{0, 0x20};
+    std::vector<std::vector<std::byte>> messages = eachFrame(layout, 7);
+    const std::string wire(LARGE, 'x');
+    SimpleMessage simple(2);
+    simple.message.wire = wire;
+    messages[1].clear();
+    encode(simple.message, layout, messages[1]);
+    make(messages);
+    const Bytes sound = fileBytes();
+    const auto text = static_cast<std::size_t>(std::search_n(sound.begin(), sound.end(), LARGE, 'x') - sound.begin());
+    ASSERT_LT(text, sound.size()) << "the test itself";
+    for (std::size_t phase = 0; phase < 2 * LENGTH.size(); ++phase) {
+        SCOPED_TRACE("phase " + std::to_string(phase));
+        Bytes damaged = sound;
+        for (std::size_t i = phase; i + LENGTH.size() <= LARGE; i += 2 * LENGTH.size()) {
+            std::copy(LENGTH.begin(), LENGTH.end(), damaged.begin() + static_cast<std::ptrdiff_t>(text + i));
+        }
+        writeFile(path().string(), damaged);
+        patchFile(path().string(), plan().blocks[0], pattern(8, 77));
+        zero(plan().frames[1].begin, plan().frames[1].begin + 4);
+        zero(plan().frames[1].end - 4, plan().frames[1].end);
+        const Salvaged salvaged = salvageAll(path());
+        ASSERT_EQ(salvaged.ids(), (std::vector<std::int32_t>{1, 3, 4, 5, 6, 7})) << salvaged.text();
+        EXPECT_EQ(salvaged.messages[2].position.block, static_cast<std::int64_t>(plan().blocks[1])) << salvaged.text();
+    }
 }
 
 TEST_F(ApiBlockHunt, ABlockWhoseLengthIsDamagedIsFoundByItsFooterAndTheMessagesAtItsEnds) {

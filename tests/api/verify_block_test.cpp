@@ -116,7 +116,7 @@ TEST_F(ApiVerifyBlock, ThatLacksAMessageHasARangeWithAllThatIsLeft) {
 TEST_F(ApiVerifyBlock, ThatLacksAMessageHasARangeOfNumbersWithAllThatIsLeft) {
     make(8);
     patchFile(path().string(), plan().frames[1].begin, pattern(4));
-    const auto smallest = plan().footers[0].begin + 36;  // of the first number: its type, its value
+    const auto smallest = plan().footers[0].begin + 36;     // of the first number: its type, its value
     patchFile(path().string(), smallest + 8, Bytes{0x7F});  // the upper byte: 0.5 becomes a huge number
     const Verified verified = verifyAll(path());
     ASSERT_EQ(verified.damages().size(), 2U) << verified.text();

@@ -165,6 +165,21 @@ TEST_F(BlockReaders, AScanThatGoesOnAddsWhatWasAppended) {
     EXPECT_EQ(scanEnd, NO_ERROR);
 }
 
+TEST_F(BlockReaders, AScanDoesNotKeepTheMemoryOfALargeMessage) {
+    constexpr std::int32_t MOST_KEPT = 1024 * 1024;
+    std::vector<Message> messages = simpleMessages(1, 2, shape);
+    messages[1].strings[0] = std::string(3'000'000, 'l') + '\0';
+    const TableMap places = mapOf(shape, messages);
+    const Bytes bytes = unclosedImage(shape, messages);
+    read(bytes);
+    scan(places.frame(1).start, bytes.size());
+    ASSERT_EQ(reader->summary.messageCount, 2);
+    EXPECT_LE(byteStream_capacity(reader->frames.get()), MOST_KEPT);
+    ASSERT_EQ(continueScan(places.frame(1).start), NO_ERROR);
+    EXPECT_TRUE(same);
+    EXPECT_LE(byteStream_capacity(reader->frames.get()), MOST_KEPT) << "its last message is looked at again";
+}
+
 TEST_F(BlockReaders, AScanDoesNotGoOnWhereItsLastMessageIsNoLongerThere) {
     const TableMap places = map(7);
     Bytes other = closed(7);
