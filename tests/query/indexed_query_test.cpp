@@ -226,6 +226,30 @@ TEST_F(IndexedQuery, OfARangeReadsTheBlocksThatItTouchesAndNoOther) {
     }
 }
 
+// A list of most of the messages would cost more than it spares.
+TEST_F(IndexedQuery, OfATextThatManyMessagesHaveDoesNotListThem) {
+    const auto askedFor = [this](std::int32_t oneIn) {
+        table.reset();
+        std::filesystem::remove(path());
+        std::filesystem::remove(path() + ".idx");
+        create();
+        for (std::int32_t n = 1; n <= 320; ++n) {
+            Message message = plain(n);
+            if (n % oneIn == 0) {
+                message.strings[2] = std::string("shared") + '\0';
+            }
+            write(message);
+        }
+        build();
+        const MessageTablePtr reader = openReader();
+        const Cost found = cost(reader.get(), byText("shared"));
+        EXPECT_EQ(found.ids.size(), static_cast<std::size_t>(320 / oneIn));
+        return found.messagesAsked;
+    };
+    EXPECT_EQ(askedFor(8), 320) << "blocks of ten, of which each may hold it";
+    EXPECT_EQ(askedFor(16), 20) << "those that are listed";
+}
+
 TEST_F(IndexedQuery, WithoutAConditionThatTheIndexKnowsDoesNotLookForIt) {
     fill(100);
     const MessageTablePtr reader = openReader();
