@@ -59,6 +59,15 @@ TEST_F(SystemsFilePlatform, ADirectoryWhoseNameIsTooLongIsNotCommittedInSilence)
     EXPECT_EQ(platform.syncDirectory((folder.substr(0, 4001) + "orders").c_str()).number, 0);
 }
 
+TEST_F(SystemsFilePlatform, AFileIsRemovedOnceAndRenamedOnceAndThenIsMissing) {
+    const std::string other = directory.file("other");
+    EXPECT_EQ(platform.rename(path.c_str(), other.c_str()).number, 0);
+    EXPECT_TRUE(filePlatform_isMissing(platform.rename(path.c_str(), other.c_str())));
+    EXPECT_EQ(readFile(other), pattern(10));
+    EXPECT_EQ(platform.remove(other.c_str()).number, 0);
+    EXPECT_TRUE(filePlatform_isMissing(platform.remove(other.c_str())));
+}
+
 TEST_F(SystemsFilePlatform, ARefusedTransferHasItsErrorAndTransfersNothing) {
     EXPECT_EQ(platform.readAt(descriptor, &byte, 1, -1, &transferred).number, EINVAL);
     EXPECT_EQ(transferred, 0U);
