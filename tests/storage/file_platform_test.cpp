@@ -1,7 +1,9 @@
 // What the layer of files asks of the operating system, call by call.
 #include "storage/file_platform.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <cstddef>
@@ -66,6 +68,21 @@ TEST_F(SystemsFilePlatform, AFileIsRemovedOnceAndRenamedOnceAndThenIsMissing) {
     EXPECT_EQ(readFile(other), pattern(10));
     EXPECT_EQ(platform.remove(other.c_str()).number, 0);
     EXPECT_TRUE(filePlatform_isMissing(platform.remove(other.c_str())));
+}
+
+// A process without a standard input gets its number for the next file that it opens.
+TEST_F(SystemsFilePlatform, ADirectoryThatIsOpenUnderTheNumberZeroIsCommittedAndClosed) {
+    const int input = ::dup(STDIN_FILENO);
+    ::close(STDIN_FILENO);
+    errno = EIO;
+    const SystemError error = platform.syncDirectory(path.c_str());
+    const bool isLeftOpen = ::fcntl(STDIN_FILENO, F_GETFD) >= 0;
+    if (input >= 0) {
+        ::dup2(input, STDIN_FILENO);
+        ::close(input);
+    }
+    EXPECT_EQ(error.number, 0);
+    EXPECT_FALSE(isLeftOpen);
 }
 
 TEST_F(SystemsFilePlatform, ARefusedTransferHasItsErrorAndTransfersNothing) {
