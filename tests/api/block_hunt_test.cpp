@@ -59,6 +59,35 @@ TEST_F(ApiBlockHunt, AFooterThatAMessageQuotesEndsNoBlock) {
     }
 }
 
+TEST_F(ApiBlockHunt, AFooterThatAMessageQuotesBehindTooFewMessagesEndsNoBlock) {
+    layout = ordersLayout(5);
+    make(eachFrame(layout, 5));
+    const Bytes other = fileBytes();
+    const std::string footer(other.begin() + static_cast<std::ptrdiff_t>(plan().footers[0].begin), other.end() - 8);
+    const Message bare{.uniformId = 77};
+    std::vector<std::byte> frame;
+    encode(bare, layout, frame);
+    std::string quoted(8 + frame.size(), 'x');
+    std::memcpy(quoted.data() + 8, frame.data(), frame.size());
+    quoted += footer;
+    const std::uint64_t length = quoted.size() + 8;
+    quoted.append(8, '\0');
+    std::memcpy(quoted.data() + quoted.size() - 8, &length, sizeof(length));
+    std::vector<std::vector<std::byte>> messages = eachFrame(layout, 7);
+    SimpleMessage simple(2);
+    simple.message.wire = quoted;
+    messages[1].clear();
+    encode(simple.message, layout, messages[1]);
+    make(messages);
+    patchFile(path().string(), plan().blocks[0], pattern(8, 77));
+    zero(plan().frames[0].begin, plan().frames[0].begin + 4);
+    const Salvaged salvaged = salvageAll(path());
+    EXPECT_EQ(salvaged.ids(), (std::vector<std::int32_t>{2, 3, 4, 5, 6, 7})) << salvaged.text();
+    for (const Salvaged::Item& item : salvaged.messages) {
+        EXPECT_EQ(item.ordinal, item.uniformId - 1) << salvaged.text();
+    }
+}
+
 // Letters alone are no footer: where the types of numbers would stand there are none.
 TEST_F(ApiBlockHunt, ANumberThatLeadsToTheBlocksBeginningEndsNoBlockWithoutAFooterInFrontOfIt) {
     layout.summarisedTexts = 0;

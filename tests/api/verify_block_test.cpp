@@ -5,13 +5,17 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstring>
 
 #include "tests/api/damaged_table.h"
+#include "tests/support/fault_platform.h"
 
 namespace tabulo::test {
 namespace {
 
+using internal::test::FaultPlatform;
+using internal::test::FileCall;
 using internal::test::patchFile;
 using internal::test::pattern;
 using internal::test::writeFile;
@@ -122,6 +126,23 @@ TEST_F(ApiVerifyBlock, ThatLacksAMessageHasARangeOfNumbersWithAllThatIsLeft) {
     ASSERT_EQ(verified.damages().size(), 2U) << verified.text();
     EXPECT_EQ(verified.damages()[1].kind, FindingKind::range) << verified.text();
     EXPECT_EQ(verified.damages()[1].offset, static_cast<std::int64_t>(smallest)) << verified.text();
+}
+
+TEST_F(ApiVerifyBlock, ThatCannotBeReadIsNoSoundOne) {
+    make(8);
+    int reads = 0;
+    {
+        const FaultPlatform platform;
+        EXPECT_EQ(verifyAll(path()).findings.size(), 0U);
+        reads = platform.count(FileCall::readAt);
+    }
+    ASSERT_GT(reads, 4);
+    for (int n = 1; n <= reads; ++n) {
+        FaultPlatform platform;
+        platform.failNth(FileCall::readAt, n, EIO);
+        const Error error = errorOf([&] { static_cast<void>(verifyAll(path())); });
+        EXPECT_EQ(error.name(), codeName(Code::fileRead)) << "read " << n << ": " << error.what();
+    }
 }
 
 TEST_F(ApiVerifyBlock, AtTheEndWithALengthAndWithoutAFooterIsDamage) {

@@ -162,6 +162,12 @@ TEST(ByteStream, AStreamOfCapacityZeroGrows) {
     EXPECT_EQ(byteStream_capacity(stream.get()), 2);
 }
 
+TEST(ByteStream, AStreamGrowsToTheLargestCapacityThereIs) {
+    const ByteStreamPtr stream(byteStream_create(0));
+    ASSERT_TRUE(stream->extend(stream.get(), INT32_LARGEST));
+    EXPECT_EQ(byteStream_capacity(stream.get()), INT32_LARGEST);
+}
+
 TEST(ByteStream, GrowthBeyondTheLargestCapacityIsRefused) {
     const ByteStreamPtr stream(byteStream_create(10));
     const char source = 'x';  // not read: the growth is refused before
