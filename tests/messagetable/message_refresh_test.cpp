@@ -254,6 +254,21 @@ TEST_F(Refresh, ABlockThatIsBeingClosedIsReadAtEveryByte) {
     EXPECT_EQ(mt_openBlockStart(reader.get()), static_cast<std::int64_t>(places.dataEnd));
 }
 
+// A writer that cannot save its tail goes on.
+TEST_F(Refresh, AReaderOfAFullBlockGoesOnBehindItThoughTheTailKnowsItAsOpen) {
+    const TableMap places = map(10);
+    const Bytes whole = unclosed(10);
+    Bytes growing = cutAt(whole, places.frame(8).end);
+    putU64(&growing, places.blockStarts[1], 0);
+    std::copy_n(unclosed(7).begin(), places.headerSize, growing.begin());
+    place(growing);
+    const MessageTablePtr reader = openReader();
+    ASSERT_EQ(lastUniform(reader), 8);
+    appendFile(path(), slice(whole, places.frame(8).end, whole.size()));
+    patchFile(path(), places.blockStarts[1], slice(whole, places.blockStarts[1], places.blockStarts[1] + 8));
+    EXPECT_EQ(lastUniform(reader), 10);
+}
+
 TEST_F(Refresh, AFileThatWasExtendedWithZerosAheadOfItsDataIsReadUpToThem) {
     place(concatenated(unclosed(6), Bytes(500, 0)));
     const MessageTablePtr reader = openReader();
