@@ -21,8 +21,8 @@
 //
 //   Tabulo-Table        those of tables   the table's name, escaped as in the subject
 //   Tabulo-Place        those of tables   "<incarnation>/<offset>": 1 for the table's first content, one more after
-//   each
-//                                         drop or replacement; and in the table's file, where the frame stands, a
+//                                         each drop or replacement, and more than ever before where the stream has
+//                                         lost all of them; and in the table's file, where the frame stands, a
 //                                         layout's first block begins, or the table goes on behind a rewind; else 0
 //   Tabulo-Message      message           "<uniform id>/<MsgSeqNum>/<time>", as stored
 //   Tabulo-Part         message in parts  "<first byte>/<bytes of the whole frame>"

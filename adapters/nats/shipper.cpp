@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <map>
 #include <mutex>
 #include <optional>
 #include <string>
@@ -22,8 +23,18 @@ using Clock = std::chrono::steady_clock;
 // How often the values of sessions and the folders are looked at.
 constexpr std::chrono::milliseconds SESSION_PAUSE{20};
 constexpr std::chrono::milliseconds FOLDER_PAUSE{500};
-// A session info table that is away for so long is told.
+// A table that cannot be read for so long is told.
 constexpr std::chrono::milliseconds UNREADABLE_FOR{2000};
+
+// False for a table that is just being made: its header is not complete.
+bool isMade(const std::filesystem::path& path) {
+    try {
+        (void)inspect(path);  // what it says is asked when it is shipped
+        return true;
+    } catch (const Error&) {
+        return false;
+    }
+}
 
 // What answers how far behind the shipper is: `tables` are of its newest run, none when it has ended.
 struct LagSource {
@@ -71,8 +82,9 @@ struct Shipper::State {
     ShipOptions options;
     Words words;
     Publisher publisher;
-    std::vector<std::filesystem::path> paths;  // those given, and those that have come since
-    std::unique_ptr<TableShipping> tables;     // of this run
+    std::vector<std::filesystem::path> paths;                   // those given, and those that have come since
+    std::map<std::filesystem::path, Clock::time_point> unmade;  // those that have come and cannot be read, since when
+    std::unique_ptr<TableShipping> tables;                      // of this run
     std::vector<SessionSource> sessions;
     bool areHeldBack = false;     // which was said
     bool areSessionsDue = false;  // behind the ends that were noted when they were read
@@ -82,6 +94,7 @@ struct Shipper::State {
 };
 
 void Shipper::State::add(const std::filesystem::path& path) {
+    std::optional<TableInfo> info;
     try {
         const std::string name = path.filename().string();
         const bool isKnown =
@@ -89,7 +102,7 @@ void Shipper::State::add(const std::filesystem::path& path) {
             std::any_of(sessions.begin(), sessions.end(), [&](const auto& session) { return session.name() == name; });
         if (isKnown) {
             words.warn(path.string() + " is left out: another table is called " + name + " too");
-        } else if (inspect(path).kind == TableKind::sessionInfo) {
+        } else if (info = inspect(path); info->kind == TableKind::sessionInfo) {
             sessions.emplace_back(path);
             sessions.back().begin(publisher.stream());
         } else {
@@ -97,6 +110,9 @@ void Shipper::State::add(const std::filesystem::path& path) {
         }
     } catch (const Error& error) {
         words.warn(error.what());
+        if (!info.has_value() && error.code() != Code::signature) {  // else no value counts what it holds
+            tables->noteLeftOut();
+        }
     }
 }
 
@@ -139,9 +155,18 @@ void Shipper::State::addNew(bool now) {
     }
     foldersAt = Clock::now();
     for (const std::filesystem::path& path : options.newTables()) {
+        unmade.emplace(path, foldersAt);
+    }
+    for (auto table = unmade.begin(); table != unmade.end();) {
+        const auto& [path, since] = *table;
+        if (!isMade(path) && foldersAt - since < UNREADABLE_FOR) {
+            ++table;
+            continue;
+        }
         words.say("ships " + path.string() + " too");
         paths.push_back(path);
         add(path);
+        table = unmade.erase(table);
     }
 }
 

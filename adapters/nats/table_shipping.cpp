@@ -13,6 +13,8 @@ namespace {
 // Of a frame that was shipped so much is compared with the file: its beginning has what tells messages apart.
 constexpr std::size_t MOST_COMPARED = 4096;
 constexpr std::chrono::seconds MADE_WITHIN{2};
+// How often it is looked whether tables that are quiet still hold what was shipped.
+constexpr std::chrono::milliseconds COMPARED_EVERY{100};
 
 std::span<const std::byte> comparedOf(std::span<const std::byte> bytes) {
     return bytes.first(std::min(bytes.size(), MOST_COMPARED));
@@ -62,6 +64,10 @@ bool TableShipping::resume(Following* following, bool isLive) {
     following->end = 0;
     try {
         const Shipped shipped = following->table.ask(publisher_.stream());
+        if (shipped.incarnation == 0 && publisher_.stream().ends().first > 1) {
+            // It may have been in the stream before. Each of its contents has cost a record.
+            return begin(following, static_cast<std::int64_t>(publisher_.last()));
+        }
         if (shipped.incarnation == 0 || shipped.kind == RecordKind::drop || shipped.kind == RecordKind::gap) {
             return begin(following, shipped.incarnation + 1);
         }
@@ -145,7 +151,14 @@ bool TableShipping::startAnew(Following* following, const Shipped& shipped, bool
 }
 
 void TableShipping::tellMissing(const std::string& table) {
-    const Shipped shipped = SourceTable(table).ask(publisher_.stream());
+    Shipped shipped;
+    try {
+        shipped = SourceTable(table).ask(publisher_.stream());
+    } catch (const ForeignRecord& error) {
+        isWhole_ = false;
+        words_.warn(table + " is in the stream, but not among the tables: " + error.what());
+        return;
+    }
     if (shipped.kind == RecordKind::drop || shipped.kind == RecordKind::gap) {
         return;
     }
@@ -211,8 +224,7 @@ void TableShipping::ship(const MessageView& message) {
     if (following == nullptr) {
         return;
     }
-    // A table that was emptied and filled again beyond the place before it was looked at shows no other sign.
-    if (!following->newest.empty() && !following->file.holds(following->newestAt, following->newest)) {
+    if (isEmptied(*following)) {
         change(following);
         return;
     }
@@ -231,11 +243,31 @@ TableShipping::Following* TableShipping::numbered(std::size_t number) {
     return found == tables_.end() ? nullptr : &*found;
 }
 
+// A table that was emptied and filled again up to its place before it was looked at shows no other sign.
+bool TableShipping::isEmptied(const Following& following) {
+    return following.number.has_value() && !following.newest.empty() &&
+           !following.file.holds(following.newestAt, following.newest);
+}
+
+// Goes on with the new content of a quiet table; false when there is none.
+bool TableShipping::changeEmptied() {
+    const auto now = std::chrono::steady_clock::now();
+    if (now - comparedAt_ < COMPARED_EVERY) {
+        return false;
+    }
+    comparedAt_ = now;
+    const auto emptied = std::find_if(tables_.begin(), tables_.end(), isEmptied);
+    if (emptied != tables_.end()) {
+        change(&*emptied);
+    }
+    return emptied != tables_.end();
+}
+
 bool TableShipping::step(std::chrono::milliseconds timeout) {
     try {
         const FollowEvent event = follower_.next(timeout);
         if (event.kind == FollowEventKind::timedOut) {
-            return false;
+            return changeEmptied();
         }
         if (event.kind == FollowEventKind::message) {
             ship(*event.message);
@@ -248,7 +280,11 @@ bool TableShipping::step(std::chrono::milliseconds timeout) {
         if (found == tables_.end()) {
             throw;
         }
-        leaveOut(&*found, error.what());
+        if (isEmptied(*found)) {  // no damage: the place is in the midst of the new content
+            change(&*found);
+        } else {
+            leaveOut(&*found, error.what());
+        }
     }
     return true;
 }
@@ -256,7 +292,7 @@ bool TableShipping::step(std::chrono::milliseconds timeout) {
 void TableShipping::noteEnd(Following* following) {
     try {
         following->end = Reader(following->table.path()).end().offset;
-        if (following->end < following->next) {
+        if (following->end < following->next || isEmptied(*following)) {
             following->end = INT64_MAX;  // another content, whose end is noted when the change is seen
         }
     } catch (const Error&) {

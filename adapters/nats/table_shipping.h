@@ -30,6 +30,8 @@ class TableShipping {
     void add(const std::filesystem::path& path);
     // A table that the stream has and the folder has not: tells that, or records it.
     void tellMissing(const std::string& table);
+    // A table was left out before it was added.
+    void noteLeftOut() noexcept { isWhole_ = false; }
 
     // Publishes the next message, or does what has happened to a table; false when nothing has come in that time.
     bool step(std::chrono::milliseconds timeout);
@@ -72,10 +74,12 @@ class TableShipping {
     bool follow(Following* following, const Shipped& shipped);
     bool hasLayoutOf(const Following& following) const;
     void change(Following* following);
+    static bool isEmptied(const Following& following);
     static void noteEnd(Following* following);
     void leaveOut(Following* following, const std::string& why);
     void ship(const MessageView& message);
     Following* numbered(std::size_t number);
+    bool changeEmptied();
 
     Publisher& publisher_;
     Words words_;
@@ -83,6 +87,7 @@ class TableShipping {
     Follower follower_;
     mutable std::mutex mutex_;  // of what `lag` looks at
     std::vector<Following> tables_;
+    std::chrono::steady_clock::time_point comparedAt_{};
     bool isRewound_ = false;
     bool isWhole_ = true;
 };
