@@ -28,6 +28,10 @@ bool CopyTable::isTurn(const Record& record) const noexcept {
            !(record.kind == RecordKind::layout && record.incarnation == incarnation_);
 }
 
+std::int64_t CopyTable::end() const {
+    return writer_.has_value() ? writer_->end().offset : 0;
+}
+
 // False when there is no file.
 bool CopyTable::open() {
     if (!writer_.has_value() && isThere(path_)) {

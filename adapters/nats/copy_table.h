@@ -41,6 +41,10 @@ class CopyTable {
     // True when the record changes more than the table's end, so that what stands in front of it is to be noted first.
     bool isTurn(const Record& record) const noexcept;
     std::int64_t incarnation() const noexcept { return incarnation_; }
+    // Where the file ends, as far as it was appended to; 0 when that is not known.
+    std::int64_t end() const;
+    // Whether parts of a message have come and not all of them.
+    bool isAmidMessage() const noexcept { return partsOffset_ >= 0; }
 
   private:
     void takeLayout(const Record& record);

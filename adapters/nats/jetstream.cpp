@@ -104,7 +104,7 @@ StreamInfoHandle JetStream::info(const char* subjects) {
 
 LogStream::Ends JetStream::ends() {
     const StreamInfoHandle info = this->info(nullptr);
-    return {info->State.FirstSeq, info->State.LastSeq};
+    return {info->State.FirstSeq, info->State.LastSeq, info->Created};
 }
 
 std::vector<std::string> JetStream::subjects(const std::string& matching) {

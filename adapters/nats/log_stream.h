@@ -48,10 +48,12 @@ class LogStream {
     // Bytes of a payload that surely go over, beside the headers.
     virtual std::size_t payloadLimit() const noexcept = 0;
 
-    // The sequence of the newest record, 0 before the first one; and of the oldest one that is still there.
+    // The sequence of the newest record, 0 before the first one; and of the oldest one that is still there, one behind
+    // the newest when none is.
     struct Ends {
         std::uint64_t first = 0;
         std::uint64_t last = 0;
+        std::int64_t made = 0;  // when the stream was, in nanoseconds since the epoch: another one is another stream
     };
     virtual Ends ends() = 0;
     // The newest record whose subject matches ("ENG1.orders.>"); the record of a sequence; the first record from a

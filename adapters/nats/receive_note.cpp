@@ -24,17 +24,23 @@ bool takeLine(const std::vector<std::string_view>& words, ReceiveNote* note) {
         note->sequence = sequence.value_or(0);
         return sequence.has_value();
     }
+    if (words.size() == 2 && words[0] == "made") {
+        const auto made = integerOf<std::int64_t>(words[1]);
+        note->made = made.value_or(0);
+        return made.has_value();
+    }
     if (words.size() == 1 && words[0] == "fenced") {
         note->isFenced = true;
         return true;
     }
-    if (words.size() != 3 || words[0] != "table") {
+    if (words.size() != 4 || words[0] != "table") {
         return false;
     }
     const auto table = unescaped(words[1]);
     const auto incarnation = integerOf<std::int64_t>(words[2]);
-    if (table.has_value() && incarnation.has_value() && *incarnation > 0) {
-        note->incarnations[*table] = *incarnation;
+    const auto end = integerOf<std::int64_t>(words[3]);
+    if (table.has_value() && incarnation.has_value() && *incarnation > 0 && end.has_value()) {
+        note->tables[*table] = {*incarnation, *end};
         return true;
     }
     return false;
@@ -61,9 +67,10 @@ void writeNote(const std::filesystem::path& folder, const ReceiveNote& note) {
     errno = 0;
     {
         std::ofstream file(made, std::ios::binary | std::ios::trunc);
-        file << "stream " << note.stream << "\nsequence " << note.sequence << (note.isFenced ? "\nfenced\n" : "\n");
-        for (const auto& [table, incarnation] : note.incarnations) {
-            file << "table " << escaped(table) << ' ' << incarnation << '\n';
+        file << "stream " << note.stream << "\nmade " << note.made << "\nsequence " << note.sequence
+             << (note.isFenced ? "\nfenced\n" : "\n");
+        for (const auto& [table, kept] : note.tables) {
+            file << "table " << escaped(table) << ' ' << kept.incarnation << ' ' << kept.end << '\n';
         }
         file.close();
         if (!file) {

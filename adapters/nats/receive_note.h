@@ -1,9 +1,11 @@
 // From where a receiver need not read its stream again: a small text file beside the tables, replaced as a whole.
 //
 //   stream ENG1
+//   made 1763915400000000000  when the stream was made, as it says
 //   sequence 81234            all records up to this one are applied
 //   fenced                    what comes is left out until an owner record does (publisher.h); else no such line
-//   table orders 2            a table, escaped, and the incarnation of what stands in its file
+//   table orders 2 5712       a table, escaped, the incarnation of what stands in its file, and the offset where that
+//                             ends; 0 when it is not known
 #pragma once
 
 #include <cstdint>
@@ -15,10 +17,16 @@
 namespace tabulo::shipping {
 
 struct ReceiveNote {
+    struct Table {
+        std::int64_t incarnation = 0;
+        std::int64_t end = 0;
+    };
+
     std::string stream{};
+    std::int64_t made = 0;
     std::uint64_t sequence = 0;
     bool isFenced = false;
-    std::map<std::string, std::int64_t> incarnations{};  // by table
+    std::map<std::string, Table> tables{};
 };
 
 inline constexpr const char* NOTE_NAME = ".tabulo-receive";

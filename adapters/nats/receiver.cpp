@@ -1,19 +1,20 @@
 #include "adapters/nats/receiver.h"
 
+#include <algorithm>
 #include <chrono>
 #include <map>
-#include <mutex>
 #include <optional>
 #include <set>
 #include <utility>
 
+#include "adapters/nats/copy_content.h"
 #include "adapters/nats/copy_table.h"
 #include "adapters/nats/lag.h"
 #include "adapters/nats/owner.h"
 #include "adapters/nats/receive_note.h"
+#include "adapters/nats/receiver_lag.h"
 #include "adapters/nats/session_text.h"
 #include "adapters/nats/subject_token.h"
-#include "adapters/nats/table_bytes.h"
 #include "adapters/nats/text_lines.h"
 #include "tabulo/reader.h"
 #include "tabulo/session_info.h"
@@ -26,32 +27,6 @@ using Clock = std::chrono::steady_clock;
 
 constexpr std::chrono::milliseconds WAIT{100};
 constexpr std::chrono::seconds NOTED_EVERY{1};
-
-// What answers how far behind the receiver is.
-struct ReceiverLag {
-    std::mutex mutex;
-    LagReport report;
-    Clock::time_point upToDate = Clock::now();
-    std::int64_t records = 0;
-    std::int64_t bytes = 0;
-
-    std::string text() {
-        const std::scoped_lock lock(mutex);
-        // Those that are to come are taken to be like those that came.
-        report.bytes = records == 0 ? 0 : report.messages * (bytes / records);
-        report.seconds = report.messages == 0 ? 0 : std::chrono::duration<double>(Clock::now() - upToDate).count();
-        return lagText(report);
-    }
-    void took(std::size_t size, std::uint64_t pending) {
-        const std::scoped_lock lock(mutex);
-        records += 1;
-        bytes += static_cast<std::int64_t>(size);
-        report.messages = static_cast<std::int64_t>(pending);
-        if (pending == 0) {
-            upToDate = Clock::now();
-        }
-    }
-};
 
 }  // namespace
 
@@ -72,16 +47,20 @@ struct Receiver::State {
     std::uint64_t noted = 0;
 
     void begin(LogStream::Ends ends);
-    std::optional<Stored> layoutOf(const std::string& table);
     std::optional<std::uint64_t> beginningOf(const std::string& table);
     void forgetContents();
+    bool hasLost(const std::string& table, std::int64_t end) const;
+    void findLost();
     void take(const Stored& stored);
-    void takeOf(const Record& record);
+    void takeOf(const Record& record, std::uint64_t sequence);
     void takeSession(const Record& record);
     void readTableAgain(const Record& record, const std::string& why);
+    void setBack(const std::string& table, std::uint64_t beginning);
     void refuse(const std::string& table, const std::string& why);
     void flush();
-    void keepNote(bool now);
+    bool isAmidMessage() const;
+    void noteEnds();
+    void keepNote(bool now, const std::string& turning = {});
     void end();
 };
 
@@ -98,34 +77,11 @@ void Receiver::State::refuse(const std::string& table, const std::string& why) {
     tables.erase(table);
 }
 
-// The layout record of the content that a copy has, which its first message tells; the newest one when it has none, or
-// a content that the stream has not got.
-std::optional<Stored> Receiver::State::layoutOf(const std::string& table) {
-    const std::string subject = subjectOf(stream.name(), table, RecordKind::layout);
-    std::vector<Stored> layouts;
-    for (std::optional<Stored> next = stream.from(0, subject); next.has_value();
-         next = stream.from(layouts.back().sequence + 1, subject)) {
-        layouts.push_back(std::move(*next));
-    }
-    const TableBytes bytes(options.folder / table);
-    for (auto layout = layouts.rbegin(); layout != layouts.rend(); ++layout) {
-        const std::optional<Stored> first = stream.from(layout->sequence + 1, messagesOf(stream.name(), table));
-        if (first.has_value()) {
-            const Record record = recordOf(*first);
-            if (record.incarnation == recordOf(*layout).incarnation &&
-                bytes.holds(record.offset + record.at, record.payload)) {
-                return *layout;
-            }
-        }
-    }
-    return layouts.empty() ? std::nullopt : std::optional(std::move(layouts.back()));
-}
-
 // From where a table's content is to be compared: its newest rewind, behind which nothing was taken back; when that has
 // not helped, its layout, once.
 std::optional<std::uint64_t> Receiver::State::beginningOf(const std::string& table) {
     try {
-        const std::optional<Stored> layout = layoutOf(table);
+        const std::optional<Stored> layout = layoutOfCopy(stream, table, options.folder / table);
         int& tried = attempts[table];
         if (!layout.has_value() || tried == 2) {
             return std::nullopt;
@@ -164,19 +120,52 @@ void Receiver::State::begin(LogStream::Ends ends) {
         throw Refused(options.folder.string() + " holds the tables of the stream " + found->stream +
                       ": a folder is of one stream");
     }
-    const bool isKnown = found.has_value() && found->sequence <= ends.last;
-    note = isKnown ? *found : ReceiveNote{.stream = stream.name()};
+    const bool isKnown = found.has_value() && found->made == ends.made && found->sequence <= ends.last;
+    note = isKnown ? *found : ReceiveNote{.stream = stream.name(), .made = ends.made};
+    noted = note.sequence;
     if (!isKnown) {
         forgetContents();
-        note.sequence = ends.first > 0 ? ends.first - 1 : 0;
     }
-    noted = note.sequence;
+    if (note.sequence + 1 < ends.first) {
+        note.sequence = ends.first - 1;
+        note.isFenced = false;  // the oldest record that is left counts: a fence is older than what slips behind it
+    }
+    if (isKnown) {
+        findLost();
+    }
     cursor = stream.read(note.sequence + 1);
     if (lag == nullptr) {
         const Owner here = Owner::here();
-        lag = std::make_shared<ReceiverLag>();
-        lag->report = {.stream = stream.name(), .role = "receiver", .host = here.host, .pid = here.pid};
+        lag = std::make_shared<ReceiverLag>(
+            LagReport{.stream = stream.name(), .role = "receiver", .host = here.host, .pid = here.pid});
         stream.answer(lagSubject(stream.name()), [source = lag] { return source->text(); });
+    }
+    lag->begin(ends.last - std::min(note.sequence, ends.last));
+}
+
+// Whether a table's file ends in front of where it ended when the note was made, as after a loss of power.
+bool Receiver::State::hasLost(const std::string& table, std::int64_t end) const {
+    try {
+        return end > 0 && Reader(options.folder / table).end().offset < end;
+    } catch (const Error&) {
+        return true;
+    }
+}
+
+// Sets back to where what such tables have lost can be read.
+void Receiver::State::findLost() {
+    const auto noteds = note.tables;
+    for (const auto& [table, kept] : noteds) {
+        if (!hasLost(table, kept.end)) {
+            continue;
+        }
+        const std::string what = (options.folder / table).string() + " has not all that was received";
+        if (const auto beginning = beginningOf(table); beginning.has_value()) {
+            words.say(what + ": it is compared with the stream");
+            setBack(table, *beginning);
+        } else {
+            refuse(table, what + ", and the stream does not hold it any more: take the table from its source");
+        }
     }
 }
 
@@ -230,35 +219,42 @@ void Receiver::State::readTableAgain(const Record& record, const std::string& wh
     }
     words.say(why + ": it is compared with the stream");
     flush();
-    tables.erase(record.table);
-    note.incarnations.erase(record.table);
-    skipped[record.table] = *beginning;
-    if (*beginning <= note.sequence) {  // else it is still to come, behind records of other tables
-        note.sequence = *beginning - 1;
+    setBack(record.table, *beginning);
+}
+
+// A table is read again from a record on.
+void Receiver::State::setBack(const std::string& table, std::uint64_t beginning) {
+    tables.erase(table);
+    note.tables.erase(table);
+    skipped[table] = beginning;
+    if (beginning <= note.sequence) {  // else it is still to come, behind records of other tables
+        note.sequence = beginning - 1;
         note.isFenced = false;  // it is a record that counts
-        cursor = stream.read(*beginning);
+        cursor = stream.read(beginning);
     }
 }
 
-void Receiver::State::takeOf(const Record& record) {
-    const auto known = note.incarnations.find(record.table);
+void Receiver::State::takeOf(const Record& record, std::uint64_t sequence) {
+    const auto known = note.tables.find(record.table);
     auto table = tables.find(record.table);
     if (table == tables.end()) {
-        const std::int64_t incarnation = known == note.incarnations.end() ? 0 : known->second;
+        const std::int64_t incarnation = known == note.tables.end() ? 0 : known->second.incarnation;
         table = tables.emplace(record.table, CopyTable(options.folder / record.table, incarnation, words)).first;
     }
     const bool isTurn = table->second.isTurn(record);
     if (isTurn) {  // if this ends in the middle of it, it is done again, and nothing of what stands in front of it
         flush();
-        keepNote(true);
-        if (refused.contains(record.table)) {
+        keepNote(true, record.table);
+        if (refused.contains(record.table) ||
+            (record.kind == RecordKind::rewind &&
+             isRewindApplied(stream, record, sequence, options.folder / record.table))) {
             return;
         }
     }
     try {
         table->second.apply(record);
         if (table->second.incarnation() != 0) {
-            note.incarnations[record.table] = table->second.incarnation();
+            note.tables[record.table].incarnation = table->second.incarnation();
         }
     } catch (const CopyBehind& behind) {
         readTableAgain(record, behind.what());
@@ -286,7 +282,7 @@ void Receiver::State::take(const Stored& stored) {
         } else if (record.kind == RecordKind::gap) {
             words.say(name + ": " + std::string(textOf(record.payload)));
         } else {
-            takeOf(record);
+            takeOf(record, stored.sequence);
         }
         if (note.sequence == before) {  // it was not set back
             note.sequence = stored.sequence;
@@ -299,8 +295,10 @@ void Receiver::State::take(const Stored& stored) {
         note.sequence = stored.sequence;
     } catch (const CopyRefused& error) {
         refuse(name, error.what());
+        note.sequence = stored.sequence;
     } catch (const Error& error) {
         refuse(name, error.what());
+        note.sequence = stored.sequence;
     }
 }
 
@@ -317,12 +315,31 @@ void Receiver::State::flush() {
     }
 }
 
-// Everything in front of it has been appended.
-void Receiver::State::keepNote(bool now) {
-    if (refused.empty() && noted != note.sequence && (now || Clock::now() - notedAt > NOTED_EVERY)) {
+bool Receiver::State::isAmidMessage() const {
+    return std::any_of(tables.begin(), tables.end(), [](const auto& table) { return table.second.isAmidMessage(); });
+}
+
+// Where the tables that are open end, behind what was appended.
+void Receiver::State::noteEnds() {
+    for (const auto& [name, table] : tables) {
+        if (table.incarnation() != 0 && table.end() != 0) {
+            note.tables[name] = {table.incarnation(), table.end()};
+        }
+    }
+}
+
+// Everything in front of it has been appended; of a message whose parts have not all come the first one comes again.
+// `turning`: a table that is about to be changed in another way, so that its end is not known.
+void Receiver::State::keepNote(bool now, const std::string& turning) {
+    const bool isDue = now || Clock::now() - notedAt > NOTED_EVERY;
+    if (isDue && refused.empty() && noted != note.sequence && !isAmidMessage()) {
         flush();
         if (!refused.empty()) {
             return;  // what a table has not got is to come again with the next run
+        }
+        noteEnds();
+        if (const auto turned = note.tables.find(turning); turned != note.tables.end()) {
+            turned->second.end = 0;
         }
         writeNote(options.folder, note);
         noted = note.sequence;
@@ -331,6 +348,9 @@ void Receiver::State::keepNote(bool now) {
 }
 
 void Receiver::State::end() {
+    flush();
+    noteEnds();
+    const bool isAmid = isAmidMessage();
     for (auto& [name, table] : tables) {
         try {
             table.close();
@@ -341,7 +361,9 @@ void Receiver::State::end() {
     }
     tables.clear();
     sessions.clear();
-    keepNote(true);
+    if (!isAmid) {
+        keepNote(true);
+    }
 }
 
 void Receiver::run() {

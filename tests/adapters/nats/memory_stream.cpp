@@ -114,7 +114,7 @@ void MemoryStream::someComeLate() {
 }
 
 LogStream::Ends MemoryStream::ends() {
-    return {log_.first, log_.records.size()};
+    return {log_.first, log_.records.size(), log_.made};
 }
 
 std::optional<Stored> MemoryStream::last(const std::string& subjects) {

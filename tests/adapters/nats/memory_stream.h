@@ -26,6 +26,7 @@ struct MemoryLog {
     std::vector<Stored> records{};  // sequence 1 first; one without a subject was deleted
     std::deque<Sent> late{};        // of shippers that do not hear of it any more, the oldest first
     std::uint64_t first = 1;        // those in front of it are gone
+    std::int64_t made = 1;
     std::multimap<std::string, std::function<std::string()>> answers{};
     std::function<void(std::uint64_t)> beforeRead{};  // called with the sequence that a cursor is about to give
     std::function<void()> beforePublish{};
