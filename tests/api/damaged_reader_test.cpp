@@ -90,6 +90,15 @@ TEST_F(ApiDamagedReader, IsNotConcernedByADamagedBlockInFrontOfThePlaceFromWhich
     EXPECT_EQ(walk(reader, Query().from(places[7]).backward()), Walk({10, 9, 8}, ""));
 }
 
+TEST_F(ApiDamagedReader, CountsNoMessagesOverADamagedBlock) {
+    makeTable();
+    patch(places[3].block, internal::test::pattern(8, 77));
+    Reader reader(path());
+    Messages messages = reader.messages(Query().from(places[6]));
+    ASSERT_NE(messages.next(), nullptr);
+    EXPECT_TABULO_ERROR(headerCorrupted, static_cast<void>(messages.current()->ordinal()));
+}
+
 TEST_F(ApiDamagedReader, TellsOfBytesBehindTheLastMessageOnceAllAreGiven) {
     makeTable();
     const std::int64_t end = places[10].offset;

@@ -144,6 +144,8 @@ TEST_F(ApiQuery, SelectsByFlagsAndTypes) {
     EXPECT_EQ(ask(Query().outOfSequence(true)), (Ids{3, 4}));
     EXPECT_EQ(ask(Query().outOfSequence(false)), (Ids{1, 2, 5}));
     EXPECT_EQ(ask(Query().types({"D", "A", "ABCDE"})), (Ids{1, 5}));
+    EXPECT_EQ(ask(Query().types({"ABCDE", "D"}).types({"D", "ABCDE"})), (Ids{1, 5})) << "in whatever order";
+    EXPECT_EQ(ask(Query().types({"D", "ABCDE"}).types({"ABCDE", "D"})), (Ids{1, 5}));
     EXPECT_EQ(ask(Query().types({""})), (Ids{4}));
     EXPECT_EQ(ask(Query().types({"d"})), Ids());
     EXPECT_EQ(ask(Query().excludeTypes({"D", "8", "A"})), (Ids{3, 4, 5}));

@@ -342,18 +342,6 @@ TEST_F(ApiSalvage, EndsWhenItIsToldToAndTellsHowFarItHasCome) {
     EXPECT_THROW(static_cast<void>(salvage(path(), {}, {}, work)), std::runtime_error);
 }
 
-TEST_F(ApiSalvage, TellsAlsoInTheMidstOfABlockHowManyMessagesItHasSeen) {
-    layout = ordersLayout(10'000);
-    make(3500);
-    std::vector<std::int64_t> told;
-    const Work work{.progress = [&](const Progress& progress) { told.push_back(progress.messages); }};
-    EXPECT_EQ(salvage(path(), {}, {}, work).messages, 3500);
-    for (std::size_t i = 1; i < told.size(); ++i) {
-        EXPECT_LE(told[i] - told[i - 1], 1000) << "behind " << told[i - 1] << " messages";
-    }
-    EXPECT_EQ(told.back(), 3500);
-}
-
 TEST_F(ApiSalvage, GivesEveryWholeMessageAndNoOtherOfTablesThatAreDamagedAtRandom) {
     const std::uint32_t seed = internal::test::testSeed();
     SCOPED_TRACE("seed " + std::to_string(seed));

@@ -3,7 +3,9 @@
 
 #include <stdexcept>
 
+#include "tabulo/damage.h"
 #include "tabulo/reader.h"
+#include "tabulo/writer.h"
 #include "tests/api/api_test.h"
 #include "tests/api/stored_table.h"
 
@@ -89,6 +91,20 @@ TEST_F(ApiWork, TellsItsProgressOfTheStretchThatIsAskedFor) {
         ASSERT_GE(progress.told.size(), 3u);
         EXPECT_LE(progress.told.back().total, table.place(24).offset - table.place(12).block);
     }
+}
+
+TEST_F(ApiWork, TellsItsProgressAlsoInTheMidstOfABlockThatIsSalvaged) {
+    const Layout large = ordersLayout(10'000);
+    Writer::create(path(), large).appendFrames(simpleFrames(large, 1, 3500));
+    ToldProgress progress;
+    EXPECT_EQ(salvage(path(), {}, {}, progress.work()).messages, 3500);
+    EXPECT_EQ(progress.fault(), "");
+    std::int64_t before = 0;
+    for (const Progress& told : progress.told) {
+        EXPECT_LE(told.messages - before, 1000) << "behind " << before << " messages";
+        before = told.messages;
+    }
+    EXPECT_EQ(before, 3500);
 }
 
 TEST_F(ApiWork, TellsItsProgressFromBlockToBlock) {

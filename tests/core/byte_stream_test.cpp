@@ -339,6 +339,21 @@ TEST(ByteStream, ClearKeepsTheCapacity) {
     EXPECT_EQ(byteStream_capacity(stream.get()), 8);
 }
 
+TEST(ByteStream, GivingMemoryBackEmptiesTheStreamAlsoWhenItKeepsItsBuffer) {
+    const ByteStreamPtr stream(byteStream_create(10));
+    byteStream_putBytes(stream.get(), "abc", 3);
+    byteStream_giveBack(stream.get(), 10);
+    EXPECT_EQ(byteStream_writeMark(stream.get()), 0);
+    EXPECT_EQ(byteStream_capacity(stream.get()), 10);
+    byteStream_giveBack(stream.get(), 9);
+    EXPECT_EQ(byteStream_capacity(stream.get()), 0);
+    std::uint8_t byte = 0;
+    KSVByteStream fixed;
+    byteStream_init(&fixed, &byte, 1);
+    byteStream_giveBack(&fixed, 0);
+    EXPECT_EQ(byteStream_capacity(&fixed), 1) << "the buffer is the caller's";
+}
+
 TEST(ByteStream, ReplacingTheBufferByALargerOneKeepsTheMarks) {
     std::array<std::uint8_t, 4> small{};
     std::array<std::uint8_t, 8> large{};
