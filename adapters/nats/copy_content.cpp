@@ -5,6 +5,7 @@
 
 #include "adapters/nats/subject_token.h"
 #include "adapters/nats/table_bytes.h"
+#include "tabulo/reader.h"
 
 namespace tabulo::shipping {
 
@@ -41,6 +42,14 @@ bool isRewindApplied(LogStream& stream, const Record& rewind, std::uint64_t sequ
                TableBytes(file).holds(behind.offset + behind.at, behind.payload);
     } catch (const ForeignRecord&) {
         return false;  // told when it comes
+    }
+}
+
+bool endsBefore(const std::filesystem::path& file, std::int64_t end) {
+    try {
+        return end > 0 && Reader(file).end().offset < end;
+    } catch (const Error&) {
+        return true;
     }
 }
 

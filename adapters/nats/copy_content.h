@@ -16,5 +16,7 @@ std::optional<Stored> layoutOfCopy(LogStream& stream, const std::string& table, 
 // Whether a rewind, which has this sequence, was followed before: the file holds the first message behind it.
 bool isRewindApplied(LogStream& stream, const Record& rewind, std::uint64_t sequence,
                      const std::filesystem::path& file);
+// Whether a copy, which has ended at this offset, is shorter now, or gone, or cannot be read. 0: it is not known where.
+bool endsBefore(const std::filesystem::path& file, std::int64_t end);
 
 }  // namespace tabulo::shipping

@@ -49,7 +49,6 @@ struct Receiver::State {
     void begin(LogStream::Ends ends);
     std::optional<std::uint64_t> beginningOf(const std::string& table);
     void forgetContents();
-    bool hasLost(const std::string& table, std::int64_t end) const;
     void findLost();
     void take(const Stored& stored);
     void takeOf(const Record& record, std::uint64_t sequence);
@@ -143,28 +142,24 @@ void Receiver::State::begin(LogStream::Ends ends) {
     lag->begin(ends.last - std::min(note.sequence, ends.last));
 }
 
-// Whether a table's file ends in front of where it ended when the note was made, as after a loss of power.
-bool Receiver::State::hasLost(const std::string& table, std::int64_t end) const {
-    try {
-        return end > 0 && Reader(options.folder / table).end().offset < end;
-    } catch (const Error&) {
-        return true;
-    }
-}
-
-// Sets back to where what such tables have lost can be read.
+// Sets back to where what tables have lost since the note was made, as by a loss of power, can be read.
 void Receiver::State::findLost() {
     const auto noteds = note.tables;
     for (const auto& [table, kept] : noteds) {
-        if (!hasLost(table, kept.end)) {
+        const std::filesystem::path file = options.folder / table;
+        if (!endsBefore(file, kept.end)) {
             continue;
         }
-        const std::string what = (options.folder / table).string() + " has not all that was received";
+        const std::string what = file.string() + " has not all that was received";
         if (const auto beginning = beginningOf(table); beginning.has_value()) {
             words.say(what + ": it is compared with the stream");
             setBack(table, *beginning);
-        } else {
-            refuse(table, what + ", and the stream does not hold it any more: take the table from its source");
+            continue;
+        }
+        words.warn(what + ", and the stream does not hold it any more: take the table from its source");
+        note.tables.erase(table);
+        if (std::filesystem::exists(file)) {  // else it was moved away, and nothing waits for it
+            refused.insert(table);
         }
     }
 }

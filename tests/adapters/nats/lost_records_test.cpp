@@ -101,6 +101,10 @@ TEST_F(LostRecords, OfACopyThatIsShorterThanTheNoteSaysAreFetchedAgain) {
     std::filesystem::remove(copy("orders"));
     log.first = log.records.size();
     EXPECT_EQ(receive().size(), 1U) << "the stream has not got it any more";
+    store("reports", 1, 2);
+    ship();
+    EXPECT_EQ(receive(), Lines()) << "which is told once";
+    EXPECT_EQ(copyFault("reports"), "");
 }
 
 TEST_F(LostRecords, OfAMessageOfWhichOnePartHasComeAreNone) {
