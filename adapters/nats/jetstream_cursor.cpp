@@ -56,18 +56,26 @@ void JetStreamCursor::subscribe() {
 // Whether all that the stream holds has come, and the consumer is still there. One may be gone with its server, or be
 // kept by a server that has fallen behind and stays so; the library tells neither.
 bool JetStreamCursor::isComplete() {
-    jsStreamInfo* found = nullptr;
+    const std::uint64_t last = lastAtLeader();
     jsErrCode code{};
-    check(js_GetStreamInfo(&found, context_.get(), stream_.c_str(), nullptr, &code), "reading " + stream_);
-    const StreamInfoHandle stream(found);
     jsConsumerInfo* consumer = nullptr;
     const bool isThere = natsSubscription_GetConsumerInfo(&consumer, subscription_.get(), nullptr, &code) == NATS_OK;
     jsConsumerInfo_Destroy(consumer);
-    return isThere && stream->State.LastSeq < next_;
+    return isThere && last < next_;
 }
 
-// Whether the stream's leader has a record.
-bool JetStreamCursor::isAtLeader(std::uint64_t sequence) {
+std::uint64_t JetStreamCursor::lastAtLeader() {
+    jsStreamInfo* found = nullptr;
+    jsErrCode code{};
+    check(js_GetStreamInfo(&found, context_.get(), stream_.c_str(), nullptr, &code), "reading " + stream_);
+    return StreamInfoHandle(found)->State.LastSeq;
+}
+
+// Whether the stream's leader has a record, or may have it: a new one may not have caught up with what came behind it.
+bool JetStreamCursor::mayBeAtLeader(std::uint64_t sequence, std::uint64_t behind) {
+    if (lastAtLeader() < behind) {
+        return true;
+    }
     natsMsg* found = nullptr;
     jsErrCode code{};
     const natsStatus status = js_GetMsg(&found, context_.get(), stream_.c_str(), sequence, nullptr, &code);
@@ -114,7 +122,7 @@ std::optional<Stored> JetStreamCursor::next(std::chrono::milliseconds timeout) {
         subscription_.reset();  // something was lost on the way
         return std::nullopt;
     }
-    if (meta->Sequence.Stream > next_ && isAtLeader(next_)) {
+    if (meta->Sequence.Stream > next_ && mayBeAtLeader(next_, meta->Sequence.Stream)) {
         subscription_.reset();  // the server that keeps the consumer lacks what the stream has
         std::this_thread::sleep_for(ANOTHER_PAUSE);
         return std::nullopt;

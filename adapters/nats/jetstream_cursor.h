@@ -21,7 +21,8 @@ class JetStreamCursor : public LogCursor {
   private:
     void subscribe();
     bool isComplete();
-    bool isAtLeader(std::uint64_t sequence);
+    std::uint64_t lastAtLeader();
+    bool mayBeAtLeader(std::uint64_t sequence, std::uint64_t behind);
 
     natsConnection* connection_;
     std::string stream_;

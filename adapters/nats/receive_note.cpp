@@ -29,9 +29,10 @@ bool takeLine(const std::vector<std::string_view>& words, ReceiveNote* note) {
         note->made = made.value_or(0);
         return made.has_value();
     }
-    if (words.size() == 1 && words[0] == "fenced") {
-        note->isFenced = true;
-        return true;
+    if (words.size() == 2 && words[0] == "fenced") {
+        const auto fence = integerOf<std::uint64_t>(words[1]);
+        note->fence = fence.value_or(0);
+        return note->fence != 0;
     }
     if (words.size() != 4 || words[0] != "table") {
         return false;
@@ -67,8 +68,10 @@ void writeNote(const std::filesystem::path& folder, const ReceiveNote& note) {
     errno = 0;
     {
         std::ofstream file(made, std::ios::binary | std::ios::trunc);
-        file << "stream " << note.stream << "\nmade " << note.made << "\nsequence " << note.sequence
-             << (note.isFenced ? "\nfenced\n" : "\n");
+        file << "stream " << note.stream << "\nmade " << note.made << "\nsequence " << note.sequence << '\n';
+        if (note.fence != 0) {
+            file << "fenced " << note.fence << '\n';
+        }
         for (const auto& [table, kept] : note.tables) {
             file << "table " << escaped(table) << ' ' << kept.incarnation << ' ' << kept.end << '\n';
         }

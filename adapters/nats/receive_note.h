@@ -3,7 +3,8 @@
 //   stream ENG1
 //   made 1763915400000000000  when the stream was made, as it says
 //   sequence 81234            all records up to this one are applied
-//   fenced                    what comes is left out until an owner record does (publisher.h); else no such line
+//   fenced 81230              a fence's last record that was taken: what comes behind it is left out until an owner
+//                             record does (publisher.h); else no such line
 //   table orders 2 5712       a table, escaped, the incarnation of what stands in its file, and the offset where that
 //                             ends; 0 when it is not known
 #pragma once
@@ -25,7 +26,7 @@ struct ReceiveNote {
     std::string stream{};
     std::int64_t made = 0;
     std::uint64_t sequence = 0;
-    bool isFenced = false;
+    std::uint64_t fence = 0;  // 0: none
     std::map<std::string, Table> tables{};
 };
 

@@ -13,11 +13,10 @@
 #include "adapters/nats/owner.h"
 #include "adapters/nats/receive_note.h"
 #include "adapters/nats/receiver_lag.h"
-#include "adapters/nats/session_text.h"
+#include "adapters/nats/session_copies.h"
 #include "adapters/nats/subject_token.h"
 #include "adapters/nats/text_lines.h"
 #include "tabulo/reader.h"
-#include "tabulo/session_info.h"
 
 namespace tabulo::shipping {
 
@@ -27,6 +26,7 @@ using Clock = std::chrono::steady_clock;
 
 constexpr std::chrono::milliseconds WAIT{100};
 constexpr std::chrono::seconds NOTED_EVERY{1};
+constexpr std::chrono::seconds FENCE_ASKED_EVERY{1};
 
 }  // namespace
 
@@ -36,7 +36,7 @@ struct Receiver::State {
     Words words;
     ReceiveNote note{};  // what is to be noted; its sequence is that of the last record that was taken
     std::map<std::string, CopyTable> tables{};
-    std::map<std::string, SessionInfo> sessions{};
+    SessionCopies sessions{options.folder};
     std::set<std::string> refused{};
     std::map<std::string, int> attempts{};  // by table: how often its content was read again, from other places
     // By table: records in front of this one are of a content that is gone.
@@ -44,12 +44,14 @@ struct Receiver::State {
     std::unique_ptr<LogCursor> cursor{};
     std::shared_ptr<ReceiverLag> lag{};
     Clock::time_point notedAt = Clock::now();
+    Clock::time_point fenceAskedAt{};
     std::uint64_t noted = 0;
 
     void begin(LogStream::Ends ends);
     std::optional<std::uint64_t> beginningOf(const std::string& table);
     void forgetContents();
     void findLost();
+    bool findFenceEnd(std::uint64_t sequence);
     void take(const Stored& stored);
     void takeOf(const Record& record, std::uint64_t sequence);
     void takeSession(const Record& record);
@@ -111,7 +113,7 @@ void Receiver::State::forgetContents() {
 void Receiver::State::begin(LogStream::Ends ends) {
     std::filesystem::create_directories(options.folder);
     tables.clear();
-    sessions.clear();
+    sessions.close();
     skipped.clear();
     attempts.clear();
     const std::optional<ReceiveNote> found = readNote(options.folder);
@@ -127,7 +129,7 @@ void Receiver::State::begin(LogStream::Ends ends) {
     }
     if (note.sequence + 1 < ends.first) {
         note.sequence = ends.first - 1;
-        note.isFenced = false;  // the oldest record that is left counts: a fence is older than what slips behind it
+        note.fence = 0;  // the oldest record that is left counts: a fence is older than what slips behind it
     }
     if (isKnown) {
         findLost();
@@ -165,33 +167,10 @@ void Receiver::State::findLost() {
 }
 
 void Receiver::State::takeSession(const Record& record) {
-    const auto values = sessionValuesOf(textOf(record.payload));
-    if (!values.has_value()) {
-        throw CopyRefused("the values of " + record.table + " that have come are none");
-    }
-    std::vector<std::int32_t> tags;
-    for (const SessionValue& value : *values) {
-        tags.push_back(value.tag);
-    }
     flush();  // what the values may count
-    if (!refused.empty()) {
-        return;
+    if (refused.empty()) {
+        sessions.write(record);
     }
-    const std::filesystem::path path = options.folder / record.table;
-    auto open = sessions.find(record.table);
-    if (open == sessions.end() && std::filesystem::exists(path)) {
-        open = sessions.emplace(record.table, SessionInfo::openForWriting(path)).first;
-    }
-    if (open != sessions.end() && open->second.tags() != tags) {
-        open->second.close();
-        sessions.erase(open);
-        open = sessions.end();
-        std::filesystem::remove(path);
-    }
-    if (open == sessions.end()) {
-        open = sessions.emplace(record.table, SessionInfo::create(path, tags)).first;
-    }
-    open->second.write(*values);
 }
 
 // A record does not follow what its table has: the table's content is read again, and compared.
@@ -224,7 +203,7 @@ void Receiver::State::setBack(const std::string& table, std::uint64_t beginning)
     skipped[table] = beginning;
     if (beginning <= note.sequence) {  // else it is still to come, behind records of other tables
         note.sequence = beginning - 1;
-        note.isFenced = false;  // it is a record that counts
+        note.fence = 0;  // it is a record that counts
         cursor = stream.read(beginning);
     }
 }
@@ -256,6 +235,22 @@ void Receiver::State::takeOf(const Record& record, std::uint64_t sequence) {
     }
 }
 
+// Goes back to the owner record that has ended the fence in front of a sequence, when the cursor has not given it, as
+// where a server has not caught up with the others; false when there is none.
+bool Receiver::State::findFenceEnd(std::uint64_t sequence) {
+    if (note.fence == 0 || Clock::now() - fenceAskedAt < FENCE_ASKED_EVERY) {
+        return false;
+    }
+    fenceAskedAt = Clock::now();
+    const std::optional<Stored> owner = stream.from(note.fence + 1, subjectOf(stream.name(), RecordKind::owner));
+    if (!owner.has_value() || owner->sequence > sequence) {
+        return false;
+    }
+    note.sequence = owner->sequence - 1;
+    cursor = stream.read(owner->sequence);
+    return true;
+}
+
 void Receiver::State::take(const Stored& stored) {
     std::string name;
     try {
@@ -264,9 +259,11 @@ void Receiver::State::take(const Stored& stored) {
         const auto skip = skipped.find(name);
         const bool isGone = skip != skipped.end() && stored.sequence < skip->second;
         if (!isOfTable(record.kind)) {
-            note.isFenced = record.kind == RecordKind::fence;
+            note.fence = record.kind == RecordKind::fence ? stored.sequence : 0;
+        } else if (findFenceEnd(stored.sequence)) {
+            return;
         }
-        if (!isOfTable(record.kind) || note.isFenced || refused.contains(name) ||
+        if (!isOfTable(record.kind) || note.fence != 0 || refused.contains(name) ||
             (isGone && record.kind != RecordKind::session)) {
             note.sequence = stored.sequence;
             return;
@@ -355,7 +352,7 @@ void Receiver::State::end() {
         }
     }
     tables.clear();
-    sessions.clear();
+    sessions.close();
     if (!isAmid) {
         keepNote(true);
     }
@@ -374,6 +371,7 @@ void Receiver::run() {
             if (!stored.has_value()) {
                 state.flush();
                 state.keepNote(false);
+                (void)state.findFenceEnd(state.note.sequence);  // what comes next comes from there
                 stored = state.cursor->next(WAIT);
             }
             if (stored.has_value()) {

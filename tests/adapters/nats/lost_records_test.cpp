@@ -83,6 +83,23 @@ TEST_F(LostRecords, OfAnOwnerBehindAFenceAreTold) {
     EXPECT_EQ(receive().size(), 1U) << "the messages 4 and 5 are missing";
 }
 
+TEST_F(LostRecords, OfAnOwnerThatACursorHasNotGivenAreLookedFor) {
+    store("orders", 1, 3);
+    ship();
+    for (const bool isNewest : {false, true}) {
+        MemoryStream(log).append({"ENG1.=fence", {}, bytesOf("behind 1\n")}, 1);
+        const std::size_t owner = log.records.size() + 2;  // behind one more fence
+        if (!isNewest) {
+            store("orders", 4, 5);
+        }
+        ship();
+        ASSERT_EQ(log.records.at(owner - 1).subject, "ENG1.=owner");
+        log.leftOutOnce = {owner};
+        EXPECT_EQ(receive(), Lines());
+        EXPECT_EQ(copyFault("orders"), "") << "what stands behind the owner was left out without a word";
+    }
+}
+
 TEST_F(LostRecords, OfACopyThatIsShorterThanTheNoteSaysAreFetchedAgain) {
     store("orders", 1, 4);
     ship();

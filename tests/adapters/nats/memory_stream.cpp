@@ -25,11 +25,12 @@ Stored storedOf(const Envelope& envelope) {
 
 class MemoryCursor : public LogCursor {
   public:
-    MemoryCursor(const MemoryLog& log, std::uint64_t from) : log_(log), next_(from) {}
+    MemoryCursor(MemoryLog& log, std::uint64_t from) : log_(log), next_(from) {}
 
     std::optional<Stored> next(std::chrono::milliseconds) override {
         next_ = std::max({next_, log_.first, std::uint64_t{1}});
-        while (next_ <= log_.records.size() && log_.records[next_ - 1].subject.empty()) {
+        while (next_ <= log_.records.size() &&
+               (log_.records[next_ - 1].subject.empty() || log_.leftOutOnce.erase(next_) > 0)) {
             next_ += 1;
         }
         if (next_ > log_.records.size()) {
@@ -44,7 +45,7 @@ class MemoryCursor : public LogCursor {
     std::uint64_t pending() const noexcept override { return log_.records.size() + 1 - next_; }
 
   private:
-    const MemoryLog& log_;
+    MemoryLog& log_;
     std::uint64_t next_;
 };
 

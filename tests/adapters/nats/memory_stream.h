@@ -8,6 +8,7 @@
 #include <memory>
 #include <optional>
 #include <random>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -27,6 +28,7 @@ struct MemoryLog {
     std::deque<Sent> late{};        // of shippers that do not hear of it any more, the oldest first
     std::uint64_t first = 1;        // those in front of it are gone
     std::int64_t made = 1;
+    std::set<std::uint64_t> leftOutOnce{};  // sequences that a cursor does not give the first time
     std::multimap<std::string, std::function<std::string()>> answers{};
     std::function<void(std::uint64_t)> beforeRead{};  // called with the sequence that a cursor is about to give
     std::function<void()> beforePublish{};
